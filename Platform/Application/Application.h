@@ -1,0 +1,35 @@
+// The application around the module: its state, its background time, and the names of its lifecycle notifications.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string_view>
+
+namespace zorvane::platform {
+
+enum class ApplicationState { Active = 0, Inactive = 1, Background = 2 };
+
+using BackgroundTaskId = std::uint64_t;
+inline constexpr BackgroundTaskId kNoBackgroundTask = 0;
+
+// Posted by the host, on the main thread.
+inline constexpr std::string_view kDidBecomeActiveNotification = "UIApplicationDidBecomeActiveNotification";
+inline constexpr std::string_view kWillResignActiveNotification = "UIApplicationWillResignActiveNotification";
+inline constexpr std::string_view kWillEnterForegroundNotification = "UIApplicationWillEnterForegroundNotification";
+inline constexpr std::string_view kDidEnterBackgroundNotification = "UIApplicationDidEnterBackgroundNotification";
+inline constexpr std::string_view kWillTerminateNotification = "UIApplicationWillTerminateNotification";
+
+// What a host gives of its application. The default (makePortableApplication) is always active and its background
+// tasks are no-ops with the id 0. Called from any thread.
+class Application {
+ public:
+  virtual ~Application() = default;
+  virtual ApplicationState state() const = 0;
+  // Asks the system for time after the application went to the background. The expiration handler is called by the
+  // system, on the main thread, when that time is nearly up.
+  virtual BackgroundTaskId beginBackgroundTask(std::string_view name, std::function<void()> expirationHandler) = 0;
+  // A second end of the same task, and the end of 0, are harmless.
+  virtual void endBackgroundTask(BackgroundTaskId id) = 0;
+};
+
+}  // namespace zorvane::platform

@@ -1,0 +1,56 @@
+// A small key-value store kept in one property-list file.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "Platform/Dispatch/Mutex.h"
+#include "Platform/Values/Result.h"
+#include "Platform/Values/Value.h"
+
+namespace zorvane::platform {
+
+// Thread-safe. Values are held in memory; synchronize() brings them to the file, as one atomic replacement, when
+// anything changed. A missing or unreadable file is an empty store.
+class DefaultsStore {
+ public:
+  // The file is read at the first use.
+  DefaultsStore(std::string name, std::string path);
+
+  Value objectForKey(std::string_view key) const;
+  // False when the key is missing or its value has no boolean reading.
+  bool boolForKey(std::string_view key) const;
+  // Nil removes the key.
+  void setObjectForKey(Value value, std::string_view key);
+  void removeObjectForKey(std::string_view key);
+  Dictionary dictionaryRepresentation() const;
+  // After a failure the change is still in memory and goes with the next call.
+  Status synchronize();
+
+  const std::string& name() const { return name_; }
+
+ private:
+  void loadIfNeeded() const ZR_REQUIRES(mutex_);
+
+  const std::string name_;
+  const std::string path_;
+  mutable Mutex mutex_;
+  mutable bool loaded_ ZR_GUARDED_BY(mutex_) = false;
+  mutable Dictionary content_ ZR_GUARDED_BY(mutex_);
+  bool changed_ ZR_GUARDED_BY(mutex_) = false;
+};
+
+// The application's standard defaults ("standard.plist"), the SDK's own ("sdk.plist") and an application group's suite
+// ("groups/NAME.plist") in the host's defaults directory. Made once and never destroyed. A group name with a slash, a
+// NUL or a leading dot is made safe for the file name.
+DefaultsStore& standardDefaults();
+DefaultsStore& sdkDefaults();
+DefaultsStore& groupDefaults(const std::string& name);
+
+// Called with the store's name ("standard", "sdk", the group's name) at each synchronize(), before the file is written.
+// For hosts that trace.
+void setSynchronizeHook(std::function<void(const std::string& store)> hook);
+
+}  // namespace zorvane::platform

@@ -1,0 +1,35 @@
+// Files of the application's container. Every failure is a returned error that names the call and the path.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "Platform/Values/Result.h"
+
+namespace zorvane::platform {
+
+bool fileExists(const std::string& path);
+
+// The whole file. Refuses a file of more than maxBytes.
+Result<std::string> readFile(const std::string& path, std::size_t maxBytes);
+
+// Replaces the file's content with the pieces, one after the other, as a whole: temporary file in the same directory
+// (mode 0600, no link followed), write, fsync, rename, fsync of the directory. After a crash of the process the file is
+// the old one or the new one; after a power loss too, and once the call has returned it is the new one. On failure the
+// temporary file is removed and the old file stands.
+Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces);
+Status replaceFileAtomically(const std::string& path, std::string_view content);
+
+// A file that is not there is no error.
+Status removeFile(const std::string& path);
+
+// One directory, mode 0700; its parent must exist. A directory that is there already is no error.
+Status makeDirectory(const std::string& path);
+// With the parents that are missing.
+Status makeDirectories(const std::string& path);
+
+std::string joinPath(std::string_view directory, std::string_view name);
+
+}  // namespace zorvane::platform

@@ -1,0 +1,50 @@
+// The one place where a host gives its own services to the module.
+//
+// Fill in what the host has and call configureHost() once, before anything else of the library is used. Every member
+// left empty has a portable default. From the first use on (hostServices()) the services stay for the process's life.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Platform/Application/Application.h"
+#include "Platform/Application/DeviceServices.h"
+#include "Platform/Dispatch/Scheduler.h"
+#include "Platform/Notifications/NotificationCenter.h"
+#include "Platform/Time/Clock.h"
+
+namespace zorvane::platform {
+
+// Absolute paths. Default: below $XDG_DATA_HOME/zorvane or $HOME/.local/share/zorvane, else below the current folder.
+struct Directories {
+  std::string documents;
+  std::string library;
+  // Property lists: "standard.plist", "sdk.plist", "groups/NAME.plist".
+  std::string defaults;
+};
+
+struct HostServices {
+  // Default: SystemClock.
+  std::shared_ptr<Clock> clock;
+  // Default: real threads, the main queue on a thread of its own.
+  std::shared_ptr<Scheduler> scheduler;
+  // Default: a new one. The host posts its lifecycle notifications here.
+  std::shared_ptr<NotificationCenter> notificationCenter;
+  // Default: always active, background tasks are no-ops.
+  std::shared_ptr<Application> application;
+  // Default: none (advertising identifiers are not available).
+  std::shared_ptr<AdvertisingService> advertising;
+  // Default: the process's locale (LC_ALL, LC_MESSAGES, LANG), no display names.
+  std::shared_ptr<LocaleService> locale;
+  // Default: the process's time zone (TZ).
+  std::shared_ptr<TimeZone> timeZone;
+  Directories directories;
+};
+
+// False, and nothing changes, when the services are in use already.
+[[nodiscard]] bool configureHost(HostServices services);
+
+// The services in force, every pointer set but advertising. Thread-safe; the first call fixes them.
+const HostServices& hostServices();
+
+}  // namespace zorvane::platform

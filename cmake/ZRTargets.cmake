@@ -1,0 +1,51 @@
+# What every target of the project shares: the language level, the warnings, the sanitizers of the preset.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+set(ZR_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize takes them")
+option(ZR_WARNINGS_AS_ERRORS "Treat warnings as errors" OFF)
+option(ZR_USE_CCACHE "Use ccache where it is installed" ON)
+option(ZR_LIBCXX "Build with libc++ (clang only)" OFF)
+
+find_program(ZR_CCACHE ccache)
+if(ZR_USE_CCACHE AND ZR_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${ZR_CCACHE}")
+endif()
+if(ZR_LIBCXX)
+  add_compile_options(-stdlib=libc++)
+  add_link_options(-stdlib=libc++)
+endif()
+if(ZR_SANITIZE)
+  add_compile_options(-fsanitize=${ZR_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${ZR_SANITIZE})
+endif()
+
+add_library(zr_warnings INTERFACE)
+target_compile_options(zr_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(ZR_WARNINGS_AS_ERRORS)
+  target_compile_options(zr_warnings INTERFACE -Werror)
+endif()
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  target_compile_options(zr_warnings INTERFACE -Wthread-safety)
+endif()
+
+# zr_add_library(NAME [LINKS ...]): a static library of every source below the current folder, whose headers are
+# included by their path from the repository's root.
+function(zr_add_library name)
+  cmake_parse_arguments(ARG "" "" "LINKS" ${ARGN})
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp" "${CMAKE_CURRENT_SOURCE_DIR}/*.h")
+  add_library(${name} STATIC ${sources})
+  target_include_directories(${name} PUBLIC "${PROJECT_BINARY_DIR}/include/${name}")
+  # One link to one folder per library: a header of a library that is not linked is not found.
+  file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/include/${name}")
+  get_filename_component(folder "${CMAKE_CURRENT_SOURCE_DIR}" NAME)
+  file(CREATE_LINK "${CMAKE_CURRENT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}/include/${name}/${folder}" SYMBOLIC)
+  target_compile_options(${name} PRIVATE -fvisibility=hidden -ffunction-sections -fdata-sections)
+  target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE zr_warnings)
+endfunction()
