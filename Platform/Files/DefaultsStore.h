@@ -28,6 +28,8 @@ class DefaultsStore {
   Dictionary dictionaryRepresentation() const;
   // After a failure the change is still in memory and goes with the next call.
   Status synchronize();
+  // The same without the synchronize hook: for the owner's own bookkeeping.
+  Status writeChanges();
 
   const std::string& name() const { return name_; }
 

@@ -1,0 +1,216 @@
+#include "ZorvaneCore/RemoteConfiguration.h"
+
+#include <span>
+#include <utility>
+
+#include "Platform/Files/FileSystem.h"
+#include "Platform/HostServices.h"
+#include "Platform/Values/Text.h"
+
+namespace zorvane {
+namespace {
+
+template <typename T>
+struct Key {
+  std::string_view name;
+  T RemoteConfiguration::*field;
+};
+
+constexpr Key<bool> kBooleans[] = {
+    {"account_active", &RemoteConfiguration::account_active},
+    {"sdk_enabled", &RemoteConfiguration::sdk_enabled},
+    {"periodic_flush_enabled", &RemoteConfiguration::periodic_flush_enabled},
+    {"data_tracking_enabled", &RemoteConfiguration::data_tracking_enabled},
+    {"idfv_tracking_enabled", &RemoteConfiguration::idfv_tracking_enabled},
+    {"idfa_tracking_enabled", &RemoteConfiguration::idfa_tracking_enabled},
+    {"push_enabled", &RemoteConfiguration::push_enabled},
+    {"in_app_enabled", &RemoteConfiguration::in_app_enabled},
+    {"app_delegate_proxy_enabled", &RemoteConfiguration::app_delegate_proxy_enabled},
+    {"device_id_in_secure_store", &RemoteConfiguration::device_id_in_secure_store},
+};
+constexpr Key<std::int64_t> kIntegers[] = {
+    {"event_batch_count", &RemoteConfiguration::event_batch_count},
+    {"periodic_flush_duration", &RemoteConfiguration::periodic_flush_duration},
+    {"minimum_periodic_flush_duration", &RemoteConfiguration::minimum_periodic_flush_duration},
+    {"s_i_d", &RemoteConfiguration::s_i_d},
+    {"user_attribute_caching_duration", &RemoteConfiguration::user_attribute_caching_duration},
+    {"idfa_authorization", &RemoteConfiguration::idfa_authorization},
+};
+constexpr Key<std::string> kTexts[] = {
+    {"app_group_id", &RemoteConfiguration::app_group_id}, {"app_version", &RemoteConfiguration::app_version},
+    {"sdk_version", &RemoteConfiguration::sdk_version},   {"idfv", &RemoteConfiguration::idfv},
+    {"device_model", &RemoteConfiguration::device_model}, {"device_name", &RemoteConfiguration::device_name},
+    {"os_version", &RemoteConfiguration::os_version},
+};
+constexpr Key<std::optional<std::string>> kOptionalTexts[] = {
+    {"idfa", &RemoteConfiguration::idfa},
+    {"locale", &RemoteConfiguration::locale},
+};
+constexpr Key<std::vector<std::string>> kLists[] = {
+    {"blacklisted_events", &RemoteConfiguration::blacklisted_events},
+    {"whitelisted_events", &RemoteConfiguration::whitelisted_events},
+    {"instant_flush_events", &RemoteConfiguration::instant_flush_events},
+    {"source_extra_keys", &RemoteConfiguration::source_extra_keys},
+    {"restricted_unique_ids", &RemoteConfiguration::restricted_unique_ids},
+};
+
+[[noreturn]] void throwWrongKind(std::string_view key, std::string_view wanted) {
+  throw ValueError("configuration: \"" + std::string(key) + "\" must be " + std::string(wanted));
+}
+
+template <typename T>
+const Key<T>* findKey(std::span<const Key<T>> table, std::string_view name) {
+  for (const auto& key : table) {
+    if (key.name == name) return &key;
+  }
+  return nullptr;
+}
+
+const std::string& textOf(std::string_view key, const Value& value) {
+  if (!value.isString()) throwWrongKind(key, "text");
+  return *value.asString();
+}
+
+std::vector<std::string> listOf(std::string_view key, const Value& value) {
+  if (!value.isArray()) throwWrongKind(key, "an array of texts");
+  std::vector<std::string> list;
+  for (const Value& element : *value.asArray()) list.push_back(textOf(key, element));
+  return list;
+}
+
+Array arrayOf(const std::vector<std::string>& list) { return Array(list.begin(), list.end()); }
+
+}  // namespace
+
+void RemoteConfiguration::apply(const Dictionary& changes) {
+  for (const auto& [key, value] : changes) {
+    if (const auto* boolean = findKey<bool>(kBooleans, key)) {
+      if (!value.asBool()) throwWrongKind(key, "true or false");
+      this->*boolean->field = *value.asBool();
+    } else if (const auto* integer = findKey<std::int64_t>(kIntegers, key)) {
+      if (!value.asInteger()) throwWrongKind(key, "an integer");
+      this->*integer->field = *value.asInteger();
+    } else if (const auto* text = findKey<std::string>(kTexts, key)) {
+      this->*text->field = textOf(key, value);
+    } else if (const auto* optional = findKey<std::optional<std::string>>(kOptionalTexts, key)) {
+      this->*optional->field = value.isNull() ? std::nullopt : std::optional(textOf(key, value));
+    } else if (const auto* list = findKey<std::vector<std::string>>(kLists, key)) {
+      this->*list->field = listOf(key, value);
+    } else if (key == "unique_id") {
+      unique_id_kind = value.isNull() ? UniqueID::None : UniqueID::Fixed;
+      unique_id = value.isNull() ? std::string() : textOf(key, value);
+    } else if (key == "query_params") {
+      if (!value.isNull() && !value.isDictionary()) throwWrongKind(key, "an object or null");
+      query_params = value.isNull() ? std::nullopt : std::optional(*value.asDictionary());
+    } else {
+      throw ValueError("configuration: unknown key \"" + key + "\"");
+    }
+  }
+}
+
+Dictionary RemoteConfiguration::toDictionary() const {
+  const auto orNull = [](const std::optional<std::string>& text) { return text ? Value(*text) : Value(null); };
+  Dictionary dictionary;
+  for (const auto& key : kBooleans) dictionary.set(key.name, this->*key.field);
+  for (const auto& key : kIntegers) dictionary.set(key.name, this->*key.field);
+  for (const auto& key : kTexts) dictionary.set(key.name, this->*key.field);
+  for (const auto& key : kOptionalTexts) dictionary.set(key.name, orNull(this->*key.field));
+  for (const auto& key : kLists) dictionary.set(key.name, arrayOf(this->*key.field));
+  if (unique_id_kind != UniqueID::MadeOnce) {
+    dictionary.set("unique_id", unique_id_kind == UniqueID::Fixed ? Value(unique_id) : Value(null));
+  }
+  dictionary.set("query_params", query_params ? Value(*query_params) : Value(null));
+  return dictionary;
+}
+
+CoreState& CoreState::shared() {
+  static CoreState* const state = new CoreState;
+  return *state;
+}
+
+CoreState::CoreState()
+    : configuration_(std::make_shared<RemoteConfiguration>()),
+      setup_(std::make_shared<CoreSetup>()),
+      choices_("core", platform::joinPath(platform::hostServices().directories.library, "core.plist")) {}
+
+void CoreState::configure(CoreSetup setup) {
+  auto configuration = std::make_shared<RemoteConfiguration>();
+  configuration->apply(setup.remoteConfiguration);
+  {
+    platform::MutexLock lock(mutex_);
+    configuration_ = std::move(configuration);
+    appId_ = setup.appId;
+    setup_ = std::make_shared<CoreSetup>(std::move(setup));
+  }
+  refreshGates();
+}
+
+void CoreState::applyConfiguration(const Dictionary& changes) {
+  {
+    platform::MutexLock lock(mutex_);
+    auto configuration = std::make_shared<RemoteConfiguration>(*configuration_);
+    configuration->apply(changes);
+    configuration_ = std::move(configuration);
+  }
+  refreshGates();
+}
+
+void CoreState::refreshGates() {
+  const auto current = configuration();
+  accountActive_.store(current->account_active, std::memory_order_release);
+  sdkEnabled_.store(current->sdk_enabled && !choice(kChoiceSDKDisabled), std::memory_order_release);
+}
+
+std::shared_ptr<const RemoteConfiguration> CoreState::configuration() const {
+  platform::MutexLock lock(mutex_);
+  return configuration_;
+}
+
+std::shared_ptr<const CoreSetup> CoreState::setup() const {
+  platform::MutexLock lock(mutex_);
+  return setup_;
+}
+
+std::string CoreState::appId() const {
+  platform::MutexLock lock(mutex_);
+  return appId_;
+}
+
+void CoreState::setAppId(std::string appId) {
+  platform::MutexLock lock(mutex_);
+  appId_ = std::move(appId);
+}
+
+bool CoreState::choice(std::string_view key) { return choices_.boolForKey(key); }
+
+void CoreState::setChoice(std::string_view key, Value value) {
+  choices_.setObjectForKey(std::move(value), key);
+  // A choice that cannot be written holds until the process ends, and goes with the next one.
+  (void)choices_.writeChanges();
+  refreshGates();
+}
+
+ZRSDKConfiguration CoreState::sdkConfiguration() {
+  ZRSDKConfiguration configuration;
+  configuration.setOptOutIDFVTracking(choice("idfv_tracking_opted_out"));
+  configuration.setOptOutIDFATracking(choice("idfa_tracking_opted_out"));
+  configuration.setAnalyticsDisablePeriodicFlush(choice("periodic_flush_disabled"));
+  const Value duration = choices_.objectForKey("periodic_flush_duration");
+  if (duration.asInteger()) configuration.setAnalyticsPeriodicFlushDuration(*duration.asInteger());
+  return configuration;
+}
+
+void CoreState::setSdkConfiguration(const ZRSDKConfiguration& configuration) {
+  choices_.setObjectForKey(configuration.optOutIDFVTracking(), "idfv_tracking_opted_out");
+  choices_.setObjectForKey(configuration.optOutIDFATracking(), "idfa_tracking_opted_out");
+  choices_.setObjectForKey(configuration.analyticsDisablePeriodicFlush(), "periodic_flush_disabled");
+  const auto duration = configuration.analyticsPeriodicFlushDuration();
+  setChoice("periodic_flush_duration", duration ? Value(*duration) : Value());
+}
+
+void configureCore(CoreSetup setup) { CoreState::shared().configure(std::move(setup)); }
+void updateRemoteConfiguration(const Dictionary& changes) { CoreState::shared().applyConfiguration(changes); }
+void setAppIdentifier(std::string appId) { CoreState::shared().setAppId(std::move(appId)); }
+void setSDKEnabled(bool enabled) { CoreState::shared().setChoice(kChoiceSDKDisabled, !enabled); }
+
+}  // namespace zorvane

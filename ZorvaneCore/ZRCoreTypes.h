@@ -1,0 +1,19 @@
+// The platform's values under the names that hosts and modules write.
+#pragma once
+
+#include "Platform/Values/Value.h"
+
+namespace zorvane {
+
+using platform::Array;
+using platform::Data;
+using platform::Date;
+using platform::Dictionary;
+using platform::null;
+using platform::NullMarker;
+using platform::Object;
+using platform::URL;
+using platform::Value;
+using platform::ValueError;
+
+}  // namespace zorvane

@@ -1,0 +1,91 @@
+#include "ZorvaneCore/ZRCoreUtils.h"
+
+#include "Platform/HostServices.h"
+#include "Platform/Text/UUID.h"
+#include "ZorvaneCore/RemoteConfiguration.h"
+#include "ZorvaneCore/ZRAppDelegateSwizzler.h"
+#include "ZorvaneCore/ZRCoreConstants.h"
+#include "ZorvaneCore/ZRNetworkConfiguration.h"
+
+namespace zorvane {
+namespace {
+
+std::shared_ptr<const RemoteConfiguration> configuration() { return CoreState::shared().configuration(); }
+
+// Two threads that ask for the first time get one identifier.
+platform::Mutex& uniqueIDMutex() {
+  static platform::Mutex* const mutex = new platform::Mutex;
+  return *mutex;
+}
+
+std::string uniqueIDMadeOnce() {
+  platform::DefaultsStore& defaults = platform::sdkDefaults();
+  platform::MutexLock lock(uniqueIDMutex());
+  const Value kept = defaults.objectForKey(kUserDefaultsKeySDKUniqueId);
+  if (kept.isString()) return *kept.asString();
+  std::string made = platform::randomUUID();
+  defaults.setObjectForKey(made, kUserDefaultsKeySDKUniqueId);
+  // An identifier that cannot be written holds until the process ends.
+  (void)defaults.writeChanges();
+  return made;
+}
+
+}  // namespace
+
+bool ZRCoreUtils::isSDKEnabled() { return CoreState::shared().isSDKEnabled(); }
+bool ZRCoreUtils::isAppDelegateProxyEnabled() { return configuration()->app_delegate_proxy_enabled; }
+
+bool ZRCoreUtils::installRegistered() { return CoreState::shared().choice(kChoiceInstallRegistered); }
+void ZRCoreUtils::registerInstall() { CoreState::shared().setChoice(kChoiceInstallRegistered, true); }
+
+std::optional<std::string> ZRCoreUtils::getSDKUniqueIdForUser() {
+  const auto current = configuration();
+  switch (current->unique_id_kind) {
+    case RemoteConfiguration::UniqueID::None:
+      return std::nullopt;
+    case RemoteConfiguration::UniqueID::Fixed:
+      return current->unique_id;
+    case RemoteConfiguration::UniqueID::MadeOnce:
+      break;
+  }
+  return uniqueIDMadeOnce();
+}
+
+std::optional<std::string> ZRCoreUtils::getIDFV() {
+  const auto current = configuration();
+  if (current->idfv.empty()) return std::nullopt;
+  return current->idfv;
+}
+std::string ZRCoreUtils::getDeviceModel() { return configuration()->device_model; }
+std::string ZRCoreUtils::getDeviceName() { return configuration()->device_name; }
+std::string ZRCoreUtils::getDeviceSystemVersion() { return configuration()->os_version; }
+std::string ZRCoreUtils::appVersion() { return configuration()->app_version; }
+std::string ZRCoreUtils::getZorvaneSDKVersion() { return configuration()->sdk_version; }
+
+std::string ZRCoreUtils::hexTokenForData(const Data& data) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  text.reserve(data.bytes.size() * 2);
+  for (const std::uint8_t byte : data.bytes) {
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 15];
+  }
+  return text;
+}
+
+std::string ZRCoreUtils::getDocumentsDirectoryPath() { return platform::hostServices().directories.documents; }
+std::string ZRCoreUtils::getSDKLibraryDirectoryPath() { return platform::hostServices().directories.library; }
+platform::DefaultsStore& ZRCoreUtils::getSDKUserDefault() { return platform::sdkDefaults(); }
+
+std::optional<Dictionary> ZRNetworkConfiguration::getQueryParamsBodyDictForService(std::int64_t /*service*/) {
+  const auto current = configuration();
+  if (!current->query_params) return std::nullopt;
+  Dictionary parameters;
+  if (auto uniqueID = ZRCoreUtils::getSDKUniqueIdForUser()) parameters.set("unique_id", *std::move(uniqueID));
+  for (const auto& [key, value] : *current->query_params) parameters.set(key, value);
+  return parameters;
+}
+
+bool ZRAppDelegateSwizzler::isAppDelegateProxyEnabled() { return ZRCoreUtils::isAppDelegateProxyEnabled(); }
+
+}  // namespace zorvane

@@ -1,0 +1,66 @@
+#include "ZorvaneCore/ZRDateUtils.h"
+
+#include <cstdio>
+
+#include "Platform/HostServices.h"
+#include "Platform/Time/DateFormat.h"
+
+namespace zorvane {
+namespace {
+
+std::int64_t deviceOffset(Date date) { return platform::hostServices().timeZone->secondsFromGMT(date); }
+
+}  // namespace
+
+std::optional<std::string> ZRDateFormatter::stringFromDate(Date date) const {
+  return platform::textOfDate(date, format_, gmt_ ? 0 : deviceOffset(date));
+}
+
+std::optional<Date> ZRDateFormatter::dateFromString(std::string_view text) const {
+  const auto date = platform::dateOfText(text, format_, 0);
+  if (gmt_ || !date) return date;
+  // The offset in force at the local time, found from the one at the same time in GMT.
+  const std::int64_t guess = deviceOffset(*date);
+  const std::int64_t offset = deviceOffset(Date{date->secondsSince1970 - static_cast<double>(guess)});
+  return Date{date->secondsSince1970 - static_cast<double>(offset)};
+}
+
+ZRDateFormatter ZRDateUtils::dateFormatterForUsPosixLocaleWithFormatForGMTTimeZone(std::string_view format, bool gmt) {
+  return {format, gmt};
+}
+
+std::optional<Date> ZRDateUtils::getDateForStringWithFormatAndForGMTTimeZone(std::string_view text,
+                                                                             std::string_view format, bool gmt) {
+  return ZRDateFormatter(format, gmt).dateFromString(text);
+}
+
+std::optional<std::string> ZRDateUtils::getStringForDateWithFormatAndForGMTTimeZone(std::optional<Date> date,
+                                                                                    std::string_view format, bool gmt) {
+  return date ? ZRDateFormatter(format, gmt).stringFromDate(*date) : std::nullopt;
+}
+
+bool ZRDateUtils::isDate1EarlierToDate2(std::optional<Date> date1, std::optional<Date> date2) {
+  return date1 && date2 && *date1 < *date2;
+}
+
+bool ZRDateUtils::isDate1LaterToDate2(std::optional<Date> date1, std::optional<Date> date2) {
+  return date1 && date2 && *date1 > *date2;
+}
+
+std::string ZRDateUtils::getGMTtime() {
+  const Date now = platform::hostServices().clock->now();
+  return platform::textOfDate(now, kZRDateFormatISO8601MilliSec, 0).value_or("");
+}
+
+std::string ZRDateUtils::getLocalTime() {
+  const Date now = platform::hostServices().clock->now();
+  const std::int64_t offset = deviceOffset(now);
+  std::string text = platform::textOfDate(now, "yyyy-MM-dd'T'HH:mm:ss.SSS", offset).value_or("");
+  if (text.empty()) return text;
+  const long long minutes = (offset < 0 ? -offset : offset) / 60;
+  char zone[32];
+  std::snprintf(zone, sizeof zone, "%c%02lld%02lld", offset < 0 ? '-' : '+', minutes / 60, minutes % 60);
+  return text + zone;
+}
+
+}  // namespace zorvane

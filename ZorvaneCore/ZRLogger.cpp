@@ -1,0 +1,48 @@
+#include "ZorvaneCore/ZRLogger.h"
+
+namespace zorvane {
+namespace {
+
+std::string textAt(const Array& arguments, std::size_t index) {
+  return index < arguments.size() ? arguments[index].description() : std::string();
+}
+
+}  // namespace
+
+ZRLogger& ZRLogger::sharedInstance() {
+  static ZRLogger* const logger = new ZRLogger;
+  return *logger;
+}
+
+void ZRLogger::setSink(std::shared_ptr<ZRLogSink> sink) {
+  platform::MutexLock lock(mutex_);
+  sink_.swap(sink);
+}
+
+std::shared_ptr<ZRLogSink> ZRLogger::sink() const {
+  platform::MutexLock lock(mutex_);
+  return sink_;
+}
+
+bool ZRLogger::hasSink() const { return sink() != nullptr; }
+
+void ZRLogger::logWithTypeAndFormatArgs(std::int64_t type, const Array& formatArgs) {
+  const auto target = sink();
+  if (!target) return;
+  try {
+    target->logMessage(type, textAt(formatArgs, 0));
+  } catch (...) {  // a sink that throws costs this line
+  }
+}
+
+void ZRLogger::logErrorWithFormatArgsAndStackTrace(const Array& formatArgs, const std::vector<std::string>& callStack) {
+  const auto target = sink();
+  if (!target) return;
+  try {
+    const std::int64_t line = formatArgs.size() > 1 ? formatArgs[1].integerValue() : 0;
+    target->logError(textAt(formatArgs, 0), line, textAt(formatArgs, 2), textAt(formatArgs, 3), callStack);
+  } catch (...) {  // as above
+  }
+}
+
+}  // namespace zorvane

@@ -1,0 +1,91 @@
+#include "ZorvaneCore/ZRNetworkRequest.h"
+
+#include <optional>
+#include <utility>
+
+#include "Platform/Formats/JSON.h"
+#include "Platform/HostServices.h"
+#include "ZorvaneCore/RemoteConfiguration.h"
+#include "ZorvaneCore/ZRCoreConstants.h"
+#include "ZorvaneCore/ZRDictionaryUtils.h"
+
+namespace zorvane {
+namespace {
+
+void appendPercentEncoded(std::string_view text, std::string& out) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    const bool unreserved = (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') ||
+                            (byte >= 'a' && byte <= 'z') || byte == '-' || byte == '.' || byte == '_' || byte == '~';
+    if (unreserved) {
+      out += character;
+    } else {
+      out += '%';
+      out += kDigits[byte >> 4];
+      out += kDigits[byte & 15];
+    }
+  }
+}
+
+std::string urlOf(const std::string& endpoint, std::int64_t service, const std::string& pathComponent,
+                  const Dictionary& params) {
+  std::string url = endpoint;
+  url += service == kServiceDeviceAdd ? "/v1/device/" : "/v1/report/";
+  appendPercentEncoded(pathComponent, url);
+  char separator = '?';
+  for (const auto& [key, value] : params) {
+    url += std::exchange(separator, '&');
+    appendPercentEncoded(key, url);
+    url += '=';
+    appendPercentEncoded(value.description(), url);
+  }
+  return url;
+}
+
+}  // namespace
+
+std::shared_ptr<ZRNetworkRequest>
+ZRNetworkRequest::initWithServiceParamsAdditionalHeadersRequestBodyAndAdditionalPathComponent(
+    std::int64_t service, const Dictionary& params, const Dictionary& additionalHeaders, Dictionary requestBody,
+    std::string additionalPathComponent) {
+  std::shared_ptr<ZRNetworkRequest> request(new ZRNetworkRequest);
+  request->service_ = service;
+  request->params_ = params;
+  request->headers_ = additionalHeaders;
+  request->body_ = std::move(requestBody);
+  request->pathComponent_ = std::move(additionalPathComponent);
+  return request;
+}
+
+void ZRNetworkRequest::executeRequestWithCompletionBlock(Completion completion) {
+  const auto setup = CoreState::shared().setup();
+  const Value bidValue = validObjectForKeyPath(body_, "meta.bid");
+  const std::optional<std::string> bid = bidValue.isNil() ? std::nullopt : std::optional(bidValue.description());
+  if (setup->willSendRequest) setup->willSendRequest(service_, bid);
+
+  auto answered = [setup, service = service_, bid, completion = std::move(completion)](const TransportResponse& response) {
+    const bool success = response.status >= 200 && response.status < 300;
+    if (setup->didReceiveResponse) setup->didReceiveResponse(service, bid, success);
+    if (!completion) return;
+    auto parsed = platform::parseJSON(response.body);
+    completion(success, parsed ? std::move(parsed).value() : Value());
+  };
+
+  if (!setup->transport || setup->endpoint.empty()) {
+    platform::hostServices()
+        .scheduler->globalQueue(platform::Priority::Default)
+        .async([answered = std::move(answered)] {
+          answered(TransportResponse{0, {}, "no transport or no endpoint is configured"});
+        });
+    return;
+  }
+  TransportRequest request;
+  request.url = urlOf(setup->endpoint, service_, pathComponent_, params_);
+  request.headers.emplace_back("Content-Type", "application/json; charset=utf-8");
+  for (const auto& [name, value] : headers_) request.headers.emplace_back(name, value.description());
+  request.makeBody = [body = Value(std::move(body_))] { return platform::jsonText(body); };
+  setup->transport->send(std::move(request), std::move(answered));
+}
+
+}  // namespace zorvane
