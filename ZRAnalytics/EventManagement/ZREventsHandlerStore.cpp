@@ -1,0 +1,179 @@
+// The batch store: the current batch into the batch file, and the dump file that an older release left.
+
+#include <iterator>
+
+#include "Platform/Files/FileSystem.h"
+#include "Platform/Formats/JSON.h"
+#include "Platform/HostServices.h"
+#include "Platform/Values/Text.h"
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/EventManagement/BatchRequest.h"
+#include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
+#include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
+#include "ZorvaneCore/ZRCoreUtils.h"
+
+namespace zorvane {
+namespace {
+
+constexpr std::string_view kFile = "ZREventsHandler";
+constexpr std::size_t kMaximumDumpFileSize = 64u << 20;
+
+// The pieces between the members of the platform's newline set: U+000A to U+000D, U+0085, U+2028, U+2029.
+std::vector<std::string_view> linesOf(std::string_view text) {
+  static constexpr std::string_view kNewlines[] = {"\n", "\v", "\f", "\r", "\xC2\x85", "\xE2\x80\xA8", "\xE2\x80\xA9"};
+  std::vector<std::string_view> lines;
+  std::size_t start = 0;
+  std::size_t position = 0;
+  while (position < text.size()) {
+    std::size_t length = 0;
+    for (const std::string_view newline : kNewlines) {
+      if (text.substr(position).starts_with(newline)) length = newline.size();
+    }
+    if (length != 0) lines.push_back(text.substr(start, position - start));
+    position += length != 0 ? length : 1;
+    if (length != 0) start = position;
+  }
+  lines.push_back(text.substr(start));
+  return lines;
+}
+
+}  // namespace
+
+Array ZREventsHandler::takeCurrentBatch() {
+  platform::MutexLock lock(currentBatchMutex_);
+  Array events;
+  if (viewsInfoArray_) events.swap(*viewsInfoArray_);
+  viewsInfoArray_.reset();
+  return events;
+}
+
+void ZREventsHandler::returnToCurrentBatch(Array events) {
+  platform::MutexLock lock(currentBatchMutex_);
+  if (viewsInfoArray_) {
+    events.insert(events.end(), std::make_move_iterator(viewsInfoArray_->begin()),
+                  std::make_move_iterator(viewsInfoArray_->end()));
+  }
+  viewsInfoArray_ = std::move(events);
+}
+
+void ZREventsHandler::logBatchFileError() {
+  const std::string error = batchFile_.lastError();
+  {
+    platform::MutexLock lock(currentBatchMutex_);
+    if (saidError_ == error) return;
+    saidError_ = error;
+  }
+  logLine("Batch Events plist : %@", {error});
+}
+
+void ZREventsHandler::saveCurrentBatch() {
+  Array events = takeCurrentBatch();
+  if (events.empty()) return;
+  ZRBatchFile::Outcome outcome = ZRBatchFile::Outcome::Failed;
+  try {
+    const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
+    Dictionary batch{{kBatchKeyEvents, events}, {kBatchKeyBatchID, batchID}, {kBatchKeyRequestTime, requestTimeNow()}};
+    const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
+    if (auto session = sessions.getCurrentSessionInfoDict()) batch.set(kBatchKeySession, *std::move(session));
+    batch.set(kBatchKeySource, sessions.getCurrentSessionSourceInfoArray());
+    outcome = batchFile_.store(batchID, batch);
+  } catch (...) {
+    returnToCurrentBatch(std::move(events));
+    throw;
+  }
+  if (outcome == ZRBatchFile::Outcome::Failed) returnToCurrentBatch(std::move(events));
+  if (outcome != ZRBatchFile::Outcome::Done) logBatchFileError();
+}
+
+std::optional<ZRBatchTable> ZREventsHandler::getBatches() {
+  auto batches = batchFile_.load();
+  if (!batches) logBatchFileError();
+  return batches;
+}
+
+void ZREventsHandler::writeEventsToFileWithBatchID(const Value& events, const Value& batchID) {
+  guarded({kFile, "writeEventsToFileWithBatchID", 708}, "Exception : %@", [&] {
+    const ZRBatchFile::Outcome outcome = batchFile_.store(batchID.description(), events);
+    if (outcome == ZRBatchFile::Outcome::Failed && events.isArray()) returnToCurrentBatch(*events.asArray());
+    if (outcome != ZRBatchFile::Outcome::Done) logBatchFileError();
+  });
+}
+
+void ZREventsHandler::removeEventsPlistFile() {
+  if (!batchFile_.exists()) return;
+  const auto removed = batchFile_.remove();
+  if (removed) {
+    logLine("Batch Events plist deleted");
+  } else {
+    logLine("Error while deleting ZorvaneBatchEvents.plist : %@", {removed.error().message});
+  }
+}
+
+std::string ZREventsHandler::oldDatFilePath() const {
+  return platform::joinPath(ZRCoreUtils::getDocumentsDirectoryPath(), "zorvaneEvents.dat");
+}
+
+bool ZREventsHandler::checkIfFileExists() const { return platform::fileExists(oldDatFilePath()); }
+
+Array ZREventsHandler::getEventsFromDumpFile() const {
+  Array events;
+  const auto text = platform::readFile(oldDatFilePath(), kMaximumDumpFileSize);
+  if (!text || !platform::isValidUtf8(text.value())) return events;
+  for (const std::string_view line : linesOf(text.value())) {
+    auto parsed = platform::parseJSON(line);
+    // The platform's parser takes nothing but a container at the top.
+    if (parsed && (parsed.value().isDictionary() || parsed.value().isArray())) {
+      events.push_back(std::move(parsed).value());
+    }
+  }
+  return events;
+}
+
+void ZREventsHandler::removeDatFile() {
+  if (checkIfFileExists() && !platform::removeFile(oldDatFilePath())) logLine("error while removing dat file");
+}
+
+void ZREventsHandler::syncToServerFromDumpFile() {
+  const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
+  if (!store.isAccountActive() || !checkIfFileExists()) return;
+  if (!store.getZrvAppID()) {
+    logLine("Reports API not called. AppID not present");
+    return;
+  }
+  Array events = getEventsFromDumpFile();
+  if (events.empty()) return;
+  const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
+  const Dictionary batch{{kBatchKeyEvents, events}, {kBatchKeyBatchID, batchID}, {kBatchKeyRequestTime, requestTimeNow()}};
+  removeDatFile();
+  logLine("Report Add request initiated:");
+  BatchRequest request = requestForBatch(batch, std::nullopt);
+  const auto appID = store.getZrvAppID();
+  if (!appID) {
+    logSyncFailure();
+    return;
+  }
+  std::move(request).execute(*appID, [this, events = Value(std::move(events)), batchID](bool success) {
+    if (success) {
+      logLine("sync success from data file");
+      return;
+    }
+    logLine("could not complete sync from dump file, will try again later");
+    writeEventsToFileWithBatchID(events, batchID);
+  });
+}
+
+void ZREventsHandler::clearEventsdata() {
+  removeDatFile();
+  removeEventsPlistFile();
+  platform::MutexLock lock(currentBatchMutex_);
+  if (viewsInfoArray_) viewsInfoArray_->clear();
+}
+
+void ZREventsHandler::cleanUp() {
+  platform::hostServices().notificationCenter->post(kNotificationNameUserReset);
+}
+
+}  // namespace zorvane

@@ -1,0 +1,147 @@
+#include "ZRAnalytics/SessionAndSource/ZRSession.h"
+
+#include "Platform/HostServices.h"
+#include "Platform/Text/UUID.h"
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Utils/ZRArchiving.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZorvaneCore/ZRDateUtils.h"
+
+namespace zorvane {
+namespace {
+
+constexpr double kLateSourceSeconds = 5.0;
+
+Date now() { return platform::hostServices().clock->now(); }
+
+}  // namespace
+
+std::shared_ptr<ZRSession> ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated(ZRSourceArray sources,
+                                                                                        bool backgroundInitiated) {
+  auto session = std::make_shared<ZRSession>();
+  platform::MutexLock lock(session->mutex_);
+  session->sessionID_ = generateSessionID();
+  session->sessionStartTime_ = now();
+  session->sessionLastInteractionTime_ = now();
+  session->backgroundInitiated_ = backgroundInitiated;
+  session->sessionSources_ = std::move(sources);
+  return session;
+}
+
+std::shared_ptr<ZRSession> ZRSession::initWithCoder(const platform::ArchivedObject& coder) {
+  auto session = std::make_shared<ZRSession>();
+  platform::MutexLock lock(session->mutex_);
+  session->sessionID_ = coder.decodeObject(kAnalyticsSessionID);
+  session->sessionStartTime_ = dateOfValue(coder.decodeObject(kAnalyticsSessionStartTime));
+  session->backgroundInitiated_ = coder.decodeBool(kAnalyticsSessionBgInitiated);
+  session->sessionLastInteractionTime_ = dateOfValue(coder.decodeObject(kAnalyticsSessionLastInteractionTime));
+  const Value sources = coder.decodeObject(kAnalyticsSessionSources);
+  if (const Array* array = sources.asArray()) {
+    for (const Value& element : *array) {
+      const auto object = element.asObject<platform::ArchivedObject>();
+      if (object && object->className() == ZRSource::kClassName) {
+        session->sessionSources_.push_back(ZRSource::initWithCoder(*object));
+      }
+    }
+  }
+  return session;
+}
+
+std::shared_ptr<platform::ArchivedObject> ZRSession::encodeWithCoder() const {
+  auto coder = std::make_shared<platform::ArchivedObject>(std::string(kClassName));
+  platform::MutexLock lock(mutex_);
+  coder->encodeObject(kAnalyticsSessionID, sessionID_);
+  coder->encodeBool(kAnalyticsSessionBgInitiated, backgroundInitiated_);
+  coder->encodeObject(kAnalyticsSessionStartTime, valueOfDate(sessionStartTime_));
+  coder->encodeObject(kAnalyticsSessionLastInteractionTime, valueOfDate(sessionLastInteractionTime_));
+  Array sources;
+  for (const auto& source : sessionSources_) sources.emplace_back(source->encodeWithCoder());
+  coder->encodeObject(kAnalyticsSessionSources, std::move(sources));
+  return coder;
+}
+
+std::string ZRSession::generateSessionID() { return platform::randomUUID(); }
+
+void ZRSession::updateLastInteractionTime() {
+  const Date time = now();
+  Value sessionID;
+  {
+    platform::MutexLock lock(mutex_);
+    sessionLastInteractionTime_ = time;
+    sessionID = sessionID_;
+  }
+  logLine("Session(%@) Last Interaction Updated to %@", {sessionID, time});
+}
+
+bool ZRSession::updateSessionWithSources(const std::optional<ZRSourceArray>& sources) {
+  if (!sources) return false;
+  const Date time = now();
+  {
+    platform::MutexLock lock(mutex_);
+    if (!sessionSources_.empty() || !sessionStartTime_) return false;
+    if (!(sessionStartTime_->secondsSince1970 + kLateSourceSeconds > time.secondsSince1970)) return false;
+    sessionSources_ = *sources;
+  }
+  logLine("-- Analytics -- Source Updated");
+  return true;
+}
+
+Dictionary ZRSession::getSessionInfoDict() const {
+  platform::MutexLock lock(mutex_);
+  Dictionary info;
+  info.setObjectNilHandledForKey(sessionID_, kAnalyticsSessionID);
+  const auto start = ZRDateUtils::getStringForDateWithFormatAndForGMTTimeZone(sessionStartTime_,
+                                                                              kZRDateFormatISO8601MilliSec, true);
+  if (start) info.set(kAnalyticsSessionStartTime, *start);
+  return info;
+}
+
+Value ZRSession::sessionID() const {
+  platform::MutexLock lock(mutex_);
+  return sessionID_;
+}
+ZRSourceArray ZRSession::sessionSources() const {
+  platform::MutexLock lock(mutex_);
+  return sessionSources_;
+}
+std::optional<Date> ZRSession::sessionStartTime() const {
+  platform::MutexLock lock(mutex_);
+  return sessionStartTime_;
+}
+std::optional<Date> ZRSession::sessionLastInteractionTime() const {
+  platform::MutexLock lock(mutex_);
+  return sessionLastInteractionTime_;
+}
+bool ZRSession::backgroundInitiated() const {
+  platform::MutexLock lock(mutex_);
+  return backgroundInitiated_;
+}
+
+std::shared_ptr<ZRSessionInfo> ZRSessionInfo::initWithCoder(const platform::ArchivedObject& coder) {
+  auto info = std::make_shared<ZRSessionInfo>();
+  const auto session =
+      coder.decodeObject(kAnalyticsStorageCurrentSessionKey).asObject<platform::ArchivedObject>();
+  if (session && session->className() == ZRSession::kClassName) {
+    info->setCurrentSession(ZRSession::initWithCoder(*session));
+  }
+  return info;
+}
+
+std::shared_ptr<platform::ArchivedObject> ZRSessionInfo::encodeWithCoder() const {
+  auto coder = std::make_shared<platform::ArchivedObject>(std::string(kClassName));
+  const auto session = currentSession();
+  coder->encodeObject(kAnalyticsStorageCurrentSessionKey, session ? Value(session->encodeWithCoder()) : Value());
+  return coder;
+}
+
+std::shared_ptr<ZRSession> ZRSessionInfo::currentSession() const {
+  platform::MutexLock lock(mutex_);
+  return currentSession_;
+}
+
+void ZRSessionInfo::setCurrentSession(std::shared_ptr<ZRSession> session) {
+  platform::MutexLock lock(mutex_);
+  currentSession_.swap(session);
+}
+
+}  // namespace zorvane

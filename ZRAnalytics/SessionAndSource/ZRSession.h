@@ -1,0 +1,73 @@
+// One visit of the user, and the archive that keeps the current one over restarts.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/Dispatch/Mutex.h"
+#include "ZRAnalytics/SessionAndSource/ZRSource.h"
+
+namespace zorvane {
+
+using ZRSourceArray = std::vector<std::shared_ptr<const ZRSource>>;
+
+// Thread-safe.
+class ZRSession {
+ public:
+  static constexpr std::string_view kClassName = "ZRSession";
+
+  // A new session, started now.
+  static std::shared_ptr<ZRSession> initNewSessionWithSourcesAndIsBackgroundInitiated(ZRSourceArray sources,
+                                                                                      bool backgroundInitiated);
+  // Archive keys "session_id", "background_initiated", "start_time", "last_interaction_time", "sources".
+  static std::shared_ptr<ZRSession> initWithCoder(const platform::ArchivedObject& coder);
+  std::shared_ptr<platform::ArchivedObject> encodeWithCoder() const;
+
+  // A random UUID in upper case.
+  static std::string generateSessionID();
+  // To now.
+  void updateLastInteractionTime();
+  // Late attachment: a session without a source takes the sources that arrive within 5 seconds of its start. True when
+  // they were taken.
+  bool updateSessionWithSources(const std::optional<ZRSourceArray>& sources);
+  // The wire form: "session_id", "start_time" (ISO 8601 with milliseconds, GMT).
+  Dictionary getSessionInfoDict() const;
+
+  // Nil in an archive that lacks it.
+  Value sessionID() const;
+  ZRSourceArray sessionSources() const;
+  std::optional<Date> sessionStartTime() const;
+  std::optional<Date> sessionLastInteractionTime() const;
+  bool backgroundInitiated() const;
+
+ private:
+  mutable platform::Mutex mutex_;
+  Value sessionID_ ZR_GUARDED_BY(mutex_);
+  ZRSourceArray sessionSources_ ZR_GUARDED_BY(mutex_);
+  std::optional<Date> sessionStartTime_ ZR_GUARDED_BY(mutex_);
+  std::optional<Date> sessionLastInteractionTime_ ZR_GUARDED_BY(mutex_);
+  bool backgroundInitiated_ ZR_GUARDED_BY(mutex_) = false;
+};
+
+// What the session file holds. Thread-safe.
+class ZRSessionInfo {
+ public:
+  static constexpr std::string_view kClassName = "ZRSessionInfo";
+
+  ZRSessionInfo() = default;
+  // Archive key "zrv_current_session".
+  static std::shared_ptr<ZRSessionInfo> initWithCoder(const platform::ArchivedObject& coder);
+  std::shared_ptr<platform::ArchivedObject> encodeWithCoder() const;
+
+  // Null when there is none.
+  std::shared_ptr<ZRSession> currentSession() const;
+  void setCurrentSession(std::shared_ptr<ZRSession> session);
+
+ private:
+  mutable platform::Mutex mutex_;
+  std::shared_ptr<ZRSession> currentSession_ ZR_GUARDED_BY(mutex_);
+};
+
+}  // namespace zorvane

@@ -1,0 +1,203 @@
+#include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
+
+#include "Platform/HostServices.h"
+#include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/Utils/ZRArchiving.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
+#include "ZorvaneCore/ZRCoreUtils.h"
+#include "ZorvaneCore/ZRDateUtils.h"
+
+namespace zorvane {
+namespace {
+
+constexpr std::string_view kFile = "ZRSessionManager";
+constexpr std::int64_t kDefaultInactiveSeconds = 1800;
+constexpr std::string_view kArchiveClasses[] = {ZRSessionInfo::kClassName, ZRSession::kClassName,
+                                                ZRSource::kClassName};
+
+bool gatesAreOpen() {
+  return ZRConfigDataManager::sharedInstance().isAccountActive() && ZRCoreUtils::isSDKEnabled();
+}
+
+}  // namespace
+
+ZRSessionManager& ZRSessionManager::sharedSessionManager() {
+  static ZRSessionManager* const manager = new ZRSessionManager;
+  return *manager;
+}
+
+ZRSessionManager::ZRSessionManager() {
+  const auto root = readArchive(getFilePathForSessionInfo(), ZRSessionInfo::kClassName, kArchiveClasses);
+  sessionInfo_ = root ? ZRSessionInfo::initWithCoder(*root) : std::make_shared<ZRSessionInfo>();
+
+  platform::NotificationCenter& center = *platform::hostServices().notificationCenter;
+  center.addObserver(platform::kWillEnterForegroundNotification,
+                     [this](std::string_view) { applicationEnteredForeground(); });
+  center.addObserver(platform::kDidEnterBackgroundNotification,
+                     [this](std::string_view) { applicationEnteredBackground(); });
+  center.addObserver(platform::kWillResignActiveNotification, [this](std::string_view) { applicationInActive(); });
+}
+
+void ZRSessionManager::appOpenedWithSourceArray(const ZRSourceArray& sources) {
+  if (!gatesAreOpen()) return;
+  isAppInBackground_ = false;
+  if (hasCurrentSessionExpired()) {
+    startSession(sources);
+  } else if (isCurrentSessionSourceSameAs(sources)) {
+    const auto session = sessionInfo_->currentSession();
+    logLine("App Opened with same Source, Session(%@) will remain active", {session ? session->sessionID() : Value()});
+  } else {
+    logLine("App Opened with different source. Initiate New Session.");
+    startSession(sources);
+  }
+}
+
+void ZRSessionManager::startSession(const ZRSourceArray& sources) {
+  initiateNewSessionWithSourcesAndCompletionBlock(sources, [](const std::shared_ptr<ZRSession>& session) {
+    if (session) logLine("New Session(%@) initiated", {session->sessionID()});
+  });
+}
+
+void ZRSessionManager::updateSourcesForCurrentSession(const std::optional<ZRSourceArray>& sources) {
+  if (!gatesAreOpen()) return;
+  if (const auto session = sessionInfo_->currentSession()) {
+    if (!sources || sources->empty() || session->updateSessionWithSources(sources)) return;
+  }
+  appOpenedWithSourceArray(sources.value_or(ZRSourceArray()));
+}
+
+void ZRSessionManager::processURL(const URL& url) {
+  if (!gatesAreOpen()) return;
+  logLine("Incoming URL : %@", {url});
+  const auto source = ZRSource::initSourceWithURL(url.absoluteString);
+  if (source->isValidSource()) sharedSessionManager().updateSourcesForCurrentSession(ZRSourceArray{source});
+}
+
+void ZRSessionManager::checkSessionForEventWithPropertiesWithCompletionBlock(const Value& /*eventName*/,
+                                                                             const ZRProperties* properties,
+                                                                             const std::function<void()>& completion) {
+  if ((properties && properties->isNonInteractiveEvent()) || !isAppInBackground()) {
+    completion();
+    return;
+  }
+  if (hasCurrentSessionExpired()) {
+    initiateNewSessionWithSourcesAndCompletionBlock({}, [&completion](const std::shared_ptr<ZRSession>& session) {
+      if (session) logLine("New Session Initiated: %@", {session->sessionID()});
+      completion();
+    });
+    return;
+  }
+  touchCurrentSession();
+  completion();
+}
+
+void ZRSessionManager::initiateNewSessionWithSourcesAndCompletionBlock(
+    const ZRSourceArray& sources, const std::function<void(const std::shared_ptr<ZRSession>&)>& completion) {
+  ZREventsHandler::sharedInstance().flushWithCompletionBlock(nullptr);
+  const auto session = ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated(sources, isAppInBackground());
+  sessionInfo_->setCurrentSession(session);
+  saveSessionInfo();
+  completion(session);
+}
+
+void ZRSessionManager::reinitiateSession() {
+  const auto session = ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated({}, isAppInBackground());
+  sessionInfo_->setCurrentSession(session);
+  saveSessionInfo();
+  logLine("New Session Initiated: %@", {session->sessionID()});
+}
+
+void ZRSessionManager::resetSession() {
+  if (!sessionInfo_->currentSession()) return;
+  sessionInfo_->setCurrentSession(nullptr);
+  saveSessionInfo();
+  logLine("Session Reset");
+}
+
+bool ZRSessionManager::hasCurrentSessionExpired() const {
+  const auto session = sessionInfo_->currentSession();
+  if (!session) {
+    logLine("-- Analytics -- Session Expired");
+    return true;
+  }
+  const auto lastInteraction = session->sessionLastInteractionTime();
+  std::optional<Date> expiry;
+  if (lastInteraction) {
+    expiry = Date{lastInteraction->secondsSince1970 + static_cast<double>(getSessionInactiveDuration())};
+  }
+  const Date now = platform::hostServices().clock->now();
+  logLine(
+      "-- Analytics -- Session Expiry Check: \n Current Session(%@), Last Interaction Time(%@), Last Interaction + "
+      "s_i_d(%@), current time(%@)",
+      {session->sessionID(), valueOfDate(lastInteraction), valueOfDate(expiry), now});
+  if (ZRDateUtils::isDate1LaterToDate2(expiry, now)) {
+    logLine("-- Analytics -- Current Session has not expired.");
+    return false;
+  }
+  logLine("-- Analytics -- Session Expired");
+  return true;
+}
+
+std::int64_t ZRSessionManager::getSessionInactiveDuration() const {
+  const std::int64_t duration = ZRConfigDataManager::sharedInstance().getSessionInActiveDuration();
+  return duration == 0 ? kDefaultInactiveSeconds : duration;
+}
+
+bool ZRSessionManager::isCurrentSessionSourceSameAs(const ZRSourceArray& sources) const {
+  const auto session = sessionInfo_->currentSession();
+  if (!session) return false;
+  if (sources.empty()) return true;
+  const ZRSourceArray current = session->sessionSources();
+  return !current.empty() && current.front()->isEqual(sources.front().get());
+}
+
+bool ZRSessionManager::isAppInBackgroundState() const {
+  return platform::hostServices().application->state() == platform::ApplicationState::Background;
+}
+
+std::string ZRSessionManager::getFilePathForSessionInfo() const { return archivePath("ZRSessionInfo"); }
+
+void ZRSessionManager::saveSessionInfo() {
+  platform::MutexLock lock(fileMutex_);
+  writeArchive(getFilePathForSessionInfo(), sessionInfo_->encodeWithCoder());
+}
+
+std::optional<Dictionary> ZRSessionManager::getCurrentSessionInfoDict() const {
+  const auto session = sessionInfo_->currentSession();
+  return session ? std::optional(session->getSessionInfoDict()) : std::nullopt;
+}
+
+Array ZRSessionManager::getCurrentSessionSourceInfoArray() const {
+  Array sources;
+  if (const auto session = sessionInfo_->currentSession()) {
+    for (const auto& source : session->sessionSources()) sources.emplace_back(source->getSourceInfoDict());
+  }
+  return sources;
+}
+
+void ZRSessionManager::touchCurrentSession() {
+  if (const auto session = sessionInfo_->currentSession()) {
+    session->updateLastInteractionTime();
+    saveSessionInfo();
+  }
+}
+
+void ZRSessionManager::applicationEnteredForeground() {
+  guarded({kFile, "applicationEnteredForeground"}, "exception in application did enter Foreground is %@",
+          [this] { isAppInBackground_ = false; });
+}
+
+void ZRSessionManager::applicationEnteredBackground() {
+  guarded({kFile, "applicationEnteredBackground"}, "exception in application did enter Background is %@", [this] {
+    applicationInActive();
+    isAppInBackground_ = true;
+  });
+}
+
+void ZRSessionManager::applicationInActive() {
+  guarded({kFile, "applicationInActive"}, "exception in UIApplicationWillResignActiveNotification is %@",
+          [this] { touchCurrentSession(); });
+}
+
+}  // namespace zorvane

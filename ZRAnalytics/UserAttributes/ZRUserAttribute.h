@@ -1,0 +1,40 @@
+// One remembered user attribute.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Platform/Formats/KeyedArchive.h"
+#include "ZorvaneCore/ZRCoreTypes.h"
+
+namespace zorvane {
+
+// Not synchronised: its holder (ZRUserAttributeData) guards it.
+class ZRUserAttribute {
+ public:
+  static constexpr std::string_view kClassName = "ZRUserAttribute";
+
+  // Last tracked now.
+  static std::shared_ptr<ZRUserAttribute> initWithAttributeAndValue(std::string name, Value value);
+  // Archive keys "zrv_usr_attr_name", "zrv_usr_attr_val", "zrv_usr_attr_tracked_date".
+  static std::shared_ptr<ZRUserAttribute> initWithCoder(const platform::ArchivedObject& coder);
+  std::shared_ptr<platform::ArchivedObject> encodeWithCoder() const;
+
+  // Whether the value is to be sent: it differs from the remembered one, or the caching duration has run out.
+  bool shouldUpdateAttributeWithNewValue(const Value& newValue) const;
+
+  const std::string& attributeName() const { return attributeName_; }
+  const Value& attributeValue() const { return attributeValue_; }
+  void setAttributeValue(Value value) { attributeValue_ = std::move(value); }
+  // When the value was last accepted for sending.
+  std::optional<Date> lastTracked() const { return lastTracked_; }
+  void setLastTracked(std::optional<Date> date) { lastTracked_ = date; }
+
+ private:
+  std::string attributeName_;
+  Value attributeValue_;
+  std::optional<Date> lastTracked_;
+};
+
+}  // namespace zorvane

@@ -1,0 +1,63 @@
+// The typed attributes of one event.
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "ZRAnalytics/Utils/ZRGeoLocation.h"
+#include "ZorvaneCore/ZRCoreTypes.h"
+
+namespace zorvane {
+
+// Attributes in three sections: plain, date-time (milliseconds since 1970) and location ("latitude,longitude").
+//
+// Filled by one thread, then handed over with the event and not changed any more. Nothing here throws or reports by
+// result: an attribute without a name or a value, or with a date text that does not parse, is logged and left out.
+class ZRProperties {
+ public:
+  ZRProperties() = default;
+  // Every pair goes through addAttributeWithName.
+  static std::shared_ptr<ZRProperties> initWithAttributes(const Dictionary& attributes);
+
+  // Any value. A date goes to the date-time section, a ZRGeoLocation to the location section, everything else to the plain
+  // one, where a later value replaces the earlier one of that name. Data becomes hexadecimal text, a URL its text, a null
+  // marker "", in nested dictionaries too; arrays stay as they are. The name "zrv_non_interactive" is never stored: 1 sets
+  // the non-interactive flag, 0 clears it.
+  void addAttributeWithName(const Value& value, const Value& name);
+  void addLocationAttributeWithName(const std::shared_ptr<const ZRGeoLocation>& value, const Value& name);
+  void addDateAttributeWithName(std::optional<Date> value, const Value& name);
+  // "yyyy-MM-dd'T'HH:mm:ss'Z'", with or without ".SSS", in UTC.
+  void addDateISOStringAttributeWithName(const Value& value, const Value& name);
+  // Seconds since 1970; no value is refused.
+  void addDateEpochAttributeWithName(double secondsSince1970, const Value& name);
+
+  // A non-interactive event never starts or prolongs a session.
+  void setNonInteractive() { isNonInteractive_ = true; }
+  bool isNonInteractiveEvent() const { return isNonInteractive_; }
+
+  // The live containers. Entries of the arrays are dictionaries of one pair, in the order added.
+  const Dictionary& getAttributesDict() const { return attributeDict_; }
+  const Array& getDateTimeAttributesArray() const { return dateAttrArray_; }
+  const Array& getLocationAttributesArray() const { return locationAttrArray_; }
+
+  Dictionary& attributeDict() { return attributeDict_; }
+  void setAttributeDict(Dictionary attributes) { attributeDict_ = std::move(attributes); }
+  Array& dateAttrArray() { return dateAttrArray_; }
+  void setDateAttrArray(Array attributes) { dateAttrArray_ = std::move(attributes); }
+  Array& locationAttrArray() { return locationAttrArray_; }
+  void setLocationAttrArray(Array attributes) { locationAttrArray_ = std::move(attributes); }
+  bool isNonInteractive() const { return isNonInteractive_; }
+  void setIsNonInteractive(bool nonInteractive) { isNonInteractive_ = nonInteractive; }
+
+  // The value as the plain section stores it.
+  static Value transformAttrForIncompatibleTypes(const Value& value);
+  static Dictionary transformDictAttrForIncompatibleTypes(const Dictionary& dictionary);
+
+ private:
+  bool isNonInteractive_ = false;
+  Dictionary attributeDict_;
+  Array dateAttrArray_;
+  Array locationAttrArray_;
+};
+
+}  // namespace zorvane

@@ -1,0 +1,106 @@
+#include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+
+#include <atomic>
+
+#include "Platform/HostServices.h"
+#include "Platform/Text/SHA1.h"
+#include "Platform/Text/UUID.h"
+#include "Platform/Values/Text.h"
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
+#include "ZorvaneCore/ZRCoreUtils.h"
+#include "ZorvaneCore/ZRDictionaryUtils.h"
+
+namespace zorvane {
+namespace {
+
+constexpr int kTrackingAuthorized = 3;
+
+std::atomic<bool> proxyConfigured{false};
+
+std::string hexDigits(std::string_view digits, std::string_view text) {
+  std::string result;
+  result.reserve(40);
+  for (const std::uint8_t byte : platform::sha1Digest(text)) {
+    result += digits[byte >> 4];
+    result += digits[byte & 15];
+  }
+  return result;
+}
+
+}  // namespace
+
+std::string ZRAnalyticsUtils::createBatchIdentifier() {
+  const double seconds = platform::hostServices().clock->now().secondsSince1970;
+  // Reading the milliseconds as a Value clamps a clock that stands beyond any date.
+  const std::int64_t milliseconds = Value(seconds * 1000.0).integerValue();
+  return platform::textOfInteger(milliseconds) + "-" + platform::randomUUID();
+}
+
+std::optional<std::string> ZRAnalyticsUtils::getRequestIDForPayload(const Dictionary* payload) {
+  if (!payload) return std::nullopt;
+  Array components;
+  for (const std::string_view path : {"meta.bid", "meta.request_time", "query_params.unique_id"}) {
+    components.push_back(validObjectForKeyPath(*payload, path));
+    if (components.back().isNil()) return std::nullopt;
+  }
+  return getSignatureWithComponents(components);
+}
+
+std::string ZRAnalyticsUtils::getSignatureWithComponents(const Array& components) {
+  std::string text;
+  for (const Value& component : components) text += component.description();
+  return hexDigits("0123456789ABCDEF", text);
+}
+
+std::string ZRAnalyticsUtils::sha1(std::string_view text) { return hexDigits("0123456789abcdef", text); }
+
+Dictionary ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(bool onlyDisabled) {
+  const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
+  const std::pair<std::string_view, bool> preferences[] = {
+      {kReportsKeyDevPrefData, store.isDataTrackingEnabled()},
+      {kReportsKeyDevPrefPush, store.isPushNotificationEnabled()},
+      {kReportsKeyDevPrefInApp, store.isInAppEnabled()},
+  };
+  Dictionary dictionary;
+  for (const auto& [key, enabled] : preferences) {
+    if (!onlyDisabled || !enabled) dictionary.set(key, enabled);
+  }
+  return dictionary;
+}
+
+std::optional<std::string> ZRAnalyticsUtils::advertiserID() {
+  const auto& service = platform::hostServices().advertising;
+  const auto identifier = service ? service->advertisingIdentifier() : std::nullopt;
+  if (!identifier) {
+    logLine("ADSupport Framework unavailable");
+    return std::nullopt;
+  }
+  if (service->trackingAuthorizationStatus() != kTrackingAuthorized) {
+    logLine("ATTrackingManager trackingAuthorizationStatus is Not Authorized");
+    return std::nullopt;
+  }
+  return identifier;
+}
+
+void ZRAnalyticsUtils::saveAdvertisingID(const std::optional<std::string>& identifier) {
+  if (!identifier) return;
+  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+  defaults.setObjectForKey(*identifier, kUserDefaultsKeyIDFA);
+  (void)defaults.synchronize();
+}
+
+Value ZRAnalyticsUtils::getSavedAdvertisingID() {
+  return ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyIDFA);
+}
+
+bool ZRAnalyticsUtils::isAppDelegateProxyConfigured() { return proxyConfigured.load(); }
+void ZRAnalyticsUtils::appDelegateProxyConfigured() { proxyConfigured.store(true); }
+
+bool ZRAnalyticsUtils::shouldTrackUserAttribute() {
+  const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
+  return store.isAccountActive() && store.isDataTrackingEnabled() && ZRCoreUtils::isSDKEnabled();
+}
+
+}  // namespace zorvane

@@ -1,0 +1,33 @@
+#include "ZRAnalytics/Utils/ZRArchiving.h"
+
+#include "Platform/Files/FileSystem.h"
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZorvaneCore/ZRCoreUtils.h"
+
+namespace zorvane {
+namespace {
+
+// Far above any session or attribute cache; what is larger is no file of ours.
+constexpr std::size_t kMaximumArchiveSize = 64u << 20;
+
+}  // namespace
+
+std::string archivePath(std::string_view name) {
+  const std::string directory = platform::joinPath(ZRCoreUtils::getSDKLibraryDirectoryPath(), kArchiveDirectoryName);
+  if (!platform::fileExists(directory)) (void)platform::makeDirectory(directory);
+  return platform::joinPath(directory, name);
+}
+
+std::shared_ptr<const platform::ArchivedObject> readArchive(const std::string& path, std::string_view rootClass,
+                                                            std::span<const std::string_view> classes) {
+  const auto bytes = platform::readFile(path, kMaximumArchiveSize);
+  if (!bytes) return nullptr;
+  auto root = platform::unarchiveRootObject(bytes.value(), rootClass, classes);
+  return root ? std::move(root).value() : nullptr;
+}
+
+void writeArchive(const std::string& path, const std::shared_ptr<const platform::ArchivedObject>& root) {
+  (void)platform::replaceFileAtomically(path, platform::archiveRootObject(root));
+}
+
+}  // namespace zorvane

@@ -1,0 +1,58 @@
+#include "ZRAnalytics/Utils/ZRReport.h"
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "Platform/Values/Text.h"
+#include "ZorvaneCore/ZRLogger.h"
+
+#if __has_include(<execinfo.h>)
+#include <execinfo.h>
+#endif
+
+namespace zorvane {
+namespace {
+
+std::vector<std::string> callStackSymbols() {
+  std::vector<std::string> symbols;
+#if __has_include(<execinfo.h>)
+  void* frames[64];
+  const int count = backtrace(frames, 64);
+  if (char** const names = backtrace_symbols(frames, count)) {
+    symbols.assign(names, names + count);
+    std::free(names);
+  }
+#endif
+  return symbols;
+}
+
+std::string currentExceptionText() {
+  try {
+    throw;
+  } catch (const std::exception& exception) {
+    return exception.what();
+  } catch (...) {
+    return "unknown exception";
+  }
+}
+
+}  // namespace
+
+void logLine(std::string_view pattern, std::initializer_list<Value> arguments) {
+  ZRLogger& logger = ZRLogger::sharedInstance();
+  if (logger.hasSink()) logger.logWithTypeAndFormatArgs(1, Array{platform::formatText(pattern, arguments)});
+}
+
+void reportCurrentException(const ReportSite& site, std::string_view pattern) noexcept {
+  try {
+    ZRLogger& logger = ZRLogger::sharedInstance();
+    if (!logger.hasSink()) return;
+    const Array arguments{site.file, site.line, site.operation,
+                          platform::formatText(pattern, {currentExceptionText()})};
+    logger.logErrorWithFormatArgsAndStackTrace(arguments, callStackSymbols());
+  } catch (...) {  // no memory for a report: the guarded operation still ends quietly
+  }
+}
+
+}  // namespace zorvane

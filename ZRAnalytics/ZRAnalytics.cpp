@@ -1,0 +1,161 @@
+#include "ZRAnalytics/ZRAnalytics.h"
+
+#include "Platform/HostServices.h"
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
+#include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
+#include "ZorvaneCore/ZRCoreConstants.h"
+#include "ZorvaneCore/ZRCoreUtils.h"
+
+namespace zorvane {
+namespace {
+
+constexpr std::string_view kFile = "ZRAnalytics";
+
+bool isAccountActive() { return ZRConfigDataManager::sharedInstance().isAccountActive(); }
+
+platform::Queue& globalQueue(platform::Priority priority) {
+  return platform::hostServices().scheduler->globalQueue(priority);
+}
+
+}  // namespace
+
+ZRAnalytics& ZRAnalytics::sharedInstance() {
+  // Held by a shared pointer for the weak references that the core keeps; never released.
+  static const std::shared_ptr<ZRAnalytics>* const shared = [] {
+    auto* facade = new std::shared_ptr<ZRAnalytics>(new ZRAnalytics);
+    ZorvaneCore::sharedInstance().setAppIdUpdateDelegate(*facade);
+    guarded({kFile, "init"}, "exception while initializing Analytics: %@",
+            [&] { (*facade)->migrateSDKUserDefaultsInfo(); });
+    return facade;
+  }();
+  return **shared;
+}
+
+void ZRAnalytics::migrateSDKUserDefaultsInfo() {
+  platform::DefaultsStore& standard = platform::standardDefaults();
+  platform::DefaultsStore& own = ZRCoreUtils::getSDKUserDefault();
+  for (const std::string_view key : {kUserDefaultsKeySDKVersion, kUserDefaultsKeyVersionInstallStatus,
+                                     kUserDefaultsKeyModifiedUserAttrUniqueID, kUserDefaultsKeyIDFA}) {
+    Value value = standard.objectForKey(key);
+    if (value.isNil()) continue;
+    own.setObjectForKey(std::move(value), key);
+    standard.removeObjectForKey(key);
+  }
+  (void)standard.synchronize();
+  (void)own.synchronize();
+}
+
+void ZRAnalytics::initializeAnalytics() {
+  guarded({kFile, "initializeAnalytics"}, "exception while initializing Analytics: %@", [this] { updateModules(); });
+}
+
+void ZRAnalytics::updateModules() {
+  guarded({kFile, "updateModules"}, "exception in Analytics UpdateModules is %@", [] {
+    if (!isAccountActive()) {
+      logLine("Account Disabled");
+      return;
+    }
+    ZRSessionManager::sharedSessionManager().appOpenedWithSourceArray({});
+    ZREventsHandler& events = ZREventsHandler::sharedInstance();
+    events.syncToServerFromDumpFile();
+    events.flushEventsInBackgroundAndResetWithCompletionBlock(false, false, [](bool success, bool attempted) {
+      if (!attempted) return;
+      logLine(success ? "Report add successful for previous sessions" : "Report add unsuccessful for previous sessions");
+    });
+  });
+}
+
+void ZRAnalytics::trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties) {
+  if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
+  guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
+    globalQueue(platform::Priority::Default).async([name, properties = std::move(properties)]() mutable {
+      ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(name, std::move(properties), nullptr);
+    });
+  });
+}
+
+void ZRAnalytics::flushWithCompletionBlock(std::function<void(bool)> completion) {
+  guarded({kFile, "flushWithCompletionBlock"}, "SyncNow exception : %@", [&] {
+    if (!isAccountActive()) return;
+    globalQueue(platform::Priority::Background).async([completion = std::move(completion)] {
+      logLine("Flush Initiated");
+      ZREventsHandler::sharedInstance().flushWithCompletionBlock(
+          [completion](bool success, bool /*attempted*/) { callBlock(completion, success); });
+    });
+  });
+}
+
+void ZRAnalytics::syncNow() { flushWithCompletionBlock(nullptr); }
+
+void ZRAnalytics::disablePeriodicFlush() { ZREventsHandler::sharedInstance().disablePeriodicFlush(); }
+
+void ZRAnalytics::setFlushInterval(std::int64_t seconds) {
+  ZREventsHandler::sharedInstance().setFlushInterval(seconds);
+}
+
+void ZRAnalytics::processURL(const std::optional<URL>& url) {
+  guarded({kFile, "processURL"}, "exception in processing URL : %@", [&] {
+    if (!url || !isAccountActive()) return;
+    if (ZRCoreUtils::isAppDelegateProxyEnabled() && ZRAnalyticsUtils::isAppDelegateProxyConfigured()) {
+      // The proxy passes every opened URL on already.
+      logLine("AppDelegate proxy is enabled.");
+      return;
+    }
+    ZRSessionManager::processURL(*url);
+  });
+}
+
+void ZRAnalytics::updateSourcesForCurrentSession(const std::optional<ZRSourceArray>& sources) {
+  guarded({kFile, "updateSourcesForCurrentSession"}, "exception is %@",
+          [&] { ZRSessionManager::sharedSessionManager().updateSourcesForCurrentSession(sources); });
+}
+
+std::shared_ptr<ZREventTriggerDelegate> ZRAnalytics::inappTriggerDelegate() const {
+  platform::MutexLock lock(delegatesMutex_);
+  return inappTriggerDelegate_.lock();
+}
+
+void ZRAnalytics::setInappTriggerDelegate(std::weak_ptr<ZREventTriggerDelegate> delegate) {
+  platform::MutexLock lock(delegatesMutex_);
+  inappTriggerDelegate_.swap(delegate);
+}
+
+std::shared_ptr<ZREventTriggerDelegate> ZRAnalytics::messagingTriggerDelegate() const {
+  platform::MutexLock lock(delegatesMutex_);
+  return messagingTriggerDelegate_.lock();
+}
+
+void ZRAnalytics::setMessagingTriggerDelegate(std::weak_ptr<ZREventTriggerDelegate> delegate) {
+  platform::MutexLock lock(delegatesMutex_);
+  messagingTriggerDelegate_.swap(delegate);
+}
+
+void ZRAnalytics::appIDChangeHandledWithCompletionBlock(std::function<void()> completion) {
+  flushWithCompletionBlock([completion = std::move(completion)](bool /*success*/) {
+    ZREventsHandler::sharedInstance().cleanUp();
+    callBlock(completion);
+  });
+}
+
+void ZRAnalytics::zorvaneSDKStateUpdated() {
+  guarded({kFile, "zorvaneSDKStateUpdated"}, "exception is %@", [] {
+    ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
+    if (ZRCoreUtils::isSDKEnabled()) {
+      sessions.reinitiateSession();
+      return;
+    }
+    ZREventsHandler& events = ZREventsHandler::sharedInstance();
+    events.clearEventsdata();
+    events.disablePeriodicFlush();
+    platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+    defaults.removeObjectForKey(kUserDefaultsKeyIDFA);
+    (void)defaults.synchronize();
+    sessions.resetSession();
+  });
+}
+
+}  // namespace zorvane
