@@ -14,8 +14,8 @@ struct QueryItem {
   std::optional<std::string> value;
 };
 
-// The items of the text's query in order, percent-decoded ("+" stays a plus); empty when there is no query or the text is
-// no URL. Linear in the text's length.
+// The items of the text's query in order, percent-decoded ("+" stays a plus); empty when there is no query or the text
+// is no URL. Linear in the text's length.
 std::vector<QueryItem> queryItemsOfURL(std::string_view text);
 
 }  // namespace zorvane::platform
