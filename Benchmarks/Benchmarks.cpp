@@ -7,7 +7,7 @@
 #include <mutex>
 #include <vector>
 
-#include "Benchmarks/Workload.h"
+#include "Workload.h"
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"

@@ -1,4 +1,4 @@
-#include "Benchmarks/Workload.h"
+#include "Workload.h"
 
 #include <fcntl.h>
 #include <unistd.h>

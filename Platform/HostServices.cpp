@@ -10,8 +10,6 @@
 
 namespace zorvane::platform {
 
-std::shared_ptr<LocaleService> makeProcessLocale();
-std::shared_ptr<TimeZone> makeProcessTimeZone();
 
 namespace {
 
