@@ -9,8 +9,6 @@
 #include "Platform/Dispatch/Mutex.h"
 
 namespace zorvane::platform {
-
-
 namespace {
 
 struct Configuration {
