@@ -281,7 +281,13 @@ void ZREventsHandler::setReportsResetInvocationInBackgroundAndResetWithCompletio
 void ZREventsHandler::loadBatches() {
   batches_ = getBatches();
   if (!batches_) return;
-  for (const ZRStoredBatch& batch : batches_->batches()) knownBatches_.insert(batch.key);
+  for (const ZRStoredBatch& batch : batches_->batches()) {
+    knownBatches_.insert(batch.key);
+    if (batch.value.isDictionary() || batch.value.isArray()) continue;
+    // Nothing in there can be sent, now or later; it goes with the next rewriting of the file.
+    logLine("Batch Events plist : the entry %@ is no batch and is dropped", {batch.key});
+    batches_->remove(batch.key);
+  }
 }
 
 // Leaves in the file the batches still to be accepted, and those that were saved since they were loaded.
