@@ -61,13 +61,13 @@ std::size_t LazyPropertyListValue::countOfKey(std::string_view key) const {
   std::size_t element = 0;
   BinaryObject array;
   if (!findElement(source_->objects, object_, key, element) || !source_->objects.read(element, array)) return 0;
-  return array.kind == BinaryObject::Kind::Array ? array.count : 0;
+  return array.kind == BinaryObject::Kind::List ? array.count : 0;
 }
 
 bool LazyPropertyListValue::isArray() const {
   if (!source_) return value_.isArray();
   BinaryObject object;
-  return source_->objects.read(object_, object) && object.kind == BinaryObject::Kind::Array;
+  return source_->objects.read(object_, object) && object.kind == BinaryObject::Kind::List;
 }
 
 void LazyPropertyListValue::appendJSONOfKey(std::string_view key, std::string& out) const {
