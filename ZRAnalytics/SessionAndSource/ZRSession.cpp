@@ -12,6 +12,12 @@ namespace {
 
 constexpr double kLateSourceSeconds = 5.0;
 
+// A null pointer is no source.
+ZRSourceArray withoutNulls(ZRSourceArray sources) {
+  std::erase(sources, nullptr);
+  return sources;
+}
+
 Date now() { return platform::hostServices().clock->now(); }
 
 }  // namespace
@@ -24,7 +30,7 @@ std::shared_ptr<ZRSession> ZRSession::initNewSessionWithSourcesAndIsBackgroundIn
   session->sessionStartTime_ = now();
   session->sessionLastInteractionTime_ = now();
   session->backgroundInitiated_ = backgroundInitiated;
-  session->sessionSources_ = std::move(sources);
+  session->sessionSources_ = withoutNulls(std::move(sources));
   return session;
 }
 
@@ -80,7 +86,7 @@ bool ZRSession::updateSessionWithSources(const std::optional<ZRSourceArray>& sou
     platform::MutexLock lock(mutex_);
     if (!sessionSources_.empty() || !sessionStartTime_) return false;
     if (!(sessionStartTime_->secondsSince1970 + kLateSourceSeconds > time.secondsSince1970)) return false;
-    sessionSources_ = *sources;
+    sessionSources_ = withoutNulls(*sources);
   }
   logLine("-- Analytics -- Source Updated");
   return true;

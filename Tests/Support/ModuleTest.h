@@ -1,0 +1,106 @@
+// The module on a manual scheduler, a standing clock, a scripted service and a temporary directory.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Platform/Dispatch/ManualScheduler.h"
+#include "Platform/HostServices.h"
+#include "ZorvaneCore/CoreSetup.h"
+#include "ZorvaneCore/ZRLogger.h"
+
+namespace zorvane::testing {
+
+// Keeps what the module logs. Thread-safe.
+class LogRecorder final : public ZRLogSink {
+ public:
+  struct ErrorRecord {
+    std::string file;
+    std::int64_t line;
+    std::string operation;
+    std::string message;
+  };
+
+  void logMessage(std::int64_t type, const std::string& message) override;
+  void logError(const std::string& file, std::int64_t line, const std::string& operation, const std::string& message,
+                const std::vector<std::string>& callStack) override;
+
+  std::vector<std::string> messages() const;
+  std::vector<ErrorRecord> errors() const;
+  // How often the very message was logged.
+  std::size_t count(const std::string& message) const;
+  bool has(const std::string& message) const { return count(message) > 0; }
+  void clear();
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::string> messages_;
+  std::vector<ErrorRecord> errors_;
+};
+
+// A service that answers as the test says. Thread-safe.
+class FakeService final : public NetworkTransport {
+ public:
+  struct Request {
+    std::string url;
+    std::vector<std::pair<std::string, std::string>> headers;
+    Value body;  // parsed
+    std::string header(const std::string& name) const;
+  };
+
+  void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override;
+
+  // The status of each request as it arrives; by default 200. With hold set, nothing is answered until answerNext().
+  std::function<int(const Request&)> decide = [](const Request&) { return 200; };
+  bool hold = false;
+
+  // Answers the oldest held request on the calling thread; the caller then runs the scheduler.
+  void answerNext(int status);
+  std::size_t heldCount() const;
+  std::vector<Request> requests() const;
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<Request> requests_;
+  std::vector<std::function<void(const TransportResponse&)>> held_;
+};
+
+class ModuleTest : public ::testing::Test {
+ protected:
+  static constexpr double kStart = 1795255200;  // 2026-11-21 10:00:00 UTC
+
+  ModuleTest();
+  ~ModuleTest() override;
+
+  // Sets the host services and the core up. Before the first use of the module; directories exist already, so that a test
+  // can put files there first.
+  void start(const Dictionary& configuration = {}, const std::string& appId = "APP");
+  // Runs everything that waits; answers of the service included.
+  void settle() { scheduler_->runAll(); }
+
+  std::string documents(const std::string& name) const { return (directory_ / "Documents" / name).string(); }
+  std::string library(const std::string& name) const { return (directory_ / "Library" / name).string(); }
+  static std::string readAll(const std::string& path);
+  static void writeAll(const std::string& path, const std::string& content);
+  // The batch file's content; empty when there is none.
+  Dictionary batchFile() const;
+  // The events of all report requests so far, in order, as records.
+  std::vector<Dictionary> reportedEvents() const;
+  static std::vector<std::string> eventNames(const Array& events);
+
+  std::filesystem::path directory_;
+  std::shared_ptr<platform::ManualClock> clock_;
+  std::shared_ptr<platform::ManualScheduler> scheduler_;
+  std::shared_ptr<platform::NotificationCenter> center_;
+  std::shared_ptr<FakeService> service_;
+  std::shared_ptr<LogRecorder> log_;
+};
+
+}  // namespace zorvane::testing
