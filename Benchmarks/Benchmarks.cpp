@@ -7,10 +7,10 @@
 #include <mutex>
 #include <vector>
 
-#include "Benchmarks/Workload.h"
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"
+#include "Workload.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 
@@ -170,7 +170,8 @@ void EncodeABody(benchmark::State& state) {
     benchmark::DoNotOptimize(copy.data());
     limitSeconds += secondsNow() - start;
   }
-  state.counters["MB_per_s"] = static_cast<double>(body.size()) * static_cast<double>(state.iterations()) / encodeSeconds / 1e6;
+  state.counters["MB_per_s"] =
+      static_cast<double>(body.size()) * static_cast<double>(state.iterations()) / encodeSeconds / 1e6;
   state.counters["times_limit"] = encodeSeconds / limitSeconds;
 }
 BENCHMARK(EncodeABody)->Unit(benchmark::kMicrosecond);

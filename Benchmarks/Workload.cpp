@@ -1,4 +1,4 @@
-#include "Benchmarks/Workload.h"
+#include "Workload.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -26,7 +26,9 @@ const std::string& workFolder() {
   return folder;
 }
 
-void removeWorkFolder() { std::filesystem::remove_all(workFolder()); }
+void removeWorkFolder() {
+  std::filesystem::remove_all(workFolder());
+}
 
 void startModule() {
   platform::HostServices host;
@@ -59,8 +61,8 @@ Dictionary batchOf30(const std::string& batchID, int firstNumber) {
   return {{"events", std::move(events)},
           {"batch_id", batchID},
           {"request_time", "2026-11-21T10:00:00.000Z"},
-          {"session",
-           Dictionary{{"session_id", "0B5B3C8E-9C1B-4E55-8D5A-1F6B3C8E9C1B"}, {"start_time", "2026-11-21T10:00:00.000Z"}}},
+          {"session", Dictionary{{"session_id", "0B5B3C8E-9C1B-4E55-8D5A-1F6B3C8E9C1B"},
+                                 {"start_time", "2026-11-21T10:00:00.000Z"}}},
           {"source", Array{}}};
 }
 

@@ -65,7 +65,9 @@ void FakeService::send(TransportRequest request, std::function<void(const Transp
   }
   platform::hostServices()
       .scheduler->globalQueue(platform::Priority::Default)
-      .async([completion = std::move(completion), status] { completion(TransportResponse{status, "{}", ""}); });
+      .async([completion = std::move(completion), status] {
+        completion(TransportResponse{status, "{}", ""});
+      });
 }
 
 void FakeService::answerNext(int status) {

@@ -79,8 +79,8 @@ class ModuleTest : public ::testing::Test {
   ModuleTest();
   ~ModuleTest() override;
 
-  // Sets the host services and the core up. Before the first use of the module; directories exist already, so that a test
-  // can put files there first.
+  // Sets the host services and the core up. Before the first use of the module; directories exist already, so that a
+  // test can put files there first.
   void start(const Dictionary& configuration = {}, const std::string& appId = "APP");
   // Runs everything that waits; answers of the service included.
   void settle() { scheduler_->runAll(); }

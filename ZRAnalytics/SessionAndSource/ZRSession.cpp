@@ -18,7 +18,9 @@ ZRSourceArray withoutNulls(ZRSourceArray sources) {
   return sources;
 }
 
-Date now() { return platform::hostServices().clock->now(); }
+Date now() {
+  return platform::hostServices().clock->now();
+}
 
 }  // namespace
 
@@ -66,7 +68,9 @@ std::shared_ptr<platform::ArchivedObject> ZRSession::encodeWithCoder() const {
   return coder;
 }
 
-std::string ZRSession::generateSessionID() { return platform::randomUUID(); }
+std::string ZRSession::generateSessionID() {
+  return platform::randomUUID();
+}
 
 void ZRSession::updateLastInteractionTime() {
   const Date time = now();
@@ -96,8 +100,8 @@ Dictionary ZRSession::getSessionInfoDict() const {
   platform::MutexLock lock(mutex_);
   Dictionary info;
   info.setObjectNilHandledForKey(sessionID_, kAnalyticsSessionID);
-  const auto start = ZRDateUtils::getStringForDateWithFormatAndForGMTTimeZone(sessionStartTime_,
-                                                                              kZRDateFormatISO8601MilliSec, true);
+  const auto start =
+      ZRDateUtils::getStringForDateWithFormatAndForGMTTimeZone(sessionStartTime_, kZRDateFormatISO8601MilliSec, true);
   if (start) info.set(kAnalyticsSessionStartTime, *start);
   return info;
 }
@@ -125,8 +129,7 @@ bool ZRSession::backgroundInitiated() const {
 
 std::shared_ptr<ZRSessionInfo> ZRSessionInfo::initWithCoder(const platform::ArchivedObject& coder) {
   auto info = std::make_shared<ZRSessionInfo>();
-  const auto session =
-      coder.decodeObject(kAnalyticsStorageCurrentSessionKey).asObject<platform::ArchivedObject>();
+  const auto session = coder.decodeObject(kAnalyticsStorageCurrentSessionKey).asObject<platform::ArchivedObject>();
   if (session && session->className() == ZRSession::kClassName) {
     info->setCurrentSession(ZRSession::initWithCoder(*session));
   }
