@@ -14,8 +14,14 @@ void CountingTransport::send(TransportRequest request, std::function<void(const 
   std::string url = request.url;
   transport_->send(std::move(request),
                    [this, url = std::move(url), completion = std::move(completion)](const TransportResponse& response) {
+                     // Whatever the completion does, the request is over.
+                     struct Answered {
+                       CountingTransport& self;
+                       const std::string& url;
+                       const TransportResponse& response;
+                       ~Answered() { self.requestAnswered(url, response); }
+                     } answered{*this, url, response};
                      if (completion) completion(response);
-                     requestAnswered(url, response);
                    });
 }
 
