@@ -262,7 +262,8 @@ TEST_F(RequestTest, WithoutAnEndpointTheAnswerIsAFailureThatComesLater) {
   execute(kServiceReportAdd, {{"meta", Dictionary{{"bid", "b"}}}});
   EXPECT_TRUE(answers_.empty());
   settle();
-  EXPECT_EQ(answers_, (Array{Array{false, Value()}}));
+  ASSERT_EQ(answers_.size(), 1u);
+  EXPECT_EQ(answers_[0], (Array{false, Value()}));
   EXPECT_EQ(hooks_, (std::vector<std::string>{"send 2 b", "answer 2 b no"}));
 }
 
