@@ -93,25 +93,17 @@ TEST_F(PropertiesTest, ADateTextIsTakenInEitherPatternAndOnlyWhole) {
   }
 }
 
-TEST_F(PropertiesTest, EpochSecondsAreTakenWithoutACheck) {
+TEST_F(PropertiesTest, NumbersOfTimesAndPlacesAreTakenWithoutACheck) {
   for (const double seconds : {1.5, 0.0, -2.0}) properties_.addDateEpochAttributeWithName(seconds, "t");
   EXPECT_EQ(properties_.getDateTimeAttributesArray(),
-            (Array{Dictionary{{"t", 1500.0}}, Dictionary{{"t", 0.0}}, Dictionary{{"t", -2000.0}}}));
+            (Array{Dictionary{{"t", 1500}}, Dictionary{{"t", 0}}, Dictionary{{"t", -2000}}}));
   EXPECT_TRUE(properties_.getDateTimeAttributesArray()[0].asDictionary()->find("t")->asDouble());
-}
-
-TEST_F(PropertiesTest, PlacesAreTextsOfSixDigits) {
-  const struct {
-    double latitude, longitude;
-    const char* text;
-  } cases[] = {{0, 0, "0.000000,0.000000"},
-               {12.971599, 77.594563, "12.971599,77.594563"},
-               {-90, 1000.00000051, "-90.000000,1000.000001"}};
-  for (const auto& [latitude, longitude, text] : cases) {
-    properties_.setLocationAttrArray({});
+  for (const auto& [latitude, longitude] : {std::pair{0.0, 0.0}, {12.971599, 77.594563}, {-90.0, 1000.00000051}}) {
     properties_.addLocationAttributeWithName(ZRGeoLocation::initWithLatitudeAndLongitude(latitude, longitude), "l");
-    EXPECT_EQ(properties_.getLocationAttributesArray(), (Array{Dictionary{{"l", text}}}));
   }
+  EXPECT_EQ(properties_.getLocationAttributesArray(),
+            (Array{Dictionary{{"l", "0.000000,0.000000"}}, Dictionary{{"l", "12.971599,77.594563"}},
+                   Dictionary{{"l", "-90.000000,1000.000001"}}}));
 }
 
 TEST_F(PropertiesTest, WhatTheServiceCannotTakeIsConvertedInDictionariesButNotInArrays) {

@@ -1,3 +1,5 @@
+#include <regex>
+
 #include "Platform/Files/FileSystem.h"
 #include "Support/ModuleTest.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
@@ -25,14 +27,13 @@ class SessionTest : public ModuleTest {
     return completions;
   }
   void post(std::string_view notification) { center_->post(notification); }
-  // Whether the file, read by a later launch, holds this session.
-  std::string savedSessionID() const {
+  // As the next launch would read it; null when there is none or the file is unreadable.
+  std::shared_ptr<ZRSession> savedSession() const {
     const std::string_view classes[] = {"ZRSessionInfo", "ZRSession", "ZRSource"};
     const auto root = platform::unarchiveRootObject(readAll(file()), "ZRSessionInfo", classes);
-    if (!root) return "unreadable";
-    const auto session = ZRSessionInfo::initWithCoder(*root.value())->currentSession();
-    return session ? session->sessionID().description() : "(null)";
+    return root ? ZRSessionInfo::initWithCoder(*root.value())->currentSession() : nullptr;
   }
+  std::string savedSessionID() const { return savedSession() ? savedSession()->sessionID().description() : "(null)"; }
   std::string file() const { return library("ZrvData/ZRSessionInfo"); }
 };
 
@@ -292,52 +293,46 @@ TEST_F(SessionTest, TheSessionComesBackAfterARestart) {
   EXPECT_TRUE(manager().hasCurrentSessionExpired());
 }
 
-// As the releases before this one wrote it: mutable containers and texts, a shared class entry, keys of no concern.
-constexpr char kEarlierArchive[] = R"(<?xml version="1.0" encoding="UTF-8"?>
+// As the releases before this one wrote it, with mutable containers and texts, shared entries and a key of no concern.
+std::string earlierArchive() {
+  // "@n" stands for a reference to the n-th entry, "[name superclass]" for the entry of a class.
+  const char* const text = R"(<?xml version="1.0" encoding="UTF-8"?>
 <!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
 <plist version="1.0"><dict>
-<key>$version</key><integer>100000</integer>
-<key>$archiver</key><string>NSKeyedArchiver</string>
-<key>$top</key><dict><key>root</key><dict><key>CF$UID</key><integer>1</integer></dict></dict>
+<key>$version</key><integer>100000</integer> <key>$archiver</key><string>NSKeyedArchiver</string>
+<key>$top</key><dict><key>root</key>@1</dict>
 <key>$objects</key><array>
 <string>$null</string>
-<dict><key>zrv_current_session</key><dict><key>CF$UID</key><integer>2</integer></dict>
-  <key>$class</key><dict><key>CF$UID</key><integer>16</integer></dict></dict>
-<dict><key>session_id</key><dict><key>CF$UID</key><integer>3</integer></dict>
-  <key>background_initiated</key><true/>
-  <key>start_time</key><dict><key>CF$UID</key><integer>4</integer></dict>
-  <key>last_interaction_time</key><dict><key>CF$UID</key><integer>6</integer></dict>
-  <key>sources</key><dict><key>CF$UID</key><integer>7</integer></dict>
-  <key>retired</key><integer>1</integer>
-  <key>$class</key><dict><key>CF$UID</key><integer>15</integer></dict></dict>
+<dict><key>zrv_current_session</key>@2 <key>$class</key>@16</dict>
+<dict><key>session_id</key>@3 <key>background_initiated</key><true/> <key>start_time</key>@4
+  <key>last_interaction_time</key>@6 <key>sources</key>@7 <key>retired</key><integer>1</integer> <key>$class</key>@15</dict>
 <string>9F0B4F0C-7C52-4F6E-9A57-0E2A4C6D8E10</string>
-<dict><key>NS.time</key><real>816947999.25</real><key>$class</key><dict><key>CF$UID</key><integer>5</integer></dict></dict>
-<dict><key>$classname</key><string>NSDate</string><key>$classes</key><array><string>NSDate</string><string>NSObject</string></array></dict>
-<dict><key>NS.time</key><real>816948000</real><key>$class</key><dict><key>CF$UID</key><integer>5</integer></dict></dict>
-<dict><key>NS.objects</key><array><dict><key>CF$UID</key><integer>8</integer></dict></array>
-  <key>$class</key><dict><key>CF$UID</key><integer>14</integer></dict></dict>
-<dict><key>source</key><dict><key>CF$UID</key><integer>9</integer></dict>
-  <key>source_url</key><dict><key>CF$UID</key><integer>0</integer></dict>
-  <key>campaign_id</key><dict><key>CF$UID</key><integer>10</integer></dict>
-  <key>extras</key><dict><key>CF$UID</key><integer>11</integer></dict>
-  <key>$class</key><dict><key>CF$UID</key><integer>13</integer></dict></dict>
-<dict><key>NS.string</key><string>news &amp; more</string><key>$class</key><dict><key>CF$UID</key><integer>17</integer></dict></dict>
+<dict><key>NS.time</key><real>816947999.25</real> <key>$class</key>@5</dict>
+[NSDate NSObject]
+<dict><key>NS.time</key><real>816948000</real> <key>$class</key>@5</dict>
+<dict><key>NS.objects</key><array>@8</array> <key>$class</key>@14</dict>
+<dict><key>source</key>@9 <key>source_url</key>@0 <key>campaign_id</key>@10 <key>extras</key>@11 <key>$class</key>@13</dict>
+<dict><key>NS.string</key><string>news &amp; more</string> <key>$class</key>@17</dict>
 <integer>42</integer>
-<dict><key>NS.keys</key><array><dict><key>CF$UID</key><integer>3</integer></dict></array>
-  <key>NS.objects</key><array><dict><key>CF$UID</key><integer>9</integer></dict></array>
-  <key>$class</key><dict><key>CF$UID</key><integer>12</integer></dict></dict>
-<dict><key>$classname</key><string>NSMutableDictionary</string><key>$classes</key><array><string>NSMutableDictionary</string><string>NSDictionary</string><string>NSObject</string></array></dict>
-<dict><key>$classname</key><string>ZRSource</string><key>$classes</key><array><string>ZRSource</string><string>NSObject</string></array></dict>
-<dict><key>$classname</key><string>NSMutableArray</string><key>$classes</key><array><string>NSMutableArray</string><string>NSArray</string><string>NSObject</string></array></dict>
-<dict><key>$classname</key><string>ZRSession</string><key>$classes</key><array><string>ZRSession</string><string>NSObject</string></array></dict>
-<dict><key>$classname</key><string>ZRSessionInfo</string><key>$classes</key><array><string>ZRSessionInfo</string><string>NSObject</string></array></dict>
-<dict><key>$classname</key><string>NSMutableString</string><key>$classes</key><array><string>NSMutableString</string><string>NSString</string><string>NSObject</string></array></dict>
+<dict><key>NS.keys</key><array>@3</array> <key>NS.objects</key><array>@9</array> <key>$class</key>@12</dict>
+[NSMutableDictionary NSDictionary]
+[ZRSource NSObject]
+[NSMutableArray NSArray]
+[ZRSession NSObject]
+[ZRSessionInfo NSObject]
+[NSMutableString NSString]
 </array></dict></plist>
 )";
+  const std::string references =
+      std::regex_replace(text, std::regex("@(\\d+)"), "<dict><key>CF$$UID</key><integer>$1</integer></dict>");
+  return std::regex_replace(references, std::regex("\\[(\\w+) (\\w+)\\]"),
+                            "<dict><key>$$classname</key><string>$1</string><key>$$classes</key>"
+                            "<array><string>$1</string><string>$2</string></array></dict>");
+}
 
 TEST_F(SessionTest, TheFileOfAnEarlierReleaseIsRead) {
   std::filesystem::create_directory(library("ZrvData"));
-  writeAll(file(), kEarlierArchive);
+  writeAll(file(), earlierArchive());
   start();
   const std::string id = "9F0B4F0C-7C52-4F6E-9A57-0E2A4C6D8E10";
   EXPECT_EQ(manager().getCurrentSessionInfoDict(),
@@ -348,26 +343,17 @@ TEST_F(SessionTest, TheFileOfAnEarlierReleaseIsRead) {
   clock_->advance(1799);
   EXPECT_FALSE(manager().hasCurrentSessionExpired());
 
-  const std::string_view classes[] = {"ZRSessionInfo", "ZRSession", "ZRSource"};
   manager().saveSessionInfo();
-  const auto root = platform::unarchiveRootObject(readAll(file()), "ZRSessionInfo", classes);
-  ASSERT_TRUE(root);
-  const auto session = ZRSessionInfo::initWithCoder(*root.value())->currentSession();
+  const auto session = savedSession();
+  ASSERT_TRUE(session);
   EXPECT_TRUE(session->backgroundInitiated());
   EXPECT_EQ(session->sessionStartTime(), Date{kStart - 0.75});
   EXPECT_EQ(session->sessionLastInteractionTime(), Date{kStart});
 }
 
 TEST_F(SessionTest, AnUnreadableFileIsNoSession) {
-  const std::string archive = kEarlierArchive;
-  const auto with = [&](const std::string& what, const std::string& by) {
-    std::string changed = archive;
-    for (std::size_t at = changed.find(what); at != std::string::npos; at = changed.find(what, at + by.size())) {
-      changed.replace(at, what.size(), by);
-    }
-    EXPECT_NE(changed, archive);
-    return changed;
-  };
+  const std::string archive = earlierArchive();
+  const auto with = [&](const char* what, const char* by) { return std::regex_replace(archive, std::regex(what), by); };
   const std::string contents[] = {"",
                                   "garbage",
                                   archive.substr(0, archive.size() / 2),

@@ -17,6 +17,7 @@ namespace {
 class CoreTest : public ModuleTest {
  protected:
   static ZRConfigDataManager& store() { return ZRConfigDataManager::sharedInstance(); }
+  static Dictionary configurationOf(std::string_view json) { return *platform::parseJSON(json).value().asDictionary(); }
 };
 
 TEST_F(CoreTest, EverySwitchOfTheConfigurationHasItsOwnAnswer) {
@@ -41,29 +42,13 @@ TEST_F(CoreTest, EverySwitchOfTheConfigurationHasItsOwnAnswer) {
 }
 
 TEST_F(CoreTest, TheConfigurationIsAnsweredAsItWasGiven) {
-  const Dictionary given{{"event_batch_count", 1},
-                         {"periodic_flush_duration", 2},
-                         {"minimum_periodic_flush_duration", 3},
-                         {"s_i_d", 4},
-                         {"user_attribute_caching_duration", 5},
-                         {"idfa_authorization", 6},
-                         {"app_group_id", "g"},
-                         {"app_version", "2.0"},
-                         {"sdk_version", "3.0"},
-                         {"idfv", "v"},
-                         {"device_model", "m"},
-                         {"device_name", "n"},
-                         {"os_version", "o"},
-                         {"idfa", "a"},
-                         {"locale", "de_DE"},
-                         {"unique_id", "u"},
-                         {"query_params", Dictionary{{"os", "x"}}},
-                         {"blacklisted_events", Array{"B"}},
-                         {"whitelisted_events", Array{"W"}},
-                         {"instant_flush_events", Array{"I"}},
-                         {"source_extra_keys", Array{"k", "l"}},
-                         {"restricted_unique_ids", Array{"R"}},
-                         {"device_id_in_secure_store", true}};
+  const Dictionary given = configurationOf(R"({
+      "event_batch_count": 1, "periodic_flush_duration": 2, "minimum_periodic_flush_duration": 3, "s_i_d": 4,
+      "user_attribute_caching_duration": 5, "idfa_authorization": 6, "app_group_id": "g", "app_version": "2.0",
+      "sdk_version": "3.0", "idfv": "v", "device_model": "m", "device_name": "n", "os_version": "o", "idfa": "a",
+      "locale": "de_DE", "unique_id": "u", "query_params": {"os": "x"}, "blacklisted_events": ["B"],
+      "whitelisted_events": ["W"], "instant_flush_events": ["I"], "source_extra_keys": ["k", "l"],
+      "restricted_unique_ids": ["R"], "device_id_in_secure_store": true})");
   start(given);
   EXPECT_EQ((Array{store().getEventBatchCount(), store().getPeriodicFlushDuration(),
                    store().getMinimumPeriodicFlushDurationLimit(), store().getSessionInActiveDuration(),
@@ -92,24 +77,20 @@ TEST_F(CoreTest, TheConfigurationIsAnsweredAsItWasGiven) {
 TEST_F(CoreTest, AnUnsoundConfigurationNamesItsKeyAndChangesNothing) {
   start();
   const Dictionary before = effectiveConfiguration();
-  const std::pair<const char*, Value> unsound[] = {{"account_active", 1},
-                                                   {"s_i_d", 1.5},
-                                                   {"s_i_d", true},
-                                                   {"app_version", null},
-                                                   {"idfa", 7},
-                                                   {"blacklisted_events", "A"},
-                                                   {"source_extra_keys", Array{"a", 1}},
-                                                   {"unique_id", 7},
-                                                   {"query_params", Array{}},
-                                                   {"no_such_key", 1}};
-  for (const auto& [key, value] : unsound) {
+  const char* const unsound[] = {R"("account_active": 1)", R"("s_i_d": 1.5)",
+                                 R"("s_i_d": true)",       R"("idfa": 7)",
+                                 R"("app_version": null)", R"("blacklisted_events": "A")",
+                                 R"("unique_id": 7)",      R"("source_extra_keys": ["a", 1])",
+                                 R"("query_params": [])",  R"("no_such_key": 1)"};
+  for (const std::string entry : unsound) {
     try {
-      updateRemoteConfiguration({{"event_batch_count", 9}, {key, value}});
-      ADD_FAILURE() << key << " was taken";
+      updateRemoteConfiguration(configurationOf(R"({"event_batch_count": 9, )" + entry + "}"));
+      ADD_FAILURE() << entry << " was taken";
     } catch (const ValueError& error) {
-      EXPECT_NE(std::string(error.what()).find("\"" + std::string(key) + "\""), std::string::npos) << error.what();
+      const std::string key = entry.substr(0, entry.find(':'));
+      EXPECT_NE(std::string(error.what()).find(key), std::string::npos) << error.what();
     }
-    EXPECT_EQ(effectiveConfiguration(), before) << key;
+    EXPECT_EQ(effectiveConfiguration(), before) << entry;
   }
 }
 
@@ -135,9 +116,9 @@ TEST_F(CoreTest, ChoicesOutliveARestartAndNarrowTheConfiguration) {
   start({{"sdk_enabled", true}, {"periodic_flush_duration", 60}});
   EXPECT_TRUE(ZRCoreUtils::installRegistered());
   const Dictionary effective = effectiveConfiguration();
-  const std::pair<const char*, Value> answers[] = {
-      {"sdk_enabled", false},           {"data_tracking_enabled", false},  {"idfv_tracking_enabled", true},
-      {"idfa_tracking_enabled", false}, {"periodic_flush_enabled", false}, {"periodic_flush_duration", 17}};
+  const Dictionary answers = configurationOf(R"({
+      "sdk_enabled": false, "data_tracking_enabled": false, "idfv_tracking_enabled": true,
+      "idfa_tracking_enabled": false, "periodic_flush_enabled": false, "periodic_flush_duration": 17})");
   for (const auto& [key, value] : answers) EXPECT_EQ(effective.objectForKey(key), value) << key;
   setSDKEnabled(true);
   EXPECT_TRUE(ZRCoreUtils::isSDKEnabled());
