@@ -15,7 +15,8 @@
 
 namespace zorvane::platform {
 
-// Absolute paths. Default: below $XDG_DATA_HOME/zorvane or $HOME/.local/share/zorvane, else below the current folder.
+// Absolute paths. Default: "Documents", "Library" and "Defaults" in $XDG_DATA_HOME/zorvane or
+// $HOME/.local/share/zorvane, else in "zorvane" of the current folder.
 struct Directories {
   std::string documents;
   std::string library;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string_view>
 
 namespace zorvane::platform {
@@ -31,5 +32,7 @@ class Application {
   // A second end of the same task, and the end of 0, are harmless.
   virtual void endBackgroundTask(BackgroundTaskId id) = 0;
 };
+
+std::shared_ptr<Application> makePortableApplication();
 
 }  // namespace zorvane::platform

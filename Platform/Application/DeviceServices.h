@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "Platform/Values/Value.h"
 
@@ -39,5 +41,17 @@ class TimeZone {
   // What is added to UTC at that moment, in seconds, daylight saving included.
   virtual std::int64_t secondsFromGMT(Date date) const = 0;
 };
+
+// The parts of a locale identifier ("de_AT", "zh-Hans-CN", "en_US@currency=USD"), the language in lower case and the
+// country in upper case; empty where the identifier has none.
+std::optional<std::string> languageCodeOfLocale(std::string_view identifier);
+std::optional<std::string> countryCodeOfLocale(std::string_view identifier);
+
+// The locale that the process's environment names when this is called: the first that is set of LC_ALL, LC_MESSAGES and
+// LANG, without encoding and modifier. Nothing is known of "C" and "POSIX". No display names.
+std::shared_ptr<LocaleService> makeProcessLocale();
+// The process's time zone (TZ, else the machine's) as it is when this is called. Before the year 1 and after the year
+// 9999 the zone stays as it is at that end.
+std::shared_ptr<TimeZone> makeProcessTimeZone();
 
 }  // namespace zorvane::platform

@@ -1,9 +1,9 @@
 // A scheduler for tests: nothing runs until the test says so, everything runs on the test's thread.
 #pragma once
 
-#include <deque>
-#include <map>
+#include <cstddef>
 #include <memory>
+#include <string>
 
 #include "Platform/Dispatch/Scheduler.h"
 
@@ -20,7 +20,7 @@ class ManualScheduler final : public Scheduler {
   bool runOne();
   // Runs tasks until none waits.
   void runAll() { waitUntilIdle(); }
-  // Moves the clock on, firing each timer at its time and running all tasks after each firing.
+  // Runs all tasks, then moves the clock on, firing each timer at its time and running all tasks after each firing.
   void advance(double seconds);
   std::size_t pendingTasks() const;
 

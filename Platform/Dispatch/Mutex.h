@@ -1,6 +1,9 @@
-// std::mutex and its guard as the thread-safety analysis knows them.
+// std::mutex, its guard and its condition variable as the thread-safety analysis knows them.
 #pragma once
 
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 
 #include "Platform/Dispatch/ThreadAnnotations.h"
@@ -13,6 +16,7 @@ class ZR_CAPABILITY("mutex") Mutex {
   void unlock() ZR_RELEASE() { mutex_.unlock(); }
 
  private:
+  friend class Condition;
   std::mutex mutex_;
 };
 
@@ -25,6 +29,28 @@ class ZR_SCOPED_CAPABILITY MutexLock {
 
  private:
   Mutex& mutex_;
+};
+
+// A wait gives the mutex up and has it again when it returns. It may return for no reason: wait in a loop.
+class Condition {
+ public:
+  void wait(Mutex& mutex) ZR_REQUIRES(mutex) {
+    std::unique_lock lock(mutex.mutex_, std::adopt_lock);
+    condition_.wait(lock);
+    lock.release();
+  }
+  // Returns after so many seconds of real time at the latest; a wait of more than an hour may return after an hour.
+  void waitFor(Mutex& mutex, double seconds) ZR_REQUIRES(mutex) {
+    const std::chrono::duration<double> wait(std::clamp(seconds, 0.0, 3600.0));
+    std::unique_lock lock(mutex.mutex_, std::adopt_lock);
+    condition_.wait_for(lock, std::chrono::ceil<std::chrono::nanoseconds>(wait));
+    lock.release();
+  }
+  void notifyOne() noexcept { condition_.notify_one(); }
+  void notifyAll() noexcept { condition_.notify_all(); }
+
+ private:
+  std::condition_variable condition_;
 };
 
 }  // namespace zorvane::platform

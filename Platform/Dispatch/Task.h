@@ -17,8 +17,7 @@ class Task {
 
   Task() noexcept = default;
   template <typename F>
-    requires(!std::same_as<std::remove_cvref_t<F>, Task> && std::is_invocable_v<std::decay_t<F>&>)
-  Task(F&& callable) {
+  requires(!std::same_as<std::remove_cvref_t<F>, Task> && std::is_invocable_v<std::decay_t<F>&>) Task(F&& callable) {
     using Callable = std::decay_t<F>;
     if constexpr (sizeof(Callable) <= kInlineSize && alignof(Callable) <= alignof(std::max_align_t) &&
                   std::is_nothrow_move_constructible_v<Callable>) {
@@ -58,13 +57,12 @@ class Task {
     void operator()() { (*callable)(); }
   };
   template <typename Callable>
-  static constexpr Operations kInlineOperations{
-      [](void* self) { (*static_cast<Callable*>(self))(); },
-      [](void* to, void* from) noexcept {
-        new (to) Callable(std::move(*static_cast<Callable*>(from)));
-        static_cast<Callable*>(from)->~Callable();
-      },
-      [](void* self) noexcept { static_cast<Callable*>(self)->~Callable(); }};
+  static constexpr Operations kInlineOperations{[](void* self) { (*static_cast<Callable*>(self))(); },
+                                                [](void* to, void* from) noexcept {
+                                                  new (to) Callable(std::move(*static_cast<Callable*>(from)));
+                                                  static_cast<Callable*>(from)->~Callable();
+                                                },
+                                                [](void* self) noexcept { static_cast<Callable*>(self)->~Callable(); }};
 
   void takeFrom(Task& other) noexcept {
     operations_ = std::exchange(other.operations_, nullptr);

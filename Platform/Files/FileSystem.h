@@ -10,15 +10,17 @@
 
 namespace zorvane::platform {
 
+// Of any kind, directories too.
 bool fileExists(const std::string& path);
 
-// The whole file. Refuses a file of more than maxBytes.
+// The whole file. Refuses a file of more than maxBytes, and anything but a regular file; a link is not followed.
 Result<std::string> readFile(const std::string& path, std::size_t maxBytes);
 
 // Replaces the file's content with the pieces, one after the other, as a whole: temporary file in the same directory
 // (mode 0600, no link followed), write, fsync, rename, fsync of the directory. After a crash of the process the file is
 // the old one or the new one; after a power loss too, and once the call has returned it is the new one. On failure the
-// temporary file is removed and the old file stands.
+// temporary file is removed and the old file stands; only when the directory could not be synced, the new file stands
+// already, and a power loss may bring the old one back. A link at the path is replaced, not followed.
 Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces);
 Status replaceFileAtomically(const std::string& path, std::string_view content);
 
@@ -30,6 +32,7 @@ Status makeDirectory(const std::string& path);
 // With the parents that are missing.
 Status makeDirectories(const std::string& path);
 
+// With exactly one slash between the two.
 std::string joinPath(std::string_view directory, std::string_view name);
 
 }  // namespace zorvane::platform

@@ -2,14 +2,16 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
+#include "Platform/Dispatch/UncaughtHandler.h"
 
 namespace zorvane::platform {
 
@@ -29,6 +31,20 @@ class NotificationCenter {
   void setPostHook(Observer hook);
   // Called, with no lock held, with what an observer threw. The default ignores it.
   void setUncaughtHandler(std::function<void(std::exception_ptr)> handler);
+
+ private:
+  struct Registration {
+    ObserverId id;
+    std::shared_ptr<const Observer> observer;
+  };
+  // Never changed once it is in the map: a post keeps the list it began with.
+  using Registrations = std::shared_ptr<const std::vector<Registration>>;
+
+  Mutex mutex_;
+  std::map<std::string, Registrations, std::less<>> registrations_ ZR_GUARDED_BY(mutex_);
+  std::shared_ptr<const Observer> postHook_ ZR_GUARDED_BY(mutex_);
+  ObserverId lastId_ ZR_GUARDED_BY(mutex_) = 0;
+  UncaughtHandler uncaught_;
 };
 
 }  // namespace zorvane::platform

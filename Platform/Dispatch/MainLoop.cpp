@@ -1,0 +1,271 @@
+#include "Platform/Dispatch/MainLoop.h"
+
+#include <utility>
+
+#include "Platform/Dispatch/DetachedThread.h"
+
+namespace zorvane::platform {
+
+struct MainLoop::SyncCall {
+  enum class State { Waiting, Running, Done, GivenUp };
+  const std::function<void()>* work;
+  // Guarded by the loop's mutex.
+  State state = State::Waiting;
+  std::exception_ptr exception = nullptr;
+};
+
+MainLoop::MainLoop(std::shared_ptr<QueueContext> context, std::shared_ptr<Clock> clock, MainLoopOptions options)
+    : context_(std::move(context)),
+      clock_(std::move(clock)),
+      options_(std::move(options)),
+      pump_(options_.postToHostLoop  ? Pump::Host
+            : options_.adoptedByHost ? Pump::Adopted
+                                     : Pump::OwnThread),
+      mainThread_(pump_ == Pump::Adopted ? std::this_thread::get_id() : std::thread::id()) {}
+
+void MainLoop::async(Task task) {
+  enqueue(std::move(task));
+}
+
+bool MainLoop::isCurrent() const {
+  if (pump_ == Pump::Host) return options_.isMainThread();
+  return mainThread_.load(std::memory_order_relaxed) == std::this_thread::get_id();
+}
+
+// As soon as a task or a stop is seen, another thread may destroy the scheduler, under the feet of who posted it: the
+// operations below hold on to the loop until they return.
+
+bool MainLoop::enqueue(Task task) {
+  const auto self = shared_from_this();
+  bool wake = false;
+  bool start = false;
+  {
+    MutexLock lock(mutex_);
+    if (stopped_) return false;
+    context_->tasks.add();
+    tasks_.push(std::move(task));
+    wake = pump_ != Pump::Host && std::exchange(asleep_, false);
+    start = noteThreadStart();
+  }
+  if (wake) wake_.notifyOne();
+  if (pump_ == Pump::Host) options_.postToHostLoop([self] { self->runNext(); });
+  return !start || startOwnThread();
+}
+
+void MainLoop::sync(const std::function<void()>& work) {
+  if (isCurrent()) return work();
+  const auto self = shared_from_this();
+  const auto call = std::make_shared<SyncCall>();
+  call->work = &work;
+  const bool pumped = enqueue([this, call] { runSyncCall(*call); });
+  std::exception_ptr exception;
+  {
+    MutexLock lock(mutex_);
+    while (call->state == SyncCall::State::Running ||
+           (call->state == SyncCall::State::Waiting && pumped && !stopped_)) {
+      syncCallChanged_.wait(mutex_);
+    }
+    if (call->state == SyncCall::State::Waiting) call->state = SyncCall::State::GivenUp;
+    exception = std::move(call->exception);
+  }
+  if (exception) std::rethrow_exception(std::move(exception));
+}
+
+void MainLoop::runSyncCall(SyncCall& call) {
+  {
+    MutexLock lock(mutex_);
+    if (call.state == SyncCall::State::GivenUp) return;
+    call.state = SyncCall::State::Running;
+  }
+  std::exception_ptr exception;
+  try {
+    (*call.work)();
+  } catch (...) {
+    exception = std::current_exception();
+  }
+  {
+    MutexLock lock(mutex_);
+    call.exception = std::move(exception);
+    call.state = SyncCall::State::Done;
+  }
+  syncCallChanged_.notifyAll();
+}
+
+TimerId MainLoop::startRepeatingTimer(double intervalSeconds, std::function<void()> work) {
+  const double now = clock_->monotonicSeconds();
+  TimerId id = 0;
+  bool startMain = false;
+  bool startTimers = false;
+  {
+    MutexLock lock(mutex_);
+    id = timers_.add(now, intervalSeconds, std::move(work));
+    if (pump_ == Pump::Host && clock_->runsByItself() && !stopped_) {
+      startTimers = !std::exchange(timerThreadStarted_, true);
+    }
+    startMain = noteThreadStart();
+    asleep_ = false;
+  }
+  wake_.notifyAll();
+  if (startMain) startOwnThread();
+  if (startTimers && !startDetachedThread("zr.timers", [self = shared_from_this()] { self->serveTimers(); })) {
+    MutexLock lock(mutex_);
+    timerThreadStarted_ = false;
+  }
+  return id;
+}
+
+void MainLoop::cancelTimer(TimerId id) {
+  TimerList::Work cancelled;
+  MutexLock lock(mutex_);
+  cancelled = timers_.cancel(id);
+}
+
+double MainLoop::nextTimerDeadline() {
+  MutexLock lock(mutex_);
+  return timers_.nextDeadline();
+}
+
+void MainLoop::fireDueTimers() {
+  sync([this] { fireDueOnMainThread(); });
+}
+
+void MainLoop::fireDueOnMainThread() {
+  const double now = clock_->monotonicSeconds();
+  for (;;) {
+    TimerList::Work work;
+    {
+      MutexLock lock(mutex_);
+      work = timers_.takeDue(now);
+    }
+    if (!work) return;
+    context_->uncaught.guard(*work);
+  }
+}
+
+void MainLoop::runAdopted() {
+  if (pump_ != Pump::Adopted) return;
+  mainThread_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+  pump();
+}
+
+bool MainLoop::noteThreadStart() {
+  return pump_ == Pump::OwnThread && !stopped_ && !std::exchange(ownThreadStarted_, true);
+}
+
+bool MainLoop::startOwnThread() {
+  if (startDetachedThread("zr.main", [self = shared_from_this()] { self->runOwnThread(); })) return true;
+  MutexLock lock(mutex_);
+  ownThreadStarted_ = false;
+  return false;
+}
+
+void MainLoop::runOwnThread() noexcept {
+  mainThread_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+  pump();
+  // The system may give the thread's identity to another one.
+  mainThread_.store(std::thread::id(), std::memory_order_relaxed);
+}
+
+void MainLoop::pump() {
+  Task task;
+  while (waitForWork(task)) runCounted(task);
+}
+
+bool MainLoop::waitForWork(Task& task) {
+  const bool timed = clock_->runsByItself();
+  MutexLock lock(mutex_);
+  while (!stopped_) {
+    double wait = -1;
+    if (const double deadline = timers_.nextDeadline(); timed && deadline >= 0) {
+      const double now = clock_->monotonicSeconds();
+      if (auto work = timers_.takeDue(now)) {
+        context_->tasks.add();
+        task = [work = std::move(work)] { (*work)(); };
+        return true;
+      }
+      wait = deadline - now;
+    }
+    if (!tasks_.empty()) {
+      task = std::move(tasks_.front());
+      tasks_.popFront();
+      return true;
+    }
+    asleep_ = true;
+    if (wait < 0) {
+      wake_.wait(mutex_);
+    } else {
+      wake_.waitFor(mutex_, wait);
+    }
+    asleep_ = false;
+  }
+  return false;
+}
+
+void MainLoop::runCounted(Task& task) {
+  context_->uncaught.guard(task);
+  task.reset();
+  context_->tasks.done();
+}
+
+void MainLoop::runNext() {
+  Task task;
+  {
+    MutexLock lock(mutex_);
+    if (stopped_ || tasks_.empty()) return;
+    task = std::move(tasks_.front());
+    tasks_.popFront();
+  }
+  runCounted(task);
+}
+
+void MainLoop::serveTimers() noexcept {
+  while (waitForDueTimer()) {
+    enqueue([this] {
+      fireDueOnMainThread();
+      {
+        MutexLock lock(mutex_);
+        timersOnTheirWay_ = false;
+      }
+      wake_.notifyAll();
+    });
+  }
+}
+
+bool MainLoop::waitForDueTimer() {
+  MutexLock lock(mutex_);
+  while (!stopped_) {
+    const double deadline = timers_.nextDeadline();
+    if (timersOnTheirWay_ || deadline < 0) {
+      wake_.wait(mutex_);
+      continue;
+    }
+    const double wait = deadline - clock_->monotonicSeconds();
+    if (wait <= 0) {
+      timersOnTheirWay_ = true;
+      return true;
+    }
+    wake_.waitFor(mutex_, wait);
+  }
+  return false;
+}
+
+void MainLoop::stop() {
+  const auto self = shared_from_this();
+  std::size_t unrun = 0;
+  {
+    MutexLock lock(mutex_);
+    if (std::exchange(stopped_, true)) return;
+    unrun = tasks_.size();
+  }
+  wake_.notifyAll();
+  syncCallChanged_.notifyAll();
+  context_->tasks.done(unrun);
+}
+
+void MainLoop::dropTasks() {
+  TaskFifo dropped;
+  MutexLock lock(mutex_);
+  dropped.swap(tasks_);
+}
+
+}  // namespace zorvane::platform

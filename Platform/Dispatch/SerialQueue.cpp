@@ -1,0 +1,73 @@
+#include "Platform/Dispatch/SerialQueue.h"
+
+#include <utility>
+
+#include "Platform/Dispatch/CurrentQueue.h"
+
+namespace zorvane::platform {
+
+// The queue with tasks is itself a task of the pool, its turn; there is never more than one.
+struct SerialQueue::State {
+  State(std::shared_ptr<WorkerPool> thePool, std::shared_ptr<QueueContext> theContext)
+      : pool(std::move(thePool)), context(std::move(theContext)) {}
+
+  static void postTurn(const std::shared_ptr<State>& self) {
+    self->pool->post(Priority::Default, [self] { takeTurn(self); });
+  }
+  static void takeTurn(const std::shared_ptr<State>& self) {
+    const CurrentQueue::Scope scope(self.get());
+    while (self->runBatch()) {
+      if (self->pool->isBehind()) return postTurn(self);
+    }
+  }
+  // Whether the turn goes on.
+  bool runBatch();
+
+  const std::shared_ptr<WorkerPool> pool;
+  const std::shared_ptr<QueueContext> context;
+
+  Mutex mutex;
+  TaskFifo incoming ZR_GUARDED_BY(mutex);
+  bool hasTurn ZR_GUARDED_BY(mutex) = false;
+  // Of the turn.
+  TaskFifo batch;
+};
+
+bool SerialQueue::State::runBatch() {
+  {
+    MutexLock lock(mutex);
+    if (incoming.empty()) {
+      hasTurn = false;
+      return false;
+    }
+    batch.swap(incoming);
+  }
+  const std::size_t count = batch.size();
+  while (!batch.empty()) {
+    if (!pool->isShutDown()) context->uncaught.guard(batch.front());
+    batch.popFront();
+  }
+  context->tasks.done(count);
+  return true;
+}
+
+SerialQueue::SerialQueue(std::string label, std::shared_ptr<WorkerPool> pool, std::shared_ptr<QueueContext> context)
+    : Queue(std::move(label)), state_(std::make_shared<State>(std::move(pool), std::move(context))) {}
+
+void SerialQueue::async(Task task) {
+  if (state_->pool->isShutDown()) return;
+  bool needsTurn = false;
+  {
+    MutexLock lock(state_->mutex);
+    state_->context->tasks.add();
+    state_->incoming.push(std::move(task));
+    needsTurn = !std::exchange(state_->hasTurn, true);
+  }
+  if (needsTurn) State::postTurn(state_);
+}
+
+bool SerialQueue::isCurrent() const {
+  return CurrentQueue::is(state_.get());
+}
+
+}  // namespace zorvane::platform

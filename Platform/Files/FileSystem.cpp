@@ -1,0 +1,223 @@
+#include "Platform/Files/FileSystem.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
+#include <utility>
+
+#include "Platform/Files/SystemCalls.h"
+#include "Platform/Text/RandomBytes.h"
+
+namespace zorvane::platform {
+namespace {
+
+Error errorOf(const char* action, const std::string& path, int code, const char* call) {
+  return {
+      std::string("cannot ") + action + ' ' + path + ": " + std::generic_category().message(code) + " (" + call + ')',
+      code};
+}
+
+bool isUsablePath(const std::string& path) {
+  return !path.empty() && path.find('\0') == std::string::npos;
+}
+
+// The call again as long as a signal interrupts it.
+template <typename Call>
+auto uninterrupted(Call call) {
+  decltype(call()) result;
+  do {
+    result = call();
+  } while (result < 0 && errno == EINTR);
+  return result;
+}
+
+// An open file, closed at the end.
+class File {
+ public:
+  explicit File(int descriptor) : descriptor_(descriptor) {}
+  ~File() { static_cast<void>(close()); }
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+
+  explicit operator bool() const { return descriptor_ >= 0; }
+  int descriptor() const { return descriptor_; }
+  // An interrupted close has closed.
+  bool close() {
+    const int descriptor = std::exchange(descriptor_, -1);
+    return descriptor < 0 || systemCalls().close(descriptor) == 0 || errno == EINTR;
+  }
+
+ private:
+  int descriptor_;
+};
+
+std::string parentOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// Writes all pieces; errno tells the failure.
+bool writeAll(int file, std::span<const std::string_view> pieces) {
+  constexpr std::size_t kMaxPieces = 256;
+  constexpr std::size_t kMaxBytes = std::size_t{1} << 30;  // some systems refuse more in one call
+  std::size_t next = 0;                                    // the piece to be written next
+  std::size_t offset = 0;                                  // what of it is written already
+  while (next < pieces.size()) {
+    std::array<iovec, kMaxPieces> vectors;
+    std::size_t count = 0;
+    std::size_t bytes = 0;
+    for (std::size_t i = next; i < pieces.size() && count < kMaxPieces && bytes < kMaxBytes; ++i) {
+      const std::string_view rest = pieces[i].substr(i == next ? offset : 0);
+      if (rest.empty()) continue;
+      const std::size_t length = std::min(rest.size(), kMaxBytes - bytes);
+      vectors[count++] = {const_cast<char*>(rest.data()), length};
+      bytes += length;
+    }
+    std::size_t written = 0;
+    if (count > 0) {
+      const ssize_t result =
+          uninterrupted([&] { return systemCalls().writev(file, vectors.data(), static_cast<int>(count)); });
+      if (result == 0) errno = EIO;
+      if (result <= 0) return false;
+      written = static_cast<std::size_t>(result);
+    }
+    while (next < pieces.size() && written >= pieces[next].size() - offset) {
+      written -= pieces[next].size() - offset;
+      offset = 0;
+      ++next;
+    }
+    offset += written;
+  }
+  return true;
+}
+
+// Creates a file of an unpredictable name in the directory; the descriptor, or -1 and errno.
+int createTemporaryFile(int directory, std::string& name) {
+  constexpr int kAttempts = 16;
+  for (int attempt = 1;; ++attempt) {
+    std::array<std::uint8_t, 10> random;
+    fillWithRandomBytes(random);
+    name = ".zrv-";
+    appendHex(name, random);
+    const int file = uninterrupted([&] {
+      return systemCalls().openat(directory, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    });
+    if (file >= 0 || errno != EEXIST || attempt == kAttempts) return file;
+  }
+}
+
+}  // namespace
+
+bool fileExists(const std::string& path) {
+  struct stat status;
+  return isUsablePath(path) && ::stat(path.c_str(), &status) == 0;
+}
+
+Result<std::string> readFile(const std::string& path, std::size_t maxBytes) {
+  const auto failure = [&](int code, const char* call) { return errorOf("read", path, code, call); };
+  if (!isUsablePath(path)) return failure(EINVAL, "open");
+  // Without O_NONBLOCK the opening of a pipe would wait for its writer.
+  File file(uninterrupted(
+      [&] { return systemCalls().open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0); }));
+  if (!file) return failure(errno, "open");
+  struct stat status;
+  if (systemCalls().fstat(file.descriptor(), &status) != 0) return failure(errno, "fstat");
+  if (S_ISDIR(status.st_mode)) return failure(EISDIR, "open");
+  if (!S_ISREG(status.st_mode)) return Error{"cannot read " + path + ": not a regular file", EINVAL};
+  if (static_cast<std::uint64_t>(status.st_size) > maxBytes) return failure(EFBIG, "fstat");
+
+  // One byte more than the file holds, so that its end is seen without growing.
+  std::string content(static_cast<std::size_t>(status.st_size) + 1, '\0');
+  std::size_t size = 0;
+  for (;;) {
+    const ssize_t count = uninterrupted(
+        [&] { return systemCalls().read(file.descriptor(), content.data() + size, content.size() - size); });
+    if (count < 0) return failure(errno, "read");
+    if (count == 0) break;
+    size += static_cast<std::size_t>(count);
+    if (size > maxBytes) return failure(EFBIG, "read");  // it grew
+    if (size == content.size()) content.resize(size + std::max<std::size_t>(size / 2, 4096));
+  }
+  content.resize(size);
+  return content;
+}
+
+Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces) {
+  const auto failure = [&](int code, const char* call) { return errorOf("write", path, code, call); };
+  const std::string directoryPath = parentOf(path);
+  const std::string name = path.substr(path.rfind('/') + 1);
+  if (!isUsablePath(path) || name.empty()) return failure(EINVAL, "open");
+  const SystemCalls& calls = systemCalls();
+  const File directory(
+      uninterrupted([&] { return calls.open(directoryPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0); }));
+  if (!directory) return failure(errno, "open");
+
+  std::string temporary;
+  File file(createTemporaryFile(directory.descriptor(), temporary));
+  if (!file) return failure(errno, "openat");
+  const auto giveUp = [&](const char* call) {
+    const int code = errno;
+    uninterrupted([&] { return calls.unlinkat(directory.descriptor(), temporary.c_str(), 0); });
+    return failure(code, call);
+  };
+  if (!writeAll(file.descriptor(), pieces)) return giveUp("write");
+  if (uninterrupted([&] { return calls.fsync(file.descriptor()); }) != 0) return giveUp("fsync");
+  if (!file.close()) return giveUp("close");
+  if (uninterrupted([&] {
+        return calls.renameat(directory.descriptor(), temporary.c_str(), directory.descriptor(), name.c_str());
+      }) != 0) {
+    return giveUp("rename");
+  }
+  // A file system that cannot sync directories says EINVAL; it has no more to give.
+  if (uninterrupted([&] { return calls.fsync(directory.descriptor()); }) != 0 && errno != EINVAL) {
+    return failure(errno, "fsync of the directory");
+  }
+  return Done{};
+}
+
+Status replaceFileAtomically(const std::string& path, std::string_view content) {
+  return replaceFileAtomically(path, std::span(&content, 1));
+}
+
+Status removeFile(const std::string& path) {
+  if (!isUsablePath(path)) return errorOf("remove", path, EINVAL, "unlink");
+  if (uninterrupted([&] { return systemCalls().unlinkat(AT_FDCWD, path.c_str(), 0); }) != 0 && errno != ENOENT) {
+    return errorOf("remove", path, errno, "unlink");
+  }
+  return Done{};
+}
+
+Status makeDirectory(const std::string& path) {
+  if (!isUsablePath(path)) return errorOf("make the directory", path, EINVAL, "mkdir");
+  if (uninterrupted([&] { return systemCalls().mkdir(path.c_str(), 0700); }) == 0) return Done{};
+  const int code = errno;
+  struct stat status;
+  if (code != ENOENT && ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return Done{};
+  return errorOf("make the directory", path, code, "mkdir");
+}
+
+Status makeDirectories(const std::string& path) {
+  Status made = makeDirectory(path);
+  if (made || made.error().code != ENOENT) return made;
+  const std::size_t end = path.find_last_not_of('/');
+  const std::size_t slash = end == std::string::npos ? end : path.rfind('/', end);
+  if (slash == std::string::npos || slash == 0) return made;
+  Status parent = makeDirectories(path.substr(0, slash));
+  return parent ? makeDirectory(path) : parent;
+}
+
+std::string joinPath(std::string_view directory, std::string_view name) {
+  name.remove_prefix(std::min(name.find_first_not_of('/'), name.size()));
+  std::string path(directory);
+  if (!path.empty() && path.back() != '/') path += '/';
+  return path.append(name);
+}
+
+}  // namespace zorvane::platform

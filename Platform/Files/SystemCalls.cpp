@@ -1,0 +1,44 @@
+#include "Platform/Files/SystemCalls.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <atomic>
+
+namespace zorvane::platform {
+namespace {
+
+int syncFile(int file) {
+#if defined(F_FULLFSYNC)
+  if (::fcntl(file, F_FULLFSYNC) == 0) return 0;  // refused by some file systems, which have fsync then
+#endif
+  return ::fsync(file);
+}
+
+std::atomic<const SystemCalls*> callsInForce{&kRealSystemCalls};
+
+}  // namespace
+
+const SystemCalls kRealSystemCalls{
+    [](const char* path, int flags, mode_t mode) { return ::open(path, flags, mode); },
+    [](int directory, const char* name, int flags, mode_t mode) { return ::openat(directory, name, flags, mode); },
+    [](int file, struct stat* status) { return ::fstat(file, status); },
+    ::read,
+    ::writev,
+    syncFile,
+    ::close,
+    ::renameat,
+    ::unlinkat,
+    ::mkdir,
+};
+
+const SystemCalls& systemCalls() {
+  return *callsInForce.load(std::memory_order_acquire);
+}
+
+void setSystemCalls(const SystemCalls* calls) {
+  callsInForce.store(calls ? calls : &kRealSystemCalls, std::memory_order_release);
+}
+
+}  // namespace zorvane::platform

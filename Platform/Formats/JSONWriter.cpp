@@ -1,0 +1,193 @@
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+#include "Platform/Formats/JSON.h"
+#include "Platform/Formats/JSONText.h"
+#include "Platform/Time/CivilTime.h"
+#include "Platform/Values/Text.h"
+
+namespace zorvane::platform {
+namespace {
+
+constexpr int kMaximumDepth = 512;
+// An object's plain value holds no object; one that breaks this is followed only so far.
+constexpr int kMaximumPlainSteps = 8;
+
+constexpr char kHexDigits[] = "0123456789abcdef";
+
+// For each byte: 0 as it is, 'u' as a number, else the letter behind the backslash.
+constexpr std::array<char, 256> makeEscapes() {
+  std::array<char, 256> escapes{};
+  for (std::size_t i = 0; i < 0x20; ++i) escapes[i] = 'u';
+  escapes['"'] = '"';
+  escapes['\\'] = '\\';
+  escapes['\b'] = 'b';
+  escapes['\f'] = 'f';
+  escapes['\n'] = 'n';
+  escapes['\r'] = 'r';
+  escapes['\t'] = 't';
+  return escapes;
+}
+constexpr std::array<char, 256> kEscapes = makeEscapes();
+
+class LazyJSON final : public Object {
+ public:
+  LazyJSON(std::function<void(std::string&)> writer, std::function<Value()> plainValue)
+      : writer_(std::move(writer)), plainValue_(std::move(plainValue)) {}
+
+  void write(std::string& out) const { writer_(out); }
+  Value plainValue() const override { return plainValue_(); }
+  std::string description() const override { return plainValue_().description(); }
+  bool isEqual(const Object& other) const override { return this == &other || plainValue() == other.plainValue(); }
+
+ private:
+  std::function<void(std::string&)> writer_;
+  std::function<Value()> plainValue_;
+};
+
+void append(const Value& value, int depth, std::string& out);
+
+void appendObject(const Object& object, int depth, std::string& out) {
+  if (const auto* lazy = dynamic_cast<const LazyJSON*>(&object)) {
+    lazy->write(out);
+    return;
+  }
+  Value plain = object.plainValue();
+  for (int step = 0; plain.kind() == Value::Kind::Object; ++step) {
+    if (step == kMaximumPlainSteps) plain = null;
+    if (const auto inner = plain.asObject()) plain = inner->plainValue();
+  }
+  append(plain, depth, out);
+}
+
+void append(const Value& value, int depth, std::string& out) {
+  switch (value.kind()) {
+    case Value::Kind::Nil:
+    case Value::Kind::Null:
+      out += "null";
+      return;
+    case Value::Kind::Bool:
+      out += *value.asBool() ? "true" : "false";
+      return;
+    case Value::Kind::Integer:
+      return appendJSONInteger(*value.asInteger(), out);
+    case Value::Kind::Double:
+      return appendJSONDouble(*value.asDouble(), out);
+    case Value::Kind::String:
+      return appendJSONString(*value.asString(), out);
+    case Value::Kind::Data:
+      return appendJSONData(value.asData()->bytes, out);
+    case Value::Kind::Date:
+      return appendJSONDate(*value.asDate(), out);
+    case Value::Kind::URL:
+      return appendJSONString(value.asURL()->absoluteString, out);
+    case Value::Kind::Object:
+      return appendObject(*value.asObject(), depth, out);
+    case Value::Kind::Array:
+    case Value::Kind::Dictionary:
+      break;
+  }
+  if (depth == kMaximumDepth) {
+    out += "null";
+    return;
+  }
+  const bool isArray = value.isArray();
+  out += isArray ? '[' : '{';
+  const std::size_t start = out.size();
+  if (isArray) {
+    for (const Value& element : *value.asArray()) {
+      if (out.size() != start) out += ',';
+      append(element, depth + 1, out);
+    }
+  } else {
+    for (const auto& [key, element] : *value.asDictionary()) {
+      if (out.size() != start) out += ',';
+      appendJSONString(key, out);
+      out += ':';
+      append(element, depth + 1, out);
+    }
+  }
+  out += isArray ? ']' : '}';
+}
+
+}  // namespace
+
+void appendJSONString(std::string_view text, std::string& out) {
+  out += '"';
+  std::size_t written = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const char escape = kEscapes[byte];
+    if (escape == 0) continue;
+    out.append(text, written, i - written);
+    written = i + 1;
+    out += '\\';
+    out += escape;
+    if (escape == 'u') {
+      out += "00";
+      out += kHexDigits[byte >> 4];
+      out += kHexDigits[byte & 15];
+    }
+  }
+  out.append(text, written);
+  out += '"';
+}
+
+void appendJSONDouble(double number, std::string& out) {
+  if (!std::isfinite(number)) {
+    out += "null";
+    return;
+  }
+  const std::string text = textOfDouble(number);
+  out += text;
+  if (text.find_first_of(".e") == std::string::npos) out += ".0";
+}
+
+void appendJSONInteger(std::int64_t number, std::string& out) {
+  char text[24];
+  out.append(text, std::to_chars(text, text + sizeof text, number).ptr);
+}
+
+void appendJSONDate(Date date, std::string& out) {
+  constexpr double kReasonable = 3.2e13;
+  if (!(std::abs(date.secondsSince1970) < kReasonable)) {
+    out += "null";
+    return;
+  }
+  const double milliseconds = std::floor(date.secondsSince1970 * 1000);
+  const double seconds = std::floor(milliseconds / 1000);
+  const CivilTime time = civilTimeFromSeconds(static_cast<std::int64_t>(seconds));
+  char text[64];
+  std::snprintf(text, sizeof text, "\"%04lld-%02d-%02dT%02d:%02d:%02d.%03dZ\"", static_cast<long long>(time.year),
+                time.month, time.day, time.hour, time.minute, time.second,
+                static_cast<int>(milliseconds - seconds * 1000));
+  out += text;
+}
+
+void appendJSONData(std::span<const std::uint8_t> bytes, std::string& out) {
+  out += '"';
+  for (const std::uint8_t byte : bytes) {
+    out += kHexDigits[byte >> 4];
+    out += kHexDigits[byte & 15];
+  }
+  out += '"';
+}
+
+void appendJSON(const Value& value, std::string& out) {
+  append(value, 0, out);
+}
+
+std::string jsonText(const Value& value) {
+  std::string text;
+  appendJSON(value, text);
+  return text;
+}
+
+std::shared_ptr<const Object> lazyJSON(std::function<void(std::string& out)> writer,
+                                       std::function<Value()> plainValue) {
+  return std::make_shared<LazyJSON>(std::move(writer), std::move(plainValue));
+}
+
+}  // namespace zorvane::platform

@@ -1,0 +1,83 @@
+#include "Platform/HostServices.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "Platform/Dispatch/Mutex.h"
+
+namespace zorvane::platform {
+
+std::shared_ptr<LocaleService> makeProcessLocale();
+std::shared_ptr<TimeZone> makeProcessTimeZone();
+
+namespace {
+
+struct Configuration {
+  Mutex mutex;
+  HostServices services ZR_GUARDED_BY(mutex);
+  bool inUse ZR_GUARDED_BY(mutex) = false;
+};
+
+Configuration& configuration() {
+  static Configuration& instance = *new Configuration;
+  return instance;
+}
+
+std::string currentFolder() {
+  std::string path(256, '\0');
+  while (!getcwd(path.data(), path.size())) {
+    if (errno != ERANGE) return ".";
+    path.resize(path.size() * 2);
+  }
+  path.resize(path.find('\0'));
+  return path;
+}
+
+std::string containerFolder() {
+  const auto absolute = [](const char* path) { return path && path[0] == '/'; };
+  if (const char* data = getenv("XDG_DATA_HOME"); absolute(data)) return std::string(data) + "/zorvane";
+  if (const char* home = getenv("HOME"); absolute(home)) return std::string(home) + "/.local/share/zorvane";
+  return currentFolder() + "/zorvane";
+}
+
+HostServices completed(HostServices services) {
+  if (!services.clock) services.clock = std::make_shared<SystemClock>();
+  if (!services.scheduler) services.scheduler = makeThreadScheduler(services.clock);
+  if (!services.notificationCenter) services.notificationCenter = std::make_shared<NotificationCenter>();
+  if (!services.application) services.application = makePortableApplication();
+  if (!services.locale) services.locale = makeProcessLocale();
+  if (!services.timeZone) services.timeZone = makeProcessTimeZone();
+  const std::string container = containerFolder();
+  Directories& directories = services.directories;
+  if (directories.documents.empty()) directories.documents = container + "/Documents";
+  if (directories.library.empty()) directories.library = container + "/Library";
+  if (directories.defaults.empty()) directories.defaults = container + "/Defaults";
+  return services;
+}
+
+HostServices taken() {
+  Configuration& given = configuration();
+  MutexLock lock(given.mutex);
+  given.inUse = true;
+  return std::move(given.services);
+}
+
+}  // namespace
+
+bool configureHost(HostServices services) {
+  Configuration& given = configuration();
+  MutexLock lock(given.mutex);
+  if (given.inUse) return false;
+  std::swap(given.services, services);
+  return true;
+}
+
+const HostServices& hostServices() {
+  static const HostServices& services = *new HostServices(completed(taken()));
+  return services;
+}
+
+}  // namespace zorvane::platform

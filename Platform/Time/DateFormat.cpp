@@ -1,0 +1,187 @@
+#include "Platform/Time/DateFormat.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "Platform/Time/CivilTime.h"
+
+namespace zorvane::platform {
+namespace {
+
+// Of the shift from GMT, so that the sum stays far from overflow; no calendar needs more than a day.
+constexpr std::int64_t kMaxShift = 1'000'000;
+
+// One part of a pattern: a field (its letter and width) or a character that stands for itself (width 0).
+struct Element {
+  char letter = 0;
+  std::size_t width = 0;
+};
+
+class PatternReader {
+ public:
+  explicit PatternReader(std::string_view pattern) : rest_(pattern) {}
+
+  // False at the end of the pattern, and at a field that is none.
+  bool next(Element& element) {
+    while (!rest_.empty()) {
+      const char c = rest_[0];
+      if (c == '\'' && !rest_.starts_with("''")) {
+        quoted_ = !quoted_;
+        rest_.remove_prefix(1);
+        continue;
+      }
+      const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+      if (quoted_ || !isLetter) {
+        rest_.remove_prefix(c == '\'' ? 2 : 1);  // a doubled quote is one
+        element = {c, 0};
+        return true;
+      }
+      const std::size_t width = std::min(rest_.find_first_not_of(c), rest_.size());
+      if (width != widthOf(c)) return false;
+      rest_.remove_prefix(width);
+      element = {c, width};
+      return true;
+    }
+    return false;
+  }
+  bool atEnd() const { return rest_.empty(); }
+
+ private:
+  static std::size_t widthOf(char letter) {
+    switch (letter) {
+      case 'y':
+        return 4;
+      case 'S':
+        return 3;
+      case 'M':
+      case 'd':
+      case 'H':
+      case 'm':
+      case 's':
+        return 2;
+      default:
+        return 0;
+    }
+  }
+
+  std::string_view rest_;
+  bool quoted_ = false;
+};
+
+// A time with its milliseconds, as the fields of a pattern.
+struct Fields {
+  CivilTime time;
+  int millisecond = 0;
+
+  int get(char letter) const {
+    switch (letter) {
+      case 'y':
+        return static_cast<int>(time.year);
+      case 'M':
+        return time.month;
+      case 'd':
+        return time.day;
+      case 'H':
+        return time.hour;
+      case 'm':
+        return time.minute;
+      case 's':
+        return time.second;
+      default:
+        return millisecond;
+    }
+  }
+  void set(char letter, int value) {
+    switch (letter) {
+      case 'y':
+        time.year = value;
+        break;
+      case 'M':
+        time.month = value;
+        break;
+      case 'd':
+        time.day = value;
+        break;
+      case 'H':
+        time.hour = value;
+        break;
+      case 'm':
+        time.minute = value;
+        break;
+      case 's':
+        time.second = value;
+        break;
+      default:
+        millisecond = value;
+    }
+  }
+  bool exist() const {
+    if (time.year < 1 || time.month < 1 || time.month > 12 || time.day < 1) return false;
+    const bool december = time.month == 12;
+    const std::int64_t nextMonth = daysFromCivil(time.year + (december ? 1 : 0), december ? 1 : time.month + 1, 1);
+    return daysFromCivil(time.year, time.month, time.day) < nextMonth && time.hour < 24 && time.minute < 60 &&
+           time.second < 60;
+  }
+};
+
+bool readNumber(std::string_view& text, std::size_t width, int& number) {
+  if (text.size() < width) return false;
+  number = 0;
+  for (const char c : text.substr(0, width)) {
+    if (c < '0' || c > '9') return false;
+    number = number * 10 + (c - '0');
+  }
+  text.remove_prefix(width);
+  return true;
+}
+
+}  // namespace
+
+std::optional<std::string> textOfDate(Date date, std::string_view pattern, std::int64_t secondsFromGMT) {
+  constexpr double kBeyondCalendar = 1e12;
+  if (!(std::abs(date.secondsSince1970) < kBeyondCalendar)) return std::nullopt;
+  if (secondsFromGMT < -kMaxShift || secondsFromGMT > kMaxShift) return std::nullopt;
+  // A date of whole milliseconds is a double a little below or above them; it must not lose one by that.
+  const double exact = date.secondsSince1970 * 1000;
+  const double tolerance = 1e-3 + std::abs(exact) * 0x1p-51;
+  const auto milliseconds = static_cast<std::int64_t>(std::floor(exact + tolerance));
+  const std::int64_t seconds = milliseconds >= 0 ? milliseconds / 1000 : -((999 - milliseconds) / 1000);
+
+  const Fields fields{civilTimeFromSeconds(seconds + secondsFromGMT), static_cast<int>(milliseconds - seconds * 1000)};
+  if (fields.time.year < 1 || fields.time.year > 9999) return std::nullopt;
+  std::string text;
+  PatternReader reader(pattern);
+  for (Element element; reader.next(element);) {
+    if (element.width == 0) {
+      text += element.letter;
+      continue;
+    }
+    int number = fields.get(element.letter);
+    const std::size_t start = text.size();
+    text.append(element.width, '0');
+    for (std::size_t i = text.size(); i > start; number /= 10) text[--i] = static_cast<char>('0' + number % 10);
+  }
+  if (!reader.atEnd()) return std::nullopt;
+  return text;
+}
+
+std::optional<Date> dateOfText(std::string_view text, std::string_view pattern, std::int64_t secondsFromGMT) {
+  if (secondsFromGMT < -kMaxShift || secondsFromGMT > kMaxShift) return std::nullopt;
+  Fields fields;
+  PatternReader reader(pattern);
+  for (Element element; reader.next(element);) {
+    if (element.width == 0) {
+      if (text.empty() || text[0] != element.letter) return std::nullopt;
+      text.remove_prefix(1);
+      continue;
+    }
+    int number = 0;
+    if (!readNumber(text, element.width, number)) return std::nullopt;
+    fields.set(element.letter, number);
+  }
+  if (!reader.atEnd() || !text.empty() || !fields.exist()) return std::nullopt;
+  const std::int64_t seconds = secondsFromCivilTime(fields.time) - secondsFromGMT;
+  return Date{static_cast<double>(seconds * 1000 + fields.millisecond) / 1000};
+}
+
+}  // namespace zorvane::platform
