@@ -1,13 +1,27 @@
 #include "Support/ModuleTest.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <ostream>
 
 #include "Platform/Formats/JSON.h"
 #include "Platform/Formats/PropertyList.h"
+
+namespace zorvane::platform {
+
+void PrintTo(const Value& value, std::ostream* out) {
+  *out << jsonText(value);
+}
+void PrintTo(const Dictionary& dictionary, std::ostream* out) {
+  *out << jsonText(dictionary);
+}
+
+}  // namespace zorvane::platform
 
 namespace zorvane::testing {
 
@@ -65,7 +79,9 @@ void FakeService::send(TransportRequest request, std::function<void(const Transp
   }
   platform::hostServices()
       .scheduler->globalQueue(platform::Priority::Default)
-      .async([completion = std::move(completion), status] { completion(TransportResponse{status, "{}", ""}); });
+      .async([completion = std::move(completion), status] {
+        completion(TransportResponse{status, "{}", ""});
+      });
 }
 
 void FakeService::answerNext(int status) {
@@ -106,7 +122,7 @@ ModuleTest::~ModuleTest() {
 }
 
 void ModuleTest::start(const Dictionary& configuration, const std::string& appId) {
-  platform::HostServices host;
+  platform::HostServices host = host_;
   host.clock = clock_;
   host.scheduler = scheduler_;
   host.notificationCenter = center_;
@@ -120,6 +136,20 @@ void ModuleTest::start(const Dictionary& configuration, const std::string& appId
   core.remoteConfiguration = configuration;
   core.transport = service_;
   configureCore(std::move(core));
+}
+
+void ModuleTest::inEarlierLaunch(const std::function<void()>& work) {
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    work();
+    std::fflush(nullptr);
+    _exit(HasFailure() ? 1 : 0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the earlier launch failed";
 }
 
 std::string ModuleTest::readAll(const std::string& path) {

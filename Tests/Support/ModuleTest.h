@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <iosfwd>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -15,6 +16,14 @@
 #include "Platform/HostServices.h"
 #include "ZorvaneCore/CoreSetup.h"
 #include "ZorvaneCore/ZRLogger.h"
+
+namespace zorvane::platform {
+
+// How a failed comparison shows its values.
+void PrintTo(const Value& value, std::ostream* out);
+void PrintTo(const Dictionary& dictionary, std::ostream* out);
+
+}  // namespace zorvane::platform
 
 namespace zorvane::testing {
 
@@ -79,9 +88,12 @@ class ModuleTest : public ::testing::Test {
   ModuleTest();
   ~ModuleTest() override;
 
-  // Sets the host services and the core up. Before the first use of the module; directories exist already, so that a test
-  // can put files there first.
+  // Sets the host services and the core up. Before the first use of the module; directories exist already, so that a
+  // test can put files there first.
   void start(const Dictionary& configuration = {}, const std::string& appId = "APP");
+  // Runs the work in a process of its own that ends with it: an earlier launch over the same directories. Before
+  // start().
+  static void inEarlierLaunch(const std::function<void()>& work);
   // Runs everything that waits; answers of the service included.
   void settle() { scheduler_->runAll(); }
 
@@ -95,6 +107,8 @@ class ModuleTest : public ::testing::Test {
   std::vector<Dictionary> reportedEvents() const;
   static std::vector<std::string> eventNames(const Array& events);
 
+  // Services beyond those of the fixture, for a test to set before start().
+  platform::HostServices host_;
   std::filesystem::path directory_;
   std::shared_ptr<platform::ManualClock> clock_;
   std::shared_ptr<platform::ManualScheduler> scheduler_;
