@@ -13,7 +13,8 @@
 namespace zorvane::platform {
 
 // Thread-safe. Values are held in memory; synchronize() brings them to the file, as one atomic replacement, when
-// anything changed. A missing or unreadable file is an empty store.
+// anything changed, and makes the file's directory if need be. A missing or unreadable file is an empty store. What
+// other processes write to the file in the meantime is not seen.
 class DefaultsStore {
  public:
   // The file is read at the first use.
@@ -26,7 +27,8 @@ class DefaultsStore {
   void setObjectForKey(Value value, std::string_view key);
   void removeObjectForKey(std::string_view key);
   Dictionary dictionaryRepresentation() const;
-  // After a failure the change is still in memory and goes with the next call.
+  // After a failure the change is still in memory and goes with the next call. Readers and writers of the store do not
+  // wait for the file.
   Status synchronize();
   // The same without the synchronize hook: for the owner's own bookkeeping.
   Status writeChanges();
@@ -38,6 +40,7 @@ class DefaultsStore {
 
   const std::string name_;
   const std::string path_;
+  Mutex writeMutex_;  // held while the file is written; taken before mutex_
   mutable Mutex mutex_;
   mutable bool loaded_ ZR_GUARDED_BY(mutex_) = false;
   mutable Dictionary content_ ZR_GUARDED_BY(mutex_);

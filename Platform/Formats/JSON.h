@@ -14,7 +14,7 @@ namespace zorvane::platform {
 
 struct JSONLimits {
   std::size_t depth = 512;
-  std::size_t values = 8'000'000;
+  std::size_t values = 4'000'000;
 };
 
 // One JSON value with nothing but blanks around it. 2.0 is a double, 2 an integer; integers beyond 64 bits are doubles;

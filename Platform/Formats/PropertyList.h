@@ -16,6 +16,8 @@ class PropertyListUID final : public Object {
   explicit PropertyListUID(std::uint32_t index) : index_(index) {}
   std::uint32_t index() const { return index_; }
   std::string description() const override;
+  // {"CF$UID": index}, as XML writes it.
+  Value plainValue() const override;
   bool isEqual(const Object& other) const override;
 
  private:
@@ -27,8 +29,8 @@ class PropertyListUID final : public Object {
 Result<Value> parsePropertyList(std::string_view bytes);
 
 // The binary encoding. What a property list cannot hold costs only itself: the null marker becomes "", a URL its text,
-// an object its plain value (but a PropertyListUID is a UID), nil is left out. Beyond 128 levels "" stands in. Keys and
-// equal texts stand once.
+// an object its plain value (but a PropertyListUID is a UID); nil is left out of an array. Beyond 128 levels "" stands
+// in. Keys and equal texts stand once.
 std::string binaryPropertyList(const Value& root);
 
 }  // namespace zorvane::platform

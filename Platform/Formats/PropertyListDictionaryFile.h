@@ -14,6 +14,8 @@
 
 namespace zorvane::platform {
 
+struct LazyPropertyListSource;
+
 // One entry's value, decoded when asked for. Holds the file's bytes alive; cheap to copy; immutable, any thread.
 class LazyPropertyListValue {
  public:
@@ -33,8 +35,10 @@ class LazyPropertyListValue {
 
  private:
   friend class PropertyListDictionaryImage;
-  struct Source;
-  std::shared_ptr<const Source> source_;
+  LazyPropertyListValue(std::shared_ptr<const LazyPropertyListSource> source, std::size_t object);
+  Value decodeAt(std::size_t object, int depth) const;
+
+  std::shared_ptr<const LazyPropertyListSource> source_;
   std::size_t object_ = 0;
   Value value_;
 };
@@ -50,12 +54,16 @@ class PropertyListDictionaryImage {
 
   // An empty dictionary.
   PropertyListDictionaryImage();
+  // Of a key that stands twice in a file the first value holds in a binary one, the last in an XML one. An entry whose
+  // key is unsound is left out.
   static Result<PropertyListDictionaryImage> open(std::string bytes);
 
   const std::vector<Entry>& entries() const;
-  // A new image with one more entry (a key that is there already is replaced). Costs the encoding of the new value.
+  // A new image with one more entry (a key that is there already is replaced; nil changes nothing). Costs the encoding
+  // of the new value, and of all others where the file was not written by this class.
   PropertyListDictionaryImage withEntry(std::string_view key, const Value& value) const;
-  // A new image of just these entries, without what they do not need. Costs the encoding of all of them, one at a time.
+  // A new image of just these entries, without what they do not need; unsound ones are left out. Costs the encoding of
+  // all of them, one at a time.
   static PropertyListDictionaryImage ofEntries(std::span<const Entry> entries);
 
   // The file's content as pieces to be written one after the other; valid while this image lives.
@@ -63,6 +71,9 @@ class PropertyListDictionaryImage {
 
  private:
   struct State;
+  class Builder;
+  explicit PropertyListDictionaryImage(std::shared_ptr<const State> state) : state_(std::move(state)) {}
+
   std::shared_ptr<const State> state_;
 };
 

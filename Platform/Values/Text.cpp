@@ -13,26 +13,28 @@
 namespace zorvane::platform {
 namespace {
 
-// The length of the valid sequence that starts at text[0], or 0.
-std::size_t validSequence(std::string_view text) noexcept {
+struct Sequence {
+  std::size_t length;
+  bool valid;
+};
+
+// The character that starts at text[0]; where it is unsound, the bytes that could have begun one, at least the first.
+Sequence firstSequence(std::string_view text) noexcept {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const auto continues = [&](std::size_t i) { return i < text.size() && (byte(i) & 0xC0) == 0x80; };
   const unsigned char lead = byte(0);
-  if (lead < 0x80) return 1;
-  if (lead >= 0xC2 && lead <= 0xDF) return continues(1) ? 2 : 0;
-  if (lead >= 0xE0 && lead <= 0xEF) {
-    if (!continues(1) || !continues(2)) return 0;
-    if (lead == 0xE0 && byte(1) < 0xA0) return 0;  // overlong
-    if (lead == 0xED && byte(1) > 0x9F) return 0;  // surrogate
-    return 3;
+  if (lead < 0x80) return {1, true};
+  if (lead < 0xC2 || lead > 0xF4) return {1, false};
+  const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+  // What the second byte may be, without overlong forms, surrogates and anything above U+10FFFF.
+  unsigned char low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+  unsigned char high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+  std::size_t read = 1;
+  while (read < length && read < text.size() && byte(read) >= low && byte(read) <= high) {
+    low = 0x80;
+    high = 0xBF;
+    ++read;
   }
-  if (lead >= 0xF0 && lead <= 0xF4) {
-    if (!continues(1) || !continues(2) || !continues(3)) return 0;
-    if (lead == 0xF0 && byte(1) < 0x90) return 0;
-    if (lead == 0xF4 && byte(1) > 0x8F) return 0;  // above U+10FFFF
-    return 4;
-  }
-  return 0;
+  return {read, read == length};
 }
 
 std::size_t validPrefix(std::string_view text) noexcept {
@@ -46,8 +48,8 @@ std::size_t validPrefix(std::string_view text) noexcept {
         continue;
       }
     }
-    const std::size_t length = validSequence(text.substr(position));
-    if (length == 0) return position;
+    const auto [length, valid] = firstSequence(text.substr(position));
+    if (!valid) return position;
     position += length;
   }
   return position;
@@ -57,18 +59,13 @@ std::size_t validPrefix(std::string_view text) noexcept {
 double readDouble(std::string_view text) noexcept {
 #if defined(__cpp_lib_to_chars)
   double number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc::result_out_of_range) return number;
-  const std::string_view read(text.data(), static_cast<std::size_t>(end - text.data()));
-  const bool small = read.find("e-") != std::string_view::npos || read.find("E-") != std::string_view::npos;
-  const double magnitude = small ? 0.0 : std::numeric_limits<double>::infinity();
-  return text[0] == '-' ? -magnitude : magnitude;
-#else
-  // A standard library without it: strtod in the C locale, over just the characters of a decimal number.
-  static const locale_t kCLocale = newlocale(LC_ALL_MASK, "C", nullptr);
-  const std::string number(text.substr(0, std::min(text.find_first_not_of("+-.0123456789eE"), text.size())));
-  return strtod_l(number.c_str(), nullptr, kCLocale);
+  if (std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc()) return number;
 #endif
+  // Out of range, or a standard library without from_chars for doubles: strtod in the C locale, over just the
+  // characters of a decimal number.
+  static const locale_t kCLocale = newlocale(LC_ALL_MASK, "C", nullptr);
+  const std::string digits(text.substr(0, text.find_first_not_of("+-.0123456789eE")));
+  return strtod_l(digits.c_str(), nullptr, kCLocale);
 }
 
 std::string_view numberPart(std::string_view text) noexcept {
@@ -82,24 +79,21 @@ std::string_view numberPart(std::string_view text) noexcept {
 
 }  // namespace
 
-bool isValidUtf8(std::string_view text) noexcept { return validPrefix(text) == text.size(); }
+bool isValidUtf8(std::string_view text) noexcept {
+  return validPrefix(text) == text.size();
+}
 
 std::string validUtf8(std::string text) {
   std::size_t position = validPrefix(text);
   if (position == text.size()) return text;
-  std::string valid(text, 0, position);
+  std::string repaired(text, 0, position);
   while (position < text.size()) {
     const std::string_view rest = std::string_view(text).substr(position);
-    const std::size_t length = validSequence(rest);
-    if (length == 0) {
-      valid += "\xEF\xBF\xBD";
-      ++position;
-    } else {
-      valid.append(rest, 0, length);
-      position += length;
-    }
+    const auto [length, valid] = firstSequence(rest);
+    repaired += valid ? rest.substr(0, length) : "\xEF\xBF\xBD";
+    position += length;
   }
-  return valid;
+  return repaired;
 }
 
 std::string textOfDouble(double value) {
@@ -147,8 +141,9 @@ std::optional<std::int64_t> leadingInteger(std::string_view text) noexcept {
 std::optional<double> leadingDouble(std::string_view text) noexcept {
   text = numberPart(text);
   // from_chars also reads "nan" and "inf", which are no numbers here.
-  const std::size_t first = text.find_first_not_of("-.");
-  if (first == std::string_view::npos || text[first] < '0' || text[first] > '9') return std::nullopt;
+  std::string_view digits = text.substr(text.starts_with('-') ? 1 : 0);
+  if (digits.starts_with('.')) digits.remove_prefix(1);
+  if (digits.empty() || digits[0] < '0' || digits[0] > '9') return std::nullopt;
   return readDouble(text);
 }
 

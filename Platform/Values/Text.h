@@ -12,7 +12,7 @@
 namespace zorvane::platform {
 
 bool isValidUtf8(std::string_view text) noexcept;
-// The text with each invalid sequence replaced by U+FFFD.
+// The text with U+FFFD for each invalid sequence: a character that is broken off is one, any other bad byte is one.
 std::string validUtf8(std::string text);
 
 // The shortest text that reads back as the same number, "1.5", "5", "1e+22", "nan", "inf".

@@ -1,5 +1,7 @@
 #include "Platform/Values/Value.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -13,10 +15,27 @@ namespace {
 // Above this size a dictionary looks keys up by hash.
 constexpr std::size_t kIndexedSize = 16;
 
+#if defined(__SANITIZE_THREAD__)
+#define ZR_THREAD_SANITIZER
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define ZR_THREAD_SANITIZER
+#endif
+#endif
+
 template <typename T>
 T& uniqueCopy(std::shared_ptr<T>& shared) {
   // Only the last holder may write in place; a holder that appears later copied this Value, which its owner serialises.
-  if (shared.use_count() != 1) shared = std::make_shared<T>(*shared);
+  if (shared.use_count() != 1) {
+    shared = std::make_shared<T>(*shared);
+    return *shared;
+  }
+  // What the other holders read comes before the writing: the count is read without an order of its own.
+#if defined(ZR_THREAD_SANITIZER)
+  std::shared_ptr<T>(shared).reset();  // the same through the count itself: the sanitizer knows no fences
+#else
+  std::atomic_thread_fence(std::memory_order_acquire);
+#endif
   return *shared;
 }
 
@@ -79,7 +98,9 @@ std::string describeData(const Data& data) {
 
 }  // namespace
 
-Value Object::plainValue() const { return description(); }
+Value Object::plainValue() const {
+  return description();
+}
 
 Value::Value(const char* text) {
   if (text) storage_ = validUtf8(text);
@@ -87,8 +108,7 @@ Value::Value(const char* text) {
 Value::Value(std::string text) : storage_(validUtf8(std::move(text))) {}
 Value::Value(std::string_view text) : storage_(validUtf8(std::string(text))) {}
 Value::Value(Data data) : storage_(std::make_shared<const Data>(std::move(data))) {}
-Value::Value(URL url)
-    : storage_(std::make_shared<const URL>(URL{validUtf8(std::move(url.absoluteString))})) {}
+Value::Value(URL url) : storage_(std::make_shared<const URL>(URL{validUtf8(std::move(url.absoluteString))})) {}
 Value::Value(Array array) : storage_(std::make_shared<Array>(std::move(array))) {}
 Value::Value(Dictionary dictionary) : storage_(std::make_shared<Dictionary>(std::move(dictionary))) {}
 

@@ -18,11 +18,23 @@
 namespace zorvane::platform {
 
 enum class ValueKind : std::uint8_t {
-  Nil, Null, Bool, Integer, Double, String, Data, Date, URL, Array, Dictionary, Object
+  Nil,
+  Null,
+  Bool,
+  Integer,
+  Double,
+  String,
+  Data,
+  Date,
+  URL,
+  Array,
+  Dictionary,
+  Object
 };
 
 class Value;
 class Dictionary;
+// In braces, an array that holds one array is written Array{Value(Array{1, 2})}.
 using Array = std::vector<Value>;
 
 // A value was asked for a reading that its kind does not have ("[1, 2]" as a number).
@@ -65,9 +77,12 @@ class Object {
 };
 
 template <typename T>
-concept IntegerValue = std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char> &&
-                       !std::same_as<T, wchar_t> && !std::same_as<T, char8_t> && !std::same_as<T, char16_t> &&
-                       !std::same_as<T, char32_t>;
+concept IntegerValue =
+    std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char> && !std::same_as<T, wchar_t> &&
+    !std::same_as<T, char8_t> && !std::same_as<T, char16_t> && !std::same_as<T, char32_t>;
+
+template <typename T>
+concept OtherPointee = !std::same_as<T, char>;
 
 class Value {
  public:
@@ -102,7 +117,7 @@ class Value {
     if (object) storage_ = std::shared_ptr<const Object>(std::move(object));
   }
   // No other pointer is a value, and none is a boolean.
-  template <typename T>
+  template <OtherPointee T>
   Value(T*) = delete;
 
   Kind kind() const noexcept { return static_cast<Kind>(storage_.index()); }
@@ -131,7 +146,8 @@ class Value {
     return std::dynamic_pointer_cast<const T>(asObject());
   }
 
-  // Write access to a container: shared storage is copied first. Throws ValueError for any other kind.
+  // Write access to a container: shared storage is copied first. Throws ValueError for any other kind. Not to be used
+  // after this Value was copied: the copy would see the writing.
   Array& mutableArray();
   Dictionary& mutableDictionary();
 
@@ -156,8 +172,8 @@ class Value {
   Storage storage_;
 };
 
-// Text keys to values, in the order of first setting. No value is nil: setting nil removes nothing and throws ValueError
-// (use setObjectNilHandledForKey or remove). Copies are deep in effect and cheap in cost.
+// Text keys to values, in the order of first setting. No value is nil: setting nil removes nothing and throws
+// ValueError (use setObjectNilHandledForKey or remove). Copies are deep in effect and cheap in cost.
 class Dictionary {
  public:
   struct Entry {

@@ -1,0 +1,228 @@
+#include "Platform/Formats/BinaryEncoder.h"
+
+#include <algorithm>
+#include <bit>
+#include <functional>
+#include <stdexcept>
+
+namespace zorvane::platform {
+namespace {
+
+// An object's plain value holds no object; one that breaks this is followed only so far.
+constexpr int kMaximumPlainSteps = 8;
+constexpr std::size_t kReferenceSize = 4;
+
+// The character that starts at text[position] of valid UTF-8; moves behind it.
+std::uint32_t nextCharacter(std::string_view text, std::size_t& position) {
+  const auto byte = [&] { return static_cast<std::uint32_t>(static_cast<unsigned char>(text[position++])); };
+  const std::uint32_t lead = byte();
+  if (lead < 0x80) return lead;
+  const int following = lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
+  std::uint32_t character = lead & (0x3FU >> following);
+  for (int i = 0; i < following && position < text.size(); ++i) character = character << 6 | (byte() & 0x3F);
+  return character;
+}
+
+void appendUtf16Units(std::string_view text, std::string& out) {
+  for (std::size_t position = 0; position < text.size();) {
+    const std::uint32_t character = nextCharacter(text, position);
+    if (character < 0x10000) {
+      appendBigEndian(character, 2, out);
+    } else {
+      appendBigEndian(0xD800 + ((character - 0x10000) >> 10), 2, out);
+      appendBigEndian(0xDC00 + ((character - 0x10000) & 0x3FF), 2, out);
+    }
+  }
+}
+
+}  // namespace
+
+std::uint32_t ScalarTable::hashOf(std::string_view encoded) {
+  return static_cast<std::uint32_t>(std::hash<std::string_view>{}(encoded));
+}
+
+void ScalarTable::place(Slot slot) {
+  const std::size_t mask = slots_.size() - 1;
+  std::size_t i = slot.hash & mask;
+  while (slots_[i].index != kNone) i = (i + 1) & mask;
+  slots_[i] = slot;
+}
+
+void ScalarTable::insert(std::uint32_t hash, std::uint32_t index) {
+  if ((used_ + 1) * 3 > slots_.size() * 2) {
+    std::vector<Slot> old(std::max<std::size_t>(64, slots_.size() * 2));
+    old.swap(slots_);
+    for (const Slot& slot : old) {
+      if (slot.index != kNone) place(slot);
+    }
+  }
+  place({hash, index});
+  ++used_;
+}
+
+std::uint32_t BinaryEncoder::encode(const Value& value, int depth) {
+  switch (value.kind()) {
+    case Value::Kind::Nil:
+    case Value::Kind::Null:
+      return encodeText("");
+    case Value::Kind::Bool: {
+      const std::size_t start = bytes_.size();
+      bytes_ += *value.asBool() ? '\x09' : '\x08';
+      return finishScalar(start);
+    }
+    case Value::Kind::Integer:
+      return encodeInteger(*value.asInteger());
+    case Value::Kind::Double:
+      return encodeReal(0x23, *value.asDouble());
+    case Value::Kind::String:
+      return encodeText(*value.asString());
+    case Value::Kind::Data:
+      return encodeData(*value.asData());
+    case Value::Kind::Date:
+      return encodeReal(0x33, value.asDate()->secondsSince1970 - kPropertyListEpoch);
+    case Value::Kind::URL:
+      return encodeText(value.asURL()->absoluteString);
+    case Value::Kind::Array:
+    case Value::Kind::Dictionary:
+      return depth < kPropertyListDepth ? encodeContainer(value, depth) : encodeText("");
+    case Value::Kind::Object:
+      break;
+  }
+  Value plain = value;
+  for (int step = 0; step < kMaximumPlainSteps; ++step) {
+    const auto object = plain.asObject();
+    if (!object) return encode(plain, depth);
+    if (const auto* uid = dynamic_cast<const PropertyListUID*>(object.get())) return encodeUID(uid->index());
+    plain = object->plainValue();
+  }
+  return encodeText("");
+}
+
+std::uint32_t BinaryEncoder::encodeContainer(const Value& value, int depth) {
+  const std::size_t firstReference = references_.size();
+  std::size_t count = 0;
+  if (const Array* array = value.asArray()) {
+    for (const Value& element : *array) {
+      if (element.isNil()) continue;
+      references_.push_back(encode(element, depth + 1));
+      ++count;
+    }
+  } else {
+    const Dictionary& dictionary = *value.asDictionary();
+    count = dictionary.size();
+    for (const auto& [key, element] : dictionary) references_.push_back(encodeText(key));
+    for (const auto& [key, element] : dictionary) references_.push_back(encode(element, depth + 1));
+  }
+  const std::size_t start = bytes_.size();
+  appendMarker(value.isArray() ? 0xA0 : 0xD0, count, bytes_);
+  for (std::size_t i = firstReference; i < references_.size(); ++i) {
+    appendBigEndian(references_[i], kReferenceSize, bytes_);
+  }
+  references_.resize(firstReference);
+  return addObject(start);
+}
+
+std::uint32_t BinaryEncoder::encodeText(std::string_view text) {
+  const std::size_t start = bytes_.size();
+  if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+    appendMarker(0x50, text.size(), bytes_);
+    bytes_ += text;
+  } else {
+    std::string units;
+    units.reserve(2 * text.size());
+    appendUtf16Units(text, units);
+    appendMarker(0x60, units.size() / 2, bytes_);
+    bytes_ += units;
+  }
+  return finishScalar(start);
+}
+
+std::uint32_t BinaryEncoder::encodeInteger(std::int64_t number) {
+  const std::size_t start = bytes_.size();
+  const auto bits = static_cast<std::uint64_t>(number);
+  // Only eight bytes have a sign.
+  const unsigned power = bits <= 0xFF ? 0 : bits <= 0xFFFF ? 1 : bits <= 0xFFFFFFFF ? 2 : 3;
+  bytes_ += static_cast<char>(0x10 + power);
+  appendBigEndian(bits, std::size_t{1} << power, bytes_);
+  return finishScalar(start);
+}
+
+std::uint32_t BinaryEncoder::encodeReal(unsigned char marker, double number) {
+  const std::size_t start = bytes_.size();
+  bytes_ += static_cast<char>(marker);
+  appendBigEndian(std::bit_cast<std::uint64_t>(number), 8, bytes_);
+  return finishScalar(start);
+}
+
+std::uint32_t BinaryEncoder::encodeData(const Data& data) {
+  const std::size_t start = bytes_.size();
+  appendMarker(0x40, data.bytes.size(), bytes_);
+  bytes_.append(data.bytes.begin(), data.bytes.end());
+  return finishScalar(start);
+}
+
+std::uint32_t BinaryEncoder::encodeUID(std::uint32_t number) {
+  const std::size_t start = bytes_.size();
+  const std::size_t size = number <= 0xFF ? 1 : number <= 0xFFFF ? 2 : 4;
+  bytes_ += static_cast<char>(static_cast<unsigned char>(0x80 + size - 1));
+  appendBigEndian(number, size, bytes_);
+  return finishScalar(start);
+}
+
+std::uint32_t BinaryEncoder::finishScalar(std::size_t start) {
+  const std::string_view encoded = std::string_view(bytes_).substr(start);
+  const std::uint32_t hash = ScalarTable::hashOf(encoded);
+  std::uint32_t index = table_.find(hash, [&](std::uint32_t other) { return standsAt(other, encoded); });
+  if (index != ScalarTable::kNone) {
+    bytes_.resize(start);
+    return index;
+  }
+  index = addObject(start);
+  table_.insert(hash, index);
+  return index;
+}
+
+std::uint32_t BinaryEncoder::addObject(std::size_t start) {
+  const std::size_t index = existing_.count + offsets_.size();
+  if (index >= ScalarTable::kNone) throw std::length_error("too many objects in a property list");
+  offsets_.push_back(existing_.bytes.size() + start);
+  return static_cast<std::uint32_t>(index);
+}
+
+bool BinaryEncoder::standsAt(std::uint32_t index, std::string_view encoded) const {
+  // No encoded scalar is the beginning of another.
+  if (index >= existing_.count) {
+    const std::size_t start = offsets_[index - existing_.count] - existing_.bytes.size();
+    return std::string_view(bytes_).substr(start).starts_with(encoded);
+  }
+  const std::string_view offset = existing_.offsets.from((index - existing_.firstIndex) * existing_.offsetSize);
+  return existing_.bytes.from(bigEndian(offset.substr(0, existing_.offsetSize))).starts_with(encoded);
+}
+
+void appendBigEndian(std::uint64_t number, std::size_t size, std::string& out) {
+  char bytes[8];
+  for (std::size_t i = 0; i < size; ++i) {
+    bytes[i] = static_cast<char>(static_cast<unsigned char>(number >> (8 * (size - 1 - i)) & 0xFF));
+  }
+  out.append(bytes, size);
+}
+
+void appendMarker(unsigned char marker, std::size_t count, std::string& out) {
+  out += static_cast<char>(static_cast<unsigned char>(marker | std::min<std::size_t>(count, 15)));
+  if (count < 15) return;
+  const unsigned power = count <= 0xFF ? 0 : count <= 0xFFFF ? 1 : count <= 0xFFFFFFFF ? 2 : 3;
+  out += static_cast<char>(0x10 + power);
+  appendBigEndian(count, std::size_t{1} << power, out);
+}
+
+void appendTrailer(std::size_t offsetSize, std::size_t referenceSize, std::size_t count, std::size_t top,
+                   std::size_t tableStart, std::string& out) {
+  out.append(6, '\0');
+  appendBigEndian(offsetSize, 1, out);
+  appendBigEndian(referenceSize, 1, out);
+  appendBigEndian(count, 8, out);
+  appendBigEndian(top, 8, out);
+  appendBigEndian(tableStart, 8, out);
+}
+
+}  // namespace zorvane::platform

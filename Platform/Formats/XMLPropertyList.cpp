@@ -1,0 +1,300 @@
+#include "Platform/Formats/XMLPropertyList.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <charconv>
+#include <limits>
+#include <optional>
+
+#include "Platform/Formats/BinaryObjects.h"
+#include "Platform/Formats/UnicodeText.h"
+#include "Platform/Formats/XMLText.h"
+#include "Platform/Values/Text.h"
+
+namespace zorvane::platform {
+namespace {
+
+bool isBlank(char character) {
+  return character == ' ' || character == '\t' || character == '\n' || character == '\r';
+}
+
+class Parser {
+ public:
+  explicit Parser(std::string_view text) : text_(text) {}
+
+  Result<Value> parse() {
+    Value value;
+    if (parseDocument(value)) return value;
+    return Error{std::move(error_), 0};
+  }
+
+ private:
+  struct Tag {
+    std::string_view name;
+    std::size_t position = 0;
+    bool isClosing = false;
+    bool isEmpty = false;
+  };
+
+  // Every step returns whether it succeeded; the first failure leaves its sentence.
+  bool fail(std::string_view what) { return failAt(what, position_); }
+  bool failAt(std::string_view what, std::size_t position) {
+    error_ =
+        "no property list: " + std::string(what) + " at byte " + textOfInteger(static_cast<std::int64_t>(position));
+    return false;
+  }
+
+  bool startsWith(std::string_view text) const { return text_.substr(position_, text.size()) == text; }
+  bool skipPast(std::string_view end, std::string_view missing) {
+    const std::size_t found = text_.find(end, position_);
+    if (found == std::string_view::npos) return fail(missing);
+    position_ = found + end.size();
+    return true;
+  }
+
+  // To the next tag: over blanks, comments and instructions.
+  bool skipToTag() {
+    for (;;) {
+      while (position_ < text_.size() && isBlank(text_[position_])) ++position_;
+      if (startsWith("<!--")) {
+        if (!skipPast("-->", "a comment without an end")) return false;
+      } else if (startsWith("<?")) {
+        if (!skipPast("?>", "an instruction without an end")) return false;
+      } else if (startsWith("<")) {
+        return true;
+      } else {
+        return fail(position_ == text_.size() ? "an element is missing" : "text between elements");
+      }
+    }
+  }
+
+  bool readTag(Tag& tag) {
+    tag = Tag{};
+    tag.position = position_++;
+    if (startsWith("/")) {
+      tag.isClosing = true;
+      ++position_;
+    }
+    const std::size_t nameStart = position_;
+    while (position_ < text_.size() && text_[position_] >= 'a' && text_[position_] <= 'z') ++position_;
+    tag.name = text_.substr(nameStart, position_ - nameStart);
+    // Attributes are passed over; one in quotes may hold the tag's end.
+    char quote = '\0';
+    for (; position_ < text_.size(); ++position_) {
+      const char character = text_[position_];
+      if (quote != '\0') {
+        if (character == quote) quote = '\0';
+      } else if (character == '"' || character == '\'') {
+        quote = character;
+      } else if (character == '>') {
+        tag.isEmpty = text_[position_ - 1] == '/' && position_ - 1 > tag.position + (tag.isClosing ? 1U : 0U);
+        const std::size_t behindName = nameStart + tag.name.size();
+        if (!isBlank(text_[behindName]) && text_[behindName] != '>' && text_[behindName] != '/') break;
+        ++position_;
+        return true;
+      }
+    }
+    return failAt("an unknown or unfinished tag", tag.position);
+  }
+
+  bool readClosingTag(std::string_view name) {
+    if (!skipToTag()) return false;
+    return readClosingTagHere(name);
+  }
+  bool readClosingTagHere(std::string_view name) {
+    const std::size_t position = position_;
+    Tag tag;
+    if (!startsWith("</") || !readTag(tag) || tag.name != name) {
+      return failAt("the end of <" + std::string(name) + "> is missing", position);
+    }
+    return true;
+  }
+
+  bool parseDocument(Value& value) {
+    if (!skipToTag()) return false;
+    if (startsWith("<!DOCTYPE")) {
+      const std::size_t end = std::min(text_.find_first_of("[>", position_), text_.size());
+      if (text_.substr(end, 1) != ">") return fail("an unsound document type");
+      position_ = end + 1;
+      if (!skipToTag()) return false;
+    }
+    Tag tag;
+    if (!readTag(tag)) return false;
+    if (tag.name != "plist" || tag.isClosing) return parseElement(tag, 0, value);
+    if (tag.isEmpty) return failAt("an empty list", tag.position);
+    return skipToTag() && readTag(tag) && parseElement(tag, 0, value) && readClosingTag("plist");
+  }
+
+  bool parseElement(const Tag& tag, int depth, Value& value) {
+    constexpr std::size_t kMaximumValues = DecodingAllowance{}.values;
+    if (tag.isClosing) return failAt("an end without a beginning", tag.position);
+    if (++count_ > kMaximumValues) return failAt("too many values", tag.position);
+    if (tag.name == "string") {
+      std::string text;
+      if (!readText(tag, text)) return false;
+      value = Value(std::move(text));
+      return true;
+    }
+    if (tag.name == "array" || tag.name == "dict") {
+      if (depth == kPropertyListDepth) return failAt("too many levels", tag.position);
+      return tag.name == "array" ? parseArray(tag, depth, value) : parseDictionary(tag, depth, value);
+    }
+    if (tag.name == "true" || tag.name == "false") {
+      value = tag.name == "true";
+      return tag.isEmpty || readClosingTagHere(tag.name);
+    }
+    std::optional<Value> (*reading)(std::string_view) = tag.name == "integer" ? integerOfXMLText
+                                                        : tag.name == "real"  ? realOfXMLText
+                                                        : tag.name == "date"  ? dateOfXMLText
+                                                        : tag.name == "data"  ? dataOfXMLText
+                                                                              : nullptr;
+    if (!reading || tag.isEmpty) return failAt("an unknown or empty element", tag.position);
+    const std::size_t start = position_;
+    position_ = std::min(text_.find('<', start), text_.size());
+    const std::optional<Value> read = reading(text_.substr(start, position_ - start));
+    if (!read) return failAt("an unsound " + std::string(tag.name), start);
+    value = *read;
+    return readClosingTagHere(tag.name);
+  }
+
+  bool parseArray(const Tag& tag, int depth, Value& value) {
+    Array array;
+    Tag next = tag;
+    while (!tag.isEmpty) {
+      if (!skipToTag() || !readTag(next)) return false;
+      if (next.isClosing && next.name == tag.name) break;
+      if (!parseElement(next, depth + 1, array.emplace_back())) return false;
+    }
+    value = Value(std::move(array));
+    return true;
+  }
+
+  bool parseDictionary(const Tag& tag, int depth, Value& value) {
+    Dictionary dictionary;
+    Tag next = tag;
+    while (!tag.isEmpty) {
+      if (!skipToTag() || !readTag(next)) return false;
+      if (next.isClosing && next.name == tag.name) break;
+      if (next.name != "key" || next.isClosing) return failAt("a key is missing", next.position);
+      std::string key;
+      Value element;
+      if (!readText(next, key) || !skipToTag() || !readTag(next) || !parseElement(next, depth + 1, element)) {
+        return false;
+      }
+      dictionary.set(key, std::move(element));
+    }
+    // How XML writes a UID, which has no element of its own.
+    const Value* uid = dictionary.size() == 1 ? dictionary.find("CF$UID") : nullptr;
+    const std::int64_t* index = uid ? uid->asInteger() : nullptr;
+    if (index && *index >= 0 && *index <= std::numeric_limits<std::uint32_t>::max()) {
+      value = std::make_shared<const PropertyListUID>(static_cast<std::uint32_t>(*index));
+    } else {
+      value = Value(std::move(dictionary));
+    }
+    return true;
+  }
+
+  // The text up to the tag's end.
+  bool readText(const Tag& tag, std::string& out) {
+    if (tag.isEmpty) return true;
+    constexpr std::string_view kCharacterData = "<![CDATA[";
+    const std::size_t start = position_;
+    for (;;) {
+      const std::size_t end = std::min(text_.find_first_of("<&", position_), text_.size());
+      out += text_.substr(position_, end - position_);
+      position_ = end;
+      if (startsWith("&")) {
+        if (!readReference(out)) return false;
+      } else if (startsWith(kCharacterData)) {
+        position_ += kCharacterData.size();
+        const std::size_t dataStart = position_;
+        if (!skipPast("]]>", "character data without an end")) return false;
+        out += text_.substr(dataStart, position_ - 3 - dataStart);
+      } else {
+        break;
+      }
+    }
+    if (!isValidUtf8(out)) return failAt("text that is no UTF-8", start);
+    return readClosingTagHere(tag.name);
+  }
+
+  bool readReference(std::string& out) {
+    constexpr std::size_t kMaximumLength = 10;  // "#" and "x" included
+    constexpr std::array<std::pair<std::string_view, char>, 5> kNamed = {
+        {{"lt", '<'}, {"gt", '>'}, {"amp", '&'}, {"apos", '\''}, {"quot", '"'}}};
+    const std::size_t length = text_.substr(position_ + 1, kMaximumLength + 1).find(';');
+    if (length == std::string_view::npos) return fail("an unsound reference");
+    std::string_view name = text_.substr(position_ + 1, length);
+    for (const auto& [known, character] : kNamed) {
+      if (name != known) continue;
+      out += character;
+      position_ += length + 2;
+      return true;
+    }
+    if (!name.starts_with('#')) return fail("an unknown reference");
+    name.remove_prefix(1);
+    const int base = name.starts_with('x') ? 16 : 10;
+    if (base == 16) name.remove_prefix(1);
+    std::uint32_t character = 0;
+    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), character, base);
+    if (error != std::errc() || end != name.data() + name.size() || isSurrogate(character) || character > 0x10FFFF) {
+      return fail("a reference to no character");
+    }
+    appendUtf8(character, out);
+    position_ += length + 2;
+    return true;
+  }
+
+  std::string_view text_;
+  std::size_t position_ = 0;
+  std::size_t count_ = 0;
+  std::string error_;
+};
+
+std::string fromUtf16(std::string_view bytes, bool isBigEndian) {
+  std::string text;
+  text.reserve(bytes.size());
+  const auto unit = [&](std::size_t i) {
+    const auto first = static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[2 * i]));
+    const auto second = static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[2 * i + 1]));
+    return isBigEndian ? first << 8 | second : second << 8 | first;
+  };
+  appendUtf16(bytes.size() / 2, unit, text);
+  return text;
+}
+
+// The name of the encoding that the head declares, in lower case; empty where it declares none.
+std::string declaredEncoding(std::string_view bytes) {
+  if (!bytes.starts_with("<?xml")) return {};
+  const std::string_view head = bytes.substr(0, std::min(bytes.find("?>"), bytes.size()));
+  const std::size_t name = head.find("encoding");
+  const std::size_t start = name == std::string_view::npos ? name : head.find_first_of("\"'", name);
+  if (start == std::string_view::npos) return {};
+  const std::size_t end = head.find(head[start], start + 1);
+  std::string encoding(head.substr(start + 1, end == std::string_view::npos ? end : end - start - 1));
+  for (char& c : encoding) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  return encoding;
+}
+
+}  // namespace
+
+Result<Value> parseXMLPropertyList(std::string_view bytes) {
+  if (bytes.starts_with("\xEF\xBB\xBF")) return Parser(bytes.substr(3)).parse();
+  if (bytes.starts_with("\xFE\xFF")) return Parser(fromUtf16(bytes.substr(2), true)).parse();
+  if (bytes.starts_with("\xFF\xFE")) return Parser(fromUtf16(bytes.substr(2), false)).parse();
+  if (bytes.starts_with(std::string_view("\0<", 2))) return Parser(fromUtf16(bytes, true)).parse();
+  if (bytes.starts_with(std::string_view("<\0", 2))) return Parser(fromUtf16(bytes, false)).parse();
+  const std::string encoding = declaredEncoding(bytes);
+  if (encoding == "iso-8859-1" || encoding == "latin1") {
+    std::string text;
+    for (const char byte : bytes) appendUtf8(static_cast<unsigned char>(byte), text);
+    return Parser(text).parse();
+  }
+  if (encoding.empty() || encoding == "utf-8" || encoding == "utf8" || encoding == "us-ascii" || encoding == "ascii") {
+    return Parser(bytes).parse();
+  }
+  return Error{"no property list: an unknown encoding is declared at byte 0", 0};
+}
+
+}  // namespace zorvane::platform

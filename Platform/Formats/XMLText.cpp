@@ -1,0 +1,141 @@
+#include "Platform/Formats/XMLText.h"
+
+#include <charconv>
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include "Platform/Time/CivilTime.h"
+#include "Platform/Values/Text.h"
+
+namespace zorvane::platform {
+namespace {
+
+constexpr std::string_view kBlanks = " \t\n\r";
+
+void skipBlanks(std::string_view& text) {
+  while (!text.empty() && kBlanks.find(text[0]) != std::string_view::npos) text.remove_prefix(1);
+}
+
+// Takes a sign off the front; true for a minus.
+bool takeSign(std::string_view& text) {
+  const bool isNegative = text.starts_with('-');
+  if (isNegative || text.starts_with('+')) text.remove_prefix(1);
+  return isNegative;
+}
+
+std::size_t takeDigits(std::string_view& text) {
+  std::size_t count = 0;
+  while (count < text.size() && text[count] >= '0' && text[count] <= '9') ++count;
+  text.remove_prefix(count);
+  return count;
+}
+
+bool isDecimalNumber(std::string_view text) {
+  takeSign(text);
+  std::size_t digits = takeDigits(text);
+  if (text.starts_with('.')) {
+    text.remove_prefix(1);
+    digits += takeDigits(text);
+  }
+  if (digits == 0) return false;
+  if (text.starts_with('e') || text.starts_with('E')) {
+    text.remove_prefix(1);
+    takeSign(text);
+    if (takeDigits(text) == 0) return false;
+  }
+  return text.empty();
+}
+
+int sextetOf(char character) {
+  if (character >= 'A' && character <= 'Z') return character - 'A';
+  if (character >= 'a' && character <= 'z') return character - 'a' + 26;
+  if (character >= '0' && character <= '9') return character - '0' + 52;
+  return character == '+' ? 62 : character == '/' ? 63 : -1;
+}
+
+}  // namespace
+
+std::optional<Value> integerOfXMLText(std::string_view text) {
+  skipBlanks(text);
+  const bool isNegative = takeSign(text);
+  skipBlanks(text);
+  const int base = text.starts_with("0x") || text.starts_with("0X") ? 16 : 10;
+  if (base == 16) text.remove_prefix(2);
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  if (!isNegative) return Value(number);
+  if (number > std::uint64_t{1} << 63) return std::nullopt;
+  return Value(static_cast<std::int64_t>(~number + 1));
+}
+
+std::optional<Value> realOfXMLText(std::string_view text) {
+  skipBlanks(text);
+  if (isDecimalNumber(text)) return Value(leadingDouble(text).value_or(0));
+  const bool isNegative = takeSign(text);
+  std::string word(text);
+  for (char& c : word) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  if (word == "nan") return Value(std::numeric_limits<double>::quiet_NaN());
+  if (word != "inf" && word != "infinity") return std::nullopt;
+  const double infinity = std::numeric_limits<double>::infinity();
+  return Value(isNegative ? -infinity : infinity);
+}
+
+std::optional<Value> dateOfXMLText(std::string_view text) {
+  constexpr std::string_view kForm = "0000-00-00T00:00:00Z";
+  if (text.size() != kForm.size()) return std::nullopt;
+  for (std::size_t i = 0; i < kForm.size(); ++i) {
+    const bool isDigit = text[i] >= '0' && text[i] <= '9';
+    if (kForm[i] == '0' ? !isDigit : text[i] != kForm[i]) return std::nullopt;
+  }
+  const auto number = [&](std::size_t start, std::size_t length) {
+    int value = 0;
+    std::from_chars(text.data() + start, text.data() + start + length, value);
+    return value;
+  };
+  CivilTime time;
+  time.year = number(0, 4);
+  time.month = number(5, 2);
+  time.day = number(8, 2);
+  time.hour = number(11, 2);
+  time.minute = number(14, 2);
+  time.second = number(17, 2);
+  if (time.month < 1 || time.month > 12) return std::nullopt;
+  const std::int64_t seconds = secondsFromCivilTime(time);
+  const CivilTime read = civilTimeFromSeconds(seconds);
+  // A day or a time that does not exist comes back as another one.
+  if (read.day != time.day || read.hour != time.hour || read.minute != time.minute || read.second != time.second) {
+    return std::nullopt;
+  }
+  return Value(Date{static_cast<double>(seconds)});
+}
+
+std::optional<Value> dataOfXMLText(std::string_view text) {
+  Data data;
+  data.bytes.reserve(text.size() / 4 * 3);
+  std::uint32_t bits = 0;
+  int count = 0;
+  std::size_t sextets = 0;
+  std::size_t padding = 0;
+  for (const char character : text) {
+    if (kBlanks.find(character) != std::string_view::npos) continue;
+    if (character == '=') {
+      ++padding;
+      continue;
+    }
+    const int sextet = sextetOf(character);
+    if (sextet < 0 || padding != 0) return std::nullopt;
+    bits = bits << 6 | static_cast<std::uint32_t>(sextet);
+    count += 6;
+    ++sextets;
+    if (count >= 8) {
+      count -= 8;
+      data.bytes.push_back(static_cast<std::uint8_t>(bits >> count & 0xFF));
+    }
+  }
+  if (sextets % 4 == 1 || padding > 2) return std::nullopt;
+  return Value(std::move(data));
+}
+
+}  // namespace zorvane::platform
