@@ -9,10 +9,6 @@
 #include "Platform/Dispatch/Mutex.h"
 
 namespace zorvane::platform {
-
-std::shared_ptr<LocaleService> makeProcessLocale();
-std::shared_ptr<TimeZone> makeProcessTimeZone();
-
 namespace {
 
 struct Configuration {

@@ -15,7 +15,9 @@ namespace {
 
 constexpr std::string_view kFile = "ZRAnalytics";
 
-bool isAccountActive() { return ZRConfigDataManager::sharedInstance().isAccountActive(); }
+bool isAccountActive() {
+  return ZRConfigDataManager::sharedInstance().isAccountActive();
+}
 
 platform::Queue& globalQueue(platform::Priority priority) {
   return platform::hostServices().scheduler->globalQueue(priority);
@@ -64,7 +66,8 @@ void ZRAnalytics::updateModules() {
     events.syncToServerFromDumpFile();
     events.flushEventsInBackgroundAndResetWithCompletionBlock(false, false, [](bool success, bool attempted) {
       if (!attempted) return;
-      logLine(success ? "Report add successful for previous sessions" : "Report add unsuccessful for previous sessions");
+      logLine(success ? "Report add successful for previous sessions"
+                      : "Report add unsuccessful for previous sessions");
     });
   });
 }
@@ -73,7 +76,8 @@ void ZRAnalytics::trackEventWithProperties(const Value& name, std::shared_ptr<co
   if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
   guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
     globalQueue(platform::Priority::Default).async([name, properties = std::move(properties)]() mutable {
-      ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(name, std::move(properties), nullptr);
+      ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(name, std::move(properties),
+                                                                                    nullptr);
     });
   });
 }
@@ -89,9 +93,13 @@ void ZRAnalytics::flushWithCompletionBlock(std::function<void(bool)> completion)
   });
 }
 
-void ZRAnalytics::syncNow() { flushWithCompletionBlock(nullptr); }
+void ZRAnalytics::syncNow() {
+  flushWithCompletionBlock(nullptr);
+}
 
-void ZRAnalytics::disablePeriodicFlush() { ZREventsHandler::sharedInstance().disablePeriodicFlush(); }
+void ZRAnalytics::disablePeriodicFlush() {
+  ZREventsHandler::sharedInstance().disablePeriodicFlush();
+}
 
 void ZRAnalytics::setFlushInterval(std::int64_t seconds) {
   ZREventsHandler::sharedInstance().setFlushInterval(seconds);

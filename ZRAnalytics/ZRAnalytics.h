@@ -13,34 +13,34 @@
 
 namespace zorvane {
 
-// Two gates are asked at each call: whether the account is active (remote configuration) and whether the SDK is enabled. A
-// closed gate makes the call return without effect and without its completion. Every operation may be called from any
-// thread and throws nothing. Set the host services and the core up before the first use (Platform/HostServices.h,
-// ZorvaneCore/CoreSetup.h).
+// Two gates are asked at each call: whether the account is active (remote configuration) and whether the SDK is
+// enabled. A closed gate makes the call return without effect and without its completion. Every operation may be called
+// from any thread and throws nothing. Set the host services and the core up before the first use
+// (Platform/HostServices.h, ZorvaneCore/CoreSetup.h).
 class ZRAnalytics final : public ZRAppIDUpdateDelegate {
  public:
-  // Made on first use, never destroyed. Its construction moves four keys of earlier releases from the standard defaults into
-  // the SDK defaults store.
+  // Made on first use, never destroyed. Its construction moves four keys of earlier releases from the standard defaults
+  // into the SDK defaults store.
   static ZRAnalytics& sharedInstance();
 
   // --- Start
 
   // Once, after the core is set up.
   void initializeAnalytics();
-  // At the start and on every return to the foreground: refreshes the session and sends what earlier sessions left. Gate:
-  // account.
+  // At the start and on every return to the foreground: refreshes the session and sends what earlier sessions left.
+  // Gate: account.
   void updateModules();
 
   // --- Events
 
-  // Records the event (its name is text) with its properties, or none, and returns; it is sent with its batch. Two events of
-  // one thread may be recorded in either order. Gates: account, SDK.
+  // Records the event (its name is text) with its properties, or none, and returns; it is sent with its batch. Two
+  // events of one thread may be recorded in either order. Gates: account, SDK.
   void trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties);
 
   // --- Sending
 
-  // Sends everything recorded so far. The completion is told whether all of it was accepted, or nothing was left to send; it
-  // is called on the events handler's queue. Gate: account (closed: the completion is never called).
+  // Sends everything recorded so far. The completion is told whether all of it was accepted, or nothing was left to
+  // send; it is called on the events handler's queue. Gate: account (closed: the completion is never called).
   void flushWithCompletionBlock(std::function<void(bool success)> completion);
   void syncNow();
   // For good: the choice is kept over restarts.
@@ -65,11 +65,11 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
 
   // --- Called by the core
 
-  // The application identifier changed: what was recorded under the old one is sent, then the user is cleaned up and the
-  // completion called, on the events handler's queue. Gate: account.
+  // The application identifier changed: what was recorded under the old one is sent, then the user is cleaned up and
+  // the completion called, on the events handler's queue. Gate: account.
   void appIDChangeHandledWithCompletionBlock(std::function<void()> completion) override;
-  // The SDK was enabled or disabled. Disabled: stored events, the advertising identifier, the flush timer and the session
-  // go. Enabled: a new session. No gate.
+  // The SDK was enabled or disabled. Disabled: stored events, the advertising identifier, the flush timer and the
+  // session go. Enabled: a new session. No gate.
   void zorvaneSDKStateUpdated();
 
  private:

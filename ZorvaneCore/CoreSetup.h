@@ -20,14 +20,14 @@ struct CoreSetup {
   // Keys and defaults: docs/formats.md. A key left out keeps its default.
   Dictionary remoteConfiguration;
   std::shared_ptr<NetworkTransport> transport;
-  // Told of each request before it leaves and of each answer, with the service and the body's "meta.bid" (absent when the
-  // body has none); any thread.
+  // Told of each request before it leaves and of each answer, with the service and the body's "meta.bid" (absent when
+  // the body has none); any thread.
   std::function<void(std::int64_t service, const std::optional<std::string>& bid)> willSendRequest;
   std::function<void(std::int64_t service, const std::optional<std::string>& bid, bool success)> didReceiveResponse;
 };
 
-// Once, before the module is started. A value of the wrong kind in the remote configuration throws ValueError that names
-// its key, and nothing changes.
+// Once, before the module is started. A value of the wrong kind in the remote configuration throws ValueError that
+// names its key, and nothing changes.
 void configureCore(CoreSetup setup);
 
 // These take effect at once; the module is not told. Thread-safe.

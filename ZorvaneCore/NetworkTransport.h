@@ -26,8 +26,8 @@ struct TransportResponse {
 class NetworkTransport {
  public:
   virtual ~NetworkTransport() = default;
-  // Takes the request over and returns. The completion is called once, from any thread. At most six connections to a host
-  // are open at a time, and reused; requests beyond wait their turn, first come first served.
+  // Takes the request over and returns. The completion is called once, from any thread. At most six connections to a
+  // host are open at a time, and reused; requests beyond wait their turn, first come first served.
   virtual void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) = 0;
 };
 

@@ -78,7 +78,9 @@ std::vector<std::string> listOf(std::string_view key, const Value& value) {
   return list;
 }
 
-Array arrayOf(const std::vector<std::string>& list) { return Array(list.begin(), list.end()); }
+Array arrayOf(const std::vector<std::string>& list) {
+  return Array(list.begin(), list.end());
+}
 
 }  // namespace
 
@@ -181,7 +183,9 @@ void CoreState::setAppId(std::string appId) {
   appId_ = std::move(appId);
 }
 
-bool CoreState::choice(std::string_view key) { return choices_.boolForKey(key); }
+bool CoreState::choice(std::string_view key) {
+  return choices_.boolForKey(key);
+}
 
 void CoreState::setChoice(std::string_view key, Value value) {
   choices_.setObjectForKey(std::move(value), key);
@@ -208,9 +212,17 @@ void CoreState::setSdkConfiguration(const ZRSDKConfiguration& configuration) {
   setChoice("periodic_flush_duration", duration ? Value(*duration) : Value());
 }
 
-void configureCore(CoreSetup setup) { CoreState::shared().configure(std::move(setup)); }
-void updateRemoteConfiguration(const Dictionary& changes) { CoreState::shared().applyConfiguration(changes); }
-void setAppIdentifier(std::string appId) { CoreState::shared().setAppId(std::move(appId)); }
-void setSDKEnabled(bool enabled) { CoreState::shared().setChoice(kChoiceSDKDisabled, !enabled); }
+void configureCore(CoreSetup setup) {
+  CoreState::shared().configure(std::move(setup));
+}
+void updateRemoteConfiguration(const Dictionary& changes) {
+  CoreState::shared().applyConfiguration(changes);
+}
+void setAppIdentifier(std::string appId) {
+  CoreState::shared().setAppId(std::move(appId));
+}
+void setSDKEnabled(bool enabled) {
+  CoreState::shared().setChoice(kChoiceSDKDisabled, !enabled);
+}
 
 }  // namespace zorvane

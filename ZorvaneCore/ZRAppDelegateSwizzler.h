@@ -46,12 +46,13 @@ class ZRAppDelegateSwizzler {
   static bool isAppDelegateProxyEnabled();
   // From now on the callbacks below reach the interceptors.
   static void proxyOriginalDelegate();
-  // Interceptors are called in the order of their registration, before the host's own delegate; their result is ignored.
+  // Interceptors are called in the order of their registration, before the host's own delegate; their result is
+  // ignored.
   static InterceptorID registerAppDelegateInterceptor(std::weak_ptr<UIApplicationDelegate> interceptor);
   static void unregisterAppDelegateInterceptorWithID(InterceptorID interceptor);
 
-  // The host's way in: what the operating system told it goes through the interceptors. An interceptor that throws costs
-  // its own call.
+  // The host's way in: what the operating system told it goes through the interceptors. An interceptor that throws
+  // costs its own call.
   static void forEachInterceptor(const std::function<void(UIApplicationDelegate&)>& call);
 };
 

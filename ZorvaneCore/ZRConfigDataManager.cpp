@@ -7,7 +7,9 @@
 namespace zorvane {
 namespace {
 
-std::shared_ptr<const RemoteConfiguration> configuration() { return CoreState::shared().configuration(); }
+std::shared_ptr<const RemoteConfiguration> configuration() {
+  return CoreState::shared().configuration();
+}
 
 bool listHolds(const std::vector<std::string>& list, std::string_view text) {
   return std::find(list.begin(), list.end(), text) != list.end();
@@ -25,7 +27,9 @@ ZRConfigDataManager& ZRConfigDataManager::sharedInstance() {
   return *manager;
 }
 
-bool ZRConfigDataManager::isAccountActive() const { return CoreState::shared().isAccountActive(); }
+bool ZRConfigDataManager::isAccountActive() const {
+  return CoreState::shared().isAccountActive();
+}
 bool ZRConfigDataManager::isDataTrackingEnabled() const {
   return configuration()->data_tracking_enabled && !CoreState::shared().choice(kChoiceDataTrackingOptedOut);
 }
@@ -35,8 +39,12 @@ bool ZRConfigDataManager::isIDFVTrackingEnabled() const {
 bool ZRConfigDataManager::isIDFATrackingEnabled() const {
   return configuration()->idfa_tracking_enabled && !CoreState::shared().sdkConfiguration().optOutIDFATracking();
 }
-bool ZRConfigDataManager::isPushNotificationEnabled() const { return configuration()->push_enabled; }
-bool ZRConfigDataManager::isInAppEnabled() const { return configuration()->in_app_enabled; }
+bool ZRConfigDataManager::isPushNotificationEnabled() const {
+  return configuration()->push_enabled;
+}
+bool ZRConfigDataManager::isInAppEnabled() const {
+  return configuration()->in_app_enabled;
+}
 bool ZRConfigDataManager::isPeriodicFlushEnabled() const {
   return configuration()->periodic_flush_enabled &&
          !CoreState::shared().sdkConfiguration().analyticsDisablePeriodicFlush();
@@ -55,7 +63,9 @@ bool ZRConfigDataManager::isUniqueIDRestricted(std::string_view uniqueID) const 
   return listHolds(configuration()->restricted_unique_ids, uniqueID);
 }
 
-std::int64_t ZRConfigDataManager::getEventBatchCount() const { return configuration()->event_batch_count; }
+std::int64_t ZRConfigDataManager::getEventBatchCount() const {
+  return configuration()->event_batch_count;
+}
 std::int64_t ZRConfigDataManager::getPeriodicFlushDuration() const {
   return CoreState::shared().sdkConfiguration().analyticsPeriodicFlushDuration().value_or(
       configuration()->periodic_flush_duration);
@@ -66,7 +76,9 @@ std::int64_t ZRConfigDataManager::getMinimumPeriodicFlushDurationLimit() const {
 std::int64_t ZRConfigDataManager::getUserAttributeCachingDuration() const {
   return configuration()->user_attribute_caching_duration;
 }
-std::int64_t ZRConfigDataManager::getSessionInActiveDuration() const { return configuration()->s_i_d; }
+std::int64_t ZRConfigDataManager::getSessionInActiveDuration() const {
+  return configuration()->s_i_d;
+}
 
 std::optional<std::string> ZRConfigDataManager::getZrvAppID() const {
   return absentWhenEmpty(CoreState::shared().appId());

@@ -7,9 +7,9 @@
 namespace zorvane {
 
 // Keys of the SDK defaults store.
-inline constexpr std::string_view kUserDefaultsKeySDKVersion = "ZRV_SDK_Version";              // text
+inline constexpr std::string_view kUserDefaultsKeySDKVersion = "ZRV_SDK_Version";                // text
 inline constexpr std::string_view kUserDefaultsKeyHasDeviceAddFailed = "ZRV_Device_Add_Failed";  // bool
-inline constexpr std::string_view kUserDefaultsKeySDKUniqueId = "ZRV_SDK_Unique_ID";           // text
+inline constexpr std::string_view kUserDefaultsKeySDKUniqueId = "ZRV_SDK_Unique_ID";             // text
 
 inline constexpr std::string_view kNotificationNameInitNewUser = "ZRVInitNewUser";
 inline constexpr std::string_view kNotificationNameUpdateModules = "ZRVUpdateModules";

@@ -10,7 +10,9 @@
 namespace zorvane {
 namespace {
 
-std::shared_ptr<const RemoteConfiguration> configuration() { return CoreState::shared().configuration(); }
+std::shared_ptr<const RemoteConfiguration> configuration() {
+  return CoreState::shared().configuration();
+}
 
 // Two threads that ask for the first time get one identifier.
 platform::Mutex& uniqueIDMutex() {
@@ -32,11 +34,19 @@ std::string uniqueIDMadeOnce() {
 
 }  // namespace
 
-bool ZRCoreUtils::isSDKEnabled() { return CoreState::shared().isSDKEnabled(); }
-bool ZRCoreUtils::isAppDelegateProxyEnabled() { return configuration()->app_delegate_proxy_enabled; }
+bool ZRCoreUtils::isSDKEnabled() {
+  return CoreState::shared().isSDKEnabled();
+}
+bool ZRCoreUtils::isAppDelegateProxyEnabled() {
+  return configuration()->app_delegate_proxy_enabled;
+}
 
-bool ZRCoreUtils::installRegistered() { return CoreState::shared().choice(kChoiceInstallRegistered); }
-void ZRCoreUtils::registerInstall() { CoreState::shared().setChoice(kChoiceInstallRegistered, true); }
+bool ZRCoreUtils::installRegistered() {
+  return CoreState::shared().choice(kChoiceInstallRegistered);
+}
+void ZRCoreUtils::registerInstall() {
+  CoreState::shared().setChoice(kChoiceInstallRegistered, true);
+}
 
 std::optional<std::string> ZRCoreUtils::getSDKUniqueIdForUser() {
   const auto current = configuration();
@@ -56,11 +66,21 @@ std::optional<std::string> ZRCoreUtils::getIDFV() {
   if (current->idfv.empty()) return std::nullopt;
   return current->idfv;
 }
-std::string ZRCoreUtils::getDeviceModel() { return configuration()->device_model; }
-std::string ZRCoreUtils::getDeviceName() { return configuration()->device_name; }
-std::string ZRCoreUtils::getDeviceSystemVersion() { return configuration()->os_version; }
-std::string ZRCoreUtils::appVersion() { return configuration()->app_version; }
-std::string ZRCoreUtils::getZorvaneSDKVersion() { return configuration()->sdk_version; }
+std::string ZRCoreUtils::getDeviceModel() {
+  return configuration()->device_model;
+}
+std::string ZRCoreUtils::getDeviceName() {
+  return configuration()->device_name;
+}
+std::string ZRCoreUtils::getDeviceSystemVersion() {
+  return configuration()->os_version;
+}
+std::string ZRCoreUtils::appVersion() {
+  return configuration()->app_version;
+}
+std::string ZRCoreUtils::getZorvaneSDKVersion() {
+  return configuration()->sdk_version;
+}
 
 std::string ZRCoreUtils::hexTokenForData(const Data& data) {
   static constexpr char kDigits[] = "0123456789abcdef";
@@ -73,9 +93,15 @@ std::string ZRCoreUtils::hexTokenForData(const Data& data) {
   return text;
 }
 
-std::string ZRCoreUtils::getDocumentsDirectoryPath() { return platform::hostServices().directories.documents; }
-std::string ZRCoreUtils::getSDKLibraryDirectoryPath() { return platform::hostServices().directories.library; }
-platform::DefaultsStore& ZRCoreUtils::getSDKUserDefault() { return platform::sdkDefaults(); }
+std::string ZRCoreUtils::getDocumentsDirectoryPath() {
+  return platform::hostServices().directories.documents;
+}
+std::string ZRCoreUtils::getSDKLibraryDirectoryPath() {
+  return platform::hostServices().directories.library;
+}
+platform::DefaultsStore& ZRCoreUtils::getSDKUserDefault() {
+  return platform::sdkDefaults();
+}
 
 std::optional<Dictionary> ZRNetworkConfiguration::getQueryParamsBodyDictForService(std::int64_t /*service*/) {
   const auto current = configuration();
@@ -86,6 +112,8 @@ std::optional<Dictionary> ZRNetworkConfiguration::getQueryParamsBodyDictForServi
   return parameters;
 }
 
-bool ZRAppDelegateSwizzler::isAppDelegateProxyEnabled() { return ZRCoreUtils::isAppDelegateProxyEnabled(); }
+bool ZRAppDelegateSwizzler::isAppDelegateProxyEnabled() {
+  return ZRCoreUtils::isAppDelegateProxyEnabled();
+}
 
 }  // namespace zorvane

@@ -8,7 +8,9 @@
 namespace zorvane {
 namespace {
 
-std::int64_t deviceOffset(Date date) { return platform::hostServices().timeZone->secondsFromGMT(date); }
+std::int64_t deviceOffset(Date date) {
+  return platform::hostServices().timeZone->secondsFromGMT(date);
+}
 
 }  // namespace
 

@@ -24,7 +24,9 @@ std::shared_ptr<ZRLogSink> ZRLogger::sink() const {
   return sink_;
 }
 
-bool ZRLogger::hasSink() const { return sink() != nullptr; }
+bool ZRLogger::hasSink() const {
+  return sink() != nullptr;
+}
 
 void ZRLogger::logWithTypeAndFormatArgs(std::int64_t type, const Array& formatArgs) {
   const auto target = sink();

@@ -64,7 +64,8 @@ void ZRNetworkRequest::executeRequestWithCompletionBlock(Completion completion) 
   const std::optional<std::string> bid = bidValue.isNil() ? std::nullopt : std::optional(bidValue.description());
   if (setup->willSendRequest) setup->willSendRequest(service_, bid);
 
-  auto answered = [setup, service = service_, bid, completion = std::move(completion)](const TransportResponse& response) {
+  auto answered = [setup, service = service_, bid,
+                   completion = std::move(completion)](const TransportResponse& response) {
     const bool success = response.status >= 200 && response.status < 300;
     if (setup->didReceiveResponse) setup->didReceiveResponse(service, bid, success);
     if (!completion) return;

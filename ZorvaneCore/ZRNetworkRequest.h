@@ -10,7 +10,8 @@
 
 namespace zorvane {
 
-// POST {endpoint}/v1/device/{path component} (service 1) or {endpoint}/v1/report/{path component} (service 2), JSON in UTF-8.
+// POST {endpoint}/v1/device/{path component} (service 1) or {endpoint}/v1/report/{path component} (service 2), JSON in
+// UTF-8.
 class ZRNetworkRequest {
  public:
   // Success is a 2xx answer. The response is the answer's JSON, or nil.
@@ -20,8 +21,8 @@ class ZRNetworkRequest {
       std::int64_t service, const Dictionary& params, const Dictionary& additionalHeaders, Dictionary requestBody,
       std::string additionalPathComponent);
 
-  // Hands the request to the transport and returns; the body is encoded when its turn to be sent comes. The completion is
-  // called once, on a thread of the core's choosing; without a transport or an endpoint the answer is a failure.
+  // Hands the request to the transport and returns; the body is encoded when its turn to be sent comes. The completion
+  // is called once, on a thread of the core's choosing; without a transport or an endpoint the answer is a failure.
   void executeRequestWithCompletionBlock(Completion completion);
 
  private:

@@ -26,7 +26,9 @@ bool ZorvaneCore::isDeviceUniqueIDPresentInKeyChain() const {
   return CoreState::shared().configuration()->device_id_in_secure_store;
 }
 
-ZRSDKConfiguration ZorvaneCore::getDefaultSDKConfiguration() const { return CoreState::shared().sdkConfiguration(); }
+ZRSDKConfiguration ZorvaneCore::getDefaultSDKConfiguration() const {
+  return CoreState::shared().sdkConfiguration();
+}
 
 void ZorvaneCore::updateSDKConfigWithCompletionBlock(const ZRSDKConfiguration& configuration,
                                                      std::function<void()> completion) {

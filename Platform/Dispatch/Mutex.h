@@ -10,13 +10,31 @@
 
 namespace zorvane::platform {
 
+// For locks held briefly, without I/O or waiting.
 class ZR_CAPABILITY("mutex") Mutex {
  public:
-  void lock() ZR_ACQUIRE() { mutex_.lock(); }
+  void lock() ZR_ACQUIRE() {
+    // Locks are held for less time than it takes to go to sleep and to be woken.
+    for (int attempt = 0; attempt < kSpins; ++attempt) {
+      if (mutex_.try_lock()) return;
+      pause();
+    }
+    mutex_.lock();
+  }
   void unlock() ZR_RELEASE() { mutex_.unlock(); }
 
  private:
   friend class Condition;
+  static constexpr int kSpins = 100;
+
+  static void pause() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    __asm__ volatile("yield");
+#endif
+  }
+
   std::mutex mutex_;
 };
 

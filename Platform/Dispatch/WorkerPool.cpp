@@ -16,7 +16,7 @@ constexpr int kMostThreads = 8;
 constexpr int kMostBackgroundTasks = 2;
 // How long a thread without work stays awake: some ten microseconds, so that a stream of short tasks with short gaps
 // costs its poster no wake.
-constexpr int kLingerRounds = 100;
+constexpr int kLingerRounds = 200;
 // How long work may wait behind a stuck task before another thread takes it.
 constexpr double kTickSeconds = 0.001;
 

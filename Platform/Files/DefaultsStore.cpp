@@ -34,7 +34,11 @@ void callSynchronizeHook(const std::string& store) {
     MutexLock lock(holder.mutex);
     hook = holder.hook;
   }
-  if (hook && *hook) (*hook)(store);
+  if (!hook || !*hook) return;
+  try {
+    (*hook)(store);
+  } catch (...) {  // a hook that throws costs its own call
+  }
 }
 
 DefaultsStore& makeStore(const std::string& name, const std::string& fileName) {
@@ -104,6 +108,10 @@ Dictionary DefaultsStore::dictionaryRepresentation() const {
 
 Status DefaultsStore::synchronize() {
   callSynchronizeHook(name_);
+  return writeChanges();
+}
+
+Status DefaultsStore::writeChanges() {
   MutexLock writing(writeMutex_);
   Dictionary content;
   {

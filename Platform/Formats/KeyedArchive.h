@@ -12,8 +12,9 @@
 
 namespace zorvane::platform {
 
-// An object of one of the archive's own classes, as a reader or writer of archives sees it: the class name and the encoded
-// keys. Values are plain values; an object inside is an ArchivedObject in a Value again, also within arrays and dictionaries.
+// An object of one of the archive's own classes, as a reader or writer of archives sees it: the class name and the
+// encoded keys. Values are plain values; an object inside is an ArchivedObject in a Value again, also within arrays and
+// dictionaries.
 class ArchivedObject final : public Object {
  public:
   explicit ArchivedObject(std::string className) : className_(std::move(className)) {}

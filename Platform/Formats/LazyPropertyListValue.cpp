@@ -55,12 +55,13 @@ Value LazyPropertyListValue::decodeKey(std::string_view key) const {
 
 std::size_t LazyPropertyListValue::countOfKey(std::string_view key) const {
   if (!source_) {
-    const Value value = decodeKey(key);
+    const Value value = key.empty() ? value_ : decodeKey(key);
     return value.isArray() ? value.asArray()->size() : 0;
   }
-  std::size_t element = 0;
+  std::size_t element = object_;
   BinaryObject array;
-  if (!findElement(source_->objects, object_, key, element) || !source_->objects.read(element, array)) return 0;
+  if (!key.empty() && !findElement(source_->objects, object_, key, element)) return 0;
+  if (!source_->objects.read(element, array)) return 0;
   return array.kind == BinaryObject::Kind::Array ? array.count : 0;
 }
 
@@ -68,6 +69,12 @@ bool LazyPropertyListValue::isArray() const {
   if (!source_) return value_.isArray();
   BinaryObject object;
   return source_->objects.read(object_, object) && object.kind == BinaryObject::Kind::Array;
+}
+
+bool LazyPropertyListValue::isDictionary() const {
+  if (!source_) return value_.isDictionary();
+  BinaryObject object;
+  return source_->objects.read(object_, object) && object.kind == BinaryObject::Kind::Dictionary;
 }
 
 void LazyPropertyListValue::appendJSONOfKey(std::string_view key, std::string& out) const {

@@ -217,7 +217,7 @@ INSTANTIATE_TEST_SUITE_P(Schedulers, SchedulerContract,
                          testing::Values(Kind{"OwnMainThread", make<OwnThreadWorld>},
                                          Kind{"AdoptedMainThread", make<AdoptedWorld>},
                                          Kind{"HostLoop", make<HostLoopWorld>}, Kind{"Manual", make<ManualWorld>}),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& kind) { return kind.param.name; });
 
 }  // namespace
 }  // namespace zorvane::platform

@@ -21,7 +21,9 @@ ZRBatchTable::ZRBatchTable(std::vector<ZRStoredBatch> batches) : batches_(std::m
   for (std::size_t i = 0; i < batches_.size(); ++i) positions_.emplace(batches_[i].key, i);
 }
 
-void ZRBatchTable::remove(const std::string& batchID) { positions_.erase(batchID); }
+void ZRBatchTable::remove(const std::string& batchID) {
+  positions_.erase(batchID);
+}
 
 std::vector<ZRStoredBatch> ZRBatchTable::batches() const {
   std::vector<ZRStoredBatch> left;
@@ -42,7 +44,9 @@ std::optional<ZRBatchFile::Identity> ZRBatchFile::identityOf(const std::string& 
                   static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec};
 }
 
-bool ZRBatchFile::exists() const { return platform::fileExists(path_); }
+bool ZRBatchFile::exists() const {
+  return platform::fileExists(path_);
+}
 
 std::string ZRBatchFile::lastError() const {
   platform::MutexLock lock(mutex_);

@@ -165,8 +165,8 @@ void ZREventsHandler::addEventToViewInfoWithEventDict(Dictionary eventDict) {
   }
   // Compared as unsigned numbers: a negative threshold is never reached.
   const bool batchIsFull = count >= static_cast<std::uint64_t>(eventsBatchCountTreshold_);
-  if (batchIsFull || (name.isString() &&
-                      ZRConfigDataManager::sharedInstance().isEventInstantFlushEvent(*name.asString()))) {
+  if (batchIsFull ||
+      (name.isString() && ZRConfigDataManager::sharedInstance().isEventInstantFlushEvent(*name.asString()))) {
     flushWithCompletionBlock(nullptr);
   }
 }

@@ -17,9 +17,9 @@
 
 namespace zorvane {
 
-// Events are accepted, recorded and gathered in the current batch on one serial queue; a batch is saved to the batch file
-// and sent as one request each; it leaves the file only after the service accepted it. Operations may be called from any
-// thread unless they say otherwise. The record, the batch and the request: docs/formats.md.
+// Events are accepted, recorded and gathered in the current batch on one serial queue; a batch is saved to the batch
+// file and sent as one request each; it leaves the file only after the service accepted it. Operations may be called
+// from any thread unless they say otherwise. The record, the batch and the request: docs/formats.md.
 class ZREventsHandler {
  public:
   // success: everything was accepted, or there was nothing to send. attempted: requests were made.
@@ -29,9 +29,9 @@ class ZREventsHandler {
 
   // --- Acceptance and recording (ZREventsHandler.cpp)
 
-  // The name should be text; anything else is dropped with a log line. Events of one thread are recorded in the order of
-  // these calls. The completion is called on the event queue once the event is recorded; at once, on the caller's thread,
-  // when the SDK is disabled; never when the event is rejected.
+  // The name should be text; anything else is dropped with a log line. Events of one thread are recorded in the order
+  // of these calls. The completion is called on the event queue once the event is recorded; at once, on the caller's
+  // thread, when the SDK is disabled; never when the event is rejected.
   void trackEvent(const Value& name);
   void trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties);
   void trackEventWithPropertiesWithCompletionBlock(const Value& name, std::shared_ptr<const ZRProperties> properties,

@@ -116,7 +116,9 @@ std::string ZREventsHandler::oldDatFilePath() const {
   return platform::joinPath(ZRCoreUtils::getDocumentsDirectoryPath(), "zorvaneEvents.dat");
 }
 
-bool ZREventsHandler::checkIfFileExists() const { return platform::fileExists(oldDatFilePath()); }
+bool ZREventsHandler::checkIfFileExists() const {
+  return platform::fileExists(oldDatFilePath());
+}
 
 Array ZREventsHandler::getEventsFromDumpFile() const {
   Array events;
@@ -146,7 +148,8 @@ void ZREventsHandler::syncToServerFromDumpFile() {
   Array events = getEventsFromDumpFile();
   if (events.empty()) return;
   const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
-  const Dictionary batch{{kBatchKeyEvents, events}, {kBatchKeyBatchID, batchID}, {kBatchKeyRequestTime, requestTimeNow()}};
+  const Dictionary batch{
+      {kBatchKeyEvents, events}, {kBatchKeyBatchID, batchID}, {kBatchKeyRequestTime, requestTimeNow()}};
   removeDatFile();
   logLine("Report Add request initiated:");
   BatchRequest request = requestForBatch(batch, std::nullopt);

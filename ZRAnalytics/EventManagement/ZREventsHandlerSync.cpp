@@ -18,7 +18,9 @@ namespace {
 
 constexpr std::string_view kFile = "ZREventsHandler";
 
-platform::MainQueue& mainQueue() { return platform::hostServices().scheduler->mainQueue(); }
+platform::MainQueue& mainQueue() {
+  return platform::hostServices().scheduler->mainQueue();
+}
 
 // Oldest first: by the milliseconds at the start of the identifier; batches of one millisecond in the file's order.
 std::vector<ZRStoredBatch> oldestFirst(const ZRBatchTable& table) {
@@ -32,9 +34,8 @@ std::vector<ZRStoredBatch> oldestFirst(const ZRBatchTable& table) {
 
 // The events of a stored batch as they stand in the file: decoded neither now nor when the request is encoded.
 Value storedEvents(const ZRStoredBatch& batch, std::string_view key) {
-  return platform::lazyJSON(
-      [value = batch.value, key](std::string& out) { value.appendJSONOfKey(key, out); },
-      [value = batch.value, key] { return key.empty() ? value.decode() : value.decodeKey(key); });
+  return platform::lazyJSON([value = batch.value, key](std::string& out) { value.appendJSONOfKey(key, out); },
+                            [value = batch.value, key] { return key.empty() ? value.decode() : value.decodeKey(key); });
 }
 
 }  // namespace
@@ -131,8 +132,8 @@ void ZREventsHandler::flushEventsInBackgroundAndResetWithCompletionBlock(bool ba
     callBlock(completion, false, false);
     return;
   }
-  const bool submitted = guarded(
-      {kFile, "flushEventsInBackgroundAndResetWithCompletionBlock", 411}, "Exception while syncing : %@", [&] {
+  const bool submitted =
+      guarded({kFile, "flushEventsInBackgroundAndResetWithCompletionBlock", 411}, "Exception while syncing : %@", [&] {
         reports_serial_queue_.async([this, background, reset, completion] {
           reports_serial_queue_.assertCurrent();
           synchronousFlushInBackgroundAndResetWithCompletionBlock(background, reset, completion);
@@ -151,10 +152,11 @@ void ZREventsHandler::synchronousFlushInBackgroundAndResetWithCompletionBlock(bo
       flushAttemptCompletedInBackgroundAndForReset(background, reset);
     } else {
       syncInProgress_ = false;
-      guarded({kFile, "synchronousFlushInBackgroundAndResetWithCompletionBlock"}, "Exception while syncing : %@", [this] {
-        reports_serial_queue_.assertCurrent();
-        if (batches_) writeBatches();
-      });
+      guarded({kFile, "synchronousFlushInBackgroundAndResetWithCompletionBlock"}, "Exception while syncing : %@",
+              [this] {
+                reports_serial_queue_.assertCurrent();
+                if (batches_) writeBatches();
+              });
     }
     reportCurrentException({kFile, "synchronousFlushInBackgroundAndResetWithCompletionBlock", 538},
                            "Exception while syncing : %@");
@@ -279,7 +281,13 @@ void ZREventsHandler::setReportsResetInvocationInBackgroundAndResetWithCompletio
 void ZREventsHandler::loadBatches() {
   batches_ = getBatches();
   if (!batches_) return;
-  for (const ZRStoredBatch& batch : batches_->batches()) knownBatches_.insert(batch.key);
+  for (const ZRStoredBatch& batch : batches_->batches()) {
+    knownBatches_.insert(batch.key);
+    if (batch.value.isDictionary() || batch.value.isArray()) continue;
+    // Nothing in there can be sent, now or later; it goes with the next rewriting of the file.
+    logLine("Batch Events plist : the entry %@ is no batch and is dropped", {batch.key});
+    batches_->remove(batch.key);
+  }
 }
 
 // Leaves in the file the batches still to be accepted, and those that were saved since they were loaded.

@@ -12,7 +12,15 @@ namespace {
 
 constexpr double kLateSourceSeconds = 5.0;
 
-Date now() { return platform::hostServices().clock->now(); }
+// A null pointer is no source.
+ZRSourceArray withoutNulls(ZRSourceArray sources) {
+  std::erase(sources, nullptr);
+  return sources;
+}
+
+Date now() {
+  return platform::hostServices().clock->now();
+}
 
 }  // namespace
 
@@ -24,7 +32,7 @@ std::shared_ptr<ZRSession> ZRSession::initNewSessionWithSourcesAndIsBackgroundIn
   session->sessionStartTime_ = now();
   session->sessionLastInteractionTime_ = now();
   session->backgroundInitiated_ = backgroundInitiated;
-  session->sessionSources_ = std::move(sources);
+  session->sessionSources_ = withoutNulls(std::move(sources));
   return session;
 }
 
@@ -60,7 +68,9 @@ std::shared_ptr<platform::ArchivedObject> ZRSession::encodeWithCoder() const {
   return coder;
 }
 
-std::string ZRSession::generateSessionID() { return platform::randomUUID(); }
+std::string ZRSession::generateSessionID() {
+  return platform::randomUUID();
+}
 
 void ZRSession::updateLastInteractionTime() {
   const Date time = now();
@@ -80,7 +90,7 @@ bool ZRSession::updateSessionWithSources(const std::optional<ZRSourceArray>& sou
     platform::MutexLock lock(mutex_);
     if (!sessionSources_.empty() || !sessionStartTime_) return false;
     if (!(sessionStartTime_->secondsSince1970 + kLateSourceSeconds > time.secondsSince1970)) return false;
-    sessionSources_ = *sources;
+    sessionSources_ = withoutNulls(*sources);
   }
   logLine("-- Analytics -- Source Updated");
   return true;
@@ -90,8 +100,8 @@ Dictionary ZRSession::getSessionInfoDict() const {
   platform::MutexLock lock(mutex_);
   Dictionary info;
   info.setObjectNilHandledForKey(sessionID_, kAnalyticsSessionID);
-  const auto start = ZRDateUtils::getStringForDateWithFormatAndForGMTTimeZone(sessionStartTime_,
-                                                                              kZRDateFormatISO8601MilliSec, true);
+  const auto start =
+      ZRDateUtils::getStringForDateWithFormatAndForGMTTimeZone(sessionStartTime_, kZRDateFormatISO8601MilliSec, true);
   if (start) info.set(kAnalyticsSessionStartTime, *start);
   return info;
 }
@@ -119,8 +129,7 @@ bool ZRSession::backgroundInitiated() const {
 
 std::shared_ptr<ZRSessionInfo> ZRSessionInfo::initWithCoder(const platform::ArchivedObject& coder) {
   auto info = std::make_shared<ZRSessionInfo>();
-  const auto session =
-      coder.decodeObject(kAnalyticsStorageCurrentSessionKey).asObject<platform::ArchivedObject>();
+  const auto session = coder.decodeObject(kAnalyticsStorageCurrentSessionKey).asObject<platform::ArchivedObject>();
   if (session && session->className() == ZRSession::kClassName) {
     info->setCurrentSession(ZRSession::initWithCoder(*session));
   }

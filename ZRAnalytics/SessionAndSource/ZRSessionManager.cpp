@@ -13,8 +13,7 @@ namespace {
 
 constexpr std::string_view kFile = "ZRSessionManager";
 constexpr std::int64_t kDefaultInactiveSeconds = 1800;
-constexpr std::string_view kArchiveClasses[] = {ZRSessionInfo::kClassName, ZRSession::kClassName,
-                                                ZRSource::kClassName};
+constexpr std::string_view kArchiveClasses[] = {ZRSessionInfo::kClassName, ZRSession::kClassName, ZRSource::kClassName};
 
 bool gatesAreOpen() {
   return ZRConfigDataManager::sharedInstance().isAccountActive() && ZRCoreUtils::isSDKEnabled();
@@ -156,7 +155,9 @@ bool ZRSessionManager::isAppInBackgroundState() const {
   return platform::hostServices().application->state() == platform::ApplicationState::Background;
 }
 
-std::string ZRSessionManager::getFilePathForSessionInfo() const { return archivePath("ZRSessionInfo"); }
+std::string ZRSessionManager::getFilePathForSessionInfo() const {
+  return archivePath("ZRSessionInfo");
+}
 
 void ZRSessionManager::saveSessionInfo() {
   platform::MutexLock lock(fileMutex_);

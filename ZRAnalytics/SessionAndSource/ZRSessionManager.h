@@ -12,9 +12,9 @@
 
 namespace zorvane {
 
-// One current session at a time, kept in "ZrvData/ZRSessionInfo" below the SDK's library directory and saved at each change.
-// It is over when nothing happened for the inactive duration, and is replaced when the application is opened with another
-// source. Thread-safe; where two calls overlap, each sees a whole session, the old one or the new one.
+// One current session at a time, kept in "ZrvData/ZRSessionInfo" below the SDK's library directory and saved at each
+// change. It is over when nothing happened for the inactive duration, and is replaced when the application is opened
+// with another source. Thread-safe; where two calls overlap, each sees a whole session, the old one or the new one.
 class ZRSessionManager {
  public:
   static ZRSessionManager& sharedSessionManager();
@@ -27,12 +27,12 @@ class ZRSessionManager {
   void updateSourcesForCurrentSession(const std::optional<ZRSourceArray>& sources);
   // A URL opened the application; without a recognised parameter it changes nothing. Same gates.
   static void processURL(const URL& url);
-  // Called for each event before it is recorded. An interactive event in the background starts a new session after the old
-  // one expired, and prolongs it before. The completion is called once, on this thread.
+  // Called for each event before it is recorded. An interactive event in the background starts a new session after the
+  // old one expired, and prolongs it before. The completion is called once, on this thread.
   void checkSessionForEventWithPropertiesWithCompletionBlock(const Value& eventName, const ZRProperties* properties,
                                                              const std::function<void()>& completion);
-  // Flushes what was recorded under the old session, then makes a new one current. The completion is required and called on
-  // this thread.
+  // Flushes what was recorded under the old session, then makes a new one current. The completion is required and
+  // called on this thread.
   void initiateNewSessionWithSourcesAndCompletionBlock(
       const ZRSourceArray& sources, const std::function<void(const std::shared_ptr<ZRSession>&)>& completion);
   // A new session without sources and without a flush.

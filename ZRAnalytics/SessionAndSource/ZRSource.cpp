@@ -24,10 +24,10 @@ bool hasLength(const Value& value) {
 }  // namespace
 
 const ZRSource::Field ZRSource::kFields[8] = {
-    {kAnalyticsSourceName, &ZRSource::sourceName_},         {kAnalyticsSourceURL, &ZRSource::sourceURL_},
-    {kAnalyticsSourceCampID, &ZRSource::campaignID_},       {kAnalyticsSourceCampName, &ZRSource::campaignName_},
-    {kAnalyticsSourceContent, &ZRSource::content_},         {kAnalyticsSourceMediumName, &ZRSource::medium_},
-    {kAnalyticsSourceTermName, &ZRSource::term_},           {kAnalyticsSourceExtra, &ZRSource::extras_},
+    {kAnalyticsSourceName, &ZRSource::sourceName_},   {kAnalyticsSourceURL, &ZRSource::sourceURL_},
+    {kAnalyticsSourceCampID, &ZRSource::campaignID_}, {kAnalyticsSourceCampName, &ZRSource::campaignName_},
+    {kAnalyticsSourceContent, &ZRSource::content_},   {kAnalyticsSourceMediumName, &ZRSource::medium_},
+    {kAnalyticsSourceTermName, &ZRSource::term_},     {kAnalyticsSourceExtra, &ZRSource::extras_},
 };
 
 Value ZRSource::getSourceNameFromDict(const Dictionary& info) {

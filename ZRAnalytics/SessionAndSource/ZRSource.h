@@ -11,8 +11,8 @@ namespace zorvane {
 
 // Built once and not changed afterwards. Values are taken as they are found, usually text; absent fields are nil.
 //
-// Input keys: "utm_source", "utm_campaign", "utm_medium", "utm_term", "utm_content", each with the plain word ("source",
-// "campaign", ...) as fallback, and "utm_id" alone for the campaign identifier.
+// Input keys: "utm_source", "utm_campaign", "utm_medium", "utm_term", "utm_content", each with the plain word
+// ("source", "campaign", ...) as fallback, and "utm_id" alone for the campaign identifier.
 class ZRSource {
  public:
   static constexpr std::string_view kClassName = "ZRSource";

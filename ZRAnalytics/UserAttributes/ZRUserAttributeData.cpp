@@ -38,8 +38,8 @@ std::shared_ptr<platform::ArchivedObject> ZRUserAttributeData::encodeWithCoder()
 }
 
 bool ZRUserAttributeData::saveAttributeWithValue(const std::string& name, const Value& value) {
-  // The decision logs, so it is made on copies outside the lock. Of two threads that save one name at a time both may be
-  // told to send; the later value stays.
+  // The decision logs, so it is made on copies outside the lock. Of two threads that save one name at a time both may
+  // be told to send; the later value stays.
   bool found = false;
   bool update = false;
   for (const ZRUserAttribute& attribute : userAttributesArray()) {
@@ -65,8 +65,9 @@ bool ZRUserAttributeData::saveAttributeWithValue(const std::string& name, const 
 
 Value ZRUserAttributeData::valueOfAttribute(std::string_view name) const {
   platform::MutexLock lock(mutex_);
-  const auto found = std::find_if(userAttributesArray_.begin(), userAttributesArray_.end(),
-                                  [name](const ZRUserAttribute& attribute) { return attribute.attributeName() == name; });
+  const auto found =
+      std::find_if(userAttributesArray_.begin(), userAttributesArray_.end(),
+                   [name](const ZRUserAttribute& attribute) { return attribute.attributeName() == name; });
   return found == userAttributesArray_.end() ? Value() : found->attributeValue();
 }
 
@@ -78,7 +79,9 @@ std::optional<Dictionary> ZRUserAttributeData::getIdentifierDict() const {
   return identifiers;
 }
 
-Value ZRUserAttributeData::getUserAttrUniqueID() const { return valueOfAttribute(USER_ATTRIBUTE_UNIQUE_ID); }
+Value ZRUserAttributeData::getUserAttrUniqueID() const {
+  return valueOfAttribute(USER_ATTRIBUTE_UNIQUE_ID);
+}
 
 std::vector<ZRUserAttribute> ZRUserAttributeData::userAttributesArray() const {
   platform::MutexLock lock(mutex_);

@@ -21,7 +21,8 @@ class ZRUserAttributeData {
   static std::shared_ptr<ZRUserAttributeData> initWithCoder(const platform::ArchivedObject& coder);
   std::shared_ptr<platform::ArchivedObject> encodeWithCoder() const;
 
-  // Remembers the value. True when it is to be sent: the name is new, the value changed, or its caching duration ran out.
+  // Remembers the value. True when it is to be sent: the name is new, the value changed, or its caching duration ran
+  // out.
   bool saveAttributeWithValue(const std::string& name, const Value& value);
 
   // {"zrv_user_id", "segment_id"}, each where cached; absent when neither is.

@@ -54,7 +54,9 @@ std::string ZRAnalyticsUtils::getSignatureWithComponents(const Array& components
   return hexDigits("0123456789ABCDEF", text);
 }
 
-std::string ZRAnalyticsUtils::sha1(std::string_view text) { return hexDigits("0123456789abcdef", text); }
+std::string ZRAnalyticsUtils::sha1(std::string_view text) {
+  return hexDigits("0123456789abcdef", text);
+}
 
 Dictionary ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(bool onlyDisabled) {
   const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
@@ -95,8 +97,12 @@ Value ZRAnalyticsUtils::getSavedAdvertisingID() {
   return ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyIDFA);
 }
 
-bool ZRAnalyticsUtils::isAppDelegateProxyConfigured() { return proxyConfigured.load(); }
-void ZRAnalyticsUtils::appDelegateProxyConfigured() { proxyConfigured.store(true); }
+bool ZRAnalyticsUtils::isAppDelegateProxyConfigured() {
+  return proxyConfigured.load();
+}
+void ZRAnalyticsUtils::appDelegateProxyConfigured() {
+  proxyConfigured.store(true);
+}
 
 bool ZRAnalyticsUtils::shouldTrackUserAttribute() {
   const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();

@@ -15,8 +15,8 @@ class ZRAnalyticsUtils {
   // "{milliseconds since 1970}-{random UUID}".
   static std::string createBatchIdentifier();
 
-  // The signature of a request body: upper-case SHA-1 over "meta.bid", "meta.request_time" and "query_params.unique_id".
-  // Absent when one of the three is, or the payload is null.
+  // The signature of a request body: upper-case SHA-1 over "meta.bid", "meta.request_time" and
+  // "query_params.unique_id". Absent when one of the three is, or the payload is null.
   static std::optional<std::string> getRequestIDForPayload(const Dictionary* payload);
   // Upper-case SHA-1 over the components' "%@" texts, one after the other.
   static std::string getSignatureWithComponents(const Array& components);

@@ -12,13 +12,15 @@
 
 namespace zorvane {
 
-inline Value valueOfDate(std::optional<Date> date) { return date ? Value(*date) : Value(); }
+inline Value valueOfDate(std::optional<Date> date) {
+  return date ? Value(*date) : Value();
+}
 inline std::optional<Date> dateOfValue(const Value& value) {
   return value.asDate() ? std::optional(*value.asDate()) : std::nullopt;
 }
 
-// The path of an archive in "ZrvData" below the SDK's library directory; the directory is made when nothing exists there
-// (its parents are not; errors are ignored).
+// The path of an archive in "ZrvData" below the SDK's library directory; the directory is made when nothing exists
+// there (its parents are not; errors are ignored).
 std::string archivePath(std::string_view name);
 
 // The root object, or null when the file is missing or unreadable.

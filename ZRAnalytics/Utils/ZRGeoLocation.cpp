@@ -11,7 +11,9 @@ std::shared_ptr<ZRGeoLocation> ZRGeoLocation::initWithLatitudeAndLongitude(doubl
   return location;
 }
 
-std::string ZRGeoLocation::description() const { return platform::formatText("%f,%f", {latitude_, longitude_}); }
+std::string ZRGeoLocation::description() const {
+  return platform::formatText("%f,%f", {latitude_, longitude_});
+}
 
 bool ZRGeoLocation::isEqual(const Object& other) const {
   const auto* location = dynamic_cast<const ZRGeoLocation*>(&other);

@@ -5,10 +5,7 @@
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
 #include "ZRAnalytics/ZRAnalytics.h"
-#include "ZorvaneCore/NetworkTransport.h"
-#include "ZorvaneCore/ZRConfigDataManager.h"
-#include "ZorvaneCore/ZRNetworkConfiguration.h"
-#include "ZorvaneCore/ZRNetworkRequest.h"
+#include "ZorvaneCore/CoreSetup.h"
 
 using namespace zorvane;
 
@@ -28,10 +25,12 @@ int main() {
   platform::HostServices host;
   host.directories = {"shop/Documents", "shop/Library", "shop/Defaults"};
   if (!platform::configureHost(std::move(host))) return 1;
-  ZRNetworkConfiguration::sharedInstance().setEndpoint("https://collect.example.com");
-  ZRNetworkRequest::setTransport(std::make_shared<Offline>());
-  ZRConfigDataManager::sharedInstance().setZrvAppID("SHOP");
-  ZRConfigDataManager::sharedInstance().updateRemoteConfiguration({{"event_batch_count", 20}});
+  CoreSetup core;
+  core.endpoint = "https://collect.example.com";
+  core.appId = "SHOP";
+  core.remoteConfiguration = {{"event_batch_count", 20}};
+  core.transport = std::make_shared<Offline>();
+  configureCore(std::move(core));
 
   auto& analytics = ZRAnalytics::sharedInstance();
   analytics.initializeAnalytics();

@@ -27,7 +27,9 @@ bool isPresent(bool present, std::string_view message, const Value& name) {
   return present;
 }
 
-Value onePair(const Value& name, Value value) { return Dictionary{{*name.asString(), std::move(value)}}; }
+Value onePair(const Value& name, Value value) {
+  return Dictionary{{*name.asString(), std::move(value)}};
+}
 
 Value millisecondsPair(const Value& name, double secondsSince1970) {
   return onePair(name, secondsSince1970 * 1000.0);
@@ -91,8 +93,7 @@ void ZRProperties::addLocationAttributeWithName(const std::shared_ptr<const ZRGe
   guarded({kFile, "addLocationAttributeWithName", 113}, "Exception while adding Location attribute to Properties", [&] {
     if (!isUsableName(name)) return;
     if (!isPresent(value != nullptr, "Location attribute Value cannot be nil, not tracking %@", name)) return;
-    locationAttrArray_.push_back(
-        onePair(name, platform::formatText("%f,%f", {value->latitude(), value->longitude()})));
+    locationAttrArray_.push_back(onePair(name, platform::formatText("%f,%f", {value->latitude(), value->longitude()})));
   });
 }
 

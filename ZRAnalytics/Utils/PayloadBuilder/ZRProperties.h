@@ -19,10 +19,10 @@ class ZRProperties {
   // Every pair goes through addAttributeWithName.
   static std::shared_ptr<ZRProperties> initWithAttributes(const Dictionary& attributes);
 
-  // Any value. A date goes to the date-time section, a ZRGeoLocation to the location section, everything else to the plain
-  // one, where a later value replaces the earlier one of that name. Data becomes hexadecimal text, a URL its text, a null
-  // marker "", in nested dictionaries too; arrays stay as they are. The name "zrv_non_interactive" is never stored: 1 sets
-  // the non-interactive flag, 0 clears it.
+  // Any value. A date goes to the date-time section, a ZRGeoLocation to the location section, everything else to the
+  // plain one, where a later value replaces the earlier one of that name. Data becomes hexadecimal text, a URL its
+  // text, a null marker "", in nested dictionaries too; arrays stay as they are. The name "zrv_non_interactive" is
+  // never stored: 1 sets the non-interactive flag, 0 clears it.
   void addAttributeWithName(const Value& value, const Value& name);
   void addLocationAttributeWithName(const std::shared_ptr<const ZRGeoLocation>& value, const Value& name);
   void addDateAttributeWithName(std::optional<Date> value, const Value& name);

@@ -1,0 +1,80 @@
+#include "Collector/Listener.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+
+namespace zorvane::collector {
+
+namespace {
+
+constexpr std::size_t kThreads = 32;  // a connection holds one
+thread_local Exchange* currentExchangeOfThread = nullptr;
+
+}  // namespace
+
+Listener::Listener(const ConnectionLimits& limits) : limits_(limits) {
+  new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
+  set_tcp_nodelay(true);
+  set_keep_alive_max_count(std::numeric_limits<int>::max());
+  set_keep_alive_timeout(static_cast<time_t>(limits.idle.count() / 1000));
+  // The library's own choice would let a second process take a port that is in use.
+  set_socket_options([](socket_t socket) {
+    const int on = 1;
+    ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  });
+}
+
+int Listener::bindLoopback(int port) {
+  errno = 0;
+  const int bound = port == 0 ? bind_to_any_port("127.0.0.1") : bind_to_port("127.0.0.1", port) ? port : -1;
+  if (bound < 0) {
+    throw std::runtime_error("cannot listen on 127.0.0.1:" + std::to_string(port) + ": " +
+                             (errno != 0 ? std::strerror(errno) : "refused"));
+  }
+  return bound;
+}
+
+Exchange& Listener::currentExchange() {
+  return *currentExchangeOfThread;
+}
+
+bool Listener::enter(socket_t socket) {
+  const std::lock_guard lock(mutex_);
+  return !released_ && open_.insert(socket).second;
+}
+
+void Listener::leaveAndClose(socket_t socket) {
+  // Under the lock, so that a socket that is released is still this connection's.
+  const std::lock_guard lock(mutex_);
+  open_.erase(socket);
+  ::shutdown(socket, SHUT_RDWR);
+  ::close(socket);
+}
+
+void Listener::releaseConnections() {
+  const std::lock_guard lock(mutex_);
+  released_ = true;
+  for (const socket_t socket : open_) ::shutdown(socket, SHUT_RD);
+}
+
+bool Listener::process_and_close_socket(socket_t socket) {
+  if (enter(socket)) {
+    Connection connection(socket, limits_);
+    bool closed = false;
+    while (!closed && connection.canGoOn() && connection.waitForRequest()) {
+      Exchange exchange{connection, {}, false, {}};
+      currentExchangeOfThread = &exchange;
+      if (!process_request(connection, false, closed, nullptr)) break;
+    }
+    currentExchangeOfThread = nullptr;
+  }
+  leaveAndClose(socket);
+  return true;
+}
+
+}  // namespace zorvane::collector

@@ -1,0 +1,44 @@
+#include "Collector/Recorder.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+namespace zorvane::collector {
+
+using nlohmann::json;
+
+namespace {
+
+std::string quoted(const std::string& text) {
+  return json(text).dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+}  // namespace
+
+Recorder::Recorder(const std::string& path) : path_(path), file_(std::fopen(path.c_str(), "ae")) {
+  if (!file_) throw std::runtime_error("cannot write the record " + path + ": " + std::strerror(errno));
+}
+
+void Recorder::write(const ReceivedRequest& request, bool bodyIsJSON, int status) {
+  json headers = json::object();
+  for (const auto& [name, value] : request.headers) {
+    // A name that came twice: both values, the way HTTP joins them.
+    headers[name] = headers.contains(name) ? headers[name].get<std::string>() + ", " + value : value;
+  }
+  std::string body = bodyIsJSON ? request.body : quoted(request.body);
+  // A line break in JSON stands between its tokens, where a blank means the same.
+  std::replace(body.begin(), body.end(), '\n', ' ');
+  std::replace(body.begin(), body.end(), '\r', ' ');
+  const std::string line = "{\"method\": " + quoted(request.method) + ", \"path\": " + quoted(request.target) +
+                           ", \"headers\": " + headers.dump(-1, ' ', false, json::error_handler_t::replace) +
+                           ", \"body\": " + body + ", \"status\": " + std::to_string(status) + "}\n";
+  const std::lock_guard lock(mutex_);
+  if (std::fwrite(line.data(), 1, line.size(), file_.get()) != line.size() || std::fflush(file_.get()) != 0) {
+    throw std::runtime_error("cannot write the record " + path_ + ": " + std::strerror(errno));
+  }
+}
+
+}  // namespace zorvane::collector

@@ -1,0 +1,39 @@
+// The record of requests: a text file, one JSON object a line.
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zorvane::collector {
+
+struct ReceivedRequest {
+  std::string method;
+  std::string target;  // path and query, as received
+  std::vector<std::pair<std::string, std::string>> headers;
+  std::string body;
+};
+
+// Any thread.
+class Recorder {
+ public:
+  // Appends to the file, made when absent. Throws std::runtime_error if it cannot be opened.
+  explicit Recorder(const std::string& path);
+
+  // {"method", "path", "headers", "body", "status"}; whole and flushed when the call returns. The body is written as it
+  // came if bodyIsJSON, else as text; status 0 says that no answer was sent. Throws std::runtime_error.
+  void write(const ReceivedRequest& request, bool bodyIsJSON, int status);
+
+ private:
+  struct Close {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+  };
+  std::string path_;
+  std::unique_ptr<std::FILE, Close> file_;
+  std::mutex mutex_;
+};
+
+}  // namespace zorvane::collector

@@ -1,0 +1,217 @@
+#include "Collector/Server.h"
+
+#include <cstdio>
+
+namespace zorvane::collector {
+
+namespace {
+
+// httplib adds these to the headers that came.
+bool isAddedHeader(const std::string& name) {
+  return name == "REMOTE_ADDR" || name == "REMOTE_PORT" || name == "LOCAL_ADDR" || name == "LOCAL_PORT";
+}
+
+void setJSON(httplib::Response& response, const json& body) {
+  response.set_content(body.dump(-1, ' ', false, json::error_handler_t::replace) + "\n", "application/json");
+}
+
+// Answers without reading what may still come, so the connection cannot be used again.
+void closeAfter(httplib::Response& response) {
+  Listener::currentExchange().connection.closeAfterAnswer();
+  response.set_header("Connection", "close");
+}
+
+bool isEvery(std::uint64_t n, std::atomic<std::uint64_t>& count) {
+  return (++count % n) == 0;
+}
+
+}  // namespace
+
+Server::Server(const Options& options, const ConnectionLimits& limits)
+    : options_(options), listener_(limits), port_(listener_.bindLoopback(options.port)), store_(options.database) {
+  if (!options.record.empty()) recorder_ = std::make_unique<Recorder>(options.record);
+  setRoutes();
+}
+
+Server::~Server() {
+  stop();
+}
+
+void Server::start() {
+  thread_ = std::thread([this] { listener_.listen_after_bind(); });
+  while (!listener_.is_running()) std::this_thread::yield();
+}
+
+void Server::stop() {
+  {
+    const std::lock_guard lock(stopMutex_);
+    stopping_ = true;
+  }
+  stopped_.notify_all();
+  if (!thread_.joinable()) return;
+  listener_.stop();
+  listener_.releaseConnections();
+  thread_.join();
+}
+
+void Server::setRoutes() {
+  listener_.set_payload_max_length(kMaxBodyBytes);
+  listener_.set_pre_routing_handler([](const httplib::Request& request, httplib::Response& response) {
+    if (request.method == "GET" || request.method == "HEAD" || request.method == "POST") {
+      return httplib::Server::HandlerResponse::Unhandled;
+    }
+    response.status = 405;
+    response.set_header("Allow", "GET, HEAD, POST");
+    closeAfter(response);
+    return httplib::Server::HandlerResponse::Handled;
+  });
+  for (const auto& [pattern, service] :
+       {std::pair("/v1/report/(.+)", Service::Report), std::pair("/v1/device/(.+)", Service::Device)}) {
+    listener_.Post(pattern, [this, service = service](const httplib::Request& request, httplib::Response& response,
+                                                      const httplib::ContentReader& reader) {
+      takePost(service, request.matches[1], request, response, reader);
+    });
+  }
+  listener_.Post(".*", [](const httplib::Request&, httplib::Response& response, const httplib::ContentReader&) {
+    response.status = 404;
+    closeAfter(response);
+  });
+  listener_.Get("/api/summary",
+                [this](const httplib::Request&, httplib::Response& response) { setJSON(response, store_.summary()); });
+  listener_.set_exception_handler([](const httplib::Request&, httplib::Response& response, std::exception_ptr thrown) {
+    response.status = 500;
+    try {
+      std::rethrow_exception(thrown);
+    } catch (const std::exception& error) {
+      Listener::currentExchange().error = error.what();
+    } catch (...) {
+      Listener::currentExchange().error = "internal error";
+    }
+  });
+  listener_.set_error_handler([](const httplib::Request&, httplib::Response& response) {
+    if (!response.body.empty()) return;
+    const std::string& error = Listener::currentExchange().error;
+    setJSON(response, {{"error", error.empty() ? "HTTP status " + std::to_string(response.status) : error}});
+  });
+  listener_.set_post_routing_handler(
+      [this](const httplib::Request& request, httplib::Response& response) { finish(request, response); });
+}
+
+// The status that the body alone calls for; 200 when it is whole.
+int Server::readBody(const httplib::Request& request, const httplib::ContentReader& reader) {
+  Exchange& exchange = Listener::currentExchange();
+  if (request.is_multipart_form_data()) {
+    exchange.connection.closeAfterAnswer();
+    exchange.error = "not JSON: the body is a form";
+    return 400;
+  }
+  std::size_t size = 0;
+  const bool whole = reader([&](const char* data, std::size_t count) {
+    size += count;
+    if (size <= kMaxBodyBytes) exchange.body.append(data, count);
+    // A client reads its answer only when it could send everything, so what is too much is read, too, up to a point.
+    return size <= 4 * kMaxBodyBytes;
+  });
+  if (whole && size <= kMaxBodyBytes) return 200;
+  exchange.connection.closeAfterAnswer();
+  const bool declared = request.has_header("Content-Length") &&
+                        std::strtoull(request.get_header_value("Content-Length").c_str(), nullptr, 10) > kMaxBodyBytes;
+  if (size > kMaxBodyBytes || declared || exchange.connection.exceeded()) {
+    exchange.body.clear();
+    exchange.error = "the body is larger than " + std::to_string(kMaxBodyBytes) + " bytes";
+    return 413;
+  }
+  exchange.error = "the body did not arrive whole";
+  return 400;
+}
+
+// The status that the checks call for; with it the row's signature and bid are filled.
+int Server::judge(RequestRow& row, const httplib::Request& request, json& body) {
+  Exchange& exchange = Listener::currentExchange();
+  try {
+    body = parseBody(exchange.body);
+    exchange.bodyIsJSON = true;
+    row.bid = textAt(body, {"meta", "bid"});
+    checkShape(row.service, body);
+  } catch (const BadRequest& refusal) {
+    exchange.error = refusal.what();
+    return 400;
+  }
+  std::optional<std::string> sent;
+  if (request.has_header(kSignatureHeader)) sent = request.get_header_value(kSignatureHeader);
+  row.signature = checkSignature(body, sent);
+  if (row.signature == Signature::Missing) {
+    exchange.error = std::string(kSignatureHeader) + " is missing";
+    return 401;
+  }
+  if (row.signature == Signature::Wrong) {
+    exchange.error = std::string(kSignatureHeader) + " is not the signature of the body";
+    return 401;
+  }
+  return 200;
+}
+
+void Server::takePost(Service service, const std::string& appID, const httplib::Request& request,
+                      httplib::Response& response, const httplib::ContentReader& reader) {
+  Exchange& exchange = Listener::currentExchange();
+  RequestRow row;
+  row.service = service;
+  row.appID = appID;
+  row.status = readBody(request, reader);
+  row.bytes = exchange.body.size();
+  const bool fail = options_.failEvery != 0 && isEvery(options_.failEvery, posts_);
+  const bool drop = !fail && options_.dropEvery != 0 && isEvery(options_.dropEvery, otherPosts_);
+
+  json body;
+  if (row.status == 200 && fail) {
+    exchange.bodyIsJSON = json::accept(exchange.body);
+    exchange.error = "failed on purpose";
+    row.status = 503;
+  } else if (row.status == 200) {
+    row.status = judge(row, request, body);
+  }
+  row.error = exchange.error;
+  response.status = row.status;
+  const bool accepted = row.status == 200;
+  if (drop) {
+    row.status = 0;
+    exchange.connection.drop();
+  }
+  if (accepted) {
+    const bool stored = store_.addAccepted(row, body);
+    setJSON(response, {{"stored", stored}});
+  } else {
+    store_.addRefused(row);
+  }
+  delay();
+}
+
+void Server::delay() {
+  if (options_.delayMilliseconds == 0) return;
+  std::unique_lock lock(stopMutex_);
+  stopped_.wait_for(lock, std::chrono::milliseconds(options_.delayMilliseconds), [this] { return stopping_; });
+}
+
+// Before an answer leaves, whatever it is.
+void Server::finish(const httplib::Request& request, httplib::Response& response) {
+  Exchange& exchange = Listener::currentExchange();
+  if (!exchange.connection.canGoOn()) response.set_header("Connection", "close");
+  const int status = exchange.connection.dropped() ? 0 : response.status;
+  if (!options_.quiet && request.method == "POST") {
+    std::fprintf(stderr, "%s %s %d%s%s\n", request.method.c_str(),
+                 json(request.target).dump(-1, ' ', true, json::error_handler_t::replace).c_str(), status,
+                 exchange.error.empty() ? "" : ": ", exchange.error.c_str());
+  }
+  if (!recorder_) return;
+  ReceivedRequest received{request.method, request.target, {}, std::move(exchange.body)};
+  for (const auto& [name, value] : request.headers) {
+    if (!isAddedHeader(name)) received.headers.emplace_back(name, value);
+  }
+  try {
+    recorder_->write(received, exchange.bodyIsJSON, status);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "zrcollector: %s\n", error.what());
+  }
+}
+
+}  // namespace zorvane::collector

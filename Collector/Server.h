@@ -1,0 +1,56 @@
+// The HTTP side: requests in, checked, stored, recorded and answered.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "Collector/Listener.h"
+#include "Collector/Options.h"
+#include "Collector/Recorder.h"
+#include "Collector/Store.h"
+
+namespace zorvane::collector {
+
+class Server {
+ public:
+  // Binds the port (loopback only) and opens the files. Throws std::runtime_error that says what failed and where.
+  explicit Server(const Options& options, const ConnectionLimits& limits = {});
+  // Stops.
+  ~Server();
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  int port() const { return port_; }
+
+  // Serves on threads of its own; returns when connections are taken. Once.
+  void start();
+  // Takes no further request, answers those under way, and returns when that is done. Not from a thread that serves.
+  void stop();
+
+ private:
+  void setRoutes();
+  void takePost(Service service, const std::string& appID, const httplib::Request& request, httplib::Response& response,
+                const httplib::ContentReader& reader);
+  int readBody(const httplib::Request& request, const httplib::ContentReader& reader);
+  int judge(RequestRow& row, const httplib::Request& request, json& body);
+  void delay();
+  void finish(const httplib::Request& request, httplib::Response& response);
+
+  const Options options_;
+  Listener listener_;
+  const int port_;
+  Store store_;
+  std::unique_ptr<Recorder> recorder_;
+  std::thread thread_;
+  std::atomic<std::uint64_t> posts_{0}, otherPosts_{0};
+  std::mutex stopMutex_;
+  std::condition_variable stopped_;
+  bool stopping_ = false;
+};
+
+}  // namespace zorvane::collector

@@ -1,0 +1,43 @@
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "Collector/Options.h"
+#include "Collector/Server.h"
+
+using namespace zorvane::collector;
+
+int main(int argc, char** argv) {
+  Options options;
+  try {
+    options = parseOptions(std::vector<std::string>(argv + 1, argv + argc));
+  } catch (const UsageError& error) {
+    std::fprintf(stderr, "zrcollector: %s (--help lists the options)\n", error.what());
+    return 2;
+  }
+  if (options.help) {
+    std::fputs(kUsage, stdout);
+    return 0;
+  }
+  // Blocked here, before there are other threads, and taken one by one below.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  try {
+    Server server(options);
+    server.start();
+    std::printf("{\"listening\": \"http://127.0.0.1:%d\"}\n", server.port());
+    std::fflush(stdout);
+    int signal = 0;
+    sigwait(&signals, &signal);
+    server.stop();
+    return 0;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "zrcollector: %s\n", error.what());
+    return 1;
+  }
+}

@@ -1,0 +1,119 @@
+// zrcollector as a process: its first line, its exit status, what it says when it cannot start.
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "Collector/Options.h"
+
+namespace zorvane::collector {
+namespace {
+
+class Process {
+ public:
+  explicit Process(std::vector<std::string> arguments) {
+    int output[2];
+    if (::pipe(output) != 0) std::abort();
+    arguments.insert(arguments.begin(), ZR_COLLECTOR_PROGRAM);
+    std::vector<char*> argv;
+    for (std::string& argument : arguments) argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    id_ = ::fork();
+    if (id_ == 0) {
+      ::dup2(output[1], STDOUT_FILENO);
+      ::dup2(output[1], STDERR_FILENO);
+      ::close(output[0]);
+      ::execv(argv[0], argv.data());
+      ::_exit(127);
+    }
+    ::close(output[1]);
+    output_ = ::fdopen(output[0], "r");
+  }
+  ~Process() {
+    if (id_ > 0) end(SIGKILL);
+    std::fclose(output_);
+  }
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+  std::string line() {
+    std::string text;
+    for (int c = std::fgetc(output_); c != EOF && c != '\n'; c = std::fgetc(output_)) text += static_cast<char>(c);
+    return text;
+  }
+  int end(int signal) {
+    ::kill(id_, signal);
+    return wait();
+  }
+  int wait() {
+    int status = 0;
+    ::waitpid(id_, &status, 0);
+    id_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+
+ private:
+  pid_t id_ = -1;
+  std::FILE* output_ = nullptr;
+};
+
+const std::string kListening = "{\"listening\": \"http://127.0.0.1:";
+
+TEST(Program, ServesUntilASignalEndsItCleanly) {
+  for (const int signal : {SIGTERM, SIGINT}) {
+    Process collector({"--quiet"});
+    const std::string line = collector.line();
+    ASSERT_EQ(line.substr(0, kListening.size()), kListening);
+    httplib::Client client("127.0.0.1", std::atoi(line.c_str() + kListening.size()));
+    client.set_keep_alive(true);  // and so it is open while the signal comes
+    EXPECT_EQ(client.Get("/api/summary")->status, 200);
+    EXPECT_EQ(collector.end(signal), 0);
+  }
+}
+
+TEST(Program, SaysInOneLineWhyItCannotStart) {
+  Process first({"--quiet"});
+  const std::string port = std::to_string(std::atoi(first.line().c_str() + kListening.size()));
+  char name[] = "/tmp/zrcollector-text-XXXXXX";
+  const int file = ::mkstemp(name);
+  ASSERT_GE(file, 0);
+  ::close(file);
+  std::ofstream(name) << std::string(5000, 'x');
+  struct Case {
+    std::vector<std::string> arguments;
+    int status;
+    std::string message;
+  };
+  const std::string help = " (--help lists the options)";
+  const Case cases[] = {
+      {{"--port", port}, 1, "cannot listen on 127.0.0.1:" + port + ": Address already in use"},
+      {{"--db", "/nowhere/a.db"}, 1, "cannot use the database /nowhere/a.db: unable to open database file"},
+      {{"--db", name}, 1, std::string("cannot use the database ") + name + ": file is not a database"},
+      {{"--record", "/nowhere/r"}, 1, "cannot write the record /nowhere/r: No such file or directory"},
+      {{"--port", "65536"}, 2, "--port takes a number from 0 to 65535, not \"65536\"" + help},
+      {{"--delay-ms", "-1"}, 2, "--delay-ms takes a number from 0 to 600000, not \"-1\"" + help},
+      {{"--db"}, 2, "--db needs a value" + help},
+      {{"--db", ""}, 2, "--db needs a file name" + help},
+      {{"--verbose"}, 2, "unknown argument \"--verbose\"" + help},
+  };
+  for (const Case& c : cases) {
+    Process collector(c.arguments);
+    EXPECT_EQ(collector.line(), "zrcollector: " + c.message);
+    EXPECT_EQ(collector.line(), "");
+    EXPECT_EQ(collector.wait(), c.status) << c.message;
+  }
+  ::unlink(name);
+  Process help2({"--help"});
+  EXPECT_EQ(help2.line().substr(0, 18), "usage: zrcollector");
+  EXPECT_EQ(help2.wait(), 0);
+}
+
+}  // namespace
+}  // namespace zorvane::collector
