@@ -11,7 +11,12 @@
 FakeService::FakeService() {
   server_.Post(".*", [this](const httplib::Request& request, httplib::Response& response) {
     Json body = Json::parse(request.body);
-    response.status = status_(body);
+    std::function<int(const Json&)> status;
+    {
+      const std::lock_guard lock(mutex_);
+      status = status_;
+    }
+    response.status = status(body);
     const std::lock_guard lock(mutex_);
     received_.push_back({request.path, std::move(body), response.status});
   });
@@ -23,6 +28,11 @@ FakeService::FakeService() {
 FakeService::~FakeService() {
   server_.stop();
   thread_.join();
+}
+
+void FakeService::answerWith(std::function<int(const Json& body)> status) {
+  const std::lock_guard lock(mutex_);
+  status_ = std::move(status);
 }
 
 std::vector<Json> FakeService::bodies() const {

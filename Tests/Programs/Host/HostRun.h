@@ -21,8 +21,8 @@ class FakeService {
   ~FakeService();
 
   std::string url() const { return "http://127.0.0.1:" + std::to_string(port_); }
-  // Decides the status of each answer by the request's body; set before any request. May block.
-  void answerWith(std::function<int(const Json& body)> status) { status_ = std::move(status); }
+  // Decides the status of each answer by the request's body, on the service's threads. May block.
+  void answerWith(std::function<int(const Json& body)> status);
 
   std::vector<Json> bodies() const;
   std::vector<std::string> paths() const;
@@ -38,8 +38,8 @@ class FakeService {
 
   httplib::Server server_;
   int port_ = 0;
-  std::function<int(const Json&)> status_ = [](const Json&) { return 200; };
   mutable std::mutex mutex_;
+  std::function<int(const Json&)> status_ = [](const Json&) { return 200; };
   std::vector<Received> received_;
   std::thread thread_;
 };

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <atomic>
 #include <fstream>
 #include <future>
 
@@ -27,7 +28,9 @@ class ZRHost : public testing::Test {
   HostResult run(const std::vector<std::string>& script, const std::vector<std::string>& withArguments) const {
     HostProcess host(withArguments, directory_.file("stderr"));
     for (const std::string& line : script) host.write(line);
-    return host.finish();
+    HostResult result = host.finish();
+    EXPECT_THAT(result.errors, testing::Not(HasSubstr("Sanitizer")));
+    return result;
   }
   HostResult run(const std::vector<std::string>& script) const { return run(script, arguments()); }
   std::string fileWith(const std::string& name, const std::string& text) const {
@@ -122,7 +125,7 @@ TEST_F(ZRHost, WhatWasPlayedBeforeABadLineStaysPlayed) {
 }
 
 TEST_F(ZRHost, FailedBatchStaysAndGoesWithTheNextLaunch) {
-  bool refuse = true;
+  std::atomic<bool> refuse = true;
   service_.answerWith(
       [&](const Json& body) { return refuse && body.at("viewsInfo").at(0).at("EVENT_ACTION") == "b" ? 500 : 200; });
   const HostResult first =
