@@ -27,8 +27,11 @@ namespace zorvane::testing {
 
 void LogRecorder::logMessage(std::int64_t type, const std::string& message) {
   EXPECT_EQ(type, 1);
-  std::lock_guard lock(mutex_);
-  messages_.push_back(message);
+  {
+    std::lock_guard lock(mutex_);
+    messages_.push_back(message);
+  }
+  if (onMessage) onMessage(message);
 }
 
 void LogRecorder::logError(const std::string& file, std::int64_t line, const std::string& operation,
@@ -124,7 +127,7 @@ ModuleTest::~ModuleTest() {
 void ModuleTest::start(const Dictionary& configuration, const std::string& appId) {
   platform::HostServices host = host_;
   host.clock = clock_;
-  host.scheduler = scheduler_;
+  if (!host.scheduler) host.scheduler = scheduler_;
   host.notificationCenter = center_;
   host.directories = {(directory_ / "Documents").string(), (directory_ / "Library").string(),
                       (directory_ / "Defaults").string()};

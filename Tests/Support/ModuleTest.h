@@ -49,6 +49,9 @@ class LogRecorder final : public ZRLogSink {
   bool has(const std::string& message) const { return count(message) > 0; }
   void clear();
 
+  // Called after each message is kept, with no lock held. Set while nothing runs.
+  std::function<void(const std::string& message)> onMessage;
+
  private:
   mutable std::mutex mutex_;
   std::vector<std::string> messages_;
@@ -108,7 +111,7 @@ class ModuleTest : public ::testing::Test {
   std::vector<Dictionary> reportedEvents() const;
   static std::vector<std::string> eventNames(const Array& events);
 
-  // Services beyond those of the fixture, for a test to set before start().
+  // Services beyond those of the fixture, or a scheduler in place of its own, for a test to set before start().
   platform::HostServices host_;
   std::filesystem::path directory_;
   std::shared_ptr<platform::ManualClock> clock_;
