@@ -162,21 +162,15 @@ TEST_F(PropertiesTest, AnExceptionCostsItsAttributeAndIsReported) {
   properties_.addDateISOStringAttributeWithName(7, "n");
   properties_.addDateEpochAttributeWithName(1, 7);
   const std::string general = "Exception while adding Location attribute to Properties";
-  const LogRecorder::ErrorRecord expected[] = {
-      {"ZRProperties", 90, "addAttributeWithName", general},
-      {"ZRProperties", 90, "addAttributeWithName", general},
-      {"ZRProperties", 113, "addLocationAttributeWithName", general},
-      {"ZRProperties", 138, "addDateAttributeWithName", "Exception while setting NSDate date attribute"},
-      {"ZRProperties", 169, "addDateISOStringAttributeWithName", "Exception while setting ISO date attribute"},
-      {"ZRProperties", 184, "addDateEpochAttributeWithName", "Exception while setting epoch date attribute"}};
-  const auto errors = log_->errors();
-  ASSERT_EQ(errors.size(), std::size(expected));
-  for (std::size_t i = 0; i < errors.size(); ++i) {
-    EXPECT_EQ(errors[i].file, expected[i].file);
-    EXPECT_EQ(errors[i].line, expected[i].line);
-    EXPECT_EQ(errors[i].operation, expected[i].operation);
-    EXPECT_EQ(errors[i].message, expected[i].message);
-  }
+  EXPECT_EQ(
+      log_->errors(),
+      (std::vector<LogRecorder::ErrorRecord>{
+          {"ZRProperties", 90, "addAttributeWithName", general},
+          {"ZRProperties", 90, "addAttributeWithName", general},
+          {"ZRProperties", 113, "addLocationAttributeWithName", general},
+          {"ZRProperties", 138, "addDateAttributeWithName", "Exception while setting NSDate date attribute"},
+          {"ZRProperties", 169, "addDateISOStringAttributeWithName", "Exception while setting ISO date attribute"},
+          {"ZRProperties", 184, "addDateEpochAttributeWithName", "Exception while setting epoch date attribute"}}));
   EXPECT_FALSE(properties_.isNonInteractiveEvent());
   EXPECT_EQ(properties_.getAttributesDict(), (Dictionary{{"k", "kept"}}));
   EXPECT_TRUE(properties_.getDateTimeAttributesArray().empty());

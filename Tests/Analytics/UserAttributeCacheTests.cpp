@@ -28,7 +28,9 @@ TEST_F(UserAttributeCacheTest, AValueIsSentOnceAndThenWhenItChanges) {
                                                         "UserAttribute(a) wasn't updated as the value(2) is same."}));
   EXPECT_TRUE(cache_.saveAttributeWithValue("b", Array{1, "x"}));
   EXPECT_FALSE(cache_.saveAttributeWithValue("b", Array{1, "x"}));
-  EXPECT_EQ(cache_.userAttributesArray().size(), 2u);
+  EXPECT_TRUE(cache_.saveAttributeWithValue("c", null));
+  EXPECT_FALSE(cache_.saveAttributeWithValue("c", null));
+  EXPECT_EQ(cache_.userAttributesArray().size(), 3u);
 }
 
 TEST_F(UserAttributeCacheTest, AnAbsentValueAlwaysCountsAsChanged) {

@@ -72,6 +72,9 @@ TEST_F(CoreTest, TheConfigurationIsAnsweredAsItWasGiven) {
   EXPECT_FALSE(store().getAppGroupID());
   EXPECT_FALSE(ZRCoreUtils::getIDFV());
   EXPECT_EQ(effectiveConfiguration().objectForKey("idfa"), null);
+  EXPECT_EQ(store().getZrvAppID(), "APP");
+  setAppIdentifier("");
+  EXPECT_FALSE(store().getZrvAppID());
 }
 
 TEST_F(CoreTest, AnUnsoundConfigurationNamesItsKeyAndChangesNothing) {
@@ -148,13 +151,6 @@ TEST_F(CoreTest, TheUniqueIdentifierIsMadeOnceUnlessTheConfigurationSays) {
   EXPECT_EQ(ZRNetworkConfiguration::getQueryParamsBodyDictForService(kServiceReportAdd), Dictionary());
   updateRemoteConfiguration({{"query_params", null}});
   EXPECT_FALSE(ZRNetworkConfiguration::getQueryParamsBodyDictForService(kServiceReportAdd));
-}
-
-TEST_F(CoreTest, TheApplicationIdentifierIsAbsentWhenEmpty) {
-  start({}, "");
-  EXPECT_FALSE(store().getZrvAppID());
-  setAppIdentifier("B");
-  EXPECT_EQ(store().getZrvAppID(), "B");
 }
 
 // Keeps the requests unanswered and their bodies unmade.
@@ -317,10 +313,6 @@ TEST(DictionaryLookup, KnowsNoDifferenceBetweenMissingAndNull) {
   EXPECT_EQ(dictionary.objectForKey("z"), null);
 }
 
-TEST(HexToken, IsLowerCaseWithoutSeparators) {
-  EXPECT_EQ(ZRCoreUtils::hexTokenForData(Data{{0x00, 0x0A, 0xBC, 0xff}}), "000abcff");
-}
-
 class ThrowingSink final : public ZRLogSink {
  public:
   void logMessage(std::int64_t, const std::string&) override { throw 1; }
@@ -375,18 +367,6 @@ TEST(AppDelegateInterceptors, AreCalledInOrderOnceTheDelegateIsProxied) {
   ZRAppDelegateSwizzler::unregisterAppDelegateInterceptorWithID(first);
   ZRAppDelegateSwizzler::unregisterAppDelegateInterceptorWithID(first);
   EXPECT_EQ(callAll(), (std::vector{1, 2}));
-}
-
-class AppIDListener final : public ZRAppIDUpdateDelegate {
-  void appIDChangeHandledWithCompletionBlock(std::function<void()> completion) override { completion(); }
-};
-
-TEST(AppIDDelegate, IsNotKeptAlive) {
-  auto listener = std::make_shared<AppIDListener>();
-  ZorvaneCore::sharedInstance().setAppIdUpdateDelegate(listener);
-  EXPECT_EQ(ZorvaneCore::sharedInstance().appIdUpdateDelegate(), listener);
-  listener.reset();
-  EXPECT_FALSE(ZorvaneCore::sharedInstance().appIdUpdateDelegate());
 }
 
 }  // namespace
