@@ -20,8 +20,9 @@ TEST_F(BatchStoreTest, SavedBatchSaysWhenAndInWhichSessionItWasMade) {
   ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
   ZRSessionManager::processURL(URL{"app://open?utm_source=mail"});
   save({"a", "b"});
-  ASSERT_EQ(batchFile().size(), 1u);
-  const auto& [id, value] = *batchFile().begin();
+  const Dictionary file = batchFile();
+  ASSERT_EQ(file.size(), 1u);
+  const auto& [id, value] = *file.begin();
   const Dictionary batch = *value.asDictionary();
   EXPECT_EQ(id.substr(0, 14), "1795255201000-");
   EXPECT_EQ(id.size(), 14u + 36u);
@@ -39,7 +40,7 @@ TEST_F(BatchStoreTest, SavedBatchSaysWhenAndInWhichSessionItWasMade) {
 
   sessions.resetSession();
   save({"d"});
-  const auto& last = *(batchFile().end() - 1)->value.asDictionary();
+  const Dictionary last = *(batchFile().end() - 1)->value.asDictionary();
   EXPECT_FALSE(last.contains("session"));
   EXPECT_EQ(last.objectForKey("source"), Value(Array{}));
 }
@@ -192,7 +193,7 @@ TEST_F(BatchStoreTest, DumpFileIsReadLineByLineAndBrokenLinesAreSkipped) {
       {"{\"n\":1}\r\n{\"n\":1}\v{\"n\":1}\f{\"n\":1}\r{\"n\":1}", Array(5, one)},
       {"{\"n\":1}\xC2\x85{\"n\":1}\xE2\x80\xA8{\"n\":1}\xE2\x80\xA9{\"n\":1}", Array(4, one)},
       {"{\"n\":\"cut\xE2\x80\xA8here\"}\n{\"n\":1}", {one}},
-      {"5\n\"text\"\nnull\ntrue\n[1]\n{\"n\":1} x\n", {Array{1}}},
+      {"5\n\"text\"\nnull\ntrue\n[1]\n{\"n\":1} x\n", {Value(Array{1})}},
       {"{\"n\":null}", {Dictionary{{"n", null}}}},
       {"{\"n\":1}\n\xFF", {}},
   };
@@ -238,7 +239,7 @@ TEST_F(BatchStoreTest, RefusedDumpFileBecomesABareArrayThatGoesWithTheNextFlush)
   EXPECT_TRUE(log_->has("could not complete sync from dump file, will try again later"));
   ASSERT_EQ(batchFile().size(), 1u);
   EXPECT_TRUE(batchFile().begin()->value.isArray());
-  const std::string id = batchFile().begin()->key;
+  const std::string id = idOf(0);
 
   save({"c"});
   service_->decide = [](const auto&) { return 200; };
@@ -289,8 +290,9 @@ TEST_F(BatchStoreTest, DumpFileIsLostWhenTheIdentifierVanishesMeanwhile) {
   };
   events().syncToServerFromDumpFile();
   settle();
-  EXPECT_EQ(log_->messages(), (Names{"Report Add request initiated:", "Sync Failure\u203C\uFE0F",
-                                     "Please initialze the SDK Config with the AppID in applicationDidFinishLaunching"}));
+  EXPECT_EQ(log_->messages(),
+            (Names{"Report Add request initiated:", "Sync Failure\u203C\uFE0F",
+                   "Please initialze the SDK Config with the AppID in applicationDidFinishLaunching"}));
   EXPECT_TRUE(service_->requests().empty());
   EXPECT_FALSE(std::filesystem::exists(dumpPath()));
 }

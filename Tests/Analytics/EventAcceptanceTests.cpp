@@ -69,7 +69,8 @@ TEST_F(EventAcceptanceTest, NameThatIsNoTextIsDroppedAndItsCompletionNeverCalled
 }
 
 TEST_F(EventAcceptanceTest, OptOutLeavesOnlyWhitelistedEventsAndTheBlacklistStopsThoseToo) {
-  startWithSession({{"whitelisted_events", Array{"remote", "both"}}, {"blacklisted_events", Array{"both", "UPDATE", "bad"}}});
+  startWithSession(
+      {{"whitelisted_events", Array{"remote", "both"}}, {"blacklisted_events", Array{"both", "UPDATE", "bad"}}});
   EXPECT_TRUE(events().shouldEventBeTrackedWithName("any"));
   EXPECT_FALSE(events().shouldEventBeTrackedWithName("bad"));
   EXPECT_TRUE(log_->has("Blacklisted Event: bad"));
@@ -80,8 +81,9 @@ TEST_F(EventAcceptanceTest, OptOutLeavesOnlyWhitelistedEventsAndTheBlacklistStop
   track({"any", "remote", "own", "both", "UPDATE", "EVENT_ACTION_IOS_SESSION_START", "EVENT_ACTION_IOS_SESSION_END",
          "ZRV_APP_EXIT", "ZRV_LOGOUT", "INSTALL", "REINSTALL", "EVENT_ACTION_USER_ATTRIBUTE",
          "EVENT_ACTION_DEVICE_ATTRIBUTE", "install"});
-  EXPECT_EQ(currentNames(), (Names{"remote", "own", "EVENT_ACTION_IOS_SESSION_START", "EVENT_ACTION_IOS_SESSION_END",
-                                   "ZRV_APP_EXIT", "ZRV_LOGOUT", "INSTALL", "REINSTALL", "EVENT_ACTION_USER_ATTRIBUTE"}));
+  EXPECT_EQ(currentNames(),
+            (Names{"remote", "own", "EVENT_ACTION_IOS_SESSION_START", "EVENT_ACTION_IOS_SESSION_END", "ZRV_APP_EXIT",
+                   "ZRV_LOGOUT", "INSTALL", "REINSTALL", "EVENT_ACTION_USER_ATTRIBUTE"}));
   for (const char* name : {"any", "install", "EVENT_ACTION_DEVICE_ATTRIBUTE"}) {
     EXPECT_EQ(log_->count(std::string(name) + " not tracked as Data Tracking is opted out"), 1u) << name;
   }

@@ -57,6 +57,8 @@ class EventPipelineTest : public ModuleTest {
     for (const auto& [id, batch] : batchFile()) names.push_back(namesOf(batch));
     return names;
   }
+  // The identifier of a batch in the file.
+  std::string idOf(std::size_t position) const { return (batchFile().begin() + static_cast<long>(position))->key; }
   // Of each report request, in the order of sending.
   std::vector<std::vector<std::string>> sentNames() const {
     std::vector<std::vector<std::string>> names;

@@ -97,9 +97,9 @@ TEST_F(FacadeTest, UpdateSendsWhatEarlierLaunchesLeft) {
       facade().updateModules();
       EXPECT_NE(sessionID(), Value());
       settle();
-      ASSERT_GE(sentNames().size(), 2u);
-      EXPECT_EQ(sentNames()[0], (Names{"dumped"}));
-      EXPECT_EQ(sentNames()[1], (Names{"saved"}));
+      // Refused, the dump is in the batch file before the flush reads it.
+      EXPECT_EQ(sentNames(),
+                status == 200 ? (Batches{{"dumped"}, {"saved"}}) : (Batches{{"dumped"}, {"dumped"}, {"saved"}}));
       EXPECT_EQ(log_->count("Report add successful for previous sessions"), status == 200 ? 1u : 0u);
       EXPECT_EQ(log_->count("Report add unsuccessful for previous sessions"), status == 200 ? 0u : 1u);
       EXPECT_EQ(std::filesystem::exists(batchPath()), status != 200);

@@ -61,7 +61,7 @@ TEST_F(ReportRequestTest, MissingPartLeavesMetaAndParametersOut) {
 TEST_F(ReportRequestTest, RequestIsSignedOverBatchTimeAndUser) {
   startWithSession({{"unique_id", "U"}});
   save({"a"});
-  const std::string id = batchFile().begin()->key;
+  const std::string id = idOf(0);
   updateRemoteConfiguration({{"whitelisted_events", Array{}}});
   Answers answers;
   flush(answers);

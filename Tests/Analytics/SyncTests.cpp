@@ -30,7 +30,6 @@ class SyncTest : public EventPipelineTest {
     service_->answerNext(status);
     settle();
   }
-  std::string idOf(std::size_t position) const { return (batchFile().begin() + static_cast<long>(position))->key; }
   // Refuses batches that hold the event.
   void refuse(const std::string& name) {
     service_->decide = [name](const FakeService::Request& request) {

@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <system_error>
 #include <utility>
 
 #include "Platform/Files/FileSystem.h"
@@ -61,7 +63,12 @@ ZRBatchFile::Outcome ZRBatchFile::fail(Outcome outcome, std::string message) {
 ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionaryImage& image) {
   const auto identity = identityOf(path_);
   if (!identity) {
+    const int error = errno;
     image_.reset();
+    // Only a file that is not there counts as empty; one that cannot be looked at must not be written over.
+    if (error != ENOENT) {
+      return fail(Outcome::Failed, "cannot look at " + path_ + ": " + std::generic_category().message(error));
+    }
     image = PropertyListDictionaryImage();
     return Outcome::Done;
   }

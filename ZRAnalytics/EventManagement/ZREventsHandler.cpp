@@ -147,11 +147,14 @@ Dictionary ZREventsHandler::getEventDictForEventAndProperties(const Value& name,
 
 void ZREventsHandler::checkForTriggersForEventAndEventDict(const Value& name, Dictionary eventDict) {
   const ZRAnalytics& facade = ZRAnalytics::sharedInstance();
-  for (const auto& delegate : {facade.inappTriggerDelegate(), facade.messagingTriggerDelegate()}) {
-    if (!delegate) continue;
+  const auto tell = [&](const std::shared_ptr<ZREventTriggerDelegate>& delegate) {
+    if (!delegate) return;
     guarded({kFile, "checkForTriggersForEventAndEventDict"}, "exception is %@",
             [&] { delegate->eventTrackedWithNameAndEventAttr(name, eventDict); });
-  }
+  };
+  tell(facade.inappTriggerDelegate());
+  // Asked for only now: the first may have changed who the second is.
+  tell(facade.messagingTriggerDelegate());
 }
 
 void ZREventsHandler::addEventToViewInfoWithEventDict(Dictionary eventDict) {

@@ -44,8 +44,8 @@ std::vector<std::string_view> linesOf(std::string_view text) {
 
 Array ZREventsHandler::takeCurrentBatch() {
   platform::MutexLock lock(currentBatchMutex_);
-  Array events;
-  if (viewsInfoArray_) events.swap(*viewsInfoArray_);
+  if (!viewsInfoArray_ || viewsInfoArray_->empty()) return {};
+  Array events = std::move(*viewsInfoArray_);
   viewsInfoArray_.reset();
   return events;
 }
@@ -171,8 +171,9 @@ void ZREventsHandler::syncToServerFromDumpFile() {
 void ZREventsHandler::clearEventsdata() {
   removeDatFile();
   removeEventsPlistFile();
+  Array dropped;  // destroyed with no lock held: the host's objects may stand in it
   platform::MutexLock lock(currentBatchMutex_);
-  if (viewsInfoArray_) viewsInfoArray_->clear();
+  if (viewsInfoArray_) viewsInfoArray_->swap(dropped);
 }
 
 void ZREventsHandler::cleanUp() {

@@ -214,9 +214,15 @@ bool ZREventsHandler::sendBatch(const ZRStoredBatch& batch, const std::shared_pt
       batchInfo.setObjectNilHandledForKey(stored.decodeKey(key), key);
     }
   }
-  batchInfo.set(kBatchKeyEvents, storedEvents(batch, eventsKey));
+  const std::size_t count = stored.countOfKey(eventsKey);
+  if (count != 0) {
+    batchInfo.set(kBatchKeyEvents, storedEvents(batch, eventsKey));
+  } else {
+    batchInfo.setObjectNilHandledForKey(eventsKey.empty() ? stored.decode() : stored.decodeKey(eventsKey),
+                                        kBatchKeyEvents);
+  }
 
-  BatchRequest request = requestForBatch(batchInfo, stored.countOfKey(eventsKey));
+  BatchRequest request = requestForBatch(batchInfo, count);
   const auto appID = ZRConfigDataManager::sharedInstance().getZrvAppID();
   if (!appID) return false;
   std::move(request).execute(*appID, [this, run, batchID = batch.key](bool success) {
