@@ -16,10 +16,7 @@ void setJSON(httplib::Response& response, const json& body) {
 }
 
 // Answers without reading what may still come, so the connection cannot be used again.
-void closeAfter(httplib::Response& response) {
-  Listener::currentExchange().connection.closeAfterAnswer();
-  response.set_header("Connection", "close");
-}
+void closeAfterAnswer() { Listener::currentExchange().connection.closeAfterAnswer(); }
 
 bool isEvery(std::uint64_t n, std::atomic<std::uint64_t>& count) {
   return (++count % n) == 0;
@@ -62,7 +59,7 @@ void Server::setRoutes() {
     }
     response.status = 405;
     response.set_header("Allow", "GET, HEAD, POST");
-    closeAfter(response);
+    closeAfterAnswer();
     return httplib::Server::HandlerResponse::Handled;
   });
   for (const auto& [pattern, service] :
@@ -74,7 +71,7 @@ void Server::setRoutes() {
   }
   listener_.Post(".*", [](const httplib::Request&, httplib::Response& response, const httplib::ContentReader&) {
     response.status = 404;
-    closeAfter(response);
+    closeAfterAnswer();
   });
   listener_.Get("/api/summary",
                 [this](const httplib::Request&, httplib::Response& response) { setJSON(response, store_.summary()); });

@@ -143,10 +143,10 @@ bool BinaryObjects::read(std::size_t index, BinaryObject& object) const {
       object.kind = marker < 0x50   ? BinaryObject::Kind::Data
                     : marker < 0x60 ? BinaryObject::Kind::ASCII
                     : marker < 0x70 ? BinaryObject::Kind::UTF16
-                    : marker < 0xB0 ? BinaryObject::Kind::Array
+                    : marker < 0xB0 ? BinaryObject::Kind::List
                                     : BinaryObject::Kind::Dictionary;
       unit = object.kind == BinaryObject::Kind::UTF16        ? 2
-             : object.kind == BinaryObject::Kind::Array      ? referenceSize
+             : object.kind == BinaryObject::Kind::List       ? referenceSize
              : object.kind == BinaryObject::Kind::Dictionary ? 2 * referenceSize
                                                              : 1;
       if (low == 15) {

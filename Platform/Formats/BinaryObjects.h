@@ -54,7 +54,7 @@ enum class BinaryObjectKind : std::uint8_t {
   ASCII,
   UTF16,
   UID,
-  Array,
+  List,
   Dictionary
 };
 
@@ -70,7 +70,7 @@ struct BinaryObject {
   std::string_view content;
 
   bool isText() const { return kind == Kind::ASCII || kind == Kind::UTF16; }
-  bool isContainer() const { return kind >= Kind::Array; }
+  bool isContainer() const { return kind >= Kind::List; }
 };
 
 // The value of 1 to 16 big-endian bytes, of which the last 8 count.

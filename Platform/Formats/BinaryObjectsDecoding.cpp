@@ -89,7 +89,7 @@ class Decoder : public Walk {
       case Kind::UID:
         value = std::make_shared<const PropertyListUID>(uidOfObject(object));
         return true;
-      case Kind::Array:
+      case Kind::List:
         return decodeArray(object, depth, value);
       case Kind::Dictionary:
         return decodeDictionary(object, depth, value);
@@ -200,7 +200,7 @@ class Transcoder : public Walk {
         appendJSONInteger(uidOfObject(object), out_);
         out_ += '}';
         return true;
-      case Kind::Array:
+      case Kind::List:
         return appendArray(object, depth);
       case Kind::Dictionary:
         return appendDictionary(object, depth);

@@ -43,12 +43,15 @@ class ArchivedObject final : public Object {
   std::vector<Field> fields_;
 };
 
-// A binary property list with the object as its root.
+// A binary property list with the object as its root. An object that stands in several places is one entry. Nil is left
+// out of arrays; the null marker is the archive's null object, a URL its text, any other object its plain value; beyond
+// 256 levels nil or, in a container, "" stands in.
 std::string archiveRootObject(const std::shared_ptr<const ArchivedObject>& root);
 
 // Reads either encoding. Of the classes in the archive only the platform's plain ones and those named here are
 // accepted; an unsound file, or a root of another class than rootClass, is an error. Below a sound root a wrong value
-// reads as nil and costs only itself. Cycles, depth and shared children are bounded.
+// reads as nil and costs only itself; in an array or a dictionary it is left out. Cycles, depth (256 levels) and shared
+// children (a million parts of a value) are bounded.
 Result<std::shared_ptr<const ArchivedObject>> unarchiveRootObject(std::string_view bytes, std::string_view rootClass,
                                                                   std::span<const std::string_view> classes);
 

@@ -62,13 +62,13 @@ std::size_t LazyPropertyListValue::countOfKey(std::string_view key) const {
   BinaryObject array;
   if (!key.empty() && !findElement(source_->objects, object_, key, element)) return 0;
   if (!source_->objects.read(element, array)) return 0;
-  return array.kind == BinaryObject::Kind::Array ? array.count : 0;
+  return array.kind == BinaryObject::Kind::List ? array.count : 0;
 }
 
 bool LazyPropertyListValue::isArray() const {
   if (!source_) return value_.isArray();
   BinaryObject object;
-  return source_->objects.read(object_, object) && object.kind == BinaryObject::Kind::Array;
+  return source_->objects.read(object_, object) && object.kind == BinaryObject::Kind::List;
 }
 
 bool LazyPropertyListValue::isDictionary() const {

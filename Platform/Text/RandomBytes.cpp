@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 #include <unistd.h>
-#if defined(__APPLE__)
+#if __has_include(<sys/random.h>)
 #include <sys/random.h>
 #endif
 

@@ -35,6 +35,7 @@ class LogRecorder final : public ZRLogSink {
     std::int64_t line;
     std::string operation;
     std::string message;
+    friend bool operator==(const ErrorRecord&, const ErrorRecord&) = default;
   };
 
   void logMessage(std::int64_t type, const std::string& message) override;

@@ -34,12 +34,12 @@ TEST(Utf8, EachInvalidSequenceBecomesOneReplacement) {
       {"\xF8\x88\x80\x80\x80", "?????"},
       {"\xFE\xFF", "??"},
   };
-  for (const auto& [text, expected] : kCases) {
-    std::string repaired = validUtf8(text);
-    EXPECT_TRUE(isValidUtf8(repaired));
-    EXPECT_EQ(isValidUtf8(text), repaired == text);
-    for (std::size_t at; (at = repaired.find("\xEF\xBF\xBD")) != std::string::npos;) repaired.replace(at, 3, "?");
-    EXPECT_EQ(repaired, expected);
+  for (const auto& [text, pattern] : kCases) {
+    std::string expected;
+    for (const char* c = pattern; *c; ++c) expected += *c == '?' ? std::string("\xEF\xBF\xBD") : std::string(1, *c);
+    EXPECT_EQ(validUtf8(text), expected);
+    EXPECT_TRUE(isValidUtf8(expected));
+    EXPECT_EQ(isValidUtf8(text), expected == text);
   }
   EXPECT_TRUE(isValidUtf8(std::string_view("a\0b", 3)));
 }
@@ -69,7 +69,8 @@ TEST(NumberText, IsTheShortestThatReadsBack) {
   std::mt19937_64 random(1);
   for (int i = 0; i < 20'000; ++i) {
     const auto number = std::bit_cast<double>(random());
-    if (std::isfinite(number)) ASSERT_EQ(leadingDouble(textOfDouble(number)), number);
+    if (!std::isfinite(number)) continue;
+    ASSERT_EQ(leadingDouble(textOfDouble(number)), number);
   }
   EXPECT_EQ(fixedTextOfDouble(2.5, 0), "2");
   EXPECT_EQ(fixedTextOfDouble(-1.005, 6), "-1.005000");

@@ -1,0 +1,38 @@
+// What a script can do.
+#pragma once
+
+#include <span>
+#include <string_view>
+
+#include "Host/Runtime.h"
+#include "Host/Script.h"
+
+namespace zorvane::host {
+
+struct Action {
+  std::string_view name;
+  // Its fields, for --help.
+  std::string_view fields;
+  // Returns as soon as the calls it makes have returned. Throws NotAnAction, before anything was done, when the line's
+  // fields are wrong. Null: the module does not have this yet.
+  void (*play)(Runtime& runtime, const ScriptLine& line);
+};
+
+// Everything that the script's language knows.
+std::span<const Action> allActions();
+// Throws NotAnAction for a name that is unknown or not available.
+const Action& actionNamed(std::string_view name);
+
+// The actions of ActionsEvents.cpp and Print.cpp.
+void playTrack(Runtime& runtime, const ScriptLine& line);
+void playOpenURL(Runtime& runtime, const ScriptLine& line);
+void playSources(Runtime& runtime, const ScriptLine& line);
+void playPrint(Runtime& runtime, const ScriptLine& line);
+
+// Reports the completion of the line's action.
+void printCompletion(Runtime& runtime, std::string_view operation, std::int64_t line,
+                     platform::Dictionary results = {});
+// Throws NotAnAction that says the module does not have this yet.
+[[noreturn]] void refuse(std::string_view what);
+
+}  // namespace zorvane::host

@@ -1,0 +1,50 @@
+// The application as the module sees it: its state and its background tasks.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Host/Trace.h"
+#include "Platform/Application/Application.h"
+#include "Platform/Dispatch/Mutex.h"
+
+namespace zorvane::host {
+
+// Thread-safe. Inactive until the script makes it something else. Background tasks count from 1.
+class HostApplication final : public platform::Application {
+ public:
+  explicit HostApplication(Trace& trace) : trace_(trace) {}
+
+  platform::ApplicationState state() const override { return state_.load(); }
+  void setState(platform::ApplicationState state) { state_ = state; }
+
+  platform::BackgroundTaskId beginBackgroundTask(std::string_view name,
+                                                 std::function<void()> expirationHandler) override;
+  void endBackgroundTask(platform::BackgroundTaskId id) override;
+
+  // The system's time for the task of that name (the last begun, where several are running) is up: its expiration
+  // handler is called; one that has ended already has none. Only on the main thread. False when no task of that name
+  // was ever begun.
+  bool expire(std::string_view name);
+
+ private:
+  struct Task {
+    const std::string* name;
+    platform::BackgroundTaskId id;
+    std::function<void()> expirationHandler;
+  };
+
+  Trace& trace_;
+  std::atomic<platform::ApplicationState> state_{platform::ApplicationState::Inactive};
+  platform::Mutex mutex_;
+  std::set<std::string, std::less<>> names_ ZR_GUARDED_BY(mutex_);
+  // The name of every task begun so far, by id - 1; a repeated end is told by it.
+  std::vector<const std::string*> nameById_ ZR_GUARDED_BY(mutex_);
+  std::vector<Task> running_ ZR_GUARDED_BY(mutex_);
+};
+
+}  // namespace zorvane::host

@@ -1,0 +1,60 @@
+#include "Host/Player.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <exception>
+
+#include "Host/Actions.h"
+#include "Host/Progress.h"
+
+namespace zorvane::host {
+namespace {
+
+void playLine(Runtime& runtime, const ScriptLine& line, bool quiet) {
+  actionNamed(line.action()).play(runtime, line);
+  if (!line.async()) runtime.settle();
+  if (!quiet) runtime.output().write({{"done", line.number()}, {"do", line.action()}});
+}
+
+void reportRequests(const CountingTransport::Counts& counts) {
+  if (counts.failed == 0) return;
+  std::fprintf(stderr, "zrhost: %" PRIu64 " of %" PRIu64 " requests were not accepted; the last: %s\n", counts.failed,
+               counts.answered, counts.lastFailure.c_str());
+}
+
+}  // namespace
+
+int playScript(Runtime& runtime, LineReader& script, bool quiet) {
+  Progress progress(quiet);
+  int status = kStatusPlayed;
+  std::string refusal;
+  std::int64_t number = 0;
+  try {
+    while (!runtime.output().failed()) {
+      ++number;
+      const auto text = script.next();
+      if (!text) break;
+      if (!ScriptLine::isSkipped(*text)) playLine(runtime, ScriptLine(number, *text), quiet);
+      if (progress.isDue()) {
+        progress.show(number, runtime.trace().eventsRecorded(), runtime.transport().counts().started);
+      }
+    }
+  } catch (const NotAnAction& reason) {
+    status = kStatusNotAnAction;
+    refusal = reason.what();
+  } catch (const std::exception& error) {
+    status = kStatusFailed;
+    refusal = std::string("an exception left the module: ") + error.what();
+  }
+  runtime.settle();
+  progress.finish();
+  if (status != kStatusPlayed) std::fprintf(stderr, "zrhost: line %" PRId64 ": %s\n", number, refusal.c_str());
+  if (runtime.output().failed()) {
+    std::fputs("zrhost: cannot write to the standard output\n", stderr);
+    if (status == kStatusPlayed) status = kStatusFailed;
+  }
+  reportRequests(runtime.transport().counts());
+  return status;
+}
+
+}  // namespace zorvane::host

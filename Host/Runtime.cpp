@@ -1,0 +1,169 @@
+#include "Host/Runtime.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "Platform/Files/FileSystem.h"
+#include "Platform/Formats/JSON.h"
+#include "Platform/HostServices.h"
+#include "Transport/CurlTransport.h"
+
+namespace zorvane::host {
+namespace {
+
+constexpr std::size_t kMaximumConfigurationFile = 16u << 20;
+
+// The advertising identifier as the configuration has it at the moment.
+class ConfiguredAdvertising final : public platform::AdvertisingService {
+ public:
+  int trackingAuthorizationStatus() const override {
+    return static_cast<int>(effectiveConfiguration().objectForKey("idfa_authorization").integerValue());
+  }
+  std::optional<std::string> advertisingIdentifier() const override {
+    const Value identifier = effectiveConfiguration().objectForKey("idfa");
+    return identifier.isString() ? std::optional(*identifier.asString()) : std::nullopt;
+  }
+};
+
+std::string madeDirectory(const std::string& path) {
+  const auto made = platform::makeDirectories(path);
+  if (!made) throw UsageError("--data: " + made.error().message);
+  char* const resolved = ::realpath(path.c_str(), nullptr);
+  if (!resolved || ::access(resolved, R_OK | W_OK | X_OK) != 0) {
+    throw UsageError("--data: cannot write in " + path + ": " + std::strerror(errno));
+  }
+  std::string absolute = resolved;
+  std::free(resolved);
+  return absolute;
+}
+
+platform::Directories makeContainer(const std::string& path) {
+  return {madeDirectory(platform::joinPath(path, "Documents")), madeDirectory(platform::joinPath(path, "Library")),
+          madeDirectory(platform::joinPath(path, "Defaults"))};
+}
+
+int openTrace(const std::string& path) {
+  if (path.empty()) return -1;
+  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
+  if (descriptor < 0) throw UsageError("--trace: cannot write " + path + ": " + std::strerror(errno));
+  return descriptor;
+}
+
+Dictionary readConfiguration(const std::string& path) {
+  if (path.empty()) return {};
+  const auto text = platform::readFile(path, kMaximumConfigurationFile);
+  if (!text) throw UsageError("--config: " + text.error().message);
+  auto parsed = platform::parseJSON(text.value());
+  if (!parsed) throw UsageError("--config: " + path + " is not JSON: " + parsed.error().message);
+  if (!parsed.value().isDictionary()) throw UsageError("--config: " + path + " is not a JSON object");
+  return *parsed.value().asDictionary();
+}
+
+void reportUncaught(const std::exception_ptr& exception) {
+  try {
+    std::rethrow_exception(exception);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "zrhost: an exception left a task: %s\n", error.what());
+  } catch (...) {
+    std::fprintf(stderr, "zrhost: an exception left a task\n");
+  }
+}
+
+}  // namespace
+
+Runtime::Runtime(const Options& options) : output_(STDOUT_FILENO), trace_(openTrace(options.trace)) {
+  const Dictionary configuration = readConfiguration(options.config);
+  if (options.clock) {
+    standingClock_ = std::make_shared<StandingClock>(*options.clock);
+    clock_ = standingClock_;
+  } else {
+    clock_ = std::make_shared<RunningClock>();
+  }
+  platform::MainLoopOptions mainLoop;
+  mainLoop.adoptedByHost = true;
+  scheduler_ = platform::makeThreadScheduler(clock_, std::move(mainLoop));
+  scheduler_->setUncaughtHandler(reportUncaught);
+  application_ = std::make_shared<HostApplication>(trace_);
+  transport_ = std::make_shared<CountingTransport>(std::make_shared<CurlTransport>());
+
+  platform::HostServices services;
+  services.clock = clock_;
+  services.scheduler = scheduler_;
+  services.notificationCenter = std::make_shared<platform::NotificationCenter>();
+  services.notificationCenter->setUncaughtHandler(reportUncaught);
+  services.application = application_;
+  services.advertising = std::make_shared<ConfiguredAdvertising>();
+  services.directories = makeContainer(options.data);
+  if (!platform::configureHost(std::move(services))) throw std::logic_error("the host's services are in use already");
+  trace_.hookIn();
+
+  CoreSetup setup;
+  setup.endpoint = options.endpoint;
+  setup.appId = options.appId;
+  setup.remoteConfiguration = configuration;
+  setup.transport = transport_;
+  trace_.hookInto(setup);
+  try {
+    configureCore(std::move(setup));
+  } catch (const ValueError& error) {
+    throw UsageError("--config: " + options.config + ": " + error.what());
+  }
+}
+
+ZRAnalytics& Runtime::analytics() {
+  static std::once_flag listening;
+  ZRAnalytics& facade = ZRAnalytics::sharedInstance();
+  std::call_once(listening, [&] {
+    facade.setInappTriggerDelegate(trace_.inappDelegate());
+    facade.setMessagingTriggerDelegate(trace_.messagingDelegate());
+  });
+  return facade;
+}
+
+void Runtime::enterState(platform::ApplicationState state, std::string_view notification) {
+  onMainThread([&] {
+    application_->setState(state);
+    platform::hostServices().notificationCenter->post(notification);
+  });
+}
+
+void Runtime::settle() {
+  while (true) {
+    const auto before = transport_->counts();
+    scheduler_->waitUntilIdle();
+    transport_->waitUntilAnswered();
+    const auto after = transport_->counts();
+    // Nothing was on its way before the queues came to rest, and nothing has been sent since.
+    if (before.answered == before.started && after.started == before.started) return;
+  }
+}
+
+void Runtime::passTime(double seconds) {
+  if (!standingClock_) {
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    return;
+  }
+  // What was started before belongs to the time before.
+  scheduler_->waitUntilIdle();
+  const std::int64_t end = standingClock_->ticks() + StandingClock::ticksOf(seconds);
+  while (true) {
+    const double deadline = scheduler_->nextTimerDeadline();
+    if (deadline < 0 || StandingClock::ticksReaching(deadline) > end) break;
+    standingClock_->advanceTo(StandingClock::ticksReaching(deadline));
+    scheduler_->fireDueTimers();
+    settle();
+  }
+  standingClock_->advanceTo(end);
+}
+
+}  // namespace zorvane::host

@@ -1,0 +1,77 @@
+#include "Platform/Formats/KeyedArchiveNumbers.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "Platform/Values/Text.h"
+
+namespace zorvane::platform::archive {
+namespace {
+
+// The decimal digits of a number of 16-bit words, the lowest first.
+std::string digitsOfWords(std::vector<std::uint32_t> words) {
+  std::string digits;
+  while (std::any_of(words.begin(), words.end(), [](std::uint32_t word) { return word != 0; })) {
+    std::uint32_t rest = 0;
+    for (auto word = words.rbegin(); word != words.rend(); ++word) {
+      const std::uint32_t part = rest << 16 | *word;
+      *word = part / 10;
+      rest = part % 10;
+    }
+    digits += static_cast<char>('0' + rest);
+  }
+  if (digits.empty()) digits = "0";
+  std::reverse(digits.begin(), digits.end());
+  return digits;
+}
+
+Value numberOfText(const std::string& text) {
+  std::int64_t integer = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), integer);
+  if (error == std::errc() && end == text.data() + text.size()) return integer;
+  const auto number = leadingDouble(text);
+  return number ? Value(*number) : Value();
+}
+
+}  // namespace
+
+Value decimalNumber(const Dictionary& entry) {
+  if (const Value text = entry.objectForKey("NS.string"); text.isString()) return numberOfText(*text.asString());
+  constexpr std::size_t kWords = 8;
+  constexpr std::int64_t kBigEndianOrder = 2;
+  constexpr int kShortExponent = 18;
+  const Value mantissa = entry.objectForKey("NS.mantissa");
+  const Value length = entry.objectForKey("NS.length");
+  const Value exponent = entry.objectForKey("NS.exponent");
+  const Value negative = entry.objectForKey("NS.negative");
+  const Value order = entry.objectForKey("NS.mantissa.bo");
+  if (!mantissa.asData() || mantissa.asData()->bytes.size() != 2 * kWords || !length.asInteger() ||
+      !exponent.asInteger() || !(negative.isNil() || negative.isNumber()) || !(order.isNil() || order.asInteger())) {
+    return {};
+  }
+  if (*exponent.asInteger() < -128 || *exponent.asInteger() > 127) return {};
+  if (*length.asInteger() < 0 || *length.asInteger() > static_cast<std::int64_t>(kWords)) return {};
+  // No words and a minus stand for not a number.
+  if (*length.asInteger() == 0 && negative.boolValue()) return std::numeric_limits<double>::quiet_NaN();
+  const bool isBigEndian = !order.isNil() && *order.asInteger() == kBigEndianOrder;
+  std::vector<std::uint32_t> words;
+  for (std::size_t i = 0; i < static_cast<std::size_t>(*length.asInteger()); ++i) {
+    const std::uint32_t first = mantissa.asData()->bytes[2 * i];
+    const std::uint32_t second = mantissa.asData()->bytes[2 * i + 1];
+    words.push_back(isBigEndian ? first << 8 | second : second << 8 | first);
+  }
+  std::string digits = (negative.boolValue() ? "-" : "") + digitsOfWords(std::move(words));
+  const auto power = static_cast<int>(*exponent.asInteger());
+  if (power >= 0 && power <= kShortExponent) {
+    digits.append(static_cast<std::size_t>(power), '0');
+    return numberOfText(digits);
+  }
+  return numberOfText(digits + "e" + textOfInteger(power));
+}
+
+}  // namespace zorvane::platform::archive

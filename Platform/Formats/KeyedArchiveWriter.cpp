@@ -1,0 +1,134 @@
+#include <unordered_map>
+
+#include "Platform/Formats/BinaryObjects.h"
+#include "Platform/Formats/KeyedArchive.h"
+#include "Platform/Formats/KeyedArchiveClasses.h"
+#include "Platform/Formats/PropertyList.h"
+
+namespace zorvane::platform {
+namespace {
+
+constexpr std::uint32_t kNil = 0;
+// An object's plain value holds no object; one that breaks this is followed only so far.
+constexpr int kMaximumPlainSteps = 8;
+
+Value reference(std::uint32_t index) {
+  return std::make_shared<const PropertyListUID>(index);
+}
+
+class Writer {
+ public:
+  Writer() { objects_.push_back("$null"); }
+
+  // The index of the value's entry. An entry is numbered before its content, its class after the first one's content.
+  std::uint32_t add(const Value& value, int depth) {
+    switch (value.kind()) {
+      case Value::Kind::Nil:
+        return kNil;
+      case Value::Kind::Null:
+        return fill(reserve(), "NSNull", Dictionary());
+      case Value::Kind::URL:
+        return addEntry(value.asURL()->absoluteString);
+      case Value::Kind::Date:
+        return fill(reserve(), "NSDate",
+                    Dictionary{{"NS.time", value.asDate()->secondsSince1970 - kPropertyListEpoch}});
+      case Value::Kind::Array:
+      case Value::Kind::Dictionary:
+        return depth < archive::kDepth ? addContainer(value, depth) : kNil;
+      case Value::Kind::Object:
+        return depth < archive::kDepth ? addObject(value.asObject(), depth) : kNil;
+      default:
+        return addEntry(value);
+    }
+  }
+
+  Array takeObjects() { return std::move(objects_); }
+
+ private:
+  std::uint32_t addEntry(Value value) {
+    objects_.push_back(std::move(value));
+    return static_cast<std::uint32_t>(objects_.size() - 1);
+  }
+  std::uint32_t reserve() { return addEntry(Value()); }
+
+  std::uint32_t fill(std::uint32_t index, std::string_view className, Dictionary content) {
+    content.set("$class", reference(classNamed(className)));
+    objects_[index] = std::move(content);
+    return index;
+  }
+
+  std::uint32_t classNamed(std::string_view name) {
+    const auto [known, isNew] = classes_.emplace(name, 0);
+    if (isNew) known->second = addEntry(Dictionary{{"$classname", name}, {"$classes", Array{name, "NSObject"}}});
+    return known->second;
+  }
+
+  std::uint32_t addContainer(const Value& value, int depth) {
+    const std::uint32_t index = reserve();
+    Array keys;
+    Array elements;
+    const auto addElement = [&](const Value& element) {
+      // The platform's readers take no nil inside a container.
+      const std::uint32_t entry = add(element, depth + 1);
+      elements.push_back(reference(entry == kNil ? addEntry("") : entry));
+    };
+    if (const Array* array = value.asArray()) {
+      for (const Value& element : *array) {
+        if (!element.isNil()) addElement(element);
+      }
+      return fill(index, "NSArray", Dictionary{{"NS.objects", elements}});
+    }
+    for (const auto& [key, element] : *value.asDictionary()) keys.push_back(reference(addEntry(key)));
+    for (const auto& [key, element] : *value.asDictionary()) addElement(element);
+    return fill(index, "NSDictionary", Dictionary{{"NS.keys", keys}, {"NS.objects", elements}});
+  }
+
+  std::uint32_t addObject(const std::shared_ptr<const Object>& object, int depth) {
+    const auto* archived = dynamic_cast<const ArchivedObject*>(object.get());
+    if (!archived) return addPlain(*object, depth);
+    const auto [known, isNew] = indices_.emplace(archived, 0);
+    if (!isNew) return known->second;
+    const std::uint32_t index = known->second = reserve();
+    Dictionary content;
+    for (const auto& [key, value, inPlace] : archived->fields()) {
+      // "$" begins the keys of the archive itself.
+      const std::string name = key.starts_with('$') ? "$" + key : key;
+      content.set(name, inPlace ? value : reference(add(value, depth + 1)));
+    }
+    return fill(index, archived->className(), std::move(content));
+  }
+
+  std::uint32_t addPlain(const Object& object, int depth) {
+    Value plain = object.plainValue();
+    for (int step = 0; plain.kind() == Value::Kind::Object; ++step) {
+      if (step == kMaximumPlainSteps) return kNil;
+      if (const auto inner = plain.asObject()) plain = inner->plainValue();
+    }
+    return add(plain, depth);
+  }
+
+  Array objects_;
+  std::unordered_map<std::string, std::uint32_t> classes_;
+  std::unordered_map<const ArchivedObject*, std::uint32_t> indices_;
+};
+
+}  // namespace
+
+void ArchivedObject::encodeObject(std::string_view key, Value value) {
+  fields_.push_back({std::string(key), std::move(value), false});
+}
+
+void ArchivedObject::encodeBool(std::string_view key, bool value) {
+  fields_.push_back({std::string(key), value, true});
+}
+
+std::string archiveRootObject(const std::shared_ptr<const ArchivedObject>& root) {
+  Writer writer;
+  const std::uint32_t index = writer.add(root, 0);
+  return binaryPropertyList(Dictionary{{"$version", archive::kVersion},
+                                       {"$archiver", archive::kArchiver},
+                                       {"$top", Dictionary{{"root", reference(index)}}},
+                                       {"$objects", writer.takeObjects()}});
+}
+
+}  // namespace zorvane::platform

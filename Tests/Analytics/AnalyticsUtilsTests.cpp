@@ -1,0 +1,131 @@
+#include "Platform/Files/DefaultsStore.h"
+#include "Platform/Formats/PropertyList.h"
+#include "Support/ModuleTest.h"
+#include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
+
+namespace zorvane::testing {
+namespace {
+
+class AnalyticsUtilsTest : public ModuleTest {};
+
+TEST_F(AnalyticsUtilsTest, ABatchIdentifierIsTheMillisecondAndAUUID) {
+  clock_->setNow(Date{1700000000.1239});
+  start();
+  const std::string first = ZRAnalyticsUtils::createBatchIdentifier();
+  ASSERT_EQ(first.size(), 13u + 1 + 36);
+  EXPECT_EQ(first.substr(0, 14), "1700000000123-") << "truncated, not rounded";
+  EXPECT_EQ(first.find_first_not_of("0123456789ABCDEF-"), std::string::npos);
+  EXPECT_NE(ZRAnalyticsUtils::createBatchIdentifier(), first);
+}
+
+TEST_F(AnalyticsUtilsTest, SignaturesAreTheUpperCaseDigestOfThePartsInTheirOrder) {
+  EXPECT_EQ(ZRAnalyticsUtils::sha1(""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
+  EXPECT_EQ(ZRAnalyticsUtils::sha1("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
+  EXPECT_EQ(ZRAnalyticsUtils::getSignatureWithComponents({""}), "DA39A3EE5E6B4B0D3255BFEF95601890AFD80709");
+  EXPECT_EQ(ZRAnalyticsUtils::getSignatureWithComponents({"a", "bc"}), "A9993E364706816ABA3E25717850C26C9CD0D89D");
+  EXPECT_EQ(ZRAnalyticsUtils::getSignatureWithComponents({1, "-", 2.5, true}),
+            ZRAnalyticsUtils::getSignatureWithComponents({"1-2.51"}));
+}
+
+TEST_F(AnalyticsUtilsTest, ARequestIsSignedOnlyWhenItsThreePartsAreThere) {
+  const Dictionary meta{{"bid", "a"}, {"request_time", "b"}};
+  const Dictionary query{{"unique_id", "c"}};
+  const Dictionary sound{{"meta", meta}, {"query_params", query}, {"viewsInfo", Array{}}};
+  EXPECT_EQ(ZRAnalyticsUtils::getRequestIDForPayload(&sound), "A9993E364706816ABA3E25717850C26C9CD0D89D");
+  EXPECT_FALSE(ZRAnalyticsUtils::getRequestIDForPayload(nullptr));
+  const Dictionary unsound[] = {
+      {},
+      {{"meta", meta}},
+      {{"meta", meta}, {"query_params", Dictionary{}}},
+      {{"meta", meta}, {"query_params", Dictionary{{"unique_id", null}}}},
+      {{"meta", meta}, {"query_params", "unique_id"}},
+      {{"meta", Dictionary{{"bid", "a"}}}, {"query_params", query}},
+      {{"meta", Dictionary{{"request_time", "b"}}}, {"query_params", query}},
+      {{"meta.bid", "a"}, {"meta.request_time", "b"}, {"query_params", query}},
+  };
+  for (const Dictionary& payload : unsound) {
+    EXPECT_FALSE(ZRAnalyticsUtils::getRequestIDForPayload(&payload)) << Value(payload).description();
+  }
+}
+
+TEST_F(AnalyticsUtilsTest, ReportsNameOnlyThePreferencesThatAreOff) {
+  start();
+  const Dictionary allOn{{"e_t_p", true}, {"push_p", true}, {"in_app_p", true}};
+  EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(false), allOn);
+  EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(true), Dictionary());
+  const std::pair<const char*, const char*> switches[] = {
+      {"data_tracking_enabled", "e_t_p"}, {"push_enabled", "push_p"}, {"in_app_enabled", "in_app_p"}};
+  for (const auto& [configured, reported] : switches) {
+    updateRemoteConfiguration({{configured, false}});
+    Dictionary all = allOn;
+    all.set(reported, false);
+    EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(false), all);
+    EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(true), (Dictionary{{reported, false}}));
+    updateRemoteConfiguration({{configured, true}});
+  }
+  ZRConfigDataManager::sharedInstance().setDataTrackingOptedOut(true);
+  EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(true), (Dictionary{{"e_t_p", false}}));
+}
+
+TEST_F(AnalyticsUtilsTest, UserAttributesNeedAccountTrackingAndSDK) {
+  start();
+  for (int open = 0; open < 8; ++open) {
+    updateRemoteConfiguration({{"account_active", (open & 1) != 0},
+                               {"data_tracking_enabled", (open & 2) != 0},
+                               {"sdk_enabled", (open & 4) != 0}});
+    EXPECT_EQ(ZRAnalyticsUtils::shouldTrackUserAttribute(), open == 7) << open;
+  }
+}
+
+class AdvertisingAnswer final : public platform::AdvertisingService {
+ public:
+  int trackingAuthorizationStatus() const override { return status; }
+  std::optional<std::string> advertisingIdentifier() const override { return identifier; }
+  int status = 3;
+  std::optional<std::string> identifier = "IDFA";
+};
+
+TEST_F(AnalyticsUtilsTest, TheAdvertisingIdentifierNeedsServiceAndPermission) {
+  const auto service = std::make_shared<AdvertisingAnswer>();
+  host_.advertising = service;
+  start();
+  EXPECT_EQ(ZRAnalyticsUtils::advertiserID(), "IDFA");
+  EXPECT_TRUE(log_->messages().empty());
+  for (const int status : {0, 1, 2, 4}) {
+    service->status = status;
+    EXPECT_FALSE(ZRAnalyticsUtils::advertiserID()) << status;
+  }
+  EXPECT_EQ(log_->messages(),
+            std::vector<std::string>(4, "ATTrackingManager trackingAuthorizationStatus is Not Authorized"));
+  service->status = 3;
+  service->identifier.reset();
+  EXPECT_FALSE(ZRAnalyticsUtils::advertiserID());
+  EXPECT_EQ(log_->messages().back(), "ADSupport Framework unavailable");
+}
+
+TEST_F(AnalyticsUtilsTest, WithoutAServiceThereIsNoAdvertisingIdentifier) {
+  start();
+  EXPECT_FALSE(ZRAnalyticsUtils::advertiserID());
+  EXPECT_EQ(log_->messages(), std::vector<std::string>{"ADSupport Framework unavailable"});
+}
+
+TEST_F(AnalyticsUtilsTest, TheSavedAdvertisingIdentifierIsWrittenThroughAndNotLostToNone) {
+  start();
+  EXPECT_TRUE(ZRAnalyticsUtils::getSavedAdvertisingID().isNil());
+  ZRAnalyticsUtils::saveAdvertisingID("A");
+  ZRAnalyticsUtils::saveAdvertisingID(std::nullopt);
+  EXPECT_EQ(ZRAnalyticsUtils::getSavedAdvertisingID(), "A");
+  const auto file = platform::parsePropertyList(readAll((directory_ / "Defaults/sdk.plist").string()));
+  ASSERT_TRUE(file);
+  EXPECT_EQ(file.value(), (Dictionary{{"ZRV_ADVERTISING_ID", "A"}}));
+}
+
+TEST_F(AnalyticsUtilsTest, TheProxyStaysConfigured) {
+  EXPECT_FALSE(ZRAnalyticsUtils::isAppDelegateProxyConfigured());
+  ZRAnalyticsUtils::appDelegateProxyConfigured();
+  EXPECT_TRUE(ZRAnalyticsUtils::isAppDelegateProxyConfigured());
+}
+
+}  // namespace
+}  // namespace zorvane::testing

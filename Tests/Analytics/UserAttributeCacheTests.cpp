@@ -1,0 +1,111 @@
+#include "Support/ModuleTest.h"
+#include "ZRAnalytics/UserAttributes/ZRUserAttributeData.h"
+
+namespace zorvane::testing {
+namespace {
+
+constexpr std::string_view kClasses[] = {"ZRUserAttributeData", "ZRUserAttribute"};
+
+class UserAttributeCacheTest : public ModuleTest {
+ protected:
+  void SetUp() override { start({{"user_attribute_caching_duration", 100}}); }
+  std::optional<Date> lastTracked(std::size_t index) const {
+    return cache_.userAttributesArray().at(index).lastTracked();
+  }
+  ZRUserAttributeData cache_;
+};
+
+TEST_F(UserAttributeCacheTest, AValueIsSentOnceAndThenWhenItChanges) {
+  EXPECT_TRUE(cache_.saveAttributeWithValue("a", 1));
+  EXPECT_TRUE(log_->messages().empty());
+  EXPECT_FALSE(cache_.saveAttributeWithValue("a", 1.0)) << "numbers are equal by value";
+  EXPECT_TRUE(cache_.saveAttributeWithValue("a", "1")) << "but not to text";
+  EXPECT_TRUE(cache_.saveAttributeWithValue("a", 2));
+  EXPECT_FALSE(cache_.saveAttributeWithValue("a", 2));
+  EXPECT_EQ(log_->messages(), (std::vector<std::string>{"UserAttribute(a) wasn't updated as the value(1) is same.",
+                                                        "Attribute value changed from (1) to (1)",
+                                                        "Attribute value changed from (1) to (2)",
+                                                        "UserAttribute(a) wasn't updated as the value(2) is same."}));
+  EXPECT_TRUE(cache_.saveAttributeWithValue("b", Array{1, "x"}));
+  EXPECT_FALSE(cache_.saveAttributeWithValue("b", Array{1, "x"}));
+  EXPECT_TRUE(cache_.saveAttributeWithValue("c", null));
+  EXPECT_FALSE(cache_.saveAttributeWithValue("c", null));
+  EXPECT_EQ(cache_.userAttributesArray().size(), 3u);
+}
+
+TEST_F(UserAttributeCacheTest, AnAbsentValueAlwaysCountsAsChanged) {
+  EXPECT_TRUE(cache_.saveAttributeWithValue("a", nullptr));
+  EXPECT_TRUE(cache_.saveAttributeWithValue("a", nullptr));
+  EXPECT_EQ(log_->messages(), std::vector<std::string>{"Attribute value changed from ((null)) to ((null))"});
+}
+
+TEST_F(UserAttributeCacheTest, AnEqualValueIsSentAgainAfterTheCachingDuration) {
+  const struct {
+    std::int64_t duration;
+    double after;
+    bool sent;
+  } cases[] = {{100, 0, false}, {100, 99, false}, {100, 100, false}, {100, 100.5, true},
+               {0, 0, false},   {0, 0.001, true}, {-1, 0, true}};
+  for (const auto& [duration, after, sent] : cases) {
+    updateRemoteConfiguration({{"user_attribute_caching_duration", duration}});
+    clock_->setNow(Date{kStart});
+    cache_.setUserAttributesArray({});
+    cache_.saveAttributeWithValue("a", "x");
+    clock_->advance(after);
+    log_->clear();
+    EXPECT_EQ(cache_.saveAttributeWithValue("a", "x"), sent) << duration << " s, after " << after;
+    EXPECT_EQ(lastTracked(0), Date{sent ? kStart + after : kStart}) << "moves only when sent";
+    EXPECT_EQ(log_->messages(),
+              std::vector{sent ? "Caching duration(" + std::to_string(duration) +
+                                     ") expired for User Attribute. \n Was last tracked on 2026-11-21 10:00:00 +0000"
+                               : "UserAttribute(a) wasn't updated as the value(x) is same."});
+  }
+}
+
+TEST_F(UserAttributeCacheTest, TheTwoIdentifiersAreAnsweredWhenCached) {
+  EXPECT_FALSE(cache_.getIdentifierDict());
+  EXPECT_TRUE(cache_.getUserAttrUniqueID().isNil());
+  cache_.saveAttributeWithValue("zrv_user_id", "no");
+  cache_.saveAttributeWithValue("USER_ATTRIBUTE_SEGMENT_ID", 7);
+  EXPECT_EQ(cache_.getIdentifierDict(), (Dictionary{{"segment_id", 7}}));
+  cache_.saveAttributeWithValue("USER_ATTRIBUTE_UNIQUE_ID", "u");
+  EXPECT_EQ(cache_.getIdentifierDict(), (Dictionary{{"zrv_user_id", "u"}, {"segment_id", 7}}));
+  EXPECT_EQ(cache_.getUserAttrUniqueID(), "u");
+}
+
+TEST_F(UserAttributeCacheTest, AnArchiveKeepsOrderValuesAndTimes) {
+  cache_.saveAttributeWithValue("b", Array{1, 2.5, Dictionary{{"k", true}}});
+  clock_->advance(0.25);
+  cache_.saveAttributeWithValue("a", Date{12.5});
+  cache_.saveAttributeWithValue("c", "x");
+  cache_.saveAttributeWithValue("b", 1);
+  const auto root =
+      platform::unarchiveRootObject(platform::archiveRootObject(cache_.encodeWithCoder()), kClasses[0], kClasses);
+  ASSERT_TRUE(root);
+  const auto read = ZRUserAttributeData::initWithCoder(*root.value())->userAttributesArray();
+  const auto kept = cache_.userAttributesArray();
+  ASSERT_EQ(read.size(), 3u);
+  for (std::size_t i = 0; i < read.size(); ++i) {
+    EXPECT_EQ(read[i].attributeName(), std::string(1, "bac"[i]));
+    EXPECT_EQ(read[i].attributeValue(), kept[i].attributeValue());
+    EXPECT_EQ(read[i].lastTracked(), Date{kStart + 0.25});
+  }
+}
+
+TEST_F(UserAttributeCacheTest, WhatIsNoAttributeInAnArchiveIsSkippedAndWhatIsMissingIsNil) {
+  platform::ArchivedObject nameOnly("ZRUserAttribute");
+  nameOnly.encodeObject("zrv_usr_attr_name", "a");
+  platform::ArchivedObject data("ZRUserAttributeData");
+  data.encodeObject("zrv_usr_attributes", Array{"text", std::make_shared<platform::ArchivedObject>("ZRSource"), null,
+                                                std::make_shared<platform::ArchivedObject>(nameOnly)});
+  const auto read = ZRUserAttributeData::initWithCoder(data);
+  ASSERT_EQ(read->userAttributesArray().size(), 1u);
+  EXPECT_FALSE(read->userAttributesArray()[0].lastTracked());
+  EXPECT_TRUE(read->saveAttributeWithValue("a", 1)) << "nothing remembered";
+  EXPECT_TRUE(ZRUserAttributeData::initWithCoder(platform::ArchivedObject("ZRUserAttributeData"))
+                  ->userAttributesArray()
+                  .empty());
+}
+
+}  // namespace
+}  // namespace zorvane::testing

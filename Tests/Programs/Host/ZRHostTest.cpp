@@ -1,0 +1,299 @@
+// The program as its users run it: scripts in, lines and requests out.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <atomic>
+#include <fstream>
+#include <future>
+
+#include "HostRun.h"
+#include "System/TemporaryDirectory.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::UnorderedElementsAre;
+
+class ZRHost : public testing::Test {
+ protected:
+  std::vector<std::string> arguments(std::vector<std::string> more = {}) const {
+    std::vector<std::string> all{"--data",  directory_.file("app"),    "--endpoint", service_.url(),
+                                 "--clock", "2026-11-21T10:00:00.000Z"};
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+  }
+  HostResult run(const std::vector<std::string>& script, const std::vector<std::string>& withArguments) const {
+    HostProcess host(withArguments, directory_.file("stderr"));
+    for (const std::string& line : script) host.write(line);
+    HostResult result = host.finish();
+    EXPECT_THAT(result.errors, testing::Not(HasSubstr("Sanitizer")));
+    return result;
+  }
+  HostResult run(const std::vector<std::string>& script) const { return run(script, arguments()); }
+  std::string fileWith(const std::string& name, const std::string& text) const {
+    std::ofstream(directory_.file(name)) << text;
+    return directory_.file(name);
+  }
+  std::vector<Json> linesOf(const std::string& path) const {
+    std::vector<Json> lines;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) lines.push_back(Json::parse(line));
+    return lines;
+  }
+
+  zorvane::platform::TemporaryDirectory directory_;
+  FakeService service_;
+};
+
+TEST_F(ZRHost, WrongUsageIsSaidInOneLine) {
+  const std::string data = directory_.file("app");
+  const std::string url = "http://127.0.0.1:1";
+  const std::string file = fileWith("file", "[1]");
+  const struct {
+    std::vector<std::string> arguments;
+    std::string said;
+  } cases[] = {
+      {{"--endpoint", url}, "--data is missing"},
+      {{"--data", data}, "--endpoint is missing"},
+      {{"--data", data, "--endpoint"}, "--endpoint needs a value"},
+      {{"--data", data, "--endpoint", "ftp://a"}, "\"ftp://a\""},
+      {{"--data", data, "--endpoint", "http:///v1"}, "--endpoint must be"},
+      {{"--data", data, "--endpoint", url, "--clock", "yesterday"}, "--clock must be"},
+      {{"--data", data, "--endpoint", url, "--verbose"}, "unknown option \"--verbose\""},
+      {{"--data", data, "--endpoint", url, "a", "b"}, "one script"},
+      {{"--data", data, "--endpoint", url, directory_.file("none")}, "none: No such file"},
+      {{"--data", data, "--endpoint", url, directory_.path()}, "Is a directory"},
+      {{"--data", file + "/app", "--endpoint", url}, file},
+      {{"--data", data, "--endpoint", url, "--trace", directory_.path()}, "--trace"},
+      {{"--data", data, "--endpoint", url, "--config", directory_.file("none")}, "--config"},
+      {{"--data", data, "--endpoint", url, "--config", file}, "not a JSON object"},
+      {{"--data", data, "--endpoint", url, "--config", fileWith("a", R"({"s_i_d": "x"})")}, "\"s_i_d\" must be"},
+      {{"--data", data, "--endpoint", url, "--config", fileWith("b", R"({"colour": 1})")}, "\"colour\""},
+  };
+  for (const auto& c : cases) {
+    const HostResult result = run({}, c.arguments);
+    EXPECT_EQ(result.status, 2) << c.said;
+    EXPECT_THAT(result.errors, HasSubstr(c.said));
+    EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+    EXPECT_TRUE(result.output.empty());
+  }
+}
+
+TEST_F(ZRHost, LineThatIsNoActionEndsTheScriptAndIsNamed) {
+  const struct {
+    std::string line;
+    std::string said;
+  } cases[] = {
+      {"launch", "not JSON"},
+      {"[]", "not a JSON object"},
+      {R"({"event": "a"})", "\"do\" is missing"},
+      {R"({"do": "dance"})", "unknown action \"dance\""},
+      {R"({"do": "attribute", "key": "a", "value": 1})", "\"attribute\" is not available in this release"},
+      {R"({"do": "track", "event": "a", "builder": true})", "\"track\" with \"builder\" is not available"},
+      {R"({"do": "print", "what": "identifiers"})", "is not available in this release"},
+      {R"({"do": "print", "what": "weather"})", "\"weather\""},
+      {R"({"do": "launch", "async": 1})", "\"async\" must be true or false"},
+      {R"({"do": "track", "event": "a", "attributes": []})", "\"attributes\" must be an object"},
+      {R"({"do": "track", "event": "a", "dates": {"d": true}})", "\"d\" must be ISO text or seconds"},
+      {R"({"do": "track", "event": "a", "locations": {"l": [1]}})", "\"l\" must be [latitude, longitude]"},
+      {R"({"do": "wait", "seconds": "1"})", "\"seconds\" must be a number"},
+      {R"({"do": "wait", "seconds": -1})", "\"seconds\" must be from 0"},
+      {R"({"do": "interval", "seconds": 2.0})", "\"seconds\" must be an integer"},
+      {R"({"do": "clock", "at": "noon"})", "\"at\" must be a time"},
+      {R"({"do": "sdkState"})", "\"enabled\" is missing"},
+      {R"({"do": "config", "set": {"colour": 1}})", "\"colour\""},
+      {R"({"do": "openURL", "url": "a:b", "via": "pigeon"})", "\"via\" must be"},
+      {R"({"do": "expire", "name": "nobody"})", "\"nobody\""},
+  };
+  for (const auto& c : cases) {
+    const HostResult result = run({"# comment", "", c.line, R"({"do": "settle"})"});
+    EXPECT_EQ(result.status, 3) << c.line;
+    EXPECT_THAT(result.errors, HasSubstr("line 3: "));
+    EXPECT_THAT(result.errors, HasSubstr(c.said));
+    EXPECT_TRUE(result.output.empty()) << c.line;
+  }
+}
+
+TEST_F(ZRHost, WhatWasPlayedBeforeABadLineStaysPlayed) {
+  const HostResult result =
+      run({R"({"do": "launch"})", R"({"do": "track", "event": "a"})", R"({"do": "flush", "async": true})", "{}"});
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(service_.acceptedEvents(), ElementsAre("a"));
+}
+
+TEST_F(ZRHost, FailedBatchStaysAndGoesWithTheNextLaunch) {
+  std::atomic<bool> refuse = true;
+  service_.answerWith(
+      [&](const Json& body) { return refuse && body.at("viewsInfo").at(0).at("EVENT_ACTION") == "b" ? 500 : 200; });
+  const HostResult first =
+      run({R"({"do": "launch"})", R"({"do": "track", "event": "a"})", R"({"do": "save"})",
+           R"({"do": "track", "event": "b"})", R"({"do": "save"})", R"({"do": "track", "event": "c"})",
+           R"({"do": "save"})", R"({"do": "rawFlush", "background": false})", R"({"do": "print", "what": "batches"})"});
+  EXPECT_EQ(first.status, 0);
+  EXPECT_THAT(first.errors, HasSubstr("1 of 3 requests were not accepted"));
+  EXPECT_THAT(first.errors, HasSubstr("/v1/report/DEMO: HTTP status 500"));
+  EXPECT_THAT(first.output, testing::Contains(Json{
+                                {"completion", "rawFlush"}, {"line", 8}, {"success", false}, {"attempted", true}}));
+  EXPECT_THAT(service_.acceptedEvents(), UnorderedElementsAre("a", "c"));
+  ASSERT_EQ(first.values().size(), 1u);
+  EXPECT_EQ(first.values()[0].size(), 1u);
+
+  refuse = false;
+  const HostResult second = run({R"({"do": "launch"})", R"({"do": "print", "what": "batches"})"});
+  EXPECT_THAT(service_.acceptedEvents(), UnorderedElementsAre("a", "b", "c"));
+  EXPECT_THAT(second.values(), ElementsAre(Json(nullptr)));
+  EXPECT_EQ(second.errors, "");
+}
+
+TEST_F(ZRHost, CrashKeepsWhatWasSaved) {
+  const HostResult crashed = run({R"({"do": "launch"})", R"({"do": "track", "event": "saved"})", R"({"do": "save"})",
+                                  R"({"do": "track", "event": "unsaved"})", R"({"do": "crash"})"});
+  EXPECT_EQ(crashed.status, -SIGKILL);
+  EXPECT_EQ(crashed.output.size(), 4u);
+  EXPECT_TRUE(service_.bodies().empty());
+  run({R"({"do": "launch"})"});
+  EXPECT_THAT(service_.acceptedEvents(), ElementsAre("saved"));
+}
+
+TEST_F(ZRHost, EachLineIsAnsweredBeforeTheNextIsWritten) {
+  HostProcess host(arguments({"--app-id", "SHOP"}), directory_.file("stderr"));
+  host.write(R"({"do": "launch"})");
+  EXPECT_EQ(host.readLine(), (Json{{"done", 1}, {"do", "launch"}}));
+  host.write("# nothing");
+  host.write(R"({"do": "track", "event": "a", "handler": true})");
+  EXPECT_EQ(host.readLine(), (Json{{"completion", "track"}, {"line", 3}}));
+  EXPECT_EQ(host.readLine(), (Json{{"done", 3}, {"do", "track"}}));
+  host.write(R"({"do": "flush"})");
+  EXPECT_EQ(host.readLine(), (Json{{"completion", "flush"}, {"line", 4}, {"success", true}}));
+  EXPECT_EQ(host.readLine(), (Json{{"done", 4}, {"do", "flush"}}));
+  EXPECT_THAT(service_.paths(), ElementsAre("/v1/report/SHOP"));
+  EXPECT_EQ(host.finish().status, 0);
+}
+
+TEST_F(ZRHost, AsyncActionGoesOnWhileItsRequestWaits) {
+  std::promise<void> mayAnswer;
+  service_.answerWith([answer = mayAnswer.get_future().share()](const Json&) { return answer.wait(), 200; });
+  HostProcess host(arguments({"--quiet"}), directory_.file("stderr"));
+  for (const char* line :
+       {R"({"do": "launch"})", R"({"do": "track", "event": "a"})", R"({"do": "flush", "async": true})",
+        R"({"do": "print", "what": "config", "async": true})"}) {
+    host.write(line);
+  }
+  EXPECT_EQ(host.readLine().at("line"), 4);
+  mayAnswer.set_value();
+  host.write(R"({"do": "settle"})");
+  host.write(R"({"do": "print", "what": "currentBatch"})");
+  EXPECT_EQ(host.readLine(), (Json{{"completion", "flush"}, {"line", 3}, {"success", true}}));
+  EXPECT_EQ(host.readLine(), (Json{{"line", 6}, {"value", nullptr}}));
+  EXPECT_EQ(host.finish().status, 0);
+}
+
+TEST_F(ZRHost, ValuesArriveInTheirKinds) {
+  run({R"({"do": "launch"})",
+       R"({"do": "track", "event": "a", "attributes": {"whole": 2, "half": 2.0, "big": 9007199254740993, "yes": true, )"
+       R"("list": [1, 2.0, false], "text": "ä\"", "zrv_non_interactive": 0}, "nonInteractive": true, )"
+       R"("dates": {"d": "2026-11-21T10:00:00.250Z", "e": 1.5}, "locations": {"l": [59.9226, 10]}})",
+       R"({"do": "flush"})"});
+  ASSERT_EQ(service_.bodies().size(), 1u);
+  const Json event = service_.bodies()[0].at("viewsInfo").at(0);
+  const Json& attributes = event.at("EVENT_ATTRS");
+  EXPECT_TRUE(attributes.at("whole").is_number_integer());
+  EXPECT_TRUE(attributes.at("half").is_number_float());
+  EXPECT_EQ(attributes.at("big").dump(), "9007199254740993");
+  EXPECT_EQ(attributes.at("yes"), true);
+  EXPECT_EQ(attributes.at("list").dump(), "[1,2.0,false]");
+  EXPECT_EQ(attributes.at("text"), "ä\"");
+  // The attribute came last, and made the event interactive again.
+  EXPECT_EQ(event.value("N_I_E", Json(0)), 0);
+  const std::string custom = event.at("EVENT_ATTRS_CUST").dump();
+  EXPECT_THAT(custom, HasSubstr("1795255200250"));
+  EXPECT_THAT(custom, HasSubstr("1500"));
+  EXPECT_THAT(custom, HasSubstr("59.922600,10.000000"));
+}
+
+TEST_F(ZRHost, WaitingFiresTheFlushTimerAndAJumpOfTheClockDoesNot) {
+  HostProcess host(arguments({"--quiet"}), directory_.file("stderr"));
+  const auto eventsAfter = [&](const std::string& line) {
+    host.write(line);
+    host.write(R"({"do": "print", "what": "sources"})");
+    host.readLine();
+    return service_.acceptedEvents().size();
+  };
+  host.write(R"({"do": "launch"})");
+  EXPECT_EQ(eventsAfter(R"({"do": "track", "event": "a"})"), 0u);
+  EXPECT_EQ(eventsAfter(R"({"do": "clock", "at": "2026-11-21T12:00:00Z"})"), 0u);
+  EXPECT_EQ(eventsAfter(R"({"do": "wait", "seconds": 59.9})"), 0u);
+  EXPECT_EQ(eventsAfter(R"({"do": "wait", "seconds": 0.1})"), 1u);
+  EXPECT_EQ(eventsAfter(R"({"do": "track", "event": "b"})"), 1u);
+  EXPECT_EQ(eventsAfter(R"({"do": "wait", "seconds": 6000})"), 2u);
+  EXPECT_EQ(host.finish().status, 0);
+  EXPECT_EQ(service_.bodies().at(0).at("meta").at("request_time"), "2026-11-21T12:01:00.000Z");
+  EXPECT_EQ(service_.bodies().at(1).at("meta").at("request_time"), "2026-11-21T12:02:00.000Z");
+}
+
+TEST_F(ZRHost, LinksAndPushesBecomeSources) {
+  const HostResult result = run(
+      {R"({"do": "launch"})", R"({"do": "openURL", "url": "shop://a?utm_source=mail"})",
+       R"({"do": "print", "what": "sources"})", R"({"do": "sources", "push": {"utm_medium": "push"}})",
+       R"({"do": "print", "what": "sources"})", R"({"do": "sources", "push": {"aps": {}}})",
+       R"({"do": "sources", "own": true, "push": {"app_extra": {"screenData": {"utm_source": "own"}}}})",
+       R"({"do": "print", "what": "sources"})", R"({"do": "sources", "sources": [{"source": "x"}, {"source": "y"}]})",
+       R"({"do": "print", "what": "sources"})"});
+  EXPECT_THAT(result.values(),
+              ElementsAre(Json::array({{{"source", "mail"}, {"source_url", "shop://a?utm_source=mail"}}}),
+                          Json::array({{{"medium", "push"}}}), Json::array({{{"source", "own"}}}),
+                          Json::array({{{"source", "x"}}, {{"source", "y"}}})));
+}
+
+TEST_F(ZRHost, TraceTellsWhatHappensInOrder) {
+  const std::string trace = directory_.file("trace");
+  run({R"({"do": "launch"})", R"({"do": "track", "event": "a"})", R"({"do": "flush"})"}, arguments({"--trace", trace}));
+  std::vector<std::string> told;
+  std::vector<Json> requests;
+  for (const Json& line : linesOf(trace)) {
+    const std::string type = line.at("t");
+    if (type == "log") continue;
+    if (type == "request" || type == "response") requests.push_back(line);
+    told.push_back(type + (line.contains("main") ? " main " : " ") + line.value("name", "") +
+                   line.value("delegate", "") + line.value("store", ""));
+  }
+  EXPECT_THAT(told, ElementsAre("synchronize main standard", "synchronize main sdk",
+                                "notification main UIApplicationDidBecomeActiveNotification", "trigger inapp",
+                                "trigger messaging", "request ", "response "));
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(requests[0].at("bid"), service_.bodies().at(0).at("meta").at("bid"));
+  EXPECT_EQ(requests[1].at("bid"), requests[0].at("bid"));
+  EXPECT_EQ(requests[1].at("success"), true);
+}
+
+TEST_F(ZRHost, SwitchesAreKeptOverALaunch) {
+  run({R"({"do": "launch"})", R"({"do": "sdkState", "enabled": false})", R"({"do": "interval", "seconds": 20})"});
+  const HostResult result =
+      run({R"({"do": "launch"})", R"({"do": "track", "event": "lost"})",
+           R"({"do": "config", "set": {"event_batch_count": 7}})", R"({"do": "print", "what": "config"})",
+           R"({"do": "sdkState", "enabled": true})", R"({"do": "appID", "value": "NEW"})",
+           R"({"do": "track", "event": "kept"})", R"({"do": "flush"})"});
+  EXPECT_EQ(result.values().at(0).at("sdk_enabled"), false);
+  EXPECT_EQ(result.values().at(0).at("event_batch_count"), 7);
+  EXPECT_EQ(result.values().at(0).at("periodic_flush_duration"), 20);
+  EXPECT_THAT(result.output, testing::Contains(Json{{"completion", "appID"}, {"line", 6}}));
+  EXPECT_THAT(service_.acceptedEvents(), ElementsAre("kept"));
+  EXPECT_THAT(service_.paths(), ElementsAre("/v1/report/NEW"));
+}
+
+TEST_F(ZRHost, UnreachableServiceIsSaidAndKeepsEvents) {
+  std::vector<std::string> offline = arguments();
+  offline[3] = "http://127.0.0.1:1";
+  const HostResult result =
+      run({R"({"do": "launch"})", R"({"do": "track", "event": "a"})", R"({"do": "flush"})"}, offline);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.errors, HasSubstr("1 of 1 requests were not accepted"));
+  EXPECT_THAT(result.errors, HasSubstr("http://127.0.0.1:1/v1/report/DEMO"));
+  run({R"({"do": "launch"})"});
+  EXPECT_THAT(service_.acceptedEvents(), ElementsAre("a"));
+}
+
+}  // namespace

@@ -1,0 +1,258 @@
+#include "Transport/CurlTransport.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <future>
+#include <limits>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+
+namespace zorvane {
+namespace {
+
+using ::testing::HasSubstr;
+
+// Runs a server of the HTTP library on a thread, on a free port.
+template <typename Server>
+class Running {
+ public:
+  template <typename... Arguments>
+  explicit Running(Arguments&&... arguments) : server(std::forward<Arguments>(arguments)...) {
+    server.set_keep_alive_max_count(std::numeric_limits<int>::max());
+    server.set_tcp_nodelay(true);
+    server.new_task_queue = [] { return new httplib::ThreadPool(16); };
+    port = server.bind_to_any_port("127.0.0.1");
+    thread_ = std::thread([this] { server.listen_after_bind(); });
+    while (!server.is_running()) std::this_thread::yield();
+  }
+  ~Running() {
+    server.stop();
+    thread_.join();
+  }
+
+  Server server;
+  int port = 0;
+
+ private:
+  std::thread thread_;
+};
+
+class CurlTransportTest : public ::testing::Test {
+ protected:
+  std::string url(const std::string& path) const { return "http://127.0.0.1:" + std::to_string(http_.port) + path; }
+
+  static TransportRequest request(std::string url, std::string body = "{}") {
+    TransportRequest made;
+    made.url = std::move(url);
+    made.makeBody = [body = std::move(body)] { return body; };
+    return made;
+  }
+  static TransportResponse answerTo(CurlTransport& transport, TransportRequest made) {
+    std::promise<TransportResponse> answer;
+    transport.send(std::move(made), [&answer](const TransportResponse& response) { answer.set_value(response); });
+    return answer.get_future().get();
+  }
+
+  Running<httplib::Server> http_;
+};
+
+TEST_F(CurlTransportTest, ARequestArrivesAsItWasMadeAndItsAnswerComesBack) {
+  httplib::Headers headers;
+  http_.server.Post("/v1/report/A", [&headers](const httplib::Request& received, httplib::Response& response) {
+    headers = received.headers;
+    response.status = 202;
+    response.set_content(received.body + "!", "text/plain");
+  });
+  CurlTransport transport;
+  TransportRequest made = request(url("/v1/report/A"), std::string("{\"a\": \"\0\"}", 10));
+  made.headers = {{"ZRV-REQUEST-ID", "ABC"}};
+  const TransportResponse response = answerTo(transport, std::move(made));
+  EXPECT_EQ(response.status, 202);
+  EXPECT_EQ(response.body, std::string("{\"a\": \"\0\"}!", 11));
+  EXPECT_EQ(response.error, "");
+  const auto header = [&headers](const char* name) {
+    const auto found = headers.find(name);
+    return found == headers.end() ? "absent" : found->second;
+  };
+  EXPECT_EQ(header("Content-Type"), "application/json; charset=utf-8");
+  EXPECT_EQ(header("ZRV-REQUEST-ID"), "ABC");
+  EXPECT_EQ(header("Expect"), "absent");
+}
+
+TEST_F(CurlTransportTest, ManyRequestsShareSixConnectionsAndHoldSixBodies) {
+  std::mutex mutex;
+  std::set<int> ports;
+  http_.server.Post("/", [&](const httplib::Request& received, httplib::Response&) {
+    const std::lock_guard lock(mutex);
+    ports.insert(received.remote_port);
+  });
+  // A body counts from when it is made until its request is answered.
+  std::atomic<int> bodies{0}, most{0}, answered{0};
+  std::vector<int> order;
+  CurlTransport transport;
+  for (int i = 0; i < 200; ++i) {
+    TransportRequest made = request(url("/"));
+    made.makeBody = [&, i] {
+      order.push_back(i);
+      most = std::max(most.load(), ++bodies);
+      return std::string(50'000, 'x');
+    };
+    transport.send(std::move(made), [&](const TransportResponse& response) {
+      --bodies;
+      answered += response.status == 200;
+    });
+  }
+  transport.waitUntilIdle();
+  EXPECT_EQ(transport.outstanding(), 0u);
+  EXPECT_EQ(answered, 200);
+  EXPECT_LE(ports.size(), 6u);
+  EXPECT_LE(most, 6);
+  EXPECT_GT(most, 1);
+  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+}
+
+TEST_F(CurlTransportTest, EveryFailureIsAnAnswerWithItsReason) {
+  http_.server.Post("/moved", [this](const httplib::Request&, httplib::Response& response) {
+    response.set_redirect(url("/target"));
+  });
+  std::atomic<int> followed{0};
+  http_.server.Post("/target", [&followed](const httplib::Request&, httplib::Response&) { ++followed; });
+  http_.server.Get("/target", [&followed](const httplib::Request&, httplib::Response&) { ++followed; });
+  http_.server.Post("/large", [](const httplib::Request&, httplib::Response& response) {
+    response.set_content(std::string(1001, 'x'), "text/plain");
+  });
+  http_.server.Post("/full", [](const httplib::Request&, httplib::Response& response) {
+    response.set_content(std::string(1000, 'x'), "text/plain");
+  });
+  // Takes connections, and answers nothing.
+  const int silent = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  ASSERT_EQ(::bind(silent, reinterpret_cast<sockaddr*>(&address), size), 0);
+  ASSERT_EQ(::getsockname(silent, reinterpret_cast<sockaddr*>(&address), &size), 0);
+  const std::string silentURL = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+
+  CurlTransportOptions options;
+  options.maxAnswerBytes = 1000;
+  CurlTransport transport(options);
+  EXPECT_EQ(answerTo(transport, request(url("/moved"))).status, 302);
+  EXPECT_EQ(followed, 0);
+  EXPECT_EQ(answerTo(transport, request(url("/absent"))).status, 404);
+  EXPECT_EQ(answerTo(transport, request(url("/full"))).body.size(), 1000u);
+
+  TransportRequest throwing = request(url("/full"));
+  throwing.makeBody = []() -> std::string { throw std::runtime_error("no body today"); };
+  TransportRequest badHeader = request(url("/full"));
+  badHeader.headers = {{"X-Two", "1\r\nX-Three: 2"}};
+  struct Case {
+    TransportRequest made;
+    const char* error;
+  };
+  Case cases[] = {
+      {request(url("/large")), "the answer is larger than 1000 bytes"},
+      {request(silentURL), "connect"},  // bound, but nobody listens
+      {request("file:///etc/passwd"), "not supported"},
+      {request("http://"), "URL"},
+      {std::move(throwing), "no body today"},
+      {std::move(badHeader), "a header is not valid: X-Two"},
+  };
+  for (Case& c : cases) {
+    const TransportResponse response = answerTo(transport, std::move(c.made));
+    EXPECT_EQ(response.status, 0);
+    EXPECT_EQ(response.body, "");
+    EXPECT_THAT(response.error, HasSubstr(c.error));
+  }
+
+  ASSERT_EQ(::listen(silent, 8), 0);
+  options.totalTimeout = std::chrono::milliseconds(50);
+  CurlTransport hasty(options);
+  EXPECT_THAT(answerTo(hasty, request(silentURL)).error, HasSubstr("timed out"));
+  {
+    std::vector<std::string> errors;
+    {
+      CurlTransport closed;
+      for (int i = 0; i < 10; ++i) {
+        closed.send(request(silentURL), [&](const TransportResponse& response) { errors.push_back(response.error); });
+      }
+      EXPECT_EQ(closed.outstanding(), 10u);
+    }
+    EXPECT_EQ(errors, std::vector<std::string>(10, "the transport was closed"));
+  }
+  ::close(silent);
+}
+
+TEST_F(CurlTransportTest, ACompletionMayThrowSendAndDestroy) {
+  http_.server.Post("/", [](const httplib::Request&, httplib::Response&) {});
+  auto transport = std::make_unique<CurlTransport>();
+  std::promise<int> last;
+  transport->send(request(url("/")), [&](const TransportResponse&) {
+    transport->send(request(url("/")), [&](const TransportResponse& response) {
+      transport.reset();
+      last.set_value(response.status);
+    });
+    throw std::runtime_error("a completion's own trouble");
+  });
+  EXPECT_EQ(last.get_future().get(), 200);
+}
+
+class TLSTest : public CurlTransportTest {
+ protected:
+  void SetUp() override {
+    char name[] = "/tmp/zrtransport-XXXXXX";
+    ASSERT_NE(::mkdtemp(name), nullptr);
+    directory_ = name;
+    for (const char* who : {"server", "other"}) {
+      const std::string file = directory_ + "/" + who;
+      ASSERT_EQ(std::system(("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 "
+                             "-subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1 -keyout " +
+                             file + ".key -out " + file + ".pem 2>/dev/null")
+                                .c_str()),
+                0);
+    }
+    https_ = std::make_unique<Running<httplib::SSLServer>>((directory_ + "/server.pem").c_str(),
+                                                           (directory_ + "/server.key").c_str());
+    https_->server.Post("/", [](const httplib::Request& received, httplib::Response& response) {
+      response.set_content(received.body, "text/plain");
+    });
+  }
+  void TearDown() override { std::filesystem::remove_all(directory_); }
+  std::string secureURL() const { return "https://127.0.0.1:" + std::to_string(https_->port) + "/"; }
+
+  std::string directory_;
+  std::unique_ptr<Running<httplib::SSLServer>> https_;
+};
+
+TEST_F(TLSTest, OnlyATrustedServerIsTalkedTo) {
+  CurlTransportOptions options;
+  options.certificateFile = directory_ + "/server.pem";
+  CurlTransport trusting(options);
+  EXPECT_EQ(answerTo(trusting, request(secureURL(), "[1]")).body, "[1]");
+  options.certificateFile = directory_ + "/other.pem";
+  CurlTransport other(options);
+  EXPECT_THAT(answerTo(other, request(secureURL())).error, HasSubstr("certificate"));
+  CurlTransport usual;
+  EXPECT_THAT(answerTo(usual, request(secureURL())).error, HasSubstr("certificate"));
+}
+
+TEST_F(TLSTest, TheProcessMayExitWithRequestsUnderWay) {
+  for (int answers = 0; answers < 12; ++answers) {
+    const std::string command = std::string(ZR_EXITING_SENDER) + " " + secureURL() + " " + directory_ + "/server.pem " +
+                                std::to_string(answers);
+    const int status = std::system(command.c_str());
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 7) << "status " << status;
+  }
+}
+
+}  // namespace
+}  // namespace zorvane
