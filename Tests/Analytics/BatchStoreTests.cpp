@@ -258,9 +258,10 @@ TEST_F(BatchStoreTest, RefusedDumpFileThatCannotBeStoredJoinsTheCurrentBatch) {
   startWithSession();
   writeAll(dumpPath(), kDump);
   block(batchPath());
+  track({"c"});
   service_->decide = [](const auto&) { return 500; };
   events().syncToServerFromDumpFile();
-  track({"c"});
+  settle();
   EXPECT_EQ(currentNames(), (Names{"a", "b", "c"}));
 }
 
