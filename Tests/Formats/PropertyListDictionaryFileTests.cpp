@@ -39,10 +39,9 @@ Value valuesOf(const Image& image) {
 Value batch(int number) {
   Array events;
   for (int i = 0; i < 5; ++i) {
-    events.push_back(
-        Dictionary{{"name", "shown"}, {"number", number * 100 + i}, {"text", "batch " + std::to_string(number)}});
+    events.push_back(Dictionary{{"name", "shown"}, {"number", number * 100 + i}, {"text", numbered("batch ", number)}});
   }
-  return Dictionary{{"id", "b" + std::to_string(number)}, {"events", events}};
+  return Dictionary{{"id", numbered("b", number)}, {"events", events}};
 }
 
 TEST(PropertyListDictionaryFile, AnEmptyOneIsASoundFile) {
@@ -55,8 +54,8 @@ TEST(PropertyListDictionaryFile, GrowsEntryByEntryOverManyRuns) {
   Image image;
   Dictionary expected;
   for (int i = 0; i < 120; ++i) {
-    image = image.withEntry("key" + std::to_string(i), batch(i));
-    expected.set("key" + std::to_string(i), batch(i));
+    image = image.withEntry(numbered("key", i), batch(i));
+    expected.set(numbered("key", i), batch(i));
     if (i % 40 == 39) image = opened(contentOf(image));
   }
   EXPECT_EQ(valuesOf(image), Value(expected));
@@ -201,7 +200,7 @@ TEST(PropertyListDictionaryFile, EndlessEntriesAreRefusedOneByOne) {
 
 TEST(PropertyListDictionaryFile, OfEntriesHoldsOnlyWhatTheyNeed) {
   Image image;
-  for (int i = 0; i < 50; ++i) image = image.withEntry("key" + std::to_string(i), batch(i));
+  for (int i = 0; i < 50; ++i) image = image.withEntry(numbered("key", i), batch(i));
   const std::vector<Image::Entry> some = {image.entries()[3], image.entries()[40]};
   const Image kept = Image::ofEntries(some);
   EXPECT_EQ(contentOfFile(kept), Value(Dictionary{{"key3", batch(3)}, {"key40", batch(40)}}));
