@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "Formats/TestPropertyLists.h"
 #include "Platform/Formats/JSON.h"
 #include "Platform/Formats/PropertyList.h"
@@ -196,6 +198,24 @@ TEST(PropertyListDictionaryFile, EndlessEntriesAreRefusedOneByOne) {
   for (const auto& [key, value] : image.entries()) value.appendJSONOfKey("", text);
   EXPECT_EQ(text, "nullnull1");
   EXPECT_EQ(valuesOf(image), Value(Dictionary{{"c", 1}}));
+}
+
+TEST(PropertyListDictionaryFile, OneImageServesSeveralThreads) {
+  const Image image = opened(contentOf(Image().withEntry("a", batch(1)).withEntry("b", batch(2))));
+  std::vector<std::thread> threads;
+  std::vector<Value> seen(4);
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&image, &seen, i] {
+      const Image grown = image.withEntry("c", i);
+      std::string text;
+      image.entries()[0].value.appendJSONOfKey("events", text);
+      seen[static_cast<std::size_t>(i)] = valuesOf(grown);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_EQ(seen[static_cast<std::size_t>(i)], Value(Dictionary{{"a", batch(1)}, {"b", batch(2)}, {"c", i}}));
+  }
 }
 
 TEST(PropertyListDictionaryFile, OfEntriesHoldsOnlyWhatTheyNeed) {
