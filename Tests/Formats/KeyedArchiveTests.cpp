@@ -86,7 +86,7 @@ TEST(KeyedArchive, NumbersDepthFirstWithEachClassBehindItsFirstInstance) {
 TEST(KeyedArchive, WhatItCannotHoldCostsOnlyItself) {
   const auto root = std::make_shared<ArchivedObject>("Root");
   root->encodeObject("a", Array{Value(), URL{"https://a/"}, uid(5)});
-  root->encodeObject("self", root);
+  root->encodeObject("self", std::shared_ptr<const ArchivedObject>(std::shared_ptr<void>(), root.get()));
   Value deep = 1;
   for (int i = 0; i < 1000; ++i) deep = Array{deep};
   root->encodeObject("deep", deep);

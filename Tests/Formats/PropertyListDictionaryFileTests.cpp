@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "Formats/TestPropertyLists.h"
 #include "Platform/Formats/JSON.h"
 #include "Platform/Formats/PropertyList.h"
@@ -39,10 +41,9 @@ Value valuesOf(const Image& image) {
 Value batch(int number) {
   Array events;
   for (int i = 0; i < 5; ++i) {
-    events.push_back(
-        Dictionary{{"name", "shown"}, {"number", number * 100 + i}, {"text", "batch " + std::to_string(number)}});
+    events.push_back(Dictionary{{"name", "shown"}, {"number", number * 100 + i}, {"text", numbered("batch ", number)}});
   }
-  return Dictionary{{"id", "b" + std::to_string(number)}, {"events", events}};
+  return Dictionary{{"id", numbered("b", number)}, {"events", events}};
 }
 
 TEST(PropertyListDictionaryFile, AnEmptyOneIsASoundFile) {
@@ -55,8 +56,8 @@ TEST(PropertyListDictionaryFile, GrowsEntryByEntryOverManyRuns) {
   Image image;
   Dictionary expected;
   for (int i = 0; i < 120; ++i) {
-    image = image.withEntry("key" + std::to_string(i), batch(i));
-    expected.set("key" + std::to_string(i), batch(i));
+    image = image.withEntry(numbered("key", i), batch(i));
+    expected.set(numbered("key", i), batch(i));
     if (i % 40 == 39) image = opened(contentOf(image));
   }
   EXPECT_EQ(valuesOf(image), Value(expected));
@@ -199,9 +200,27 @@ TEST(PropertyListDictionaryFile, EndlessEntriesAreRefusedOneByOne) {
   EXPECT_EQ(valuesOf(image), Value(Dictionary{{"c", 1}}));
 }
 
+TEST(PropertyListDictionaryFile, OneImageServesSeveralThreads) {
+  const Image image = opened(contentOf(Image().withEntry("a", batch(1)).withEntry("b", batch(2))));
+  std::vector<std::thread> threads;
+  std::vector<Value> seen(4);
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&image, &seen, i] {
+      const Image grown = image.withEntry("c", i);
+      std::string text;
+      image.entries()[0].value.appendJSONOfKey("events", text);
+      seen[static_cast<std::size_t>(i)] = valuesOf(grown);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_EQ(seen[static_cast<std::size_t>(i)], Value(Dictionary{{"a", batch(1)}, {"b", batch(2)}, {"c", i}}));
+  }
+}
+
 TEST(PropertyListDictionaryFile, OfEntriesHoldsOnlyWhatTheyNeed) {
   Image image;
-  for (int i = 0; i < 50; ++i) image = image.withEntry("key" + std::to_string(i), batch(i));
+  for (int i = 0; i < 50; ++i) image = image.withEntry(numbered("key", i), batch(i));
   const std::vector<Image::Entry> some = {image.entries()[3], image.entries()[40]};
   const Image kept = Image::ofEntries(some);
   EXPECT_EQ(contentOfFile(kept), Value(Dictionary{{"key3", batch(3)}, {"key40", batch(40)}}));

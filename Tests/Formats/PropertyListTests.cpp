@@ -36,7 +36,7 @@ TEST(BinaryPropertyList, WhatIsWrittenIsReadBack) {
 
 TEST(BinaryPropertyList, AnotherReaderSeesTheSame) {
   Array many;
-  for (int i = 0; i < 300; ++i) many.push_back("text " + std::to_string(i));
+  for (int i = 0; i < 300; ++i) many.push_back(numbered("text ", i));
   const Value value = Dictionary{{"bool", true},
                                  {"integers", Array{0, 255, 256, 65536, 4294967296, -1}},
                                  {"real", 1.5},

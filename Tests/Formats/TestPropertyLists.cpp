@@ -11,6 +11,12 @@
 
 namespace zorvane::platform {
 
+std::string numbered(const char* text, int number) {
+  std::string result = text;
+  result += std::to_string(number);
+  return result;
+}
+
 std::string binaryFile(const std::vector<std::string>& objects, std::size_t top) {
   std::string file = "bplist00";
   std::string offsets;

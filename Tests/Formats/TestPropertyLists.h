@@ -12,6 +12,9 @@
 
 namespace zorvane::platform {
 
+// The number behind the text.
+std::string numbered(const char* text, int number);
+
 // A binary property list put together by hand: objects as bytes, one-byte references, two-byte offsets.
 std::string binaryFile(const std::vector<std::string>& objects, std::size_t top = 0);
 
