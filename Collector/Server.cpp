@@ -16,7 +16,9 @@ void setJSON(httplib::Response& response, const json& body) {
 }
 
 // Answers without reading what may still come, so the connection cannot be used again.
-void closeAfterAnswer() { Listener::currentExchange().connection.closeAfterAnswer(); }
+void closeAfterAnswer() {
+  Listener::currentExchange().connection.closeAfterAnswer();
+}
 
 bool isEvery(std::uint64_t n, std::atomic<std::uint64_t>& count) {
   return (++count % n) == 0;

@@ -244,17 +244,17 @@ json Store::summary() {
   json requests = json::object();
   Statement byStatus(database_.get(), "SELECT status, count(*) FROM requests GROUP BY status ORDER BY status");
   while (byStatus.step()) requests[byStatus.text(0)] = byStatus.integer(1);
-  return {{"requests", requests},
-          {"batches", count("SELECT count(*) FROM batches")},
-          {"events", count("SELECT count(*) FROM events")},
-          {"sessions", count("SELECT count(*) FROM sessions")},
-          {"sources", count("SELECT count(*) FROM sources")},
-          {"devices", count("SELECT count(*) FROM devices")},
-          {"users", count("SELECT count(DISTINCT user_id) FROM batches")},
-          {"signatures",
-           {{"checked", count("SELECT count(*) FROM requests WHERE signature IN ('good', 'missing', 'wrong')")},
-            {"bad", count("SELECT count(*) FROM requests WHERE signature IN ('missing', 'wrong')")}}},
-          {"duplicates", count("SELECT count(*) FROM requests WHERE duplicate = 1")}};
+  return {
+      {"requests", requests},
+      {"batches", count("SELECT count(*) FROM batches")},
+      {"events", count("SELECT count(*) FROM events")},
+      {"sessions", count("SELECT count(*) FROM sessions")},
+      {"sources", count("SELECT count(*) FROM sources")},
+      {"devices", count("SELECT count(*) FROM devices")},
+      {"users", count("SELECT count(DISTINCT user_id) FROM batches")},
+      {"signatures_checked", count("SELECT count(*) FROM requests WHERE signature IN ('good', 'missing', 'wrong')")},
+      {"signatures_bad", count("SELECT count(*) FROM requests WHERE signature IN ('missing', 'wrong')")},
+      {"duplicates", count("SELECT count(*) FROM requests WHERE duplicate = 1")}};
 }
 
 }  // namespace zorvane::collector

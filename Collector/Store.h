@@ -34,7 +34,7 @@ class Store {
   bool addAccepted(const RequestRow& row, const json& body);
 
   // {"requests": {STATUS: count}, "batches", "events", "sessions", "sources", "devices", "users",
-  //  "signatures": {"checked", "bad"}, "duplicates"}, all of them counts over the whole database.
+  //  "signatures_checked", "signatures_bad", "duplicates"}, all of them counts over the whole database.
   json summary();
 
  private:

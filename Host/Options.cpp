@@ -74,11 +74,11 @@ Options parseOptions(const std::vector<std::string>& arguments) {
       if (name == "--trace") options.trace = notEmpty(name, value);
       if (name == "--clock") options.clock = checkedTime(value);
     } else {
-      throw UsageError("unknown option \"" + argument + "\"");
+      throw UsageError("unknown option \"" + argument + "\" (see --help)");
     }
   }
-  if (options.data.empty()) throw UsageError("--data is missing");
-  if (options.endpoint.empty()) throw UsageError("--endpoint is missing");
+  if (options.data.empty()) throw UsageError("--data is missing (see --help)");
+  if (options.endpoint.empty()) throw UsageError("--endpoint is missing (see --help)");
   return options;
 }
 

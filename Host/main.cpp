@@ -28,7 +28,9 @@ void printHelp() {
     for (std::size_t end = 0; (end = fields.find('\n', end)) != std::string::npos; end += 25) {
       fields.replace(end, 1, "\n" + std::string(24, ' '));
     }
-    std::printf("  %-20.*s  %s\n", static_cast<int>(action.name.size()), action.name.data(), fields.c_str());
+    const int width = fields.empty() ? 0 : 20;
+    std::printf("  %-*.*s%s%s\n", width, static_cast<int>(action.name.size()), action.name.data(),
+                fields.empty() ? "" : "  ", fields.c_str());
   }
 }
 
@@ -61,7 +63,7 @@ int main(int argc, char** argv) {
     }
     return play(options);
   } catch (const UsageError& error) {
-    std::fprintf(stderr, "zrhost: %s (see --help)\n", error.what());
+    std::fprintf(stderr, "zrhost: %s\n", error.what());
     return kStatusWrongUsage;
   }
 }

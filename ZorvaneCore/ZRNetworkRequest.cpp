@@ -12,6 +12,16 @@
 namespace zorvane {
 namespace {
 
+// What the host's function throws costs its own call.
+template <typename Function, typename... Arguments>
+void callGuarded(const Function& function, const Arguments&... arguments) noexcept {
+  if (!function) return;
+  try {
+    function(arguments...);
+  } catch (...) {  // nobody is there to be told
+  }
+}
+
 void appendPercentEncoded(std::string_view text, std::string& out) {
   static constexpr char kDigits[] = "0123456789ABCDEF";
   for (const char character : text) {
@@ -62,15 +72,14 @@ void ZRNetworkRequest::executeRequestWithCompletionBlock(Completion completion) 
   const auto setup = CoreState::shared().setup();
   const Value bidValue = validObjectForKeyPath(body_, "meta.bid");
   const std::optional<std::string> bid = bidValue.isNil() ? std::nullopt : std::optional(bidValue.description());
-  if (setup->willSendRequest) setup->willSendRequest(service_, bid);
+  callGuarded(setup->willSendRequest, service_, bid);
 
   auto answered = [setup, service = service_, bid,
                    completion = std::move(completion)](const TransportResponse& response) {
     const bool success = response.status >= 200 && response.status < 300;
-    if (setup->didReceiveResponse) setup->didReceiveResponse(service, bid, success);
-    if (!completion) return;
+    callGuarded(setup->didReceiveResponse, service, bid, success);
     auto parsed = platform::parseJSON(response.body);
-    completion(success, parsed ? std::move(parsed).value() : Value());
+    callGuarded(completion, success, parsed ? std::move(parsed).value() : Value());
   };
 
   if (!setup->transport || setup->endpoint.empty()) {

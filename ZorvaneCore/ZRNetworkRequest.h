@@ -21,8 +21,9 @@ class ZRNetworkRequest {
       std::int64_t service, const Dictionary& params, const Dictionary& additionalHeaders, Dictionary requestBody,
       std::string additionalPathComponent);
 
-  // Hands the request to the transport and returns; the body is encoded when its turn to be sent comes. The completion
-  // is called once, on a thread of the core's choosing; without a transport or an endpoint the answer is a failure.
+  // Once. Hands the request to the transport and returns; the body is encoded when its turn to be sent comes. The
+  // completion is called once, on a thread of the core's choosing; without a transport or an endpoint the answer is a
+  // failure.
   void executeRequestWithCompletionBlock(Completion completion);
 
  private:

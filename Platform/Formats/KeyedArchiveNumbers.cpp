@@ -65,7 +65,9 @@ Value decimalNumber(const Dictionary& entry) {
     const std::uint32_t second = mantissa.asData()->bytes[2 * i + 1];
     words.push_back(isBigEndian ? first << 8 | second : second << 8 | first);
   }
-  std::string digits = (negative.boolValue() ? "-" : "") + digitsOfWords(std::move(words));
+  std::string digits;
+  if (negative.boolValue()) digits += '-';
+  digits += digitsOfWords(std::move(words));
   const auto power = static_cast<int>(*exponent.asInteger());
   if (power >= 0 && power <= kShortExponent) {
     digits.append(static_cast<std::size_t>(power), '0');

@@ -23,7 +23,8 @@ class LazyPropertyListValue {
   Value decode() const;
   // The value under the key, where this value is a dictionary; nil otherwise.
   Value decodeKey(std::string_view key) const;
-  // The number of elements under the key (of the whole value for an empty key), where an array stands there; 0 otherwise.
+  // The number of elements under the key (of the whole value for an empty key), where an array stands there; 0
+  // otherwise.
   std::size_t countOfKey(std::string_view key) const;
   bool isArray() const;
   bool isDictionary() const;

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -106,7 +107,13 @@ ZRBatchFile::Outcome ZRBatchFile::store(std::string_view batchID, const Value& b
   platform::MutexLock lock(mutex_);
   PropertyListDictionaryImage image;
   if (const Outcome outcome = read(image); outcome != Outcome::Done) return outcome;
-  return write(image.withEntry(batchID, batch));
+  const Outcome outcome = write(image.withEntry(batchID, batch));
+  if (outcome != Outcome::Failed || read(image) != Outcome::Done) return outcome;
+  // The new file may stand although its directory could not be synced: then the batch is stored, and must not be twice.
+  const auto& entries = image.entries();
+  const bool stored = std::any_of(entries.rbegin(), entries.rend(),
+                                  [batchID](const ZRStoredBatch& entry) { return entry.key == batchID; });
+  return stored ? Outcome::Done : outcome;
 }
 
 ZRBatchFile::Outcome ZRBatchFile::replaceKnown(const std::vector<ZRStoredBatch>& batches,

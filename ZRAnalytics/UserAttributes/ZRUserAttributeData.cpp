@@ -38,49 +38,58 @@ std::shared_ptr<platform::ArchivedObject> ZRUserAttributeData::encodeWithCoder()
 }
 
 bool ZRUserAttributeData::saveAttributeWithValue(const std::string& name, const Value& value) {
-  // The decision logs, so it is made on copies outside the lock. Of two threads that save one name at a time both may
-  // be told to send; the later value stays.
+  // The decisions log, so they are made on copies outside the lock. Of two threads that save one name at a time both
+  // may be told to send; the later value stays.
+  const std::vector<ZRUserAttribute> attributes = userAttributesArray();
   bool found = false;
-  bool update = false;
-  for (const ZRUserAttribute& attribute : userAttributesArray()) {
-    if (attribute.attributeName() != name) continue;
+  std::vector<std::size_t> due;
+  for (std::size_t i = 0; i < attributes.size(); ++i) {
+    if (attributes[i].attributeName() != name) continue;
     found = true;
-    if (attribute.shouldUpdateAttributeWithNewValue(value)) update = true;
+    if (attributes[i].shouldUpdateAttributeWithNewValue(value)) due.push_back(i);
   }
-  if (found && !update) {
+  if (found && due.empty()) {
     logLine("UserAttribute(%@) wasn't updated as the value(%@) is same.", {name, value});
     return false;
   }
   const ZRUserAttribute fresh = *ZRUserAttribute::initWithAttributeAndValue(name, value);
   platform::MutexLock lock(mutex_);
-  bool stored = false;
-  for (ZRUserAttribute& attribute : userAttributesArray_) {
-    if (attribute.attributeName() != name) continue;
-    attribute = fresh;
-    stored = true;
+  for (const std::size_t i : due) {
+    if (i < userAttributesArray_.size() && userAttributesArray_[i].attributeName() == name) {
+      userAttributesArray_[i] = fresh;
+    }
   }
-  if (!stored) userAttributesArray_.push_back(fresh);
+  if (!found) {
+    const auto known =
+        std::find_if(userAttributesArray_.begin(), userAttributesArray_.end(),
+                     [&](const ZRUserAttribute& attribute) { return attribute.attributeName() == name; });
+    if (known == userAttributesArray_.end()) {
+      userAttributesArray_.push_back(fresh);
+    } else {
+      *known = fresh;
+    }
+  }
   return true;
 }
 
-Value ZRUserAttributeData::valueOfAttribute(std::string_view name) const {
-  platform::MutexLock lock(mutex_);
-  const auto found =
-      std::find_if(userAttributesArray_.begin(), userAttributesArray_.end(),
-                   [name](const ZRUserAttribute& attribute) { return attribute.attributeName() == name; });
-  return found == userAttributesArray_.end() ? Value() : found->attributeValue();
-}
-
 std::optional<Dictionary> ZRUserAttributeData::getIdentifierDict() const {
-  Dictionary identifiers;
-  identifiers.setObjectNilHandledForKey(valueOfAttribute(USER_ATTRIBUTE_UNIQUE_ID), kIdentifierKeyUserID);
-  identifiers.setObjectNilHandledForKey(valueOfAttribute(USER_ATTRIBUTE_SEGMENT_ID), kIdentifierKeySegmentID);
-  if (identifiers.empty()) return std::nullopt;
+  std::optional<Dictionary> identifiers;
+  for (const ZRUserAttribute& attribute : userAttributesArray()) {
+    const bool isUniqueID = attribute.attributeName() == USER_ATTRIBUTE_UNIQUE_ID;
+    if (!isUniqueID && attribute.attributeName() != USER_ATTRIBUTE_SEGMENT_ID) continue;
+    if (!identifiers) identifiers.emplace();
+    identifiers->setObjectNilHandledForKey(attribute.attributeValue(),
+                                           isUniqueID ? kIdentifierKeyUserID : kIdentifierKeySegmentID);
+  }
   return identifiers;
 }
 
 Value ZRUserAttributeData::getUserAttrUniqueID() const {
-  return valueOfAttribute(USER_ATTRIBUTE_UNIQUE_ID);
+  platform::MutexLock lock(mutex_);
+  const auto found = std::find_if(
+      userAttributesArray_.begin(), userAttributesArray_.end(),
+      [](const ZRUserAttribute& attribute) { return attribute.attributeName() == USER_ATTRIBUTE_UNIQUE_ID; });
+  return found == userAttributesArray_.end() ? Value() : found->attributeValue();
 }
 
 std::vector<ZRUserAttribute> ZRUserAttributeData::userAttributesArray() const {

@@ -35,8 +35,6 @@ class ZRUserAttributeData {
   void setUserAttributesArray(std::vector<ZRUserAttribute> attributes);
 
  private:
-  Value valueOfAttribute(std::string_view name) const;
-
   mutable platform::Mutex mutex_;
   std::vector<ZRUserAttribute> userAttributesArray_ ZR_GUARDED_BY(mutex_);
 };

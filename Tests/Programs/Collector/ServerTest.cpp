@@ -121,7 +121,7 @@ TEST_F(ServerTest, AReportStandsInEveryTableAndOnce) {
   EXPECT_EQ(query("SELECT session_id || start_time || first_batch FROM sessions"), "S1then1");
   EXPECT_EQ(query("SELECT source || coalesce(extras, '') FROM sources ORDER BY id"), "mail{\"x\":1}; ad");
   EXPECT_EQ(summary(), json::parse(R"({"requests": {"200": 3}, "batches": 2, "events": 4, "sessions": 1, "sources": 2,
-      "devices": 0, "users": 1, "signatures": {"checked": 3, "bad": 0}, "duplicates": 1})"));
+      "devices": 0, "users": 1, "signatures_checked": 3, "signatures_bad": 0, "duplicates": 1})"));
 }
 
 TEST_F(ServerTest, ADeviceIsItsLastRegistration) {
@@ -152,7 +152,8 @@ TEST_F(ServerTest, RefusedRequestsAreCountedAndLeaveNothingElse) {
   EXPECT_EQ(post("/v1/report/" + std::string(8000, 'a'), "{}"), 400);
   EXPECT_EQ(client().Put("/v1/report/A", "{}", "application/json")->status, 405);
   EXPECT_EQ(summary()["requests"], json::parse(R"({"200": 2, "400": 3, "401": 2})"));
-  EXPECT_EQ(summary()["signatures"], json::parse(R"({"checked": 2, "bad": 2})"));
+  EXPECT_EQ(summary()["signatures_checked"], 2);
+  EXPECT_EQ(summary()["signatures_bad"], 2);
   EXPECT_EQ(summary()["batches"], 2);
   EXPECT_EQ(summary()["users"], 1);
 }
