@@ -94,17 +94,6 @@ TEST_F(BatchStoreTest, FileThatIsNoDictionaryIsLeftAsItIs) {
   }
 }
 
-TEST_F(BatchStoreTest, FailedWritePutsTheEventsInFrontOfTheCurrentBatch) {
-  startWithSession();
-  block(batchPath());
-  save({"a", "b"});
-  EXPECT_EQ(currentNames(), (Names{"a", "b"}));
-  track({"c"});
-  unblock(batchPath());
-  events().saveCurrentBatch();
-  EXPECT_EQ(savedNames(), (Batches{{"a", "b", "c"}}));
-}
-
 TEST_F(BatchStoreTest, FullDiskLosesNeitherTheFileNorTheEvents) {
   startWithSession();
   save({"old"});
@@ -129,11 +118,17 @@ struct Unspeakable final : Object {
   Value plainValue() const override { throw std::runtime_error("unspeakable"); }
 };
 
-TEST_F(BatchStoreTest, ExceptionWhileWritingOneEntryIsReportedAndLeavesTheFile) {
+TEST_F(BatchStoreTest, ExceptionWhileWritingIsReportedAndLeavesTheFileAndTheEvents) {
   startWithSession();
   save({"a"});
   const std::string before = readAll(batchPath());
-  events().writeEventsToFileWithBatchID(Array{std::make_shared<Unspeakable>()}, "1-X");
+  const auto unspeakable = std::make_shared<Unspeakable>();
+  events().trackEventWithProperties("odd", ZRProperties::initWithAttributes({{"x", unspeakable}}));
+  track({"b"});
+  events().flushWithCompletionBlock(nullptr);
+  EXPECT_TRUE(hasError("flushWithCompletionBlock", 325, "exception in flush unspeakable"));
+  EXPECT_EQ(currentNames(), (Names{"odd", "b"}));
+  events().writeEventsToFileWithBatchID(Array{unspeakable}, "1-X");
   EXPECT_TRUE(hasError("writeEventsToFileWithBatchID", 708, "Exception : unspeakable"));
   EXPECT_EQ(readAll(batchPath()), before);
   events().writeEventsToFileWithBatchID(Array{Dictionary{{"EVENT_ACTION", "E"}}}, 77);
@@ -163,19 +158,6 @@ TEST_F(BatchStoreTest, RemovingTheFileSaysHowItWent) {
   events().removeEventsPlistFile();
   ASSERT_EQ(log_->messages().size(), 2u);
   EXPECT_EQ(log_->messages()[1].rfind("Error while deleting ZorvaneBatchEvents.plist : ", 0), 0u);
-}
-
-TEST_F(BatchStoreTest, ClearingLeavesNoEventAnywhere) {
-  startWithSession();
-  save({"saved"});
-  track({"current"});
-  writeAll(dumpPath(), "{}\n");
-  events().clearEventsdata();
-  EXPECT_FALSE(std::filesystem::exists(batchPath()));
-  EXPECT_FALSE(std::filesystem::exists(dumpPath()));
-  EXPECT_TRUE(currentNames().empty());
-  track({"next"});
-  EXPECT_EQ(currentNames(), (Names{"next"}));
 }
 
 // --- The dump file

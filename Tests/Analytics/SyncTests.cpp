@@ -110,16 +110,6 @@ TEST_F(SyncTest, CompletionTellsWhyNothingWasSent) {
   EXPECT_TRUE(service_->requests().empty());
 }
 
-TEST_F(SyncTest, FlushSavesTheCurrentBatchOnTheCallersThread) {
-  startWithSession();
-  track({"a"});
-  Answers answers;
-  events().flushWithCompletionBlock(into(answers));
-  EXPECT_EQ(savedNames(), (Batches{{"a"}}));
-  settle();
-  EXPECT_EQ(answers, (Answers{{true, true}}));
-}
-
 TEST_F(SyncTest, BatchSavedWhileASyncRunsSurvivesItsEnd) {
   startWithSession();
   service_->hold = true;
@@ -224,10 +214,15 @@ TEST_F(SyncTest, ResetDuringASyncRunsAtItsEndAndCompletesTwice) {
   EXPECT_FALSE(std::filesystem::exists(batchPath()));
   EXPECT_EQ(sentNames(), (Batches{{"a"}, {"a"}}));
 
+  save({"b"});
+  const std::string next = idOf(0);
   order_.clear();
   noteFlush("flush", false);
   settle();
-  EXPECT_EQ(order_, (Names{kAllSynced, "flush yes no"})) << "the parked call is used up";
+  answer(200);
+  EXPECT_EQ(order_, (Names{kInitiated, "sync success from batch " + next, kSyncedAll, "Batch Events plist deleted",
+                           "flush yes yes"}))
+      << "the parked call is used up";
 }
 
 TEST_F(SyncTest, ParkedResetWithNothingLeftEndsInsideTheFirstSync) {
@@ -316,21 +311,6 @@ TEST_F(SyncTest, ThrowingCompletionOrObserverCostsItsOwnCallOnly) {
   track({"b"});
   EXPECT_EQ(currentNames(), (Names{"a", "b"}));
   EXPECT_EQ(log_->errors().size(), 3u);
-}
-
-TEST_F(SyncTest, ExceptionWhileSavingIsReportedAndTheEventsStay) {
-  struct Unspeakable final : Object {
-    std::string description() const override { throw std::runtime_error("unspeakable"); }
-    Value plainValue() const override { throw std::runtime_error("unspeakable"); }
-  };
-  startWithSession();
-  events().trackEventWithProperties("odd", ZRProperties::initWithAttributes({{"x", std::make_shared<Unspeakable>()}}));
-  track({"b"});
-  Answers answers;
-  events().flushWithCompletionBlock(into(answers));
-  settle();
-  EXPECT_TRUE(hasError("flushWithCompletionBlock", 325, "exception in flush unspeakable"));
-  EXPECT_EQ(currentNames(), (Names{"odd", "b"}));
 }
 
 // --- The timer
