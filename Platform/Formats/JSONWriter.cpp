@@ -5,7 +5,7 @@
 
 #include "Platform/Formats/JSON.h"
 #include "Platform/Formats/JSONText.h"
-#include "Platform/Time/CivilTime.h"
+#include "Platform/Time/DateFormat.h"
 #include "Platform/Values/Text.h"
 
 namespace zorvane::platform {
@@ -151,19 +151,14 @@ void appendJSONInteger(std::int64_t number, std::string& out) {
 }
 
 void appendJSONDate(Date date, std::string& out) {
-  constexpr double kReasonable = 3.2e13;
-  if (!(std::abs(date.secondsSince1970) < kReasonable)) {
+  const auto text = textOfDate(date, "yyyy-MM-dd'T'HH:mm:ss.SSS'Z'", 0);
+  if (!text) {
     out += "null";
     return;
   }
-  const double milliseconds = std::floor(date.secondsSince1970 * 1000);
-  const double seconds = std::floor(milliseconds / 1000);
-  const CivilTime time = civilTimeFromSeconds(static_cast<std::int64_t>(seconds));
-  char text[64];
-  std::snprintf(text, sizeof text, "\"%04lld-%02d-%02dT%02d:%02d:%02d.%03dZ\"", static_cast<long long>(time.year),
-                time.month, time.day, time.hour, time.minute, time.second,
-                static_cast<int>(milliseconds - seconds * 1000));
-  out += text;
+  out += '"';
+  out += *text;
+  out += '"';
 }
 
 void appendJSONData(std::span<const std::uint8_t> bytes, std::string& out) {
