@@ -94,12 +94,13 @@ ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionaryImage image) {
   return Outcome::Done;
 }
 
-std::optional<ZRBatchTable> ZRBatchFile::load() {
+std::optional<ZRBatchTable> ZRBatchFile::load(Outcome& outcome) {
   PropertyListDictionaryImage image;
   {
     platform::MutexLock lock(mutex_);
-    if (read(image) != Outcome::Done) return std::nullopt;
+    outcome = read(image);
   }
+  if (outcome != Outcome::Done) return std::nullopt;
   return ZRBatchTable(image.entries());
 }
 

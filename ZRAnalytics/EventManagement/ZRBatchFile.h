@@ -55,8 +55,12 @@ class ZRBatchFile {
   const std::string& path() const { return path_; }
   bool exists() const;
 
-  // The batches in order; none when there is no file; absent when it cannot be read.
-  std::optional<ZRBatchTable> load();
+  // The batches in order; none when there is no file; absent when the outcome is not Done.
+  std::optional<ZRBatchTable> load(Outcome& outcome);
+  std::optional<ZRBatchTable> load() {
+    Outcome outcome;
+    return load(outcome);
+  }
   // Stores a batch (a dictionary, or a bare array of events) under its identifier.
   Outcome store(std::string_view batchID, const Value& batch);
   // Makes the file hold these batches and those in it whose identifiers are not among the known ones. When that leaves

@@ -1,5 +1,6 @@
 // The batch store: the current batch into the batch file, and the dump file that an older release left.
 
+#include <algorithm>
 #include <iterator>
 
 #include "Platform/Files/FileSystem.h"
@@ -20,6 +21,8 @@ namespace {
 
 constexpr std::string_view kFile = "ZREventsHandler";
 constexpr std::size_t kMaximumDumpFileSize = 64u << 20;
+// As deep as the batch file is written.
+constexpr int kMaximumDepth = 128;
 
 // The pieces between the members of the platform's newline set: U+000A to U+000D, U+0085, U+2028, U+2029.
 std::vector<std::string_view> linesOf(std::string_view text) {
@@ -38,6 +41,40 @@ std::vector<std::string_view> linesOf(std::string_view text) {
   }
   lines.push_back(text.substr(start));
   return lines;
+}
+
+bool holdsObject(const Value& value, int depth) {
+  if (value.kind() == Value::Kind::Object) return true;
+  if (depth == kMaximumDepth) return false;
+  const auto holds = [depth](const Value& element) { return holdsObject(element, depth + 1); };
+  if (const Array* array = value.asArray()) return std::any_of(array->begin(), array->end(), holds);
+  if (const Dictionary* dictionary = value.asDictionary()) {
+    return std::any_of(dictionary->begin(), dictionary->end(), [&](const auto& entry) { return holds(entry.value); });
+  }
+  return false;
+}
+
+// The value with each host object replaced by its plain value; one that throws becomes "". Host objects are asked here,
+// where no lock is held.
+Value withoutObjects(const Value& value, int depth = 0) {
+  if (!holdsObject(value, depth)) return value;
+  if (depth == kMaximumDepth) return "";
+  if (const auto object = value.asObject()) {
+    Value plain = "";
+    guarded({kFile, "saveCurrentBatch"}, "exception is %@", [&] { plain = object->plainValue(); });
+    return withoutObjects(plain, depth + 1);
+  }
+  Value result = value;
+  if (value.isArray()) {
+    for (Value& element : result.mutableArray()) element = withoutObjects(element, depth + 1);
+  } else {
+    Dictionary& dictionary = result.mutableDictionary();
+    for (const auto& [key, element] : *value.asDictionary()) {
+      dictionary.remove(key);
+      dictionary.setObjectNilHandledForKey(withoutObjects(element, depth + 1), key);
+    }
+  }
+  return result;
 }
 
 }  // namespace
@@ -75,7 +112,9 @@ void ZREventsHandler::saveCurrentBatch() {
   ZRBatchFile::Outcome outcome = ZRBatchFile::Outcome::Failed;
   try {
     const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
-    Dictionary batch{{kBatchKeyEvents, events}, {kBatchKeyBatchID, batchID}, {kBatchKeyRequestTime, requestTimeNow()}};
+    Dictionary batch{{kBatchKeyEvents, withoutObjects(events)},
+                     {kBatchKeyBatchID, batchID},
+                     {kBatchKeyRequestTime, requestTimeNow()}};
     const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
     if (auto session = sessions.getCurrentSessionInfoDict()) batch.set(kBatchKeySession, *std::move(session));
     batch.set(kBatchKeySource, sessions.getCurrentSessionSourceInfoArray());
@@ -85,7 +124,13 @@ void ZREventsHandler::saveCurrentBatch() {
     throw;
   }
   if (outcome == ZRBatchFile::Outcome::Failed) returnToCurrentBatch(std::move(events));
-  if (outcome != ZRBatchFile::Outcome::Done) logBatchFileError();
+  if (outcome != ZRBatchFile::Outcome::Done) {
+    logBatchFileError();
+    return;
+  }
+  // The next failure is news again.
+  platform::MutexLock lock(currentBatchMutex_);
+  saidError_.clear();
 }
 
 std::optional<ZRBatchTable> ZREventsHandler::getBatches() {

@@ -182,6 +182,7 @@ std::optional<ZREventsHandler::SyncAnswer> ZREventsHandler::startSync(bool backg
     return SyncAnswer{false, false};
   }
   syncInProgress_ = true;
+  batches_.reset();
   knownBatches_.clear();
   loadBatches();
   if (!batches_ || batches_->empty()) {
@@ -248,6 +249,9 @@ void ZREventsHandler::requestAnswered(const std::shared_ptr<SyncRun>& run, const
             }
           });
   if (run->attempts != run->total) return;
+  // An outer sync that ended meanwhile took the batches away. What this one was refused still stands in the file, and
+  // stays.
+  if (!batches_ && run->reset && run->successes != run->total) loadBatches();
   flushAttemptCompletedInBackgroundAndForReset(run->background, run->reset);
   callBlock(run->completion, run->successes == run->total, true);
 }
@@ -285,7 +289,12 @@ void ZREventsHandler::setReportsResetInvocationInBackgroundAndResetWithCompletio
 }
 
 void ZREventsHandler::loadBatches() {
-  batches_ = getBatches();
+  ZRBatchFile::Outcome outcome = ZRBatchFile::Outcome::Done;
+  auto loaded = batchFile_.load(outcome);
+  if (!loaded) logBatchFileError();
+  // A file that cannot be read at the moment says nothing against the batches that a running sync knows.
+  if (outcome == ZRBatchFile::Outcome::Failed && batches_) return;
+  batches_ = std::move(loaded);
   if (!batches_) return;
   for (const ZRStoredBatch& batch : batches_->batches()) {
     knownBatches_.insert(batch.key);

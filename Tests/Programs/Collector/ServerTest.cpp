@@ -232,6 +232,8 @@ TEST_F(ServerTest, FaultsComeWhereTheyWereAskedFor) {
 
 TEST_F(ServerTest, ClientsAtTheSameTimeLoseNothing) {
   start();
+  // The HTTP library is not instrumented: what it makes at its first request is made before there are threads.
+  (void)summary();
   std::vector<std::future<int>> clients;
   for (int c = 0; c < 8; ++c) {
     clients.push_back(std::async(std::launch::async, [this, c] {
