@@ -118,17 +118,23 @@ struct Unspeakable final : Object {
   Value plainValue() const override { throw std::runtime_error("unspeakable"); }
 };
 
-TEST_F(BatchStoreTest, ExceptionWhileWritingIsReportedAndLeavesTheFileAndTheEvents) {
+TEST_F(BatchStoreTest, HostObjectThatThrowsCostsItselfAndNotItsBatch) {
+  startWithSession();
+  events().trackEventWithProperties(
+      "odd", ZRProperties::initWithAttributes({{"x", std::make_shared<Unspeakable>()}, {"y", 1}}));
+  save({"b"});
+  EXPECT_EQ(savedNames(), (Batches{{"odd", "b"}}));
+  EXPECT_EQ(log_->errors().size(), 1u);
+  const Value saved = batchFile().begin()->value.asDictionary()->objectForKey("events");
+  EXPECT_EQ(saved.asArray()->front().asDictionary()->objectForKey("EVENT_ATTRS"),
+            Value(Dictionary{{"x", ""}, {"y", 1}}));
+}
+
+TEST_F(BatchStoreTest, ExceptionWhileWritingAnEntryIsReportedAndLeavesTheFile) {
   startWithSession();
   save({"a"});
   const std::string before = readAll(batchPath());
-  const auto unspeakable = std::make_shared<Unspeakable>();
-  events().trackEventWithProperties("odd", ZRProperties::initWithAttributes({{"x", unspeakable}}));
-  track({"b"});
-  events().flushWithCompletionBlock(nullptr);
-  EXPECT_TRUE(hasError("flushWithCompletionBlock", 325, "exception in flush unspeakable"));
-  EXPECT_EQ(currentNames(), (Names{"odd", "b"}));
-  events().writeEventsToFileWithBatchID(Array{unspeakable}, "1-X");
+  events().writeEventsToFileWithBatchID(Array{std::make_shared<Unspeakable>()}, "1-X");
   EXPECT_TRUE(hasError("writeEventsToFileWithBatchID", 708, "Exception : unspeakable"));
   EXPECT_EQ(readAll(batchPath()), before);
   events().writeEventsToFileWithBatchID(Array{Dictionary{{"EVENT_ACTION", "E"}}}, 77);

@@ -252,7 +252,7 @@ TEST_F(ServerTest, ClientsAtTheSameTimeLoseNothing) {
   EXPECT_EQ(summary()["batches"], 80);
   EXPECT_EQ(summary()["events"], 160);
   EXPECT_EQ(summary()["duplicates"], 80);
-  EXPECT_EQ(record().size(), 163u);
+  EXPECT_EQ(record().size(), 164u);
   server_.reset();  // with connections that were kept open
   start();
   EXPECT_EQ(summary()["batches"], 80);
