@@ -8,7 +8,7 @@
 
 namespace zorvane {
 
-// POST with a JSON body in UTF-8.
+// POST with a JSON body in UTF-8; the transport says so in the content type.
 struct TransportRequest {
   std::string url;
   std::vector<std::pair<std::string, std::string>> headers;

@@ -92,7 +92,6 @@ void ZRNetworkRequest::executeRequestWithCompletionBlock(Completion completion) 
   }
   TransportRequest request;
   request.url = urlOf(setup->endpoint, service_, pathComponent_, params_);
-  request.headers.emplace_back("Content-Type", "application/json; charset=utf-8");
   for (const auto& [name, value] : headers_) request.headers.emplace_back(name, value.description());
   request.makeBody = [body = Value(std::move(body_))] { return platform::jsonText(body); };
   setup->transport->send(std::move(request), std::move(answered));

@@ -9,13 +9,17 @@ namespace zorvane::platform {
 namespace {
 
 constexpr double kShortestInterval = 0.001;
+// Some thirty years: beyond it, times are too coarse to be added up.
+constexpr double kLongestInterval = 1e9;
 // Sums of times are rounded: a timer this close to its deadline has reached it.
 constexpr double kTolerance = 1e-6;
 
 }  // namespace
 
 TimerId TimerList::add(double now, double intervalSeconds, std::function<void()> work) {
-  const double interval = intervalSeconds >= kShortestInterval ? intervalSeconds : kShortestInterval;
+  // Not a number counts as the shortest.
+  const double interval =
+      intervalSeconds >= kShortestInterval ? std::min(intervalSeconds, kLongestInterval) : kShortestInterval;
   timers_.push_back(
       {++lastId_, now + interval, interval, std::make_shared<const std::function<void()>>(std::move(work))});
   return lastId_;

@@ -206,8 +206,7 @@ TEST_F(RequestTest, ARequestGoesToItsServiceAndMakesItsBodyWhenAsked) {
   const TransportRequest report = std::move(transport_->requests[0]);
   transport_->requests.clear();
   EXPECT_EQ(report.url, "http://service.test/v1/report/A%20P%2F1");
-  EXPECT_EQ(report.headers, (std::vector<std::pair<std::string, std::string>>{
-                                {"Content-Type", "application/json; charset=utf-8"}, {"ZRV-REQUEST-ID", "ID"}}));
+  EXPECT_EQ(report.headers, (std::vector<std::pair<std::string, std::string>>{{"ZRV-REQUEST-ID", "ID"}}));
   EXPECT_EQ(bodies, 0);
   EXPECT_EQ(report.makeBody(), R"({"meta":{"bid":"b-1"},"viewsInfo":[1]})");
   EXPECT_EQ(bodies, 1);
