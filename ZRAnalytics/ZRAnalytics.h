@@ -27,7 +27,7 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
 
   // Once, after the core is set up.
   void initializeAnalytics();
-  // At the start and on every return to the foreground: refreshes the session and sends what earlier sessions left.
+  // For the start and every return to the foreground: refreshes the session and sends what earlier sessions left.
   // Gate: account.
   void updateModules();
 
@@ -68,8 +68,8 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
   // The application identifier changed: what was recorded under the old one is sent, then the user is cleaned up and
   // the completion called, on the events handler's queue. Gate: account.
   void appIDChangeHandledWithCompletionBlock(std::function<void()> completion) override;
-  // The SDK was enabled or disabled. Disabled: stored events, the advertising identifier, the flush timer and the
-  // session go. Enabled: a new session. No gate.
+  // The SDK was enabled or disabled. Disabled: stored events, the advertising identifier, the flush timer (for
+  // good, as disablePeriodicFlush) and the session go. Enabled: a new session. No gate.
   void zorvaneSDKStateUpdated();
 
  private:

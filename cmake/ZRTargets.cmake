@@ -46,6 +46,7 @@ function(zr_add_library name)
   file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/include/${name}")
   get_filename_component(folder "${CMAKE_CURRENT_SOURCE_DIR}" NAME)
   file(CREATE_LINK "${CMAKE_CURRENT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}/include/${name}/${folder}" SYMBOLIC)
-  target_compile_options(${name} PRIVATE -fvisibility=hidden -ffunction-sections -fdata-sections)
+  # Small rather than fast: an application carries this code along, and hardly waits for it.
+  target_compile_options(${name} PRIVATE -fvisibility=hidden -ffunction-sections -fdata-sections $<$<CONFIG:Release>:-Os>)
   target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE zr_warnings)
 endfunction()
