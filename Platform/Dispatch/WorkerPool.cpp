@@ -39,7 +39,7 @@ void WorkerPool::post(Priority priority, Task task) {
     }
   }
   if (dropped) {
-    task.reset();
+    task.reset();  // NOLINT(bugprone-use-after-move): what is dropped was not moved
     context_->tasks.done();
   }
   carryOut(call);

@@ -65,7 +65,7 @@ std::uint64_t bigEndian(std::string_view bytes) {
   return number;
 }
 
-Result<BinaryObjects> BinaryObjects::open(std::string_view file, std::shared_ptr<const std::string> owner) {
+Result<BinaryObjects> BinaryObjects::open(std::string_view file, const std::shared_ptr<const std::string>& owner) {
   if (!file.starts_with("bplist0") || file.size() < kHeaderSize + 1 + kTrailerSize) {
     return Error{"no binary property list: the header or the trailer is missing", 0};
   }

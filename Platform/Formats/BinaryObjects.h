@@ -89,7 +89,7 @@ struct BinaryObjects {
 
   // Checks the header, the trailer and the place of the offset table. The bytes must outlive the result where no owner
   // is given.
-  static Result<BinaryObjects> open(std::string_view file, std::shared_ptr<const std::string> owner);
+  static Result<BinaryObjects> open(std::string_view file, const std::shared_ptr<const std::string>& owner);
 
   // Nothing when the index or the object's bytes are unsound.
   bool read(std::size_t index, BinaryObject& object) const;

@@ -74,7 +74,7 @@ Dictionary ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(bool on
 
 std::optional<std::string> ZRAnalyticsUtils::advertiserID() {
   const auto& service = platform::hostServices().advertising;
-  const auto identifier = service ? service->advertisingIdentifier() : std::nullopt;
+  auto identifier = service ? service->advertisingIdentifier() : std::nullopt;
   if (!identifier) {
     logLine("ADSupport Framework unavailable");
     return std::nullopt;
