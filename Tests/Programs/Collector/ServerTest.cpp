@@ -232,8 +232,6 @@ TEST_F(ServerTest, FaultsComeWhereTheyWereAskedFor) {
 
 TEST_F(ServerTest, ClientsAtTheSameTimeLoseNothing) {
   start();
-  // The HTTP library is not instrumented: what it makes at its first request is made before there are threads.
-  (void)summary();
   std::vector<std::future<int>> clients;
   for (int c = 0; c < 8; ++c) {
     clients.push_back(std::async(std::launch::async, [this, c] {
@@ -252,7 +250,7 @@ TEST_F(ServerTest, ClientsAtTheSameTimeLoseNothing) {
   EXPECT_EQ(summary()["batches"], 80);
   EXPECT_EQ(summary()["events"], 160);
   EXPECT_EQ(summary()["duplicates"], 80);
-  EXPECT_EQ(record().size(), 164u);
+  EXPECT_EQ(record().size(), 163u);
   server_.reset();  // with connections that were kept open
   start();
   EXPECT_EQ(summary()["batches"], 80);
