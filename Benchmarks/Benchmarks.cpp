@@ -98,6 +98,7 @@ BENCHMARK(EventsToTheFile)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 std::string backlogFile(int batches) {
   const std::string path = workFolder() + "/backlog-" + std::to_string(batches) + ".plist";
+  std::filesystem::remove(path);
   ZRBatchFile file(path);
   std::vector<ZRStoredBatch> stored;
   for (int i = 0; i < batches; ++i) {

@@ -36,7 +36,7 @@ void startModule() {
   if (!platform::configureHost(std::move(host))) std::abort();
   CoreSetup core;
   core.appId = "BENCH";
-  core.remoteConfiguration = {{"periodic_flush_enabled", false}};
+  core.remoteConfiguration = {{"periodic_flush_enabled", false}, {"event_batch_count", 1000000}};
   configureCore(std::move(core));
   ZRAnalytics::sharedInstance().initializeAnalytics();
   platform::hostServices().scheduler->waitUntilIdle();
