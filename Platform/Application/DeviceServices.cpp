@@ -7,17 +7,11 @@
 #include <limits>
 #include <utility>
 
+#include "Platform/Text/Ascii.h"
 #include "Platform/Time/CivilTime.h"
 
 namespace zorvane::platform {
 namespace {
-
-bool isLetter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
 
 // The part up to the next separator; the text keeps what follows.
 std::string_view nextSubtag(std::string_view& text) {
@@ -92,7 +86,7 @@ class ProcessTimeZone final : public TimeZone {
 std::optional<std::string> languageCodeOfLocale(std::string_view identifier) {
   identifier = identifier.substr(0, identifier.find_first_of(".@"));
   const std::string_view language = nextSubtag(identifier);
-  if (language.size() < 2 || language.size() > 8 || !consistsOf(language, isLetter)) return std::nullopt;
+  if (language.size() < 2 || language.size() > 8 || !consistsOf(language, isAsciiLetter)) return std::nullopt;
   return withLetters(language, 'A', 'Z', 'a' - 'A');
 }
 
@@ -102,7 +96,8 @@ std::optional<std::string> countryCodeOfLocale(std::string_view identifier) {
   while (!identifier.empty()) {
     const std::string_view subtag = nextSubtag(identifier);
     if (subtag.size() == 1) break;  // extensions follow
-    if ((subtag.size() == 2 && consistsOf(subtag, isLetter)) || (subtag.size() == 3 && consistsOf(subtag, isDigit))) {
+    if ((subtag.size() == 2 && consistsOf(subtag, isAsciiLetter)) ||
+        (subtag.size() == 3 && consistsOf(subtag, isAsciiDigit))) {
       return withLetters(subtag, 'a', 'z', 'A' - 'a');
     }
   }

@@ -4,19 +4,14 @@
 #include <cstdint>
 #include <utility>
 
+#include "Platform/Text/Ascii.h"
 #include "Platform/Values/Text.h"
 
 namespace zorvane::platform {
 namespace {
 
-bool isLetter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
 int hexDigit(char c) {
-  if (isDigit(c)) return c - '0';
+  if (isAsciiDigit(c)) return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
   return -1;
@@ -25,7 +20,7 @@ bool isAnyOf(char c, std::string_view set) {
   return set.find(c) != std::string_view::npos;
 }
 bool isUnreserved(char c) {
-  return isLetter(c) || isDigit(c) || isAnyOf(c, "-._~");
+  return isAsciiLetter(c) || isAsciiDigit(c) || isAnyOf(c, "-._~");
 }
 bool isSubDelimiter(char c) {
   return isAnyOf(c, "!$&'()*+,;=");
@@ -54,8 +49,9 @@ std::optional<std::string_view> cutBefore(std::string_view& text, std::string_vi
 }
 
 bool isScheme(std::string_view text) {
-  return !text.empty() && isLetter(text[0]) &&
-         std::all_of(text.begin(), text.end(), [](char c) { return isLetter(c) || isDigit(c) || isAnyOf(c, "+-."); });
+  return !text.empty() && isAsciiLetter(text[0]) && std::all_of(text.begin(), text.end(), [](char c) {
+    return isAsciiLetter(c) || isAsciiDigit(c) || isAnyOf(c, "+-.");
+  });
 }
 
 bool isAuthority(std::string_view text) {
@@ -75,7 +71,7 @@ bool isAuthority(std::string_view text) {
     port = text.substr(colon);
   }
   if (!port.empty()) port.remove_prefix(1);
-  return std::all_of(port.begin(), port.end(), isDigit);
+  return std::all_of(port.begin(), port.end(), isAsciiDigit);
 }
 
 // Scheme, authority and path.

@@ -225,6 +225,23 @@ TEST_F(SyncTest, ResetDuringASyncRunsAtItsEndAndCompletesTwice) {
       << "the parked call is used up";
 }
 
+TEST_F(SyncTest, BatchThatAParkedResetWasRefusedStays) {
+  startWithSession();
+  service_->hold = true;
+  save({"a"});
+  noteFlush("flush", false);
+  settle();
+  noteFlush("reset flush", true);
+  settle();
+  answer(503);
+  order_.clear();
+  recordOrder();
+  answer(503);
+  EXPECT_EQ(order_.back(), "reset flush no yes");
+  EXPECT_TRUE(log_->has("sync unsuccessful on reset"));
+  EXPECT_EQ(savedNames(), (Batches{{"a"}}));
+}
+
 TEST_F(SyncTest, ParkedResetWithNothingLeftEndsInsideTheFirstSync) {
   startWithSession();
   service_->hold = true;
