@@ -1,0 +1,50 @@
+#include "ZRAnalytics/DeviceAttribute/ZRDeviceAttributesHandler.h"
+
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
+#include "ZorvaneCore/ZRCoreUtils.h"
+
+namespace zorvane {
+namespace {
+
+Value valueOf(const std::optional<std::string>& text) {
+  return text ? Value(*text) : Value();
+}
+
+}  // namespace
+
+ZRDeviceAttributesHandler& ZRDeviceAttributesHandler::sharedInstance() {
+  static ZRDeviceAttributesHandler* const handler = new ZRDeviceAttributesHandler;
+  return *handler;
+}
+
+void ZRDeviceAttributesHandler::setDeviceAttributeForKey(const Value& value, const Value& name) {
+  guarded({"ZRDeviceAttributesHandler", "setDeviceAttributeForKey"}, "exception is %@", [&] {
+    if (!ZRCoreUtils::isSDKEnabled()) return;
+    if (value.isNil()) {
+      logLine("Tried setting nil user attribute for key %@", {name});
+      return;
+    }
+    if (!value.isString() && !value.isNumber()) {
+      logLine("The attribue value should be either of string, integer or bool");
+      return;
+    }
+    // The name is not checked here: the properties refuse what cannot be one, and the event goes out without it.
+    auto properties = std::make_shared<ZRProperties>();
+    properties->addAttributeWithName(value, name);
+    ZREventsHandler::sharedInstance().trackEventWithProperties(kEventNameDeviceAttributeAction, std::move(properties));
+  });
+}
+
+void ZRDeviceAttributesHandler::setDeviceModelAttributes() {
+  setDeviceAttributeForKey(ZRCoreUtils::getDeviceModel(), "device_model");
+  setDeviceAttributeForKey(ZRCoreUtils::getDeviceName(), "device_model_name");
+  setDeviceAttributeForKey(ZRCoreUtils::getDeviceSystemVersion(), "os_version");
+  if (ZRConfigDataManager::sharedInstance().isIDFVTrackingEnabled()) {
+    setDeviceAttributeForKey(valueOf(ZRCoreUtils::getIDFV()), kDeviceAttributeNameIDFV);
+  }
+}
+
+}  // namespace zorvane

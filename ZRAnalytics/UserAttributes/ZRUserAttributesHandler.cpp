@@ -1,0 +1,328 @@
+#include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
+
+#include "Platform/Files/FileSystem.h"
+#include "Platform/Formats/PropertyList.h"
+#include "Platform/HostServices.h"
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/DeviceAttribute/ZRDeviceAttributesHandler.h"
+#include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/Utils/ZRArchiving.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
+#include "ZorvaneCore/ZRCoreConstants.h"
+#include "ZorvaneCore/ZRCoreUtils.h"
+#include "ZorvaneCore/ZRDictionaryUtils.h"
+
+namespace zorvane {
+namespace {
+
+constexpr std::string_view kFile = "ZRUserAttributesHandler";
+constexpr std::string_view kArchiveClasses[] = {ZRUserAttributeData::kClassName, ZRUserAttribute::kClassName};
+constexpr std::size_t kMaximumLegacyFileSize = 16u << 20;
+
+std::string trimmedText(const Value& value) {
+  const std::string text = value.description();
+  const std::size_t first = text.find_first_not_of(" \t");
+  if (first == std::string::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+void trackUserAttributeEvent(std::shared_ptr<const ZRProperties> properties) {
+  ZREventsHandler::sharedInstance().trackEventWithProperties(kEventNameUserAttributeAction, std::move(properties));
+}
+
+bool isRestricted(const std::string& uniqueID) {
+  return ZRConfigDataManager::sharedInstance().isUniqueIDRestricted(uniqueID);
+}
+
+Value valueOf(const std::optional<std::string>& text) {
+  return text ? Value(*text) : Value();
+}
+
+}  // namespace
+
+ZRUserAttributesHandler& ZRUserAttributesHandler::sharedHandler() {
+  static ZRUserAttributesHandler* const handler = new ZRUserAttributesHandler;
+  return *handler;
+}
+
+ZRUserAttributesHandler::ZRUserAttributesHandler() {
+  const auto root = readArchive(getFilePathForUserAttribute(), ZRUserAttributeData::kClassName, kArchiveClasses);
+  {
+    platform::MutexLock lock(dataMutex_);
+    userAttributeData_ = root ? ZRUserAttributeData::initWithCoder(*root) : std::make_shared<ZRUserAttributeData>();
+  }
+  migrateLegacyPlistValuesToNewFile();
+  platform::hostServices().notificationCenter->addObserver(platform::kWillResignActiveNotification,
+                                                           [this](std::string_view) { applicationInActive(); });
+}
+
+std::shared_ptr<ZRUserAttributeData> ZRUserAttributesHandler::userAttributeData() const {
+  platform::MutexLock lock(dataMutex_);
+  return userAttributeData_;
+}
+
+bool ZRUserAttributesHandler::isAValidUserAttributeValueForKey(const Value& value, const Value& name) {
+  bool valid = false;
+  guarded({kFile, "isAValidUserAttributeValueForKey"}, "exception : %@", [&] {
+    if (name.isNil()) {
+      logLine("Key cannot be nil while setting user attribute");
+    } else if (value.isNil()) {
+      logLine("Value passed as nil while setting %@ user attribute", {name});
+    } else if (value.isString() || value.isNumber()) {
+      valid = true;
+    } else {
+      logLine("The attribue value should be either of string, number or bool");
+    }
+  });
+  return valid;
+}
+
+bool ZRUserAttributesHandler::setUserAttributeValueWithNameCheckStorage(const Value& value, const Value& name,
+                                                                        bool checkStorage) {
+  bool tracked = false;
+  guarded({kFile, "setUserAttributeValueWithNameCheckStorage"}, "exception : %@", [&] {
+    if (!ZRCoreUtils::isSDKEnabled()) return;
+    if (!ZRConfigDataManager::sharedInstance().isDataTrackingEnabled() &&
+        !(name == Value(kUserAttributeNameGDPRPushOptOut))) {
+      return;
+    }
+    if (!isAValidUserAttributeValueForKey(value, name)) return;
+    if (checkStorage) {
+      if (!userAttributeData()->saveAttributeWithValue(name.description(), value)) {
+        logLine("User Attribute(%@) tracked with already existing value(%@)", {name, value});
+        return;
+      }
+      logLine("User Attribute(%@) updated to value(%@)", {name, value});
+    }
+    auto properties = std::make_shared<ZRProperties>();
+    properties->addAttributeWithName(value, name);
+    trackUserAttributeEvent(std::move(properties));
+    tracked = true;
+  });
+  return tracked;
+}
+
+void ZRUserAttributesHandler::setUserAttributeTimestampForKey(double secondsSince1970, const Value& name) {
+  guarded({kFile, "setUserAttributeTimestampForKey"}, "exception : %@", [&] {
+    if (!ZRCoreUtils::isSDKEnabled()) return;
+    auto properties = std::make_shared<ZRProperties>();
+    properties->addDateEpochAttributeWithName(secondsSince1970, name);
+    trackUserAttributeEvent(std::move(properties));
+  });
+}
+
+void ZRUserAttributesHandler::setUserAttributeLocationLatitudeLongitudeForKey(double latitude, double longitude,
+                                                                              const Value& name) {
+  guarded({kFile, "setUserAttributeLocationLatitudeLongitudeForKey"}, "exception : %@", [&] {
+    if (!ZRCoreUtils::isSDKEnabled()) return;
+    auto properties = std::make_shared<ZRProperties>();
+    properties->addLocationAttributeWithName(ZRGeoLocation::initWithLatitudeAndLongitude(latitude, longitude), name);
+    trackUserAttributeEvent(std::move(properties));
+  });
+}
+
+void ZRUserAttributesHandler::setUserAttributeUniqueID(const Value& value) {
+  guarded({kFile, "setUserAttributeUniqueID"}, "exception : %@", [&] {
+    if (!ZRCoreUtils::isSDKEnabled()) {
+      logLine("setUserAttributeUniqueID: SDK is Disabled");
+      return;
+    }
+    const std::string uniqueID = trimmedText(value);
+    if (!isAValidUserAttributeValueForKey(uniqueID, USER_ATTRIBUTE_UNIQUE_ID)) return;
+    if (isRestricted(uniqueID)) {
+      logLine("%@ is a restricted value for User Attribute Unique ID, hence its not considered", {uniqueID});
+      return;
+    }
+    const Value old = userAttributeData()->getUserAttrUniqueID();
+    if (!old.isNil() && old.description() != uniqueID) {
+      logLine("Force Logout Initiated as USER_ATTRIBUTE_UNIQUE_ID was different");
+      forceResetUserWithNewUserAttributeUniqueID(uniqueID);
+      return;
+    }
+    if (setUserAttributeValueWithNameCheckStorage(uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) {
+      logLine("User Attribute Unique ID tracked with Value %@", {uniqueID});
+    }
+  });
+}
+
+void ZRUserAttributesHandler::forceResetUserWithNewUserAttributeUniqueID(const std::string& uniqueID) {
+  auto properties = ZRProperties::initWithAttributes({{"type", "forced"}});
+  properties->setNonInteractive();
+  ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(
+      kEventNameLogout, std::move(properties), [this, uniqueID] {
+        // Kept until the very end, so that the next start can finish the change.
+        platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+        defaults.setObjectForKey(uniqueID, kUserDefaultsKeyModifiedUserAttrUniqueID);
+        (void)defaults.synchronize();
+        ZREventsHandler& events = ZREventsHandler::sharedInstance();
+        events.saveCurrentBatch();
+        events.flushEventsInBackgroundAndResetWithCompletionBlock(false, true, [this](bool success, bool) {
+          logLine(success ? "User Force logged out" : "User Force logged out : sync unsuccessful");
+          platform::hostServices()
+              .scheduler->globalQueue(platform::Priority::Default)
+              .async([this] { finishForcedReset(); });
+        });
+      });
+}
+
+void ZRUserAttributesHandler::finishForcedReset() {
+  guarded({kFile, "forceResetUserWithNewUserAttributeUniqueID"}, "exception : %@", [this] {
+    platform::hostServices().notificationCenter->post(kNotificationNameInitNewUser);
+    platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+    // Nothing is left for a completion that comes twice: the text is then "(null)".
+    const std::string uniqueID = defaults.objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID).description();
+    if (setUserAttributeValueWithNameCheckStorage(uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) {
+      logLine("User Attribute Unique ID tracked with Value %@", {uniqueID});
+    } else {
+      logLine("User Attribute Unique ID wasn't tracked as value was invalid");
+    }
+    defaults.removeObjectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
+    (void)defaults.synchronize();
+  });
+}
+
+void ZRUserAttributesHandler::updateUserAttributeUniqueID(const Value& value) {
+  guarded({kFile, "updateUserAttributeUniqueID"}, "exception : %@", [&] {
+    // Validity is checked before trimming here, after it in setUserAttributeUniqueID.
+    if (!isAValidUserAttributeValueForKey(value, USER_ATTRIBUTE_UNIQUE_ID)) {
+      logLine("USER_ATTRIBUTE_UNIQUE_ID coudn't be updated as Value is invalid");
+      return;
+    }
+    const std::string uniqueID = trimmedText(value);
+    if (isRestricted(uniqueID)) {
+      logLine("%@ is a restricted value for User Attribute Unique ID, hence it couldn't be updated", {uniqueID});
+      return;
+    }
+    const auto data = userAttributeData();
+    // "(null)" when none is cached.
+    const std::string oldText = data->getUserAttrUniqueID().description();
+    logLine("Set Alias called for Unique ID with existing value(%@) and new value(%@)", {oldText, uniqueID});
+    const bool saved = data->saveAttributeWithValue(std::string(USER_ATTRIBUTE_UNIQUE_ID), uniqueID);
+    if (saved) persistUserAttributesData();
+    if (oldText == uniqueID) {
+      logLine("Set Alias is called with existing value(%@) of USER_ATTRIBUTE_UNIQUE_ID", {oldText});
+      if (saved) setUserAttributeValueWithNameCheckStorage(uniqueID, USER_ATTRIBUTE_UNIQUE_ID, false);
+    } else if (saved) {
+      trackUserAttributeEvent(ZRProperties::initWithAttributes(
+          {{USER_ATTRIBUTE_UNIQUE_ID, uniqueID}, {kUserAttributeNameModifiedFrom, oldText}}));
+    }
+  });
+}
+
+void ZRUserAttributesHandler::trackLocale() {
+  guarded({kFile, "trackLocale"}, "exception while tracking Locale %@", [this] {
+    const platform::LocaleService& locale = *platform::hostServices().locale;
+    const auto country = locale.countryCode();
+    const auto language = locale.languageCode();
+    const auto identifier = locale.localeIdentifier();
+    const std::pair<std::string_view, Value> attributes[] = {
+        {kLocaleAttrNameCountry, valueOf(country)},
+        {kLocaleAttrNameCountryDisplay, country ? valueOf(locale.displayNameForCountryCode(*country)) : Value()},
+        {kLocaleAttrNameLanguage, valueOf(language)},
+        {kLocaleAttrNameLaguageDisplay, language ? valueOf(locale.displayNameForLanguageCode(*language)) : Value()},
+        {kLocaleAttrNameDisplay, identifier ? valueOf(locale.displayNameForIdentifier(*identifier)) : Value()},
+        {kLocaleAttrNameIdentifier, valueOf(identifier)},
+    };
+    for (const auto& [name, value] : attributes) {
+      if (setUserAttributeValueWithNameCheckStorage(value, name, true)) {
+        ZRDeviceAttributesHandler::sharedInstance().setDeviceAttributeForKey(value, name);
+      }
+    }
+  });
+}
+
+std::optional<Dictionary> ZRUserAttributesHandler::getIdentifierDictionary() {
+  std::optional<Dictionary> identifiers;
+  guarded({kFile, "getIdentifierDictionary"}, "Exception : %@",
+          [&] { identifiers = userAttributeData()->getIdentifierDict(); });
+  return identifiers;
+}
+
+std::vector<ZRUserAttribute> ZRUserAttributesHandler::getUserAttributesArray() const {
+  return userAttributeData()->userAttributesArray();
+}
+
+void ZRUserAttributesHandler::clearUserAttributesData() {
+  guarded({kFile, "clearUserAttributesData"}, "Exception : %@", [this] {
+    auto empty = std::make_shared<ZRUserAttributeData>();
+    platform::MutexLock lock(dataMutex_);
+    userAttributeData_.swap(empty);
+  });
+}
+
+void ZRUserAttributesHandler::clearUserDefaultsOnLogout() {
+  guarded({kFile, "clearUserDefaultsOnLogout"}, "Exception : %@", [] {
+    platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+    for (const std::string_view key :
+         {kUserDefaultsKeySDKUniqueId, kUserDefaultsKeyHasDeviceAddFailed, kUserDefaultsKeyIDFA}) {
+      defaults.removeObjectForKey(key);
+    }
+    (void)defaults.synchronize();
+  });
+}
+
+void ZRUserAttributesHandler::persistUserAttributesData() {
+  logLine("User Attributes Data persisted");
+  platform::MutexLock lock(fileMutex_);
+  writeArchive(getFilePathForUserAttribute(), userAttributeData()->encodeWithCoder());
+}
+
+std::string ZRUserAttributesHandler::getFilePathForUserAttribute() const {
+  return archivePath("ZRUserAttributes");
+}
+
+std::string ZRUserAttributesHandler::userAttributePlistFilePath() const {
+  return platform::joinPath(ZRCoreUtils::getDocumentsDirectoryPath(), "ZorvaneUserAttributes.plist");
+}
+
+bool ZRUserAttributesHandler::checkIfUserAttributePlistExists() const {
+  return platform::fileExists(userAttributePlistFilePath());
+}
+
+Value ZRUserAttributesHandler::contentOfUserAttributePlist() const {
+  Value content;
+  guarded({kFile, "contentOfUserAttributePlist"}, "Exception : %@", [&] {
+    const auto bytes = platform::readFile(userAttributePlistFilePath(), kMaximumLegacyFileSize);
+    if (!bytes) return;
+    auto parsed = platform::parsePropertyList(bytes.value());
+    if (parsed && parsed.value().isDictionary()) content = std::move(parsed).value();
+  });
+  return content;
+}
+
+Value ZRUserAttributesHandler::getZrvUserUniqueIDFromPlist() const {
+  const Value content = contentOfUserAttributePlist();
+  return content.isNil() ? Value() : validObjectForKey(*content.asDictionary(), USER_ATTRIBUTE_UNIQUE_ID);
+}
+
+Value ZRUserAttributesHandler::getSegAnonymousIDFromPlist() const {
+  const Value content = contentOfUserAttributePlist();
+  return content.isNil() ? Value() : validObjectForKey(*content.asDictionary(), USER_ATTRIBUTE_SEGMENT_ID);
+}
+
+void ZRUserAttributesHandler::userAttributeRemovePlistFile() {
+  if (checkIfUserAttributePlistExists() && !platform::removeFile(userAttributePlistFilePath())) {
+    logLine("error while removing User Attribute plist file");
+  }
+}
+
+void ZRUserAttributesHandler::migrateLegacyPlistValuesToNewFile() {
+  if (!checkIfUserAttributePlistExists()) return;
+  const std::pair<std::string_view, Value> identifiers[] = {
+      {USER_ATTRIBUTE_UNIQUE_ID, getZrvUserUniqueIDFromPlist()},
+      {USER_ATTRIBUTE_SEGMENT_ID, getSegAnonymousIDFromPlist()},
+  };
+  for (const auto& [name, value] : identifiers) {
+    if (!value.isNil()) userAttributeData()->saveAttributeWithValue(std::string(name), value);
+  }
+  persistUserAttributesData();
+  userAttributeRemovePlistFile();
+}
+
+void ZRUserAttributesHandler::applicationInActive() {
+  guarded({kFile, "applicationInActive"}, "exception in UIApplicationWillResignActiveNotification is %@",
+          [this] { persistUserAttributesData(); });
+}
+
+}  // namespace zorvane
