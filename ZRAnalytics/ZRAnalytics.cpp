@@ -4,6 +4,7 @@
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
+#include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
@@ -31,7 +32,10 @@ ZRAnalytics& ZRAnalytics::sharedInstance() {
     auto* facade = new std::shared_ptr<ZRAnalytics>(new ZRAnalytics);
     ZorvaneCore::sharedInstance().setAppIdUpdateDelegate(*facade);
     guarded({kFile, "init"}, "exception while initializing Analytics: %@",
-            [&] { (*facade)->migrateSDKUserDefaultsInfo(); });
+            [&] {
+              (*facade)->migrateSDKUserDefaultsInfo();
+              (*facade)->addObserverForApplicationLifeCycle();
+            });
     return facade;
   }();
   return **shared;
@@ -52,7 +56,10 @@ void ZRAnalytics::migrateSDKUserDefaultsInfo() {
 }
 
 void ZRAnalytics::initializeAnalytics() {
-  guarded({kFile, "initializeAnalytics"}, "exception while initializing Analytics: %@", [this] { updateModules(); });
+  guarded({kFile, "initializeAnalytics"}, "exception while initializing Analytics: %@", [this] {
+    trackAdvertisingIdentifier();
+    updateModules();
+  });
 }
 
 void ZRAnalytics::updateModules() {
@@ -156,6 +163,7 @@ void ZRAnalytics::zorvaneSDKStateUpdated() {
       sessions.reinitiateSession();
       return;
     }
+    ZRUserAttributesHandler::sharedHandler().clearUserAttributesData();
     ZREventsHandler& events = ZREventsHandler::sharedInstance();
     events.clearEventsdata();
     events.disablePeriodicFlush();

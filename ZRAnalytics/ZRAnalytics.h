@@ -1,10 +1,13 @@
 // The module's one public entry: what a host application and the core library call.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 
+#include "Platform/Application/Application.h"
 #include "Platform/Dispatch/Mutex.h"
 #include "ZRAnalytics/SessionAndSource/ZRSession.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
@@ -36,6 +39,58 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
   // Records the event (its name is text) with its properties, or none, and returns; it is sent with its batch. Two
   // events of one thread may be recorded in either order. Gates: account, SDK.
   void trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties);
+
+  // --- The user
+
+  // Attributes of the user are sent when they change. All of these also ask whether data tracking is enabled; what is no
+  // text, number or boolean is dropped with a log line. The key USER_ATTRIBUTE_UNIQUE_ID logs a user in: another ID than
+  // before logs the old user out first.
+  void setUserAttributeForKey(const Value& value, const Value& key);
+  // These are sent at each call. Seconds since 1970.
+  void setUserAttributeTimestampForKey(double secondsSince1970, const Value& key);
+  void setUserAttributeDateForKey(std::optional<Date> date, const Value& key);
+  // "yyyy-MM-dd'T'HH:mm:ss'Z'", with or without ".SSS", in UTC; any other text is ignored.
+  void setUserAttributeISODateStringForKey(const Value& text, const Value& key);
+  // Degrees.
+  void setUserAttributeLocationLatitudeLongitudeForKey(double latitude, double longitude, const Value& key);
+  // Renames the current user.
+  void setAlias(const Value& uniqueID);
+  void trackUserPushPreference(bool preference);
+
+  // Ends this user and begins the next: logout event, a last flush, new session, new registration. The completion is told
+  // whether a request was made and everything was accepted; never called when the account is inactive or the logout event
+  // is rejected. Gate: account.
+  void resetUserWithCompletionBlock(std::function<void(bool success)> completion);
+  void resetUser();
+  void clearUserInfo();
+
+  // --- Consent; kept over restarts
+
+  // Opting out clears what is stored and stops all but the excepted events; the service is told of each change. Gate:
+  // account.
+  void optOutOfDataTracking(bool optOut);
+  // No gate.
+  void optOutOfIDFVTracking(bool optOut);
+  void optOutOfIDFATracking(bool optOut);
+  // Names of events that are tracked even while data tracking is opted out.
+  void updateOptOutEvents(const Array& names);
+  // A push consent attribute; always stored, on this thread. No gate but the SDK's.
+  void setPushGDPROptOutStatusForKey(const Value& value, const Value& key);
+
+  // --- Device and installation
+
+  // 0: the application was installed, 1: updated. Only the first call ever asks which; afterwards every change of the
+  // application's version is an update. Gate: account.
+  void appStatus(std::int64_t status);
+  // Registers the device with the service. The completion is told whether it was accepted; it is not called when no
+  // request is made. Gates: account, SDK.
+  void updateDeviceWithCompletion(std::function<void(bool success)> completion);
+  void setDeviceModelAttributes();
+  void trackAdvertisingIdentifier();
+  // The advertising identifier tracked last; nil when there is none.
+  Value getTrackedIDFA() const;
+  // Gate: account.
+  void trackLocale();
 
   // --- Sending
 
@@ -71,10 +126,46 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
   // The SDK was enabled or disabled. Disabled: stored events, the advertising identifier, the flush timer (for
   // good, as disablePeriodicFlush) and the session go. Enabled: a new session. No gate.
   void zorvaneSDKStateUpdated();
+  // At the start: a changed SDK version is kept; the first one ever asks whether this is a reinstallation.
+  void trackSDKVersion();
+  void trackReinstall();
+  void pushTokenUpdated();
+
+  // --- Lifecycle: observers of the host's notifications, on the main thread
+
+  void applicationIsActive();
+  void applicationIsInactive();
+  void applicationEnteredForeground();
+  // Also when the application terminates.
+  void applicationEnteredBackground();
+  // Of the new-user notification; any thread.
+  void initNewUser();
+
+  // The tasks that were begun last, 0 for none; not reset when a task ends.
+  platform::BackgroundTaskId reportsBGTask() const { return reportsBGTask_; }
+  platform::BackgroundTaskId deviceUpdateBGTask() const { return deviceUpdateBGTask_; }
+  platform::BackgroundTaskId zrvAppExitBGTask() const { return zrvAppExitBGTask_; }
+
+  // The device-add body; empty when the core lacks what it needs, absent without query parameters.
+  std::optional<Dictionary> getDeviceAddRequestBody() const;
 
  private:
   ZRAnalytics() = default;
   void migrateSDKUserDefaultsInfo();
+  void addObserverForApplicationLifeCycle();
+  void sessionStarted();
+  void smartTriggerForAppStatus(std::int64_t status);
+
+  void syncOnZrvAppExitWithApplication(platform::Application& application);
+  void syncOnSessionTerminationWithApplication(platform::Application& application);
+  void deviceUpdateOnSessionTerminationWithApplication(platform::Application& application);
+  void flushOnSessionEnd(std::function<void()> atTheEnd);
+  void endBGTaskWithIdentifier(platform::BackgroundTaskId task);
+
+  // Written on the main thread, read where the work ends.
+  std::atomic<platform::BackgroundTaskId> reportsBGTask_{platform::kNoBackgroundTask};
+  std::atomic<platform::BackgroundTaskId> deviceUpdateBGTask_{platform::kNoBackgroundTask};
+  std::atomic<platform::BackgroundTaskId> zrvAppExitBGTask_{platform::kNoBackgroundTask};
 
   mutable platform::Mutex delegatesMutex_;
   std::weak_ptr<ZREventTriggerDelegate> inappTriggerDelegate_ ZR_GUARDED_BY(delegatesMutex_);

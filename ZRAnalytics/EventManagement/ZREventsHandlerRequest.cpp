@@ -1,17 +1,37 @@
 // The report-add request: one saved batch as the body that the service takes.
 
+#include "Platform/Files/DefaultsStore.h"
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/EventManagement/BatchRequest.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
 #include "ZorvaneCore/ZRDateUtils.h"
 #include "ZorvaneCore/ZRDictionaryUtils.h"
 #include "ZorvaneCore/ZRNetworkConfiguration.h"
 
 namespace zorvane {
+namespace {
+
+// Where companion extensions of the application read who the user is.
+void mirrorIdentifiers(const Dictionary& identifiers) {
+  const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
+  const auto group = store.getAppGroupID();
+  const auto appID = store.getZrvAppID();
+  if (!group || !appID) return;
+  platform::DefaultsStore& shared = platform::groupDefaults(*group);
+  const Value kept = shared.objectForKey(*appID);
+  Dictionary mirrored = kept.isDictionary() ? *kept.asDictionary() : Dictionary();
+  mirrored.set(kSharedDefaultsKeyIdentifiers, identifiers);
+  shared.setObjectForKey(std::move(mirrored), *appID);
+  (void)shared.synchronize();
+}
+
+}  // namespace
 
 Value requestTimeNow() {
   const auto text = ZRDateUtils::getStringForDateWithFormatAndForGMTTimeZone(platform::hostServices().clock->now(),
@@ -24,6 +44,10 @@ Dictionary ZREventsHandler::reportAddPayloadForBatchInfo(const Dictionary& batch
   Dictionary body;
   body.setObjectNilHandledForKey(events, kReportsKeyEventsList);
   body.set(kReportsKeyEventsCount, events.isArray() ? events.asArray()->size() : 0);
+  if (const auto identifiers = ZRUserAttributesHandler::sharedHandler().getIdentifierDictionary()) {
+    body.set(kReportsKeyIdentifiers, *identifiers);
+    mirrorIdentifiers(*identifiers);
+  }
 
   const Value requestTime = batchInfo.objectForKey(kBatchKeyRequestTime);
   const Value batchID = batchInfo.objectForKey(kBatchKeyBatchID);

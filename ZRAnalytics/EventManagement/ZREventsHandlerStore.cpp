@@ -11,6 +11,7 @@
 #include "ZRAnalytics/EventManagement/BatchRequest.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
+#include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
@@ -223,6 +224,9 @@ void ZREventsHandler::clearEventsdata() {
 
 void ZREventsHandler::cleanUp() {
   platform::hostServices().notificationCenter->post(kNotificationNameUserReset);
+  ZRUserAttributesHandler& attributes = ZRUserAttributesHandler::sharedHandler();
+  attributes.clearUserAttributesData();
+  attributes.clearUserDefaultsOnLogout();
 }
 
 }  // namespace zorvane

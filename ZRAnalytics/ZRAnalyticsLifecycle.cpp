@@ -1,0 +1,132 @@
+// The facade's part about the application's life: session events and the last syncs before it is suspended.
+
+#include "Platform/HostServices.h"
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZRAnalytics/ZRAnalytics.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
+#include "ZorvaneCore/ZRCoreConstants.h"
+#include "ZorvaneCore/ZRCoreUtils.h"
+
+namespace zorvane {
+namespace {
+
+constexpr std::string_view kFile = "ZRAnalytics";
+constexpr std::string_view kSyncException = "exception while trying to sync data : %@";
+
+bool isAccountActive() {
+  return ZRConfigDataManager::sharedInstance().isAccountActive();
+}
+
+platform::Application& sharedApplication() {
+  return *platform::hostServices().application;
+}
+
+platform::Queue& defaultQueue() {
+  return platform::hostServices().scheduler->globalQueue(platform::Priority::Default);
+}
+
+}  // namespace
+
+void ZRAnalytics::addObserverForApplicationLifeCycle() {
+  platform::NotificationCenter& center = *platform::hostServices().notificationCenter;
+  const auto observe = [&](std::string_view name, void (ZRAnalytics::*operation)()) {
+    center.addObserver(name, [this, operation](std::string_view) { (this->*operation)(); });
+  };
+  observe(platform::kDidBecomeActiveNotification, &ZRAnalytics::applicationIsActive);
+  observe(platform::kWillResignActiveNotification, &ZRAnalytics::applicationIsInactive);
+  observe(platform::kWillEnterForegroundNotification, &ZRAnalytics::applicationEnteredForeground);
+  observe(platform::kDidEnterBackgroundNotification, &ZRAnalytics::applicationEnteredBackground);
+  observe(platform::kWillTerminateNotification, &ZRAnalytics::applicationEnteredBackground);
+  observe(kNotificationNameInitNewUser, &ZRAnalytics::initNewUser);
+}
+
+void ZRAnalytics::applicationIsActive() {
+  guarded({kFile, "applicationIsActive"}, "exception in application is active : %@", [this] {
+    if (isAccountActive()) sessionStarted();
+  });
+}
+
+void ZRAnalytics::sessionStarted() {
+  guarded({kFile, "sessionStarted"}, "exception in Session start : %@",
+          [] { ZREventsHandler::sharedInstance().trackEvent(kEventNameSessionStart); });
+}
+
+void ZRAnalytics::applicationIsInactive() {
+  guarded({kFile, "applicationIsInactive"}, "exception in application is Inactive : %@", [this] {
+    platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+    (void)defaults.synchronize();
+    if (!isAccountActive()) return;
+    platform::Application& application = sharedApplication();
+    if (defaults.boolForKey(kUserDefaultsKeyHasDeviceAddFailed)) {
+      deviceUpdateOnSessionTerminationWithApplication(application);
+    }
+    ZREventsHandler::sharedInstance().trackEvent(kEventNameSessionEnd);
+    syncOnSessionTerminationWithApplication(application);
+  });
+}
+
+void ZRAnalytics::applicationEnteredForeground() {
+  updateModules();
+}
+
+void ZRAnalytics::applicationEnteredBackground() {
+  guarded({kFile, "applicationEnteredBackground"}, "exception in application did enter Background is %@", [this] {
+    if (!isAccountActive()) return;
+    // Only once the event is stored does the last sync begin.
+    ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(kEventNameAppExit, nullptr, [this] {
+      platform::hostServices().scheduler->mainQueue().async(
+          [this] { syncOnZrvAppExitWithApplication(sharedApplication()); });
+    });
+  });
+}
+
+void ZRAnalytics::flushOnSessionEnd(std::function<void()> atTheEnd) {
+  defaultQueue().async([atTheEnd = std::move(atTheEnd)] {
+    guarded({kFile, "flushOnSessionEnd"}, kSyncException, [&] {
+      ZREventsHandler& events = ZREventsHandler::sharedInstance();
+      events.saveCurrentBatch();
+      events.flushEventsInBackgroundAndResetWithCompletionBlock(true, false, [atTheEnd](bool success, bool attempted) {
+        if (attempted) {
+          logLine(success ? "Report add successful on Session End" : "Report add unsuccessful on Session End");
+        }
+        atTheEnd();
+      });
+    });
+  });
+}
+
+void ZRAnalytics::syncOnZrvAppExitWithApplication(platform::Application& application) {
+  guarded({kFile, "syncOnZrvAppExitWithApplication"}, kSyncException, [&] {
+    zrvAppExitBGTask_ = application.beginBackgroundTask("bg_zrv_app_exit",
+                                                        [this] { endBGTaskWithIdentifier(zrvAppExitBGTask_); });
+    flushOnSessionEnd([this] { endBGTaskWithIdentifier(zrvAppExitBGTask_); });
+  });
+}
+
+void ZRAnalytics::syncOnSessionTerminationWithApplication(platform::Application& application) {
+  guarded({kFile, "syncOnSessionTerminationWithApplication"}, kSyncException, [&] {
+    reportsBGTask_ = application.beginBackgroundTask("ZRVTask", [this] { endBGTaskWithIdentifier(reportsBGTask_); });
+    flushOnSessionEnd([this] {
+      // Unlike the task of the app exit, none is ended when there is none.
+      if (reportsBGTask_ != platform::kNoBackgroundTask) endBGTaskWithIdentifier(reportsBGTask_);
+    });
+  });
+}
+
+void ZRAnalytics::deviceUpdateOnSessionTerminationWithApplication(platform::Application& application) {
+  guarded({kFile, "deviceUpdateOnSessionTerminationWithApplication"}, kSyncException, [&] {
+    deviceUpdateBGTask_ = application.beginBackgroundTask("ZRVDeviceUpdateTask",
+                                                          [this] { endBGTaskWithIdentifier(deviceUpdateBGTask_); });
+    defaultQueue().async([this] {
+      updateDeviceWithCompletion([this](bool /*success*/) { endBGTaskWithIdentifier(deviceUpdateBGTask_); });
+    });
+  });
+}
+
+void ZRAnalytics::endBGTaskWithIdentifier(platform::BackgroundTaskId task) {
+  sharedApplication().endBackgroundTask(task);
+}
+
+}  // namespace zorvane

@@ -1,0 +1,221 @@
+// The facade's part about the user: attributes, reset, consent.
+
+#include "Platform/HostServices.h"
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/DeviceAttribute/ZRDeviceAttributesHandler.h"
+#include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
+#include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
+#include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZRAnalytics/ZRAnalytics.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
+#include "ZorvaneCore/ZRCoreConstants.h"
+#include "ZorvaneCore/ZRCoreUtils.h"
+#include "ZorvaneCore/ZRDateUtils.h"
+
+namespace zorvane {
+namespace {
+
+constexpr std::string_view kFile = "ZRAnalytics";
+
+bool isAccountActive() {
+  return ZRConfigDataManager::sharedInstance().isAccountActive();
+}
+
+platform::Queue& globalQueue(platform::Priority priority) {
+  return platform::hostServices().scheduler->globalQueue(priority);
+}
+
+void post(std::string_view notification) {
+  platform::hostServices().notificationCenter->post(notification);
+}
+
+void forgetAdvertisingIdentifier() {
+  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+  defaults.removeObjectForKey(kUserDefaultsKeyIDFA);
+  (void)defaults.synchronize();
+}
+
+// The work of a user-attribute entry point on the default global queue, where tracking is allowed.
+template <typename Work>
+void onAttributeQueue(std::string_view operation, Work work) {
+  guarded({kFile, operation}, "exception : %@", [&] {
+    if (!ZRAnalyticsUtils::shouldTrackUserAttribute()) return;
+    globalQueue(platform::Priority::Default).async([operation, work = std::move(work)] {
+      guarded({kFile, operation}, "exception : %@", work);
+    });
+  });
+}
+
+}  // namespace
+
+void ZRAnalytics::setUserAttributeForKey(const Value& value, const Value& key) {
+  onAttributeQueue("setUserAttributeForKey", [value, key] {
+    ZRUserAttributesHandler& handler = ZRUserAttributesHandler::sharedHandler();
+    if (key == Value(USER_ATTRIBUTE_UNIQUE_ID)) {
+      handler.setUserAttributeUniqueID(value);
+    } else if (handler.setUserAttributeValueWithNameCheckStorage(value, key, true)) {
+      logLine("UserAttribute %@ tracked with Value %@", {key, value});
+    } else {
+      logLine("UserAttribute wasn't tracked as it was already present OR the key/value was nil");
+    }
+  });
+}
+
+void ZRAnalytics::setUserAttributeTimestampForKey(double secondsSince1970, const Value& key) {
+  onAttributeQueue("setUserAttributeTimestampForKey", [secondsSince1970, key] {
+    ZRUserAttributesHandler::sharedHandler().setUserAttributeTimestampForKey(secondsSince1970, key);
+  });
+}
+
+void ZRAnalytics::setUserAttributeDateForKey(std::optional<Date> date, const Value& key) {
+  if (!date) return;
+  onAttributeQueue("setUserAttributeDateForKey", [seconds = date->secondsSince1970, key] {
+    ZRUserAttributesHandler::sharedHandler().setUserAttributeTimestampForKey(seconds, key);
+  });
+}
+
+void ZRAnalytics::setUserAttributeISODateStringForKey(const Value& text, const Value& key) {
+  guarded({kFile, "setUserAttributeISODateStringForKey"}, "exception : %@", [&] {
+    if (!ZRAnalyticsUtils::shouldTrackUserAttribute() || text.isNil()) return;
+    if (!text.isString()) throw ValueError("the date is no text: " + text.description());
+    const std::string& iso = *text.asString();
+    auto date = ZRDateUtils::getDateForStringWithFormatAndForGMTTimeZone(iso, kZRDateFormatISO8601, true);
+    if (!date) date = ZRDateUtils::getDateForStringWithFormatAndForGMTTimeZone(iso, kZRDateFormatISO8601MilliSec, true);
+    if (!date) return;
+    globalQueue(platform::Priority::Default).async([seconds = date->secondsSince1970, key] {
+      ZRUserAttributesHandler::sharedHandler().setUserAttributeTimestampForKey(seconds, key);
+    });
+  });
+}
+
+void ZRAnalytics::setUserAttributeLocationLatitudeLongitudeForKey(double latitude, double longitude, const Value& key) {
+  onAttributeQueue("setUserAttributeLocationLatitudeLongitudeForKey", [latitude, longitude, key] {
+    ZRUserAttributesHandler::sharedHandler().setUserAttributeLocationLatitudeLongitudeForKey(latitude, longitude, key);
+  });
+}
+
+void ZRAnalytics::setAlias(const Value& uniqueID) {
+  if (!ZRAnalyticsUtils::shouldTrackUserAttribute()) return;
+  ZRUserAttributesHandler::sharedHandler().updateUserAttributeUniqueID(uniqueID);
+}
+
+void ZRAnalytics::trackUserPushPreference(bool preference) {
+  if (ZRAnalyticsUtils::shouldTrackUserAttribute()) {
+    setUserAttributeForKey(preference, kUserAttributeNamePushPreference);
+  }
+}
+
+void ZRAnalytics::resetUser() {
+  resetUserWithCompletionBlock(nullptr);
+}
+
+void ZRAnalytics::clearUserInfo() {
+  resetUser();
+}
+
+void ZRAnalytics::resetUserWithCompletionBlock(std::function<void(bool)> completion) {
+  guarded({kFile, "resetUserWithCompletionBlock"}, "Reset User exception : %@", [&] {
+    if (!isAccountActive()) return;
+    auto properties = std::make_shared<ZRProperties>();
+    properties->setNonInteractive();
+    auto flushed = [completion = std::move(completion)](bool success, bool attempted) {
+      if (attempted) {
+        logLine(success ? "Report add successful on reset user" : "Report add unsuccessful on reset user");
+      }
+      post(kNotificationNameInitNewUser);
+      callBlock(completion, attempted && success);
+    };
+    ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(
+        kEventNameLogout, std::move(properties), [flushed = std::move(flushed)] {
+          globalQueue(platform::Priority::Background).async([flushed] {
+            guarded({kFile, "resetUserWithCompletionBlock"}, "Reset User exception : %@", [&] {
+              ZREventsHandler& events = ZREventsHandler::sharedInstance();
+              events.saveCurrentBatch();
+              events.flushEventsInBackgroundAndResetWithCompletionBlock(false, true, flushed);
+            });
+          });
+        });
+  });
+}
+
+void ZRAnalytics::initNewUser() {
+  if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
+  guarded({kFile, "initNewUser"}, "exception : %@", [this] {
+    ZRSessionManager::sharedSessionManager().reinitiateSession();
+    logLine("Creating new user now");
+    updateDeviceWithCompletion([this](bool success) {
+      guarded({kFile, "initNewUser"}, "exception : %@", [&] {
+        if (success) {
+          setDeviceModelAttributes();
+          trackAdvertisingIdentifier();
+        }
+        post(kNotificationNameUpdateModules);
+      });
+    });
+  });
+}
+
+void ZRAnalytics::optOutOfDataTracking(bool optOut) {
+  guarded({kFile, "optOutOfDataTracking"}, "Exception while opting out of data tracking : %@", [&] {
+    if (!isAccountActive()) return;
+    ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
+    const bool wasEnabled = store.isDataTrackingEnabled();
+    if (optOut && wasEnabled) {
+      ZRUserAttributesHandler::sharedHandler().clearUserAttributesData();
+      ZREventsHandler::sharedInstance().clearEventsdata();
+      forgetAdvertisingIdentifier();
+    }
+    store.setDataTrackingOptedOut(optOut);
+    if (optOut != wasEnabled) return;
+    updateDeviceWithCompletion([this, optOut](bool /*success*/) {
+      if (optOut) return;
+      setDeviceModelAttributes();
+      trackAdvertisingIdentifier();
+    });
+  });
+}
+
+void ZRAnalytics::optOutOfIDFVTracking(bool optOut) {
+  ZorvaneCore& core = ZorvaneCore::sharedInstance();
+  ZRSDKConfiguration configuration = core.getDefaultSDKConfiguration();
+  if (configuration.optOutIDFVTracking() == optOut) return;
+  configuration.setOptOutIDFVTracking(optOut);
+  core.updateSDKConfigWithCompletionBlock(configuration, [optOut] {
+    if (optOut) return;
+    const auto identifier = ZRCoreUtils::getIDFV();
+    ZRDeviceAttributesHandler::sharedInstance().setDeviceAttributeForKey(identifier ? Value(*identifier) : Value(),
+                                                                         kDeviceAttributeNameIDFV);
+  });
+}
+
+void ZRAnalytics::optOutOfIDFATracking(bool optOut) {
+  ZorvaneCore& core = ZorvaneCore::sharedInstance();
+  ZRSDKConfiguration configuration = core.getDefaultSDKConfiguration();
+  if (configuration.optOutIDFATracking() == optOut) return;
+  configuration.setOptOutIDFATracking(optOut);
+  core.updateSDKConfigWithCompletionBlock(configuration, [this, optOut] {
+    if (optOut) {
+      forgetAdvertisingIdentifier();
+    } else {
+      trackAdvertisingIdentifier();
+    }
+  });
+}
+
+void ZRAnalytics::updateOptOutEvents(const Array& names) {
+  ZREventsHandler::sharedInstance().updateSDKWhiteListedEvents(names);
+}
+
+void ZRAnalytics::setPushGDPROptOutStatusForKey(const Value& value, const Value& key) {
+  ZRUserAttributesHandler::sharedHandler().setUserAttributeValueWithNameCheckStorage(value, key, false);
+}
+
+void ZRAnalytics::trackLocale() {
+  guarded({kFile, "trackLocale"}, "exception while tracking Locale %@", [] {
+    if (isAccountActive()) ZRUserAttributesHandler::sharedHandler().trackLocale();
+  });
+}
+
+}  // namespace zorvane
