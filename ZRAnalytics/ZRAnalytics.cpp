@@ -31,11 +31,10 @@ ZRAnalytics& ZRAnalytics::sharedInstance() {
   static const std::shared_ptr<ZRAnalytics>* const shared = [] {
     auto* facade = new std::shared_ptr<ZRAnalytics>(new ZRAnalytics);
     ZorvaneCore::sharedInstance().setAppIdUpdateDelegate(*facade);
-    guarded({kFile, "init"}, "exception while initializing Analytics: %@",
-            [&] {
-              (*facade)->migrateSDKUserDefaultsInfo();
-              (*facade)->addObserverForApplicationLifeCycle();
-            });
+    guarded({kFile, "init"}, "exception while initializing Analytics: %@", [&] {
+      (*facade)->migrateSDKUserDefaultsInfo();
+      (*facade)->addObserverForApplicationLifeCycle();
+    });
     return facade;
   }();
   return **shared;

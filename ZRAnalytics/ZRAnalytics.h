@@ -43,9 +43,9 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
 
   // --- The user
 
-  // Attributes of the user are sent when they change. All of these also ask whether data tracking is enabled; what is no
-  // text, number or boolean is dropped with a log line. The key USER_ATTRIBUTE_UNIQUE_ID logs a user in: another ID than
-  // before logs the old user out first.
+  // Attributes of the user are sent when they change. All of these also ask whether data tracking is enabled; what is
+  // no text, number or boolean is dropped with a log line. The key USER_ATTRIBUTE_UNIQUE_ID logs a user in: another ID
+  // than before logs the old user out first.
   void setUserAttributeForKey(const Value& value, const Value& key);
   // These are sent at each call. Seconds since 1970.
   void setUserAttributeTimestampForKey(double secondsSince1970, const Value& key);
@@ -58,9 +58,9 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
   void setAlias(const Value& uniqueID);
   void trackUserPushPreference(bool preference);
 
-  // Ends this user and begins the next: logout event, a last flush, new session, new registration. The completion is told
-  // whether a request was made and everything was accepted; never called when the account is inactive or the logout event
-  // is rejected. Gate: account.
+  // Ends this user and begins the next: logout event, a last flush, new session, new registration. The completion is
+  // told whether a request was made and everything was accepted; never called when the account is inactive or the
+  // logout event is rejected. Gate: account.
   void resetUserWithCompletionBlock(std::function<void(bool success)> completion);
   void resetUser();
   void clearUserInfo();

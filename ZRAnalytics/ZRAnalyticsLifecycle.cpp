@@ -99,8 +99,8 @@ void ZRAnalytics::flushOnSessionEnd(std::string_view operation, std::function<vo
 
 void ZRAnalytics::syncOnZrvAppExitWithApplication(platform::Application& application) {
   guarded({kFile, "syncOnZrvAppExitWithApplication"}, kSyncException, [&] {
-    zrvAppExitBGTask_ = application.beginBackgroundTask("bg_zrv_app_exit",
-                                                        [this] { endBGTaskWithIdentifier(zrvAppExitBGTask_); });
+    zrvAppExitBGTask_ =
+        application.beginBackgroundTask("bg_zrv_app_exit", [this] { endBGTaskWithIdentifier(zrvAppExitBGTask_); });
     flushOnSessionEnd("syncOnZrvAppExitWithApplication", [this] { endBGTaskWithIdentifier(zrvAppExitBGTask_); });
   });
 }

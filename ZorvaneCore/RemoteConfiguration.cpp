@@ -158,6 +158,8 @@ void CoreState::applyConfiguration(const Dictionary& changes) {
 }
 
 void CoreState::refreshGates() {
+  // Of two changes at a time the answer made from both is stored last.
+  platform::MutexLock lock(gatesMutex_);
   const auto current = configuration();
   accountActive_.store(current->account_active, std::memory_order_release);
   sdkEnabled_.store(current->sdk_enabled && !choice(kChoiceSDKDisabled), std::memory_order_release);

@@ -83,6 +83,7 @@ class CoreState {
   CoreState();
   void refreshGates();
 
+  platform::Mutex gatesMutex_;  // taken before mutex_
   mutable platform::Mutex mutex_;
   std::shared_ptr<const RemoteConfiguration> configuration_ ZR_GUARDED_BY(mutex_);
   std::shared_ptr<const CoreSetup> setup_ ZR_GUARDED_BY(mutex_);

@@ -39,18 +39,28 @@ std::shared_ptr<platform::ArchivedObject> ZRUserAttribute::encodeWithCoder() con
   return coder;
 }
 
+ZRUserAttribute::Update ZRUserAttribute::updateWithNewValue(const Value& newValue, std::int64_t cachingDuration,
+                                                            Date now) const {
+  if (newValue.isNil() || !(newValue == attributeValue_)) return Update::ValueChanged;
+  std::optional<Date> expiry;
+  if (lastTracked_) expiry = Date{lastTracked_->secondsSince1970 + static_cast<double>(cachingDuration)};
+  return ZRDateUtils::isDate1EarlierToDate2(expiry, now) ? Update::DurationExpired : Update::None;
+}
+
+void ZRUserAttribute::logUpdate(Update update, const Value& newValue, std::int64_t cachingDuration) const {
+  if (update == Update::ValueChanged) {
+    logLine("Attribute value changed from (%@) to (%@)", {attributeValue_, newValue});
+  } else if (update == Update::DurationExpired) {
+    logLine("Caching duration(%ld) expired for User Attribute. \n Was last tracked on %@",
+            {cachingDuration, valueOfDate(lastTracked_)});
+  }
+}
+
 bool ZRUserAttribute::shouldUpdateAttributeWithNewValue(const Value& newValue) const {
   const std::int64_t duration = ZRConfigDataManager::sharedInstance().getUserAttributeCachingDuration();
-  if (newValue.isNil() || !(newValue == attributeValue_)) {
-    logLine("Attribute value changed from (%@) to (%@)", {attributeValue_, newValue});
-    return true;
-  }
-  std::optional<Date> expiry;
-  if (lastTracked_) expiry = Date{lastTracked_->secondsSince1970 + static_cast<double>(duration)};
-  if (!ZRDateUtils::isDate1EarlierToDate2(expiry, platform::hostServices().clock->now())) return false;
-  logLine("Caching duration(%ld) expired for User Attribute. \n Was last tracked on %@",
-          {duration, valueOfDate(lastTracked_)});
-  return true;
+  const Update update = updateWithNewValue(newValue, duration, platform::hostServices().clock->now());
+  logUpdate(update, newValue, duration);
+  return update != Update::None;
 }
 
 }  // namespace zorvane

@@ -1,6 +1,7 @@
 // One remembered user attribute.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,7 +22,11 @@ class ZRUserAttribute {
   static std::shared_ptr<ZRUserAttribute> initWithCoder(const platform::ArchivedObject& coder);
   std::shared_ptr<platform::ArchivedObject> encodeWithCoder() const;
 
-  // Whether the value is to be sent: it differs from the remembered one, or the caching duration has run out.
+  enum class Update { None, ValueChanged, DurationExpired };
+  // Whether, and why, the value is to be sent now. The caching duration in seconds.
+  Update updateWithNewValue(const Value& newValue, std::int64_t cachingDuration, Date now) const;
+  void logUpdate(Update update, const Value& newValue, std::int64_t cachingDuration) const;
+  // Both in one, with the configured duration.
   bool shouldUpdateAttributeWithNewValue(const Value& newValue) const;
 
   const std::string& attributeName() const { return attributeName_; }

@@ -1,10 +1,11 @@
 #include "ZRAnalytics/UserAttributes/ZRUserAttributeData.h"
 
 #include <algorithm>
+#include <utility>
 
-#include "Platform/HostServices.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
 
 namespace zorvane {
 namespace {
@@ -38,38 +39,25 @@ std::shared_ptr<platform::ArchivedObject> ZRUserAttributeData::encodeWithCoder()
 }
 
 bool ZRUserAttributeData::saveAttributeWithValue(const std::string& name, const Value& value) {
-  // The decisions log, so they are made on copies outside the lock. Of two threads that save one name at a time both
-  // may be told to send; the later value stays.
-  const std::vector<ZRUserAttribute> attributes = userAttributesArray();
-  bool found = false;
-  std::vector<std::size_t> due;
-  for (std::size_t i = 0; i < attributes.size(); ++i) {
-    if (attributes[i].attributeName() != name) continue;
-    found = true;
-    if (attributes[i].shouldUpdateAttributeWithNewValue(value)) due.push_back(i);
-  }
-  if (found && due.empty()) {
-    logLine("UserAttribute(%@) wasn't updated as the value(%@) is same.", {name, value});
-    return false;
-  }
+  const std::int64_t duration = ZRConfigDataManager::sharedInstance().getUserAttributeCachingDuration();
   const ZRUserAttribute fresh = *ZRUserAttribute::initWithAttributeAndValue(name, value);
-  platform::MutexLock lock(mutex_);
-  for (const std::size_t i : due) {
-    if (i < userAttributesArray_.size() && userAttributesArray_[i].attributeName() == name) {
-      userAttributesArray_[i] = fresh;
+  bool found = false;
+  // What was replaced, and why: said when the lock is free again.
+  std::vector<std::pair<ZRUserAttribute, ZRUserAttribute::Update>> replaced;
+  {
+    platform::MutexLock lock(mutex_);
+    for (ZRUserAttribute& known : userAttributesArray_) {
+      if (known.attributeName() != name) continue;
+      found = true;
+      const auto update = known.updateWithNewValue(value, duration, *fresh.lastTracked());
+      if (update != ZRUserAttribute::Update::None) replaced.emplace_back(std::exchange(known, fresh), update);
     }
+    if (!found) userAttributesArray_.push_back(fresh);
   }
-  if (!found) {
-    const auto known =
-        std::find_if(userAttributesArray_.begin(), userAttributesArray_.end(),
-                     [&](const ZRUserAttribute& attribute) { return attribute.attributeName() == name; });
-    if (known == userAttributesArray_.end()) {
-      userAttributesArray_.push_back(fresh);
-    } else {
-      *known = fresh;
-    }
-  }
-  return true;
+  for (const auto& [old, update] : replaced) old.logUpdate(update, value, duration);
+  if (!found || !replaced.empty()) return true;
+  logLine("UserAttribute(%@) wasn't updated as the value(%@) is same.", {name, value});
+  return false;
 }
 
 std::optional<Dictionary> ZRUserAttributeData::getIdentifierDict() const {

@@ -22,7 +22,7 @@ class ZRUserAttributeData {
   std::shared_ptr<platform::ArchivedObject> encodeWithCoder() const;
 
   // Remembers the value. True when it is to be sent: the name is new, the value changed, or its caching duration ran
-  // out.
+  // out. Of several threads that bring one value at a time one is told so.
   bool saveAttributeWithValue(const std::string& name, const Value& value);
 
   // {"zrv_user_id", "segment_id"}, each where cached; absent when neither is.

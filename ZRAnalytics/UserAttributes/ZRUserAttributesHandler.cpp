@@ -1,5 +1,7 @@
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 
+#include <utility>
+
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/PropertyList.h"
 #include "Platform/HostServices.h"
@@ -157,21 +159,24 @@ void ZRUserAttributesHandler::forceResetUserWithNewUserAttributeUniqueID(const s
         (void)defaults.synchronize();
         ZREventsHandler& events = ZREventsHandler::sharedInstance();
         events.saveCurrentBatch();
-        events.flushEventsInBackgroundAndResetWithCompletionBlock(false, true, [this](bool success, bool) {
+        const auto pending = std::make_shared<Value>(uniqueID);
+        events.flushEventsInBackgroundAndResetWithCompletionBlock(false, true, [this, pending](bool success, bool) {
           logLine(success ? "User Force logged out" : "User Force logged out : sync unsuccessful");
           platform::hostServices()
               .scheduler->globalQueue(platform::Priority::Default)
-              .async([this] { finishForcedReset(); });
+              .async([this, uniqueID = std::exchange(*pending, Value())] { finishForcedReset(uniqueID); });
         });
       });
 }
 
-void ZRUserAttributesHandler::finishForcedReset() {
-  guarded({kFile, "forceResetUserWithNewUserAttributeUniqueID"}, "exception : %@", [this] {
+void ZRUserAttributesHandler::finishForcedReset(const Value& requested) {
+  guarded({kFile, "forceResetUserWithNewUserAttributeUniqueID"}, "exception : %@", [&] {
     platform::hostServices().notificationCenter->post(kNotificationNameInitNewUser);
     platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-    // Nothing is left for a completion that comes twice: the text is then "(null)".
-    const std::string uniqueID = defaults.objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID).description();
+    // An update of the modules may have taken it away meanwhile, and then the requested one counts. Nothing is left for
+    // a completion that comes a second time: the text is then "(null)".
+    const Value stored = defaults.objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
+    const std::string uniqueID = (stored.isNil() ? requested : stored).description();
     if (setUserAttributeValueWithNameCheckStorage(uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) {
       logLine("User Attribute Unique ID tracked with Value %@", {uniqueID});
     } else {

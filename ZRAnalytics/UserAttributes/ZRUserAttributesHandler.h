@@ -12,21 +12,21 @@
 namespace zorvane {
 
 // Any thread. An attribute that is accepted becomes an "EVENT_ACTION_USER_ATTRIBUTE" event. The cache is kept in
-// "ZrvData/ZRUserAttributes" below the SDK's library directory, written when the application leaves the foreground, after
-// an alias and after the migration of a legacy file.
+// "ZrvData/ZRUserAttributes" below the SDK's library directory, written when the application leaves the foreground,
+// after an alias and after the migration of a legacy file.
 class ZRUserAttributesHandler {
  public:
   static ZRUserAttributesHandler& sharedHandler();
 
-  // Login. The value's "%@" text without spaces and tabs around it; a restricted one is ignored. Another ID than the cached
-  // one logs the old user out first: logout event, reset flush, new-user notification, then the new ID.
+  // Login. The value's "%@" text without spaces and tabs around it; a restricted one is ignored. Another ID than the
+  // cached one logs the old user out first: logout event, reset flush, new-user notification, then the new ID.
   void setUserAttributeUniqueID(const Value& value);
   // Alias: renames the current user without a logout.
   void updateUserAttributeUniqueID(const Value& value);
   void forceResetUserWithNewUserAttributeUniqueID(const std::string& uniqueID);
 
-  // Text or a number. With checkStorage only what changed, or whose caching duration ran out, is sent. True when an event
-  // was tracked. Gates: SDK enabled; data tracking enabled (but for "ZORVANE_PUSH_OPTED_OUT").
+  // Text or a number. With checkStorage only what changed, or whose caching duration ran out, is sent. True when an
+  // event was tracked. Gates: SDK enabled; data tracking enabled (but for "ZORVANE_PUSH_OPTED_OUT").
   bool setUserAttributeValueWithNameCheckStorage(const Value& value, const Value& name, bool checkStorage);
   // Each call sends an event. Seconds since 1970; degrees. Gate: SDK enabled.
   void setUserAttributeTimestampForKey(double secondsSince1970, const Value& name);
@@ -62,7 +62,7 @@ class ZRUserAttributesHandler {
  private:
   ZRUserAttributesHandler();
   std::shared_ptr<ZRUserAttributeData> userAttributeData() const;
-  void finishForcedReset();
+  void finishForcedReset(const Value& requested);
 
   mutable platform::Mutex dataMutex_;
   // Never null.
