@@ -54,7 +54,10 @@ std::vector<std::string> FakeService::acceptedEvents() const {
   std::vector<std::string> names;
   for (const Received& request : received_) {
     if (request.status != 200) continue;
-    for (const Json& event : request.body.at("viewsInfo")) names.push_back(event.at("EVENT_ACTION"));
+    for (const Json& event : request.body.value("viewsInfo", Json::array())) {
+      const std::string name = event.at("EVENT_ACTION");
+      if (!name.starts_with("EVENT_ACTION_") && !name.starts_with("ZRV_")) names.push_back(name);
+    }
   }
   return names;
 }

@@ -26,7 +26,7 @@ class FakeService {
 
   std::vector<Json> bodies() const;
   std::vector<std::string> paths() const;
-  // The names of the events of all accepted requests.
+  // The names of the application's own events in all accepted reports.
   std::vector<std::string> acceptedEvents() const;
 
  private:

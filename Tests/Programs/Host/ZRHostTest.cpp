@@ -1,52 +1,17 @@
 // The program as its users run it: scripts in, lines and requests out.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 
 #include <atomic>
-#include <fstream>
 #include <future>
 
-#include "HostRun.h"
-#include "System/TemporaryDirectory.h"
+#include "ZRHostFixture.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::UnorderedElementsAre;
-
-class ZRHost : public testing::Test {
- protected:
-  std::vector<std::string> arguments(std::vector<std::string> more = {}) const {
-    std::vector<std::string> all{"--data",  directory_.file("app"),    "--endpoint", service_.url(),
-                                 "--clock", "2026-11-21T10:00:00.000Z"};
-    all.insert(all.end(), more.begin(), more.end());
-    return all;
-  }
-  HostResult run(const std::vector<std::string>& script, const std::vector<std::string>& withArguments) const {
-    HostProcess host(withArguments, directory_.file("stderr"));
-    for (const std::string& line : script) host.write(line);
-    HostResult result = host.finish();
-    EXPECT_THAT(result.errors, testing::Not(HasSubstr("Sanitizer")));
-    return result;
-  }
-  HostResult run(const std::vector<std::string>& script) const { return run(script, arguments()); }
-  std::string fileWith(const std::string& name, const std::string& text) const {
-    std::ofstream(directory_.file(name)) << text;
-    return directory_.file(name);
-  }
-  std::vector<Json> linesOf(const std::string& path) const {
-    std::vector<Json> lines;
-    std::ifstream file(path);
-    for (std::string line; std::getline(file, line);) lines.push_back(Json::parse(line));
-    return lines;
-  }
-
-  zorvane::platform::TemporaryDirectory directory_;
-  FakeService service_;
-};
 
 TEST_F(ZRHost, WrongUsageIsSaidInOneLine) {
   const std::string data = directory_.file("app");
@@ -91,9 +56,17 @@ TEST_F(ZRHost, LineThatIsNoActionEndsTheScriptAndIsNamed) {
       {"[]", "not a JSON object"},
       {R"({"event": "a"})", "\"do\" is missing"},
       {R"({"do": "dance"})", "unknown action \"dance\""},
-      {R"({"do": "attribute", "key": "a", "value": 1})", "\"attribute\" is not available in this release"},
+      {R"({"do": "attribute", "key": "a", "value": 1, "date": "x"})", "\"value\" and \"date\" exclude"},
+      {R"({"do": "attribute", "key": "a", "date": 5})", "\"date\" must be text"},
+      {R"({"do": "attribute", "key": "a", "timestamp": "5"})", "\"timestamp\" must be a number"},
+      {R"({"do": "attribute", "key": "a", "location": [1, true]})", "\"location\" must be [latitude"},
+      {R"({"do": "pushPreference", "value": 1})", "\"value\" must be true or false"},
+      {R"({"do": "optOut", "what": "data"})", "\"value\" is missing"},
+      {R"({"do": "optOut", "what": "idf", "value": true})", "\"what\" must be"},
+      {R"({"do": "appStatus"})", "\"status\" is missing"},
+      {R"({"do": "appStatus", "status": 0, "version": 2})", "\"version\" must be text"},
+      {R"({"do": "sdkVersion", "version": null})", "\"version\" must be text"},
       {R"({"do": "track", "event": "a", "builder": true})", "\"track\" with \"builder\" is not available"},
-      {R"({"do": "print", "what": "identifiers"})", "is not available in this release"},
       {R"({"do": "print", "what": "weather"})", "\"weather\""},
       {R"({"do": "launch", "async": 1})", "\"async\" must be true or false"},
       {R"({"do": "track", "event": "a", "attributes": []})", "\"attributes\" must be an object"},
@@ -198,7 +171,7 @@ TEST_F(ZRHost, ValuesArriveInTheirKinds) {
        R"("dates": {"d": "2026-11-21T10:00:00.250Z", "e": 1.5}, "locations": {"l": [59.9226, 10]}})",
        R"({"do": "flush"})"});
   ASSERT_EQ(service_.bodies().size(), 1u);
-  const Json event = service_.bodies()[0].at("viewsInfo").at(0);
+  const Json event = service_.bodies()[0].at("viewsInfo").back();
   const Json& attributes = event.at("EVENT_ATTRS");
   EXPECT_TRUE(attributes.at("whole").is_number_integer());
   EXPECT_TRUE(attributes.at("half").is_number_float());
@@ -262,7 +235,7 @@ TEST_F(ZRHost, TraceTellsWhatHappensInOrder) {
   }
   EXPECT_THAT(told, ElementsAre("synchronize main standard", "synchronize main sdk",
                                 "notification main UIApplicationDidBecomeActiveNotification", "trigger inapp",
-                                "trigger messaging", "request ", "response "));
+                                "trigger messaging", "trigger inapp", "trigger messaging", "request ", "response "));
   ASSERT_EQ(requests.size(), 2u);
   EXPECT_EQ(requests[0].at("bid"), service_.bodies().at(0).at("meta").at("bid"));
   EXPECT_EQ(requests[1].at("bid"), requests[0].at("bid"));
