@@ -68,12 +68,6 @@ void playDisablePeriodicFlush(Runtime& runtime, const ScriptLine& /*line*/) {
   runtime.analytics().disablePeriodicFlush();
 }
 
-void playOptOutEvents(Runtime& /*runtime*/, const ScriptLine& line) {
-  const platform::Array* events = line.array("events");
-  if (!events) throw NotAnAction("\"events\" is missing");
-  ZREventsHandler::sharedInstance().updateSDKWhiteListedEvents(*events);
-}
-
 void playConfig(Runtime& /*runtime*/, const ScriptLine& line) {
   const platform::Dictionary* changes = line.object("set");
   if (!changes) throw NotAnAction("\"set\" is missing");
@@ -135,15 +129,16 @@ constexpr Action kActions[] = {
      "event (any value), attributes {}, dates {name: ISO text or seconds}, locations {name: [lat, lng]},\n"
      "nonInteractive, handler",
      playTrack},
-    {"attribute", "", nullptr},
-    {"uniqueID", "", nullptr},
-    {"alias", "", nullptr},
-    {"pushPreference", "", nullptr},
-    {"pushConsent", "", nullptr},
-    {"deviceAttribute", "", nullptr},
-    {"deviceModel", "", nullptr},
-    {"locale", "", nullptr},
-    {"advertisingID", "", nullptr},
+    {"attribute", "key, value; or date (ISO text), timestamp (seconds), location [lat, lng] in its place",
+     playAttribute},
+    {"uniqueID", "value", playUniqueID},
+    {"alias", "value", playAlias},
+    {"pushPreference", "value (true or false)", playPushPreference},
+    {"pushConsent", "key, value", playPushConsent},
+    {"deviceAttribute", "key, value", playDeviceAttribute},
+    {"deviceModel", "", playDeviceModel},
+    {"locale", "", playLocale},
+    {"advertisingID", "", playAdvertisingID},
     {"openURL", "url, via (\"app\" or \"facade\")", playOpenURL},
     {"sources", "sources [{}], or push {} with own", playSources},
     {"flush", "", playFlush},
@@ -151,13 +146,13 @@ constexpr Action kActions[] = {
     {"rawFlush", "background, reset", playRawFlush},
     {"interval", "seconds", playInterval},
     {"disablePeriodicFlush", "", playDisablePeriodicFlush},
-    {"reset", "", nullptr},
-    {"optOut", "", nullptr},
+    {"reset", "", playReset},
+    {"optOut", "what (\"data\", \"idfv\" or \"idfa\"), value (true or false)", playOptOut},
     {"optOutEvents", "events []", playOptOutEvents},
-    {"appStatus", "", nullptr},
-    {"sdkVersion", "", nullptr},
-    {"pushToken", "", nullptr},
-    {"updateDevice", "", nullptr},
+    {"appStatus", "status (0 installed, 1 updated), version (of the application, set first)", playAppStatus},
+    {"sdkVersion", "version (set first)", playSDKVersion},
+    {"pushToken", "", playPushToken},
+    {"updateDevice", "", playUpdateDevice},
     {"config", "set {}", playConfig},
     {"sdkState", "enabled", playSDKState},
     {"appID", "value", playAppID},
@@ -168,7 +163,10 @@ constexpr Action kActions[] = {
     {"wait", "seconds", playWait},
     {"clock", "at (ISO text)", playClock},
     {"settle", "", playSettle},
-    {"print", "what (\"session\", \"sources\", \"batches\", \"currentBatch\", \"defaults\", \"config\")", playPrint},
+    {"print",
+     "what (\"session\", \"sources\", \"identifiers\", \"userAttributes\", \"batches\", \"currentBatch\",\n"
+     "\"defaults\", \"config\")",
+     playPrint},
     {"crash", "", playCrash},
 };
 

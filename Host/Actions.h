@@ -23,10 +23,26 @@ std::span<const Action> allActions();
 // Throws NotAnAction for a name that is unknown or not available.
 const Action& actionNamed(std::string_view name);
 
-// The actions of ActionsEvents.cpp and Print.cpp.
+// The actions of ActionsEvents.cpp, ActionsUser.cpp and Print.cpp.
 void playTrack(Runtime& runtime, const ScriptLine& line);
 void playOpenURL(Runtime& runtime, const ScriptLine& line);
 void playSources(Runtime& runtime, const ScriptLine& line);
+void playAttribute(Runtime& runtime, const ScriptLine& line);
+void playUniqueID(Runtime& runtime, const ScriptLine& line);
+void playAlias(Runtime& runtime, const ScriptLine& line);
+void playPushPreference(Runtime& runtime, const ScriptLine& line);
+void playPushConsent(Runtime& runtime, const ScriptLine& line);
+void playDeviceAttribute(Runtime& runtime, const ScriptLine& line);
+void playDeviceModel(Runtime& runtime, const ScriptLine& line);
+void playLocale(Runtime& runtime, const ScriptLine& line);
+void playAdvertisingID(Runtime& runtime, const ScriptLine& line);
+void playReset(Runtime& runtime, const ScriptLine& line);
+void playOptOut(Runtime& runtime, const ScriptLine& line);
+void playOptOutEvents(Runtime& runtime, const ScriptLine& line);
+void playAppStatus(Runtime& runtime, const ScriptLine& line);
+void playSDKVersion(Runtime& runtime, const ScriptLine& line);
+void playPushToken(Runtime& runtime, const ScriptLine& line);
+void playUpdateDevice(Runtime& runtime, const ScriptLine& line);
 void playPrint(Runtime& runtime, const ScriptLine& line);
 
 // Reports the completion of the line's action.

@@ -27,13 +27,10 @@ void addDates(const Dictionary& dates, ZRProperties& properties) {
 }
 
 void addLocations(const Dictionary& locations, ZRProperties& properties) {
-  for (const auto& [name, location] : locations) {
-    const Array* pair = location.asArray();
-    if (!pair || pair->size() != 2 || !isPlainNumber(pair->front()) || !isPlainNumber(pair->back())) {
-      throw NotAnAction("\"locations\": \"" + name + "\" must be [latitude, longitude]");
-    }
+  for (const auto& [name, pair] : locations) {
+    const ScriptLine::Location location = ScriptLine::locationOf(pair, name);
     properties.addLocationAttributeWithName(
-        ZRGeoLocation::initWithLatitudeAndLongitude(pair->front().doubleValue(), pair->back().doubleValue()), name);
+        ZRGeoLocation::initWithLatitudeAndLongitude(location.latitude, location.longitude), name);
   }
 }
 

@@ -12,6 +12,7 @@
 #include "ZRAnalytics/EventManagement/ZRBatchFile.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
+#include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZorvaneCore/CoreSetup.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
@@ -26,6 +27,22 @@ Value session() {
 
 Value sources() {
   return ZRSessionManager::sharedSessionManager().getCurrentSessionSourceInfoArray();
+}
+
+Value identifiers() {
+  const auto dictionary = ZRUserAttributesHandler::sharedHandler().getIdentifierDictionary();
+  return dictionary ? Value(*dictionary) : Value(null);
+}
+
+Value userAttributes() {
+  Array all;
+  for (const ZRUserAttribute& attribute : ZRUserAttributesHandler::sharedHandler().getUserAttributesArray()) {
+    const auto lastTracked = attribute.lastTracked();
+    all.push_back(Dictionary{{"name", attribute.attributeName()},
+                             {"value", attribute.attributeValue().isNil() ? Value(null) : attribute.attributeValue()},
+                             {"lastTracked", lastTracked ? Value(*lastTracked) : Value(null)}});
+  }
+  return all;
 }
 
 // The file itself, as it stands on the disk.
@@ -74,18 +91,22 @@ Value defaults() {
 }
 
 Value config() {
-  return effectiveConfiguration();
+  Dictionary effective = effectiveConfiguration();
+  const auto locale = platform::hostServices().locale->localeIdentifier();
+  effective.set("locale", locale ? Value(*locale) : Value(null));
+  return effective;
 }
 
 struct Printed {
   std::string_view what;
-  // Null: the module does not have this yet.
   Value (*value)();
 };
 
 constexpr Printed kPrinted[] = {
-    {"session", session}, {"sources", sources},           {"identifiers", nullptr}, {"userAttributes", nullptr},
-    {"batches", batches}, {"currentBatch", currentBatch}, {"defaults", defaults},   {"config", config},
+    {"session", session},         {"sources", sources},
+    {"identifiers", identifiers}, {"userAttributes", userAttributes},
+    {"batches", batches},         {"currentBatch", currentBatch},
+    {"defaults", defaults},       {"config", config},
 };
 
 }  // namespace
@@ -94,7 +115,6 @@ void playPrint(Runtime& runtime, const ScriptLine& line) {
   const std::string what = line.requiredText("what");
   for (const Printed& printed : kPrinted) {
     if (printed.what != what) continue;
-    if (!printed.value) refuse("\"print\" of \"" + what + "\"");
     if (!line.async()) runtime.settle();
     runtime.output().write({{"line", line.number()}, {"value", printed.value()}});
     return;

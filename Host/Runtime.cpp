@@ -17,6 +17,9 @@
 #include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"
 #include "Transport/CurlTransport.h"
+#ifdef ZR_HAS_ICU
+#include "Locale/ICULocale.h"
+#endif
 
 namespace zorvane::host {
 namespace {
@@ -34,6 +37,33 @@ class ConfiguredAdvertising final : public platform::AdvertisingService {
     return identifier.isString() ? std::optional(*identifier.asString()) : std::nullopt;
   }
 };
+
+// The configured locale, else the machine's.
+class ConfiguredLocale final : public platform::LocaleService {
+ public:
+  std::optional<std::string> localeIdentifier() const override {
+    const Value name = effectiveConfiguration().objectForKey("locale");
+    return name.isString() ? platform::identifierOfLocaleName(*name.asString()) : machine_->localeIdentifier();
+  }
+  std::optional<std::string> countryCode() const override {
+    return platform::countryCodeOfLocale(localeIdentifier().value_or(""));
+  }
+  std::optional<std::string> languageCode() const override {
+    return platform::languageCodeOfLocale(localeIdentifier().value_or(""));
+  }
+
+ private:
+  const std::shared_ptr<platform::LocaleService> machine_ = platform::makeProcessLocale();
+};
+
+std::shared_ptr<platform::LocaleService> makeLocale() {
+  auto locale = std::make_shared<ConfiguredLocale>();
+#ifdef ZR_HAS_ICU
+  return makeICULocale(std::move(locale));
+#else
+  return locale;
+#endif
+}
 
 std::string madeDirectory(const std::string& path) {
   const auto made = platform::makeDirectories(path);
@@ -103,6 +133,7 @@ Runtime::Runtime(const Options& options) : output_(STDOUT_FILENO), trace_(openTr
   services.notificationCenter->setUncaughtHandler(reportUncaught);
   services.application = application_;
   services.advertising = std::make_shared<ConfiguredAdvertising>();
+  services.locale = makeLocale();
   services.directories = makeContainer(options.data);
   if (!platform::configureHost(std::move(services))) throw std::logic_error("the host's services are in use already");
   trace_.hookIn();

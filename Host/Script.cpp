@@ -81,6 +81,14 @@ ScriptLine::ScriptLine(std::int64_t number, std::string_view text) : number_(num
   async_ = flag("async");
 }
 
+ScriptLine::Location ScriptLine::locationOf(const platform::Value& value, std::string_view name) {
+  const platform::Array* pair = value.asArray();
+  if (!pair || pair->size() != 2 || !isPlainNumber(pair->front()) || !isPlainNumber(pair->back())) {
+    wrongType(name, "[latitude, longitude]");
+  }
+  return {pair->front().doubleValue(), pair->back().doubleValue()};
+}
+
 const platform::Value* ScriptLine::find(std::string_view field, bool required) const {
   const platform::Value* found = fields_.find(field);
   if (!found && required) throw NotAnAction("\"" + std::string(field) + "\" is missing");

@@ -47,6 +47,13 @@ class LineReader {
 // One action. The readers throw NotAnAction when a field of zrhost's own is missing or of the wrong type.
 class ScriptLine {
  public:
+  struct Location {
+    double latitude;
+    double longitude;
+  };
+  // Of [latitude, longitude]. Throws NotAnAction that calls the value by that name.
+  static Location locationOf(const platform::Value& value, std::string_view name);
+
   // Throws NotAnAction.
   ScriptLine(std::int64_t number, std::string_view text);
   // Blank, or a comment.

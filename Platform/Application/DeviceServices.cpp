@@ -36,10 +36,7 @@ std::optional<std::string> processLocaleIdentifier() {
   for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
     const char* text = std::getenv(variable);
     if (!text || !*text) continue;
-    const std::string_view name(text);
-    const std::string_view identifier = name.substr(0, name.find_first_of(".@"));
-    if (identifier.empty() || identifier == "C" || identifier == "POSIX") return std::nullopt;
-    return std::string(identifier);
+    return identifierOfLocaleName(text);
   }
   return std::nullopt;
 }
@@ -49,9 +46,6 @@ class ProcessLocale final : public LocaleService {
   std::optional<std::string> localeIdentifier() const override { return identifier_; }
   std::optional<std::string> countryCode() const override { return countryCodeOfLocale(identifier_.value_or("")); }
   std::optional<std::string> languageCode() const override { return languageCodeOfLocale(identifier_.value_or("")); }
-  std::optional<std::string> displayNameForCountryCode(const std::string&) const override { return std::nullopt; }
-  std::optional<std::string> displayNameForLanguageCode(const std::string&) const override { return std::nullopt; }
-  std::optional<std::string> displayNameForIdentifier(const std::string&) const override { return std::nullopt; }
 
  private:
   const std::optional<std::string> identifier_ = processLocaleIdentifier();
@@ -82,6 +76,23 @@ class ProcessTimeZone final : public TimeZone {
 };
 
 }  // namespace
+
+std::optional<std::string> LocaleService::displayNameForCountryCode(const std::string& /*code*/) const {
+  return std::nullopt;
+}
+std::optional<std::string> LocaleService::displayNameForLanguageCode(const std::string& /*code*/) const {
+  return std::nullopt;
+}
+std::optional<std::string> LocaleService::displayNameForIdentifier(const std::string& /*identifier*/) const {
+  return std::nullopt;
+}
+
+std::optional<std::string> identifierOfLocaleName(std::string_view name) {
+  std::string identifier(name.substr(0, name.find_first_of(".@")));
+  if (identifier.empty() || identifier == "C" || identifier == "POSIX") return std::nullopt;
+  std::replace(identifier.begin(), identifier.end(), '-', '_');
+  return identifier;
+}
 
 std::optional<std::string> languageCodeOfLocale(std::string_view identifier) {
   identifier = identifier.substr(0, identifier.find_first_of(".@"));

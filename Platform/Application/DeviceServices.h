@@ -28,10 +28,10 @@ class LocaleService {
   virtual std::optional<std::string> localeIdentifier() const = 0;
   virtual std::optional<std::string> countryCode() const = 0;
   virtual std::optional<std::string> languageCode() const = 0;
-  // In the locale's own language.
-  virtual std::optional<std::string> displayNameForCountryCode(const std::string& code) const = 0;
-  virtual std::optional<std::string> displayNameForLanguageCode(const std::string& code) const = 0;
-  virtual std::optional<std::string> displayNameForIdentifier(const std::string& identifier) const = 0;
+  // In the locale's own language. Defaults: not known.
+  virtual std::optional<std::string> displayNameForCountryCode(const std::string& code) const;
+  virtual std::optional<std::string> displayNameForLanguageCode(const std::string& code) const;
+  virtual std::optional<std::string> displayNameForIdentifier(const std::string& identifier) const;
 };
 
 // The device's time zone. Called from any thread.
@@ -47,8 +47,12 @@ class TimeZone {
 std::optional<std::string> languageCodeOfLocale(std::string_view identifier);
 std::optional<std::string> countryCodeOfLocale(std::string_view identifier);
 
+// The identifier in a locale's name ("de_AT.UTF-8@euro": "de_AT", "sr-Latn": "sr_Latn"): without encoding and modifier,
+// its parts joined by "_". Empty for "C", "POSIX" and "".
+std::optional<std::string> identifierOfLocaleName(std::string_view name);
+
 // The locale that the process's environment names when this is called: the first that is set of LC_ALL, LC_MESSAGES and
-// LANG, without encoding and modifier. Nothing is known of "C" and "POSIX". No display names.
+// LANG. Nothing is known of "C" and "POSIX". No display names.
 std::shared_ptr<LocaleService> makeProcessLocale();
 // The process's time zone (TZ, else the machine's) as it is when this is called. Before the year 1 and after the year
 // 9999 the zone stays as it is at that end.
