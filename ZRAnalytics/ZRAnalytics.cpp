@@ -76,6 +76,13 @@ void ZRAnalytics::updateModules() {
       logLine(success ? "Report add successful for previous sessions"
                       : "Report add unsuccessful for previous sessions");
     });
+    // A forced logout that an earlier launch could not complete.
+    platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+    const Value pending = defaults.objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
+    if (pending.isNil()) return;
+    ZRUserAttributesHandler::sharedHandler().setUserAttributeUniqueID(pending);
+    defaults.removeObjectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
+    (void)defaults.synchronize();
   });
 }
 

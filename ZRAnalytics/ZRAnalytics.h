@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 #include "Platform/Application/Application.h"
 #include "Platform/Dispatch/Mutex.h"
@@ -159,7 +160,7 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
   void syncOnZrvAppExitWithApplication(platform::Application& application);
   void syncOnSessionTerminationWithApplication(platform::Application& application);
   void deviceUpdateOnSessionTerminationWithApplication(platform::Application& application);
-  void flushOnSessionEnd(std::function<void()> atTheEnd);
+  void flushOnSessionEnd(std::string_view operation, std::function<void()> atTheEnd);
   void endBGTaskWithIdentifier(platform::BackgroundTaskId task);
 
   // Written on the main thread, read where the work ends.

@@ -82,9 +82,9 @@ void ZRAnalytics::applicationEnteredBackground() {
   });
 }
 
-void ZRAnalytics::flushOnSessionEnd(std::function<void()> atTheEnd) {
-  defaultQueue().async([atTheEnd = std::move(atTheEnd)] {
-    guarded({kFile, "flushOnSessionEnd"}, kSyncException, [&] {
+void ZRAnalytics::flushOnSessionEnd(std::string_view operation, std::function<void()> atTheEnd) {
+  defaultQueue().async([operation, atTheEnd = std::move(atTheEnd)] {
+    guarded({kFile, operation}, kSyncException, [&] {
       ZREventsHandler& events = ZREventsHandler::sharedInstance();
       events.saveCurrentBatch();
       events.flushEventsInBackgroundAndResetWithCompletionBlock(true, false, [atTheEnd](bool success, bool attempted) {
@@ -101,14 +101,14 @@ void ZRAnalytics::syncOnZrvAppExitWithApplication(platform::Application& applica
   guarded({kFile, "syncOnZrvAppExitWithApplication"}, kSyncException, [&] {
     zrvAppExitBGTask_ = application.beginBackgroundTask("bg_zrv_app_exit",
                                                         [this] { endBGTaskWithIdentifier(zrvAppExitBGTask_); });
-    flushOnSessionEnd([this] { endBGTaskWithIdentifier(zrvAppExitBGTask_); });
+    flushOnSessionEnd("syncOnZrvAppExitWithApplication", [this] { endBGTaskWithIdentifier(zrvAppExitBGTask_); });
   });
 }
 
 void ZRAnalytics::syncOnSessionTerminationWithApplication(platform::Application& application) {
   guarded({kFile, "syncOnSessionTerminationWithApplication"}, kSyncException, [&] {
     reportsBGTask_ = application.beginBackgroundTask("ZRVTask", [this] { endBGTaskWithIdentifier(reportsBGTask_); });
-    flushOnSessionEnd([this] {
+    flushOnSessionEnd("syncOnSessionTerminationWithApplication", [this] {
       // Unlike the task of the app exit, none is ended when there is none.
       if (reportsBGTask_ != platform::kNoBackgroundTask) endBGTaskWithIdentifier(reportsBGTask_);
     });
