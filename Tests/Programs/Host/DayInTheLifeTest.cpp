@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <numeric>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -25,6 +26,7 @@ struct Step {
   enum class Kind { Install, Start, Service, Action };
   Kind kind;
   std::string text;
+  std::string line;
 };
 
 // The lines of day.txt that are no comment.
@@ -42,9 +44,9 @@ std::vector<Step> daySteps() {
       {"= install ", Step::Kind::Install}, {"= start ", Step::Kind::Start}, {"= service ", Step::Kind::Service}};
   std::vector<Step> steps;
   for (const std::string& line : dayLines()) {
-    if (line.front() == '{') steps.push_back({Step::Kind::Action, line});
+    if (line.front() == '{') steps.push_back({Step::Kind::Action, line, line});
     for (const auto& [prefix, kind] : prefixes) {
-      if (line.starts_with(prefix)) steps.push_back({kind, line.substr(prefix.size())});
+      if (line.starts_with(prefix)) steps.push_back({kind, line.substr(prefix.size()), line});
     }
   }
   return steps;
@@ -100,21 +102,22 @@ class DayInTheLife : public testing::Test {
                                              "--config", directory_.file("config"), "--clock",    clock_};
     host_ = std::make_unique<HostProcess>(arguments, directory_.file("stderr"));
   }
-  // Plays an action to its end; the value or the last line that it gave.
+  void play(const Step& step) { step.kind == Step::Kind::Action ? void(play(step.text)) : prepare(step); }
+  // Plays an action to its end; the value that it gave.
   Json play(const std::string& action) {
     host_->write(action);
     Json answer;
     for (Json line = host_->readLine(); !line.is_null(); line = host_->readLine()) {
       if (line.contains("done")) break;
-      answer = line.value("value", Json());
+      if (line.contains("value")) answer = line.at("value");
     }
     return answer;
   }
   void finish() {
     if (!host_) return;
     const HostResult result = host_->finish();
-    EXPECT_EQ(result.status, 0) << result.errors;
-    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.status, 0) << result.errors;  // refused requests are said, and are no failure
+    EXPECT_THAT(result.errors, testing::Not(testing::HasSubstr("Sanitizer")));
     host_.reset();
   }
 
@@ -147,49 +150,50 @@ std::string textOf(const Json& event) {
   return text;
 }
 
+// The events of a report, one line each. What happens at the same instant on several queues has no order; whether the
+// session's end still makes it into the batch that its own sync saves has none either, so it is left out.
+std::string eventLinesOf(const Json& report) {
+  std::vector<std::string> lines;
+  for (const Json& event : report.at("viewsInfo")) {
+    if (event.at("EVENT_ACTION") == "EVENT_ACTION_IOS_SESSION_END") continue;
+    lines.push_back("<   " + std::string(event.at("EVENT_G_TIME")).substr(11, 8) + " " + textOf(event) + "\n");
+  }
+  std::sort(lines.begin(), lines.end());
+  return std::accumulate(lines.begin(), lines.end(), std::string());
+}
+
 TEST_F(DayInTheLife, ReachesTheServiceAsAWhole) {
   Numbers users;
   Numbers sessions;
-  const auto described = [&](const Request& request) {
+  const auto described = [&](const Request& request, bool registering) {
     const Json& meta = request.body.at("meta");
     std::string text = request.accepted ? "< " : "<! ";
     text += request.isDevice() ? "device" : "report of " + identifierOf(request.body);
     text += ", unique " + users.of(request.body.at("query_params").at("unique_id"));
-    if (!meta.value("dev_pref", Json::object()).empty()) text += ", preferences " + meta.at("dev_pref").dump();
-    if (request.isDevice()) {
-      for (const char* name : {"IDFV", "ADVERTISING_IDENTIFIER"}) {
-        if (request.body.contains(name)) text += ", " + std::string(name) + " " + std::string(request.body.at(name));
-      }
-      return text + "\n";
+    if (meta.contains("dev_pref")) text += ", preferences " + meta.at("dev_pref").dump();
+    for (const char* name : {"IDFV", "ADVERTISING_IDENTIFIER"}) {
+      if (request.body.contains(name)) text += ", " + std::string(name) + " " + std::string(request.body.at(name));
     }
     if (meta.contains("session")) text += ", session " + sessions.of(meta.at("session").at("session_id"));
-    if (meta.contains("dev_add_res")) text += ", registration " + std::string(meta.at("dev_add_res"));
-    // What happens at the same instant on several queues has no order.
-    std::vector<std::pair<std::string, std::string>> events;
-    for (const Json& event : request.body.at("viewsInfo")) events.emplace_back(event.at("EVENT_G_TIME"), textOf(event));
-    std::sort(events.begin(), events.end());
-    text += "\n";
-    for (const auto& [time, event] : events) text += "<   " + time.substr(11, 8) + " " + event + "\n";
-    return text;
+    if (!registering && meta.contains("dev_add_res")) text += ", registration " + std::string(meta.at("dev_add_res"));
+    return text + "\n" + (request.isDevice() ? "" : eventLinesOf(request.body));
   };
 
   std::string transcript;
-  std::string expected;
-  for (const std::string& line : dayLines()) expected += line + "\n";
   for (const Step& step : daySteps()) {
-    if (step.kind == Step::Kind::Action) {
-      play(step.text);
-      transcript += step.text + "\n";
-    } else {
-      const char* const names[] = {"install", "start", "service"};
-      transcript += "= " + std::string(names[static_cast<int>(step.kind)]) + " " + step.text + "\n";
-      prepare(step);
-    }
-    std::vector<std::string> arrived;
-    for (const Request& request : takeRequests()) arrived.push_back(described(request));
-    for (const std::string& text : arrived) transcript += text;
+    play(step);
+    transcript += step.line + "\n";
+    std::vector<Request> arrived = takeRequests();
+    // The requests of one sync run concurrently.
+    std::ranges::stable_sort(
+        arrived, {}, [](const Request& request) { return request.isDevice() ? "=" : eventLinesOf(request.body); });
+    // A registration that is repeated at this moment may or may not have been answered when a report asks.
+    const bool registering = std::ranges::any_of(arrived, &Request::isDevice);
+    for (const Request& request : arrived) transcript += described(request, registering);
   }
   finish();
+  std::string expected;
+  for (const std::string& line : dayLines()) expected += line + "\n";
   EXPECT_EQ(transcript, expected);
 }
 
@@ -243,7 +247,7 @@ void KilledDay::playKilledAt(const std::vector<Step>& steps, std::size_t killed,
   setMood("up");
   takeRequests();
   for (std::size_t i = 0; i < killed; ++i) {
-    steps[i].kind == Step::Kind::Action ? void(play(steps[i].text)) : prepare(steps[i]);
+    play(steps[i]);
   }
   Json action = Json::parse(steps[killed].text);
   action["async"] = !atRest;
@@ -271,7 +275,7 @@ void KilledDay::playKilledAt(const std::vector<Step>& steps, std::size_t killed,
   std::size_t next = killed + 1;
   for (; next < steps.size() && steps[next].kind != Step::Kind::Install && steps[next].kind != Step::Kind::Start;
        ++next) {
-    steps[next].kind == Step::Kind::Action ? void(play(steps[next].text)) : prepare(steps[next]);
+    play(steps[next]);
   }
   setMood("up");
   play(R"({"do": "save"})");
@@ -291,7 +295,7 @@ void KilledDay::playKilledAt(const std::vector<Step>& steps, std::size_t killed,
     for (const Json& event : request.body.at("viewsInfo")) {
       const Json attributes = event.value("EVENT_ATTRS", Json::object());
       if (!attributes.contains("of")) continue;
-      EXPECT_TRUE(events.insert(attributes.at("n")).second) << "twice: " << attributes;
+      EXPECT_TRUE(events.insert(attributes.at("n").get<std::int64_t>()).second) << "twice: " << attributes;
       const std::string owner = attributes.at("of");
       // Whoever is cached when a batch leaves names it: beyond its owner that can be nobody (the data was cleared), or
       // who was in the file after the kill.
