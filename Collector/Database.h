@@ -38,6 +38,10 @@ class Statement {
   bool step();
   std::int64_t integer(int column) const { return sqlite3_column_int64(statement_.get(), column); }
   std::string text(int column) const;
+  // The column's type as SQLite counts them (SQLITE_INTEGER and so on), and its name.
+  int type(int column) const { return sqlite3_column_type(statement_.get(), column); }
+  const char* name(int column) const { return sqlite3_column_name(statement_.get(), column); }
+  int columns() const { return sqlite3_column_count(statement_.get()); }
 
  private:
   void check(int code, int expected) const;

@@ -1,18 +1,33 @@
 #include "Collector/Server.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
 
 namespace zorvane::collector {
 
 namespace {
 
+constexpr std::int64_t kDefaultRows = 100;
+constexpr std::int64_t kMaximumRows = 10'000;
+
 // httplib adds these to the headers that came.
 bool isAddedHeader(const std::string& name) {
   return name == "REMOTE_ADDR" || name == "REMOTE_PORT" || name == "LOCAL_ADDR" || name == "LOCAL_PORT";
 }
 
-void setJSON(httplib::Response& response, const json& body) {
-  response.set_content(body.dump(-1, ' ', false, json::error_handler_t::replace) + "\n", "application/json");
+template <typename JSON = json>
+void setJSON(httplib::Response& response, const JSON& body) {
+  response.set_content(body.dump(-1, ' ', false, JSON::error_handler_t::replace) + "\n", "application/json");
+}
+
+// How many rows are asked for.
+std::int64_t limitOf(const httplib::Request& request) {
+  const std::string text = request.get_param_value("limit");
+  std::int64_t limit = kDefaultRows;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), limit);
+  const bool number = error == std::errc() && end == text.data() + text.size();
+  return number ? std::clamp<std::int64_t>(limit, 0, kMaximumRows) : kDefaultRows;
 }
 
 // Answers without reading what may still come, so the connection cannot be used again.
@@ -77,6 +92,15 @@ void Server::setRoutes() {
   });
   listener_.Get("/api/summary",
                 [this](const httplib::Request&, httplib::Response& response) { setJSON(response, store_.summary()); });
+  for (const View& view : allViews()) {
+    listener_.Get(std::string("/api/") + view.name,
+                  [this, &view](const httplib::Request& request, httplib::Response& response) {
+                    setJSON(response, store_.rows(view, limitOf(request)));
+                  });
+  }
+  listener_.Get("/", [](const httplib::Request&, httplib::Response& response) {
+    response.set_content(inspectorPage(), "text/html; charset=utf-8");
+  });
   listener_.set_exception_handler([](const httplib::Request&, httplib::Response& response, std::exception_ptr thrown) {
     response.status = 500;
     try {

@@ -257,4 +257,24 @@ json Store::summary() {
       {"duplicates", count("SELECT count(*) FROM requests WHERE duplicate = 1")}};
 }
 
+nlohmann::ordered_json Store::rows(const View& view, std::int64_t limit) {
+  const std::lock_guard lock(mutex_);
+  Statement statement(database_.get(), view.sql);
+  statement.bind(1, limit);
+  auto rows = nlohmann::ordered_json::array();
+  while (statement.step()) {
+    auto row = nlohmann::ordered_json::object();
+    for (int column = 0; column < statement.columns(); ++column) {
+      auto& value = row[statement.name(column)];
+      if (statement.type(column) == SQLITE_INTEGER) {
+        value = statement.integer(column);
+      } else if (statement.type(column) != SQLITE_NULL) {
+        value = statement.text(column);
+      }
+    }
+    rows.push_back(std::move(row));
+  }
+  return rows;
+}
+
 }  // namespace zorvane::collector

@@ -1,12 +1,14 @@
 // Everything that was received, in SQLite (tables: Collector/Schema.h).
 #pragma once
 
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string>
 
 #include "Collector/Checks.h"
 #include "Collector/Database.h"
+#include "Collector/Views.h"
 
 namespace zorvane::collector {
 
@@ -36,6 +38,8 @@ class Store {
   // {"requests": {STATUS: count}, "batches", "events", "sessions", "sources", "devices", "users",
   //  "signatures_checked", "signatures_bad", "duplicates"}, all of them counts over the whole database.
   json summary();
+  // The first rows of the view, objects of columns in their order, NULL as null.
+  nlohmann::ordered_json rows(const View& view, std::int64_t limit);
 
  private:
   std::int64_t addRow(const RequestRow& row, bool accepted, bool duplicate, const std::string& now);

@@ -135,6 +135,44 @@ TEST_F(ServerTest, ADeviceIsItsLastRegistration) {
   EXPECT_EQ(summary()["duplicates"], 1);
 }
 
+TEST_F(ServerTest, TheInspectorShowsUsersAndTheirDevices) {
+  start();
+  const auto rows = [this](const std::string& view) { return json::parse(client().Get("/api/" + view)->body); };
+  EXPECT_EQ(rows("users"), json::array());
+  json other = report("1-B");
+  other.erase("identifiers");
+  other["meta"]["session"]["session_id"] = "<b>S2";
+  EXPECT_EQ(postSigned("/v1/report/APP", report("1-A")), 200);
+  EXPECT_EQ(postSigned("/v1/report/APP", other), 200);
+  EXPECT_EQ(postSigned("/v1/report/APP", report("1-C")), 200);
+  json registration = device("b1", "V");
+  registration["ADVERTISING_IDENTIFIER"] = "AD";
+  EXPECT_EQ(postSigned("/v1/device/APP", registration), 200);
+
+  EXPECT_EQ(rows("users"), json::parse(R"([
+      {"app_id": "APP", "user_id": "42", "segment_id": "seg", "devices": 1, "sessions": 1, "batches": 2, "events": 4,
+       "first_batch": "now", "last_batch": "now"},
+      {"app_id": "APP", "user_id": null, "segment_id": null, "devices": 1, "sessions": 1, "batches": 1, "events": 2,
+       "first_batch": "now", "last_batch": "now"}])"));
+  json devices = rows("devices");
+  devices.at(0).erase("received_at");
+  EXPECT_EQ(devices, json::parse(R"([{"app_id": "APP", "unique_id": "device-1", "idfv": "V", "advertising_id": "AD",
+      "preferences": "{\"push_p\":true}", "query_params": "{\"unique_id\":\"device-1\"}", "registrations": 1,
+      "request_time": "now", "batches": 3}])"));
+  EXPECT_EQ(rows("sessions").at(0).at("session_id"), "<b>S2");
+  EXPECT_EQ(rows("sessions").at(1).at("sources"), "mail / -, ad / -");
+  EXPECT_EQ(rows("events").at(0).at("name"), "Left");
+  EXPECT_EQ(rows("events?limit=2").size(), 2u);
+  EXPECT_EQ(rows("events?limit=all").size(), 6u);
+  EXPECT_EQ(rows("sources").size(), 4u);
+  EXPECT_EQ(rows("batches").at(0).at("bid"), "1-C");
+  EXPECT_EQ(rows("requests").at(0).at("service"), "device");
+  EXPECT_EQ(client().Get("/api/colours")->status, 404);
+
+  const std::string page = client().Get("/")->body;
+  for (const View& view : allViews()) EXPECT_NE(page.find('"' + std::string(view.name) + '"'), page.npos) << view.name;
+}
+
 TEST_F(ServerTest, RefusedRequestsAreCountedAndLeaveNothingElse) {
   start();
   json unsignedBody = report("1-A");

@@ -1,0 +1,118 @@
+#include "Collector/Views.h"
+
+namespace zorvane::collector {
+namespace {
+
+constexpr View kViews[] = {
+    {"users",
+     "SELECT app_id, user_id, segment_id, count(DISTINCT unique_id) AS devices, count(DISTINCT session_id) AS "
+     "sessions, count(*) AS batches, sum((SELECT count(*) FROM events WHERE batch = batches.id)) AS events, "
+     "min(request_time) AS first_batch, max(request_time) AS last_batch FROM batches "
+     "GROUP BY app_id, user_id, segment_id ORDER BY max(id) DESC LIMIT ?"},
+    {"devices",
+     "SELECT app_id, unique_id, idfv, advertising_id, preferences, query_params, registrations, request_time, "
+     "(SELECT count(*) FROM batches WHERE batches.app_id = devices.app_id AND batches.unique_id = devices.unique_id) "
+     "AS batches, received_at FROM devices ORDER BY received_at DESC, unique_id LIMIT ?"},
+    {"sessions",
+     "SELECT sessions.session_id, sessions.start_time, sessions.app_id, user_id, (SELECT group_concat(coalesce(source, "
+     "'-') || ' / ' || coalesce(medium, '-'), ', ') FROM sources WHERE sources.session_id = sessions.session_id) AS "
+     "sources FROM sessions JOIN batches ON batches.id = first_batch ORDER BY first_batch DESC LIMIT ?"},
+    {"sources",
+     "SELECT session_id, source, medium, campaign_name, campaign_id, term, content, source_url, extras FROM sources "
+     "ORDER BY id DESC LIMIT ?"},
+    {"batches",
+     "SELECT id, bid, app_id, user_id, segment_id, unique_id, session_id, request_time, (SELECT count(*) FROM events "
+     "WHERE batch = batches.id) AS events, received_at FROM batches ORDER BY id DESC LIMIT ?"},
+    {"events",
+     "SELECT events.id, name, user_id, session_id, gmt_time, local_time, non_interactive, raw, batch FROM events "
+     "JOIN batches ON batches.id = batch ORDER BY events.id DESC LIMIT ?"},
+    {"requests",
+     "SELECT id, received_at, service, app_id, status, signature, bid, duplicate, bytes, error FROM requests "
+     "ORDER BY id DESC LIMIT ?"},
+};
+
+}  // namespace
+
+std::span<const View> allViews() {
+  return kViews;
+}
+
+const char* inspectorPage() {
+  return R"html(<!DOCTYPE html>
+<html lang="en">
+<meta charset="utf-8">
+<title>zrcollector</title>
+<style>
+  body { font: 14px/1.4 system-ui, sans-serif; margin: 1.5em; color: #222; }
+  dl { display: flex; flex-wrap: wrap; gap: .5em 2em; }
+  dt { color: #666; } dd { margin: 0; font-size: 1.5em; }
+  button { font: inherit; padding: .3em .8em; margin: 0 .3em 1em 0; border: 1px solid #bbb; background: #fff; }
+  button[aria-pressed=true] { background: #222; color: #fff; }
+  table { border-collapse: collapse; font-size: 13px; }
+  th, td { text-align: left; vertical-align: top; padding: .25em .8em .25em 0; border-bottom: 1px solid #ddd; }
+  td { max-width: 40em; overflow-wrap: anywhere; }
+  .none { color: #aaa; }
+</style>
+<h1>zrcollector</h1>
+<dl id="summary"></dl>
+<nav id="views"></nav>
+<p id="note"></p>
+<table id="rows"></table>
+<script>
+const limit = 200;
+const views = ["users", "devices", "sessions", "sources", "batches", "events", "requests"];
+const byId = id => document.getElementById(id);
+const add = (parent, tag, text) => {
+  const element = parent.appendChild(document.createElement(tag));
+  if (text !== undefined) element.textContent = text;
+  return element;
+};
+const get = async name => {
+  const answer = await fetch("/api/" + name);
+  if (!answer.ok) throw new Error("/api/" + name + ": HTTP status " + answer.status);
+  return answer.json();
+};
+let shown = views.includes(location.hash.slice(1)) ? location.hash.slice(1) : "users";
+async function refresh() {
+  const asked = shown;
+  try {
+    const [summary, rows] = await Promise.all([get("summary"), get(asked + "?limit=" + limit)]);
+    if (asked !== shown) return;
+    byId("summary").replaceChildren();
+    for (const [key, value] of Object.entries(summary)) {
+      const part = add(byId("summary"), "div");
+      add(part, "dt", key.replaceAll("_", " "));
+      add(part, "dd", typeof value === "object" ? Object.entries(value).map(e => e.join(": ")).join(", ") : value);
+    }
+    byId("note").textContent = rows.length === limit ? "the newest " + limit : rows.length ? "" : "none yet";
+    byId("rows").replaceChildren();
+    if (!rows.length) return;
+    const head = add(byId("rows"), "tr");
+    for (const key of Object.keys(rows[0])) add(head, "th", key.replaceAll("_", " "));
+    for (const row of rows) {
+      const line = add(byId("rows"), "tr");
+      for (const value of Object.values(row)) add(line, "td", value ?? "–").className = value === null ? "none" : "";
+    }
+  } catch (error) {
+    byId("note").textContent = error.message;
+  }
+}
+for (const view of views) {
+  add(byId("views"), "button", view).onclick = () => {
+    shown = location.hash = view;
+    mark();
+    refresh();
+  };
+}
+function mark() {
+  for (const button of byId("views").children) button.setAttribute("aria-pressed", button.textContent === shown);
+}
+mark();
+refresh();
+setInterval(refresh, 3000);
+</script>
+</html>
+)html";
+}
+
+}  // namespace zorvane::collector
