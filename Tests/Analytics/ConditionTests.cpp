@@ -126,6 +126,8 @@ TEST_F(ConditionTest, KindsThatNoServiceSendsAreRead) {
   Dictionary day{{"data_type", "datetime"}, {"operator", "on"}, {"value", URL{"2026-11-21T10:00:00.000Z"}}};
   expectOutcome("holds", day, kStart * 1000);
   expectOutcome("fails", day, std::nan(""));  // no day at all
+  day.set("value", "no day either");
+  expectOutcome("fails", day, std::nan(""));
   day.set("operator", "today");
   expectOutcome("fails", day, HUGE_VAL);
   day.set("value", Date{kStart});  // its text is none of the pattern
