@@ -1,6 +1,7 @@
 // What a script can do.
 #pragma once
 
+#include <memory>
 #include <span>
 #include <string_view>
 
@@ -23,10 +24,11 @@ std::span<const Action> allActions();
 // Throws NotAnAction for a name that is unknown or not available.
 const Action& actionNamed(std::string_view name);
 
-// The actions of ActionsEvents.cpp, ActionsUser.cpp and Print.cpp.
+// The actions of ActionsEvents.cpp, ActionsConditions.cpp, ActionsUser.cpp and Print.cpp.
 void playTrack(Runtime& runtime, const ScriptLine& line);
 void playOpenURL(Runtime& runtime, const ScriptLine& line);
 void playSources(Runtime& runtime, const ScriptLine& line);
+void playCondition(Runtime& runtime, const ScriptLine& line);
 void playAttribute(Runtime& runtime, const ScriptLine& line);
 void playUniqueID(Runtime& runtime, const ScriptLine& line);
 void playAlias(Runtime& runtime, const ScriptLine& line);
@@ -44,6 +46,9 @@ void playSDKVersion(Runtime& runtime, const ScriptLine& line);
 void playPushToken(Runtime& runtime, const ScriptLine& line);
 void playUpdateDevice(Runtime& runtime, const ScriptLine& line);
 void playPrint(Runtime& runtime, const ScriptLine& line);
+
+// An event's properties as the line's fields describe them; null when it has none of them.
+std::shared_ptr<const ZRProperties> propertiesOf(const ScriptLine& line);
 
 // Reports the completion of the line's action.
 void printCompletion(Runtime& runtime, std::string_view operation, std::int64_t line,

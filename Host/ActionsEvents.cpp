@@ -34,7 +34,8 @@ void addLocations(const Dictionary& locations, ZRProperties& properties) {
   }
 }
 
-// Null when the line has nothing for an event's properties.
+}  // namespace
+
 std::shared_ptr<const ZRProperties> propertiesOf(const ScriptLine& line) {
   const bool nonInteractive = line.flag("nonInteractive");
   const Dictionary* attributes = line.object("attributes");
@@ -50,8 +51,6 @@ std::shared_ptr<const ZRProperties> propertiesOf(const ScriptLine& line) {
   if (locations) addLocations(*locations, *properties);
   return properties;
 }
-
-}  // namespace
 
 void playTrack(Runtime& runtime, const ScriptLine& line) {
   if (line.flag("builder")) refuse("\"track\" with \"builder\"");
