@@ -24,10 +24,12 @@ std::span<const Action> allActions();
 // Throws NotAnAction for a name that is unknown or not available.
 const Action& actionNamed(std::string_view name);
 
-// The actions of ActionsEvents.cpp, ActionsConditions.cpp, ActionsUser.cpp and Print.cpp.
+// The actions of ActionsEvents.cpp, ActionsConditions.cpp, ActionsLinks.cpp, ActionsUser.cpp and Print.cpp.
 void playTrack(Runtime& runtime, const ScriptLine& line);
 void playOpenURL(Runtime& runtime, const ScriptLine& line);
 void playSources(Runtime& runtime, const ScriptLine& line);
+void playSwizzle(Runtime& runtime, const ScriptLine& line);
+void playUnswizzle(Runtime& runtime, const ScriptLine& line);
 void playCondition(Runtime& runtime, const ScriptLine& line);
 void playAttribute(Runtime& runtime, const ScriptLine& line);
 void playUniqueID(Runtime& runtime, const ScriptLine& line);

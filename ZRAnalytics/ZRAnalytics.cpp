@@ -5,6 +5,7 @@
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
+#include "ZRAnalytics/Utils/AppDelegateSwizzler/ZRAppDelegateAnalyticsProxy.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
@@ -58,6 +59,20 @@ void ZRAnalytics::initializeAnalytics() {
   guarded({kFile, "initializeAnalytics"}, "exception while initializing Analytics: %@", [this] {
     trackAdvertisingIdentifier();
     updateModules();
+    platform::MainQueue& mainQueue = platform::hostServices().scheduler->mainQueue();
+    if (mainQueue.isCurrent()) {
+      configureAppDelegateProxy();
+    } else {
+      mainQueue.async([this] { configureAppDelegateProxy(); });
+    }
+  });
+}
+
+void ZRAnalytics::configureAppDelegateProxy() {
+  guarded({kFile, "configureAppDelegateProxy"}, "Exception while configuring app delegate proxy : %@", [] {
+    if (!isAccountActive() || !ZRAppDelegateAnalyticsProxy::canSwizzleMethods()) return;
+    logLine("Set proxy for Open URL callbacks");
+    ZRAppDelegateAnalyticsProxy::sharedProxy().swizzleMethodsIfPossible();
   });
 }
 
@@ -93,6 +108,11 @@ void ZRAnalytics::trackEventWithProperties(const Value& name, std::shared_ptr<co
                                                                                     nullptr);
     });
   });
+}
+
+void ZRAnalytics::trackEventBuilderPayload(const Value& name, const std::shared_ptr<const ZRPayloadBuilder>& builder) {
+  guarded({kFile, "trackEventBuilderPayload"}, "exception is %@",
+          [&] { trackEventWithProperties(name, builder ? builder->getProperties() : nullptr); });
 }
 
 void ZRAnalytics::flushWithCompletionBlock(std::function<void(bool)> completion) {

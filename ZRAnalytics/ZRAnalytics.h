@@ -11,6 +11,7 @@
 #include "Platform/Application/Application.h"
 #include "Platform/Dispatch/Mutex.h"
 #include "ZRAnalytics/SessionAndSource/ZRSession.h"
+#include "ZRAnalytics/Utils/PayloadBuilder/ZRPayloadBuilder.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
 #include "ZorvaneCore/ZREventTriggerDelegate.h"
 #include "ZorvaneCore/ZorvaneCore.h"
@@ -29,7 +30,8 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
 
   // --- Start
 
-  // Once, after the core is set up.
+  // Once, after the core is set up. Where the host allows it, opened URLs and web activities are seen without its help
+  // afterwards (from the main thread: at once).
   void initializeAnalytics();
   // For the start and every return to the foreground: refreshes the session and sends what earlier sessions left.
   // Gate: account.
@@ -40,6 +42,8 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
   // Records the event (its name is text) with its properties, or none, and returns; it is sent with its batch. Two
   // events of one thread may be recorded in either order. Gates: account, SDK.
   void trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties);
+  // The same with what the builder holds now; null: without properties.
+  void trackEventBuilderPayload(const Value& name, const std::shared_ptr<const ZRPayloadBuilder>& builder);
 
   // --- The user
 
@@ -106,7 +110,8 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
 
   // --- Deep links and traffic sources
 
-  // A URL that opened the application; absent does nothing. Gates: account, SDK.
+  // A URL that opened the application; absent does nothing. Leaves it to the application delegate proxy where that is
+  // in place. Gates: account, SDK.
   void processURL(const std::optional<URL>& url);
   // Sources of the current visit, in the order of their weight. Gates: account, SDK.
   void updateSourcesForCurrentSession(const std::optional<ZRSourceArray>& sources);
@@ -154,6 +159,8 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
   ZRAnalytics() = default;
   void migrateSDKUserDefaultsInfo();
   void addObserverForApplicationLifeCycle();
+  // Main thread.
+  void configureAppDelegateProxy();
   void sessionStarted();
   void smartTriggerForAppStatus(std::int64_t status);
 

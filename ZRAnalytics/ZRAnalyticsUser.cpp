@@ -7,12 +7,12 @@
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZRAnalytics/Utils/ZRISODate.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
-#include "ZorvaneCore/ZRDateUtils.h"
 
 namespace zorvane {
 namespace {
@@ -79,10 +79,7 @@ void ZRAnalytics::setUserAttributeDateForKey(std::optional<Date> date, const Val
 void ZRAnalytics::setUserAttributeISODateStringForKey(const Value& text, const Value& key) {
   guarded({kFile, "setUserAttributeISODateStringForKey"}, "exception : %@", [&] {
     if (!ZRAnalyticsUtils::shouldTrackUserAttribute() || text.isNil()) return;
-    if (!text.isString()) throw ValueError("the date is no text: " + text.description());
-    const std::string& iso = *text.asString();
-    auto date = ZRDateUtils::getDateForStringWithFormatAndForGMTTimeZone(iso, kZRDateFormatISO8601, true);
-    if (!date) date = ZRDateUtils::getDateForStringWithFormatAndForGMTTimeZone(iso, kZRDateFormatISO8601MilliSec, true);
+    const auto date = dateOfISOText(text);
     if (!date) return;
     globalQueue(platform::Priority::Default).async([seconds = date->secondsSince1970, key] {
       ZRUserAttributesHandler::sharedHandler().setUserAttributeTimestampForKey(seconds, key);

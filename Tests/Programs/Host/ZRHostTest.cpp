@@ -66,7 +66,7 @@ TEST_F(ZRHost, LineThatIsNoActionEndsTheScriptAndIsNamed) {
       {R"({"do": "appStatus"})", "\"status\" is missing"},
       {R"({"do": "appStatus", "status": 0, "version": 2})", "\"version\" must be text"},
       {R"({"do": "sdkVersion", "version": null})", "\"version\" must be text"},
-      {R"({"do": "track", "event": "a", "builder": true})", "\"track\" with \"builder\" is not available"},
+      {R"({"do": "track", "event": "a", "builder": 1})", "\"builder\" must be true or false"},
       {R"({"do": "print", "what": "weather"})", "\"weather\""},
       {R"({"do": "launch", "async": 1})", "\"async\" must be true or false"},
       {R"({"do": "track", "event": "a", "attributes": []})", "\"attributes\" must be an object"},
@@ -219,6 +219,53 @@ TEST_F(ZRHost, LinksAndPushesBecomeSources) {
               ElementsAre(Json::array({{{"source", "mail"}, {"source_url", "shop://a?utm_source=mail"}}}),
                           Json::array({{{"medium", "push"}}}), Json::array({{{"source", "own"}}}),
                           Json::array({{{"source", "x"}}, {{"source", "y"}}})));
+}
+
+TEST_F(ZRHost, OpenedURLsGoThroughTheProxyWhileItIsRegistered) {
+  const struct {
+    std::vector<std::string> script;
+    std::size_t seen;  // of the links opened via "app", "proxy", "activity", "facade"
+  } cases[] = {{{R"({"do": "launch"})"}, 3},
+               {{R"({"do": "launch"})", R"({"do": "unswizzle"})", R"({"do": "swizzle"})"}, 0},
+               {{}, 2},
+               {{R"({"do": "swizzle"})"}, 3}};
+  for (const auto& [before, seen] : cases) {
+    std::vector<std::string> script = before;
+    for (const char* via : {"app", "proxy", "activity", "facade"}) {
+      script.push_back(Json{{"do", "openURL"}, {"via", via}, {"url", std::string("a:b?source=") + via}}.dump());
+    }
+    const std::string trace = directory_.file("trace");
+    std::ofstream{trace};
+    EXPECT_EQ(run(script, arguments({"--trace", trace})).status, 0);
+    std::size_t incoming = 0;
+    for (const Json& line : linesOf(trace)) {
+      if (line.value("message", "").starts_with("Incoming URL")) ++incoming;
+    }
+    EXPECT_EQ(incoming, seen) << before.size();
+  }
+}
+
+TEST_F(ZRHost, BuilderKeepsItsScalesAndRefusals) {
+  const std::string event = R"({"do": "track", "event": "e", "attributes": {"n": 1}, "dates": {"iso":)"
+                            R"( "1970-01-01T00:00:02Z", "s": 1.5}, "locations": {"p": [1, 2], "q": [0, 2]},)"
+                            R"( "nonInteractive": true, "builder": )";
+  const HostResult result = run({R"({"do": "launch"})", event + "true}", event + R"(true, "handler": true})",
+                                 event + "false}", R"({"do": "print", "what": "currentBatch"})"});
+  std::vector<Json> records;
+  const Json batch = result.values().at(0);
+  for (const Json& record : batch) {
+    if (record.at("EVENT_ACTION") == "e") records.push_back(record);
+  }
+  ASSERT_EQ(records.size(), 3u);
+  const Json built =
+      Json::parse(R"({"timestamp": [{"iso": 2000000.0}, {"s": 1500.0}], "location": [{"p": "1.000000,2.000000"}]})");
+  EXPECT_EQ(records[0].at("EVENT_ATTRS"), Json::parse(R"({"n": 1})"));
+  EXPECT_EQ(records[0].at("EVENT_ATTRS_CUST"), built);
+  EXPECT_EQ(records[0].at("N_I_E"), 1);
+  EXPECT_EQ(records[1].at("EVENT_ATTRS_CUST"), built);
+  EXPECT_EQ(records[2].at("EVENT_ATTRS_CUST"),
+            Json::parse(R"({"timestamp": [{"iso": 2000.0}, {"s": 1500.0}],)"
+                        R"( "location": [{"p": "1.000000,2.000000"}, {"q": "0.000000,2.000000"}]})"));
 }
 
 TEST_F(ZRHost, TraceTellsWhatHappensInOrder) {

@@ -2,9 +2,10 @@
 
 #include "Platform/Values/Text.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Utils/ZRISODate.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
-#include "ZorvaneCore/ZRDateUtils.h"
 #include "ZorvaneCore/ZRDictionaryUtils.h"
 
 namespace zorvane {
@@ -109,12 +110,7 @@ void ZRProperties::addDateISOStringAttributeWithName(const Value& value, const V
   guarded({kFile, "addDateISOStringAttributeWithName", 169}, "Exception while setting ISO date attribute", [&] {
     if (!isUsableName(name)) return;
     if (!isPresent(!value.isNil(), "Date attribute Value cannot be nil, not tracking %@", name)) return;
-    if (!value.isString()) throw ValueError("the date is no text: " + value.description());
-    auto date = ZRDateUtils::getDateForStringWithFormatAndForGMTTimeZone(*value.asString(), kZRDateFormatISO8601, true);
-    if (!date) {
-      date = ZRDateUtils::getDateForStringWithFormatAndForGMTTimeZone(*value.asString(), kZRDateFormatISO8601MilliSec,
-                                                                      true);
-    }
+    const auto date = dateOfISOText(value);
     if (!date) {
       logLine("Date attribute value(%@) tracked with wrong format. Valid format is: %@", {value, kZRDateFormatISO8601});
       return;
