@@ -9,8 +9,9 @@
 //               a bid cannot be told from another, so each of them is a row.
 //   events      the batch's records in their order, position counting from 0; raw is the whole record, attributes its
 //               "EVENT_ATTRS", both JSON.
-//   attributes  one row per attribute of an event. section: "plain", "timestamp" or "location". type: "text", "integer",
-//               "real", "boolean", "null" or "json"; value has SQLite's type for it (booleans 0 and 1; json its text).
+//   attributes  one row per attribute of an event. section: "plain", "timestamp" or "location". type: "text",
+//               "integer", "real", "boolean", "null" or "json"; value has SQLite's type for it (booleans 0 and 1; json
+//               its text).
 //   sessions    one row per session identifier, of the first batch that named it.
 //   sources     one row per source of a session ("" where the batch had none), however many batches repeat it.
 //   devices     one row per device (application and unique identifier; the bid in place of a missing one), as its last
