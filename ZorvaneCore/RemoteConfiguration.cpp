@@ -198,20 +198,25 @@ void CoreState::setChoice(std::string_view key, Value value) {
 
 ZRSDKConfiguration CoreState::sdkConfiguration() {
   ZRSDKConfiguration configuration;
-  configuration.setOptOutIDFVTracking(choice("idfv_tracking_opted_out"));
-  configuration.setOptOutIDFATracking(choice("idfa_tracking_opted_out"));
-  configuration.setAnalyticsDisablePeriodicFlush(choice("periodic_flush_disabled"));
+  configuration.optOutIDFVTracking_.value = choice("idfv_tracking_opted_out");
+  configuration.optOutIDFATracking_.value = choice("idfa_tracking_opted_out");
+  configuration.analyticsDisablePeriodicFlush_.value = choice("periodic_flush_disabled");
   const Value duration = choices_.objectForKey("periodic_flush_duration");
-  if (duration.asInteger()) configuration.setAnalyticsPeriodicFlushDuration(*duration.asInteger());
+  if (duration.asInteger()) configuration.analyticsPeriodicFlushDuration_.value = *duration.asInteger();
   return configuration;
 }
 
 void CoreState::setSdkConfiguration(const ZRSDKConfiguration& configuration) {
-  choices_.setObjectForKey(configuration.optOutIDFVTracking(), "idfv_tracking_opted_out");
-  choices_.setObjectForKey(configuration.optOutIDFATracking(), "idfa_tracking_opted_out");
-  choices_.setObjectForKey(configuration.analyticsDisablePeriodicFlush(), "periodic_flush_disabled");
-  const auto duration = configuration.analyticsPeriodicFlushDuration();
-  setChoice("periodic_flush_duration", duration ? Value(*duration) : Value());
+  const auto keep = [this](const auto& chosen, std::string_view key) {
+    if (chosen.changed) choices_.setObjectForKey(chosen.value, key);
+  };
+  keep(configuration.optOutIDFVTracking_, "idfv_tracking_opted_out");
+  keep(configuration.optOutIDFATracking_, "idfa_tracking_opted_out");
+  keep(configuration.analyticsDisablePeriodicFlush_, "periodic_flush_disabled");
+  const auto& duration = configuration.analyticsPeriodicFlushDuration_;
+  if (duration.changed) choices_.setObjectForKey(*duration.value, "periodic_flush_duration");
+  // A choice that cannot be written holds until the process ends, and goes with the next one.
+  (void)choices_.writeChanges();
 }
 
 void configureCore(CoreSetup setup) {

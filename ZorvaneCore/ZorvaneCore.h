@@ -20,21 +20,28 @@ class ZRAppIDUpdateDelegate {
 // The SDK's configuration as the application chose it; kept over restarts.
 class ZRSDKConfiguration {
  public:
-  bool optOutIDFVTracking() const { return optOutIDFVTracking_; }
-  void setOptOutIDFVTracking(bool optOut) { optOutIDFVTracking_ = optOut; }
-  bool optOutIDFATracking() const { return optOutIDFATracking_; }
-  void setOptOutIDFATracking(bool optOut) { optOutIDFATracking_ = optOut; }
-  bool analyticsDisablePeriodicFlush() const { return analyticsDisablePeriodicFlush_; }
-  void setAnalyticsDisablePeriodicFlush(bool disable) { analyticsDisablePeriodicFlush_ = disable; }
+  bool optOutIDFVTracking() const { return optOutIDFVTracking_.value; }
+  void setOptOutIDFVTracking(bool optOut) { optOutIDFVTracking_ = {optOut, true}; }
+  bool optOutIDFATracking() const { return optOutIDFATracking_.value; }
+  void setOptOutIDFATracking(bool optOut) { optOutIDFATracking_ = {optOut, true}; }
+  bool analyticsDisablePeriodicFlush() const { return analyticsDisablePeriodicFlush_.value; }
+  void setAnalyticsDisablePeriodicFlush(bool disable) { analyticsDisablePeriodicFlush_ = {disable, true}; }
   // Seconds; absent while the application has not chosen one.
-  std::optional<std::int64_t> analyticsPeriodicFlushDuration() const { return analyticsPeriodicFlushDuration_; }
-  void setAnalyticsPeriodicFlushDuration(std::int64_t seconds) { analyticsPeriodicFlushDuration_ = seconds; }
+  std::optional<std::int64_t> analyticsPeriodicFlushDuration() const { return analyticsPeriodicFlushDuration_.value; }
+  void setAnalyticsPeriodicFlushDuration(std::int64_t seconds) { analyticsPeriodicFlushDuration_ = {seconds, true}; }
 
  private:
-  bool optOutIDFVTracking_ = false;
-  bool optOutIDFATracking_ = false;
-  bool analyticsDisablePeriodicFlush_ = false;
-  std::optional<std::int64_t> analyticsPeriodicFlushDuration_;
+  friend class CoreState;
+  template <typename T>
+  struct Choice {
+    T value{};
+    // Set on this object: what was not is left as it is when the configuration is stored.
+    bool changed = false;
+  };
+  Choice<bool> optOutIDFVTracking_;
+  Choice<bool> optOutIDFATracking_;
+  Choice<bool> analyticsDisablePeriodicFlush_;
+  Choice<std::optional<std::int64_t>> analyticsPeriodicFlushDuration_;
 };
 
 // Thread-safe.
@@ -49,7 +56,7 @@ class ZorvaneCore {
   bool isDeviceUniqueIDPresentInKeyChain() const;
 
   ZRSDKConfiguration getDefaultSDKConfiguration() const;
-  // Keeps the configuration; the completion (or none) is called later, on a global queue.
+  // Keeps what was set on the configuration; the completion (or none) is called later, on a global queue.
   void updateSDKConfigWithCompletionBlock(const ZRSDKConfiguration& configuration, std::function<void()> completion);
 
  private:

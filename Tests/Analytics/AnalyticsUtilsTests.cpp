@@ -68,16 +68,6 @@ TEST_F(AnalyticsUtilsTest, ReportsNameOnlyThePreferencesThatAreOff) {
   EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(true), (Dictionary{{"e_t_p", false}}));
 }
 
-TEST_F(AnalyticsUtilsTest, UserAttributesNeedAccountTrackingAndSDK) {
-  start();
-  for (int open = 0; open < 8; ++open) {
-    updateRemoteConfiguration({{"account_active", (open & 1) != 0},
-                               {"data_tracking_enabled", (open & 2) != 0},
-                               {"sdk_enabled", (open & 4) != 0}});
-    EXPECT_EQ(ZRAnalyticsUtils::shouldTrackUserAttribute(), open == 7) << open;
-  }
-}
-
 class AdvertisingAnswer final : public platform::AdvertisingService {
  public:
   int trackingAuthorizationStatus() const override { return status; }
@@ -119,12 +109,6 @@ TEST_F(AnalyticsUtilsTest, TheSavedAdvertisingIdentifierIsWrittenThroughAndNotLo
   const auto file = platform::parsePropertyList(readAll((directory_ / "Defaults/sdk.plist").string()));
   ASSERT_TRUE(file);
   EXPECT_EQ(file.value(), (Dictionary{{"ZRV_ADVERTISING_ID", "A"}}));
-}
-
-TEST_F(AnalyticsUtilsTest, TheProxyStaysConfigured) {
-  EXPECT_FALSE(ZRAnalyticsUtils::isAppDelegateProxyConfigured());
-  ZRAnalyticsUtils::appDelegateProxyConfigured();
-  EXPECT_TRUE(ZRAnalyticsUtils::isAppDelegateProxyConfigured());
 }
 
 }  // namespace

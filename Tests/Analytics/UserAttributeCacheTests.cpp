@@ -4,8 +4,6 @@
 namespace zorvane::testing {
 namespace {
 
-constexpr std::string_view kClasses[] = {"ZRUserAttributeData", "ZRUserAttribute"};
-
 class UserAttributeCacheTest : public ModuleTest {
  protected:
   void SetUp() override { start({{"user_attribute_caching_duration", 100}}); }
@@ -59,36 +57,6 @@ TEST_F(UserAttributeCacheTest, AnEqualValueIsSentAgainAfterTheCachingDuration) {
               std::vector{sent ? "Caching duration(" + std::to_string(duration) +
                                      ") expired for User Attribute. \n Was last tracked on 2026-11-21 10:00:00 +0000"
                                : "UserAttribute(a) wasn't updated as the value(x) is same."});
-  }
-}
-
-TEST_F(UserAttributeCacheTest, TheTwoIdentifiersAreAnsweredWhenCached) {
-  EXPECT_FALSE(cache_.getIdentifierDict());
-  EXPECT_TRUE(cache_.getUserAttrUniqueID().isNil());
-  cache_.saveAttributeWithValue("zrv_user_id", "no");
-  cache_.saveAttributeWithValue("USER_ATTRIBUTE_SEGMENT_ID", 7);
-  EXPECT_EQ(cache_.getIdentifierDict(), (Dictionary{{"segment_id", 7}}));
-  cache_.saveAttributeWithValue("USER_ATTRIBUTE_UNIQUE_ID", "u");
-  EXPECT_EQ(cache_.getIdentifierDict(), (Dictionary{{"zrv_user_id", "u"}, {"segment_id", 7}}));
-  EXPECT_EQ(cache_.getUserAttrUniqueID(), "u");
-}
-
-TEST_F(UserAttributeCacheTest, AnArchiveKeepsOrderValuesAndTimes) {
-  cache_.saveAttributeWithValue("b", Array{1, 2.5, Dictionary{{"k", true}}});
-  clock_->advance(0.25);
-  cache_.saveAttributeWithValue("a", Date{12.5});
-  cache_.saveAttributeWithValue("c", "x");
-  cache_.saveAttributeWithValue("b", 1);
-  const auto root =
-      platform::unarchiveRootObject(platform::archiveRootObject(cache_.encodeWithCoder()), kClasses[0], kClasses);
-  ASSERT_TRUE(root);
-  const auto read = ZRUserAttributeData::initWithCoder(*root.value())->userAttributesArray();
-  const auto kept = cache_.userAttributesArray();
-  ASSERT_EQ(read.size(), 3u);
-  for (std::size_t i = 0; i < read.size(); ++i) {
-    EXPECT_EQ(read[i].attributeName(), std::string(1, "bac"[i]));
-    EXPECT_EQ(read[i].attributeValue(), kept[i].attributeValue());
-    EXPECT_EQ(read[i].lastTracked(), Date{kStart + 0.25});
   }
 }
 

@@ -89,13 +89,22 @@ TEST_F(UserLifeTest, ResetEndsTheUserAndBeginsTheNext) {
 TEST_F(UserLifeTest, ResetAnswersNoUnlessEverythingWasAccepted) {
   startWithSession();
   recordOrder();
+  // Nothing was attempted: in an unreadable file there is nothing to send.
+  writeAll(batchPath(), "no batches");
+  facade().resetUserWithCompletionBlock(noting());
+  settle();
+  EXPECT_TRUE(cameInOrder({"ZRVUserReset", "ZRVInitNewUser", "reset no"}));
+  EXPECT_FALSE(log_->has("Report add successful on reset user"));
+  std::filesystem::remove(batchPath());
+  recorded();
+  order_.clear();
   service_->decide = [](const auto&) { return 500; };
   facade().resetUserWithCompletionBlock(noting());
   settle();
   EXPECT_TRUE(cameInOrder({"Report add unsuccessful on reset user", "ZRVInitNewUser", "reset no", "ZRVUpdateModules"}));
   EXPECT_EQ(recorded(), Names{}) << "not registered: no model, no advertising identifier";
 
-  // Nothing was attempted: blocked, after the logout's completion came at once.
+  // Blocked, after the logout's completion came at once.
   updateRemoteConfiguration({{"sdk_enabled", false}});
   order_.clear();
   facade().resetUserWithCompletionBlock(noting());

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>

@@ -107,12 +107,15 @@ TEST_F(CoreTest, ChoicesOutliveARestartAndNarrowTheConfiguration) {
     store().setDataTrackingOptedOut(true);
     ZRSDKConfiguration chosen = ZorvaneCore::sharedInstance().getDefaultSDKConfiguration();
     EXPECT_FALSE(chosen.analyticsPeriodicFlushDuration());
+    ZRSDKConfiguration other = chosen;
     chosen.setOptOutIDFATracking(true);
     chosen.setAnalyticsDisablePeriodicFlush(true);
     chosen.setAnalyticsPeriodicFlushDuration(17);
     int completions = 0;
     ZorvaneCore::sharedInstance().updateSDKConfigWithCompletionBlock(chosen, [&] { ++completions; });
     EXPECT_EQ(completions, 0) << "completes later";
+    other.setOptOutIDFVTracking(true);
+    ZorvaneCore::sharedInstance().updateSDKConfigWithCompletionBlock(other, nullptr);
     settle();
     EXPECT_EQ(completions, 1);
   });
@@ -120,7 +123,7 @@ TEST_F(CoreTest, ChoicesOutliveARestartAndNarrowTheConfiguration) {
   EXPECT_TRUE(ZRCoreUtils::installRegistered());
   const Dictionary effective = effectiveConfiguration();
   const Dictionary answers = configurationOf(R"({
-      "sdk_enabled": false, "data_tracking_enabled": false, "idfv_tracking_enabled": true,
+      "sdk_enabled": false, "data_tracking_enabled": false, "idfv_tracking_enabled": false,
       "idfa_tracking_enabled": false, "periodic_flush_enabled": false, "periodic_flush_duration": 17})");
   for (const auto& [key, value] : answers) EXPECT_EQ(effective.objectForKey(key), value) << key;
   setSDKEnabled(true);
