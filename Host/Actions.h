@@ -24,13 +24,12 @@ std::span<const Action> allActions();
 // Throws NotAnAction for a name that is unknown or not available.
 const Action& actionNamed(std::string_view name);
 
-// The actions of ActionsEvents.cpp, ActionsConditions.cpp, ActionsLinks.cpp, ActionsUser.cpp and Print.cpp.
+// The actions of ActionsEvents.cpp, ActionsLinks.cpp, ActionsUser.cpp and Print.cpp.
 void playTrack(Runtime& runtime, const ScriptLine& line);
 void playOpenURL(Runtime& runtime, const ScriptLine& line);
 void playSources(Runtime& runtime, const ScriptLine& line);
 void playSwizzle(Runtime& runtime, const ScriptLine& line);
 void playUnswizzle(Runtime& runtime, const ScriptLine& line);
-void playCondition(Runtime& runtime, const ScriptLine& line);
 void playAttribute(Runtime& runtime, const ScriptLine& line);
 void playUniqueID(Runtime& runtime, const ScriptLine& line);
 void playAlias(Runtime& runtime, const ScriptLine& line);
@@ -49,13 +48,16 @@ void playPushToken(Runtime& runtime, const ScriptLine& line);
 void playUpdateDevice(Runtime& runtime, const ScriptLine& line);
 void playPrint(Runtime& runtime, const ScriptLine& line);
 
-// An event's properties as the line's fields describe them; null when it has none of them.
-std::shared_ptr<const ZRProperties> propertiesOf(const ScriptLine& line);
-
 // Reports the completion of the line's action.
 void printCompletion(Runtime& runtime, std::string_view operation, std::int64_t line,
                      platform::Dictionary results = {});
 // Throws NotAnAction that says the module does not have this yet.
 [[noreturn]] void refuse(std::string_view what);
+
+// The action of ActionsConditions.cpp.
+void playCondition(Runtime& runtime, const ScriptLine& line);
+
+// An event's properties as the line's fields describe them; null when it has none of them.
+std::shared_ptr<const ZRProperties> propertiesOf(const ScriptLine& line);
 
 }  // namespace zorvane::host
