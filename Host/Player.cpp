@@ -49,10 +49,13 @@ int playScript(Runtime& runtime, LineReader& script, bool quiet) {
   runtime.settle();
   progress.finish();
   if (status != kStatusPlayed) std::fprintf(stderr, "zrhost: line %" PRId64 ": %s\n", number, refusal.c_str());
-  if (runtime.output().failed()) {
-    std::fputs("zrhost: cannot write to the standard output\n", stderr);
+  const auto failWhere = [&status](bool failed, const char* what) {
+    if (!failed) return;
+    std::fprintf(stderr, "zrhost: cannot write %s\n", what);
     if (status == kStatusPlayed) status = kStatusFailed;
-  }
+  };
+  failWhere(runtime.output().failed(), "to the standard output");
+  failWhere(runtime.trace().failed(), "the trace");
   reportRequests(runtime.transport().counts());
   return status;
 }

@@ -7,7 +7,7 @@
 namespace zorvane::host {
 
 inline constexpr int kStatusPlayed = 0;
-// The output could not be written, or an exception left the module.
+// The output or the trace could not be written, or an exception left the module.
 inline constexpr int kStatusFailed = 1;
 inline constexpr int kStatusWrongUsage = 2;
 inline constexpr int kStatusNotAnAction = 3;

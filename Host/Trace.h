@@ -30,6 +30,9 @@ class Trace {
 
   void task(std::string_view phase, std::string_view name, std::uint64_t id);
 
+  // Whether the system has refused a line; nothing is written after that.
+  bool failed() const { return file_.failed(); }
+
   std::uint64_t eventsRecorded() const { return eventsRecorded_.load(std::memory_order_relaxed); }
 
  private:

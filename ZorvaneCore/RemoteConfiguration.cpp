@@ -6,6 +6,7 @@
 #include "Platform/Files/FileSystem.h"
 #include "Platform/HostServices.h"
 #include "Platform/Values/Text.h"
+#include "ZorvaneCore/ZRLogger.h"
 
 namespace zorvane {
 namespace {
@@ -158,6 +159,7 @@ void CoreState::applyConfiguration(const Dictionary& changes) {
 }
 
 void CoreState::refreshGates() {
+  (void)choice(kChoiceSDKDisabled);  // a first reading of the file may log
   // Of two changes at a time the answer made from both is stored last.
   platform::MutexLock lock(gatesMutex_);
   const auto current = configuration();
@@ -220,6 +222,9 @@ void CoreState::setSdkConfiguration(const ZRSDKConfiguration& configuration) {
 }
 
 void configureCore(CoreSetup setup) {
+  platform::setDefaultsProblemHook([](const std::string& problem) {
+    ZRLogger::sharedInstance().logWithTypeAndFormatArgs(1, {"Defaults : " + problem});
+  });
   CoreState::shared().configure(std::move(setup));
 }
 void updateRemoteConfiguration(const Dictionary& changes) {

@@ -22,11 +22,15 @@ platform::Mutex& uniqueIDMutex() {
 
 std::string uniqueIDMadeOnce() {
   platform::DefaultsStore& defaults = platform::sdkDefaults();
-  platform::MutexLock lock(uniqueIDMutex());
-  const Value kept = defaults.objectForKey(kUserDefaultsKeySDKUniqueId);
-  if (kept.isString()) return *kept.asString();
-  std::string made = platform::randomUUID();
-  defaults.setObjectForKey(made, kUserDefaultsKeySDKUniqueId);
+  std::string made;
+  (void)defaults.objectForKey(kUserDefaultsKeySDKUniqueId);  // a first reading of the file may log
+  {
+    platform::MutexLock lock(uniqueIDMutex());
+    const Value kept = defaults.objectForKey(kUserDefaultsKeySDKUniqueId);
+    if (kept.isString()) return *kept.asString();
+    made = platform::randomUUID();
+    defaults.setObjectForKey(made, kUserDefaultsKeySDKUniqueId);
+  }
   // An identifier that cannot be written holds until the process ends.
   (void)defaults.writeChanges();
   return made;

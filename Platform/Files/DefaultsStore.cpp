@@ -15,30 +15,47 @@ namespace {
 
 constexpr std::size_t kMaxFileSize = std::size_t{16} << 20;
 
-using SynchronizeHook = std::function<void(const std::string& store)>;
+// A function of the host's, called with one text.
+class Hook {
+ public:
+  using Function = std::function<void(const std::string&)>;
 
-struct HookHolder {
-  Mutex mutex;
-  std::shared_ptr<const SynchronizeHook> hook ZR_GUARDED_BY(mutex);
+  void set(Function function) {
+    auto shared = std::make_shared<const Function>(std::move(function));
+    MutexLock lock(mutex_);
+    function_.swap(shared);
+  }
+  void call(const std::string& text) {
+    std::shared_ptr<const Function> function;
+    {
+      MutexLock lock(mutex_);
+      function = function_;
+    }
+    if (!function || !*function) return;
+    try {
+      (*function)(text);
+    } catch (...) {  // a hook that throws costs its own call
+    }
+  }
+
+ private:
+  Mutex mutex_;
+  std::shared_ptr<const Function> function_ ZR_GUARDED_BY(mutex_);
 };
 
-HookHolder& hookHolder() {
-  static HookHolder& holder = *new HookHolder;
-  return holder;
+Hook& synchronizeHook() {
+  static Hook& hook = *new Hook;
+  return hook;
 }
 
-void callSynchronizeHook(const std::string& store) {
-  HookHolder& holder = hookHolder();
-  std::shared_ptr<const SynchronizeHook> hook;
-  {
-    MutexLock lock(holder.mutex);
-    hook = holder.hook;
-  }
-  if (!hook || !*hook) return;
-  try {
-    (*hook)(store);
-  } catch (...) {  // a hook that throws costs its own call
-  }
+Hook& problemHook() {
+  static Hook& hook = *new Hook;
+  return hook;
+}
+
+// Whether what stands at the path is no store of ours, now and later; the system's other refusals may pass.
+bool isNoStore(int code) {
+  return code == EFBIG || code == EINVAL || code == ELOOP || code == EISDIR;
 }
 
 DefaultsStore& makeStore(const std::string& name, const std::string& fileName) {
@@ -65,16 +82,56 @@ std::string safeFileName(const std::string& group) {
 DefaultsStore::DefaultsStore(std::string name, std::string path) : name_(std::move(name)), path_(std::move(path)) {}
 
 void DefaultsStore::loadIfNeeded() const {
-  if (std::exchange(loaded_, true)) return;
-  const Result<std::string> bytes = readFile(path_, kMaxFileSize);
-  if (!bytes) return;
-  Result<Value> root = parsePropertyList(bytes.value());
-  if (root && root.value().isDictionary()) content_ = std::move(root.value().mutableDictionary());
+  if (loaded_.load(std::memory_order_acquire)) return;
+  Status loaded = Done{};
+  {
+    MutexLock lock(mutex_);
+    if (!loaded_) loaded = load();
+  }
+  if (!loaded) tellProblem(loaded);
+}
+
+Status DefaultsStore::load() const {
+  const auto setAside = [this](const std::string& why) -> Status {
+    const std::string name = path_.substr(path_.rfind('/') + 1) + ".damaged";
+    const Status renamed = renameFile(path_, name);
+    return Error{why + (renamed ? "; it is kept as " + name : "; " + renamed.error().message), 0};
+  };
+  Status result = Done{};
+  Dictionary stored;
+  if (const Result<std::string> bytes = readFile(path_, kMaxFileSize)) {
+    Result<Value> root = parsePropertyList(bytes.value());
+    if (root && root.value().isDictionary()) {
+      stored = std::move(root.value().mutableDictionary());
+    } else {
+      result = setAside(path_ + " is damaged: " + (root ? "no dictionary" : root.error().message));
+    }
+  } else if (isNoStore(bytes.error().code)) {
+    result = setAside(bytes.error().message);
+  } else if (bytes.error().code != ENOENT) {
+    return bytes.error();
+  }
+  for (const std::string& key : removedUnread_) stored.remove(key);
+  for (const auto& [key, value] : content_) stored.set(key, value);
+  content_ = std::move(stored);
+  removedUnread_.clear();
+  loaded_.store(true, std::memory_order_release);
+  return result;
+}
+
+void DefaultsStore::tellProblem(const Status& status) const {
+  {
+    MutexLock lock(mutex_);
+    std::string problem = status ? std::string() : status.error().message;
+    if (toldProblem_ == problem) return;
+    toldProblem_ = std::move(problem);
+  }
+  if (!status) problemHook().call(status.error().message);
 }
 
 Value DefaultsStore::objectForKey(std::string_view key) const {
-  MutexLock lock(mutex_);
   loadIfNeeded();
+  MutexLock lock(mutex_);
   return content_.objectForKey(key);
 }
 
@@ -88,35 +145,53 @@ void DefaultsStore::setObjectForKey(Value value, std::string_view key) {
     removeObjectForKey(key);
     return;
   }
-  MutexLock lock(mutex_);
   loadIfNeeded();
+  MutexLock lock(mutex_);
   content_.set(key, std::move(value));
   changed_ = true;
 }
 
 void DefaultsStore::removeObjectForKey(std::string_view key) {
-  MutexLock lock(mutex_);
   loadIfNeeded();
+  MutexLock lock(mutex_);
+  if (!loaded_) {
+    removedUnread_.emplace_back(key);
+    changed_ = true;
+  }
   if (content_.remove(key)) changed_ = true;
 }
 
 Dictionary DefaultsStore::dictionaryRepresentation() const {
-  MutexLock lock(mutex_);
   loadIfNeeded();
+  MutexLock lock(mutex_);
   return content_;
 }
 
 Status DefaultsStore::synchronize() {
-  callSynchronizeHook(name_);
+  synchronizeHook().call(name_);
   return writeChanges();
 }
 
 Status DefaultsStore::writeChanges() {
-  MutexLock writing(writeMutex_);
+  Status written = Done{};
+  {
+    MutexLock writing(writeMutex_);
+    written = writeContent();
+  }
+  tellProblem(written);
+  return written;
+}
+
+Status DefaultsStore::writeContent() {
   Dictionary content;
   {
     MutexLock lock(mutex_);
     if (!changed_) return Done{};
+    if (!loaded_) {
+      // What the file holds must not be lost to what was set since.
+      Status loaded = load();
+      if (!loaded_) return loaded;
+    }
     content = content_;
     changed_ = false;
   }
@@ -156,10 +231,11 @@ DefaultsStore& groupDefaults(const std::string& name) {
 }
 
 void setSynchronizeHook(std::function<void(const std::string& store)> hook) {
-  HookHolder& holder = hookHolder();
-  auto shared = std::make_shared<const SynchronizeHook>(std::move(hook));
-  MutexLock lock(holder.mutex);
-  holder.hook.swap(shared);
+  synchronizeHook().set(std::move(hook));
+}
+
+void setDefaultsProblemHook(std::function<void(const std::string& problem)> hook) {
+  problemHook().set(std::move(hook));
 }
 
 }  // namespace zorvane::platform

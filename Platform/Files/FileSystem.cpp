@@ -1,6 +1,8 @@
 #include "Platform/Files/FileSystem.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,9 +10,12 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <set>
 #include <system_error>
 #include <utility>
+#include <vector>
 
+#include "Platform/Dispatch/Mutex.h"
 #include "Platform/Files/SystemCalls.h"
 #include "Platform/Text/RandomBytes.h"
 
@@ -63,6 +68,66 @@ std::string parentOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+int openDirectory(const std::string& path) {
+  return uninterrupted([&] { return systemCalls().open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0); });
+}
+
+// A file system that cannot sync directories says EINVAL; it has no more to give.
+bool syncDirectory(const File& directory) {
+  return uninterrupted([&] { return systemCalls().fsync(directory.descriptor()); }) == 0 || errno == EINVAL;
+}
+
+int statusOf(const std::string& path, struct stat& status, int flags) {
+  return uninterrupted([&] { return systemCalls().fstatat(AT_FDCWD, path.c_str(), &status, flags); });
+}
+
+constexpr std::string_view kTemporaryPrefix = ".zrv-";
+constexpr std::size_t kTemporaryRandomBytes = 10;
+
+bool isTemporaryName(std::string_view name) {
+  return name.size() == kTemporaryPrefix.size() + 2 * kTemporaryRandomBytes && name.starts_with(kTemporaryPrefix) &&
+         name.find_first_not_of("0123456789abcdef", kTemporaryPrefix.size()) == std::string_view::npos;
+}
+
+// The temporary files in the directory; none when it cannot be listed.
+std::vector<std::string> temporaryFilesIn(const std::string& path) {
+  std::vector<std::string> names;
+  DIR* const listing = ::opendir(path.c_str());
+  if (!listing) return names;
+  while (const dirent* entry = ::readdir(listing)) {
+    if (isTemporaryName(entry->d_name)) names.emplace_back(entry->d_name);
+  }
+  ::closedir(listing);
+  return names;
+}
+
+// The directories that were looked through.
+struct SweptDirectories {
+  Mutex mutex;
+  std::set<std::string> paths ZR_GUARDED_BY(mutex);
+};
+
+// Once in the life of the process: removes what killed ones left. Whoever replaces a file, in this process or another,
+// holds a shared lock on the directory meanwhile, so that nobody's file goes while it is being written: without the
+// lock for oneself nothing is removed, and the next replacement tries again. Leaves the shared lock in place.
+void removeStaleTemporaryFiles(const std::string& path, int directory) {
+  static SweptDirectories& swept = *new SweptDirectories;
+  const SystemCalls& calls = systemCalls();
+  bool isFirst = false;
+  {
+    const MutexLock lock(swept.mutex);
+    isFirst = !swept.paths.contains(path);
+  }
+  if (isFirst && calls.flock(directory, LOCK_EX | LOCK_NB) == 0) {
+    for (const std::string& name : temporaryFilesIn(path)) calls.unlinkat(directory, name.c_str(), 0);
+    const MutexLock lock(swept.mutex);
+    swept.paths.insert(path);
+  }
+  // Where it is not to be had, somebody sweeps this very moment: in the worst case the new file goes too, and the
+  // replacement fails.
+  calls.flock(directory, LOCK_SH | LOCK_NB);
+}
+
 // Writes all pieces; errno tells the failure.
 bool writeAll(int file, std::span<const std::string_view> pieces) {
   constexpr std::size_t kMaxPieces = 256;
@@ -102,9 +167,9 @@ bool writeAll(int file, std::span<const std::string_view> pieces) {
 int createTemporaryFile(int directory, std::string& name) {
   constexpr int kAttempts = 16;
   for (int attempt = 1;; ++attempt) {
-    std::array<std::uint8_t, 10> random;
+    std::array<std::uint8_t, kTemporaryRandomBytes> random;
     fillWithRandomBytes(random);
-    name = ".zrv-";
+    name = kTemporaryPrefix;
     appendHex(name, random);
     const int file = uninterrupted([&] {
       return systemCalls().openat(directory, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
@@ -117,7 +182,25 @@ int createTemporaryFile(int directory, std::string& name) {
 
 bool fileExists(const std::string& path) {
   struct stat status;
-  return isUsablePath(path) && ::stat(path.c_str(), &status) == 0;
+  return isUsablePath(path) && statusOf(path, status, 0) == 0;
+}
+
+Result<std::optional<FileIdentity>> fileIdentity(const std::string& path) {
+  if (!isUsablePath(path)) return errorOf("look at", path, EINVAL, "fstatat");
+  struct stat status;
+  if (statusOf(path, status, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (errno == ENOENT) return std::optional<FileIdentity>();
+    return errorOf("look at", path, errno, "fstatat");
+  }
+#if defined(__APPLE__)
+  const timespec modified = status.st_mtimespec;
+#else
+  const timespec modified = status.st_mtim;
+#endif
+  return std::optional(FileIdentity{
+      static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino),
+      static_cast<std::int64_t>(status.st_size),
+      static_cast<std::int64_t>(modified.tv_sec) * 1'000'000'000 + static_cast<std::int64_t>(modified.tv_nsec)});
 }
 
 Result<std::string> readFile(const std::string& path, std::size_t maxBytes) {
@@ -149,15 +232,16 @@ Result<std::string> readFile(const std::string& path, std::size_t maxBytes) {
   return content;
 }
 
-Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces) {
+Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces, bool* stands) {
+  if (stands) *stands = false;
   const auto failure = [&](int code, const char* call) { return errorOf("write", path, code, call); };
   const std::string directoryPath = parentOf(path);
   const std::string name = path.substr(path.rfind('/') + 1);
   if (!isUsablePath(path) || name.empty()) return failure(EINVAL, "open");
   const SystemCalls& calls = systemCalls();
-  const File directory(
-      uninterrupted([&] { return calls.open(directoryPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0); }));
+  const File directory(openDirectory(directoryPath));
   if (!directory) return failure(errno, "open");
+  removeStaleTemporaryFiles(directoryPath, directory.descriptor());
 
   std::string temporary;
   File file(createTemporaryFile(directory.descriptor(), temporary));
@@ -175,10 +259,8 @@ Status replaceFileAtomically(const std::string& path, std::span<const std::strin
       }) != 0) {
     return giveUp("rename");
   }
-  // A file system that cannot sync directories says EINVAL; it has no more to give.
-  if (uninterrupted([&] { return calls.fsync(directory.descriptor()); }) != 0 && errno != EINVAL) {
-    return failure(errno, "fsync of the directory");
-  }
+  if (stands) *stands = true;
+  if (!syncDirectory(directory)) return failure(errno, "fsync of the directory");
   return Done{};
 }
 
@@ -187,20 +269,43 @@ Status replaceFileAtomically(const std::string& path, std::string_view content) 
 }
 
 Status removeFile(const std::string& path) {
-  if (!isUsablePath(path)) return errorOf("remove", path, EINVAL, "unlink");
-  if (uninterrupted([&] { return systemCalls().unlinkat(AT_FDCWD, path.c_str(), 0); }) != 0 && errno != ENOENT) {
-    return errorOf("remove", path, errno, "unlink");
+  const auto failure = [&](int code, const char* call) { return errorOf("remove", path, code, call); };
+  if (!isUsablePath(path)) return failure(EINVAL, "unlink");
+  const File directory(openDirectory(parentOf(path)));
+  if (uninterrupted([&] { return systemCalls().unlinkat(AT_FDCWD, path.c_str(), 0); }) != 0) {
+    if (errno == ENOENT) return Done{};
+    return failure(errno, "unlink");
   }
+  if (directory && !syncDirectory(directory)) return failure(errno, "fsync of the directory");
+  return Done{};
+}
+
+Status renameFile(const std::string& path, const std::string& newName) {
+  const auto failure = [&](int code, const char* call) { return errorOf("rename", path, code, call); };
+  const std::string target = joinPath(parentOf(path), newName);
+  if (!isUsablePath(path) || !isUsablePath(target)) return failure(EINVAL, "rename");
+  const File directory(openDirectory(parentOf(path)));
+  if (!directory) return failure(errno, "open");
+  if (uninterrupted([&] { return systemCalls().renameat(AT_FDCWD, path.c_str(), AT_FDCWD, target.c_str()); }) != 0) {
+    return failure(errno, "rename");
+  }
+  if (!syncDirectory(directory)) return failure(errno, "fsync of the directory");
   return Done{};
 }
 
 Status makeDirectory(const std::string& path) {
-  if (!isUsablePath(path)) return errorOf("make the directory", path, EINVAL, "mkdir");
-  if (uninterrupted([&] { return systemCalls().mkdir(path.c_str(), 0700); }) == 0) return Done{};
-  const int code = errno;
-  struct stat status;
-  if (code != ENOENT && ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return Done{};
-  return errorOf("make the directory", path, code, "mkdir");
+  const auto failure = [&](int code, const char* call) { return errorOf("make the directory", path, code, call); };
+  if (!isUsablePath(path)) return failure(EINVAL, "mkdir");
+  if (uninterrupted([&] { return systemCalls().mkdir(path.c_str(), 0700); }) != 0) {
+    const int code = errno;
+    struct stat status;
+    if (code != ENOENT && statusOf(path, status, 0) == 0 && S_ISDIR(status.st_mode)) return Done{};
+    return failure(code, "mkdir");
+  }
+  // A parent that may be written to but not read cannot be synced.
+  const File parent(openDirectory(parentOf(path.substr(0, path.find_last_not_of('/') + 1))));
+  if (parent && !syncDirectory(parent)) return failure(errno, "fsync of the directory");
+  return Done{};
 }
 
 Status makeDirectories(const std::string& path) {

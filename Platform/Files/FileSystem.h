@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -13,6 +15,18 @@ namespace zorvane::platform {
 // Of any kind, directories too.
 bool fileExists(const std::string& path);
 
+// Which file stands at a path, and since which change; a file that was replaced or written to has another one.
+struct FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::int64_t size = -1;
+  std::int64_t modifiedNanoseconds = 0;
+  bool operator==(const FileIdentity&) const = default;
+};
+
+// Absent when there is no file; a link is not followed.
+Result<std::optional<FileIdentity>> fileIdentity(const std::string& path);
+
 // The whole file. Refuses a file of more than maxBytes, and anything but a regular file; a link is not followed.
 Result<std::string> readFile(const std::string& path, std::size_t maxBytes);
 
@@ -21,13 +35,22 @@ Result<std::string> readFile(const std::string& path, std::size_t maxBytes);
 // the old one or the new one; after a power loss too, and once the call has returned it is the new one. On failure the
 // temporary file is removed and the old file stands; only when the directory could not be synced, the new file stands
 // already, and a power loss may bring the old one back. A link at the path is replaced, not followed.
-Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces);
+//
+// Temporary files (".zrv-" and 20 hexadecimal digits) that an ended process left behind are removed with the first
+// replacement in their directory.
+// stands tells whether the new file stands.
+Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces, bool* stands = nullptr);
 Status replaceFileAtomically(const std::string& path, std::string_view content);
 
-// A file that is not there is no error.
+// Once the call has returned the file stays away, after a power loss too. A file that is not there is no error. When
+// the directory could not be synced, the file is gone, but a power loss may bring it back.
 Status removeFile(const std::string& path);
 
-// One directory, mode 0700; its parent must exist. A directory that is there already is no error.
+// Gives the file, of any kind, another name in the same directory, in place of a file that has it.
+Status renameFile(const std::string& path, const std::string& newName);
+
+// One directory, mode 0700; its parent must exist. A directory that is there already is no error. Survives a power loss
+// once the call has returned.
 Status makeDirectory(const std::string& path);
 // With the parents that are missing.
 Status makeDirectories(const std::string& path);

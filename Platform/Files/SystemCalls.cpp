@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -24,6 +25,9 @@ const SystemCalls kRealSystemCalls{
     [](const char* path, int flags, mode_t mode) { return ::open(path, flags, mode); },
     [](int directory, const char* name, int flags, mode_t mode) { return ::openat(directory, name, flags, mode); },
     [](int file, struct stat* status) { return ::fstat(file, status); },
+    [](int directory, const char* name, struct stat* status, int flags) {
+      return ::fstatat(directory, name, status, flags);
+    },
     ::read,
     ::writev,
     syncFile,
@@ -31,6 +35,7 @@ const SystemCalls kRealSystemCalls{
     ::renameat,
     ::unlinkat,
     ::mkdir,
+    ::flock,
 };
 
 const SystemCalls& systemCalls() {

@@ -14,6 +14,7 @@ struct SystemCalls {
   int (*open)(const char* path, int flags, mode_t mode);
   int (*openat)(int directory, const char* name, int flags, mode_t mode);
   int (*fstat)(int file, struct stat* status);
+  int (*fstatat)(int directory, const char* name, struct stat* status, int flags);
   ssize_t (*read)(int file, void* bytes, std::size_t count);
   ssize_t (*writev)(int file, const iovec* pieces, int count);
   // To the medium, not only to the device's cache, where the system tells the two apart.
@@ -22,6 +23,7 @@ struct SystemCalls {
   int (*renameat)(int fromDirectory, const char* from, int toDirectory, const char* to);
   int (*unlinkat)(int directory, const char* name, int flags);
   int (*mkdir)(const char* path, mode_t mode);
+  int (*flock)(int file, int operation);
 };
 
 // The system's own.

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -56,6 +57,7 @@ struct Faults {
       [](const char* p, int f, mode_t m) { return fail() ? -1 : counted(::open(p, f, m)); },
       [](int d, const char* n, int f, mode_t m) { return fail() ? -1 : counted(::openat(d, n, f, m)); },
       [](int f, struct stat* s) { return fail() ? -1 : ::fstat(f, s); },
+      [](int d, const char* n, struct stat* s, int f) { return fail() ? -1 : ::fstatat(d, n, s, f); },
       [](int f, void* b, std::size_t n) { return fail() ? ssize_t{-1} : ::read(f, b, n); },
       write,
       [](int f) { return fail() ? -1 : ::fsync(f); },
@@ -63,6 +65,7 @@ struct Faults {
       [](int d, const char* a, int e, const char* b) { return fail() ? -1 : ::renameat(d, a, e, b); },
       [](int d, const char* n, int f) { return fail() ? -1 : ::unlinkat(d, n, f); },
       [](const char* p, mode_t m) { return fail() ? -1 : ::mkdir(p, m); },
+      [](int f, int o) { return fail() ? -1 : ::flock(f, o); },
   };
 
   Faults() { setSystemCalls(&kCalls); }

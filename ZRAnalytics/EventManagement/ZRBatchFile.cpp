@@ -1,13 +1,7 @@
 #include "ZRAnalytics/EventManagement/ZRBatchFile.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <system_error>
 #include <utility>
-
-#include "Platform/Files/FileSystem.h"
 
 namespace zorvane {
 namespace {
@@ -16,6 +10,12 @@ using platform::PropertyListDictionaryImage;
 
 // More than a phone's backlog of years; what is larger is no file of ours.
 constexpr std::size_t kMaximumFileSize = 512u << 20;
+
+// What stands under an identifier stays what it is, so equal identifiers mean equal content.
+bool sameKeys(const std::vector<ZRStoredBatch>& left, const std::vector<ZRStoredBatch>& right) {
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                    [](const ZRStoredBatch& one, const ZRStoredBatch& other) { return one.key == other.key; });
+}
 
 }  // namespace
 
@@ -39,14 +39,6 @@ std::vector<ZRStoredBatch> ZRBatchTable::batches() const {
 
 ZRBatchFile::ZRBatchFile(std::string path) : path_(std::move(path)) {}
 
-std::optional<ZRBatchFile::Identity> ZRBatchFile::identityOf(const std::string& path) {
-  struct stat status {};
-  if (lstat(path.c_str(), &status) != 0) return std::nullopt;
-  return Identity{static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino),
-                  static_cast<std::int64_t>(status.st_size),
-                  static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec};
-}
-
 bool ZRBatchFile::exists() const {
   return platform::fileExists(path_);
 }
@@ -62,35 +54,38 @@ ZRBatchFile::Outcome ZRBatchFile::fail(Outcome outcome, std::string message) {
 }
 
 ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionaryImage& image) {
-  const auto identity = identityOf(path_);
-  if (!identity) {
-    const int error = errno;
+  const auto found = platform::fileIdentity(path_);
+  if (!found || !found.value()) {
     image_.reset();
     // Only a file that is not there counts as empty; one that cannot be looked at must not be written over.
-    if (error != ENOENT) {
-      return fail(Outcome::Failed, "cannot look at " + path_ + ": " + std::generic_category().message(error));
-    }
+    if (!found) return fail(Outcome::Failed, found.error().message);
     image = PropertyListDictionaryImage();
     return Outcome::Done;
   }
-  if (!image_ || !(identity_ == *identity)) {
+  const platform::FileIdentity identity = *found.value();
+  if (!image_ || !(identity_ == identity)) {
     image_.reset();
     auto bytes = platform::readFile(path_, kMaximumFileSize);
     if (!bytes) return fail(Outcome::Failed, bytes.error().message);
     auto opened = PropertyListDictionaryImage::open(std::move(bytes).value());
     if (!opened) return fail(Outcome::Unreadable, path_ + ": " + opened.error().message);
     image_ = std::move(opened).value();
-    identity_ = *identity;
+    identity_ = identity;
   }
   image = *image_;
   return Outcome::Done;
 }
 
 ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionaryImage image) {
-  const auto written = platform::replaceFileAtomically(path_, image.pieces());
-  if (!written) return fail(Outcome::Failed, written.error().message);
+  // A new file whose directory could not be synced stands: what it holds is stored, and must not be stored twice.
+  bool stands = false;
+  const auto written = platform::replaceFileAtomically(path_, image.pieces(), &stands);
+  if (!stands) return fail(Outcome::Failed, written.error().message);
+  const auto identity = platform::fileIdentity(path_);
+  image_.reset();
+  if (!identity || !identity.value()) return Outcome::Done;
   image_ = std::move(image);
-  identity_ = identityOf(path_).value_or(Identity());
+  identity_ = *identity.value();
   return Outcome::Done;
 }
 
@@ -108,13 +103,7 @@ ZRBatchFile::Outcome ZRBatchFile::store(std::string_view batchID, const Value& b
   platform::MutexLock lock(mutex_);
   PropertyListDictionaryImage image;
   if (const Outcome outcome = read(image); outcome != Outcome::Done) return outcome;
-  const Outcome outcome = write(image.withEntry(batchID, batch));
-  if (outcome != Outcome::Failed || read(image) != Outcome::Done) return outcome;
-  // The new file may stand although its directory could not be synced: then the batch is stored, and must not be twice.
-  const auto& entries = image.entries();
-  const bool stored = std::any_of(entries.rbegin(), entries.rend(),
-                                  [batchID](const ZRStoredBatch& entry) { return entry.key == batchID; });
-  return stored ? Outcome::Done : outcome;
+  return write(image.withEntry(batchID, batch));
 }
 
 ZRBatchFile::Outcome ZRBatchFile::replaceKnown(const std::vector<ZRStoredBatch>& batches,
@@ -129,6 +118,7 @@ ZRBatchFile::Outcome ZRBatchFile::replaceKnown(const std::vector<ZRStoredBatch>&
       if (!known.contains(batch.key)) kept.push_back(batch);
     }
   }
+  if (outcome == Outcome::Done && !kept.empty() && sameKeys(kept, image.entries())) return Outcome::Done;
   if (!kept.empty()) return write(PropertyListDictionaryImage::ofEntries(kept));
   if (!exists()) return Outcome::Done;
   const auto status = platform::removeFile(path_);

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
+#include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/PropertyListDictionaryFile.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
@@ -64,7 +64,7 @@ class ZRBatchFile {
   // Stores a batch (a dictionary, or a bare array of events) under its identifier.
   Outcome store(std::string_view batchID, const Value& batch);
   // Makes the file hold these batches and those in it whose identifiers are not among the known ones. When that leaves
-  // none, the file, if there is one, is removed.
+  // none, the file, if there is one, is removed; when it leaves all, the file is not touched.
   Outcome replaceKnown(const std::vector<ZRStoredBatch>& batches, const std::unordered_set<std::string>& known);
   platform::Status remove();
 
@@ -72,15 +72,6 @@ class ZRBatchFile {
   std::string lastError() const;
 
  private:
-  struct Identity {
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;
-    std::int64_t size = -1;
-    std::int64_t modifiedNanoseconds = 0;
-    bool operator==(const Identity&) const = default;
-  };
-
-  static std::optional<Identity> identityOf(const std::string& path);
   Outcome read(platform::PropertyListDictionaryImage& image) ZR_REQUIRES(mutex_);
   Outcome write(platform::PropertyListDictionaryImage image) ZR_REQUIRES(mutex_);
   Outcome fail(Outcome outcome, std::string message) ZR_REQUIRES(mutex_);
@@ -89,7 +80,7 @@ class ZRBatchFile {
   mutable platform::Mutex mutex_;
   // The content as it was last read or written, good as long as the file on disk is that very one.
   std::optional<platform::PropertyListDictionaryImage> image_ ZR_GUARDED_BY(mutex_);
-  Identity identity_ ZR_GUARDED_BY(mutex_);
+  platform::FileIdentity identity_ ZR_GUARDED_BY(mutex_);
   std::string lastError_ ZR_GUARDED_BY(mutex_);
 };
 

@@ -159,15 +159,15 @@ void ZREventsHandler::checkForTriggersForEventAndEventDict(const Value& name, Di
 
 void ZREventsHandler::addEventToViewInfoWithEventDict(Dictionary eventDict) {
   const Value name = validObjectForKey(eventDict, kReportsKeyEventName);
-  std::size_t count = 0;
+  bool batchIsFull = false;
   {
     platform::MutexLock lock(currentBatchMutex_);
     if (!viewsInfoArray_) viewsInfoArray_.emplace();
     viewsInfoArray_->emplace_back(std::move(eventDict));
-    count = viewsInfoArray_->size();
+    // Compared as unsigned numbers: a negative threshold is never reached.
+    const auto threshold = static_cast<std::uint64_t>(eventsBatchCountTreshold_);
+    batchIsFull = viewsInfoArray_->size() >= std::max<std::uint64_t>(threshold, fullAfterFailure_.value_or(0));
   }
-  // Compared as unsigned numbers: a negative threshold is never reached.
-  const bool batchIsFull = count >= static_cast<std::uint64_t>(eventsBatchCountTreshold_);
   if (batchIsFull ||
       (name.isString() && ZRConfigDataManager::sharedInstance().isEventInstantFlushEvent(*name.asString()))) {
     flushWithCompletionBlock(nullptr);

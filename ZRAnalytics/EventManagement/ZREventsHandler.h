@@ -55,7 +55,8 @@ class ZREventsHandler {
   // "ZorvaneBatchEvents.plist" in the documents directory.
   std::string eventsPlistFilePath() const { return batchFile_.path(); }
   // Moves the current batch into the batch file, under the current session and its sources. When the file cannot be
-  // written, its events go back to the front of the current batch.
+  // written, its events go back to the front of the current batch; that batch counts as full again when it has grown by
+  // a batch's worth, and by a quarter.
   void saveCurrentBatch();
   // The saved batches; none without a file; absent when the file cannot be read.
   std::optional<ZRBatchTable> getBatches();
@@ -111,7 +112,7 @@ class ZREventsHandler {
   void addEventToViewInfoWithEventDict(Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
 
   Array takeCurrentBatch();
-  // In front of what has been recorded since.
+  // Those of a save that failed, in front of what has been recorded since.
   void returnToCurrentBatch(Array events);
   // Says a failure of the batch file once, until it changes.
   void logBatchFileError();
@@ -143,6 +144,8 @@ class ZREventsHandler {
 
   mutable platform::Mutex currentBatchMutex_;
   std::optional<Array> viewsInfoArray_ ZR_GUARDED_BY(currentBatchMutex_);
+  // The number of events from which on the current batch is full, while those of a save that failed stand in it.
+  std::optional<std::size_t> fullAfterFailure_ ZR_GUARDED_BY(currentBatchMutex_);
   std::string saidError_ ZR_GUARDED_BY(currentBatchMutex_);
 
   mutable platform::Mutex whitelistMutex_;

@@ -85,11 +85,15 @@ Array ZREventsHandler::takeCurrentBatch() {
   if (!viewsInfoArray_ || viewsInfoArray_->empty()) return {};
   Array events = std::move(*viewsInfoArray_);
   viewsInfoArray_.reset();
+  fullAfterFailure_.reset();
   return events;
 }
 
 void ZREventsHandler::returnToCurrentBatch(Array events) {
   platform::MutexLock lock(currentBatchMutex_);
+  // Each attempt costs as much as the batch is large, so they get rarer as it grows.
+  const auto threshold = static_cast<std::size_t>(std::max<std::int64_t>(eventsBatchCountTreshold_, 0));
+  fullAfterFailure_ = events.size() + std::max(threshold, events.size() / 4);
   if (viewsInfoArray_) {
     events.insert(events.end(), std::make_move_iterator(viewsInfoArray_->begin()),
                   std::make_move_iterator(viewsInfoArray_->end()));
@@ -220,6 +224,7 @@ void ZREventsHandler::clearEventsdata() {
   Array dropped;  // destroyed with no lock held: the host's objects may stand in it
   platform::MutexLock lock(currentBatchMutex_);
   if (viewsInfoArray_) viewsInfoArray_->swap(dropped);
+  fullAfterFailure_.reset();
 }
 
 void ZREventsHandler::cleanUp() {

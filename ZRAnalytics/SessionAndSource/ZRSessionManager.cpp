@@ -160,8 +160,12 @@ std::string ZRSessionManager::getFilePathForSessionInfo() const {
 }
 
 void ZRSessionManager::saveSessionInfo() {
-  platform::MutexLock lock(fileMutex_);
-  writeArchive(getFilePathForSessionInfo(), sessionInfo_->encodeWithCoder());
+  platform::Status written = platform::Done{};
+  {
+    platform::MutexLock lock(fileMutex_);
+    written = writeArchive(getFilePathForSessionInfo(), sessionInfo_->encodeWithCoder());
+  }
+  logArchiveFailure(written);
 }
 
 std::optional<Dictionary> ZRSessionManager::getCurrentSessionInfoDict() const {

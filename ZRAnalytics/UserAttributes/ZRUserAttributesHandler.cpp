@@ -269,8 +269,12 @@ void ZRUserAttributesHandler::clearUserDefaultsOnLogout() {
 
 void ZRUserAttributesHandler::persistUserAttributesData() {
   logLine("User Attributes Data persisted");
-  platform::MutexLock lock(fileMutex_);
-  writeArchive(getFilePathForUserAttribute(), userAttributeData()->encodeWithCoder());
+  platform::Status written = platform::Done{};
+  {
+    platform::MutexLock lock(fileMutex_);
+    written = writeArchive(getFilePathForUserAttribute(), userAttributeData()->encodeWithCoder());
+  }
+  logArchiveFailure(written);
 }
 
 std::string ZRUserAttributesHandler::getFilePathForUserAttribute() const {

@@ -1,7 +1,12 @@
 #include "ZRAnalytics/Utils/ZRArchiving.h"
 
+#include <map>
+#include <utility>
+
+#include "Platform/Dispatch/Mutex.h"
 #include "Platform/Files/FileSystem.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
 
 namespace zorvane {
@@ -9,6 +14,20 @@ namespace {
 
 // Far above any session or attribute cache; what is larger is no file of ours.
 constexpr std::size_t kMaximumArchiveSize = 64u << 20;
+
+// Whether the last attempt to write the file had another outcome.
+bool isNews(const std::string& path, std::string error) {
+  struct Outcomes {
+    platform::Mutex mutex;
+    std::map<std::string, std::string> errors ZR_GUARDED_BY(mutex);
+  };
+  static Outcomes& outcomes = *new Outcomes;
+  platform::MutexLock lock(outcomes.mutex);
+  std::string& last = outcomes.errors[path];
+  if (last == error) return false;
+  last = std::move(error);
+  return true;
+}
 
 }  // namespace
 
@@ -26,8 +45,14 @@ std::shared_ptr<const platform::ArchivedObject> readArchive(const std::string& p
   return root ? std::move(root).value() : nullptr;
 }
 
-void writeArchive(const std::string& path, const std::shared_ptr<const platform::ArchivedObject>& root) {
-  (void)platform::replaceFileAtomically(path, platform::archiveRootObject(root));
+platform::Status writeArchive(const std::string& path, const std::shared_ptr<const platform::ArchivedObject>& root) {
+  auto written = platform::replaceFileAtomically(path, platform::archiveRootObject(root));
+  if (!isNews(path, written ? std::string() : written.error().message)) return platform::Done{};
+  return written;
+}
+
+void logArchiveFailure(const platform::Status& written) {
+  if (!written) logLine("Archive : %@", {written.error().message});
 }
 
 }  // namespace zorvane
