@@ -15,16 +15,16 @@ struct Action {
   // Its fields, for --help.
   std::string_view fields;
   // Returns as soon as the calls it makes have returned. Throws NotAnAction, before anything was done, when the line's
-  // fields are wrong. Null: the module does not have this yet.
+  // fields are wrong.
   void (*play)(Runtime& runtime, const ScriptLine& line);
 };
 
 // Everything that the script's language knows.
 std::span<const Action> allActions();
-// Throws NotAnAction for a name that is unknown or not available.
+// Throws NotAnAction for a name that is unknown.
 const Action& actionNamed(std::string_view name);
 
-// The actions of ActionsEvents.cpp, ActionsLinks.cpp, ActionsUser.cpp and Print.cpp.
+// The actions of ActionsEvents.cpp, ActionsConditions.cpp, ActionsLinks.cpp, ActionsUser.cpp and Print.cpp.
 void playTrack(Runtime& runtime, const ScriptLine& line);
 void playOpenURL(Runtime& runtime, const ScriptLine& line);
 void playSources(Runtime& runtime, const ScriptLine& line);
@@ -51,10 +51,7 @@ void playPrint(Runtime& runtime, const ScriptLine& line);
 // Reports the completion of the line's action.
 void printCompletion(Runtime& runtime, std::string_view operation, std::int64_t line,
                      platform::Dictionary results = {});
-// Throws NotAnAction that says the module does not have this yet.
-[[noreturn]] void refuse(std::string_view what);
 
-// The action of ActionsConditions.cpp.
 void playCondition(Runtime& runtime, const ScriptLine& line);
 
 // An event's properties as the line's fields describe them; null when it has none of them.
