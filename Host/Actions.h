@@ -1,6 +1,7 @@
 // What a script can do.
 #pragma once
 
+#include <memory>
 #include <span>
 #include <string_view>
 
@@ -36,5 +37,11 @@ void printCompletion(Runtime& runtime, std::string_view operation, std::int64_t 
                      platform::Dictionary results = {});
 // Throws NotAnAction that says the module does not have this yet.
 [[noreturn]] void refuse(std::string_view what);
+
+// The action of ActionsConditions.cpp.
+void playCondition(Runtime& runtime, const ScriptLine& line);
+
+// An event's properties as the line's fields describe them; null when it has none of them.
+std::shared_ptr<const ZRProperties> propertiesOf(const ScriptLine& line);
 
 }  // namespace zorvane::host

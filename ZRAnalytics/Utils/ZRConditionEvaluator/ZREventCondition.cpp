@@ -1,0 +1,95 @@
+#include "ZRAnalytics/Utils/ZRConditionEvaluator/ZREventCondition.h"
+
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZorvaneCore/ZRDictionaryUtils.h"
+
+namespace zorvane {
+namespace {
+
+constexpr std::string_view kFile = "ZREventCondition";
+constexpr std::int32_t kOneSuffices = 1;
+
+// Null unless there is something under the key. Values of events are looked at where they stand, not copied.
+const Value* findValid(const Dictionary* dictionary, std::string_view key) {
+  const Value* value = dictionary ? dictionary->find(key) : nullptr;
+  return value && !value->isNull() ? value : nullptr;
+}
+
+const Dictionary& dictionaryIn(const Value& value) {
+  if (const Dictionary* dictionary = value.asDictionary()) return *dictionary;
+  throw ValueError("no dictionary: " + value.description());
+}
+
+const Value* plainValue(const Dictionary& record, std::string_view name) {
+  const Value* section = findValid(&record, kReportsKeyEventAttrs);
+  return section ? findValid(&dictionaryIn(*section), name) : nullptr;
+}
+
+const Value* dateValue(const Dictionary& record, std::string_view name) {
+  const Value* custom = findValid(&record, kReportsKeyEventCustomAttrs);
+  const Value* section = custom ? findValid(custom->asDictionary(), kReportsKeyCustomTimestamp) : nullptr;
+  if (!section) return nullptr;
+  const Array* entries = section->asArray();
+  if (!entries) throw ValueError("no array: " + section->description());
+  for (const Value& entry : *entries) {
+    const Dictionary& pair = dictionaryIn(entry);
+    if (pair.contains(name)) return findValid(&pair, name);
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+ZREventCondition::ZREventCondition(const Dictionary& dictionary)
+    : ZRModelObject(dictionary),
+      filterOperator_(getFilterOperator(validObjectForKey(dictionary, "filter_operator"))),
+      eventName_(validObjectForKey(dictionary, "eventName")) {
+  const Value* filters = findValid(&dictionary, "filters");
+  if (!filters) return;
+  if (const Array* dictionaries = filters->asArray()) {
+    filters_.reserve(dictionaries->size());
+    for (const Value& element : *dictionaries) addFilter(element);
+  } else {
+    addFilter(Array{*filters});
+  }
+}
+
+std::shared_ptr<ZREventCondition> ZREventCondition::initWithDictionary(const Dictionary& dictionary) {
+  return std::make_shared<ZREventCondition>(dictionary);
+}
+
+std::int32_t ZREventCondition::getFilterOperator(const Value& keyword) {
+  return keyword == "or" ? kOneSuffices : 0;
+}
+
+void ZREventCondition::addFilter(const Value& dictionary) {
+  std::shared_ptr<const ZREventFilter> filter;
+  guarded({kFile, "addFilter"}, "Exception in reading a filter %@",
+          [&] { filter = ZREventFilter::initWithDictionary(dictionaryIn(dictionary)); });
+  // In place of one that cannot be read, one that never holds: a broken condition must not match more events.
+  filters_.push_back(filter ? std::move(filter) : ZREventFilter::initWithDictionary({}));
+}
+
+bool ZREventCondition::checkIfAttributeConditionSatisfiedForEventAndAttributes(const Value& event,
+                                                                               const Dictionary& attributes) const {
+  if (!event.isString() || !(event == eventName_)) return false;
+  bool satisfied = false;
+  guarded({kFile, "checkIfAttributeConditionSatisfiedForEventAndAttributes", 98},
+          "Exception in checking  Conditions %@", [&] { satisfied = areFiltersSatisfied(attributes); });
+  return satisfied;
+}
+
+bool ZREventCondition::areFiltersSatisfied(const Dictionary& attributes) const {
+  const Value missing;
+  for (const auto& filter : filters_) {
+    const std::string* name = filter->condAttrName().asString();
+    const bool isDate = filter->dataType() == ZRFilterDataTypeDatetime;
+    const Value* value = !name ? nullptr : isDate ? dateValue(attributes, *name) : plainValue(attributes, *name);
+    const bool satisfied = filter->checkFilterSatisfiedForAttrValue(value ? *value : missing);
+    if (satisfied == (filterOperator_ == kOneSuffices)) return satisfied;
+  }
+  return filters_.empty() || filterOperator_ != kOneSuffices;
+}
+
+}  // namespace zorvane
