@@ -38,6 +38,19 @@ void forEachLocation(const ScriptLine& line, const Add& add) {
   }
 }
 
+std::shared_ptr<const ZRPayloadBuilder> builderOf(const ScriptLine& line) {
+  const Dictionary* attributes = line.object("attributes");
+  auto builder = ZRPayloadBuilder::initWithDictionary(attributes ? std::make_shared<Dictionary>(*attributes) : nullptr);
+  if (line.flag("nonInteractive")) builder->setNonInteractive();
+  forEachDate(
+      line, [&](const Value& text, const std::string& name) { builder->setDateISOStringForKey(text, name); },
+      [&](double seconds, const std::string& name) { builder->setTimeStampForKey(seconds, name); });
+  forEachLocation(line, [&](double latitude, double longitude, const std::string& name) {
+    builder->setLocationLatLngForKey(latitude, longitude, name);
+  });
+  return builder;
+}
+
 }  // namespace
 
 std::shared_ptr<const ZRProperties> propertiesOf(const ScriptLine& line) {
@@ -58,23 +71,6 @@ std::shared_ptr<const ZRProperties> propertiesOf(const ScriptLine& line) {
   });
   return properties;
 }
-
-namespace {
-
-std::shared_ptr<const ZRPayloadBuilder> builderOf(const ScriptLine& line) {
-  const Dictionary* attributes = line.object("attributes");
-  auto builder = ZRPayloadBuilder::initWithDictionary(attributes ? std::make_shared<Dictionary>(*attributes) : nullptr);
-  if (line.flag("nonInteractive")) builder->setNonInteractive();
-  forEachDate(
-      line, [&](const Value& text, const std::string& name) { builder->setDateISOStringForKey(text, name); },
-      [&](double seconds, const std::string& name) { builder->setTimeStampForKey(seconds, name); });
-  forEachLocation(line, [&](double latitude, double longitude, const std::string& name) {
-    builder->setLocationLatLngForKey(latitude, longitude, name);
-  });
-  return builder;
-}
-
-}  // namespace
 
 void playTrack(Runtime& runtime, const ScriptLine& line) {
   const bool toHandler = line.flag("handler");
