@@ -5,6 +5,9 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <utility>
+#include <variant>
+#include <vector>
 
 #include "Platform/Time/CivilTime.h"
 #include "Platform/Values/Text.h"
@@ -14,6 +17,10 @@ namespace {
 
 // Above this size a dictionary looks keys up by hash.
 constexpr std::size_t kIndexedSize = 16;
+// A host may nest values deeper than a stack is: comparing and destroying them takes none beyond these levels, and
+// their description ends there.
+constexpr std::size_t kDescribedLevels = 512;
+constexpr int kDestroyedLevels = 64;
 
 #if defined(__SANITIZE_THREAD__)
 #define ZR_THREAD_SANITIZER
@@ -23,20 +30,57 @@ constexpr std::size_t kIndexedSize = 16;
 #endif
 #endif
 
+// How many containers are being destroyed inside one another on this thread, and the contents of those that wait for
+// the outer ones.
+thread_local int destroyedLevels = 0;
+thread_local std::vector<std::variant<Array, Dictionary>>* waitingContents = nullptr;
+
+// A container as values share it.
 template <typename T>
-T& uniqueCopy(std::shared_ptr<T>& shared) {
+class Shared final : public T {
+ public:
+  explicit Shared(T content) : T(std::move(content)) {}
+  Shared(const Shared&) = delete;
+  Shared& operator=(const Shared&) = delete;
+  ~Shared() {
+    if (destroyedLevels < kDestroyedLevels) {
+      ++destroyedLevels;
+      T::clear();
+      --destroyedLevels;
+    } else if (waitingContents) {
+      waitingContents->emplace_back(static_cast<T&&>(*this));
+    } else {
+      std::vector<std::variant<Array, Dictionary>> waiting;
+      waitingContents = &waiting;
+      T::clear();
+      while (!waiting.empty()) {
+        const auto next = std::move(waiting.back());
+        waiting.pop_back();
+      }
+      waitingContents = nullptr;
+    }
+  }
+};
+
+template <typename T>
+std::shared_ptr<T> makeShared(T content) {
+  return std::make_shared<Shared<T>>(std::move(content));
+}
+
+template <typename T>
+T& uniqueCopy(std::shared_ptr<T>& holder) {
   // Only the last holder may write in place; a holder that appears later copied this Value, which its owner serialises.
-  if (shared.use_count() != 1) {
-    shared = std::make_shared<T>(*shared);
-    return *shared;
+  if (holder.use_count() != 1) {
+    holder = makeShared(T(*holder));
+    return *holder;
   }
   // What the other holders read comes before the writing: the count is read without an order of its own.
 #if defined(ZR_THREAD_SANITIZER)
-  std::shared_ptr<T>(shared).reset();  // the same through the count itself: the sanitizer knows no fences
+  std::shared_ptr<T>(holder).reset();  // the same through the count itself: the sanitizer knows no fences
 #else
   std::atomic_thread_fence(std::memory_order_acquire);
 #endif
-  return *shared;
+  return *holder;
 }
 
 [[noreturn]] void throwNoReading(const Value& value, const char* reading) {
@@ -59,8 +103,65 @@ bool equalNumbers(const Value& left, const Value& right) {
   return left.integerValue() == right.integerValue();
 }
 
+// Pairs of containers whose elements are still to be compared.
+using PairsOfContainers = std::vector<std::pair<const Value*, const Value*>>;
+
+// Whether the values are equal, but for the elements of containers.
+bool equalOutside(const Value& left, const Value& right, PairsOfContainers& inside) {
+  if (left.isNumber() && right.isNumber()) return equalNumbers(left, right);
+  if (left.kind() != right.kind()) return false;
+  switch (left.kind()) {
+    case Value::Kind::String:
+      return *left.asString() == *right.asString();
+    case Value::Kind::Data:
+      return *left.asData() == *right.asData();
+    case Value::Kind::Date:
+      return *left.asDate() == *right.asDate();
+    case Value::Kind::URL:
+      return *left.asURL() == *right.asURL();
+    case Value::Kind::Array:
+      if (left.asArray() != right.asArray()) inside.emplace_back(&left, &right);
+      return left.asArray()->size() == right.asArray()->size();
+    case Value::Kind::Dictionary:
+      if (left.asDictionary() != right.asDictionary()) inside.emplace_back(&left, &right);
+      return left.asDictionary()->size() == right.asDictionary()->size();
+    case Value::Kind::Object:
+      return left.asObject()->isEqual(*right.asObject());
+    default:
+      return true;  // nil and the null marker
+  }
+}
+
+bool equalElements(const Dictionary& left, const Dictionary& right, PairsOfContainers& inside) {
+  if (left.size() != right.size()) return false;
+  for (const auto& [key, value] : left) {
+    const Value* other = right.find(key);
+    if (!other || !equalOutside(value, *other, inside)) return false;
+  }
+  return true;
+}
+
+bool equalInside(PairsOfContainers& inside) {
+  while (!inside.empty()) {
+    const auto [left, right] = inside.back();
+    inside.pop_back();
+    if (const Dictionary* dictionary = left->asDictionary()) {
+      if (!equalElements(*dictionary, *right->asDictionary(), inside)) return false;
+      continue;
+    }
+    const Array& elements = *left->asArray();
+    for (std::size_t i = 0; i < elements.size(); ++i) {
+      if (!equalOutside(elements[i], (*right->asArray())[i], inside)) return false;
+    }
+  }
+  return true;
+}
+
 void describe(const Value& value, std::size_t indent, std::string& out) {
-  if (const Array* array = value.asArray()) {
+  const bool isContainer = value.isArray() || value.isDictionary();
+  if (isContainer && indent == 4 * kDescribedLevels) {
+    out += "...";
+  } else if (const Array* array = value.asArray()) {
     out += "(\n";
     for (std::size_t i = 0; i < array->size(); ++i) {
       out.append(indent + 4, ' ');
@@ -109,8 +210,8 @@ Value::Value(std::string text) : storage_(validUtf8(std::move(text))) {}
 Value::Value(std::string_view text) : storage_(validUtf8(std::string(text))) {}
 Value::Value(Data data) : storage_(std::make_shared<const Data>(std::move(data))) {}
 Value::Value(URL url) : storage_(std::make_shared<const URL>(URL{validUtf8(std::move(url.absoluteString))})) {}
-Value::Value(Array array) : storage_(std::make_shared<Array>(std::move(array))) {}
-Value::Value(Dictionary dictionary) : storage_(std::make_shared<Dictionary>(std::move(dictionary))) {}
+Value::Value(Array array) : storage_(makeShared(std::move(array))) {}
+Value::Value(Dictionary dictionary) : storage_(makeShared(std::move(dictionary))) {}
 
 const Data* Value::asData() const noexcept {
   const auto* shared = std::get_if<std::shared_ptr<const Data>>(&storage_);
@@ -238,26 +339,8 @@ std::string Value::description() const {
 }
 
 bool operator==(const Value& left, const Value& right) {
-  if (left.isNumber() && right.isNumber()) return equalNumbers(left, right);
-  if (left.kind() != right.kind()) return false;
-  switch (left.kind()) {
-    case Value::Kind::String:
-      return *left.asString() == *right.asString();
-    case Value::Kind::Data:
-      return *left.asData() == *right.asData();
-    case Value::Kind::Date:
-      return *left.asDate() == *right.asDate();
-    case Value::Kind::URL:
-      return *left.asURL() == *right.asURL();
-    case Value::Kind::Array:
-      return left.asArray() == right.asArray() || *left.asArray() == *right.asArray();
-    case Value::Kind::Dictionary:
-      return left.asDictionary() == right.asDictionary() || *left.asDictionary() == *right.asDictionary();
-    case Value::Kind::Object:
-      return left.asObject()->isEqual(*right.asObject());
-    default:
-      return true;  // nil and the null marker
-  }
+  PairsOfContainers inside;
+  return equalOutside(left, right, inside) && equalInside(inside);
 }
 
 Dictionary::Dictionary(std::initializer_list<std::pair<std::string_view, Value>> pairs) {
@@ -347,12 +430,8 @@ void Dictionary::clear() noexcept {
 }
 
 bool operator==(const Dictionary& left, const Dictionary& right) {
-  if (left.size() != right.size()) return false;
-  for (const auto& [key, value] : left) {
-    const Value* other = right.find(key);
-    if (!other || !(*other == value)) return false;
-  }
-  return true;
+  PairsOfContainers inside;
+  return equalElements(left, right, inside) && equalInside(inside);
 }
 
 }  // namespace zorvane::platform

@@ -159,7 +159,8 @@ class Value {
   bool boolValue() const;
 
   // The "%@" rendering: text as it is, nil "(null)", the null marker "<null>", booleans "1" and "0", doubles in the
-  // shortest form that reads back, dates "2026-11-21 10:00:00 +0000", containers over several lines.
+  // shortest form that reads back, dates "2026-11-21 10:00:00 +0000", containers over several lines and
+  // down to 512 levels.
   std::string description() const;
 
   // Numbers compare by value whatever their kind; text never equals a number; nil equals only nil.

@@ -193,6 +193,14 @@ TEST_F(BatchStoreTest, DumpFileIsReadLineByLineAndBrokenLinesAreSkipped) {
   EXPECT_TRUE(events().getEventsFromDumpFile().empty());
 }
 
+TEST_F(BatchStoreTest, DumpFileOfEndlessLinesIsReadUpToFourMillionValues) {
+  startWithSession();
+  std::string content;
+  for (int i = 0; i < 2'100'000; ++i) content += "[1]\n";
+  writeAll(dumpPath(), content);
+  EXPECT_EQ(events().getEventsFromDumpFile().size(), 2'000'000u);
+}
+
 constexpr char kDump[] = "{\"EVENT_ACTION\":\"a\"}\n\nbroken\n{\"EVENT_ACTION\":\"b\"}\n";
 
 TEST_F(BatchStoreTest, DumpFileIsSentOnceAndGone) {

@@ -202,5 +202,22 @@ TEST(Value, LetsTheLastHolderWriteWhateverThreadReadBefore) {
   }
 }
 
+TEST(Value, NestingDeeperThanAStackIsComparedDescribedAndDestroyed) {
+  const auto nested = [](const Value& innermost) {
+    Value value = innermost;
+    for (int i = 0; i < 200'000; ++i) value = Array{Dictionary{{"a", std::move(value)}}, i};
+    return value;
+  };
+  const Value one = nested(1);
+  EXPECT_TRUE(one == nested(1.0));
+  EXPECT_FALSE(one == nested("1"));
+  EXPECT_FALSE(*one.asArray()->front().asDictionary() == Dictionary());
+  const std::string description = one.description();
+  EXPECT_NE(description.find("a = ..."), std::string::npos) << description.size();
+  Value copy = one;
+  copy.mutableArray().clear();
+  EXPECT_TRUE(one.asArray()->size() == 2);
+}
+
 }  // namespace
 }  // namespace zorvane::platform

@@ -25,10 +25,11 @@ constexpr std::size_t kMaximumDumpFileSize = 64u << 20;
 // As deep as the batch file is written.
 constexpr int kMaximumDepth = 128;
 
-// The pieces between the members of the platform's newline set: U+000A to U+000D, U+0085, U+2028, U+2029.
-std::vector<std::string_view> linesOf(std::string_view text) {
+// Calls take with each piece between the members of the platform's newline set: U+000A to U+000D, U+0085, U+2028,
+// U+2029. Empty pieces are left out.
+template <typename Take>
+void takeLines(std::string_view text, Take take) {
   static constexpr std::string_view kNewlines[] = {"\n", "\v", "\f", "\r", "\xC2\x85", "\xE2\x80\xA8", "\xE2\x80\xA9"};
-  std::vector<std::string_view> lines;
   std::size_t start = 0;
   std::size_t position = 0;
   while (position < text.size()) {
@@ -36,12 +37,22 @@ std::vector<std::string_view> linesOf(std::string_view text) {
     for (const std::string_view newline : kNewlines) {
       if (text.substr(position).starts_with(newline)) length = newline.size();
     }
-    if (length != 0) lines.push_back(text.substr(start, position - start));
+    if (length != 0 && position > start) take(text.substr(start, position - start));
     position += length != 0 ? length : 1;
     if (length != 0) start = position;
   }
-  lines.push_back(text.substr(start));
-  return lines;
+  if (start < text.size()) take(text.substr(start));
+}
+
+// With those inside it. Of values from a file, which are not deep.
+std::size_t countOfValues(const Value& value) {
+  std::size_t count = 1;
+  if (const Array* array = value.asArray()) {
+    for (const Value& element : *array) count += countOfValues(element);
+  } else if (const Dictionary* dictionary = value.asDictionary()) {
+    for (const auto& [key, element] : *dictionary) count += countOfValues(element);
+  }
+  return count;
 }
 
 bool holdsObject(const Value& value, int depth) {
@@ -174,13 +185,15 @@ Array ZREventsHandler::getEventsFromDumpFile() const {
   Array events;
   const auto text = platform::readFile(oldDatFilePath(), kMaximumDumpFileSize);
   if (!text || !platform::isValidUtf8(text.value())) return events;
-  for (const std::string_view line : linesOf(text.value())) {
-    auto parsed = platform::parseJSON(line);
+  platform::JSONLimits limits;  // of all lines together: a hostile file is short lines, a value each
+  takeLines(text.value(), [&](std::string_view line) {
+    auto parsed = platform::parseJSON(line, limits);
     // The platform's parser takes nothing but a container at the top.
     if (parsed && (parsed.value().isDictionary() || parsed.value().isArray())) {
+      limits.values -= std::min(limits.values, countOfValues(parsed.value()));
       events.push_back(std::move(parsed).value());
     }
-  }
+  });
   return events;
 }
 
