@@ -33,7 +33,7 @@ void playOpenURL(Runtime& runtime, const ScriptLine& line) {
   } else if (via != "facade") {
     throw NotAnAction("\"via\" must be \"app\", \"facade\", \"proxy\" or \"activity\"");
   }
-  if (via == "app" || via == "facade") runtime.analytics().processURL(url);
+  if (via == "app" || via == "facade") runtime.onMainThread([&] { runtime.analytics().processURL(url); });
 }
 
 void playSwizzle(Runtime& runtime, const ScriptLine& /*line*/) {

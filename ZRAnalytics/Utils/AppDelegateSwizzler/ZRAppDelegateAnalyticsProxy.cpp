@@ -13,8 +13,13 @@ ZRHandlerRegistry& registry() {
   return ZRHandlerRegistry::sharedRegistry();
 }
 
-void process(const std::optional<URL>& url) {
-  if (url) ZRSessionManager::processURL(*url);
+constexpr std::string_view kFile = "ZRAppDelegateAnalyticsProxy";
+
+// Nothing of this module's may fail in the application's own callbacks.
+void process(const std::optional<URL>& url, std::string_view operation) {
+  guarded({kFile, operation}, "exception in processing URL : %@", [&] {
+    if (url) ZRSessionManager::processURL(*url);
+  });
 }
 
 }  // namespace
@@ -111,27 +116,33 @@ ZRImplementation ZRAppDelegateAnalyticsProxy::nonExistantMethodImplementationFor
 
 bool ZRAppDelegateAnalyticsProxy::applicationOpenURLOptions(const std::optional<URL>& url,
                                                             const Dictionary& /*options*/) {
-  process(url);
+  process(url, "applicationOpenURLOptions");
   return false;
 }
 
 bool ZRAppDelegateAnalyticsProxy::applicationOpenURLSourceApplicationAnnotation(
     const std::optional<URL>& url, const std::string& /*sourceApplication*/, const Value& /*annotation*/) {
-  process(url);
+  process(url, "applicationOpenURLSourceApplicationAnnotation");
   return false;
 }
 
 bool ZRAppDelegateAnalyticsProxy::applicationContinueUserActivityRestorationHandler(
     const NSUserActivity& activity, const std::function<void(const Array&)>& /*restorationHandler*/) {
-  if (activity.activityType == NSUserActivityTypeBrowsingWeb) process(activity.webpageURL);
+  if (activity.activityType == NSUserActivityTypeBrowsingWeb) {
+    process(activity.webpageURL, "applicationContinueUserActivityRestorationHandler");
+  }
   return false;
 }
 
 Value getNamedPropertyFromObject(const Value& object, std::string_view name, ZRClassCheck expectedClass) {
   const auto properties = object.asObject<ZRNamedProperties>();
   if (!properties) return {};
-  Value value = properties->propertyNamed(name);
-  return expectedClass && !expectedClass(value) ? Value() : value;
+  Value value;
+  guarded({kFile, "getNamedPropertyFromObject"}, "exception : %@", [&] {
+    Value found = properties->propertyNamed(name);
+    if (!expectedClass || expectedClass(found)) value = std::move(found);
+  });
+  return value;
 }
 
 }  // namespace zorvane

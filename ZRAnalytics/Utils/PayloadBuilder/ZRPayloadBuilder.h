@@ -30,6 +30,10 @@ class ZRPayloadBuilder {
   // Degrees; exactly 0 is refused for either.
   void setLocationLatLngForKey(double latitude, double longitude, const Value& key);
 
+  // Lets the dictionary's key "zrv_non_interactive" set the flag, as initWithDictionary does: for a dictionary that was
+  // set or filled later.
+  void checkNonInteractive();
+
   // New properties at each call: the dictionary's pairs, then dates, then locations. Null after an internal failure,
   // which is reported.
   std::shared_ptr<ZRProperties> getProperties() const;
@@ -46,8 +50,6 @@ class ZRPayloadBuilder {
   void setLocationArray(Array entries) { locationArray_ = std::move(entries); }
 
  private:
-  void checkNonInteractive();
-
   bool isNonInteractive_ = false;
   std::shared_ptr<Dictionary> eventDict_;
   Array timeStampArray_;

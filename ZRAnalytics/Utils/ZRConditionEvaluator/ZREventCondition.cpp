@@ -50,7 +50,7 @@ ZREventCondition::ZREventCondition(const Dictionary& dictionary)
   if (const Array* dictionaries = filters->asArray()) {
     filters_.reserve(dictionaries->size());
     for (const Value& element : *dictionaries) addFilter(element);
-  } else {
+  } else if (!filters->isDictionary() || !filters->asDictionary()->empty()) {
     addFilter(Array{*filters});
   }
 }

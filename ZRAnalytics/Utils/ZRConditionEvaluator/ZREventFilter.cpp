@@ -77,7 +77,7 @@ ZREventFilter::ZREventFilter(const Dictionary& dictionary)
   }
   Value second = validObjectForKey(dictionary, "value1");
   if (!condValue_.isNil() && !second.isNil()) condValue_ = Array{std::move(condValue_), std::move(second)};
-  if (dataType_ == ZRFilterDataTypeString && !condValue_.isArray()) {
+  if (!condValue_.isNil() && !condValue_.isArray()) {
     condText_ = condValue_.description();
     if (!isCaseSensitive_) condText_ = platform::lowercased(condText_);
   }
