@@ -17,9 +17,9 @@ namespace {
 
 // Above this size a dictionary looks keys up by hash.
 constexpr std::size_t kIndexedSize = 16;
-// A host may nest values deeper than a stack is: comparing and destroying them takes none beyond these levels, and
-// their description ends there.
+// A host may nest values deeper than a stack is. Their description ends here.
 constexpr std::size_t kDescribedLevels = 512;
+// Containers destroyed inside one another; those further inside wait.
 constexpr int kDestroyedLevels = 64;
 
 #if defined(__SANITIZE_THREAD__)
@@ -30,8 +30,7 @@ constexpr int kDestroyedLevels = 64;
 #endif
 #endif
 
-// How many containers are being destroyed inside one another on this thread, and the contents of those that wait for
-// the outer ones.
+// How many containers are being destroyed inside one another on this thread, and the contents of those that wait.
 thread_local int destroyedLevels = 0;
 thread_local std::vector<std::variant<Array, Dictionary>>* waitingContents = nullptr;
 
