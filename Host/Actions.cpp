@@ -84,6 +84,7 @@ void playSDKState(Runtime& runtime, const ScriptLine& line) {
 }
 
 void playAppID(Runtime& runtime, const ScriptLine& line) {
+  runtime.analytics();  // registers itself with the core
   setAppIdentifier(line.text("value").value_or(std::string()));
   if (const auto delegate = ZorvaneCore::sharedInstance().appIdUpdateDelegate()) {
     delegate->appIDChangeHandledWithCompletionBlock(

@@ -70,9 +70,9 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
   void trackUserPushPreference(bool preference);
 
   // Ends this user and begins the next: logout event, a last flush, then a new session and a new registration, even
-  // when the flush failed. The completion is told, on the events handler's queue, whether a request was made and
-  // everything was accepted; while another sync runs it is told no at once, and again after that sync. Never called
-  // when the logout event is rejected. Gate: account.
+  // when the flush failed. The completion is told, on the events handler's queue (a global one while the SDK is
+  // disabled), whether a request was made and everything was accepted; while another sync runs it is told no at once,
+  // and again after that sync. Never called when the logout event is rejected. Gate: account.
   void resetUserWithCompletionBlock(std::function<void(bool success)> completion);
   void resetUser();
   void clearUserInfo();
@@ -143,7 +143,7 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
   // --- Called by the core
 
   // The application identifier changed: what was recorded under the old one is sent, then the user is cleaned up and
-  // the completion called, on the events handler's queue. Gate: account.
+  // the completion called, on the events handler's queue (a global one while the SDK is disabled). Gate: account.
   void appIDChangeHandledWithCompletionBlock(std::function<void()> completion) override;
   // The SDK was enabled or disabled. Disabled: stored events, the advertising identifier, the flush timer (for
   // good, as disablePeriodicFlush) and the session go. Enabled: a new session. No gate.

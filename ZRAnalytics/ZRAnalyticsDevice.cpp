@@ -41,14 +41,16 @@ void ZRAnalytics::appStatus(std::int64_t status) {
 }
 
 void ZRAnalytics::smartTriggerForAppStatus(std::int64_t status) {
-  if (status != kStatusInstall) {
-    ZREventsHandler::sharedInstance().trackEvent(kEventNameAppUpdate);
-    return;
-  }
-  // At most once per installation.
-  if (ZRCoreUtils::installRegistered()) return;
-  ZRCoreUtils::registerInstall();
-  ZREventsHandler::sharedInstance().trackEvent(kEventNameAppInstall);
+  guarded({kFile, "smartTriggerForAppStatus"}, "exception is %@", [&] {
+    if (status != kStatusInstall) {
+      ZREventsHandler::sharedInstance().trackEvent(kEventNameAppUpdate);
+      return;
+    }
+    // At most once per installation.
+    if (ZRCoreUtils::installRegistered()) return;
+    ZRCoreUtils::registerInstall();
+    ZREventsHandler::sharedInstance().trackEvent(kEventNameAppInstall);
+  });
 }
 
 void ZRAnalytics::trackSDKVersion() {
@@ -119,8 +121,8 @@ std::optional<Dictionary> ZRAnalytics::getDeviceAddRequestBody() const {
 
   const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
   if (store.isDataTrackingEnabled()) {
-    const auto vendorID = store.isIDFVTrackingEnabled() ? ZRCoreUtils::getIDFV() : std::nullopt;
-    if (vendorID && !vendorID->empty()) body.set("IDFV", *vendorID);
+    const std::string vendorID = store.isIDFVTrackingEnabled() ? ZRCoreUtils::getIDFV() : std::string();
+    if (!vendorID.empty()) body.set("IDFV", vendorID);
     const auto advertisingID = store.isIDFATrackingEnabled() ? ZRAnalyticsUtils::advertiserID() : std::nullopt;
     if (advertisingID && !advertisingID->empty()) body.set(kUserAttrNameIDFA, *advertisingID);
   }

@@ -175,29 +175,32 @@ void ZRAnalytics::optOutOfDataTracking(bool optOut) {
 }
 
 void ZRAnalytics::optOutOfIDFVTracking(bool optOut) {
-  ZorvaneCore& core = ZorvaneCore::sharedInstance();
-  ZRSDKConfiguration configuration = core.getDefaultSDKConfiguration();
-  if (configuration.optOutIDFVTracking() == optOut) return;
-  configuration.setOptOutIDFVTracking(optOut);
-  core.updateSDKConfigWithCompletionBlock(configuration, [optOut] {
-    if (optOut) return;
-    const auto identifier = ZRCoreUtils::getIDFV();
-    ZRDeviceAttributesHandler::sharedInstance().setDeviceAttributeForKey(identifier ? Value(*identifier) : Value(),
-                                                                         kDeviceAttributeNameIDFV);
+  guarded({kFile, "optOutOfIDFVTracking"}, "exception is %@", [&] {
+    ZorvaneCore& core = ZorvaneCore::sharedInstance();
+    ZRSDKConfiguration configuration = core.getDefaultSDKConfiguration();
+    if (configuration.optOutIDFVTracking() == optOut) return;
+    configuration.setOptOutIDFVTracking(optOut);
+    core.updateSDKConfigWithCompletionBlock(configuration, [optOut] {
+      if (optOut) return;
+      ZRDeviceAttributesHandler::sharedInstance().setDeviceAttributeForKey(ZRCoreUtils::getIDFV(),
+                                                                           kDeviceAttributeNameIDFV);
+    });
   });
 }
 
 void ZRAnalytics::optOutOfIDFATracking(bool optOut) {
-  ZorvaneCore& core = ZorvaneCore::sharedInstance();
-  ZRSDKConfiguration configuration = core.getDefaultSDKConfiguration();
-  if (configuration.optOutIDFATracking() == optOut) return;
-  configuration.setOptOutIDFATracking(optOut);
-  core.updateSDKConfigWithCompletionBlock(configuration, [this, optOut] {
-    if (optOut) {
-      forgetAdvertisingIdentifier();
-    } else {
-      trackAdvertisingIdentifier();
-    }
+  guarded({kFile, "optOutOfIDFATracking"}, "exception is %@", [&] {
+    ZorvaneCore& core = ZorvaneCore::sharedInstance();
+    ZRSDKConfiguration configuration = core.getDefaultSDKConfiguration();
+    if (configuration.optOutIDFATracking() == optOut) return;
+    configuration.setOptOutIDFATracking(optOut);
+    core.updateSDKConfigWithCompletionBlock(configuration, [this, optOut] {
+      if (optOut) {
+        forgetAdvertisingIdentifier();
+      } else {
+        trackAdvertisingIdentifier();
+      }
+    });
   });
 }
 

@@ -65,10 +65,8 @@ std::optional<std::string> ZRCoreUtils::getSDKUniqueIdForUser() {
   return uniqueIDMadeOnce();
 }
 
-std::optional<std::string> ZRCoreUtils::getIDFV() {
-  const auto current = configuration();
-  if (current->idfv.empty()) return std::nullopt;
-  return current->idfv;
+std::string ZRCoreUtils::getIDFV() {
+  return configuration()->idfv;
 }
 std::string ZRCoreUtils::getDeviceModel() {
   return configuration()->device_model;

@@ -22,8 +22,8 @@ class ZRCoreUtils {
   // The identifier of this user on this device; made at the first call and after each clean-up of the user. Absent when
   // the core has none to give.
   static std::optional<std::string> getSDKUniqueIdForUser();
-  // Absent when not known.
-  static std::optional<std::string> getIDFV();
+  // The vendor identifier; empty when the configuration has none.
+  static std::string getIDFV();
   static std::string getDeviceModel();
   static std::string getDeviceName();
   static std::string getDeviceSystemVersion();

@@ -55,7 +55,7 @@ TEST_F(CoreTest, TheConfigurationIsAnsweredAsItWasGiven) {
                    store().getUserAttributeCachingDuration()}),
             (Array{1, 2, 3, 4, 5}));
   EXPECT_EQ((Array{*store().getAppGroupID(), ZRCoreUtils::appVersion(), ZRCoreUtils::getZorvaneSDKVersion(),
-                   *ZRCoreUtils::getIDFV(), ZRCoreUtils::getDeviceModel(), ZRCoreUtils::getDeviceName(),
+                   ZRCoreUtils::getIDFV(), ZRCoreUtils::getDeviceModel(), ZRCoreUtils::getDeviceName(),
                    ZRCoreUtils::getDeviceSystemVersion()}),
             (Array{"g", "2.0", "3.0", "v", "m", "n", "o"}));
   EXPECT_EQ(store().getSourceExtraKeys(), (Array{"k", "l"}));
@@ -68,9 +68,8 @@ TEST_F(CoreTest, TheConfigurationIsAnsweredAsItWasGiven) {
   EXPECT_TRUE(ZorvaneCore::sharedInstance().isDeviceUniqueIDPresentInKeyChain());
   const Dictionary effective = effectiveConfiguration();
   for (const auto& [key, value] : given) EXPECT_EQ(effective.objectForKey(key), value) << key;
-  updateRemoteConfiguration({{"app_group_id", ""}, {"idfv", ""}, {"idfa", null}});
+  updateRemoteConfiguration({{"app_group_id", ""}, {"idfa", null}});
   EXPECT_FALSE(store().getAppGroupID());
-  EXPECT_FALSE(ZRCoreUtils::getIDFV());
   EXPECT_EQ(effectiveConfiguration().objectForKey("idfa"), null);
   EXPECT_EQ(store().getZrvAppID(), "APP");
   setAppIdentifier("");

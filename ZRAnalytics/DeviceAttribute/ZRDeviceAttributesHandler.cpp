@@ -7,14 +7,6 @@
 #include "ZorvaneCore/ZRCoreUtils.h"
 
 namespace zorvane {
-namespace {
-
-Value valueOf(const std::optional<std::string>& text) {
-  return text ? Value(*text) : Value();
-}
-
-}  // namespace
-
 ZRDeviceAttributesHandler& ZRDeviceAttributesHandler::sharedInstance() {
   static ZRDeviceAttributesHandler* const handler = new ZRDeviceAttributesHandler;
   return *handler;
@@ -43,7 +35,7 @@ void ZRDeviceAttributesHandler::setDeviceModelAttributes() {
   setDeviceAttributeForKey(ZRCoreUtils::getDeviceName(), "device_model_name");
   setDeviceAttributeForKey(ZRCoreUtils::getDeviceSystemVersion(), "os_version");
   if (ZRConfigDataManager::sharedInstance().isIDFVTrackingEnabled()) {
-    setDeviceAttributeForKey(valueOf(ZRCoreUtils::getIDFV()), kDeviceAttributeNameIDFV);
+    setDeviceAttributeForKey(ZRCoreUtils::getIDFV(), kDeviceAttributeNameIDFV);
   }
 }
 

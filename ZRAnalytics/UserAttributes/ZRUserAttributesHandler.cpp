@@ -19,6 +19,7 @@ namespace zorvane {
 namespace {
 
 constexpr std::string_view kFile = "ZRUserAttributesHandler";
+constexpr ReportSite kForcedReset{kFile, "forceResetUserWithNewUserAttributeUniqueID"};
 constexpr std::string_view kArchiveClasses[] = {ZRUserAttributeData::kClassName, ZRUserAttribute::kClassName};
 constexpr std::size_t kMaximumLegacyFileSize = 16u << 20;
 
@@ -149,42 +150,47 @@ void ZRUserAttributesHandler::setUserAttributeUniqueID(const Value& value) {
 }
 
 void ZRUserAttributesHandler::forceResetUserWithNewUserAttributeUniqueID(const std::string& uniqueID) {
-  auto properties = ZRProperties::initWithAttributes({{"type", "forced"}});
-  properties->setNonInteractive();
-  ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(
-      kEventNameLogout, std::move(properties), [this, uniqueID] {
-        // Kept until the very end, so that the next start can finish the change.
-        platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-        defaults.setObjectForKey(uniqueID, kUserDefaultsKeyModifiedUserAttrUniqueID);
-        (void)defaults.synchronize();
-        ZREventsHandler& events = ZREventsHandler::sharedInstance();
-        events.saveCurrentBatch();
-        const auto pending = std::make_shared<Value>(uniqueID);
-        events.flushEventsInBackgroundAndResetWithCompletionBlock(false, true, [this, pending](bool success, bool) {
-          logLine(success ? "User Force logged out" : "User Force logged out : sync unsuccessful");
-          platform::hostServices()
-              .scheduler->globalQueue(platform::Priority::Default)
-              .async([this, uniqueID = std::exchange(*pending, Value())] { finishForcedReset(uniqueID); });
+  guarded(kForcedReset, "exception : %@", [&] {
+    auto properties = ZRProperties::initWithAttributes({{"type", "forced"}});
+    properties->setNonInteractive();
+    ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(
+        kEventNameLogout, std::move(properties),
+        [this, uniqueID] { guarded(kForcedReset, "exception : %@", [&] { flushForcedReset(uniqueID); }); });
+  });
+}
+
+void ZRUserAttributesHandler::flushForcedReset(const std::string& uniqueID) {
+  // Kept until the very end, so that the next start can finish the change.
+  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+  defaults.setObjectForKey(uniqueID, kUserDefaultsKeyModifiedUserAttrUniqueID);
+  (void)defaults.synchronize();
+  ZREventsHandler& events = ZREventsHandler::sharedInstance();
+  events.saveCurrentBatch();
+  const auto pending = std::make_shared<Value>(uniqueID);
+  events.flushEventsInBackgroundAndResetWithCompletionBlock(false, true, [this, pending](bool success, bool) {
+    logLine(success ? "User Force logged out" : "User Force logged out : sync unsuccessful");
+    platform::hostServices()
+        .scheduler->globalQueue(platform::Priority::Default)
+        .async([this, requested = std::exchange(*pending, Value())] {
+          guarded(kForcedReset, "exception : %@", [&] { finishForcedReset(requested); });
         });
-      });
+  });
 }
 
 void ZRUserAttributesHandler::finishForcedReset(const Value& requested) {
-  guarded({kFile, "forceResetUserWithNewUserAttributeUniqueID"}, "exception : %@", [&] {
-    platform::hostServices().notificationCenter->post(kNotificationNameInitNewUser);
-    platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-    // An update of the modules may have taken it away meanwhile, and then the requested one counts. Nothing is left for
-    // a completion that comes a second time: the text is then "(null)".
-    const Value stored = defaults.objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
-    const std::string uniqueID = (stored.isNil() ? requested : stored).description();
-    if (setUserAttributeValueWithNameCheckStorage(uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) {
-      logLine("User Attribute Unique ID tracked with Value %@", {uniqueID});
-    } else {
-      logLine("User Attribute Unique ID wasn't tracked as value was invalid");
-    }
-    defaults.removeObjectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
-    (void)defaults.synchronize();
-  });
+  platform::hostServices().notificationCenter->post(kNotificationNameInitNewUser);
+  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+  // An update of the modules may have taken it away meanwhile, and then the requested one counts. Nothing is left for a
+  // completion that comes a second time: the text is then "(null)".
+  const Value stored = defaults.objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
+  const std::string uniqueID = (stored.isNil() ? requested : stored).description();
+  if (setUserAttributeValueWithNameCheckStorage(uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) {
+    logLine("User Attribute Unique ID tracked with Value %@", {uniqueID});
+  } else {
+    logLine("User Attribute Unique ID wasn't tracked as value was invalid");
+  }
+  defaults.removeObjectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
+  (void)defaults.synchronize();
 }
 
 void ZRUserAttributesHandler::updateUserAttributeUniqueID(const Value& value) {

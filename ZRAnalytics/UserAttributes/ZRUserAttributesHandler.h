@@ -62,6 +62,7 @@ class ZRUserAttributesHandler {
  private:
   ZRUserAttributesHandler();
   std::shared_ptr<ZRUserAttributeData> userAttributeData() const;
+  void flushForcedReset(const std::string& uniqueID);
   void finishForcedReset(const Value& requested);
 
   mutable platform::Mutex dataMutex_;
