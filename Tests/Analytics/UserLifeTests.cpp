@@ -82,7 +82,7 @@ TEST_F(UserLifeTest, ResetEndsTheUserAndBeginsTheNext) {
   EXPECT_NE(Value(*ZRCoreUtils::getSDKUniqueIdForUser()), oldID);
   EXPECT_EQ(deviceRequests().size(), 1u);
   // Of the new user.
-  EXPECT_EQ(recorded().size(), 3u + 2u) << "model, no vendor identifier, advertising identifier twice";
+  EXPECT_EQ(recorded().size(), 4u + 2u) << "model and vendor identifier, advertising identifier twice";
   EXPECT_EQ(facade().getTrackedIDFA(), Value("IDFA-1"));
 }
 
@@ -202,7 +202,7 @@ TEST_F(UserLifeTest, OptOutClearsWhatIsKeptOnceAndTellsTheServiceOfEachChange) {
   settle();
   ASSERT_EQ(deviceRequests().size(), 2u);
   EXPECT_EQ(preference(1), Value(true));
-  EXPECT_EQ(recorded().size(), 3u + 2u) << "model and advertising identifier, though the request failed";
+  EXPECT_EQ(recorded().size(), 4u + 2u) << "model, vendor and advertising identifier, though the request failed";
 
   updateRemoteConfiguration({{"account_active", false}});
   facade().optOutOfDataTracking(true);
