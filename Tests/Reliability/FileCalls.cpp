@@ -1,0 +1,236 @@
+#include "Reliability/FileCalls.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <utility>
+
+#include "Platform/Files/SystemCalls.h"
+
+namespace zorvane::testing {
+namespace {
+
+using platform::SystemCalls;
+namespace fs = std::filesystem;
+
+// --- Calls that fail
+
+struct Plan {
+  int countdown = -1;
+  FaultKind kind = FaultKind::Once;
+  int error = 0;
+  bool reached = false;
+};
+Plan plan;
+
+bool fail() {
+  if (plan.kind == FaultKind::ShortWrites) return false;
+  const bool now = plan.countdown == 0 || (plan.countdown < 0 && plan.reached && plan.kind == FaultKind::FromThereOn);
+  if (plan.countdown >= 0) --plan.countdown;
+  if (!now) return false;
+  plan.reached = true;
+  errno = plan.error;
+  return true;
+}
+
+ssize_t failingWrite(int file, const iovec* pieces, int count) {
+  if (plan.kind != FaultKind::ShortWrites) return fail() ? -1 : ::writev(file, pieces, count);
+  if (plan.countdown > 0) {
+    --plan.countdown;
+    return ::writev(file, pieces, count);
+  }
+  if (std::exchange(plan.reached, true)) {
+    errno = plan.error;
+    return -1;
+  }
+  return ::write(file, pieces[0].iov_base, std::max<std::size_t>(pieces[0].iov_len / 2, 1));
+}
+
+int failingClose(int file) {
+  const int result = ::close(file);  // closed all the same
+  return fail() ? -1 : result;
+}
+
+constexpr SystemCalls kFailingCalls{
+    [](const char* p, int f, mode_t m) { return fail() ? -1 : ::open(p, f, m); },
+    [](int d, const char* n, int f, mode_t m) { return fail() ? -1 : ::openat(d, n, f, m); },
+    [](int f, struct stat* s) { return fail() ? -1 : ::fstat(f, s); },
+    [](int d, const char* n, struct stat* s, int f) { return fail() ? -1 : ::fstatat(d, n, s, f); },
+    [](int f, void* b, std::size_t n) { return fail() ? ssize_t{-1} : ::read(f, b, n); },
+    failingWrite,
+    [](int) { return fail() ? -1 : 0; },  // no need to wait for the medium
+    failingClose,
+    [](int d, const char* a, int e, const char* b) { return fail() ? -1 : ::renameat(d, a, e, b); },
+    [](int d, const char* n, int f) { return fail() ? -1 : ::unlinkat(d, n, f); },
+    [](const char* p, mode_t m) { return fail() ? -1 : ::mkdir(p, m); },
+    [](int f, int o) { return fail() ? -1 : ::flock(f, o); },
+};
+
+// --- A power loss
+
+struct Node {
+  bool isDirectory = false;
+  std::string content;                                 // as synced
+  std::map<std::string, std::shared_ptr<Node>> names;  // as synced
+};
+
+std::string contentOf(const fs::path& path) {
+  std::ifstream stream(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+class Medium {
+ public:
+  Medium(int number, UnsyncedNames names, fs::path root) : countdown_(number), names_(names), root_(std::move(root)) {
+    for (const auto& entry : fs::recursive_directory_iterator(root_)) syncNode(entry.path());
+    for (const auto& entry : fs::recursive_directory_iterator(root_)) {
+      if (entry.is_directory()) syncNames(entry.path());
+    }
+    syncNames(root_);
+  }
+
+  void changing() {
+    if (countdown_-- != 0) return;
+    if (names_ == UnsyncedNames::Kept) {
+      for (const auto& entry : fs::recursive_directory_iterator(root_)) {
+        if (entry.is_directory()) syncNames(entry.path());
+      }
+      syncNames(root_);
+    }
+    const std::shared_ptr<Node> root = nodeAt(root_);
+    for (const auto& entry : fs::directory_iterator(root_)) fs::remove_all(entry.path());
+    restore(*root, root_);
+    _exit(0);
+  }
+  void created(const fs::path& path) { nodes_[inodeOf(path)] = std::make_shared<Node>(); }
+  void madeDirectory(const fs::path& path) {
+    created(path);
+    nodeAt(path)->isDirectory = true;
+  }
+  void synced(int file) {
+    const fs::path path = pathOf(file);
+    if (fs::is_directory(path)) {
+      syncNames(path);
+    } else {
+      nodeAt(path)->content = contentOf(path);
+    }
+  }
+  static fs::path pathOf(int file) { return fs::read_symlink("/proc/self/fd/" + std::to_string(file)); }
+
+ private:
+  static ino_t inodeOf(const fs::path& path) {
+    struct stat status {};
+    ::lstat(path.c_str(), &status);
+    return status.st_ino;
+  }
+  std::shared_ptr<Node> nodeAt(const fs::path& path) {
+    std::shared_ptr<Node>& node = nodes_[inodeOf(path)];
+    if (!node) node = std::make_shared<Node>();
+    return node;
+  }
+  void syncNode(const fs::path& path) {
+    nodeAt(path)->isDirectory = fs::is_directory(path);
+    if (fs::is_regular_file(path)) nodeAt(path)->content = contentOf(path);
+  }
+  void syncNames(const fs::path& directory) {
+    Node& node = *nodeAt(directory);
+    node.names.clear();
+    for (const auto& entry : fs::directory_iterator(directory)) {
+      node.names[entry.path().filename().string()] = nodeAt(entry.path());
+    }
+  }
+  void restore(const Node& directory, const fs::path& path) {
+    for (const auto& [name, node] : directory.names) {
+      if (node->isDirectory) {
+        fs::create_directory(path / name);
+        restore(*node, path / name);
+      } else {
+        std::ofstream(path / name, std::ios::binary) << node->content;
+      }
+    }
+  }
+
+  int countdown_;
+  const UnsyncedNames names_;
+  const fs::path root_;
+  std::map<ino_t, std::shared_ptr<Node>> nodes_;
+};
+
+Medium* medium = nullptr;
+
+constexpr SystemCalls kFollowedCalls{
+    [](const char* p, int f, mode_t m) { return ::open(p, f, m); },  // creates nothing
+    [](int d, const char* n, int f, mode_t m) {
+      medium->changing();
+      const int file = ::openat(d, n, f, m);
+      if (file >= 0 && (f & O_CREAT) != 0) medium->created(Medium::pathOf(file));
+      return file;
+    },
+    ::fstat,
+    ::fstatat,
+    ::read,
+    [](int f, const iovec* p, int c) {
+      medium->changing();
+      return ::writev(f, p, c);
+    },
+    [](int f) {
+      medium->changing();
+      medium->synced(f);
+      return 0;
+    },
+    ::close,
+    [](int d, const char* a, int e, const char* b) {
+      medium->changing();
+      return ::renameat(d, a, e, b);
+    },
+    [](int d, const char* n, int f) {
+      medium->changing();
+      return ::unlinkat(d, n, f);
+    },
+    [](const char* p, mode_t m) {
+      medium->changing();
+      const int result = ::mkdir(p, m);
+      if (result == 0) medium->madeDirectory(p);
+      return result;
+    },
+    ::flock,
+};
+
+}  // namespace
+
+FileFaults::FileFaults(int number, FaultKind kind, int error) {
+  plan = {number, kind, error, false};
+  platform::setSystemCalls(&kFailingCalls);
+}
+
+void FileFaults::lift() {
+  doNotWaitForTheMedium();
+}
+
+void doNotWaitForTheMedium() {
+  static const SystemCalls calls = [] {
+    SystemCalls real = platform::kRealSystemCalls;
+    real.fsync = [](int) { return 0; };
+    return real;
+  }();
+  platform::setSystemCalls(&calls);
+}
+
+bool FileFaults::reached() {
+  return plan.reached;
+}
+
+void losePowerAt(int number, UnsyncedNames names, const std::string& tree) {
+  medium = new Medium(number, names, tree);
+  platform::setSystemCalls(&kFollowedCalls);
+}
+
+}  // namespace zorvane::testing
