@@ -27,8 +27,8 @@ std::string archivePath(std::string_view name);
 std::shared_ptr<const platform::ArchivedObject> readArchive(const std::string& path, std::string_view rootClass,
                                                             std::span<const std::string_view> classes);
 
-// Rewrites the whole file. A failure leaves the old file, and the next write holds everything again; one that goes on is
-// returned the first time only.
+// Rewrites the whole file. A failure leaves the old file, and the next write holds everything again; one that goes on
+// is returned the first time only.
 platform::Status writeArchive(const std::string& path, const std::shared_ptr<const platform::ArchivedObject>& root);
 // The log line for a failure; with no lock held.
 void logArchiveFailure(const platform::Status& written);
