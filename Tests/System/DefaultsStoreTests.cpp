@@ -4,10 +4,12 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <cerrno>
 #include <thread>
 #include <vector>
 
 #include "Platform/Files/FileSystem.h"
+#include "Platform/Files/SystemCalls.h"
 #include "Platform/HostServices.h"
 #include "System/TemporaryDirectory.h"
 
@@ -48,13 +50,42 @@ TEST(DefaultsStore, ReadsBooleansOutOfNumbersAndTextOnly) {
   EXPECT_FALSE(store.boolForKey("missing"));
 }
 
-TEST(DefaultsStore, OfAnUnreadableFileIsEmpty) {
+TEST(DefaultsStore, KeepsADamagedFileAsideAndSaysSoOnce) {
   TemporaryDirectory directory;
+  std::vector<std::string> problems;
+  setDefaultsProblemHook([&](const std::string& problem) { problems.push_back(problem); });
   for (const char* bytes : {"", "bplist00", "no property list", "<plist><array/></plist>"}) {
     ASSERT_TRUE(replaceFileAtomically(directory.file("store.plist"), bytes));
     DefaultsStore store("name", directory.file("store.plist"));
     EXPECT_TRUE(store.dictionaryRepresentation().empty());
+    EXPECT_TRUE(store.objectForKey("key").isNil());
+    EXPECT_EQ(readFile(directory.file("store.plist.damaged"), 100).value(), bytes);
   }
+  setDefaultsProblemHook({});
+  EXPECT_EQ(problems.size(), 4U);
+}
+
+TEST(DefaultsStore, NeverWritesOverAFileThatCannotBeReadAtTheMoment) {
+  TemporaryDirectory directory;
+  const std::string path = directory.file("store.plist");
+  {
+    DefaultsStore store("name", path);
+    for (const char* key : {"kept", "changed", "removed"}) store.setObjectForKey("old", key);
+    ASSERT_TRUE(store.synchronize());
+  }
+  static SystemCalls broken = kRealSystemCalls;
+  broken.read = [](int, void*, std::size_t) -> ssize_t {
+    errno = EIO;
+    return -1;
+  };
+  setSystemCalls(&broken);
+  DefaultsStore store("name", path);
+  store.setObjectForKey("new", "changed");
+  store.removeObjectForKey("removed");
+  EXPECT_FALSE(store.synchronize());
+  setSystemCalls(nullptr);
+  ASSERT_TRUE(store.synchronize());
+  EXPECT_EQ(DefaultsStore("again", path).dictionaryRepresentation(), (Dictionary{{"kept", "old"}, {"changed", "new"}}));
 }
 
 TEST(DefaultsStore, WritesOnlyChangesAndTriesAgainAfterAFailure) {
