@@ -1,6 +1,34 @@
 #include "Collector/Database.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
 namespace zorvane::collector {
+
+namespace {
+
+// The path with the folder's links followed; SQLite would follow, or refuse, those and the file's own alike.
+std::string withoutLinksToFolder(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  char* const resolved = ::realpath(folder.c_str(), nullptr);
+  if (!resolved) return path;
+  std::string result = std::string(resolved) + '/' + path.substr(slash + 1);
+  std::free(resolved);
+  return result;
+}
+
+// SQLite would let the group and others read it; the files beside it get the mode of this one.
+void makePrivate(const std::string& path) {
+  // Only a new file is opened: closing another would take the process's locks on it away.
+  const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+  if (file >= 0) ::close(file);
+}
+
+}  // namespace
 
 Statement::Statement(sqlite3* database, std::string_view sql) {
   sqlite3_stmt* statement = nullptr;
@@ -63,9 +91,17 @@ std::string Statement::text(int column) const {
 }
 
 Database::Database(const std::string& path) {
+  int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+  std::string name = ":memory:";
+  if (!path.empty()) {
+    name = withoutLinksToFolder(path);
+    flags |= SQLITE_OPEN_NOFOLLOW;
+    makePrivate(name);
+    struct stat status;
+    if (::lstat(name.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) throw DatabaseError("it is a symbolic link");
+  }
   sqlite3* database = nullptr;
-  const int code = sqlite3_open_v2(path.empty() ? ":memory:" : path.c_str(), &database,
-                                   SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+  const int code = sqlite3_open_v2(name.c_str(), &database, flags, nullptr);
   database_.reset(database);
   if (code != SQLITE_OK) throw DatabaseError(database ? sqlite3_errmsg(database) : "out of memory");
   sqlite3_busy_timeout(database, 5000);  // somebody reads or copies the file by hand

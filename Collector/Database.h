@@ -55,7 +55,7 @@ class Statement {
 // One connection. Not thread-safe.
 class Database {
  public:
-  // An empty path: in memory.
+  // An empty path: in memory. A file is made with mode 0600 when absent; a link in its place is refused.
   explicit Database(const std::string& path);
 
   sqlite3* get() const { return database_.get(); }

@@ -1,5 +1,8 @@
 #include "Collector/Recorder.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -16,9 +19,20 @@ std::string quoted(const std::string& text) {
   return json(text).dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
+// Null and errno on failure. A link is somebody else's word on where to write, but for the system's own
+// ("/dev/stdout").
+std::FILE* openPrivate(const std::string& path) {
+  const int links = path.starts_with("/dev/") ? 0 : O_NOFOLLOW;
+  const int descriptor = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | links, 0600);
+  if (descriptor < 0) return nullptr;
+  std::FILE* const file = ::fdopen(descriptor, "a");
+  if (!file) ::close(descriptor);
+  return file;
+}
+
 }  // namespace
 
-Recorder::Recorder(const std::string& path) : path_(path), file_(std::fopen(path.c_str(), "ae")) {
+Recorder::Recorder(const std::string& path) : path_(path), file_(openPrivate(path)) {
   if (!file_) throw std::runtime_error("cannot write the record " + path + ": " + std::strerror(errno));
 }
 

@@ -20,7 +20,8 @@ struct ReceivedRequest {
 // Any thread.
 class Recorder {
  public:
-  // Appends to the file, made when absent. Throws std::runtime_error if it cannot be opened.
+  // Appends to the file, made with mode 0600 when absent; a link is not followed, except below "/dev". Throws
+  // std::runtime_error if it cannot be opened.
   explicit Recorder(const std::string& path);
 
   // {"method", "path", "headers", "body", "status"}; whole and flushed when the call returns. The body is written as it

@@ -30,6 +30,25 @@ std::int64_t limitOf(const httplib::Request& request) {
   return number ? std::clamp<std::int64_t>(limit, 0, kMaximumRows) : kDefaultRows;
 }
 
+// A page of another site can lead a name of its own to this machine, to read here what its browser guards as its own;
+// an address or "localhost" it cannot.
+bool isOwnHost(std::string_view host) {
+  if (host.starts_with('[')) return true;
+  host = host.substr(0, host.find(':'));
+  return host == "localhost" || host.find_first_not_of("0123456789.") == std::string_view::npos;
+}
+
+// Why a browser's request is refused; empty where it is not.
+std::string foreignPageOf(const httplib::Request& request) {
+  const std::string host = request.get_header_value("Host");
+  if (!isOwnHost(host)) return "the host is neither \"localhost\" nor an address";
+  if (request.method == "POST" && request.has_header("Origin") &&
+      request.get_header_value("Origin") != "http://" + host) {
+    return "a page of another origin sends nothing here";
+  }
+  return "";
+}
+
 // Answers without reading what may still come, so the connection cannot be used again.
 void closeAfterAnswer() {
   Listener::currentExchange().connection.closeAfterAnswer();
@@ -70,7 +89,17 @@ void Server::stop() {
 
 void Server::setRoutes() {
   listener_.set_payload_max_length(kMaxBodyBytes);
+  listener_.set_default_headers({{"X-Content-Type-Options", "nosniff"},
+                                 {"Content-Security-Policy",
+                                  "default-src 'none'; connect-src 'self'; script-src 'unsafe-inline'; "
+                                  "style-src 'unsafe-inline'; frame-ancestors 'none'"}});
   listener_.set_pre_routing_handler([](const httplib::Request& request, httplib::Response& response) {
+    if (std::string refusal = foreignPageOf(request); !refusal.empty()) {
+      Listener::currentExchange().error = std::move(refusal);
+      response.status = 403;
+      closeAfterAnswer();
+      return httplib::Server::HandlerResponse::Handled;
+    }
     if (request.method == "GET" || request.method == "HEAD" || request.method == "POST") {
       return httplib::Server::HandlerResponse::Unhandled;
     }

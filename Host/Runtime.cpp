@@ -84,7 +84,9 @@ platform::Directories makeContainer(const std::string& path) {
 
 int openTrace(const std::string& path) {
   if (path.empty()) return -1;
-  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
+  // A link is somebody else's word on where to write, but for the system's own ("/dev/stdout").
+  const int links = path.starts_with("/dev/") ? 0 : O_NOFOLLOW;
+  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC | links, 0600);
   if (descriptor < 0) throw UsageError("--trace: cannot write " + path + ": " + std::strerror(errno));
   return descriptor;
 }

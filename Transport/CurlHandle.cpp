@@ -74,6 +74,7 @@ bool CurlHandle::prepare(const CurlTransportOptions& options, const TransportReq
   set(CURLOPT_NOSIGNAL, 1L);
   set(CURLOPT_PROTOCOLS_STR, "http,https");
   set(CURLOPT_FOLLOWLOCATION, 0L);
+  set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   set(CURLOPT_TCP_NODELAY, 1L);
   set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(options.connectTimeout.count()));
   set(CURLOPT_TIMEOUT_MS, static_cast<long>(options.totalTimeout.count()));

@@ -25,8 +25,9 @@ struct CurlTransportOptions {
 // Has one thread of its own. On it run makeBody and the completions, without a lock held; what they throw costs only
 // their own request. At most six requests are under way, over connections that are reused.
 //
-// Certificates are verified. Redirects are not followed: a 3xx is the answer. Only http and https are spoken. A
-// connection that turns out to have been closed while it was idle is replaced, and the request sent again.
+// Certificates and the host's name in them are verified, over TLS 1.2 or later. Redirects are not followed: a 3xx is
+// the answer. Only http and https are spoken. A connection that turns out to have been closed while it was idle is
+// replaced, and the request sent again.
 //
 // The process may exit at any moment, requests under way or not.
 class CurlTransport final : public NetworkTransport {

@@ -139,11 +139,13 @@ CoreState::CoreState()
 void CoreState::configure(CoreSetup setup) {
   auto configuration = std::make_shared<RemoteConfiguration>();
   configuration->apply(setup.remoteConfiguration);
+  std::shared_ptr<const RemoteConfiguration> current = std::move(configuration);
+  std::shared_ptr<const CoreSetup> replaced = std::make_shared<CoreSetup>(std::move(setup));
   {
     platform::MutexLock lock(mutex_);
-    configuration_ = std::move(configuration);
-    appId_ = setup.appId;
-    setup_ = std::make_shared<CoreSetup>(std::move(setup));
+    configuration_.swap(current);
+    appId_ = replaced->appId;
+    setup_.swap(replaced);
   }
   refreshGates();
 }
@@ -159,12 +161,15 @@ void CoreState::applyConfiguration(const Dictionary& changes) {
 }
 
 void CoreState::refreshGates() {
-  (void)choice(kChoiceSDKDisabled);  // a first reading of the file may log
-  // Of two changes at a time the answer made from both is stored last.
-  platform::MutexLock lock(gatesMutex_);
+  // Of two changes at a time the later turn sees both, and its answer stands.
+  const std::uint64_t turn = ++gateTurns_;
   const auto current = configuration();
+  const bool disabled = choice(kChoiceSDKDisabled);  // may log, so with no lock held
+  platform::MutexLock lock(gatesMutex_);
+  if (turn < lastGateTurn_) return;
+  lastGateTurn_ = turn;
   accountActive_.store(current->account_active, std::memory_order_release);
-  sdkEnabled_.store(current->sdk_enabled && !choice(kChoiceSDKDisabled), std::memory_order_release);
+  sdkEnabled_.store(current->sdk_enabled && !disabled, std::memory_order_release);
 }
 
 std::shared_ptr<const RemoteConfiguration> CoreState::configuration() const {

@@ -83,7 +83,9 @@ class CoreState {
   CoreState();
   void refreshGates();
 
-  platform::Mutex gatesMutex_;  // taken before mutex_
+  std::atomic<std::uint64_t> gateTurns_{0};
+  platform::Mutex gatesMutex_;
+  std::uint64_t lastGateTurn_ ZR_GUARDED_BY(gatesMutex_) = 0;
   mutable platform::Mutex mutex_;
   std::shared_ptr<const RemoteConfiguration> configuration_ ZR_GUARDED_BY(mutex_);
   std::shared_ptr<const CoreSetup> setup_ ZR_GUARDED_BY(mutex_);

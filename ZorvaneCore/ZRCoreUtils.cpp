@@ -14,23 +14,12 @@ std::shared_ptr<const RemoteConfiguration> configuration() {
   return CoreState::shared().configuration();
 }
 
-// Two threads that ask for the first time get one identifier.
-platform::Mutex& uniqueIDMutex() {
-  static platform::Mutex* const mutex = new platform::Mutex;
-  return *mutex;
-}
-
 std::string uniqueIDMadeOnce() {
   platform::DefaultsStore& defaults = platform::sdkDefaults();
-  std::string made;
-  (void)defaults.objectForKey(kUserDefaultsKeySDKUniqueId);  // a first reading of the file may log
-  {
-    platform::MutexLock lock(uniqueIDMutex());
-    const Value kept = defaults.objectForKey(kUserDefaultsKeySDKUniqueId);
-    if (kept.isString()) return *kept.asString();
-    made = platform::randomUUID();
-    defaults.setObjectForKey(made, kUserDefaultsKeySDKUniqueId);
-  }
+  const Value kept = defaults.objectForKey(kUserDefaultsKeySDKUniqueId);
+  if (kept.isString()) return *kept.asString();
+  // Two threads that ask for the first time get one identifier.
+  std::string made = defaults.textForKeyOrStored(kUserDefaultsKeySDKUniqueId, platform::randomUUID());
   // An identifier that cannot be written holds until the process ends.
   (void)defaults.writeChanges();
   return made;

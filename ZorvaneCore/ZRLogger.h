@@ -11,7 +11,8 @@
 
 namespace zorvane {
 
-// Where log lines go. Called from any thread, with no lock held; what it throws is dropped.
+// Where log lines go. Called from any thread, with no lock held, also while one of the module's objects is made for the
+// first time: a sink hands its line on and does not call the module. What it throws is dropped.
 class ZRLogSink {
  public:
   virtual ~ZRLogSink() = default;

@@ -26,6 +26,11 @@ if(ZR_SANITIZE)
   add_link_options(-fsanitize=${ZR_SANITIZE})
 endif()
 
+# Tests of these builds see to it that nothing outside is called under a lock.
+if(ZR_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL "Debug")
+  add_compile_definitions(ZR_COUNT_LOCKS)
+endif()
+
 add_library(zr_warnings INTERFACE)
 target_compile_options(zr_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
 if(ZR_WARNINGS_AS_ERRORS)

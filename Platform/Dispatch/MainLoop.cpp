@@ -93,13 +93,14 @@ void MainLoop::runSyncCall(SyncCall& call) {
 
 TimerId MainLoop::startRepeatingTimer(double intervalSeconds, std::function<void()> work) {
   const double now = clock_->monotonicSeconds();
+  const bool timed = clock_->runsByItself();
   TimerId id = 0;
   bool startMain = false;
   bool startTimers = false;
   {
     MutexLock lock(mutex_);
     id = timers_.add(now, intervalSeconds, std::move(work));
-    if (pump_ == Pump::Host && clock_->runsByItself() && !stopped_) {
+    if (pump_ == Pump::Host && timed && !stopped_) {
       startTimers = !std::exchange(timerThreadStarted_, true);
     }
     startMain = noteThreadStart();
@@ -173,11 +174,13 @@ void MainLoop::pump() {
 
 bool MainLoop::waitForWork(Task& task) {
   const bool timed = clock_->runsByItself();
-  MutexLock lock(mutex_);
-  while (!stopped_) {
+  for (;;) {
+    // The host's clock is asked with no lock held.
+    const double now = timed ? clock_->monotonicSeconds() : 0;
+    MutexLock lock(mutex_);
+    if (stopped_) return false;
     double wait = -1;
     if (const double deadline = timers_.nextDeadline(); timed && deadline >= 0) {
-      const double now = clock_->monotonicSeconds();
       if (auto work = timers_.takeDue(now)) {
         context_->tasks.add();
         task = [work = std::move(work)] { (*work)(); };
@@ -198,7 +201,6 @@ bool MainLoop::waitForWork(Task& task) {
     }
     asleep_ = false;
   }
-  return false;
 }
 
 void MainLoop::runCounted(Task& task) {
@@ -232,21 +234,22 @@ void MainLoop::serveTimers() noexcept {
 }
 
 bool MainLoop::waitForDueTimer() {
-  MutexLock lock(mutex_);
-  while (!stopped_) {
+  for (;;) {
+    const double now = clock_->monotonicSeconds();
+    MutexLock lock(mutex_);
+    if (stopped_) return false;
     const double deadline = timers_.nextDeadline();
     if (timersOnTheirWay_ || deadline < 0) {
       wake_.wait(mutex_);
       continue;
     }
-    const double wait = deadline - clock_->monotonicSeconds();
+    const double wait = deadline - now;
     if (wait <= 0) {
       timersOnTheirWay_ = true;
       return true;
     }
     wake_.waitFor(mutex_, wait);
   }
-  return false;
 }
 
 void MainLoop::stop() {

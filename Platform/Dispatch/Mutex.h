@@ -10,23 +10,42 @@
 
 namespace zorvane::platform {
 
+// How many of these locks the calling thread holds, so that a test can see that nothing outside is called under one.
+// Counted only where ZR_COUNT_LOCKS is defined, for the whole build; elsewhere it is 0.
+#if defined(ZR_COUNT_LOCKS)
+inline constexpr bool kLocksAreCounted = true;
+inline thread_local int locksHeldByThread = 0;
+#else
+inline constexpr bool kLocksAreCounted = false;
+inline constexpr int locksHeldByThread = 0;
+#endif
+
 // For locks held briefly, without I/O or waiting.
 class ZR_CAPABILITY("mutex") Mutex {
  public:
   void lock() ZR_ACQUIRE() {
     // Locks are held for less time than it takes to go to sleep and to be woken.
     for (int attempt = 0; attempt < kSpins; ++attempt) {
-      if (mutex_.try_lock()) return;
+      if (mutex_.try_lock()) return count(1);
       pause();
     }
     mutex_.lock();
+    count(1);
   }
-  void unlock() ZR_RELEASE() { mutex_.unlock(); }
+  void unlock() ZR_RELEASE() {
+    count(-1);
+    mutex_.unlock();
+  }
 
  private:
   friend class Condition;
   static constexpr int kSpins = 100;
 
+  static void count([[maybe_unused]] int change) noexcept {
+#if defined(ZR_COUNT_LOCKS)
+    locksHeldByThread += change;
+#endif
+  }
   static void pause() noexcept {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_ia32_pause();

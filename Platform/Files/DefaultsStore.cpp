@@ -140,6 +140,15 @@ bool DefaultsStore::boolForKey(std::string_view key) const {
   return (value.isNumber() || value.isString()) && value.boolValue();
 }
 
+std::string DefaultsStore::textForKeyOrStored(std::string_view key, std::string text) {
+  loadIfNeeded();
+  MutexLock lock(mutex_);
+  if (const Value* kept = content_.find(key); kept && kept->isString()) return *kept->asString();
+  content_.set(key, text);
+  changed_ = true;
+  return text;
+}
+
 void DefaultsStore::setObjectForKey(Value value, std::string_view key) {
   if (value.isNil()) {
     removeObjectForKey(key);

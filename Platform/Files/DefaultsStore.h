@@ -28,6 +28,8 @@ class DefaultsStore {
   Value objectForKey(std::string_view key) const;
   // False when the key is missing or its value has no boolean reading.
   bool boolForKey(std::string_view key) const;
+  // The text under the key; where there is none, the given one is stored and returned, as one step.
+  std::string textForKeyOrStored(std::string_view key, std::string text);
   // Nil removes the key.
   void setObjectForKey(Value value, std::string_view key);
   void removeObjectForKey(std::string_view key);

@@ -25,7 +25,12 @@ void PrintTo(const Dictionary& dictionary, std::ostream* out) {
 
 namespace zorvane::testing {
 
+void expectNoLockHeld(const char* where) {
+  EXPECT_EQ(platform::locksHeldByThread, 0) << where << " is called under a lock";
+}
+
 void LogRecorder::logMessage(std::int64_t type, const std::string& message) {
+  expectNoLockHeld("the log");
   EXPECT_EQ(type, 1);
   {
     std::lock_guard lock(mutex_);
@@ -36,6 +41,7 @@ void LogRecorder::logMessage(std::int64_t type, const std::string& message) {
 
 void LogRecorder::logError(const std::string& file, std::int64_t line, const std::string& operation,
                            const std::string& message, const std::vector<std::string>& /*callStack*/) {
+  expectNoLockHeld("the log");
   std::lock_guard lock(mutex_);
   errors_.push_back({file, line, operation, message});
 }
@@ -67,6 +73,7 @@ std::string FakeService::Request::header(const std::string& name) const {
 }
 
 void FakeService::send(TransportRequest request, std::function<void(const TransportResponse&)> completion) {
+  expectNoLockHeld("the transport");
   auto body = platform::parseJSON(request.makeBody());
   Request record{request.url, request.headers, body ? body.value() : Value()};
   EXPECT_TRUE(body) << "a body that is no JSON";

@@ -27,6 +27,9 @@ void PrintTo(const Dictionary& dictionary, std::ostream* out);
 
 namespace zorvane::testing {
 
+// Fails the test when the module calls out while it holds a lock. Seen in the builds that count locks (Mutex.h).
+void expectNoLockHeld(const char* where);
+
 // Keeps what the module logs. Thread-safe.
 class LogRecorder final : public ZRLogSink {
  public:

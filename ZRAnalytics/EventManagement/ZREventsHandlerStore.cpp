@@ -133,7 +133,7 @@ void ZREventsHandler::saveCurrentBatch() {
                      {kBatchKeyRequestTime, requestTimeNow()}};
     const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
     if (auto session = sessions.getCurrentSessionInfoDict()) batch.set(kBatchKeySession, *std::move(session));
-    batch.set(kBatchKeySource, sessions.getCurrentSessionSourceInfoArray());
+    batch.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray()));
     outcome = batchFile_.store(batchID, batch);
   } catch (...) {
     returnToCurrentBatch(std::move(events));

@@ -27,10 +27,12 @@ Date now() {
 std::shared_ptr<ZRSession> ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated(ZRSourceArray sources,
                                                                                         bool backgroundInitiated) {
   auto session = std::make_shared<ZRSession>();
+  const Date start = now();
+  const Date lastInteraction = now();
   platform::MutexLock lock(session->mutex_);
   session->sessionID_ = generateSessionID();
-  session->sessionStartTime_ = now();
-  session->sessionLastInteractionTime_ = now();
+  session->sessionStartTime_ = start;
+  session->sessionLastInteractionTime_ = lastInteraction;
   session->backgroundInitiated_ = backgroundInitiated;
   session->sessionSources_ = withoutNulls(std::move(sources));
   return session;

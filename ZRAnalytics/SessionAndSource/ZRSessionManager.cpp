@@ -160,12 +160,7 @@ std::string ZRSessionManager::getFilePathForSessionInfo() const {
 }
 
 void ZRSessionManager::saveSessionInfo() {
-  platform::Status written = platform::Done{};
-  {
-    platform::MutexLock lock(fileMutex_);
-    written = writeArchive(getFilePathForSessionInfo(), sessionInfo_->encodeWithCoder());
-  }
-  logArchiveFailure(written);
+  archive_.write(getFilePathForSessionInfo(), [this] { return sessionInfo_->encodeWithCoder(); });
 }
 
 std::optional<Dictionary> ZRSessionManager::getCurrentSessionInfoDict() const {

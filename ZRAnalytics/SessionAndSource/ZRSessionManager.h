@@ -9,6 +9,7 @@
 
 #include "ZRAnalytics/SessionAndSource/ZRSession.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
+#include "ZRAnalytics/Utils/ZRArchiving.h"
 
 namespace zorvane {
 
@@ -68,8 +69,7 @@ class ZRSessionManager {
 
   std::atomic<bool> isAppInBackground_{true};
   std::shared_ptr<ZRSessionInfo> sessionInfo_;
-  // Held while the file is written, so that an older state never overwrites a newer one.
-  platform::Mutex fileMutex_;
+  ZRArchiveWriter archive_;
 };
 
 }  // namespace zorvane

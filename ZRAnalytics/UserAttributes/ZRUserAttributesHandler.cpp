@@ -275,12 +275,7 @@ void ZRUserAttributesHandler::clearUserDefaultsOnLogout() {
 
 void ZRUserAttributesHandler::persistUserAttributesData() {
   logLine("User Attributes Data persisted");
-  platform::Status written = platform::Done{};
-  {
-    platform::MutexLock lock(fileMutex_);
-    written = writeArchive(getFilePathForUserAttribute(), userAttributeData()->encodeWithCoder());
-  }
-  logArchiveFailure(written);
+  archive_.write(getFilePathForUserAttribute(), [this] { return userAttributeData()->encodeWithCoder(); });
 }
 
 std::string ZRUserAttributesHandler::getFilePathForUserAttribute() const {

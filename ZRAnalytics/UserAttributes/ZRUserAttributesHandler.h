@@ -8,6 +8,7 @@
 
 #include "Platform/Dispatch/Mutex.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributeData.h"
+#include "ZRAnalytics/Utils/ZRArchiving.h"
 
 namespace zorvane {
 
@@ -68,8 +69,7 @@ class ZRUserAttributesHandler {
   mutable platform::Mutex dataMutex_;
   // Never null.
   std::shared_ptr<ZRUserAttributeData> userAttributeData_ ZR_GUARDED_BY(dataMutex_);
-  // Held while the file is written, so that an older state never overwrites a newer one.
-  platform::Mutex fileMutex_;
+  ZRArchiveWriter archive_;
 };
 
 }  // namespace zorvane

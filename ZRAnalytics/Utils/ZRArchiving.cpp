@@ -1,9 +1,7 @@
 #include "ZRAnalytics/Utils/ZRArchiving.h"
 
-#include <map>
 #include <utility>
 
-#include "Platform/Dispatch/Mutex.h"
 #include "Platform/Files/FileSystem.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
@@ -14,20 +12,6 @@ namespace {
 
 // Far above any session or attribute cache; what is larger is no file of ours.
 constexpr std::size_t kMaximumArchiveSize = 64u << 20;
-
-// Whether the last attempt to write the file had another outcome.
-bool isNews(const std::string& path, std::string error) {
-  struct Outcomes {
-    platform::Mutex mutex;
-    std::map<std::string, std::string> errors ZR_GUARDED_BY(mutex);
-  };
-  static Outcomes& outcomes = *new Outcomes;
-  platform::MutexLock lock(outcomes.mutex);
-  std::string& last = outcomes.errors[path];
-  if (last == error) return false;
-  last = std::move(error);
-  return true;
-}
 
 }  // namespace
 
@@ -45,14 +29,22 @@ std::shared_ptr<const platform::ArchivedObject> readArchive(const std::string& p
   return root ? std::move(root).value() : nullptr;
 }
 
-platform::Status writeArchive(const std::string& path, const std::shared_ptr<const platform::ArchivedObject>& root) {
-  auto written = platform::replaceFileAtomically(path, platform::archiveRootObject(root));
-  if (!isNews(path, written ? std::string() : written.error().message)) return platform::Done{};
-  return written;
-}
-
-void logArchiveFailure(const platform::Status& written) {
-  if (!written) logLine("Archive : %@", {written.error().message});
+void ZRArchiveWriter::write(const std::string& path,
+                            const std::function<std::shared_ptr<const platform::ArchivedObject>()>& root) {
+  // What a later turn writes has seen all that this one sees.
+  const std::uint64_t turn = ++begun_;
+  const std::string bytes = platform::archiveRootObject(root());
+  std::string problem;
+  {
+    platform::MutexLock lock(mutex_);
+    if (turn < written_) return;
+    written_ = turn;
+    const auto written = platform::replaceFileAtomically(path, bytes);
+    if (!written) problem = written.error().message;
+    if (lastError_ == problem) return;
+    lastError_ = problem;
+  }
+  if (!problem.empty()) logLine("Archive : %@", {problem});
 }
 
 }  // namespace zorvane

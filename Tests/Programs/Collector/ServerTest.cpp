@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -249,6 +250,57 @@ TEST_F(ServerTest, TheRecordHoldsEachRequestAsItCame) {
   EXPECT_EQ(lines[0]["status"], 400);
   EXPECT_FALSE(lines[0]["headers"].contains("REMOTE_ADDR"));
   EXPECT_EQ(lines[1]["body"], "not\n\xef\xbf\xbdjson");
+}
+
+TEST_F(ServerTest, APageOfAnotherSiteGetsNothing) {
+  start();
+  const std::string port = ":" + std::to_string(server_->port());
+  for (const std::string& host : {"127.0.0.1" + port, "localhost" + port, "10.0.2.2" + port, "[::1]" + port}) {
+    EXPECT_EQ(client().Get("/api/summary", {{"Host", host}})->status, 200) << host;
+    EXPECT_EQ(client().Get("/", {{"Host", host}})->get_header_value("X-Content-Type-Options"), "nosniff");
+  }
+  for (const std::string& host :
+       {"example.com" + port, "127.0.0.1.example.com" + port, std::string("localhost.evil")}) {
+    const auto answer = client().Get("/api/summary", {{"Host", host}});
+    EXPECT_EQ(answer->status, 403) << host;
+    EXPECT_EQ(json::parse(answer->body).size(), 1u);
+  }
+  const std::string host = "127.0.0.1" + port;
+  EXPECT_EQ(post("/v1/report/A", "{", {{"Host", host}, {"Origin", "http://" + host}}), 400);
+  for (const char* origin : {"http://example.com", "http://localhost", "null"}) {
+    EXPECT_EQ(post("/v1/report/A", "{", {{"Host", host}, {"Origin", origin}}), 403) << origin;
+  }
+}
+
+TEST_F(ServerTest, OnlyTheOwnerReadsTheFilesAndNoLinkIsFollowed) {
+  const auto permissionsOf = [](const std::filesystem::path& path) {
+    return std::filesystem::status(path).permissions();
+  };
+  const mode_t before = ::umask(0);
+  start();
+  EXPECT_EQ(postSigned("/v1/report/APP", report("1-A")), 200);
+  ::umask(before);
+  int files = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(directory_)) {
+    EXPECT_EQ(static_cast<int>(permissionsOf(entry.path())), 0600) << entry.path();
+    ++files;
+  }
+  EXPECT_EQ(files, 4) << "database, log and index of the log, record";
+  server_.reset();
+
+  std::filesystem::create_symlink(directory_ + "/elsewhere", directory_ + "/link");
+  options_.record = directory_ + "/link";
+  EXPECT_THROW(start(), std::runtime_error);
+  options_.record.clear();
+  options_.database = directory_ + "/link";
+  EXPECT_THROW(start(), std::runtime_error);
+  EXPECT_FALSE(std::filesystem::exists(directory_ + "/elsewhere"));
+  // What leads to the folder is the owner's own choice.
+  std::filesystem::create_directory(directory_ + "/folder");
+  std::filesystem::create_directory_symlink(directory_ + "/folder", directory_ + "/way");
+  options_.database = directory_ + "/way/collected.db";
+  start();
+  EXPECT_TRUE(std::filesystem::exists(directory_ + "/folder/collected.db"));
 }
 
 TEST_F(ServerTest, FaultsComeWhereTheyWereAskedFor) {

@@ -1,9 +1,12 @@
 // The program as its users run it: scripts in, lines and requests out.
 
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <atomic>
+#include <filesystem>
 #include <future>
+#include <set>
 
 #include "ZRHostFixture.h"
 
@@ -45,6 +48,34 @@ TEST_F(ZRHost, WrongUsageIsSaidInOneLine) {
     EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
     EXPECT_TRUE(result.output.empty());
   }
+}
+
+TEST_F(ZRHost, OnlyTheOwnerReadsWhatItWritesAndNoLinkIsFollowed) {
+  const std::string trace = directory_.file("trace");
+  const mode_t before = ::umask(0);
+  const HostResult result = run({R"({"do": "config", "set": {"app_group_id": "group"}})", R"({"do": "launch"})",
+                                 R"({"do": "uniqueID", "value": "u"})", R"({"do": "save"})", R"({"do": "inactive"})"},
+                                arguments({"--trace", trace}));
+  ::umask(before);
+  EXPECT_EQ(result.status, 0);
+  std::set<std::string> names;
+  const auto expectPrivate = [&](const std::filesystem::directory_entry& entry) {
+    const int mode = static_cast<int>(entry.status().permissions());
+    EXPECT_EQ(mode, entry.is_directory() ? 0700 : 0600) << entry.path();
+    names.insert(entry.path().filename());
+  };
+  expectPrivate(std::filesystem::directory_entry(trace));
+  expectPrivate(std::filesystem::directory_entry(directory_.file("app")));
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory_.file("app"))) expectPrivate(entry);
+  for (const char* name : {"Documents", "ZrvData", "ZRSessionInfo", "ZRUserAttributes", "sdk.plist", "groups"}) {
+    EXPECT_TRUE(names.contains(name)) << name;
+  }
+
+  std::filesystem::create_symlink(directory_.file("elsewhere"), directory_.file("link"));
+  const HostResult refused = run({}, arguments({"--trace", directory_.file("link")}));
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_THAT(refused.errors, HasSubstr("--trace: cannot write"));
+  EXPECT_FALSE(std::filesystem::exists(directory_.file("elsewhere")));
 }
 
 TEST_F(ZRHost, LineThatIsNoActionEndsTheScriptAndIsNamed) {

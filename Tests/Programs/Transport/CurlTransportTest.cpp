@@ -121,12 +121,16 @@ TEST_F(CurlTransportTest, ManyRequestsShareSixConnectionsAndHoldSixBodies) {
 }
 
 TEST_F(CurlTransportTest, EveryFailureIsAnAnswerWithItsReason) {
-  http_.server.Post("/moved", [this](const httplib::Request&, httplib::Response& response) {
-    response.set_redirect(url("/target"));
-  });
+  Running<httplib::Server> elsewhere;
   std::atomic<int> followed{0};
-  http_.server.Post("/target", [&followed](const httplib::Request&, httplib::Response&) { ++followed; });
-  http_.server.Get("/target", [&followed](const httplib::Request&, httplib::Response&) { ++followed; });
+  for (httplib::Server* server : {&http_.server, &elsewhere.server}) {
+    server->Post("/target", [&followed](const httplib::Request&, httplib::Response&) { ++followed; });
+    server->Get("/target", [&followed](const httplib::Request&, httplib::Response&) { ++followed; });
+  }
+  http_.server.Post("/moved/(\\d+)/(\\d+)", [](const httplib::Request& received, httplib::Response& response) {
+    response.set_redirect("http://127.0.0.1:" + received.matches[1].str() + "/target",
+                          std::atoi(received.matches[2].str().c_str()));
+  });
   http_.server.Post("/large", [](const httplib::Request&, httplib::Response& response) {
     response.set_content(std::string(1001, 'x'), "text/plain");
   });
@@ -146,7 +150,12 @@ TEST_F(CurlTransportTest, EveryFailureIsAnAnswerWithItsReason) {
   CurlTransportOptions options;
   options.maxAnswerBytes = 1000;
   CurlTransport transport(options);
-  EXPECT_EQ(answerTo(transport, request(url("/moved"))).status, 302);
+  for (const int port : {http_.port, elsewhere.port}) {
+    for (const int status : {301, 302, 303, 307, 308}) {
+      const std::string path = "/moved/" + std::to_string(port) + "/" + std::to_string(status);
+      EXPECT_EQ(answerTo(transport, request(url(path))).status, status);
+    }
+  }
   EXPECT_EQ(followed, 0);
   EXPECT_EQ(answerTo(transport, request(url("/absent"))).status, 404);
   EXPECT_EQ(answerTo(transport, request(url("/full"))).body.size(), 1000u);
@@ -206,49 +215,81 @@ TEST_F(CurlTransportTest, ACompletionMayThrowSendAndDestroy) {
   EXPECT_EQ(last.get_future().get(), 200);
 }
 
+// Servers whose certificates an authority of the test's own has signed, or another one.
 class TLSTest : public CurlTransportTest {
  protected:
+  using SecureServer = Running<httplib::SSLServer>;
+
   void SetUp() override {
     char name[] = "/tmp/zrtransport-XXXXXX";
     ASSERT_NE(::mkdtemp(name), nullptr);
     directory_ = name;
-    for (const char* who : {"server", "other"}) {
-      const std::string file = directory_ + "/" + who;
-      ASSERT_EQ(std::system(("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 "
-                             "-subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1 -keyout " +
-                             file + ".key -out " + file + ".pem 2>/dev/null")
-                                .c_str()),
-                0);
+    for (const std::string authority : {"authority", "stranger"}) {
+      run("openssl req -x509 " + kNewKey + "-days 2 -subj /CN=" + authority + " -keyout " + file(authority, ".key") +
+          " -out " + file(authority, ".pem"));
     }
-    https_ = std::make_unique<Running<httplib::SSLServer>>((directory_ + "/server.pem").c_str(),
-                                                           (directory_ + "/server.key").c_str());
-    https_->server.Post("/", [](const httplib::Request& received, httplib::Response& response) {
-      response.set_content(received.body, "text/plain");
-    });
+    options_.certificateFile = file("authority", ".pem");
   }
   void TearDown() override { std::filesystem::remove_all(directory_); }
-  std::string secureURL() const { return "https://127.0.0.1:" + std::to_string(https_->port) + "/"; }
 
+  std::string file(const std::string& who, const char* ending) const { return directory_ + "/" + who + ending; }
+  static void run(const std::string& command) {
+    ASSERT_EQ(std::system((command + " 2>/dev/null").c_str()), 0) << command;
+  }
+  // Valid from now for so many days.
+  std::unique_ptr<SecureServer> serverWith(const std::string& subject, const std::string& authority, int days) {
+    run("openssl req -new " + kNewKey + "-subj /CN=server -addext subjectAltName=" + subject + " -keyout " +
+        file("server", ".key") + " -out " + file("server", ".csr"));
+    run("openssl x509 -req -in " + file("server", ".csr") + " -copy_extensions copy -CAcreateserial -CA " +
+        file(authority, ".pem") + " -CAkey " + file(authority, ".key") + " -days " + std::to_string(days) + " -out " +
+        file("server", ".pem"));
+    auto made = std::make_unique<SecureServer>(file("server", ".pem").c_str(), file("server", ".key").c_str());
+    made->server.Post("/", [this](const httplib::Request& received, httplib::Response& response) {
+      ++served_;
+      response.set_content(received.body, "text/plain");
+    });
+    return made;
+  }
+  static std::string urlOf(const SecureServer& server) {
+    return "https://127.0.0.1:" + std::to_string(server.port) + "/";
+  }
+
+  const std::string kNewKey = "-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes ";
   std::string directory_;
-  std::unique_ptr<Running<httplib::SSLServer>> https_;
+  CurlTransportOptions options_;
+  std::atomic<int> served_{0};
 };
 
 TEST_F(TLSTest, OnlyATrustedServerIsTalkedTo) {
-  CurlTransportOptions options;
-  options.certificateFile = directory_ + "/server.pem";
-  CurlTransport trusting(options);
-  EXPECT_EQ(answerTo(trusting, request(secureURL(), "[1]")).body, "[1]");
-  options.certificateFile = directory_ + "/other.pem";
-  CurlTransport other(options);
-  EXPECT_THAT(answerTo(other, request(secureURL())).error, HasSubstr("certificate"));
+  const struct {
+    const char* subject;
+    const char* authority;
+    int days;
+    const char* error;
+  } cases[] = {
+      {"IP:127.0.0.1", "authority", -1, "expired"},
+      {"DNS:example.com", "authority", 2, "127.0.0.1"},
+      {"IP:127.0.0.1", "stranger", 2, "certificate problem"},
+  };
+  CurlTransport transport(options_);
+  for (const auto& [subject, authority, days, error] : cases) {
+    const auto server = serverWith(subject, authority, days);
+    const TransportResponse response = answerTo(transport, request(urlOf(*server)));
+    EXPECT_EQ(response.status, 0);
+    EXPECT_THAT(response.error, HasSubstr(error));
+  }
+  const auto server = serverWith("IP:127.0.0.1", "authority", 2);
   CurlTransport usual;
-  EXPECT_THAT(answerTo(usual, request(secureURL())).error, HasSubstr("certificate"));
+  EXPECT_THAT(answerTo(usual, request(urlOf(*server))).error, HasSubstr("certificate problem")) << "not the system's";
+  EXPECT_EQ(served_, 0);
+  EXPECT_EQ(answerTo(transport, request(urlOf(*server), "[1]")).body, "[1]");
 }
 
 TEST_F(TLSTest, TheProcessMayExitWithRequestsUnderWay) {
+  const auto server = serverWith("IP:127.0.0.1", "authority", 2);
   for (int answers = 0; answers < 12; ++answers) {
-    const std::string command = std::string(ZR_EXITING_SENDER) + " " + secureURL() + " " + directory_ + "/server.pem " +
-                                std::to_string(answers);
+    const std::string command = std::string(ZR_EXITING_SENDER) + " " + urlOf(*server) + " " + options_.certificateFile +
+                                " " + std::to_string(answers);
     const int status = std::system(command.c_str());
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 7) << "status " << status;
   }

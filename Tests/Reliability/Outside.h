@@ -1,0 +1,201 @@
+// Everything that the module calls outside itself, as a host, a service and the other modules would give it. Each piece
+// fails the test when it is called under a lock; some of them call back, throw, or answer on the caller's thread.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Platform/Formats/JSON.h"
+#include "Support/ModuleTest.h"
+#include "ZorvaneCore/ZREventTriggerDelegate.h"
+
+namespace zorvane::testing {
+
+// Real time, whose wall clock can be put forward and back.
+class OutsideClock final : public platform::Clock {
+ public:
+  Date now() const override {
+    expectNoLockHeld("the clock");
+    return {system_.now().secondsSince1970 + shift_};
+  }
+  double monotonicSeconds() const override {
+    expectNoLockHeld("the clock");
+    return system_.monotonicSeconds();
+  }
+  bool runsByItself() const override {
+    expectNoLockHeld("the clock");
+    return true;
+  }
+  void setShift(double seconds) { shift_ = seconds; }
+
+ private:
+  platform::SystemClock system_;
+  std::atomic<double> shift_{0};
+};
+
+class OutsideApplication final : public platform::Application {
+ public:
+  platform::ApplicationState state() const override {
+    expectNoLockHeld("the application");
+    return static_cast<platform::ApplicationState>(asked_++ % 3);
+  }
+  platform::BackgroundTaskId beginBackgroundTask(std::string_view, std::function<void()> expirationHandler) override {
+    expectNoLockHeld("the application");
+    std::lock_guard lock(mutex_);
+    expirations_[++lastTask_] = std::move(expirationHandler);
+    return lastTask_;
+  }
+  void endBackgroundTask(platform::BackgroundTaskId id) override {
+    expectNoLockHeld("the application");
+    std::function<void()> ended;
+    std::lock_guard lock(mutex_);
+    std::swap(ended, expirations_[id]);
+    expirations_.erase(id);
+  }
+  // As the system does when time is up; on the main thread.
+  void expireOldest() {
+    std::function<void()> expiration;
+    {
+      std::lock_guard lock(mutex_);
+      if (!expirations_.empty()) expiration = expirations_.begin()->second;
+    }
+    if (expiration) expiration();
+  }
+
+ private:
+  mutable std::atomic<unsigned> asked_{0};
+  std::mutex mutex_;
+  platform::BackgroundTaskId lastTask_ = platform::kNoBackgroundTask;
+  std::map<platform::BackgroundTaskId, std::function<void()>> expirations_;
+};
+
+class OutsideDevice final : public platform::AdvertisingService,
+                            public platform::LocaleService,
+                            public platform::TimeZone {
+ public:
+  int trackingAuthorizationStatus() const override {
+    expectNoLockHeld("the advertising service");
+    return 3;
+  }
+  std::optional<std::string> advertisingIdentifier() const override { return next("the advertising service", "IDFA-"); }
+  std::optional<std::string> localeIdentifier() const override { return next("the locale", "de_"); }
+  std::optional<std::string> countryCode() const override { return next("the locale", "C"); }
+  std::optional<std::string> languageCode() const override { return next("the locale", "l"); }
+  std::int64_t secondsFromGMT(Date) const override {
+    expectNoLockHeld("the time zone");
+    return 3600;
+  }
+
+ private:
+  std::string next(const char* where, const char* prefix) const {
+    expectNoLockHeld(where);
+    return prefix + std::to_string(asked_++ % 5);
+  }
+  mutable std::atomic<unsigned> asked_{0};
+};
+
+// A host's object among the values.
+class OutsideObject final : public platform::Object {
+ public:
+  std::string description() const override {
+    expectNoLockHeld("an object's description");
+    return "object";
+  }
+  Value plainValue() const override {
+    expectNoLockHeld("an object's plain value");
+    return "plain";
+  }
+  ~OutsideObject() override { expectNoLockHeld("an object's destructor"); }
+};
+
+class OutsideSink final : public ZRLogSink {
+ public:
+  void logMessage(std::int64_t, const std::string&) override { expectNoLockHeld("the log"); }
+  void logError(const std::string& file, std::int64_t line, const std::string& operation, const std::string& message,
+                const std::vector<std::string>&) override {
+    expectNoLockHeld("the log");
+    // What the delegates throw on purpose.
+    EXPECT_EQ(message, "exception is on purpose") << file << ' ' << line << ' ' << operation;
+  }
+};
+
+// Accepts, refuses and fails by chance, at once on the caller's thread or later on another.
+class OutsideService final : public NetworkTransport {
+ public:
+  explicit OutsideService(unsigned seed) : random_(seed) {}
+
+  void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override {
+    expectNoLockHeld("the transport");
+    const auto body = platform::parseJSON(request.makeBody());
+    EXPECT_TRUE(body);
+    TransportResponse response;
+    response.status = 200;
+    unsigned way = 0;
+    {
+      std::lock_guard lock(mutex_);
+      way = static_cast<unsigned>(random_()) % 3;
+      if (refuses_ && random_() % 3 == 0) response.status = random_() % 2 == 0 ? 503 : 0;
+      if (response.status == 200 && body) note(*body.value().asDictionary());
+    }
+    platform::Scheduler& scheduler = *platform::hostServices().scheduler;
+    if (way == 0) return completion(response);
+    scheduler.globalQueue(way == 1 ? platform::Priority::Default : platform::Priority::Background)
+        .async([completion = std::move(completion), response] { completion(response); });
+  }
+  void setRefuses(bool refuses) {
+    std::lock_guard lock(mutex_);
+    refuses_ = refuses;
+  }
+  bool accepted(std::int64_t number) const {
+    std::lock_guard lock(mutex_);
+    return batchOfEvent_.contains(number);
+  }
+
+ private:
+  // An event ("n" is its number) belongs to one batch for good.
+  void note(const Dictionary& body) {
+    const Value events = body.objectForKey("viewsInfo");
+    if (!events.isArray()) return;
+    const std::string bid = body.objectForKey("meta").asDictionary()->objectForKey("bid").description();
+    for (const Value& event : *events.asArray()) {
+      const Value attributes = event.asDictionary()->objectForKey("EVENT_ATTRS");
+      if (!attributes.isDictionary() || !attributes.asDictionary()->contains("n")) continue;
+      const std::int64_t number = attributes.asDictionary()->objectForKey("n").integerValue();
+      const auto [known, isNew] = batchOfEvent_.emplace(number, bid);
+      EXPECT_TRUE(isNew || known->second == bid) << "event " << number << " stands in two batches";
+    }
+  }
+
+  mutable std::mutex mutex_;
+  std::mt19937 random_;
+  bool refuses_ = true;
+  std::map<std::int64_t, std::string> batchOfEvent_;
+};
+
+// Another module: changes what it is shown, calls by chance what it was given, or throws.
+class OutsideDelegate final : public ZREventTriggerDelegate {
+ public:
+  explicit OutsideDelegate(std::function<void()> callBack) : callBack_(std::move(callBack)) {}
+  ~OutsideDelegate() override { expectNoLockHeld("a delegate's destructor"); }
+  void eventTrackedWithNameAndEventAttr(const Value&, Dictionary& event) override {
+    expectNoLockHeld("a delegate");
+    event.set("seen", true);
+    const unsigned call = calls_++;
+    if (call % 8 == 3) callBack_();
+    if (call % 8 == 7) throw std::runtime_error("on purpose");
+  }
+
+ private:
+  const std::function<void()> callBack_;
+  std::atomic<unsigned> calls_{0};
+};
+
+}  // namespace zorvane::testing
