@@ -24,10 +24,10 @@ TEST_F(AppDelegateProxyTest, InitialisationPutsItInPlaceOnTheMainThreadWhereItIs
     Dictionary configuration;
     bool allowed;
   } cases[] = {{{}, true}, {{{"account_active", false}}, false}, {{{"app_delegate_proxy_enabled", false}}, false}};
-  for (const auto& [configuration, allowed] : cases) {
+  for (const auto& c : cases) {
     for (const bool fromMain : {true, false}) {
       inEarlierLaunch([&] {
-        startWithSession(configuration);
+        startWithSession(c.configuration);
         ZRAnalytics& facade = ZRAnalytics::sharedInstance();
         if (fromMain) {
           facade.initializeAnalytics();
@@ -38,10 +38,10 @@ TEST_F(AppDelegateProxyTest, InitialisationPutsItInPlaceOnTheMainThreadWhereItIs
           });
           settle();
         }
-        EXPECT_EQ(log_->count("Set proxy for Open URL callbacks"), allowed ? 1u : 0u);
-        EXPECT_EQ(proxy().didSwizzleMethods(), allowed);
-        EXPECT_EQ(proxy().appDelegateInterceptorID().has_value(), allowed);
-        EXPECT_EQ(ZRAnalyticsUtils::isAppDelegateProxyConfigured(), allowed);
+        EXPECT_EQ(log_->count("Set proxy for Open URL callbacks"), c.allowed ? 1u : 0u);
+        EXPECT_EQ(proxy().didSwizzleMethods(), c.allowed);
+        EXPECT_EQ(proxy().appDelegateInterceptorID().has_value(), c.allowed);
+        EXPECT_EQ(ZRAnalyticsUtils::isAppDelegateProxyConfigured(), c.allowed);
       });
     }
   }
