@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "Platform/Dispatch/Mutex.h"
+#include "Platform/Files/DefaultsStore.h"
 #include "Reliability/Outside.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
@@ -201,6 +202,7 @@ class ThreadTest : public ModuleTest {
     ASSERT_TRUE(platform::configureHost(std::move(host)));
     ZRLogger::sharedInstance().setSink(std::make_shared<OutsideSink>());
     center_->setPostHook([](std::string_view) { expectNoLockHeld("a notification"); });
+    platform::setSynchronizeHook([](const std::string&) { expectNoLockHeld("a store's hook"); });
     CoreSetup core;
     core.endpoint = "http://service.test";
     core.appId = "APP";
