@@ -8,24 +8,14 @@
 #include "ZRAnalytics/Utils/AppDelegateSwizzler/ZRAppDelegateAnalyticsProxy.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZRAnalytics/ZRFacadeSupport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
 
 namespace zorvane {
-namespace {
 
-constexpr std::string_view kFile = "ZRAnalytics";
-
-bool isAccountActive() {
-  return ZRConfigDataManager::sharedInstance().isAccountActive();
-}
-
-platform::Queue& globalQueue(platform::Priority priority) {
-  return platform::hostServices().scheduler->globalQueue(priority);
-}
-
-}  // namespace
+using namespace facade;
 
 ZRAnalytics& ZRAnalytics::sharedInstance() {
   // Held by a shared pointer for the weak references that the core keeps; never released.

@@ -7,6 +7,7 @@
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZRAnalytics/ZRAnalytics.h"
+#include "ZRAnalytics/ZRFacadeSupport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
@@ -15,9 +16,11 @@
 #include "ZorvaneCore/ZRNetworkRequest.h"
 
 namespace zorvane {
+
+using namespace facade;
+
 namespace {
 
-constexpr std::string_view kFile = "ZRAnalytics";
 constexpr std::int64_t kStatusInstall = 0;
 constexpr std::int64_t kStatusUpdate = 1;
 
@@ -31,7 +34,7 @@ void keepInDefaults(Value value, std::string_view key) {
 
 void ZRAnalytics::appStatus(std::int64_t status) {
   guarded({kFile, "appStatus"}, "Exception while tracking  INSTALL/UPDATE %@", [&] {
-    if (!ZRConfigDataManager::sharedInstance().isAccountActive()) return;
+    if (!isAccountActive()) return;
     const std::string version = ZRCoreUtils::appVersion();
     const Value stored = ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyVersionInstallStatus);
     if (stored == Value(version)) return;

@@ -5,26 +5,21 @@
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZRAnalytics/ZRAnalytics.h"
+#include "ZRAnalytics/ZRFacadeSupport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
 
 namespace zorvane {
+
+using namespace facade;
+
 namespace {
 
-constexpr std::string_view kFile = "ZRAnalytics";
 constexpr std::string_view kSyncException = "exception while trying to sync data : %@";
-
-bool isAccountActive() {
-  return ZRConfigDataManager::sharedInstance().isAccountActive();
-}
 
 platform::Application& sharedApplication() {
   return *platform::hostServices().application;
-}
-
-platform::Queue& defaultQueue() {
-  return platform::hostServices().scheduler->globalQueue(platform::Priority::Default);
 }
 
 }  // namespace
@@ -83,7 +78,7 @@ void ZRAnalytics::applicationEnteredBackground() {
 }
 
 void ZRAnalytics::flushOnSessionEnd(std::string_view operation, std::function<void()> atTheEnd) {
-  defaultQueue().async([operation, atTheEnd = std::move(atTheEnd)] {
+  globalQueue(platform::Priority::Default).async([operation, atTheEnd = std::move(atTheEnd)] {
     guarded({kFile, operation}, kSyncException, [&] {
       ZREventsHandler& events = ZREventsHandler::sharedInstance();
       events.saveCurrentBatch();
@@ -119,7 +114,7 @@ void ZRAnalytics::deviceUpdateOnSessionTerminationWithApplication(platform::Appl
   guarded({kFile, "deviceUpdateOnSessionTerminationWithApplication"}, kSyncException, [&] {
     deviceUpdateBGTask_ = application.beginBackgroundTask("ZRVDeviceUpdateTask",
                                                           [this] { endBGTaskWithIdentifier(deviceUpdateBGTask_); });
-    defaultQueue().async([this] {
+    globalQueue(platform::Priority::Default).async([this] {
       updateDeviceWithCompletion([this](bool /*success*/) { endBGTaskWithIdentifier(deviceUpdateBGTask_); });
     });
   });

@@ -10,22 +10,16 @@
 #include "ZRAnalytics/Utils/ZRISODate.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZRAnalytics/ZRAnalytics.h"
+#include "ZRAnalytics/ZRFacadeSupport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
 
 namespace zorvane {
+
+using namespace facade;
+
 namespace {
-
-constexpr std::string_view kFile = "ZRAnalytics";
-
-bool isAccountActive() {
-  return ZRConfigDataManager::sharedInstance().isAccountActive();
-}
-
-platform::Queue& globalQueue(platform::Priority priority) {
-  return platform::hostServices().scheduler->globalQueue(priority);
-}
 
 void post(std::string_view notification) {
   platform::hostServices().notificationCenter->post(notification);

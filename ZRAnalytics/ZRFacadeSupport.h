@@ -1,0 +1,22 @@
+// What the files of the facade share; not for users of the module.
+#pragma once
+
+#include <string_view>
+
+#include "Platform/HostServices.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
+
+namespace zorvane::facade {
+
+// The source file in error reports.
+inline constexpr std::string_view kFile = "ZRAnalytics";
+
+inline bool isAccountActive() {
+  return ZRConfigDataManager::sharedInstance().isAccountActive();
+}
+
+inline platform::Queue& globalQueue(platform::Priority priority) {
+  return platform::hostServices().scheduler->globalQueue(priority);
+}
+
+}  // namespace zorvane::facade
