@@ -204,12 +204,7 @@ Status DefaultsStore::writeContent() {
     content = content_;
     changed_ = false;
   }
-  const std::string bytes = binaryPropertyList(std::move(content));
-  Status written = replaceFileAtomically(path_, bytes);
-  if (!written && written.error().code == ENOENT) {
-    const Status made = makeDirectories(path_.substr(0, path_.rfind('/')));
-    if (made) written = replaceFileAtomically(path_, bytes);
-  }
+  Status written = replaceFileAtomically(path_, binaryPropertyList(std::move(content)));
   if (!written) {
     MutexLock lock(mutex_);
     changed_ = true;

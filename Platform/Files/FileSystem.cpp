@@ -239,7 +239,12 @@ Status replaceFileAtomically(const std::string& path, std::span<const std::strin
   const std::string name = path.substr(path.rfind('/') + 1);
   if (!isUsablePath(path) || name.empty()) return failure(EINVAL, "open");
   const SystemCalls& calls = systemCalls();
-  const File directory(openDirectory(directoryPath));
+  int descriptor = openDirectory(directoryPath);
+  if (descriptor < 0 && errno == ENOENT) {
+    if (Status made = makeDirectories(directoryPath); !made) return made;
+    descriptor = openDirectory(directoryPath);
+  }
+  const File directory(descriptor);
   if (!directory) return failure(errno, "open");
   removeStaleTemporaryFiles(directoryPath, directory.descriptor());
 

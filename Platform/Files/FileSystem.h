@@ -38,7 +38,7 @@ Result<std::string> readFile(const std::string& path, std::size_t maxBytes);
 //
 // Temporary files (".zrv-" and 20 hexadecimal digits) that an ended process left behind are removed with the first
 // replacement in their directory.
-// stands tells whether the new file stands.
+// Missing directories on the way are made, mode 0700. stands tells whether the new file stands.
 Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces, bool* stands = nullptr);
 Status replaceFileAtomically(const std::string& path, std::string_view content);
 

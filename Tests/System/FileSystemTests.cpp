@@ -160,8 +160,7 @@ TEST(ReplaceFile, ASignalAtAnyCallCostsNothing) {
 
 TEST(ReplaceFile, RefusesWhatIsNoPath) {
   TemporaryDirectory directory;
-  for (const std::string& path :
-       {std::string(), directory.file(""), directory.file(std::string("a\0b", 3)), directory.file("missing/file")}) {
+  for (const std::string& path : {std::string(), directory.file(""), directory.file(std::string("a\0b", 3))}) {
     EXPECT_FALSE(replaceFileAtomically(path, "content")) << path;
   }
   EXPECT_EQ(directory.entries(), 0U);
@@ -203,6 +202,9 @@ TEST(Directories, AreMadePrivateWithTheirParents) {
   ASSERT_TRUE(replaceFileAtomically(directory.file("file"), ""));
   EXPECT_FALSE(makeDirectory(directory.file("file")));
   EXPECT_FALSE(makeDirectories(directory.file("file/below")));
+  ASSERT_TRUE(replaceFileAtomically(directory.file("d/e/file"), "content"));
+  EXPECT_EQ(modeOf(directory.file("d")), 0700U);
+  EXPECT_FALSE(replaceFileAtomically(directory.file("file/below/file"), ""));
 }
 
 TEST(RemoveFile, OfAMissingFileIsNoError) {
