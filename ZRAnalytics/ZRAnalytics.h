@@ -113,9 +113,10 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
 
   // --- Sending
 
-  // Sends everything recorded so far. The completion is told whether all of it was accepted, or nothing was left to
-  // send; it is called on the events handler's queue, or with no on a global one while the SDK is disabled. Gate:
-  // account.
+  // Saves what is recorded so far and sends everything that is saved; an event tracked just before may still be on its
+  // way, and goes with the next. The completion is told whether all of it was accepted, or nothing was left to send,
+  // and no at once while another sync runs; that something could not be saved is in the log. It is called on the events
+  // handler's queue, or with no on a global one while the SDK is disabled. Gate: account.
   void flushWithCompletionBlock(std::function<void(bool success)> completion);
   // The same without a completion.
   void syncNow();

@@ -27,7 +27,7 @@ class Parser {
   // Every step returns whether it succeeded; the first failure leaves its sentence.
   bool fail(std::string_view what) { return failAt(what, position_); }
   bool failAt(std::string_view what, std::size_t position) {
-    error_ = "no JSON: " + std::string(what) + " at byte " + textOfInteger(static_cast<std::int64_t>(position));
+    error_ = std::string(what) + " at byte " + textOfInteger(static_cast<std::int64_t>(position));
     return false;
   }
 

@@ -1,5 +1,6 @@
 #include "ZRAnalytics/Utils/ZRArchiving.h"
 
+#include <cerrno>
 #include <utility>
 
 #include "Platform/Files/FileSystem.h"
@@ -24,9 +25,14 @@ std::string archivePath(std::string_view name) {
 std::shared_ptr<const platform::ArchivedObject> readArchive(const std::string& path, std::string_view rootClass,
                                                             std::span<const std::string_view> classes) {
   const auto bytes = platform::readFile(path, kMaximumArchiveSize);
-  if (!bytes) return nullptr;
+  if (!bytes) {
+    if (bytes.error().code != ENOENT) logLine("Archive : %@", {bytes.error().message});
+    return nullptr;
+  }
   auto root = platform::unarchiveRootObject(bytes.value(), rootClass, classes);
-  return root ? std::move(root).value() : nullptr;
+  if (root) return std::move(root).value();
+  logLine("Archive : %@", {path + ": " + root.error().message});
+  return nullptr;
 }
 
 void ZRArchiveWriter::write(const std::string& path,

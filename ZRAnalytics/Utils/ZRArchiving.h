@@ -27,7 +27,7 @@ inline std::optional<Date> dateOfValue(const Value& value) {
 // there (its parents are not; errors are ignored).
 std::string archivePath(std::string_view name);
 
-// The root object, or null when the file is missing or unreadable.
+// The root object, or null when the file is missing or, with a log line, unreadable.
 std::shared_ptr<const platform::ArchivedObject> readArchive(const std::string& path, std::string_view rootClass,
                                                             std::span<const std::string_view> classes);
 

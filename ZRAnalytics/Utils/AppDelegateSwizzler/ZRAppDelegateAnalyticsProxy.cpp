@@ -59,17 +59,15 @@ void ZRAppDelegateAnalyticsProxy::unswizzleAllMethods() {
   swizzledSelectorsByClass_.clear();
 }
 
-void ZRAppDelegateAnalyticsProxy::swizzleSelectorInClassWithImplementationInProtocol(std::string_view operation,
-                                                                                     std::string_view className,
-                                                                                     ZRImplementation implementation,
-                                                                                     const ZRProtocol& protocol) {
+void ZRAppDelegateAnalyticsProxy::swizzleSelectorInClassWithImplementationInProtocol(
+    std::string_view operation, std::string_view className, const ZRImplementation& implementation,
+    const ZRProtocol& protocol) {
   if (registry().hasOperation(className, operation)) {
     auto original = registry().replaceImplementation(className, operation, implementation);
     if (original != implementation && original != nonExistantMethodImplementationForClass(className)) {
       saveOriginalImplementationForSelector(std::move(original), operation);
     }
-  } else if (!protocol.contains(operation) ||
-             !registry().addOperation(className, operation, std::move(implementation))) {
+  } else if (!protocol.contains(operation) || !registry().addOperation(className, operation, implementation)) {
     logLine("Could not add method for %@ to class %@", {operation, className});
   }
   trackSwizzledSelectorOfClass(operation, className);

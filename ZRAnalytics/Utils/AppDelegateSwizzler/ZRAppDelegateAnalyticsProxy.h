@@ -35,7 +35,8 @@ class ZRAppDelegateAnalyticsProxy final : public UIApplicationDelegate,
   // the same, or only forwarding. A class without the operation gets it if the protocol declares it; that it does not
   // is logged.
   void swizzleSelectorInClassWithImplementationInProtocol(std::string_view operation, std::string_view className,
-                                                          ZRImplementation implementation, const ZRProtocol& protocol);
+                                                          const ZRImplementation& implementation,
+                                                          const ZRProtocol& protocol);
   // Puts the remembered implementation back and forgets it; without one the operation only forwards from now on.
   void unswizzleSelectorInClass(std::string_view operation, std::string_view className);
 

@@ -32,10 +32,9 @@ ZRImplementation ZRHandlerRegistry::implementation(std::string_view className, s
 }
 
 bool ZRHandlerRegistry::addOperation(std::string_view className, std::string_view operation,
-                                     ZRImplementation implementation) {
+                                     const ZRImplementation& implementation) {
   const auto operations = classes_.find(className);
-  return operations != classes_.end() &&
-         operations->second.try_emplace(std::string(operation), std::move(implementation)).second;
+  return operations != classes_.end() && operations->second.try_emplace(std::string(operation), implementation).second;
 }
 
 ZRImplementation ZRHandlerRegistry::replaceImplementation(std::string_view className, std::string_view operation,

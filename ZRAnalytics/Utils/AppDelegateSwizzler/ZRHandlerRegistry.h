@@ -30,7 +30,7 @@ class ZRHandlerRegistry {
   // forwarding one, which does nothing and answers nil. Never null but for a null handler that was put there.
   ZRImplementation implementation(std::string_view className, std::string_view operation) const;
   // False, and nothing changes, without such a class or when it has the operation.
-  bool addOperation(std::string_view className, std::string_view operation, ZRImplementation implementation);
+  bool addOperation(std::string_view className, std::string_view operation, const ZRImplementation& implementation);
   // The implementation so far; null, and nothing changes, when the class does not have the operation.
   ZRImplementation replaceImplementation(std::string_view className, std::string_view operation,
                                          ZRImplementation implementation);
