@@ -1,9 +1,8 @@
 // The older release's event file on its whole way: read, sent and refused, kept in the batch file, sent again.
-#include <stdlib.h>
-
 #include <cstdio>
 
 #include "Check.h"
+#include "Folder.h"
 #include "Platform/Dispatch/ManualScheduler.h"
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/JSON.h"
@@ -48,14 +47,11 @@ class SilentLog final : public ZRLogSink {
 
 // The module for the process's life, in a folder that goes with it.
 struct World {
-  std::string directory;
+  const std::string& directory = fuzz::temporaryFolder();
   std::shared_ptr<platform::ManualScheduler> scheduler;
   std::shared_ptr<Service> service = std::make_shared<Service>();
 
   World() {
-    const char* folder = getenv("TMPDIR");
-    directory = platform::joinPath(folder ? folder : "/dev/shm", "zr-fuzz-XXXXXX");
-    fuzz::check(mkdtemp(directory.data()) != nullptr, "a folder for the container can be made");
     const auto clock = std::make_shared<platform::ManualClock>(Date{1795255200});
     scheduler = std::make_shared<platform::ManualScheduler>(clock);
     platform::HostServices host;
@@ -76,15 +72,6 @@ struct World {
 World& world() {
   static World* const one = new World;
   return *one;
-}
-
-void removeFolder() {
-  for (const char* name :
-       {"zorvaneEvents.dat", "ZorvaneBatchEvents.plist", "sdk.plist", "standard.plist", "core.plist"}) {
-    (void)platform::removeFile(platform::joinPath(world().directory, name));
-  }
-  (void)::remove(platform::joinPath(world().directory, "ZrvData").c_str());
-  (void)::remove(world().directory.c_str());
 }
 
 void writeDump(std::string_view content) {
@@ -154,8 +141,7 @@ void checkSending(std::string_view content, std::size_t count) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
-  static const bool registered = (world(), std::atexit(removeFolder) == 0);
-  fuzz::check(registered, "the folder goes with the process");
+  (void)world();  // before the module is used
   const std::string_view content = fuzz::textOf(data, size);
   const Array events = eventsOf(content);
   checkReading(content, events);

@@ -1,8 +1,7 @@
-#include <stdlib.h>
-
 #include <algorithm>
 
 #include "Check.h"
+#include "Folder.h"
 #include "Platform/Dispatch/ManualScheduler.h"
 #include "Platform/HostServices.h"
 #include "Platform/Text/URLComponents.h"
@@ -25,10 +24,9 @@ std::string escaped(std::string_view text) {
   return result;
 }
 
-// The session manager on clocks that stand, without a network, in a folder that stays behind with one small file.
+// The session manager on clocks that stand, without a network.
 void startModule() {
-  std::string folder = "/tmp/zr-fuzz-XXXXXX";
-  fuzz::check(mkdtemp(folder.data()) != nullptr, "a temporary folder is made");
+  const std::string& folder = fuzz::temporaryFolder();
   platform::HostServices host;
   const auto clock = std::make_shared<platform::ManualClock>(Date{1795255200});
   host.clock = clock;

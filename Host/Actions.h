@@ -28,6 +28,7 @@ const Action& actionNamed(std::string_view name);
 void playTrack(Runtime& runtime, const ScriptLine& line);
 void playOpenURL(Runtime& runtime, const ScriptLine& line);
 void playSources(Runtime& runtime, const ScriptLine& line);
+void playCondition(Runtime& runtime, const ScriptLine& line);
 void playSwizzle(Runtime& runtime, const ScriptLine& line);
 void playUnswizzle(Runtime& runtime, const ScriptLine& line);
 void playAttribute(Runtime& runtime, const ScriptLine& line);
@@ -51,8 +52,6 @@ void playPrint(Runtime& runtime, const ScriptLine& line);
 // Reports the completion of the line's action.
 void printCompletion(Runtime& runtime, std::string_view operation, std::int64_t line,
                      platform::Dictionary results = {});
-
-void playCondition(Runtime& runtime, const ScriptLine& line);
 
 // An event's properties as the line's fields describe them; null when it has none of them.
 std::shared_ptr<const ZRProperties> propertiesOf(const ScriptLine& line);

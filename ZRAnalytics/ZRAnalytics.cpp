@@ -9,7 +9,6 @@
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZRAnalytics/ZRFacadeSupport.h"
-#include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
 

@@ -6,7 +6,6 @@
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZRAnalytics/ZRFacadeSupport.h"
-#include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
 

@@ -1,6 +1,8 @@
 // The platform's values under the names that hosts and modules write.
 #pragma once
 
+#include <optional>
+
 #include "Platform/Values/Value.h"
 
 namespace zorvane {
@@ -15,5 +17,11 @@ using platform::Object;
 using platform::URL;
 using platform::Value;
 using platform::ValueError;
+
+// Nil for what is absent.
+template <typename T>
+Value valueOf(const std::optional<T>& content) {
+  return content ? Value(*content) : Value();
+}
 
 }  // namespace zorvane

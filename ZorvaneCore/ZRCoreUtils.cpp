@@ -1,6 +1,7 @@
 #include "ZorvaneCore/ZRCoreUtils.h"
 
 #include "Platform/HostServices.h"
+#include "Platform/Text/RandomBytes.h"
 #include "Platform/Text/UUID.h"
 #include "ZorvaneCore/RemoteConfiguration.h"
 #include "ZorvaneCore/ZRAppDelegateSwizzler.h"
@@ -74,13 +75,8 @@ std::string ZRCoreUtils::getZorvaneSDKVersion() {
 }
 
 std::string ZRCoreUtils::hexTokenForData(const Data& data) {
-  static constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
-  text.reserve(data.bytes.size() * 2);
-  for (const std::uint8_t byte : data.bytes) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
-  }
+  platform::appendHex(text, data.bytes);
   return text;
 }
 

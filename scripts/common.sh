@@ -19,6 +19,14 @@ fail() {
 # jobs_at_once: how many compilers or tests may run at once.
 jobs_at_once() { nproc 2>/dev/null || echo 2; }
 
+# fix_addresses ARGUMENT ...: starts the script again with these and without randomised addresses; the sanitizers of
+# older compilers fail now and then where those are strongly randomised.
+fix_addresses() {
+  if [[ -z ${ZR_FIXED_ADDRESSES-} ]] && setarch -R true 2>/dev/null; then
+    ZR_FIXED_ADDRESSES=1 exec setarch -R "$script" "$@"
+  fi
+}
+
 # usage: the script's own head comment, for --help.
 usage() { sed -n '2,/^$/s/^# \{0,1\}//p' "$script"; }
 

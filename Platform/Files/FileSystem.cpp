@@ -185,6 +185,20 @@ bool fileExists(const std::string& path) {
   return isUsablePath(path) && statusOf(path, status, 0) == 0;
 }
 
+namespace {
+
+// The member's name differs between systems.
+template <typename Status>
+timespec modifiedOf(const Status& status) {
+  if constexpr (requires { status.st_mtim; }) {
+    return status.st_mtim;
+  } else {
+    return status.st_mtimespec;
+  }
+}
+
+}  // namespace
+
 Result<std::optional<FileIdentity>> fileIdentity(const std::string& path) {
   if (!isUsablePath(path)) return errorOf("look at", path, EINVAL, "fstatat");
   struct stat status;
@@ -192,11 +206,7 @@ Result<std::optional<FileIdentity>> fileIdentity(const std::string& path) {
     if (errno == ENOENT) return std::optional<FileIdentity>();
     return errorOf("look at", path, errno, "fstatat");
   }
-#if defined(__APPLE__)
-  const timespec modified = status.st_mtimespec;
-#else
-  const timespec modified = status.st_mtim;
-#endif
+  const timespec modified = modifiedOf(status);
   return std::optional(FileIdentity{
       static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino),
       static_cast<std::int64_t>(status.st_size),

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/Text/RandomBytes.h"
 #include "Platform/Time/CivilTime.h"
 #include "Platform/Values/Text.h"
 #include "Platform/Values/Value.h"
@@ -120,14 +121,9 @@ void describe(const Value& value, std::size_t indent, std::string& out) {
 }
 
 std::string describeData(const Data& data) {
-  static constexpr char kDigits[] = "0123456789abcdef";
   std::string text = "<";
-  for (std::uint8_t byte : data.bytes) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
-  }
-  text += '>';
-  return text;
+  appendHex(text, data.bytes);
+  return text += '>';
 }
 
 }  // namespace

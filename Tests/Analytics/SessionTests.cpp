@@ -280,7 +280,7 @@ TEST_F(SessionTest, TheSessionComesBackAfterARestart) {
 std::string earlierArchive() {
   // "@n" stands for a reference to the n-th entry, "[name superclass]" for the entry of a class.
   const char* const text = R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<!DOCTYPE plist PUBLIC "-//X//DTD PLIST 1.0//EN" "http://x/p.dtd">
 <plist version="1.0"><dict>
 <key>$version</key><integer>100000</integer> <key>$archiver</key><string>NSKeyedArchiver</string>
 <key>$top</key><dict><key>root</key>@1</dict>

@@ -62,8 +62,8 @@ std::shared_ptr<platform::ArchivedObject> ZRSession::encodeWithCoder() const {
   platform::MutexLock lock(mutex_);
   coder->encodeObject(kAnalyticsSessionID, sessionID_);
   coder->encodeBool(kAnalyticsSessionBgInitiated, backgroundInitiated_);
-  coder->encodeObject(kAnalyticsSessionStartTime, valueOfDate(sessionStartTime_));
-  coder->encodeObject(kAnalyticsSessionLastInteractionTime, valueOfDate(sessionLastInteractionTime_));
+  coder->encodeObject(kAnalyticsSessionStartTime, valueOf(sessionStartTime_));
+  coder->encodeObject(kAnalyticsSessionLastInteractionTime, valueOf(sessionLastInteractionTime_));
   Array sources;
   for (const auto& source : sessionSources_) sources.emplace_back(source->encodeWithCoder());
   coder->encodeObject(kAnalyticsSessionSources, std::move(sources));

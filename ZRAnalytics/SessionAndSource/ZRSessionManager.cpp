@@ -129,7 +129,7 @@ bool ZRSessionManager::hasCurrentSessionExpired() const {
   logLine(
       "-- Analytics -- Session Expiry Check: \n Current Session(%@), Last Interaction Time(%@), Last Interaction + "
       "s_i_d(%@), current time(%@)",
-      {session->sessionID(), valueOfDate(lastInteraction), valueOfDate(expiry), now});
+      {session->sessionID(), valueOf(lastInteraction), valueOf(expiry), now});
   if (ZRDateUtils::isDate1LaterToDate2(expiry, now)) {
     logLine("-- Analytics -- Current Session has not expired.");
     return false;

@@ -35,7 +35,7 @@ std::shared_ptr<platform::ArchivedObject> ZRUserAttribute::encodeWithCoder() con
   auto coder = std::make_shared<platform::ArchivedObject>(std::string(kClassName));
   coder->encodeObject(kNameKey, attributeName_);
   coder->encodeObject(kValueKey, attributeValue_);
-  coder->encodeObject(kTrackedDateKey, valueOfDate(lastTracked_));
+  coder->encodeObject(kTrackedDateKey, valueOf(lastTracked_));
   return coder;
 }
 
@@ -52,7 +52,7 @@ void ZRUserAttribute::logUpdate(Update update, const Value& newValue, std::int64
     logLine("Attribute value changed from (%@) to (%@)", {attributeValue_, newValue});
   } else if (update == Update::DurationExpired) {
     logLine("Caching duration(%ld) expired for User Attribute. \n Was last tracked on %@",
-            {cachingDuration, valueOfDate(lastTracked_)});
+            {cachingDuration, valueOf(lastTracked_)});
   }
 }
 

@@ -31,10 +31,8 @@ class ZRUserAttribute {
 
   const std::string& attributeName() const { return attributeName_; }
   const Value& attributeValue() const { return attributeValue_; }
-  void setAttributeValue(Value value) { attributeValue_ = std::move(value); }
   // When the value was last accepted for sending.
   std::optional<Date> lastTracked() const { return lastTracked_; }
-  void setLastTracked(std::optional<Date> date) { lastTracked_ = date; }
 
  private:
   std::string attributeName_;

@@ -38,10 +38,6 @@ bool isRestricted(const std::string& uniqueID) {
   return ZRConfigDataManager::sharedInstance().isUniqueIDRestricted(uniqueID);
 }
 
-Value valueOf(const std::optional<std::string>& text) {
-  return text ? Value(*text) : Value();
-}
-
 }  // namespace
 
 ZRUserAttributesHandler& ZRUserAttributesHandler::sharedHandler() {

@@ -16,9 +16,6 @@
 
 namespace zorvane {
 
-inline Value valueOfDate(std::optional<Date> date) {
-  return date ? Value(*date) : Value();
-}
 inline std::optional<Date> dateOfValue(const Value& value) {
   return value.asDate() ? std::optional(*value.asDate()) : std::nullopt;
 }

@@ -29,12 +29,22 @@ struct Step {
   std::string line;
 };
 
+// Names of countries and languages are sent where they are known.
+bool isSent(const std::string& line) {
+#ifdef ZR_HAS_ICU
+  (void)line;
+  return true;
+#else
+  return !(line.starts_with("<") && line.find("_DISPLAY\"") != std::string::npos);
+#endif
+}
+
 // The lines of day.txt that are no comment.
 std::vector<std::string> dayLines() {
   std::ifstream file(ZR_SOURCE_DIR "/Tests/Programs/Host/day.txt");
   std::vector<std::string> lines;
   for (std::string line; std::getline(file, line);) {
-    if (!line.empty() && line.front() != '#') lines.push_back(line);
+    if (!line.empty() && line.front() != '#' && isSent(line)) lines.push_back(line);
   }
   return lines;
 }

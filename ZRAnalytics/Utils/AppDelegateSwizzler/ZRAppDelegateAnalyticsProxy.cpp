@@ -101,7 +101,7 @@ void ZRAppDelegateAnalyticsProxy::removeImplementationForSelector(std::string_vi
 
 void ZRAppDelegateAnalyticsProxy::trackSwizzledSelectorOfClass(std::string_view operation, std::string_view className) {
   std::vector<std::string> operations;
-  // Looked up by operation, stored by class: established, and kept.
+  // Looked up by operation, stored by class: see the header.
   const auto found = swizzledSelectorsByClass_.find(operation);
   if (found != swizzledSelectorsByClass_.end()) operations = found->second;
   operations.emplace_back(operation);

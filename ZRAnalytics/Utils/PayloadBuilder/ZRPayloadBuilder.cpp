@@ -15,7 +15,7 @@ Value onePair(const Value& key, Value value) {
   return Dictionary{{*key.asString(), std::move(value)}};
 }
 
-// The properties multiply by 1000 once more. Services have relied on that scale from the first release on.
+// The properties multiply by 1000 once more: the scale that these two promise.
 Value scaledPair(const Value& key, Date date) {
   return onePair(key, date.secondsSince1970 * 1000.0);
 }

@@ -43,11 +43,6 @@ double epochOf(std::optional<Date> date) {
   return date ? date->secondsSince1970 : 0;
 }
 
-template <typename T>
-Value valueOf(const std::optional<T>& content) {
-  return content ? Value(*content) : Value();
-}
-
 }  // namespace
 
 ZRFilterDataType ZREventFilter::getDataType(const Value& keyword) {
