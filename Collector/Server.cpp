@@ -16,6 +16,11 @@ bool isAddedHeader(const std::string& name) {
   return name == "REMOTE_ADDR" || name == "REMOTE_PORT" || name == "LOCAL_ADDR" || name == "LOCAL_PORT";
 }
 
+// For the terminal: no control character of a client's gets there.
+std::string forTerminal(const std::string& text) {
+  return json(text).dump(-1, ' ', true, json::error_handler_t::replace);
+}
+
 template <typename JSON = json>
 void setJSON(httplib::Response& response, const JSON& body) {
   response.set_content(body.dump(-1, ' ', false, JSON::error_handler_t::replace) + "\n", "application/json");
@@ -250,9 +255,8 @@ void Server::finish(const httplib::Request& request, httplib::Response& response
   if (!exchange.connection.canGoOn()) response.set_header("Connection", "close");
   const int status = exchange.connection.dropped() ? 0 : response.status;
   if (!options_.quiet && request.method == "POST") {
-    std::fprintf(stderr, "%s %s %d%s%s\n", request.method.c_str(),
-                 json(request.target).dump(-1, ' ', true, json::error_handler_t::replace).c_str(), status,
-                 exchange.error.empty() ? "" : ": ", exchange.error.c_str());
+    std::fprintf(stderr, "%s %s %d%s%s\n", request.method.c_str(), forTerminal(request.target).c_str(), status,
+                 exchange.error.empty() ? "" : ": ", exchange.error.empty() ? "" : forTerminal(exchange.error).c_str());
   }
   if (!recorder_) return;
   ReceivedRequest received{request.method, request.target, {}, std::move(exchange.body)};

@@ -14,6 +14,7 @@ namespace zorvane::platform {
 
 struct JSONLimits {
   std::size_t depth = 512;
+  // Keys count like values.
   std::size_t values = 4'000'000;
 };
 

@@ -102,6 +102,7 @@ class Parser {
         if (peek() != '"') return fail("a key is missing");
         std::string key;
         if (!parseString(key)) return false;
+        ++count_;
         skipBlanks();
         if (!take(':')) return fail("a colon is missing");
         Value element;

@@ -178,6 +178,7 @@ class Parser {
       if (next.isClosing && next.name == tag.name) break;
       if (next.name != "key" || next.isClosing) return failAt("a key is missing", next.position);
       std::string key;
+      ++count_;
       Value element;
       if (!readText(next, key) || !skipToTag() || !readTag(next) || !parseElement(next, depth + 1, element)) {
         return false;

@@ -44,13 +44,13 @@ void takeLines(std::string_view text, Take take) {
   if (start < text.size()) take(text.substr(start));
 }
 
-// With those inside it. Of values from a file, which are not deep.
+// With keys and values inside it. Of values from a file, which are not deep.
 std::size_t countOfValues(const Value& value) {
   std::size_t count = 1;
   if (const Array* array = value.asArray()) {
     for (const Value& element : *array) count += countOfValues(element);
   } else if (const Dictionary* dictionary = value.asDictionary()) {
-    for (const auto& [key, element] : *dictionary) count += countOfValues(element);
+    for (const auto& [key, element] : *dictionary) count += 1 + countOfValues(element);
   }
   return count;
 }
