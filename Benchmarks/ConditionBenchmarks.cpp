@@ -80,12 +80,12 @@ void EvaluateCondition(benchmark::State& state, Array filters) {
   if (!condition->checkIfAttributeConditionSatisfiedForEventAndAttributes(name, record)) {
     state.SkipWithError("the condition does not hold");
   }
-  const std::int64_t before = allocations.load();
+  const std::int64_t before = allocations;
   for (auto _ : state) {
     benchmark::DoNotOptimize(condition->checkIfAttributeConditionSatisfiedForEventAndAttributes(name, record));
   }
   state.counters["allocations"] =
-      benchmark::Counter(static_cast<double>(allocations.load() - before), benchmark::Counter::kAvgIterations);
+      benchmark::Counter(static_cast<double>(allocations - before), benchmark::Counter::kAvgIterations);
 }
 
 BENCHMARK_CAPTURE(EvaluateCondition, FiveFilters, fiveFilters(true));
