@@ -31,12 +31,15 @@ class Running {
     server.set_tcp_nodelay(true);
     server.new_task_queue = [] { return new httplib::ThreadPool(16); };
     port = server.bind_to_any_port("127.0.0.1");
-    thread_ = std::thread([this] { server.listen_after_bind(); });
-    while (!server.is_running()) std::this_thread::yield();
   }
   ~Running() {
     server.stop();
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
+  }
+  // Once its handlers are in place.
+  void listen() {
+    thread_ = std::thread([this] { server.listen_after_bind(); });
+    while (!server.is_running()) std::this_thread::yield();
   }
 
   Server server;
@@ -72,6 +75,7 @@ TEST_F(CurlTransportTest, ARequestArrivesAsItWasMadeAndItsAnswerComesBack) {
     response.status = 202;
     response.set_content(received.body + "!", "text/plain");
   });
+  http_.listen();
   CurlTransport transport;
   TransportRequest made = request(url("/v1/report/A"), std::string("{\"a\": \"\0\"}", 10));
   made.headers = {{"ZRV-REQUEST-ID", "ABC"}};
@@ -95,6 +99,7 @@ TEST_F(CurlTransportTest, ManyRequestsShareSixConnectionsAndHoldSixBodies) {
     const std::lock_guard lock(mutex);
     ports.insert(received.remote_port);
   });
+  http_.listen();
   // A body counts from when it is made until its request is answered.
   std::atomic<int> bodies{0}, most{0}, answered{0};
   std::vector<int> order;
@@ -137,6 +142,8 @@ TEST_F(CurlTransportTest, EveryFailureIsAnAnswerWithItsReason) {
   http_.server.Post("/full", [](const httplib::Request&, httplib::Response& response) {
     response.set_content(std::string(1000, 'x'), "text/plain");
   });
+  http_.listen();
+  elsewhere.listen();
   // Takes connections, and answers nothing.
   const int silent = ::socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address{};
@@ -203,6 +210,7 @@ TEST_F(CurlTransportTest, EveryFailureIsAnAnswerWithItsReason) {
 
 TEST_F(CurlTransportTest, ACompletionMayThrowSendAndDestroy) {
   http_.server.Post("/", [](const httplib::Request&, httplib::Response&) {});
+  http_.listen();
   auto transport = std::make_unique<CurlTransport>();
   std::promise<int> last;
   transport->send(request(url("/")), [&](const TransportResponse&) {
@@ -248,6 +256,7 @@ class TLSTest : public CurlTransportTest {
       ++served_;
       response.set_content(received.body, "text/plain");
     });
+    made->listen();
     return made;
   }
   static std::string urlOf(const SecureServer& server) {
