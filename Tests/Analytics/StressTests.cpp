@@ -1,5 +1,4 @@
 #include <atomic>
-#include <cstdlib>
 #include <map>
 #include <random>
 #include <thread>
@@ -71,28 +70,6 @@ TEST_F(StressTest, NothingIsLostBetweenThreadsRefusalsSavesAndFlushes) {
   EXPECT_FALSE(std::filesystem::exists(batchPath()));
   EXPECT_TRUE(currentNames().empty());
   EXPECT_TRUE(log_->errors().empty());
-}
-
-TEST_F(StressTest, ExitWhileThreadsTrackIsClean) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  // The child's directories go with this test's.
-  setenv("TMPDIR", directory_.c_str(), 1);
-  EXPECT_EXIT(
-      {
-        startOnThreads({{"event_batch_count", 5}});
-        static std::atomic<int> tracked{0};
-        for (int thread = 0; thread < 4; ++thread) {
-          std::thread([] {
-            while (true) {
-              ZRAnalytics::sharedInstance().trackEventWithProperties("E", ZRProperties::initWithAttributes({{"n", 1}}));
-              if (++tracked % 100 == 0) ZRAnalytics::sharedInstance().syncNow();
-            }
-          }).detach();
-        }
-        while (tracked < 2000) std::this_thread::yield();
-        std::exit(0);
-      },
-      ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

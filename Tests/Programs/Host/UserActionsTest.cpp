@@ -115,28 +115,6 @@ TEST_F(ZRHost, TheConfiguredLocaleIsToldInItsOwnLanguage) {
   }
 }
 
-TEST_F(ZRHost, AnotherUserIsAnotherSessionAndRegistration) {
-  const HostResult result =
-      run({R"({"do": "launch"})", R"({"do": "uniqueID", "value": "ann"})", R"({"do": "track", "event": "a"})",
-           R"({"do": "uniqueID", "value": "bob"})", R"({"do": "track", "event": "b"})", R"({"do": "reset"})",
-           R"({"do": "track", "event": "c"})", R"({"do": "flush"})"});
-  EXPECT_THAT(result.output, testing::Contains(Json{{"completion", "reset"}, {"line", 6}, {"success", true}}));
-  std::vector<std::string> events;
-  std::vector<std::string> devices;
-  for (const Json& body : service_.bodies()) {
-    if (!body.contains("viewsInfo")) devices.push_back(body.at("query_params").at("unique_id"));
-    for (const Json& event : body.value("viewsInfo", Json::array())) {
-      const std::string name = event.at("EVENT_ACTION");
-      if (name.size() == 1 || name == "ZRV_LOGOUT") {
-        events.push_back(name + " " + body.value("identifiers", Json::object()).value("zrv_user_id", "nobody"));
-      }
-    }
-  }
-  EXPECT_THAT(events, ElementsAre("a ann", "ZRV_LOGOUT ann", "b bob", "ZRV_LOGOUT bob", "c nobody"));
-  ASSERT_EQ(devices.size(), 2u);
-  EXPECT_NE(devices[0], devices[1]);
-}
-
 TEST_F(ZRHost, OptOutsAreKeptOverALaunch) {
   const std::string config = fileWith("config", R"({"idfv": "V", "idfa": "A"})");
   const std::vector<std::string> configured = arguments({"--config", config});
