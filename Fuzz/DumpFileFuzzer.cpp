@@ -7,7 +7,7 @@
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/Utf8.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZorvaneCore/CoreSetup.h"
 #include "ZorvaneCore/ZRLogger.h"

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "Platform/Values/Text.h"
+#include "Platform/Text/NumberText.h"
 
 namespace zorvane::platform {
 

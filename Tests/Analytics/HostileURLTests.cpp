@@ -1,5 +1,5 @@
 #include "Analytics/EventPipelineTest.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/Utf8.h"
 #include "Support/HostileURLs.h"
 
 namespace zorvane::testing {

@@ -6,7 +6,7 @@
 
 #include "Analytics/EventPipelineTest.h"
 #include "Platform/Formats/PropertyList.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/NumberText.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZorvaneCore/ZRDateUtils.h"
 

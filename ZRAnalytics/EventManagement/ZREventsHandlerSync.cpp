@@ -4,7 +4,7 @@
 
 #include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/NumberText.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/EventManagement/BatchRequest.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
