@@ -15,13 +15,13 @@
 namespace zorvane::platform {
 namespace {
 
-// Our own layout: offsets of eight bytes and references of four, so that both stay as they are when objects are added;
-// the root is object 0 and its bytes are the last before the offset table, so that it alone is written anew.
+// The layout of files written here. Offsets of eight bytes and references of four always suffice, so they need no
+// change when objects are added. The root is object 0 and comes last, before the offset table: only it is written anew.
 constexpr std::size_t kOffsetSize = 8;
 constexpr std::size_t kReferenceSize = 4;
 constexpr std::size_t kRootIndex = 0;
 
-// An entry's key and value by the indices of their objects.
+// The object indices of an entry's key and value.
 struct Pair {
   std::size_t key;
   std::size_t value;
@@ -37,8 +37,7 @@ BinaryObjects emptyObjects() {
   return objects;
 }
 
-// The sound pairs of the root; of a key that stands twice the first. False where the root is no dictionary or too
-// large.
+// The root's pairs with a valid key; of a repeated key the first. False when the root is no dictionary or too large.
 bool readPairs(const BinaryObjects& objects, const BinaryObject& root, std::vector<Pair>& pairs) {
   DecodingAllowance allowance;
   if (root.kind != BinaryObject::Kind::Dictionary || !allowance.take(root.count, 0)) return false;
@@ -58,13 +57,13 @@ bool readPairs(const BinaryObjects& objects, const BinaryObject& root, std::vect
 }  // namespace
 
 struct PropertyListDictionaryImage::State {
-  // What the file holds. The pieces lie in the source's chunks and in the strings here.
+  // The file's content: views of the source's chunks and of the strings below.
   std::vector<std::string_view> pieces;
   std::shared_ptr<const std::string> opened;
   std::string root;
   std::string trailer;
 
-  // The entries of a binary file; for another kind of file all of them stand in entries from the start.
+  // The entries of a binary file. For XML they are in entries from the start.
   std::shared_ptr<const LazyPropertyListSource> source;
   std::vector<Pair> pairs;
   bool isOwnLayout = false;
@@ -72,7 +71,7 @@ struct PropertyListDictionaryImage::State {
   mutable std::once_flag entriesMade;
   mutable std::vector<Entry> entries;
 
-  // The scalars of the source, where they are known. The next image takes them over, since it alone extends them.
+  // The source's scalars, or null. Moved to the next image, so that adding entries one after the other finds them once.
   mutable Mutex mutex;
   mutable std::unique_ptr<ScalarTable> scalars ZR_GUARDED_BY(mutex);
 
@@ -82,18 +81,18 @@ struct PropertyListDictionaryImage::State {
   }
 };
 
-// Extends the objects of an image in our own layout.
+// Adds entries to an image in the own layout.
 class PropertyListDictionaryImage::Builder {
  public:
   Builder() : objects_(emptyObjects()), scalars_(std::make_unique<ScalarTable>()) {}
-  // Check isSound() before use.
+  // Check isValid() before use.
   explicit Builder(const State& state)
       : objects_(state.source->objects), pairs_(state.pairs), scalars_(state.takeScalars()) {
     if (!scalars_) findScalars();
   }
 
-  // False where an object of the file is unsound, so that its bytes are not to be relied on.
-  bool isSound() const { return scalars_ != nullptr; }
+  // False when an object of the file is malformed: its bytes cannot be copied.
+  bool isValid() const { return scalars_ != nullptr; }
 
   void add(std::string_view key, const Value& value) {
     BinaryEncoder encoder(objects_, *scalars_);
@@ -145,7 +144,7 @@ class PropertyListDictionaryImage::Builder {
     auto scalars = std::make_unique<ScalarTable>();
     for (std::size_t index = objects_.firstIndex; index < objects_.count; ++index) {
       BinaryObject object;
-      if (!objects_.read(index, object) || index >= ScalarTable::kNone) return;
+      if (!objects_.read(index, object) || index >= ScalarTable::kNotFound) return;
       if (object.isContainer()) continue;
       const std::string_view encoded = objects_.bytes.from(object.position).substr(0, object.size);
       scalars->insert(ScalarTable::hashOf(encoded), static_cast<std::uint32_t>(index));
@@ -187,7 +186,7 @@ Result<PropertyListDictionaryImage> PropertyListDictionaryImage::open(std::strin
   state->isOwnLayout = objects.offsetSize == kOffsetSize && objects.referenceSize == kReferenceSize &&
                        objects.top == kRootIndex && root.position + root.size == tableStart;
   if (state->isOwnLayout) {
-    // Without the root, which each image has for itself.
+    // Without the root: each image has its own.
     const std::string_view file = *state->opened;
     const std::size_t firstOffset = tableStart + kOffsetSize;
     BinaryObjects own = objects;
@@ -221,7 +220,7 @@ PropertyListDictionaryImage PropertyListDictionaryImage::withEntry(std::string_v
   if (value.isNil()) return *this;
   if (state_->isOwnLayout) {
     Builder builder(*state_);
-    if (builder.isSound()) {
+    if (builder.isValid()) {
       builder.add(key, value);
       return PropertyListDictionaryImage(builder.finish());
     }
