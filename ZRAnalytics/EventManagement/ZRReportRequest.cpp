@@ -1,23 +1,22 @@
-// The report-add request: one saved batch as the body that the service takes.
+#include "ZRAnalytics/EventManagement/ZRReportRequest.h"
+
+#include <utility>
 
 #include "Platform/Files/DefaultsStore.h"
-#include "Platform/HostServices.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
-#include "ZRAnalytics/EventManagement/BatchRequest.h"
-#include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZRAnalytics/Utils/ZRSignedRequest.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
+#include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
-#include "ZorvaneCore/ZRDateUtils.h"
-#include "ZorvaneCore/ZRDictionaryUtils.h"
 #include "ZorvaneCore/ZRNetworkConfiguration.h"
 
 namespace zorvane {
 namespace {
 
-// Where companion extensions of the application read who the user is.
+// Companion extensions of the application read there who the user is.
 void mirrorIdentifiers(const Dictionary& identifiers) {
   const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
   const auto group = store.getAppGroupID();
@@ -33,17 +32,10 @@ void mirrorIdentifiers(const Dictionary& identifiers) {
 
 }  // namespace
 
-Value requestTimeNow() {
-  const auto text = ZRDateUtils::getStringForDateWithFormatAndForGMTTimeZone(platform::hostServices().clock->now(),
-                                                                             kZRDateFormatISO8601MilliSec, true);
-  return text ? Value(*text) : Value();
-}
-
-Dictionary ZREventsHandler::reportAddPayloadForBatchInfo(const Dictionary& batchInfo) {
-  const Value events = batchInfo.objectForKey(kBatchKeyEvents);
+Dictionary reportAddBody(const Dictionary& batchInfo, std::size_t eventCount) {
   Dictionary body;
-  body.setObjectNilHandledForKey(events, kReportsKeyEventsList);
-  body.set(kReportsKeyEventsCount, events.isArray() ? events.asArray()->size() : 0);
+  body.setObjectNilHandledForKey(batchInfo.objectForKey(kBatchKeyEvents), kReportsKeyEventsList);
+  body.set(kReportsKeyEventsCount, eventCount);
   if (const auto identifiers = ZRUserAttributesHandler::sharedHandler().getIdentifierDictionary()) {
     body.set(kReportsKeyIdentifiers, *identifiers);
     mirrorIdentifiers(*identifiers);
@@ -68,20 +60,18 @@ Dictionary ZREventsHandler::reportAddPayloadForBatchInfo(const Dictionary& batch
   return body;
 }
 
-ZREventsHandler::BatchRequest ZREventsHandler::requestForBatch(const Dictionary& batchInfo,
-                                                               std::optional<std::size_t> eventCount) {
-  BatchRequest request;
-  request.body = reportAddPayloadForBatchInfo(batchInfo);
-  if (eventCount) request.body.set(kReportsKeyEventsCount, *eventCount);
-  if (auto requestID = ZRAnalyticsUtils::getRequestIDForPayload(&request.body)) {
-    request.headers.set(kReportsAPIHeaderKeyRequestID, *std::move(requestID));
+bool sendReport(const Dictionary& batchInfo, std::size_t eventCount, std::function<void(bool success)> completion) {
+  Dictionary body = reportAddBody(batchInfo, eventCount);
+  auto appID = ZRConfigDataManager::sharedInstance().getZrvAppID();
+  if (!appID) {
+    logLine("Sync Failure\u203C\uFE0F");
+    logLine("Please initialze the SDK Config with the AppID in applicationDidFinishLaunching");
+    return false;
   }
-  return request;
-}
-
-void ZREventsHandler::logSyncFailure() {
-  logLine("Sync Failure\u203C\uFE0F");
-  logLine("Please initialze the SDK Config with the AppID in applicationDidFinishLaunching");
+  signedRequest(kServiceReportAdd, std::move(body), *std::move(appID))
+      ->executeRequestWithCompletionBlock(
+          [completion = std::move(completion)](bool success, const Value&) { completion(success); });
+  return true;
 }
 
 }  // namespace zorvane
