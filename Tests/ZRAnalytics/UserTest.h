@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "Analytics/EventPipelineTest.h"
 #include "Platform/Formats/JSON.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/ZRCoreConstants.h"

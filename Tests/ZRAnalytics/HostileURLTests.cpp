@@ -1,6 +1,6 @@
-#include "Analytics/EventPipelineTest.h"
 #include "Platform/Values/Text.h"
 #include "Support/HostileURLs.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 
 namespace zorvane::testing {
 namespace {

@@ -2,7 +2,7 @@
 #include <cstdio>
 #include <thread>
 
-#include "Analytics/UserTest.h"
+#include "ZRAnalytics/UserTest.h"
 
 namespace zorvane::testing {
 namespace {
@@ -40,9 +40,10 @@ class UserAttributesHandlerTest : public UserTest {
   }
   std::string cacheFile() const { return library("ZrvData/ZRUserAttributes"); }
   std::string legacyFile() const { return documents("ZorvaneUserAttributes.plist"); }
-  // Tests/Analytics/archives.py: a reader and writer of archives that shares nothing with ours.
+  // Tests/ZRAnalytics/UserAttributes/archives.py: a reader and writer of archives that shares nothing with ours.
   static std::string archives(const std::string& arguments) {
-    const std::string command = "python3 '" ZR_SOURCE_DIR "/Tests/Analytics/archives.py' " + arguments + " 2>&1";
+    const std::string command =
+        "python3 '" ZR_SOURCE_DIR "/Tests/ZRAnalytics/UserAttributes/archives.py' " + arguments + " 2>&1";
     std::string output;
     if (FILE* pipe = popen(command.c_str(), "r")) {
       char buffer[4096];

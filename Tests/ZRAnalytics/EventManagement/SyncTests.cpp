@@ -1,7 +1,7 @@
 #include <stdexcept>
 
-#include "Analytics/EventPipelineTest.h"
 #include "Platform/Formats/PropertyList.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 
 namespace zorvane::testing {

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "Analytics/EventPipelineTest.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 
 namespace zorvane::testing {

@@ -1,6 +1,6 @@
-#include "Analytics/EventPipelineTest.h"
 #include "Platform/Files/DefaultsStore.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/ZRCoreConstants.h"

@@ -1,4 +1,4 @@
-#include "Analytics/UserTest.h"
+#include "ZRAnalytics/UserTest.h"
 
 namespace zorvane::testing {
 namespace {

@@ -1,9 +1,9 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "Analytics/EventPipelineTest.h"
 #include "Platform/Files/SystemCalls.h"
 #include "Platform/Formats/PropertyList.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 
 namespace zorvane::testing {
 namespace {

@@ -1,4 +1,4 @@
-#include "Analytics/EventPipelineTest.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/Utils/AppDelegateSwizzler/ZRAppDelegateAnalyticsProxy.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRGeoLocation.h"

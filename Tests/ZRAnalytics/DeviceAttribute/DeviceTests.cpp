@@ -1,8 +1,8 @@
 #include <regex>
 
-#include "Analytics/UserTest.h"
 #include "Platform/Files/DefaultsStore.h"
 #include "ZRAnalytics/DeviceAttribute/ZRDeviceAttributesHandler.h"
+#include "ZRAnalytics/UserTest.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 
 namespace zorvane::testing {

@@ -1,5 +1,5 @@
-#include "Analytics/EventPipelineTest.h"
 #include "Platform/Formats/PropertyList.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 

@@ -109,7 +109,8 @@ class ConditionTest : public ModuleTest {
 // none; ISO text stands for a date), under several "operators" where given; or a condition, an event and its record.
 TEST_F(ConditionTest, DecidesAsTheTableSays) {
   start();
-  const auto table = platform::parseJSON(readAll(ZR_SOURCE_DIR "/Tests/Analytics/conditions.json"));
+  const auto table =
+      platform::parseJSON(readAll(ZR_SOURCE_DIR "/Tests/ZRAnalytics/Utils/ZRConditionEvaluator/conditions.json"));
   ASSERT_TRUE(table) << table.error().message;
   ASSERT_GT(table.value().asArray()->size(), 150u);
   for (const Value& row : *table.value().asArray()) expectRow(*row.asDictionary());

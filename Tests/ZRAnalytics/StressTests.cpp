@@ -3,7 +3,7 @@
 #include <random>
 #include <thread>
 
-#include "Analytics/EventPipelineTest.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 
 namespace zorvane::testing {

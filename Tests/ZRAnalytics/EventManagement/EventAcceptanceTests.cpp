@@ -1,6 +1,6 @@
 #include <stdexcept>
 
-#include "Analytics/EventPipelineTest.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/Utils/ZRGeoLocation.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/ZRDateUtils.h"

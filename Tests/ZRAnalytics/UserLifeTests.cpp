@@ -1,4 +1,4 @@
-#include "Analytics/UserTest.h"
+#include "ZRAnalytics/UserTest.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 
 namespace zorvane::testing {

@@ -4,9 +4,9 @@
 #include <ostream>
 #include <set>
 
-#include "Analytics/EventPipelineTest.h"
 #include "Platform/Formats/PropertyList.h"
 #include "Platform/Values/Text.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZorvaneCore/ZRDateUtils.h"
 
