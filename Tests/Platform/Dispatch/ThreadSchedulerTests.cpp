@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "Dispatch/Worlds.h"
+#include "Dispatch/SchedulerFixture.h"
 
 namespace zorvane::platform {
 namespace {

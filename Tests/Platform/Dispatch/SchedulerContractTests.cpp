@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "Dispatch/Worlds.h"
+#include "Dispatch/SchedulerFixture.h"
 
 namespace zorvane::platform {
 namespace {

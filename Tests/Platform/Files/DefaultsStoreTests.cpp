@@ -11,7 +11,7 @@
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Files/SystemCalls.h"
 #include "Platform/HostServices.h"
-#include "System/TemporaryDirectory.h"
+#include "Support/TemporaryDirectory.h"
 
 namespace zorvane::platform {
 namespace {

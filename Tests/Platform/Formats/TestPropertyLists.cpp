@@ -76,7 +76,8 @@ std::string readByPython(std::string_view file) {
     return {};
   }
   close(descriptor);
-  const std::string command = "python3 '" ZR_SOURCE_DIR "/Tests/Formats/read_plist.py' " + std::string(path) + " 2>&1";
+  const std::string command =
+      "python3 '" ZR_SOURCE_DIR "/Tests/Platform/Formats/read_plist.py' " + std::string(path) + " 2>&1";
   std::string output;
   if (FILE* pipe = popen(command.c_str(), "r")) {
     char buffer[4096];

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "Platform/Files/SystemCalls.h"
-#include "System/TemporaryDirectory.h"
+#include "Support/TemporaryDirectory.h"
 
 namespace zorvane::platform {
 namespace {
