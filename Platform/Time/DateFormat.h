@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Values/Value.h"
+#include "Platform/Time/Date.h"
 
 namespace zorvane::platform {
 

@@ -1,4 +1,4 @@
-#include "Platform/Dispatch/ManualScheduler.h"
+#include "Stepping/ManualScheduler.h"
 
 #include <deque>
 #include <utility>

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Platform/Dispatch/Scheduler.h"
+#include "Stepping/ManualClock.h"
 
 namespace zorvane::platform {
 
