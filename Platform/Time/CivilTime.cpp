@@ -3,7 +3,7 @@
 namespace zorvane::platform {
 
 std::int64_t daysFromCivil(std::int64_t year, int month, int day) noexcept {
-  // Counted in eras of 400 years from 0000-03-01, so that a leap day ends a year.
+  // Counts eras of 400 years from 0000-03-01, so that a leap day is the last day of its year.
   year -= month <= 2 ? 1 : 0;
   const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
   const std::int64_t yearOfEra = year - era * 400;

@@ -14,8 +14,9 @@ struct CivilTime {
   int second = 0;  // 0 to 59
 };
 
+// Days since 1970-01-01.
 std::int64_t daysFromCivil(std::int64_t year, int month, int day) noexcept;
-// The fields of a number of seconds since 1970-01-01 00:00 in the same zone.
+// The date and time so many seconds after 1970-01-01 00:00.
 CivilTime civilTimeFromSeconds(std::int64_t seconds) noexcept;
 std::int64_t secondsFromCivilTime(const CivilTime& time) noexcept;
 
