@@ -3,11 +3,11 @@
 
 #include "Check.h"
 #include "Folder.h"
-#include "Platform/Dispatch/ManualScheduler.h"
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"
 #include "Platform/Values/Text.h"
+#include "Stepping/ManualScheduler.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZorvaneCore/CoreSetup.h"
 #include "ZorvaneCore/ZRLogger.h"

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Dispatch/ManualScheduler.h"
+#include "Stepping/ManualScheduler.h"
 
 namespace zorvane::platform {
 namespace {

@@ -1,4 +1,4 @@
-// A scheduler for tests: nothing runs until the test says so, everything runs on the test's thread.
+// A scheduler that runs tasks and timers only when told to, on the calling thread.
 #pragma once
 
 #include <cstddef>
@@ -6,21 +6,22 @@
 #include <string>
 
 #include "Platform/Dispatch/Scheduler.h"
+#include "Stepping/ManualClock.h"
 
 namespace zorvane::platform {
 
-// Tasks of all queues run in the order in which they were posted, whatever their queue. Outside a task the test's
-// thread counts as the main thread. Not thread-safe.
+// The tasks of all queues run in the order of their posting. Outside a task, the calling thread counts as the main
+// thread. Not thread-safe.
 class ManualScheduler final : public Scheduler {
  public:
   explicit ManualScheduler(std::shared_ptr<ManualClock> clock);
   ~ManualScheduler() override;
 
-  // Runs the next task; false when none waits.
+  // Runs the next task; false when there is none.
   bool runOne();
-  // Runs tasks until none waits.
+  // Runs tasks, also those that tasks post, until there is none.
   void runAll() { waitUntilIdle(); }
-  // Runs all tasks, then moves the clock on, firing each timer at its time and running all tasks after each firing.
+  // Runs all tasks, then moves the clock forward, firing each timer when it is due and running all tasks after it.
   void advance(double seconds);
   std::size_t pendingTasks() const;
 

@@ -1,4 +1,4 @@
-#include "Platform/Dispatch/ManualScheduler.h"
+#include "Stepping/ManualScheduler.h"
 
 #include <deque>
 #include <utility>
@@ -13,7 +13,7 @@ namespace {
 
 struct Posted {
   Task task;
-  // What the current queue is while the task runs; null is the main queue.
+  // The current queue while the task runs; null is the main queue.
   std::shared_ptr<const void> queue;
 };
 using PostedTasks = std::deque<Posted>;
@@ -68,7 +68,7 @@ struct ManualScheduler::State {
   PostingQueue backgroundQueue{"background", posted};
   UncaughtHandler uncaught;
 
-  // False when no timer is due.
+  // Fires the earliest due timer; false when none is due.
   bool fireOneTimer() {
     const auto work = mainQueue.takeDue(clock->monotonicSeconds());
     if (!work) return false;
@@ -81,7 +81,7 @@ ManualScheduler::ManualScheduler(std::shared_ptr<ManualClock> clock)
     : state_(std::make_shared<State>(std::move(clock))) {}
 
 ManualScheduler::~ManualScheduler() {
-  // Tasks hold queues, and queues this list.
+  // Tasks may own queues, and queues own this list: empty it first.
   PostedTasks dropped;
   dropped.swap(*state_->posted);
 }
