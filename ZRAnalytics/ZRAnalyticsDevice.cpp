@@ -1,9 +1,10 @@
-// The facade's part about the installation and the device: install and update, registration, device facts.
+// The facade's operations for the installation and the device: install and update, registration, device attributes.
 
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/DeviceAttribute/ZRDeviceAttributesHandler.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZRAnalytics/Utils/ZRDefaults.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZRAnalytics/Utils/ZRSignedRequest.h"
 #include "ZRAnalytics/ZRAnalytics.h"
@@ -21,12 +22,6 @@ namespace {
 
 constexpr std::int64_t kStatusInstall = 0;
 constexpr std::int64_t kStatusUpdate = 1;
-
-void keepInDefaults(Value value, std::string_view key) {
-  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-  defaults.setObjectForKey(std::move(value), key);
-  (void)defaults.synchronize();
-}
 
 }  // namespace
 

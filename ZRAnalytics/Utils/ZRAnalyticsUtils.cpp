@@ -7,6 +7,7 @@
 #include "Platform/Text/UUID.h"
 #include "Platform/Values/Text.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Utils/ZRDefaults.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
@@ -33,7 +34,7 @@ std::string hexDigits(std::string_view digits, std::string_view text) {
 
 std::string ZRAnalyticsUtils::createBatchIdentifier() {
   const double seconds = platform::hostServices().clock->now().secondsSince1970;
-  // Reading the milliseconds as a Value clamps a clock that stands beyond any date.
+  // integerValue clamps: a clock may be set beyond the range of an integer.
   const std::int64_t milliseconds = Value(seconds * 1000.0).integerValue();
   return platform::textOfInteger(milliseconds) + "-" + platform::randomUUID();
 }
@@ -87,10 +88,7 @@ std::optional<std::string> ZRAnalyticsUtils::advertiserID() {
 }
 
 void ZRAnalyticsUtils::saveAdvertisingID(const std::optional<std::string>& identifier) {
-  if (!identifier) return;
-  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-  defaults.setObjectForKey(*identifier, kUserDefaultsKeyIDFA);
-  (void)defaults.synchronize();
+  if (identifier) keepInDefaults(*identifier, kUserDefaultsKeyIDFA);
 }
 
 Value ZRAnalyticsUtils::getSavedAdvertisingID() {
