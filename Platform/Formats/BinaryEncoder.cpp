@@ -84,7 +84,7 @@ std::uint32_t BinaryEncoder::encode(const Value& value, int depth) {
       return encodeText(value.asURL()->absoluteString);
     case Value::Kind::Array:
     case Value::Kind::Dictionary:
-      return depth < kPropertyListDepth ? encodeContainer(value, depth) : encodeText("");
+      return depth < kMaxPropertyListDepth ? encodeContainer(value, depth) : encodeText("");
     case Value::Kind::Object:
       break;
   }

@@ -137,7 +137,7 @@ class Parser {
       return true;
     }
     if (tag.name == "array" || tag.name == "dict") {
-      if (depth == kPropertyListDepth) return failAt("too many levels", tag.position);
+      if (depth == kMaxPropertyListDepth) return failAt("too many levels", tag.position);
       return tag.name == "array" ? parseArray(tag, depth, value) : parseDictionary(tag, depth, value);
     }
     if (tag.name == "true" || tag.name == "false") {

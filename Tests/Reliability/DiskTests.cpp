@@ -12,9 +12,9 @@
 #include <set>
 #include <sstream>
 
-#include "Analytics/EventPipelineTest.h"
 #include "Platform/Formats/PropertyList.h"
 #include "Reliability/FileCalls.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/ZRDictionaryUtils.h"
 

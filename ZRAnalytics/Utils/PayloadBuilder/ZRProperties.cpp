@@ -1,5 +1,6 @@
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
 
+#include "Platform/Formats/PropertyList.h"
 #include "Platform/Values/Text.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/Utils/ZRISODate.h"
@@ -12,8 +13,6 @@ namespace zorvane {
 namespace {
 
 constexpr std::string_view kFile = "ZRProperties";
-// As deep as a property list can be read back; what lies deeper stays unconverted and is cut there.
-constexpr int kMaximumDepth = 128;
 
 // Anything but text has no length: a name of another kind raises, as the add operation reports.
 bool isUsableName(const Value& name) {
@@ -47,7 +46,9 @@ Value transformed(const Value& value, int depth) {
     case Value::Kind::Null:
       return "";
     case Value::Kind::Dictionary:
-      return depth < kMaximumDepth ? Value(transformedDictionary(*value.asDictionary(), depth + 1)) : value;
+      // The batch file cuts deeper values off.
+      return depth < platform::kMaxPropertyListDepth ? Value(transformedDictionary(*value.asDictionary(), depth + 1))
+                                                     : value;
     default:
       return value;
   }
