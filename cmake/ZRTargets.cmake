@@ -40,6 +40,12 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   target_compile_options(zr_warnings INTERFACE -Wthread-safety)
 endif()
 
+# zr_left_out(TEXT): says what is not built because an optional package is missing. scripts/test repeats it at its end.
+function(zr_left_out text)
+  set_property(GLOBAL APPEND_STRING PROPERTY ZR_LEFT_OUT "${text}\n")
+  message(STATUS "Left out: ${text}")
+endfunction()
+
 # zr_add_library(NAME [LINKS ...]): a static library of every source below the current folder, whose headers are
 # included by their path from the repository's root.
 function(zr_add_library name)
