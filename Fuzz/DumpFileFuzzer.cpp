@@ -1,4 +1,4 @@
-// The older release's event file on its whole way: read, sent and refused, kept in the batch file, sent again.
+// The event file of earlier releases: it is read, sent and refused, stored in the batch file, and sent again.
 #include <cstdio>
 
 #include "Check.h"
@@ -10,7 +10,6 @@
 #include "Platform/Values/Text.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZorvaneCore/CoreSetup.h"
-#include "ZorvaneCore/ZRLogger.h"
 
 using namespace zorvane;
 
@@ -18,7 +17,7 @@ namespace {
 
 constexpr std::string_view kLastLine = "{\"EVENT_ACTION\":\"last\"}";
 
-// Answers with the status; keeps the body.
+// Responds with the status and keeps the last body.
 class Service final : public NetworkTransport {
  public:
   void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override {
@@ -28,8 +27,8 @@ class Service final : public NetworkTransport {
     body = std::move(parsed.value().mutableDictionary());
     platform::hostServices()
         .scheduler->globalQueue(platform::Priority::Default)
-        .async([completion = std::move(completion), answer = status] {
-          completion({answer, "{}", ""});
+        .async([completion = std::move(completion), code = status] {
+          completion({code, "{}", ""});
         });
   }
 
@@ -38,28 +37,20 @@ class Service final : public NetworkTransport {
   Dictionary body;
 };
 
-class SilentLog final : public ZRLogSink {
- public:
-  void logMessage(std::int64_t, const std::string&) override {}
-  void logError(const std::string&, std::int64_t, const std::string&, const std::string&,
-                const std::vector<std::string>&) override {}
-};
-
-// The module for the process's life, in a folder that goes with it.
-struct World {
+// The module in a temporary folder, for the life of the process.
+struct Module {
   const std::string& directory = fuzz::temporaryFolder();
   std::shared_ptr<platform::ManualScheduler> scheduler;
   std::shared_ptr<Service> service = std::make_shared<Service>();
 
-  World() {
+  Module() {
     const auto clock = std::make_shared<platform::ManualClock>(Date{1795255200});
     scheduler = std::make_shared<platform::ManualScheduler>(clock);
     platform::HostServices host;
     host.clock = clock;
     host.scheduler = scheduler;
     host.directories = {directory, directory, directory};
-    fuzz::check(platform::configureHost(std::move(host)), "the services can be given");
-    ZRLogger::sharedInstance().setSink(std::make_shared<SilentLog>());
+    fuzz::check(platform::configureHost(std::move(host)), "the host is configured");
     CoreSetup core;
     core.endpoint = "http://service.test";
     core.appId = "APP";
@@ -69,8 +60,8 @@ struct World {
   }
 };
 
-World& world() {
-  static World* const one = new World;
+Module& theModule() {
+  static Module* const one = new Module;
   return *one;
 }
 
@@ -94,7 +85,7 @@ Array joined(Array left, const Array& right) {
 
 void checkReading(std::string_view content, const Array& events) {
   if (!platform::isValidUtf8(content)) {
-    fuzz::check(events.empty(), "what is no UTF-8 is not read");
+    fuzz::check(events.empty(), "a file that is not UTF-8 is not read");
     return;
   }
   for (const Value& event : events) fuzz::check(event.isDictionary() || event.isArray(), "a line is a container");
@@ -102,46 +93,46 @@ void checkReading(std::string_view content, const Array& events) {
     std::string longer(content);
     longer.append(newline).append(kLastLine);
     fuzz::check(eventsOf(longer) == joined(events, {platform::parseJSON(kLastLine).value()}),
-                "a line more is an event more");
+                "another line is another event");
   }
   const std::string_view half = content.substr(0, content.find('\n'));
   const std::string_view rest = content.substr(std::min(half.size() + 1, content.size()));
   fuzz::check(joined(eventsOf(half), eventsOf(rest)) == events, "lines do not depend on each other");
 }
 
-// Refused, the events go into the batch file; accepted, they are gone.
+// Refused events go into the batch file; accepted ones are removed.
 void checkSending(std::string_view content, std::size_t count) {
   ZREventsHandler& handler = ZREventsHandler::sharedInstance();
-  Service& service = *world().service;
+  Service& service = *theModule().service;
   writeDump(content);
   service.requests = 0;
   service.status = 500;
   handler.syncToServerFromDumpFile();
-  world().scheduler->runAll();
-  fuzz::check(service.requests == (count == 0 ? 0 : 1), "what holds events is sent once");
-  fuzz::check(handler.checkIfFileExists() == (count == 0), "and the file is gone");
+  theModule().scheduler->runAll();
+  fuzz::check(service.requests == (count == 0 ? 0 : 1), "a file with events is sent once");
+  fuzz::check(handler.checkIfFileExists() == (count == 0), "and then removed");
   if (count == 0) return;
   fuzz::check(service.body.objectForKey("viewsCount") == Value(count), "with all its events");
 
   const auto kept = handler.getBatches();
-  fuzz::check(kept && kept->size() == 1, "what was refused is kept");
+  fuzz::check(kept && kept->size() == 1, "the refused events are stored");
   service.status = 200;
   int completions = 0;
   handler.flushEventsInBackgroundAndResetWithCompletionBlock(false, false, [&](bool success, bool attempted) {
-    fuzz::check(success && attempted, "what is kept is accepted");
+    fuzz::check(success && attempted, "the stored events are accepted");
     ++completions;
   });
-  world().scheduler->runAll();
-  fuzz::check(completions == 1 && service.requests == 2, "what is kept is sent once");
+  theModule().scheduler->runAll();
+  fuzz::check(completions == 1 && service.requests == 2, "the stored events are sent once");
   fuzz::check(service.body.objectForKey("viewsInfo").asArray()->size() == count, "with all its events again");
   const auto left = handler.getBatches();
-  fuzz::check(left && left->empty(), "what was accepted is gone");
+  fuzz::check(left && left->empty(), "the accepted events are removed");
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
-  (void)world();  // before the module is used
+  (void)theModule();  // configures the host before its first use
   const std::string_view content = fuzz::textOf(data, size);
   const Array events = eventsOf(content);
   checkReading(content, events);

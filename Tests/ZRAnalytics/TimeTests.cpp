@@ -1,4 +1,4 @@
-// Clocks that jump, calendars and zones with corners, and a locale that writes 3,5.
+// Jumps of the wall clock, and a locale with a decimal comma.
 #include <clocale>
 #include <cstdlib>
 #include <ostream>
@@ -8,7 +8,6 @@
 #include "Platform/Values/Text.h"
 #include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
-#include "ZorvaneCore/ZRDateUtils.h"
 
 namespace zorvane::testing {
 namespace {
@@ -112,29 +111,6 @@ INSTANTIATE_TEST_SUITE_P(Jumps, ClockJumpTest,
                          [](const auto& jump) { return std::string(jump.param.name); });
 
 class TimeTest : public EventPipelineTest {};
-
-TEST_F(TimeTest, TheDevicesTimeFollowsItsZone) {
-  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
-  start();
-  const struct {
-    const char* gmt;
-    const char* local;
-  } cases[] = {
-      {"2026-03-29T00:59:59.999Z", "2026-03-29T01:59:59.999+0100"},
-      {"2026-03-29T01:00:00.000Z", "2026-03-29T03:00:00.000+0200"},
-      {"2026-10-25T00:59:59.000Z", "2026-10-25T02:59:59.000+0200"},
-      {"2026-10-25T01:00:00.000Z", "2026-10-25T02:00:00.000+0100"},
-      {"2028-02-28T23:30:00.000Z", "2028-02-29T00:30:00.000+0100"},
-      {"2100-02-28T23:30:00.000Z", "2100-03-01T00:30:00.000+0100"},
-      {"2106-07-01T00:00:00.000Z", "2106-07-01T02:00:00.000+0200"},
-      {"1969-12-31T23:00:00.000Z", "1970-01-01T00:00:00.000+0100"},
-  };
-  for (const auto& [gmt, local] : cases) {
-    clock_->setNow(*ZRDateUtils::getDateForStringWithFormatAndForGMTTimeZone(gmt, kZRDateFormatISO8601MilliSec, true));
-    EXPECT_EQ(ZRDateUtils::getGMTtime(), gmt);
-    EXPECT_EQ(ZRDateUtils::getLocalTime(), local);
-  }
-}
 
 TEST_F(TimeTest, TheHostsLocaleLeavesNumbersAlone) {
   // Where the system has no such locale one is made.
