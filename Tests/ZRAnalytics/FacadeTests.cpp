@@ -63,7 +63,7 @@ TEST_F(FacadeTest, ClosedGatesDropEventsAndOnlyTheAccountGateStopsAFlush) {
   EXPECT_TRUE(service_->requests().empty());
 }
 
-TEST_F(FacadeTest, FlushAnswersWhetherEverythingWasAcceptedOrNothingWasLeft) {
+TEST_F(FacadeTest, FlushReportsWhetherEverythingWasAcceptedOrNothingWasLeft) {
   startWithSession();
   std::vector<bool> answers;
   const auto flush = [&] {
@@ -97,7 +97,7 @@ TEST_F(FacadeTest, UpdateSendsWhatEarlierLaunchesLeft) {
       facade().updateModules();
       EXPECT_NE(sessionID(), Value());
       settle();
-      // Refused, the dump is in the batch file before the flush reads it.
+      // A refused dump is in the batch file before the flush reads it.
       EXPECT_EQ(sentNames(),
                 status == 200 ? (Batches{{"dumped"}, {"saved"}}) : (Batches{{"dumped"}, {"dumped"}, {"saved"}}));
       EXPECT_EQ(log_->count("Report add successful for previous sessions"), status == 200 ? 1u : 0u);
@@ -108,7 +108,7 @@ TEST_F(FacadeTest, UpdateSendsWhatEarlierLaunchesLeft) {
   }
 }
 
-TEST_F(FacadeTest, UpdateOfAnInactiveAccountOnlySaysSo) {
+TEST_F(FacadeTest, UpdateOfAnInactiveAccountOnlyLogs) {
   start({{"account_active", false}, {"periodic_flush_enabled", false}});
   facade().initializeAnalytics();
   settle();
@@ -121,7 +121,7 @@ TEST_F(FacadeTest, UpdateOfAnInactiveAccountOnlySaysSo) {
   EXPECT_FALSE(log_->has("Report add unsuccessful for previous sessions"));
 }
 
-TEST_F(FacadeTest, NewIdentifierCleansTheUserUpAfterTheFlushWhateverCameOfIt) {
+TEST_F(FacadeTest, NewAppIdentifierResetsTheUserAfterTheFlushEvenIfItFailed) {
   startWithSession();
   Names order;
   center_->addObserver(kNotificationNameUserReset, [&](std::string_view) { order.push_back("reset"); });
@@ -139,7 +139,7 @@ TEST_F(FacadeTest, NewIdentifierCleansTheUserUpAfterTheFlushWhateverCameOfIt) {
   EXPECT_EQ(order.size(), 3u);
 }
 
-TEST_F(FacadeTest, DisabledSDKKeepsNothingAndAnEnabledOneStartsAnew) {
+TEST_F(FacadeTest, DisablingTheSDKRemovesEverythingAndEnablingStartsANewSession) {
   start();
   events();
   facade().updateModules();
@@ -177,7 +177,7 @@ TEST_F(FacadeTest, OpenedURLCountsOnceAndOnlyWithAnActiveAccount) {
   EXPECT_TRUE(log_->messages().empty());
   EXPECT_TRUE(ZRSessionManager::sharedSessionManager().getCurrentSessionSourceInfoArray().empty());
 
-  // Allowed by the core but not in place: nobody else passes the URL on.
+  // The proxy is allowed but not configured, so the facade passes the URL on.
   facade().processURL(url);
   EXPECT_TRUE(log_->has("Incoming URL : app://open?utm_source=mail"));
   ZRAnalyticsUtils::appDelegateProxyConfigured();

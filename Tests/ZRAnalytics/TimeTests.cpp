@@ -33,7 +33,7 @@ class ClockJumpTest : public EventPipelineTest, public ::testing::WithParamInter
   static bool isExpired() { return ZRSessionManager::sharedSessionManager().hasCurrentSessionExpired(); }
 };
 
-TEST_P(ClockJumpTest, BetweenTwoLaunchesLosesNothing) {
+TEST_P(ClockJumpTest, BetweenTwoLaunchesLosesNoEvent) {
   std::string session;
   inEarlierLaunch([&] {
     startWithSession();
@@ -47,8 +47,8 @@ TEST_P(ClockJumpTest, BetweenTwoLaunchesLosesNothing) {
   startWithSession();
 
   const bool isSame = sessionID() == Value(readAll(documents("session")));
-  EXPECT_EQ(isSame, !GetParam().isLater) << "a session whose last interaction lies ahead goes on";
-  EXPECT_EQ(setAttribute(), GetParam().isLater) << "an attribute that was sent in the future is known";
+  EXPECT_EQ(isSame, !GetParam().isLater) << "a session whose last interaction lies ahead stays alive";
+  EXPECT_EQ(setAttribute(), GetParam().isLater) << "an attribute sent in the future is still cached";
   track({"after"});
   Answers answers;
   events().flushWithCompletionBlock(into(answers));
@@ -75,7 +75,7 @@ TEST_P(ClockJumpTest, BetweenTwoLaunchesLosesNothing) {
   EXPECT_FALSE(std::filesystem::exists(batchPath()));
 }
 
-TEST_P(ClockJumpTest, WhileTheApplicationRunsTheTimersDoNotNotice) {
+TEST_P(ClockJumpTest, DoesNotAffectTimers) {
   start({{"periodic_flush_duration", 60}});
   ZRSessionManager::sharedSessionManager().appOpenedWithSourceArray({});
   settle();
@@ -88,7 +88,7 @@ TEST_P(ClockJumpTest, WhileTheApplicationRunsTheTimersDoNotNotice) {
   scheduler_->advance(1);
   EXPECT_EQ(sentNames(), (Batches{{"E"}}));
 
-  // Leaving the foreground counts as interaction, and from then on the time that passes counts.
+  // Leaving the foreground is an interaction; the inactive duration starts anew.
   center_->post(platform::kDidEnterBackgroundNotification);
   EXPECT_EQ(sessionID(), before);
   clock_->advance(1799);
@@ -112,13 +112,13 @@ INSTANTIATE_TEST_SUITE_P(Jumps, ClockJumpTest,
 
 class TimeTest : public EventPipelineTest {};
 
-TEST_F(TimeTest, TheHostsLocaleLeavesNumbersAlone) {
-  // Where the system has no such locale one is made.
+TEST_F(TimeTest, HostLocaleDoesNotChangeNumbers) {
+  // Compiles the locale where the system lacks it.
   if (!std::setlocale(LC_ALL, "de_DE.UTF-8")) {
     const std::string made = (directory_ / "de_DE.UTF-8").string();
     (void)!std::system(("localedef -i de_DE -f UTF-8 " + made + " >/dev/null 2>&1").c_str());
     setenv("LOCPATH", directory_.c_str(), 1);
-    if (!std::setlocale(LC_ALL, "de_DE.UTF-8")) GTEST_SKIP() << "no locale with a decimal comma is to be had";
+    if (!std::setlocale(LC_ALL, "de_DE.UTF-8")) GTEST_SKIP() << "no locale with a decimal comma";
   }
   ASSERT_STREQ(std::localeconv()->decimal_point, ",");
   startWithSession();

@@ -17,7 +17,7 @@ class UserLifeTest : public UserTest {
   std::shared_ptr<FakeAdvertising> advertising_ = std::make_shared<FakeAdvertising>();
 };
 
-TEST_F(UserLifeTest, AttributesOfEveryKindGoThroughTheirQueue) {
+TEST_F(UserLifeTest, AttributesOfEveryTypeAreSetOnTheirQueue) {
   startWithSession();
   const auto setAll = [] {
     facade().setUserAttributeForKey("x", "a");
@@ -65,7 +65,7 @@ TEST_F(UserLifeTest, AttributesOfEveryKindGoThroughTheirQueue) {
       reportedError("ZRAnalytics", "setUserAttributeISODateStringForKey", "exception : the date is no text: 7"));
 }
 
-TEST_F(UserLifeTest, ResetEndsTheUserAndBeginsTheNext) {
+TEST_F(UserLifeTest, ResetLogsOutAndStartsANewUser) {
   startWithSession();
   facade().setUserAttributeForKey("u", USER_ATTRIBUTE_UNIQUE_ID);
   settle();
@@ -81,15 +81,15 @@ TEST_F(UserLifeTest, ResetEndsTheUserAndBeginsTheNext) {
   EXPECT_NE(sessionID(), oldSession);
   EXPECT_NE(Value(*ZRCoreUtils::getSDKUniqueIdForUser()), oldID);
   EXPECT_EQ(deviceRequests().size(), 1u);
-  // Of the new user.
+  // The new user's attributes.
   EXPECT_EQ(recorded().size(), 4u + 2u) << "model and vendor identifier, advertising identifier twice";
   EXPECT_EQ(facade().getTrackedIDFA(), Value("IDFA-1"));
 }
 
-TEST_F(UserLifeTest, ResetAnswersNoUnlessEverythingWasAccepted) {
+TEST_F(UserLifeTest, ResetReportsFailureUnlessEverythingWasAccepted) {
   startWithSession();
   recordOrder();
-  // Nothing was attempted: in an unreadable file there is nothing to send.
+  // An unreadable file has nothing to send.
   writeAll(batchPath(), "no batches");
   facade().resetUserWithCompletionBlock(noting());
   settle();
@@ -104,12 +104,12 @@ TEST_F(UserLifeTest, ResetAnswersNoUnlessEverythingWasAccepted) {
   EXPECT_TRUE(cameInOrder({"Report add unsuccessful on reset user", "ZRVInitNewUser", "reset no", "ZRVUpdateModules"}));
   EXPECT_EQ(recorded(), Names{}) << "not registered: no model, no advertising identifier";
 
-  // Blocked, after the logout's completion came at once.
+  // With the SDK disabled the logout completes immediately and the flush is blocked.
   updateRemoteConfiguration({{"sdk_enabled", false}});
   order_.clear();
   facade().resetUserWithCompletionBlock(noting());
   settle();
-  EXPECT_EQ(order_, (Names{"Reports API Blocked", "ZRVInitNewUser", "reset no"})) << "and no new user either";
+  EXPECT_EQ(order_, (Names{"Reports API Blocked", "ZRVInitNewUser", "reset no"})) << "and no new user";
 
   for (const Dictionary& stopping :
        {Dictionary{{"account_active", false}, {"sdk_enabled", true}},
@@ -123,7 +123,7 @@ TEST_F(UserLifeTest, ResetAnswersNoUnlessEverythingWasAccepted) {
   }
 }
 
-TEST_F(UserLifeTest, ResetDuringASyncBeginsANewUserAtOnceAndAgainAfterIt) {
+TEST_F(UserLifeTest, ResetDuringASyncStartsANewUserImmediatelyAndAgainAfterIt) {
   startWithSession();
   save({"event"});
   service_->hold = true;
@@ -156,7 +156,7 @@ TEST_F(UserLifeTest, NewUserNeedsAnActiveAccountAndAnEnabledSDK) {
   EXPECT_TRUE(service_->requests().empty());
 }
 
-TEST_F(UserLifeTest, OptOutClearsWhatIsKeptOnceAndTellsTheServiceOfEachChange) {
+TEST_F(UserLifeTest, OptOutClearsStoredDataOnceAndRegistersEachChange) {
   startWithSession();
   facade().setUserAttributeForKey("x", "a");
   settle();
@@ -228,7 +228,7 @@ TEST_F(UserLifeTest, IdentifiersAreSentAgainAfterOptingBackIn) {
     EXPECT_EQ(after(&ZRAnalytics::optOutOfIDFATracking, false), Names{});
     EXPECT_EQ(after(&ZRAnalytics::optOutOfIDFATracking, true), Names{});
     EXPECT_EQ(facade().getTrackedIDFA(), Value());
-    // As a user attribute it is cached still.
+    // The user attribute is still cached.
     EXPECT_EQ(after(&ZRAnalytics::optOutOfIDFATracking, false),
               Names{R"(EVENT_ACTION_DEVICE_ATTRIBUTE {"ADVERTISING_IDENTIFIER":"IDFA-1"})"});
     EXPECT_EQ(facade().getTrackedIDFA(), Value("IDFA-1"));

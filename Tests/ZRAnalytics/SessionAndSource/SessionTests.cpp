@@ -28,7 +28,7 @@ class SessionTest : public ModuleTest {
     manager().checkSessionForEventWithPropertiesWithCompletionBlock("event", properties, [&] { ++completions; });
     return completions;
   }
-  // As the next launch would read it; null when there is none or the file is unreadable.
+  // The session in the file; null without a readable file.
   std::shared_ptr<ZRSession> savedSession() const {
     const std::string_view classes[] = {"ZRSessionInfo", "ZRSession", "ZRSource"};
     const auto root = platform::unarchiveRootObject(readAll(file()), "ZRSessionInfo", classes);
@@ -38,7 +38,7 @@ class SessionTest : public ModuleTest {
   std::string file() const { return library("ZrvData/ZRSessionInfo"); }
 };
 
-TEST_F(SessionTest, ThereIsNoSessionBeforeTheFirstOpening) {
+TEST_F(SessionTest, NoSessionBeforeTheFirstOpening) {
   start();
   EXPECT_TRUE(manager().hasCurrentSessionExpired());
   EXPECT_EQ(log_->messages(), std::vector<std::string>{"-- Analytics -- Session Expired"});
@@ -47,7 +47,7 @@ TEST_F(SessionTest, ThereIsNoSessionBeforeTheFirstOpening) {
   EXPECT_FALSE(manager().isCurrentSessionSourceSameAs({}));
   EXPECT_TRUE(manager().isAppInBackground()) << "until the application opens";
   manager().resetSession();
-  EXPECT_FALSE(platform::fileExists(file())) << "nothing to reset, nothing to save";
+  EXPECT_FALSE(platform::fileExists(file())) << "without a session nothing is saved";
 
   manager().appOpenedWithSourceArray({});
   const std::string id = sessionID();
@@ -59,7 +59,7 @@ TEST_F(SessionTest, ThereIsNoSessionBeforeTheFirstOpening) {
   EXPECT_TRUE(log_->has("New Session(" + id + ") initiated"));
 }
 
-TEST_F(SessionTest, ASessionIsOverOnceTheInactiveDurationHasPassed) {
+TEST_F(SessionTest, SessionExpiresAfterTheInactiveDuration) {
   start();
   const struct {
     std::int64_t configured;
@@ -74,7 +74,7 @@ TEST_F(SessionTest, ASessionIsOverOnceTheInactiveDurationHasPassed) {
   }
 }
 
-TEST_F(SessionTest, AnExpiryCheckLogsWhatItCompares) {
+TEST_F(SessionTest, ExpiryCheckLogsItsDates) {
   start({{"s_i_d", 60}});
   manager().reinitiateSession();
   const std::string id = sessionID();
@@ -93,7 +93,7 @@ TEST_F(SessionTest, AnExpiryCheckLogsWhatItCompares) {
                                       check("10:01:00"), "-- Analytics -- Session Expired"}));
 }
 
-TEST_F(SessionTest, OpeningWithoutANewSourceKeepsALiveSessionUntouched) {
+TEST_F(SessionTest, OpeningWithoutANewSourceKeepsALiveSession) {
   start();
   manager().appOpenedWithSourceArray(sourcesOf({"a", "b"}));
   const std::string id = sessionID();
@@ -105,7 +105,7 @@ TEST_F(SessionTest, OpeningWithoutANewSourceKeepsALiveSessionUntouched) {
   EXPECT_EQ(sessionID(), id);
   EXPECT_EQ(log_->count("App Opened with same Source, Session(" + id + ") will remain active"), 3u);
   clock_->advance(800);
-  EXPECT_TRUE(manager().hasCurrentSessionExpired()) << "opening is no interaction";
+  EXPECT_TRUE(manager().hasCurrentSessionExpired()) << "opening does not count as interaction";
   manager().appOpenedWithSourceArray({});
   EXPECT_NE(sessionID(), id);
   EXPECT_TRUE(manager().getCurrentSessionSourceInfoArray().empty());
@@ -128,7 +128,7 @@ TEST_F(SessionTest, OpeningWithAnotherSourceReplacesTheSession) {
   }
 }
 
-TEST_F(SessionTest, AYoungSessionWithoutASourceAdoptsTheURLThatFollows) {
+TEST_F(SessionTest, SessionWithoutASourceAdoptsAURLOfItsFirstFiveSeconds) {
   start();
   const struct {
     double after;
@@ -148,18 +148,18 @@ TEST_F(SessionTest, AYoungSessionWithoutASourceAdoptsTheURLThatFollows) {
   }
 }
 
-TEST_F(SessionTest, SourcesAreAdoptedOnceAndOnlyByASessionThatHasAStart) {
+TEST_F(SessionTest, SourcesAreAdoptedOnceAndOnlyWithAStartTime) {
   start();
   const auto session = ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated({}, false);
   EXPECT_FALSE(session->updateSessionWithSources(std::nullopt));
-  EXPECT_TRUE(session->updateSessionWithSources(ZRSourceArray())) << "none is what it has";
+  EXPECT_TRUE(session->updateSessionWithSources(ZRSourceArray())) << "it has none already";
   EXPECT_TRUE(session->updateSessionWithSources(sourcesOf({"a"})));
   EXPECT_FALSE(session->updateSessionWithSources(sourcesOf({"b"})));
   EXPECT_EQ(session->sessionSources().front()->sourceName(), "a");
   EXPECT_FALSE(ZRSession().updateSessionWithSources(sourcesOf({"a"})));
 }
 
-TEST_F(SessionTest, WhatIsNoSourceChangesNothing) {
+TEST_F(SessionTest, InvalidSourcesChangeNothing) {
   start();
   manager().reinitiateSession();
   const std::string id = sessionID();
@@ -173,7 +173,7 @@ TEST_F(SessionTest, WhatIsNoSourceChangesNothing) {
   EXPECT_NE(sessionID(), "(null)") << "without a session it opens one";
 }
 
-TEST_F(SessionTest, AClosedGateChangesAndLogsNothing) {
+TEST_F(SessionTest, ClosedGateChangesAndLogsNothing) {
   start();
   manager();
   for (const bool account : {true, false}) {
@@ -187,7 +187,7 @@ TEST_F(SessionTest, AClosedGateChangesAndLogsNothing) {
   EXPECT_TRUE(log_->messages().empty());
 }
 
-TEST_F(SessionTest, OnlyAnInteractiveEventInTheBackgroundMovesTheSession) {
+TEST_F(SessionTest, OnlyInteractiveEventsInTheBackgroundTouchTheSession) {
   start();
   manager().appOpenedWithSourceArray({});
   std::string id = sessionID();
@@ -226,7 +226,7 @@ TEST_F(SessionTest, OnlyAnInteractiveEventInTheBackgroundMovesTheSession) {
   EXPECT_TRUE(log_->messages().empty());
 }
 
-TEST_F(SessionTest, ANewSessionSendsTheOldOnesEventsUnderTheOldSession) {
+TEST_F(SessionTest, NewSessionFlushesTheOldEventsUnderTheOldSession) {
   start();
   const auto track = [this] {
     ZREventsHandler::sharedInstance().trackEventWithProperties("Event", std::make_shared<ZRProperties>());
@@ -250,10 +250,10 @@ TEST_F(SessionTest, ANewSessionSendsTheOldOnesEventsUnderTheOldSession) {
   EXPECT_EQ(savedSessionID(), sessionID());
   EXPECT_TRUE(log_->has("New Session Initiated: " + sessionID()));
   settle();
-  EXPECT_EQ(service_->requests().size(), 1u) << "neither of the two flushes";
+  EXPECT_EQ(service_->requests().size(), 1u) << "neither call flushes";
 }
 
-TEST_F(SessionTest, TheSessionComesBackAfterARestart) {
+TEST_F(SessionTest, SessionIsRestoredByTheNextLaunch) {
   const Array sources{
       Dictionary{{"source", "s"}, {"source_url", "shop://x?source=s&foo=1"}, {"extras", Dictionary{{"foo", "1"}}}},
       Dictionary{{"campaign_id", 42}, {"term", "t\xC3\xA4"}}};
@@ -273,7 +273,7 @@ TEST_F(SessionTest, TheSessionComesBackAfterARestart) {
   EXPECT_EQ(*manager().getCurrentSessionInfoDict(),
             (Dictionary{{"session_id", readAll(library("id"))}, {"start_time", "2026-11-21T10:00:00.000Z"}}));
   EXPECT_EQ(manager().getCurrentSessionSourceInfoArray(), sources);
-  EXPECT_FALSE(manager().hasCurrentSessionExpired()) << "leaving is an interaction, and is saved";
+  EXPECT_FALSE(manager().hasCurrentSessionExpired()) << "leaving counts as interaction and is saved";
   clock_->advance(0.5);
   EXPECT_TRUE(manager().hasCurrentSessionExpired());
 }
@@ -284,7 +284,7 @@ std::string archiveOfAnEarlierRelease() {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-TEST_F(SessionTest, TheFileOfAnEarlierReleaseIsRead) {
+TEST_F(SessionTest, FileOfAnEarlierReleaseIsRead) {
   std::filesystem::create_directory(library("ZrvData"));
   writeAll(file(), archiveOfAnEarlierRelease());
   start();
@@ -305,7 +305,7 @@ TEST_F(SessionTest, TheFileOfAnEarlierReleaseIsRead) {
   EXPECT_EQ(session->sessionLastInteractionTime(), Date{kStart});
 }
 
-TEST_F(SessionTest, AnUnreadableFileIsNoSession) {
+TEST_F(SessionTest, UnreadableFileMeansNoSession) {
   const std::string archive = archiveOfAnEarlierRelease();
   const auto with = [&](const char* what, const char* by) { return std::regex_replace(archive, std::regex(what), by); };
   const std::string contents[] = {"",
@@ -326,7 +326,7 @@ TEST_F(SessionTest, AnUnreadableFileIsNoSession) {
   }
 }
 
-TEST_F(SessionTest, AFolderThatCannotBeMadeCostsOnlyTheFile) {
+TEST_F(SessionTest, WithoutItsFolderTheSessionIsKeptInMemory) {
   writeAll(library("ZrvData"), "a file in the folder's place");
   start();
   manager().appOpenedWithSourceArray({});

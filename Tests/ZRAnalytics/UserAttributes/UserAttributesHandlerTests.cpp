@@ -41,7 +41,7 @@ class UserAttributesHandlerTest : public UserTest {
   std::string legacyFile() const { return documents("ZorvaneUserAttributes.plist"); }
 };
 
-TEST_F(UserAttributesHandlerTest, OnlyTextAndNumbersWithANameAreTaken) {
+TEST_F(UserAttributesHandlerTest, OnlyTextAndNumbersWithANameAreAccepted) {
   startWithSession();
   const struct {
     Value value, name;
@@ -66,17 +66,17 @@ TEST_F(UserAttributesHandlerTest, OnlyTextAndNumbersWithANameAreTaken) {
     EXPECT_EQ(recorded(), sent.empty() ? Names{} : Names{userAttribute(sent)});
     EXPECT_TRUE(log.empty() || log_->messages() == Names{log}) << log;
   }
-  EXPECT_EQ(handler().getUserAttributesArray().size(), 5u) << "what is refused is not remembered";
+  EXPECT_EQ(handler().getUserAttributesArray().size(), 5u) << "refused values are not cached";
 }
 
-TEST_F(UserAttributesHandlerTest, AnUnchangedValueIsSentAgainOnlyUnchecked) {
+TEST_F(UserAttributesHandlerTest, UnchangedValueIsSentAgainOnlyUnchecked) {
   startWithSession();
   EXPECT_TRUE(set(1));
   EXPECT_EQ(log_->messages(), Names{"User Attribute(a) updated to value(1)"});
   EXPECT_FALSE(set(1));
   EXPECT_TRUE(log_->has("User Attribute(a) tracked with already existing value(1)"));
   EXPECT_TRUE(set(1, "a", false));
-  EXPECT_TRUE(set(2, "a", false)) << "past the cache";
+  EXPECT_TRUE(set(2, "a", false)) << "bypasses the cache";
   EXPECT_FALSE(set(1));
   EXPECT_EQ(recorded(), (Names{userAttribute(R"({"a":1})"), userAttribute(R"({"a":1})"), userAttribute(R"({"a":2})")}));
 }
@@ -105,7 +105,7 @@ TEST_F(UserAttributesHandlerTest, GatesDifferFromSetterToSetter) {
   EXPECT_EQ(uniqueID(), Value());
 }
 
-TEST_F(UserAttributesHandlerTest, LoginTakesTheTextOfAnyValueWithoutBlanksAround) {
+TEST_F(UserAttributesHandlerTest, LoginUsesTheTrimmedTextOfAnyValue) {
   startWithSession({{"restricted_unique_ids", Array{"0", "guest"}}});
   const struct {
     Value value;
@@ -147,7 +147,7 @@ TEST_F(UserAttributesHandlerTest, AnotherLoginLogsTheOldUserOutFirst) {
       ZRCoreUtils::getSDKUserDefault().setObjectForKey("IDFA", kUserDefaultsKeyIDFA);
       service_->decide = [status](const auto&) { return status; };
       center_->addObserver(kNotificationNameUserReset, [](std::string_view) {
-        EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value("b")) << "kept until the very end";
+        EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value("b")) << "removed last";
         EXPECT_EQ(uniqueID(), Value("a"));
       });
       recordOrder();
@@ -171,7 +171,7 @@ TEST_F(UserAttributesHandlerTest, AnotherLoginLogsTheOldUserOutFirst) {
   }
 }
 
-TEST_F(UserAttributesHandlerTest, ForcedLogoutDuringASyncEndsOnceAtOnceAndOnceAfterIt) {
+TEST_F(UserAttributesHandlerTest, ForcedLogoutDuringASyncCompletesImmediatelyAndAgainAfterIt) {
   startWithSession();
   handler().setUserAttributeUniqueID("a");
   save({"event"});
@@ -187,10 +187,10 @@ TEST_F(UserAttributesHandlerTest, ForcedLogoutDuringASyncEndsOnceAtOnceAndOnceAf
   service_->answerNext(200);
   settle();
   EXPECT_EQ(log_->count("User Force logged out"), 1u);
-  EXPECT_EQ(uniqueID(), Value("(null)")) << "the stored identifier is used up";
+  EXPECT_EQ(uniqueID(), Value("(null)")) << "the stored identifier is removed";
 }
 
-TEST_F(UserAttributesHandlerTest, ForcedLogoutThatDidNotEndIsDoneByTheNextLaunch) {
+TEST_F(UserAttributesHandlerTest, InterruptedForcedLogoutIsCompletedByTheNextLaunch) {
   inEarlierLaunch([this] {
     startWithSession();
     handler().setUserAttributeUniqueID("a");
@@ -213,7 +213,7 @@ TEST_F(UserAttributesHandlerTest, ForcedLogoutThatDidNotEndIsDoneByTheNextLaunch
   EXPECT_FALSE(log_->has("Force Logout Initiated as USER_ATTRIBUTE_UNIQUE_ID was different"));
 }
 
-TEST_F(UserAttributesHandlerTest, StoredIdentifierThatIsTakenAwayMeanwhileIsNotLost) {
+TEST_F(UserAttributesHandlerTest, RemovedStoredIdentifierIsNotLost) {
   startWithSession();
   handler().setUserAttributeUniqueID("a");
   settle();
@@ -253,7 +253,7 @@ TEST_F(UserAttributesHandlerTest, AliasRenamesTheUserWithoutALogout) {
 
   setSDKEnabled(false);
   handler().updateUserAttributeUniqueID("c");
-  EXPECT_EQ(uniqueID(), Value("c")) << "no gate, but for the event";
+  EXPECT_EQ(uniqueID(), Value("c")) << "only the event is gated";
   setSDKEnabled(true);
   EXPECT_EQ(recorded(), Names{});
 }
@@ -281,7 +281,7 @@ TEST_F(UserAttributesHandlerTest, LocaleIsSentAsUserAndAsDeviceAttributes) {
   EXPECT_TRUE(reportedError("ZRUserAttributesHandler", "trackLocale", "exception while tracking Locale no locale"));
 }
 
-TEST_F(UserAttributesHandlerTest, TwoIdentifiersOfTheLegacyFileAreTakenOverWithoutAnEvent) {
+TEST_F(UserAttributesHandlerTest, LegacyFileIsMigratedWithoutAnEvent) {
   const struct {
     std::string content;
     Value uniqueID, segmentID;
@@ -311,7 +311,7 @@ TEST_F(UserAttributesHandlerTest, TwoIdentifiersOfTheLegacyFileAreTakenOverWitho
   }
 }
 
-TEST_F(UserAttributesHandlerTest, CacheOutlivesTheLaunchOnceTheApplicationLeftTheForeground) {
+TEST_F(UserAttributesHandlerTest, CacheIsWrittenWhenTheApplicationLeavesTheForeground) {
   inEarlierLaunch([this] {
     startWithSession();
     set(1, "kept");
@@ -327,7 +327,7 @@ TEST_F(UserAttributesHandlerTest, CacheOutlivesTheLaunchOnceTheApplicationLeftTh
     EXPECT_FALSE(handler().getIdentifierDictionary());
   });
   startWithSession();
-  EXPECT_FALSE(set(1, "kept")) << "cleared in memory only";
+  EXPECT_FALSE(set(1, "kept")) << "only the memory was cleared";
 }
 
 TEST_F(UserAttributesHandlerTest, CacheFileOfAnEarlierReleaseIsReadAndWritten) {
@@ -356,7 +356,7 @@ TEST_F(UserAttributesHandlerTest, CacheFileOfAnEarlierReleaseIsReadAndWritten) {
   }
 }
 
-TEST_F(UserAttributesHandlerTest, AttributeThatThreadsSetTogetherIsSentOnce) {
+TEST_F(UserAttributesHandlerTest, AttributeSetByManyThreadsIsSentOnce) {
   constexpr int kThreads = 4, kRounds = 500;
   host_.scheduler = platform::makeThreadScheduler(clock_);
   start({{"periodic_flush_enabled", false}, {"event_batch_count", -1}});

@@ -106,7 +106,7 @@ class ConditionTest : public ModuleTest {
 
 // A row of conditions.json is a filter on the attribute "a" with values for each outcome ("missing": the attribute is
 // absent), repeated for each of its "operators"; or it is a condition with an event, a record and the result.
-TEST_F(ConditionTest, DecidesAsTheTableSays) {
+TEST_F(ConditionTest, FollowsTheTable) {
   start();
   const auto table =
       platform::parseJSON(readAll(ZR_SOURCE_DIR "/Tests/ZRAnalytics/Utils/ZRConditionEvaluator/conditions.json"));
@@ -115,7 +115,7 @@ TEST_F(ConditionTest, DecidesAsTheTableSays) {
   for (const Value& row : *table.value().asArray()) expectRow(*row.asDictionary());
 }
 
-TEST_F(ConditionTest, KindsThatNoServiceSendsAreRead) {
+TEST_F(ConditionTest, UnusualTypesAreAccepted) {
   start();
   const Dictionary number{{"data_type", "double"}, {"operator", "is"}, {"value", std::nan("")}};
   expectOutcome("fails", number, std::nan(""));
@@ -150,7 +150,7 @@ TEST_F(ConditionTest, FilterThatCannotBeReadNeverHoldsAndIsReported) {
       holds({{"eventName", "E"}, {"filter_operator", "or"}, {"filters", list({unreadable, good})}}, "E", record));
 }
 
-TEST_F(ConditionTest, DateChecksLogWhatTheyCompare) {
+TEST_F(ConditionTest, DateChecksLogTheirDates) {
   start();
   setZone("IST-5:30");
   const Dictionary on{{"data_type", "datetime"}, {"operator", "on"}, {"value", "2026-11-21T20:00:00.000Z"}};
