@@ -1,21 +1,11 @@
 #include "Platform/Files/DefaultsStore.h"
-#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
-#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
+#include "ZRAnalytics/UserTest.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
-#include "ZRAnalytics/ZRAnalytics.h"
-#include "ZorvaneCore/ZRCoreConstants.h"
 
 namespace zorvane::testing {
 namespace {
 
-class FacadeTest : public EventPipelineTest {
- protected:
-  static ZRAnalytics& facade() { return ZRAnalytics::sharedInstance(); }
-  static Value sessionID() {
-    const auto session = ZRSessionManager::sharedSessionManager().getCurrentSessionInfoDict();
-    return session ? session->objectForKey("session_id") : Value();
-  }
-};
+using FacadeTest = UserTest;
 
 TEST_F(FacadeTest, KeysOfEarlierReleasesMoveIntoTheSDKsStore) {
   start();
@@ -148,6 +138,7 @@ TEST_F(FacadeTest, DisablingTheSDKRemovesEverythingAndEnablingStartsANewSession)
   track({"current"});
   writeAll(dumpPath(), "{}\n");
   ZRAnalyticsUtils::saveAdvertisingID("IDFA");
+  handler().setUserAttributeUniqueID("u");
   const Value oldSession = sessionID();
   setSDKEnabled(false);
   facade().zorvaneSDKStateUpdated();
@@ -155,6 +146,7 @@ TEST_F(FacadeTest, DisablingTheSDKRemovesEverythingAndEnablingStartsANewSession)
   EXPECT_FALSE(std::filesystem::exists(batchPath()));
   EXPECT_FALSE(std::filesystem::exists(dumpPath()));
   EXPECT_TRUE(currentNames().empty());
+  EXPECT_FALSE(handler().getIdentifierDictionary());
   EXPECT_EQ(ZRAnalyticsUtils::getSavedAdvertisingID(), Value());
   EXPECT_EQ(sessionID(), Value());
   EXPECT_TRUE(log_->has("Flush Timer Stopped"));

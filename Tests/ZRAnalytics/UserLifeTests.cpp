@@ -7,10 +7,6 @@ namespace {
 class UserLifeTest : public UserTest {
  protected:
   void SetUp() override { host_.advertising = advertising_; }
-  static Value sessionID() {
-    const auto session = ZRSessionManager::sharedSessionManager().getCurrentSessionInfoDict();
-    return session ? session->objectForKey("session_id") : Value();
-  }
   std::function<void(bool)> noting() {
     return [this](bool success) { order_.push_back(success ? "reset yes" : "reset no"); };
   }
@@ -234,6 +230,31 @@ TEST_F(UserLifeTest, IdentifiersAreSentAgainAfterOptingBackIn) {
     EXPECT_EQ(facade().getTrackedIDFA(), Value("IDFA-1"));
   }
   EXPECT_TRUE(service_->requests().empty());
+}
+
+TEST_F(UserLifeTest, RemovedIdentifiersAreRemovedFromTheFileToo) {
+  const std::pair<std::string_view, std::function<void()>> cases[] = {
+      {kUserDefaultsKeyIDFA, [] { facade().optOutOfDataTracking(true); }},
+      {kUserDefaultsKeyIDFA, [] { facade().optOutOfIDFATracking(true); }},
+      {kUserDefaultsKeyIDFA,
+       [] {
+         setSDKEnabled(false);
+         facade().zorvaneSDKStateUpdated();
+       }},
+      {kUserDefaultsKeyModifiedUserAttrUniqueID, [] { facade().updateModules(); }},
+  };
+  const std::string file = (directory_ / "Defaults/sdk.plist").string();
+  for (const auto& [key, remove] : cases) {
+    inEarlierLaunch([&, name = key, work = remove] {
+      startWithSession();
+      ZRCoreUtils::getSDKUserDefault().setObjectForKey("old value", name);
+      ASSERT_TRUE(ZRCoreUtils::getSDKUserDefault().synchronize());
+      EXPECT_NE(readAll(file).find("old value"), std::string::npos);
+      work();
+      settle();
+      EXPECT_EQ(readAll(file).find("old value"), std::string::npos) << &name - &cases[0].first;
+    });
+  }
 }
 
 }  // namespace

@@ -54,6 +54,11 @@ class UserTest : public EventPipelineTest {
  protected:
   static ZRAnalytics& facade() { return ZRAnalytics::sharedInstance(); }
   static ZRUserAttributesHandler& handler() { return ZRUserAttributesHandler::sharedHandler(); }
+  // Nil without a session.
+  static Value sessionID() {
+    const auto session = ZRSessionManager::sharedSessionManager().getCurrentSessionInfoDict();
+    return session ? session->objectForKey("session_id") : Value();
+  }
 
   // "NAME {plain attributes} {date and location attributes} silent"; parts that the event lacks are left out.
   static std::string textOf(const Dictionary& event) {

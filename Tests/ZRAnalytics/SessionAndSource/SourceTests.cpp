@@ -115,17 +115,6 @@ TEST_F(SourceTest, OwnPushPayloadsFallBackToTheirScreenData) {
   }
 }
 
-TEST_F(SourceTest, SettingFromADictionaryOverwritesTheSixFieldsOnly) {
-  startWithExtraKeys({"foo"});
-  const auto source = sourceOfQuery("utm_source=a&utm_medium=m&foo=1");
-  source->setSourceParamsFromInfoDict(nullptr);
-  EXPECT_EQ(source->sourceName(), "a");
-  source->setSourceParamsFromInfoDict(Dictionary{{"term", "t"}});
-  EXPECT_EQ(source->getSourceInfoDict(), (Dictionary{{"term", "t"},
-                                                     {"source_url", "shop://open?utm_source=a&utm_medium=m&foo=1"},
-                                                     {"extras", Dictionary{{"foo", "1"}}}}));
-}
-
 TEST_F(SourceTest, EqualityIgnoresOnlyTheURL) {
   startWithExtraKeys({"foo"});
   const auto base = sourceOfQuery("utm_source=a&foo=1");

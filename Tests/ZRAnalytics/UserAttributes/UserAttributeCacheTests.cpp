@@ -60,20 +60,5 @@ TEST_F(UserAttributeCacheTest, EqualValueIsSentAgainAfterTheCachingDuration) {
   }
 }
 
-TEST_F(UserAttributeCacheTest, WhatIsNoAttributeInAnArchiveIsSkippedAndWhatIsMissingIsNil) {
-  platform::ArchivedObject nameOnly("ZRUserAttribute");
-  nameOnly.encodeObject("zrv_usr_attr_name", "a");
-  platform::ArchivedObject data("ZRUserAttributeData");
-  data.encodeObject("zrv_usr_attributes", Array{"text", std::make_shared<platform::ArchivedObject>("ZRSource"), null,
-                                                std::make_shared<platform::ArchivedObject>(nameOnly)});
-  const auto read = ZRUserAttributeData::initWithCoder(data);
-  ASSERT_EQ(read->userAttributesArray().size(), 1u);
-  EXPECT_FALSE(read->userAttributesArray()[0].lastTracked());
-  EXPECT_TRUE(read->saveAttributeWithValue("a", 1)) << "no value";
-  EXPECT_TRUE(ZRUserAttributeData::initWithCoder(platform::ArchivedObject("ZRUserAttributeData"))
-                  ->userAttributesArray()
-                  .empty());
-}
-
 }  // namespace
 }  // namespace zorvane::testing
