@@ -90,6 +90,9 @@ TEST_F(LifecycleTest, ExpiredTaskIsEndedByTheSystemAndAgainByItsFlush) {
   service_->answerNext(200);
   settle();
   EXPECT_EQ(application_->calls, (Names{"begin ZRVTask 1", "end 1", "end 1"}));
+  post(kBackground);
+  application_->expirations.at(1)();
+  EXPECT_EQ(application_->calls.back(), "end 2");
 }
 
 TEST_F(LifecycleTest, OnlyTheAppExitEndsATaskThatWasNotGiven) {

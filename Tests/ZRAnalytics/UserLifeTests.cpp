@@ -243,16 +243,15 @@ TEST_F(UserLifeTest, RemovedIdentifiersAreRemovedFromTheFileToo) {
        }},
       {kUserDefaultsKeyModifiedUserAttrUniqueID, [] { facade().updateModules(); }},
   };
-  const std::string file = (directory_ / "Defaults/sdk.plist").string();
   for (const auto& [key, remove] : cases) {
     inEarlierLaunch([&, name = key, work = remove] {
       startWithSession();
       ZRCoreUtils::getSDKUserDefault().setObjectForKey("old value", name);
       ASSERT_TRUE(ZRCoreUtils::getSDKUserDefault().synchronize());
-      EXPECT_NE(readAll(file).find("old value"), std::string::npos);
+      EXPECT_NE(defaultsFile().find("old value"), std::string::npos);
       work();
       settle();
-      EXPECT_EQ(readAll(file).find("old value"), std::string::npos) << &name - &cases[0].first;
+      EXPECT_EQ(defaultsFile().find("old value"), std::string::npos) << &name - &cases[0].first;
     });
   }
 }

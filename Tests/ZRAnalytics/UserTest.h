@@ -91,6 +91,8 @@ class UserTest : public EventPipelineTest {
         requests.end());
     return requests;
   }
+  // The bytes of the SDK's defaults as they are on the disk.
+  std::string defaultsFile() const { return readAll((directory_ / "Defaults/sdk.plist").string()); }
   static Value kept(std::string_view key) { return ZRCoreUtils::getSDKUserDefault().objectForKey(key); }
   static std::string userAttribute(const std::string& attributes) {
     return "EVENT_ACTION_USER_ATTRIBUTE " + attributes;

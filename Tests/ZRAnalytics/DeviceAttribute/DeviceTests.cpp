@@ -120,6 +120,7 @@ TEST_F(DeviceTest, RegistrationCountsAsFailedUntilItIsAccepted) {
   service_->hold = true;
   update();
   EXPECT_EQ(kept(kUserDefaultsKeyHasDeviceAddFailed), Value(true)) << "set before the request is sent";
+  EXPECT_NE(defaultsFile().find(kUserDefaultsKeyHasDeviceAddFailed), std::string::npos) << "a killed launch repeats it";
   service_->answerNext(500);
   EXPECT_EQ(kept(kUserDefaultsKeyHasDeviceAddFailed), Value(true));
   update();

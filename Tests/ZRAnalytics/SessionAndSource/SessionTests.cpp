@@ -171,6 +171,8 @@ TEST_F(SessionTest, InvalidSourcesChangeNothing) {
   manager().resetSession();
   manager().updateSourcesForCurrentSession(std::nullopt);
   EXPECT_NE(sessionID(), "(null)") << "without a session it opens one";
+  manager().appOpenedWithSourceArray({nullptr, ZRSource::initSourceWithURL("shop://x?source=s"), nullptr});
+  EXPECT_EQ(manager().getCurrentSessionSourceInfoArray().size(), 1u) << "null pointers are left out";
 }
 
 TEST_F(SessionTest, ClosedGateChangesAndLogsNothing) {
@@ -214,6 +216,7 @@ TEST_F(SessionTest, OnlyInteractiveEventsInTheBackgroundTouchTheSession) {
   EXPECT_EQ(completionsOfEvent(&interactive), 1);
   EXPECT_NE(sessionID(), id);
   EXPECT_EQ(savedSessionID(), sessionID());
+  EXPECT_TRUE(savedSession()->backgroundInitiated());
   EXPECT_TRUE(log_->has("New Session Initiated: " + sessionID()));
 
   id = sessionID();

@@ -261,8 +261,11 @@ TEST_F(UserAttributesHandlerTest, AliasRenamesTheUserWithoutALogout) {
 TEST_F(UserAttributesHandlerTest, LocaleIsSentAsUserAndAsDeviceAttributes) {
   const auto locale = std::make_shared<FakeLocale>();
   host_.locale = locale;
-  startWithSession();
-  handler().trackLocale();
+  startWithSession({{"account_active", false}});
+  facade().trackLocale();
+  updateRemoteConfiguration({{"account_active", true}});
+  EXPECT_EQ(recorded(), Names{}) << "inactive account";
+  facade().trackLocale();
   Names expected;
   for (const char* pair :
        {R"({"LOCALE_COUNTRY":"AT"})", R"({"LOCALE_COUNTRY_DISPLAY":"AT!"})", R"({"LOCALE_LANGUAGE":"de"})",
