@@ -1,4 +1,4 @@
-// The event file of earlier releases: it is read, sent and refused, stored in the batch file, and sent again.
+// The event file of earlier releases: its lines are read, and stored in the batch file.
 #include <cstdio>
 
 #include "Check.h"
@@ -6,6 +6,7 @@
 #include "Platform/Dispatch/ManualScheduler.h"
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/JSON.h"
+#include "Platform/Formats/PropertyList.h"
 #include "Platform/HostServices.h"
 #include "Platform/Values/Text.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
@@ -17,64 +18,23 @@ namespace {
 
 constexpr std::string_view kLastLine = "{\"EVENT_ACTION\":\"last\"}";
 
-// Responds with the status and keeps the last body.
-class Service final : public NetworkTransport {
- public:
-  void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override {
-    ++requests;
-    auto parsed = platform::parseJSON(request.makeBody());
-    fuzz::check(parsed && parsed.value().isDictionary(), "a body is a JSON object");
-    body = std::move(parsed.value().mutableDictionary());
-    platform::hostServices()
-        .scheduler->globalQueue(platform::Priority::Default)
-        .async([completion = std::move(completion), code = status] {
-          completion({code, "{}", ""});
-        });
-  }
-
-  int status = 200;
-  int requests = 0;
-  Dictionary body;
-};
-
-// The module in a temporary folder, for the life of the process.
-struct Module {
-  const std::string& directory = fuzz::temporaryFolder();
-  std::shared_ptr<platform::ManualScheduler> scheduler;
-  std::shared_ptr<Service> service = std::make_shared<Service>();
-
-  Module() {
-    const auto clock = std::make_shared<platform::ManualClock>(Date{1795255200});
-    scheduler = std::make_shared<platform::ManualScheduler>(clock);
-    platform::HostServices host;
-    host.clock = clock;
-    host.scheduler = scheduler;
-    host.directories = {directory, directory, directory};
-    fuzz::check(platform::configureHost(std::move(host)), "the host is configured");
-    CoreSetup core;
-    core.endpoint = "http://service.test";
-    core.appId = "APP";
-    core.remoteConfiguration = {{"periodic_flush_enabled", false}, {"unique_id", "u"}};
-    core.transport = service;
-    configureCore(std::move(core));
-  }
-};
-
-Module& theModule() {
-  static Module* const one = new Module;
-  return *one;
-}
-
-void writeDump(std::string_view content) {
-  const std::string path = ZREventsHandler::sharedInstance().oldDatFilePath();
-  std::FILE* file = std::fopen(path.c_str(), "wb");
-  fuzz::check(file != nullptr, "the dump file can be made");
-  std::fwrite(content.data(), 1, content.size(), file);
-  std::fclose(file);
+void startModule() {
+  const std::string& folder = fuzz::temporaryFolder();
+  platform::HostServices host;
+  const auto clock = std::make_shared<platform::ManualClock>(Date{1795255200});
+  host.clock = clock;
+  host.scheduler = std::make_shared<platform::ManualScheduler>(clock);
+  host.directories = {folder, folder, folder};
+  fuzz::check(platform::configureHost(std::move(host)), "the host is configured");
+  configureCore(CoreSetup());
 }
 
 Array eventsOf(std::string_view content) {
-  writeDump(content);
+  const std::string path = ZREventsHandler::sharedInstance().oldDatFilePath();
+  std::FILE* file = std::fopen(path.c_str(), "wb");
+  fuzz::check(file != nullptr, "the dump file is made");
+  std::fwrite(content.data(), 1, content.size(), file);
+  std::fclose(file);
   return ZREventsHandler::sharedInstance().getEventsFromDumpFile();
 }
 
@@ -100,42 +60,27 @@ void checkReading(std::string_view content, const Array& events) {
   fuzz::check(joined(eventsOf(half), eventsOf(rest)) == events, "lines do not depend on each other");
 }
 
-// Refused events go into the batch file; accepted ones are removed.
-void checkSending(std::string_view content, std::size_t count) {
+void checkStoring(const Array& events) {
   ZREventsHandler& handler = ZREventsHandler::sharedInstance();
-  Service& service = *theModule().service;
-  writeDump(content);
-  service.requests = 0;
-  service.status = 500;
-  handler.syncToServerFromDumpFile();
-  theModule().scheduler->runAll();
-  fuzz::check(service.requests == (count == 0 ? 0 : 1), "a file with events is sent once");
-  fuzz::check(handler.checkIfFileExists() == (count == 0), "and then removed");
-  if (count == 0) return;
-  fuzz::check(service.body.objectForKey("viewsCount") == Value(count), "with all its events");
-
-  const auto kept = handler.getBatches();
-  fuzz::check(kept && kept->size() == 1, "the refused events are stored");
-  service.status = 200;
-  int completions = 0;
-  handler.flushEventsInBackgroundAndResetWithCompletionBlock(false, false, [&](bool success, bool attempted) {
-    fuzz::check(success && attempted, "the stored events are accepted");
-    ++completions;
-  });
-  theModule().scheduler->runAll();
-  fuzz::check(completions == 1 && service.requests == 2, "the stored events are sent once");
-  fuzz::check(service.body.objectForKey("viewsInfo").asArray()->size() == count, "with all its events again");
-  const auto left = handler.getBatches();
-  fuzz::check(left && left->empty(), "the accepted events are removed");
+  handler.writeEventsToFileWithBatchID(events, "1-A");
+  const auto bytes = platform::readFile(handler.eventsPlistFilePath(), std::size_t{64} << 20);
+  fuzz::check(static_cast<bool>(bytes), "the events are stored");
+  const auto stored = platform::parsePropertyList(bytes.value());
+  fuzz::check(stored && stored.value().isDictionary(), "the batch file can be read");
+  const Value batch = stored.value().asDictionary()->objectForKey("1-A");
+  fuzz::check(batch.isArray() && batch.asArray()->size() == events.size(), "it holds all events");
+  fuzz::check(static_cast<bool>(platform::parseJSON(platform::jsonText(batch))), "they can be sent");
+  handler.removeEventsPlistFile();
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
-  (void)theModule();  // configures the host before its first use
+  static const bool started = (startModule(), true);
+  (void)started;
   const std::string_view content = fuzz::textOf(data, size);
   const Array events = eventsOf(content);
   checkReading(content, events);
-  checkSending(content, events.size());
+  if (!events.empty()) checkStoring(events);
   return 0;
 }

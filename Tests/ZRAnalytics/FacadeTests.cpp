@@ -98,19 +98,6 @@ TEST_F(FacadeTest, UpdateSendsWhatEarlierLaunchesLeft) {
   }
 }
 
-TEST_F(FacadeTest, UpdateOfAnInactiveAccountOnlyLogs) {
-  start({{"account_active", false}, {"periodic_flush_enabled", false}});
-  facade().initializeAnalytics();
-  settle();
-  EXPECT_EQ(log_->count("Account Disabled"), 1u);
-  EXPECT_EQ(sessionID(), Value());
-  updateRemoteConfiguration({{"account_active", true}});
-  facade().updateModules();
-  settle();
-  EXPECT_FALSE(log_->has("Report add successful for previous sessions")) << "nothing was attempted";
-  EXPECT_FALSE(log_->has("Report add unsuccessful for previous sessions"));
-}
-
 TEST_F(FacadeTest, NewAppIdentifierResetsTheUserAfterTheFlushEvenIfItFailed) {
   startWithSession();
   Names order;
@@ -139,6 +126,7 @@ TEST_F(FacadeTest, DisablingTheSDKRemovesEverythingAndEnablingStartsANewSession)
   writeAll(dumpPath(), "{}\n");
   ZRAnalyticsUtils::saveAdvertisingID("IDFA");
   handler().setUserAttributeUniqueID("u");
+  settle();
   const Value oldSession = sessionID();
   setSDKEnabled(false);
   facade().zorvaneSDKStateUpdated();

@@ -43,6 +43,7 @@ TEST_F(LifecycleTest, LeavingTheForegroundRecordsEventsAndSendsThemTwice) {
   log_->clear();
   post(kForeground);
   EXPECT_TRUE(log_->has("All the tracked events are already synced with Zorvane :]")) << "the modules are updated";
+  EXPECT_FALSE(log_->has("Report add successful for previous sessions")) << "nothing was attempted";
   EXPECT_EQ(reported().size(), 3u);
   post(kTerminate);
   EXPECT_EQ(reported().size(), 4u);
@@ -141,7 +142,10 @@ TEST_F(LifecycleTest, InactiveAccountOnlyWritesTheDefaults) {
   setDeviceAddFailed(true);
   Names synchronized;
   platform::setSynchronizeHook([&](const std::string& store) { synchronized.push_back(store); });
-  for (const auto notification : {kActive, kResign, kForeground, kBackground, kTerminate}) post(notification);
+  for (const auto notification :
+       {kActive, kResign, kForeground, kBackground, kTerminate, kNotificationNameInitNewUser}) {
+    post(notification);
+  }
   EXPECT_EQ(synchronized, Names{"sdk"});
   EXPECT_EQ(log_->messages(), Names{"Account Disabled"});
   EXPECT_TRUE(application_->calls.empty());

@@ -29,7 +29,6 @@ class ClockJumpTest : public EventPipelineTest, public ::testing::WithParamInter
   static bool setAttribute() {
     return ZRUserAttributesHandler::sharedHandler().setUserAttributeValueWithNameCheckStorage("x", "a", true);
   }
-  static bool isExpired() { return ZRSessionManager::sharedSessionManager().hasCurrentSessionExpired(); }
 };
 
 TEST_P(ClockJumpTest, BetweenTwoLaunchesLosesNoEvent) {
@@ -68,28 +67,6 @@ TEST_P(ClockJumpTest, BetweenTwoLaunchesLosesNoEvent) {
   EXPECT_EQ(platform::leadingInteger(metaOf.at("after").objectForKey("bid").description()),
             static_cast<std::int64_t>(GetParam().to * 1000));
   EXPECT_FALSE(std::filesystem::exists(batchPath()));
-}
-
-TEST_P(ClockJumpTest, DoesNotAffectTimers) {
-  start({{"periodic_flush_duration", 60}});
-  ZRSessionManager::sharedSessionManager().appOpenedWithSourceArray({});
-  settle();
-  const Value before = sessionID();
-  track({"E"});
-  scheduler_->advance(30);
-  clock_->setNow(Date{GetParam().to});
-  scheduler_->advance(29);
-  EXPECT_TRUE(service_->requests().empty());
-  scheduler_->advance(1);
-  EXPECT_EQ(sentNames(), (Batches{{"E"}}));
-
-  // Leaving the foreground is an interaction; the inactive duration starts anew.
-  center_->post(platform::kDidEnterBackgroundNotification);
-  EXPECT_EQ(sessionID(), before);
-  clock_->advance(1799);
-  EXPECT_FALSE(isExpired());
-  clock_->advance(1);
-  EXPECT_TRUE(isExpired());
 }
 
 INSTANTIATE_TEST_SUITE_P(Jumps, ClockJumpTest,

@@ -119,39 +119,6 @@ TEST_F(UserLifeTest, ResetReportsFailureUnlessEverythingWasAccepted) {
   }
 }
 
-TEST_F(UserLifeTest, ResetDuringASyncStartsANewUserImmediatelyAndAgainAfterIt) {
-  startWithSession();
-  save({"event"});
-  service_->hold = true;
-  Answers answers;
-  flush(answers);
-  settle();
-  recordOrder();
-  facade().resetUserWithCompletionBlock(noting());
-  settle();
-  EXPECT_TRUE(cameInOrder({"ZRVInitNewUser", "reset no"}));
-  order_.clear();
-  service_->hold = false;
-  while (service_->heldCount() > 0) service_->answerNext(200);
-  settle();
-  EXPECT_TRUE(cameInOrder({"ZRVUserReset", "ZRVInitNewUser", "reset yes"}));
-}
-
-TEST_F(UserLifeTest, NewUserNeedsAnActiveAccountAndAnEnabledSDK) {
-  startWithSession();
-  facade();
-  const Value session = sessionID();
-  for (const char* gate : {"account_active", "sdk_enabled"}) {
-    updateRemoteConfiguration({{gate, false}});
-    center_->post(kNotificationNameInitNewUser);
-    updateRemoteConfiguration({{gate, true}});
-  }
-  settle();
-  EXPECT_EQ(sessionID(), session);
-  EXPECT_TRUE(log_->messages().empty());
-  EXPECT_TRUE(service_->requests().empty());
-}
-
 TEST_F(UserLifeTest, OptOutClearsStoredDataOnceAndRegistersEachChange) {
   startWithSession();
   facade().setUserAttributeForKey("x", "a");
@@ -241,6 +208,7 @@ TEST_F(UserLifeTest, RemovedIdentifiersAreRemovedFromTheFileToo) {
          setSDKEnabled(false);
          facade().zorvaneSDKStateUpdated();
        }},
+      {kUserDefaultsKeyIDFA, [] { events().cleanUp(); }},
       {kUserDefaultsKeyModifiedUserAttrUniqueID, [] { facade().updateModules(); }},
   };
   for (const auto& [key, remove] : cases) {

@@ -102,9 +102,12 @@ TEST_F(CoreTest, ChoicesSurviveARestartAndOverrideTheConfiguration) {
     start();
     EXPECT_FALSE(ZRCoreUtils::installRegistered());
     ZRCoreUtils::registerInstall();
+    store().setDataTrackingOptedOut(true);
     setSDKEnabled(false);
     EXPECT_FALSE(ZRCoreUtils::isSDKEnabled());
-    store().setDataTrackingOptedOut(true);
+  });
+  inEarlierLaunch([this] {
+    start();
     ZRSDKConfiguration chosen = ZorvaneCore::sharedInstance().getDefaultSDKConfiguration();
     EXPECT_FALSE(chosen.analyticsPeriodicFlushDuration());
     ZRSDKConfiguration other = chosen;

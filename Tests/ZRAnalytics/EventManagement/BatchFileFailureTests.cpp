@@ -1,5 +1,9 @@
-#include <algorithm>
+#include <sys/stat.h>
 
+#include <algorithm>
+#include <cerrno>
+
+#include "Platform/Files/SystemCalls.h"
 #include "Platform/Formats/PropertyList.h"
 #include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 
@@ -57,6 +61,29 @@ TEST_F(BatchFileFailureTest, EntryThatIsNotABatchIsDroppedAndNeverSent) {
   EXPECT_EQ(sentNames(), (Batches{{"a"}}));
   EXPECT_TRUE(log_->has("Batch Events plist : the entry 5-A is no batch and is dropped"));
   EXPECT_FALSE(std::filesystem::exists(batchPath()));
+}
+
+TEST_F(BatchFileFailureTest, FileThatCannotBeReadAtTheEndOfASyncIsNotReplaced) {
+  startWithSession();
+  save({"a"});
+  service_->hold = true;
+  Answers answers;
+  flush(answers);
+  settle();
+  save({"b"});
+  static platform::SystemCalls failing = platform::kRealSystemCalls;
+  static int failures = 0;
+  failing.fstatat = [](int directory, const char* name, struct stat* status, int flags) {
+    if (failures++ > 0) return ::fstatat(directory, name, status, flags);
+    errno = EIO;
+    return -1;
+  };
+  platform::setSystemCalls(&failing);
+  service_->answerNext(200);
+  settle();
+  platform::setSystemCalls(nullptr);
+  EXPECT_GT(failures, 0);
+  EXPECT_EQ(savedNames(), (Batches{{"a"}, {"b"}})) << "a batch was saved meanwhile";
 }
 
 }  // namespace

@@ -192,7 +192,7 @@ TEST_F(UserAttributesHandlerTest, ForcedLogoutDuringASyncCompletesImmediatelyAnd
 
 TEST_F(UserAttributesHandlerTest, InterruptedForcedLogoutIsCompletedByTheNextLaunch) {
   inEarlierLaunch([this] {
-    startWithSession();
+    startWithSession({{"unique_id", "U"}});  // a generated one would write the defaults too
     handler().setUserAttributeUniqueID("a");
     center_->post(platform::kWillResignActiveNotification);
     service_->hold = true;

@@ -48,25 +48,6 @@ TEST_F(AnalyticsUtilsTest, RequestIsSignedOnlyWithAllThreeParts) {
   }
 }
 
-TEST_F(AnalyticsUtilsTest, ReportsNameOnlyThePreferencesThatAreOff) {
-  start();
-  const Dictionary allOn{{"e_t_p", true}, {"push_p", true}, {"in_app_p", true}};
-  EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(false), allOn);
-  EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(true), Dictionary());
-  const std::pair<const char*, const char*> switches[] = {
-      {"data_tracking_enabled", "e_t_p"}, {"push_enabled", "push_p"}, {"in_app_enabled", "in_app_p"}};
-  for (const auto& [configured, reported] : switches) {
-    updateRemoteConfiguration({{configured, false}});
-    Dictionary all = allOn;
-    all.set(reported, false);
-    EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(false), all);
-    EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(true), (Dictionary{{reported, false}}));
-    updateRemoteConfiguration({{configured, true}});
-  }
-  ZRConfigDataManager::sharedInstance().setDataTrackingOptedOut(true);
-  EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(true), (Dictionary{{"e_t_p", false}}));
-}
-
 TEST_F(AnalyticsUtilsTest, AdvertisingIdentifierNeedsServiceAndPermission) {
   inEarlierLaunch([this] {
     start();

@@ -103,6 +103,10 @@ TEST_F(PropertiesTest, UnsupportedKindsAreConvertedInDictionariesButNotInArrays)
   expected.set("nested", Dictionary{{"deep", converted}});
   EXPECT_EQ(plain(), expected);
   EXPECT_EQ(dates().size(), 1u) << "only a date at the top is one of the event's dates";
+  Dictionary deep;
+  for (int level = 0; level < 200'000; ++level) deep = {{"d", std::move(deep)}};
+  properties_.addAttributeWithName(std::move(deep), "deep");
+  EXPECT_TRUE(plain().contains("deep")) << "converted without deep recursion";
 }
 
 TEST_F(PropertiesTest, AttributeWithoutNameOrValueIsLoggedAndLeftOut) {
