@@ -19,8 +19,12 @@
 
 namespace zorvane::testing {
 
-// The system's clock with a wall clock that can be moved.
-class HostClock final : public platform::Clock {
+// The host's services: the system's clock with a wall clock that can be moved, and a device that changes.
+class HostFakes final : public platform::Clock,
+                        public platform::Application,
+                        public platform::AdvertisingService,
+                        public platform::LocaleService,
+                        public platform::TimeZone {
  public:
   Date now() const override {
     expectNoLockHeld("the clock");
@@ -36,16 +40,8 @@ class HostClock final : public platform::Clock {
   }
   void setShift(double seconds) { shift_ = seconds; }
 
- private:
-  platform::SystemClock system_;
-  std::atomic<double> shift_{0};
-};
-
-class HostApplication final : public platform::Application {
- public:
   platform::ApplicationState state() const override {
-    expectNoLockHeld("the application");
-    return static_cast<platform::ApplicationState>(asked_++ % 3);
+    return static_cast<platform::ApplicationState>(asked("the application", 3));
   }
   platform::BackgroundTaskId beginBackgroundTask(std::string_view, std::function<void()> expirationHandler) override {
     expectNoLockHeld("the application");
@@ -70,36 +66,26 @@ class HostApplication final : public platform::Application {
     if (expiration) expiration();
   }
 
- private:
-  mutable std::atomic<unsigned> asked_{0};
-  std::mutex mutex_;
-  platform::BackgroundTaskId lastTask_ = platform::kNoBackgroundTask;
-  std::map<platform::BackgroundTaskId, std::function<void()>> expirations_;
-};
-
-class HostDevice final : public platform::AdvertisingService,
-                         public platform::LocaleService,
-                         public platform::TimeZone {
- public:
-  int trackingAuthorizationStatus() const override {
-    expectNoLockHeld("the advertising service");
-    return 3;
-  }
+  int trackingAuthorizationStatus() const override { return 3 + asked("the advertising service", 1); }
   std::optional<std::string> advertisingIdentifier() const override { return next("the advertising service", "IDFA-"); }
   std::optional<std::string> localeIdentifier() const override { return next("the locale", "de_"); }
   std::optional<std::string> countryCode() const override { return next("the locale", "C"); }
   std::optional<std::string> languageCode() const override { return next("the locale", "l"); }
-  std::int64_t secondsFromGMT(Date) const override {
-    expectNoLockHeld("the time zone");
-    return 3600;
-  }
+  std::int64_t secondsFromGMT(Date) const override { return 3600 * asked("the time zone", 2); }
 
  private:
-  std::string next(const char* where, const char* prefix) const {
-    expectNoLockHeld(where);
-    return prefix + std::to_string(asked_++ % 5);
+  int asked(const char* what, unsigned results) const {
+    expectNoLockHeld(what);
+    return static_cast<int>(asked_++ % results);
   }
+  std::string next(const char* what, const char* prefix) const { return prefix + std::to_string(asked(what, 5)); }
+
+  platform::SystemClock system_;
+  std::atomic<double> shift_{0};
   mutable std::atomic<unsigned> asked_{0};
+  std::mutex mutex_;
+  platform::BackgroundTaskId lastTask_ = platform::kNoBackgroundTask;
+  std::map<platform::BackgroundTaskId, std::function<void()>> expirations_;
 };
 
 // A host's object among the values of an event.

@@ -31,23 +31,23 @@ using Random = std::mt19937;
 using Operation = void (*)(ZRAnalytics&, Random&);
 
 // Shared by the operations below. Never destroyed, because threads outlive main.
-struct HostFakes {
-  std::shared_ptr<HostClock> clock = std::make_shared<HostClock>();
-  std::shared_ptr<HostApplication> application = std::make_shared<HostApplication>();
-  std::shared_ptr<HostDevice> device = std::make_shared<HostDevice>();
+struct Shared {
+  std::shared_ptr<HostFakes> host = std::make_shared<HostFakes>();
   std::shared_ptr<HostService> service;
   std::atomic<std::int64_t> lastNumber{0};
   std::atomic<std::int64_t> calls{0};
   std::mutex mutex;
   std::shared_ptr<HostDelegate> delegates[2];
 };
-HostFakes& fakes() {
-  static HostFakes& instance = *new HostFakes;
+Shared& shared() {
+  static Shared& instance = *new Shared;
   return instance;
 }
 
-std::string anyOf(Random& random, std::initializer_list<const char*> texts) {
-  return *(texts.begin() + random() % texts.size());
+template <typename... Texts>
+std::string oneOf(Random& random, Texts... texts) {
+  const char* const all[] = {texts...};
+  return all[random() % sizeof...(texts)];
 }
 
 std::shared_ptr<ZRProperties> numbered(std::int64_t number) {
@@ -75,37 +75,31 @@ void changeDelegate(ZRAnalytics& facade, Random& random) {
     facade.setMessagingTriggerDelegate(delegate);
     (void)facade.messagingTriggerDelegate();
   }
-  std::lock_guard lock(fakes().mutex);
-  fakes().delegates[which].swap(delegate);
+  std::lock_guard lock(shared().mutex);
+  shared().delegates[which].swap(delegate);
 }
 
 const Operation kOperations[] = {
     // Most frequent
-    [](ZRAnalytics& f, Random&) { f.trackEventWithProperties("E", numbered(++fakes().lastNumber)); },
-    [](ZRAnalytics& f, Random&) { f.trackEventWithProperties("now", numbered(++fakes().lastNumber)); },
-    [](ZRAnalytics& f, Random&) { f.trackEventWithProperties("E", numbered(++fakes().lastNumber)); },
+    [](ZRAnalytics& f, Random&) { f.trackEventWithProperties("E", numbered(++shared().lastNumber)); },
+    [](ZRAnalytics& f, Random&) { f.trackEventWithProperties("now", numbered(++shared().lastNumber)); },
+    [](ZRAnalytics& f, Random&) { f.trackEventWithProperties("E", numbered(++shared().lastNumber)); },
     [](ZRAnalytics& f, Random&) {
-      auto builder = ZRPayloadBuilder::initWithDictionary({{"n", ++fakes().lastNumber}});
+      auto builder = ZRPayloadBuilder::initWithDictionary({{"n", ++shared().lastNumber}});
       builder->setTimeStampForKey(12, "t");
       f.trackEventBuilderPayload("E", builder);
     },
     [](ZRAnalytics& f, Random&) { f.flushWithCompletionBlock(checked); },
     [](ZRAnalytics& f, Random&) { f.syncNow(); },
     // The user
-    [](ZRAnalytics& f, Random& r) {
-      f.setUserAttributeForKey(anyOf(r, {"a", "b", "c"}), anyOf(r, {"x", "y"}));
-    },
-    [](ZRAnalytics& f, Random& r) {
-      f.setUserAttributeForKey(anyOf(r, {"1", "2"}), "USER_ATTRIBUTE_UNIQUE_ID");
-    },
+    [](ZRAnalytics& f, Random& r) { f.setUserAttributeForKey(oneOf(r, "a", "b", "c"), oneOf(r, "x", "y")); },
+    [](ZRAnalytics& f, Random& r) { f.setUserAttributeForKey(oneOf(r, "1", "2"), "USER_ATTRIBUTE_UNIQUE_ID"); },
     [](ZRAnalytics& f, Random&) { f.setUserAttributeForKey(std::make_shared<HostObject>(), "object"); },
     [](ZRAnalytics& f, Random&) { f.setUserAttributeTimestampForKey(1e9, "t"); },
     [](ZRAnalytics& f, Random&) { f.setUserAttributeDateForKey(Date{2e9}, "d"); },
     [](ZRAnalytics& f, Random&) { f.setUserAttributeISODateStringForKey("2026-11-21T10:00:00Z", "i"); },
     [](ZRAnalytics& f, Random&) { f.setUserAttributeLocationLatitudeLongitudeForKey(1, 2, "l"); },
-    [](ZRAnalytics& f, Random& r) {
-      f.setAlias(anyOf(r, {"1", "2"}));
-    },
+    [](ZRAnalytics& f, Random& r) { f.setAlias(oneOf(r, "1", "2")); },
     [](ZRAnalytics& f, Random& r) { f.trackUserPushPreference(r() % 2 == 0); },
     [](ZRAnalytics& f, Random&) { f.resetUserWithCompletionBlock(checked); },
     [](ZRAnalytics& f, Random&) { f.resetUser(); },
@@ -115,7 +109,7 @@ const Operation kOperations[] = {
     [](ZRAnalytics& f, Random& r) { f.optOutOfIDFVTracking(r() % 2 == 0); },
     [](ZRAnalytics& f, Random& r) { f.optOutOfIDFATracking(r() % 2 == 0); },
     [](ZRAnalytics& f, Random& r) {
-      f.updateOptOutEvents({anyOf(r, {"E", "F"}), 1});
+      f.updateOptOutEvents({oneOf(r, "E", "F"), 1});
     },
     [](ZRAnalytics& f, Random&) { f.setPushGDPROptOutStatusForKey(true, "ZORVANE_PUSH_OPTED_OUT"); },
     // Device and installation
@@ -130,7 +124,7 @@ const Operation kOperations[] = {
     [](ZRAnalytics& f, Random&) { f.pushTokenUpdated(); },
     [](ZRAnalytics& f, Random&) { f.trackReinstall(); },
     [](ZRAnalytics& f, Random& r) {
-      updateRemoteConfiguration({{"sdk_version", anyOf(r, {"1", "2"})}, {"app_version", anyOf(r, {"1", "2"})}});
+      updateRemoteConfiguration({{"sdk_version", oneOf(r, "1", "2")}, {"app_version", oneOf(r, "1", "2")}});
       f.trackSDKVersion();
     },
     // Sending, links and sources
@@ -145,7 +139,7 @@ const Operation kOperations[] = {
     [](ZRAnalytics& f, Random& r) { changeDelegate(f, r); },
     // The core
     [](ZRAnalytics& f, Random& r) {
-      setAppIdentifier(anyOf(r, {"APP", "OTHER"}));
+      setAppIdentifier(oneOf(r, "APP", "OTHER"));
       f.appIDChangeHandledWithCompletionBlock([] { checked(true); });
     },
     [](ZRAnalytics& f, Random& r) {
@@ -166,11 +160,11 @@ const Operation kOperations[] = {
     [](ZRAnalytics& f, Random&) { f.applicationEnteredBackground(); },
     [](ZRAnalytics& f, Random&) { f.initNewUser(); },
     [](ZRAnalytics& f, Random&) { f.sessionStarted(); },
-    [](ZRAnalytics& f, Random&) { f.syncOnZrvAppExitWithApplication(*fakes().application); },
-    [](ZRAnalytics& f, Random&) { f.syncOnSessionTerminationWithApplication(*fakes().application); },
-    [](ZRAnalytics& f, Random&) { f.deviceUpdateOnSessionTerminationWithApplication(*fakes().application); },
+    [](ZRAnalytics& f, Random&) { f.syncOnZrvAppExitWithApplication(*shared().host); },
+    [](ZRAnalytics& f, Random&) { f.syncOnSessionTerminationWithApplication(*shared().host); },
+    [](ZRAnalytics& f, Random&) { f.deviceUpdateOnSessionTerminationWithApplication(*shared().host); },
     [](ZRAnalytics& f, Random&) { f.endBGTaskWithIdentifier(f.reportsBGTask()); },
-    [](ZRAnalytics&, Random& r) { fakes().clock->setShift((static_cast<double>(r() % 41) - 20) * kYear); },
+    [](ZRAnalytics&, Random& r) { shared().host->setShift((static_cast<double>(r() % 41) - 20) * kYear); },
 };
 
 void callAtRandom(unsigned seed, int calls) {
@@ -179,23 +173,23 @@ void callAtRandom(unsigned seed, int calls) {
     // Every other call is one of the most frequent.
     const std::size_t count = random() % 2 == 0 ? 6 : std::size(kOperations);
     kOperations[random() % count](ZRAnalytics::sharedInstance(), random);
-    ++fakes().calls;
+    ++shared().calls;
   }
 }
 
 class ThreadTest : public ModuleTest {
  protected:
   void startModule(unsigned seed) {
-    fakes().service = std::make_shared<HostService>(seed);
-    host_.clock = fakes().clock;
-    host_.scheduler = platform::makeThreadScheduler(fakes().clock);
-    host_.application = fakes().application;
-    host_.advertising = fakes().device;
-    host_.locale = fakes().device;
-    host_.timeZone = fakes().device;
+    shared().service = std::make_shared<HostService>(seed);
+    host_.clock = shared().host;
+    host_.scheduler = platform::makeThreadScheduler(shared().host);
+    host_.application = shared().host;
+    host_.advertising = shared().host;
+    host_.locale = shared().host;
+    host_.timeZone = shared().host;
     center_->setPostHook([](std::string_view) { expectNoLockHeld("a notification"); });
     platform::setSynchronizeHook([](const std::string&) { expectNoLockHeld("a store's hook"); });
-    core_.transport = fakes().service;
+    core_.transport = shared().service;
     core_.willSendRequest = [](std::int64_t, const auto&) { expectNoLockHeld("a request's hook"); };
     core_.didReceiveResponse = [](std::int64_t, const auto&, bool) { expectNoLockHeld("a response's hook"); };
     start({{"event_batch_count", 20},
@@ -218,7 +212,7 @@ class ThreadTest : public ModuleTest {
         platform::kWillTerminateNotification,       "ZRVInitNewUser"};
     host_.scheduler->mainQueue().sync([&] {
       center_->post(kNotifications[random() % std::size(kNotifications)]);
-      fakes().application->expireOldest();
+      shared().host->expireOldest();
     });
   }
 
@@ -226,21 +220,21 @@ class ThreadTest : public ModuleTest {
   void expectAFlushDeliversEverything() {
     ZRAnalytics& facade = ZRAnalytics::sharedInstance();
     waitUntilIdle();
-    fakes().service->setRefuses(false);
+    shared().service->setRefuses(false);
     updateRemoteConfiguration({{"account_active", true}});
     setSDKEnabled(true);
     facade.optOutOfDataTracking(false);
     waitUntilIdle();
-    const std::int64_t number = ++fakes().lastNumber;
+    const std::int64_t number = ++shared().lastNumber;
     facade.trackEventWithProperties("E", numbered(number));
     waitUntilIdle();
     std::atomic<int> completions{0};
     facade.flushWithCompletionBlock([&](bool success) { completions += success ? 1 : 100; });
     waitUntilIdle();
     EXPECT_EQ(completions, 1);
-    EXPECT_TRUE(fakes().service->accepted(number));
+    EXPECT_TRUE(shared().service->accepted(number));
     EXPECT_FALSE(std::filesystem::exists(documents("ZorvaneBatchEvents.plist")));
-    fakes().service->setRefuses(true);
+    shared().service->setRefuses(true);
   }
 
   const unsigned seed_ = numberFromEnvironment("ZR_STRESS_SEED", 1);
@@ -265,7 +259,7 @@ TEST_F(ThreadTest, NoEventIsLostBetweenSavesFlushesAndRefusals) {
     threads.emplace_back([thread] {
       ZRAnalytics& facade = ZRAnalytics::sharedInstance();
       for (int i = 0; i < 250; ++i) {
-        facade.trackEventWithProperties(i % 50 == 49 ? "now" : "E", numbered(++fakes().lastNumber));
+        facade.trackEventWithProperties(i % 50 == 49 ? "now" : "E", numbered(++shared().lastNumber));
         if (i % 16 == thread) facade.syncNow();
         if (i % 16 == thread + 8) ZREventsHandler::sharedInstance().saveCurrentBatch();
         if (i % 64 == thread) facade.processURL(URL{"app://x?utm_source=" + std::to_string(thread)});
@@ -274,8 +268,8 @@ TEST_F(ThreadTest, NoEventIsLostBetweenSavesFlushesAndRefusals) {
   }
   for (std::thread& thread : threads) thread.join();
   expectAFlushDeliversEverything();
-  for (std::int64_t number = 1; number <= fakes().lastNumber; ++number) {
-    EXPECT_TRUE(fakes().service->accepted(number)) << number;
+  for (std::int64_t number = 1; number <= shared().lastNumber; ++number) {
+    EXPECT_TRUE(shared().service->accepted(number)) << number;
   }
 }
 
@@ -296,7 +290,7 @@ TEST_F(ThreadTest, EveryOperationFromEightThreads) {
     expectAFlushDeliversEverything();
     ++round;
   } while (std::chrono::steady_clock::now() < end && !HasFailure());
-  std::printf("%u rounds, %lld calls\n", round, static_cast<long long>(fakes().calls.load()));
+  std::printf("%u rounds, %lld calls\n", round, static_cast<long long>(shared().calls.load()));
 }
 
 // Each round is a launch over the files of the round before.
@@ -306,7 +300,7 @@ TEST_F(ThreadTest, TheProcessMayEndAtAnyMoment) {
     SCOPED_TRACE("seed " + std::to_string(seed_) + ", round " + std::to_string(round));
     inEarlierLaunch([&] {
       if (std::getenv("ZR_EXIT_ROUNDS")) alarm(60);  // so that a hang ends the long form
-      fakes().lastNumber = std::int64_t{round} << 32;
+      shared().lastNumber = std::int64_t{round} << 32;
       startModule(seed_ + round);
       for (unsigned thread = 0; thread < kThreads; ++thread) {
         std::thread([seed = seed_ + kThreads * round + thread] { callAtRandom(seed, 1'000'000); }).detach();
@@ -314,7 +308,7 @@ TEST_F(ThreadTest, TheProcessMayEndAtAnyMoment) {
       Random random(seed_ + round);
       const std::int64_t calls = random() % 200;
       do postLifecycleNotification(random);
-      while (fakes().calls < calls);
+      while (shared().calls < calls);
       std::exit(HasFailure() ? 1 : 0);
     });
   }
