@@ -1,21 +1,11 @@
 #include "Platform/Files/DefaultsStore.h"
-#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
-#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
+#include "ZRAnalytics/UserTest.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
-#include "ZRAnalytics/ZRAnalytics.h"
-#include "ZorvaneCore/ZRCoreConstants.h"
 
 namespace zorvane::testing {
 namespace {
 
-class FacadeTest : public EventPipelineTest {
- protected:
-  static ZRAnalytics& facade() { return ZRAnalytics::sharedInstance(); }
-  static Value sessionID() {
-    const auto session = ZRSessionManager::sharedSessionManager().getCurrentSessionInfoDict();
-    return session ? session->objectForKey("session_id") : Value();
-  }
-};
+using FacadeTest = UserTest;
 
 TEST_F(FacadeTest, KeysOfEarlierReleasesMoveIntoTheSDKsStore) {
   start();
@@ -63,7 +53,7 @@ TEST_F(FacadeTest, ClosedGatesDropEventsAndOnlyTheAccountGateStopsAFlush) {
   EXPECT_TRUE(service_->requests().empty());
 }
 
-TEST_F(FacadeTest, FlushAnswersWhetherEverythingWasAcceptedOrNothingWasLeft) {
+TEST_F(FacadeTest, FlushReportsWhetherEverythingWasAcceptedOrNothingWasLeft) {
   startWithSession();
   std::vector<bool> answers;
   const auto flush = [&] {
@@ -97,7 +87,7 @@ TEST_F(FacadeTest, UpdateSendsWhatEarlierLaunchesLeft) {
       facade().updateModules();
       EXPECT_NE(sessionID(), Value());
       settle();
-      // Refused, the dump is in the batch file before the flush reads it.
+      // A refused dump is in the batch file before the flush reads it.
       EXPECT_EQ(sentNames(),
                 status == 200 ? (Batches{{"dumped"}, {"saved"}}) : (Batches{{"dumped"}, {"dumped"}, {"saved"}}));
       EXPECT_EQ(log_->count("Report add successful for previous sessions"), status == 200 ? 1u : 0u);
@@ -108,20 +98,7 @@ TEST_F(FacadeTest, UpdateSendsWhatEarlierLaunchesLeft) {
   }
 }
 
-TEST_F(FacadeTest, UpdateOfAnInactiveAccountOnlySaysSo) {
-  start({{"account_active", false}, {"periodic_flush_enabled", false}});
-  facade().initializeAnalytics();
-  settle();
-  EXPECT_EQ(log_->count("Account Disabled"), 1u);
-  EXPECT_EQ(sessionID(), Value());
-  updateRemoteConfiguration({{"account_active", true}});
-  facade().updateModules();
-  settle();
-  EXPECT_FALSE(log_->has("Report add successful for previous sessions")) << "nothing was attempted";
-  EXPECT_FALSE(log_->has("Report add unsuccessful for previous sessions"));
-}
-
-TEST_F(FacadeTest, NewIdentifierCleansTheUserUpAfterTheFlushWhateverCameOfIt) {
+TEST_F(FacadeTest, NewAppIdentifierResetsTheUserAfterTheFlushEvenIfItFailed) {
   startWithSession();
   Names order;
   center_->addObserver(kNotificationNameUserReset, [&](std::string_view) { order.push_back("reset"); });
@@ -139,7 +116,7 @@ TEST_F(FacadeTest, NewIdentifierCleansTheUserUpAfterTheFlushWhateverCameOfIt) {
   EXPECT_EQ(order.size(), 3u);
 }
 
-TEST_F(FacadeTest, DisabledSDKKeepsNothingAndAnEnabledOneStartsAnew) {
+TEST_F(FacadeTest, DisablingTheSDKRemovesEverythingAndEnablingStartsANewSession) {
   start();
   events();
   facade().updateModules();
@@ -148,6 +125,8 @@ TEST_F(FacadeTest, DisabledSDKKeepsNothingAndAnEnabledOneStartsAnew) {
   track({"current"});
   writeAll(dumpPath(), "{}\n");
   ZRAnalyticsUtils::saveAdvertisingID("IDFA");
+  handler().setUserAttributeUniqueID("u");
+  settle();
   const Value oldSession = sessionID();
   setSDKEnabled(false);
   facade().zorvaneSDKStateUpdated();
@@ -155,6 +134,7 @@ TEST_F(FacadeTest, DisabledSDKKeepsNothingAndAnEnabledOneStartsAnew) {
   EXPECT_FALSE(std::filesystem::exists(batchPath()));
   EXPECT_FALSE(std::filesystem::exists(dumpPath()));
   EXPECT_TRUE(currentNames().empty());
+  EXPECT_FALSE(handler().getIdentifierDictionary());
   EXPECT_EQ(ZRAnalyticsUtils::getSavedAdvertisingID(), Value());
   EXPECT_EQ(sessionID(), Value());
   EXPECT_TRUE(log_->has("Flush Timer Stopped"));
@@ -177,7 +157,7 @@ TEST_F(FacadeTest, OpenedURLCountsOnceAndOnlyWithAnActiveAccount) {
   EXPECT_TRUE(log_->messages().empty());
   EXPECT_TRUE(ZRSessionManager::sharedSessionManager().getCurrentSessionSourceInfoArray().empty());
 
-  // Allowed by the core but not in place: nobody else passes the URL on.
+  // The proxy is allowed but not configured, so the facade passes the URL on.
   facade().processURL(url);
   EXPECT_TRUE(log_->has("Incoming URL : app://open?utm_source=mail"));
   ZRAnalyticsUtils::appDelegateProxyConfigured();

@@ -26,15 +26,15 @@ class LifecycleTest : public UserTest {
   std::shared_ptr<FakeApplication> application_ = std::make_shared<FakeApplication>();
 };
 
-TEST_F(LifecycleTest, TripToTheBackgroundAndBackIsRecordedAndSentTwice) {
+TEST_F(LifecycleTest, LeavingTheForegroundRecordsEventsAndSendsThemTwice) {
   startFacade();
   post(kActive);
   EXPECT_EQ(currentNames(), Names{"EVENT_ACTION_IOS_SESSION_START"});
   post(kResign);
-  // The batch is saved at once, maybe before the session's end stands in it.
+  // The batch may be saved before the session end is recorded.
   EXPECT_EQ(reported(), (Names{"EVENT_ACTION_IOS_SESSION_START"}));
   EXPECT_EQ(application_->calls, (Names{"begin ZRVTask 1", "end 1"}));
-  EXPECT_EQ(facade().reportsBGTask(), 1u) << "never reset";
+  EXPECT_EQ(facade().reportsBGTask(), 1u) << "keeps its last value";
   post(kBackground);
   EXPECT_EQ(reported(), (Names{"EVENT_ACTION_IOS_SESSION_START", "EVENT_ACTION_IOS_SESSION_END", "ZRV_APP_EXIT"}));
   EXPECT_EQ(application_->calls, (Names{"begin ZRVTask 1", "end 1", "begin bg_zrv_app_exit 2", "end 2"}));
@@ -43,6 +43,7 @@ TEST_F(LifecycleTest, TripToTheBackgroundAndBackIsRecordedAndSentTwice) {
   log_->clear();
   post(kForeground);
   EXPECT_TRUE(log_->has("All the tracked events are already synced with Zorvane :]")) << "the modules are updated";
+  EXPECT_FALSE(log_->has("Report add successful for previous sessions")) << "nothing was attempted";
   EXPECT_EQ(reported().size(), 3u);
   post(kTerminate);
   EXPECT_EQ(reported().size(), 4u);
@@ -50,7 +51,7 @@ TEST_F(LifecycleTest, TripToTheBackgroundAndBackIsRecordedAndSentTwice) {
   EXPECT_EQ(application_->calls.back(), "end 3");
 }
 
-TEST_F(LifecycleTest, TaskEndsWhateverCameOfTheFlushAndOnlyAnAttemptIsLogged) {
+TEST_F(LifecycleTest, TaskEndsWhateverTheFlushResultAndOnlyAnAttemptIsLogged) {
   startFacade();
   save({"event"});
   service_->decide = [](const auto&) { return 500; };
@@ -90,6 +91,9 @@ TEST_F(LifecycleTest, ExpiredTaskIsEndedByTheSystemAndAgainByItsFlush) {
   service_->answerNext(200);
   settle();
   EXPECT_EQ(application_->calls, (Names{"begin ZRVTask 1", "end 1", "end 1"}));
+  post(kBackground);
+  application_->expirations.at(1)();
+  EXPECT_EQ(application_->calls.back(), "end 2");
 }
 
 TEST_F(LifecycleTest, OnlyTheAppExitEndsATaskThatWasNotGiven) {
@@ -112,7 +116,7 @@ TEST_F(LifecycleTest, FailedRegistrationIsRepeatedWhenTheApplicationLeaves) {
   EXPECT_EQ(application_->calls, (Names{"begin ZRVDeviceUpdateTask 1", "begin ZRVTask 2", "end 1", "end 2"}));
   EXPECT_EQ(deviceRequests().size(), 1u);
   EXPECT_EQ(kept(kUserDefaultsKeyHasDeviceAddFailed), Value(true));
-  EXPECT_EQ(service_->requests()[0].url, "http://service.test/v1/device/APP") << "begun before the event is tracked";
+  EXPECT_EQ(service_->requests()[0].url, "http://service.test/v1/device/APP") << "sent before the event is tracked";
 
   service_->decide = [](const auto&) { return 200; };
   application_->calls.clear();
@@ -123,7 +127,7 @@ TEST_F(LifecycleTest, FailedRegistrationIsRepeatedWhenTheApplicationLeaves) {
   post(kResign);
   EXPECT_EQ(application_->calls, (Names{"begin ZRVTask 5", "end 5"}));
 
-  // No request is made: nobody but the system ends the task.
+  // Without a request only the expiration ends the task.
   setDeviceAddFailed(true);
   updateRemoteConfiguration({{"query_params", null}});
   application_->calls.clear();
@@ -133,12 +137,15 @@ TEST_F(LifecycleTest, FailedRegistrationIsRepeatedWhenTheApplicationLeaves) {
   EXPECT_EQ(application_->calls.back(), "end 6");
 }
 
-TEST_F(LifecycleTest, InactiveAccountOnlyKeepsTheDefaults) {
+TEST_F(LifecycleTest, InactiveAccountOnlyWritesTheDefaults) {
   startFacade({{"account_active", false}});
   setDeviceAddFailed(true);
   Names synchronized;
   platform::setSynchronizeHook([&](const std::string& store) { synchronized.push_back(store); });
-  for (const auto notification : {kActive, kResign, kForeground, kBackground, kTerminate}) post(notification);
+  for (const auto notification :
+       {kActive, kResign, kForeground, kBackground, kTerminate, kNotificationNameInitNewUser}) {
+    post(notification);
+  }
   EXPECT_EQ(synchronized, Names{"sdk"});
   EXPECT_EQ(log_->messages(), Names{"Account Disabled"});
   EXPECT_TRUE(application_->calls.empty());
@@ -156,7 +163,7 @@ TEST_F(LifecycleTest, ExceptionsAreReportedUnderTheirOwnOperation) {
                                 "syncOnSessionTerminationWithApplication", "syncOnZrvAppExitWithApplication"}) {
     EXPECT_TRUE(reportedError("ZRAnalytics", operation, "exception while trying to sync data : no time")) << operation;
   }
-  EXPECT_EQ(currentNames(), (Names{"EVENT_ACTION_IOS_SESSION_END", "ZRV_APP_EXIT"})) << "not lost";
+  EXPECT_EQ(currentNames(), (Names{"EVENT_ACTION_IOS_SESSION_END", "ZRV_APP_EXIT"})) << "the events are kept";
 }
 
 }  // namespace

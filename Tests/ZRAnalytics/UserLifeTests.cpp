@@ -7,17 +7,13 @@ namespace {
 class UserLifeTest : public UserTest {
  protected:
   void SetUp() override { host_.advertising = advertising_; }
-  static Value sessionID() {
-    const auto session = ZRSessionManager::sharedSessionManager().getCurrentSessionInfoDict();
-    return session ? session->objectForKey("session_id") : Value();
-  }
   std::function<void(bool)> noting() {
     return [this](bool success) { order_.push_back(success ? "reset yes" : "reset no"); };
   }
   std::shared_ptr<FakeAdvertising> advertising_ = std::make_shared<FakeAdvertising>();
 };
 
-TEST_F(UserLifeTest, AttributesOfEveryKindGoThroughTheirQueue) {
+TEST_F(UserLifeTest, AttributesOfEveryTypeAreSetOnTheirQueue) {
   startWithSession();
   const auto setAll = [] {
     facade().setUserAttributeForKey("x", "a");
@@ -65,7 +61,7 @@ TEST_F(UserLifeTest, AttributesOfEveryKindGoThroughTheirQueue) {
       reportedError("ZRAnalytics", "setUserAttributeISODateStringForKey", "exception : the date is no text: 7"));
 }
 
-TEST_F(UserLifeTest, ResetEndsTheUserAndBeginsTheNext) {
+TEST_F(UserLifeTest, ResetLogsOutAndStartsANewUser) {
   startWithSession();
   facade().setUserAttributeForKey("u", USER_ATTRIBUTE_UNIQUE_ID);
   settle();
@@ -81,15 +77,15 @@ TEST_F(UserLifeTest, ResetEndsTheUserAndBeginsTheNext) {
   EXPECT_NE(sessionID(), oldSession);
   EXPECT_NE(Value(*ZRCoreUtils::getSDKUniqueIdForUser()), oldID);
   EXPECT_EQ(deviceRequests().size(), 1u);
-  // Of the new user.
+  // The new user's attributes.
   EXPECT_EQ(recorded().size(), 4u + 2u) << "model and vendor identifier, advertising identifier twice";
   EXPECT_EQ(facade().getTrackedIDFA(), Value("IDFA-1"));
 }
 
-TEST_F(UserLifeTest, ResetAnswersNoUnlessEverythingWasAccepted) {
+TEST_F(UserLifeTest, ResetReportsFailureUnlessEverythingWasAccepted) {
   startWithSession();
   recordOrder();
-  // Nothing was attempted: in an unreadable file there is nothing to send.
+  // An unreadable file has nothing to send.
   writeAll(batchPath(), "no batches");
   facade().resetUserWithCompletionBlock(noting());
   settle();
@@ -104,12 +100,12 @@ TEST_F(UserLifeTest, ResetAnswersNoUnlessEverythingWasAccepted) {
   EXPECT_TRUE(cameInOrder({"Report add unsuccessful on reset user", "ZRVInitNewUser", "reset no", "ZRVUpdateModules"}));
   EXPECT_EQ(recorded(), Names{}) << "not registered: no model, no advertising identifier";
 
-  // Blocked, after the logout's completion came at once.
+  // With the SDK disabled the logout completes immediately and the flush is blocked.
   updateRemoteConfiguration({{"sdk_enabled", false}});
   order_.clear();
   facade().resetUserWithCompletionBlock(noting());
   settle();
-  EXPECT_EQ(order_, (Names{"Reports API Blocked", "ZRVInitNewUser", "reset no"})) << "and no new user either";
+  EXPECT_EQ(order_, (Names{"Reports API Blocked", "ZRVInitNewUser", "reset no"})) << "and no new user";
 
   for (const Dictionary& stopping :
        {Dictionary{{"account_active", false}, {"sdk_enabled", true}},
@@ -123,40 +119,7 @@ TEST_F(UserLifeTest, ResetAnswersNoUnlessEverythingWasAccepted) {
   }
 }
 
-TEST_F(UserLifeTest, ResetDuringASyncBeginsANewUserAtOnceAndAgainAfterIt) {
-  startWithSession();
-  save({"event"});
-  service_->hold = true;
-  Answers answers;
-  flush(answers);
-  settle();
-  recordOrder();
-  facade().resetUserWithCompletionBlock(noting());
-  settle();
-  EXPECT_TRUE(cameInOrder({"ZRVInitNewUser", "reset no"}));
-  order_.clear();
-  service_->hold = false;
-  while (service_->heldCount() > 0) service_->answerNext(200);
-  settle();
-  EXPECT_TRUE(cameInOrder({"ZRVUserReset", "ZRVInitNewUser", "reset yes"}));
-}
-
-TEST_F(UserLifeTest, NewUserNeedsAnActiveAccountAndAnEnabledSDK) {
-  startWithSession();
-  facade();
-  const Value session = sessionID();
-  for (const char* gate : {"account_active", "sdk_enabled"}) {
-    updateRemoteConfiguration({{gate, false}});
-    center_->post(kNotificationNameInitNewUser);
-    updateRemoteConfiguration({{gate, true}});
-  }
-  settle();
-  EXPECT_EQ(sessionID(), session);
-  EXPECT_TRUE(log_->messages().empty());
-  EXPECT_TRUE(service_->requests().empty());
-}
-
-TEST_F(UserLifeTest, OptOutClearsWhatIsKeptOnceAndTellsTheServiceOfEachChange) {
+TEST_F(UserLifeTest, OptOutClearsStoredDataOnceAndRegistersEachChange) {
   startWithSession();
   facade().setUserAttributeForKey("x", "a");
   settle();
@@ -228,12 +191,37 @@ TEST_F(UserLifeTest, IdentifiersAreSentAgainAfterOptingBackIn) {
     EXPECT_EQ(after(&ZRAnalytics::optOutOfIDFATracking, false), Names{});
     EXPECT_EQ(after(&ZRAnalytics::optOutOfIDFATracking, true), Names{});
     EXPECT_EQ(facade().getTrackedIDFA(), Value());
-    // As a user attribute it is cached still.
+    // The user attribute is still cached.
     EXPECT_EQ(after(&ZRAnalytics::optOutOfIDFATracking, false),
               Names{R"(EVENT_ACTION_DEVICE_ATTRIBUTE {"ADVERTISING_IDENTIFIER":"IDFA-1"})"});
     EXPECT_EQ(facade().getTrackedIDFA(), Value("IDFA-1"));
   }
   EXPECT_TRUE(service_->requests().empty());
+}
+
+TEST_F(UserLifeTest, RemovedIdentifiersAreRemovedFromTheFileToo) {
+  const std::pair<std::string_view, std::function<void()>> cases[] = {
+      {kUserDefaultsKeyIDFA, [] { facade().optOutOfDataTracking(true); }},
+      {kUserDefaultsKeyIDFA, [] { facade().optOutOfIDFATracking(true); }},
+      {kUserDefaultsKeyIDFA,
+       [] {
+         setSDKEnabled(false);
+         facade().zorvaneSDKStateUpdated();
+       }},
+      {kUserDefaultsKeyIDFA, [] { events().cleanUp(); }},
+      {kUserDefaultsKeyModifiedUserAttrUniqueID, [] { facade().updateModules(); }},
+  };
+  for (const auto& [key, remove] : cases) {
+    inEarlierLaunch([&, name = key, work = remove] {
+      startWithSession();
+      ZRCoreUtils::getSDKUserDefault().setObjectForKey("old value", name);
+      ASSERT_TRUE(ZRCoreUtils::getSDKUserDefault().synchronize());
+      EXPECT_NE(defaultsFile().find("old value"), std::string::npos);
+      work();
+      settle();
+      EXPECT_EQ(defaultsFile().find("old value"), std::string::npos) << &name - &cases[0].first;
+    });
+  }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The facade and its user: what was recorded, sent and said, as short texts.
+// A fixture for the facade: recorded and sent events as short texts, the order of log lines and notifications.
 #pragma once
 
 #include <algorithm>
@@ -18,7 +18,7 @@
 
 namespace zorvane::testing {
 
-// Counts its background tasks from 1 and notes what is done with them.
+// Numbers its background tasks from 1 and records the calls.
 class FakeApplication final : public platform::Application {
  public:
   platform::ApplicationState state() const override { return platform::ApplicationState::Active; }
@@ -40,11 +40,12 @@ class FakeApplication final : public platform::Application {
 
 class FakeAdvertising final : public platform::AdvertisingService {
  public:
-  int trackingAuthorizationStatus() const override { return 3; }
+  int trackingAuthorizationStatus() const override { return status; }
   std::optional<std::string> advertisingIdentifier() const override {
     if (throws) throw std::runtime_error("no service");
     return identifier;
   }
+  int status = 3;  // authorized
   std::optional<std::string> identifier = "IDFA-1";
   bool throws = false;
 };
@@ -53,8 +54,13 @@ class UserTest : public EventPipelineTest {
  protected:
   static ZRAnalytics& facade() { return ZRAnalytics::sharedInstance(); }
   static ZRUserAttributesHandler& handler() { return ZRUserAttributesHandler::sharedHandler(); }
+  // Nil without a session.
+  static Value sessionID() {
+    const auto session = ZRSessionManager::sharedSessionManager().getCurrentSessionInfoDict();
+    return session ? session->objectForKey("session_id") : Value();
+  }
 
-  // "NAME {plain attributes} {date and location attributes} silent", without the parts that the event has not.
+  // "NAME {plain attributes} {date and location attributes} silent"; parts that the event lacks are left out.
   static std::string textOf(const Dictionary& event) {
     std::string text = event.objectForKey("EVENT_ACTION").description();
     for (const char* key : {"EVENT_ATTRS", "EVENT_ATTRS_CUST"}) {
@@ -62,7 +68,7 @@ class UserTest : public EventPipelineTest {
     }
     return event.contains("N_I_E") ? text + " silent" : text;
   }
-  // The current batch once everything that waits has run. It is emptied.
+  // Runs all tasks, then empties the current batch and returns its events.
   Names recorded() {
     settle();
     Names texts;
@@ -85,27 +91,29 @@ class UserTest : public EventPipelineTest {
         requests.end());
     return requests;
   }
+  // The bytes of the SDK's defaults as they are on the disk.
+  std::string defaultsFile() const { return readAll((directory_ / "Defaults/sdk.plist").string()); }
   static Value kept(std::string_view key) { return ZRCoreUtils::getSDKUserDefault().objectForKey(key); }
   static std::string userAttribute(const std::string& attributes) {
     return "EVENT_ACTION_USER_ATTRIBUTE " + attributes;
   }
 
-  // From now on each line that is logged and each notification, in order.
+  // Appends each log line and notification to order_ from now on.
   void recordOrder() {
     log_->onMessage = [this](const std::string& message) { order_.push_back(message); };
     center_->setPostHook([this](std::string_view name) { order_.emplace_back(name); });
   }
-  // Where the text stands in the order; past its end when it does not.
+  // The index of the text in order_; its size when the text is missing.
   std::size_t placeOf(const std::string& text) const {
     return static_cast<std::size_t>(std::find(order_.begin(), order_.end(), text) - order_.begin());
   }
-  // Whether the texts came, in this order.
+  // Whether order_ holds the texts in this order.
   bool cameInOrder(const Names& texts) const {
     auto from = order_.begin();
     for (const std::string& text : texts) {
       from = std::find(from, order_.end(), text);
       if (from == order_.end()) {
-        ADD_FAILURE() << "not (or not in this place): " << text;
+        ADD_FAILURE() << "missing, or in another place: " << text;
         return false;
       }
       ++from;

@@ -20,7 +20,7 @@ class CoreTest : public ModuleTest {
   static Dictionary configurationOf(std::string_view json) { return *platform::parseJSON(json).value().asDictionary(); }
 };
 
-TEST_F(CoreTest, EverySwitchOfTheConfigurationHasItsOwnAnswer) {
+TEST_F(CoreTest, EachSwitchOfTheConfigurationHasItsOwnGetter) {
   start();
   const std::pair<const char*, std::function<bool()>> switches[] = {
       {"account_active", [] { return store().isAccountActive(); }},
@@ -35,13 +35,13 @@ TEST_F(CoreTest, EverySwitchOfTheConfigurationHasItsOwnAnswer) {
   };
   for (const auto& [off, ignored] : switches) {
     updateRemoteConfiguration({{off, false}});
-    for (const auto& [key, answer] : switches) EXPECT_EQ(answer(), key != std::string(off)) << key << " with " << off;
+    for (const auto& [key, get] : switches) EXPECT_EQ(get(), key != std::string(off)) << key << " with " << off;
     updateRemoteConfiguration({{off, true}});
   }
   EXPECT_FALSE(ZorvaneCore::sharedInstance().isDeviceUniqueIDPresentInKeyChain());
 }
 
-TEST_F(CoreTest, TheConfigurationIsAnsweredAsItWasGiven) {
+TEST_F(CoreTest, GettersReturnTheGivenConfiguration) {
   const Dictionary given = configurationOf(R"({
       "event_batch_count": 1, "periodic_flush_duration": 2, "minimum_periodic_flush_duration": 3, "s_i_d": 4,
       "user_attribute_caching_duration": 5, "idfa_authorization": 6, "app_group_id": "g", "app_version": "2.0",
@@ -76,15 +76,16 @@ TEST_F(CoreTest, TheConfigurationIsAnsweredAsItWasGiven) {
   EXPECT_FALSE(store().getZrvAppID());
 }
 
-TEST_F(CoreTest, AnUnsoundConfigurationNamesItsKeyAndChangesNothing) {
+TEST_F(CoreTest, MalformedConfigurationNamesItsKeyAndChangesNothing) {
   start();
   const Dictionary before = effectiveConfiguration();
-  const char* const unsound[] = {R"("account_active": 1)", R"("s_i_d": 1.5)",
-                                 R"("s_i_d": true)",       R"("idfa": 7)",
-                                 R"("app_version": null)", R"("blacklisted_events": "A")",
-                                 R"("unique_id": 7)",      R"("source_extra_keys": ["a", 1])",
-                                 R"("query_params": [])",  R"("no_such_key": 1)"};
-  for (const std::string entry : unsound) {
+  const char* const malformed[] = {// types
+                                   R"("account_active": 1)", R"("s_i_d": 1.5)", R"("s_i_d": true)", R"("idfa": 7)",
+                                   R"("app_version": null)", R"("blacklisted_events": "A")", R"("unique_id": 7)",
+                                   R"("source_extra_keys": ["a", 1])", R"("query_params": [])",
+                                   // keys
+                                   R"("no_such_key": 1)"};
+  for (const std::string entry : malformed) {
     try {
       updateRemoteConfiguration(configurationOf(R"({"event_batch_count": 9, )" + entry + "}"));
       ADD_FAILURE() << entry << " was taken";
@@ -96,14 +97,17 @@ TEST_F(CoreTest, AnUnsoundConfigurationNamesItsKeyAndChangesNothing) {
   }
 }
 
-TEST_F(CoreTest, ChoicesOutliveARestartAndNarrowTheConfiguration) {
+TEST_F(CoreTest, ChoicesSurviveARestartAndOverrideTheConfiguration) {
   inEarlierLaunch([this] {
     start();
     EXPECT_FALSE(ZRCoreUtils::installRegistered());
     ZRCoreUtils::registerInstall();
+    store().setDataTrackingOptedOut(true);
     setSDKEnabled(false);
     EXPECT_FALSE(ZRCoreUtils::isSDKEnabled());
-    store().setDataTrackingOptedOut(true);
+  });
+  inEarlierLaunch([this] {
+    start();
     ZRSDKConfiguration chosen = ZorvaneCore::sharedInstance().getDefaultSDKConfiguration();
     EXPECT_FALSE(chosen.analyticsPeriodicFlushDuration());
     ZRSDKConfiguration other = chosen;
@@ -121,17 +125,17 @@ TEST_F(CoreTest, ChoicesOutliveARestartAndNarrowTheConfiguration) {
   start({{"sdk_enabled", true}, {"periodic_flush_duration", 60}});
   EXPECT_TRUE(ZRCoreUtils::installRegistered());
   const Dictionary effective = effectiveConfiguration();
-  const Dictionary answers = configurationOf(R"({
+  const Dictionary expected = configurationOf(R"({
       "sdk_enabled": false, "data_tracking_enabled": false, "idfv_tracking_enabled": false,
       "idfa_tracking_enabled": false, "periodic_flush_enabled": false, "periodic_flush_duration": 17})");
-  for (const auto& [key, value] : answers) EXPECT_EQ(effective.objectForKey(key), value) << key;
+  for (const auto& [key, value] : expected) EXPECT_EQ(effective.objectForKey(key), value) << key;
   setSDKEnabled(true);
   EXPECT_TRUE(ZRCoreUtils::isSDKEnabled());
   updateRemoteConfiguration({{"sdk_enabled", false}});
   EXPECT_FALSE(ZRCoreUtils::isSDKEnabled()) << "both must allow it";
 }
 
-TEST_F(CoreTest, TheUniqueIdentifierIsMadeOnceUnlessTheConfigurationSays) {
+TEST_F(CoreTest, UniqueIdentifierIsMadeOnceUnlessConfigured) {
   inEarlierLaunch([this] {
     start();
     writeAll(library("id"), ZRCoreUtils::getSDKUniqueIdForUser().value());
@@ -155,7 +159,7 @@ TEST_F(CoreTest, TheUniqueIdentifierIsMadeOnceUnlessTheConfigurationSays) {
   EXPECT_FALSE(ZRNetworkConfiguration::getQueryParamsBodyDictForService(kServiceReportAdd));
 }
 
-// Keeps the requests unanswered and their bodies unmade.
+// Keeps the requests without making their bodies or calling their completions.
 class WaitingTransport final : public NetworkTransport {
  public:
   void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override {
@@ -168,34 +172,30 @@ class WaitingTransport final : public NetworkTransport {
 
 class RequestTest : public CoreTest {
  protected:
-  void configure(std::string endpoint) {
-    start();
-    CoreSetup setup;
-    setup.endpoint = std::move(endpoint);
-    setup.transport = transport_;
-    setup.willSendRequest = [this](std::int64_t service, const std::optional<std::string>& bid) {
-      EXPECT_TRUE(transport_->requests.empty()) << "told before it leaves";
+  RequestTest() {
+    core_.transport = transport_;
+    core_.willSendRequest = [this](std::int64_t service, const std::optional<std::string>& bid) {
+      EXPECT_TRUE(transport_->requests.empty()) << "called before the request is sent";
       hooks_.push_back("send " + std::to_string(service) + " " + bid.value_or("-"));
     };
-    setup.didReceiveResponse = [this](std::int64_t service, const std::optional<std::string>& bid, bool success) {
-      hooks_.push_back("answer " + std::to_string(service) + " " + bid.value_or("-") + (success ? " yes" : " no"));
+    core_.didReceiveResponse = [this](std::int64_t service, const std::optional<std::string>& bid, bool success) {
+      hooks_.push_back("response " + std::to_string(service) + " " + bid.value_or("-") + (success ? " yes" : " no"));
     };
-    configureCore(std::move(setup));
   }
   void execute(std::int64_t service, Dictionary body, const Dictionary& params = {}) {
     ZRNetworkRequest::initWithServiceParamsAdditionalHeadersRequestBodyAndAdditionalPathComponent(
         service, params, {{"ZRV-REQUEST-ID", "ID"}}, std::move(body), "A P/1")
         ->executeRequestWithCompletionBlock([this](bool success, const Value& response) {
-          answers_.push_back(Array{success, response});
+          responses_.push_back(Array{success, response});
         });
   }
   std::shared_ptr<WaitingTransport> transport_ = std::make_shared<WaitingTransport>();
   std::vector<std::string> hooks_;
-  Array answers_;
+  Array responses_;
 };
 
-TEST_F(RequestTest, ARequestGoesToItsServiceAndMakesItsBodyWhenAsked) {
-  configure("http://service.test");
+TEST_F(RequestTest, RequestGoesToItsServiceAndMakesItsBodyWhenAsked) {
+  start();
   int bodies = 0;
   const Value lazy = platform::lazyJSON(
       [&bodies](std::string& out) {
@@ -217,32 +217,33 @@ TEST_F(RequestTest, ARequestGoesToItsServiceAndMakesItsBodyWhenAsked) {
   EXPECT_EQ(transport_->requests.at(0).url, "http://service.test/v1/device/A%20P%2F1?a%20b=c%26d&n=1");
   EXPECT_EQ(transport_->requests[0].makeBody(), "{}");
   EXPECT_EQ(hooks_, (std::vector<std::string>{"send 2 b-1", "send 1 -"}));
-  EXPECT_TRUE(answers_.empty());
+  EXPECT_TRUE(responses_.empty());
 }
 
-TEST_F(RequestTest, OnlyA2xxAnswerIsASuccess) {
-  configure("http://service.test");
+TEST_F(RequestTest, OnlyStatus2xxIsASuccess) {
+  start();
   const std::pair<int, bool> cases[] = {{0, false},  {199, false}, {200, true}, {204, true},
                                         {299, true}, {300, false}, {500, false}};
   for (const auto& [status, success] : cases) {
     execute(kServiceDeviceAdd, {});
     transport_->completions.back()(TransportResponse{status, R"({"a": 1})", ""});
-    EXPECT_EQ(answers_.back(), (Array{success, Dictionary{{"a", 1}}})) << status;
+    EXPECT_EQ(responses_.back(), (Array{success, Dictionary{{"a", 1}}})) << status;
     transport_->requests.clear();
   }
   execute(kServiceDeviceAdd, {});
   transport_->completions.back()(TransportResponse{200, "no JSON", ""});
-  EXPECT_EQ(answers_.back(), (Array{true, Value()}));
+  EXPECT_EQ(responses_.back(), (Array{true, Value()}));
 }
 
-TEST_F(RequestTest, WithoutAnEndpointTheAnswerIsAFailureThatComesLater) {
-  configure("");
+TEST_F(RequestTest, WithoutAnEndpointTheRequestFailsLater) {
+  core_.endpoint = "";
+  start();
   execute(kServiceReportAdd, {{"meta", Dictionary{{"bid", "b"}}}});
-  EXPECT_TRUE(answers_.empty());
+  EXPECT_TRUE(responses_.empty());
   settle();
-  ASSERT_EQ(answers_.size(), 1u);
-  EXPECT_EQ(answers_[0], (Array{false, Value()}));
-  EXPECT_EQ(hooks_, (std::vector<std::string>{"send 2 b", "answer 2 b no"}));
+  ASSERT_EQ(responses_.size(), 1u);
+  EXPECT_EQ(responses_[0], (Array{false, Value()}));
+  EXPECT_EQ(hooks_, (std::vector<std::string>{"send 2 b", "response 2 b no"}));
 }
 
 class FixedZone final : public platform::TimeZone {
@@ -252,7 +253,7 @@ class FixedZone final : public platform::TimeZone {
   std::int64_t before = 0, after = 0;
 };
 
-TEST_F(CoreTest, TimesAreWrittenInGMTAndInTheDevicesZone) {
+TEST_F(CoreTest, TimesAreFormattedInGMTAndInTheDevicesZone) {
   const auto zone = std::make_shared<FixedZone>();
   host_.timeZone = zone;
   clock_->setNow(Date{kStart + 0.0009});
@@ -269,7 +270,7 @@ TEST_F(CoreTest, TimesAreWrittenInGMTAndInTheDevicesZone) {
   }
 }
 
-TEST_F(CoreTest, LocalTextsAreReadWithTheOffsetOfTheirMoment) {
+TEST_F(CoreTest, LocalTimesUseTheOffsetOfTheirMoment) {
   const auto zone = std::make_shared<FixedZone>();
   zone->change = Date{kStart};
   zone->before = 7200;
@@ -288,19 +289,16 @@ TEST_F(CoreTest, LocalTextsAreReadWithTheOffsetOfTheirMoment) {
 }
 
 TEST(DateComparison, IsStrictAndFalseForAnAbsentDate) {
-  const std::optional<Date> early = Date{1}, late = Date{1.001}, none;
-  const struct {
-    std::optional<Date> left, right;
-    bool earlier, later;
-  } cases[] = {{early, late, true, false}, {late, early, false, true},  {early, early, false, false},
-               {none, late, false, false}, {early, none, false, false}, {none, none, false, false}};
-  for (const auto& [left, right, earlier, later] : cases) {
-    EXPECT_EQ(ZRDateUtils::isDate1EarlierToDate2(left, right), earlier);
-    EXPECT_EQ(ZRDateUtils::isDate1LaterToDate2(left, right), later);
+  const std::optional<Date> dates[] = {std::nullopt, Date{1}, Date{1.001}};
+  for (int left = 0; left < 3; ++left) {
+    for (int right = 0; right < 3; ++right) {
+      EXPECT_EQ(ZRDateUtils::isDate1EarlierToDate2(dates[left], dates[right]), left == 1 && right == 2);
+      EXPECT_EQ(ZRDateUtils::isDate1LaterToDate2(dates[left], dates[right]), left == 2 && right == 1);
+    }
   }
 }
 
-TEST(DictionaryLookup, KnowsNoDifferenceBetweenMissingAndNull) {
+TEST(DictionaryLookup, TreatsNullAsMissing) {
   Dictionary dictionary{{"a", Dictionary{{"b", Dictionary{{"c", 1}}}, {"n", null}}}, {"n", null}, {"a.b", "dotted"}};
   EXPECT_EQ(validObjectForKey(dictionary, "a.b"), "dotted");
   EXPECT_EQ(validObjectForKeyPath(dictionary, "a.b.c"), 1);
@@ -319,7 +317,7 @@ class ThrowingSink final : public ZRLogSink {
   }
 };
 
-TEST_F(CoreTest, TheLoggerPassesOnWhatItGetsAndStopsWhatTheSinkThrows) {
+TEST_F(CoreTest, LoggerPassesMessagesOnAndCatchesWhatTheSinkThrows) {
   ZRLogger& logger = ZRLogger::sharedInstance();
   EXPECT_FALSE(logger.hasSink());
   logger.logWithTypeAndFormatArgs(1, Array{"nobody hears"});
@@ -338,32 +336,27 @@ TEST_F(CoreTest, TheLoggerPassesOnWhatItGetsAndStopsWhatTheSinkThrows) {
 }
 
 TEST(AppDelegateInterceptors, AreCalledInOrderOnceTheDelegateIsProxied) {
-  const std::shared_ptr<UIApplicationDelegate> delegates[3] = {std::make_shared<UIApplicationDelegate>(),
-                                                               std::make_shared<UIApplicationDelegate>(),
-                                                               std::make_shared<UIApplicationDelegate>()};
-  auto forgotten = std::make_shared<UIApplicationDelegate>();
-  std::vector<int> called;
-  const auto callAll = [&] {
-    called.clear();
-    ZRAppDelegateSwizzler::forEachInterceptor([&](UIApplicationDelegate& delegate) {
-      for (int i = 0; i < 3; ++i) {
-        if (delegates[i].get() == &delegate) called.push_back(i);
-      }
-      throw std::runtime_error("costs its own call");
+  std::vector<std::shared_ptr<UIApplicationDelegate>> delegates(4);
+  std::vector<ZRAppDelegateSwizzler::InterceptorID> ids;
+  for (auto& delegate : delegates) {
+    delegate = std::make_shared<UIApplicationDelegate>();
+    ids.push_back(ZRAppDelegateSwizzler::registerAppDelegateInterceptor(delegate));
+  }
+  const auto called = [] {
+    std::vector<UIApplicationDelegate*> all;
+    ZRAppDelegateSwizzler::forEachInterceptor([&all](UIApplicationDelegate& delegate) {
+      all.push_back(&delegate);
+      throw std::runtime_error("must not stop the others");
     });
-    return called;
+    return all;
   };
-  const auto first = ZRAppDelegateSwizzler::registerAppDelegateInterceptor(delegates[0]);
-  ZRAppDelegateSwizzler::registerAppDelegateInterceptor(forgotten);
-  ZRAppDelegateSwizzler::registerAppDelegateInterceptor(delegates[1]);
-  ZRAppDelegateSwizzler::registerAppDelegateInterceptor(delegates[2]);
-  forgotten.reset();
-  EXPECT_EQ(callAll(), std::vector<int>{});
+  using Delegates = std::vector<UIApplicationDelegate*>;
+  EXPECT_EQ(called(), Delegates{});
   ZRAppDelegateSwizzler::proxyOriginalDelegate();
-  EXPECT_EQ(callAll(), (std::vector{0, 1, 2}));
-  ZRAppDelegateSwizzler::unregisterAppDelegateInterceptorWithID(first);
-  ZRAppDelegateSwizzler::unregisterAppDelegateInterceptorWithID(first);
-  EXPECT_EQ(callAll(), (std::vector{1, 2}));
+  delegates[1].reset();
+  EXPECT_EQ(called(), (Delegates{delegates[0].get(), delegates[2].get(), delegates[3].get()}));
+  for (int i = 0; i < 2; ++i) ZRAppDelegateSwizzler::unregisterAppDelegateInterceptorWithID(ids[0]);
+  EXPECT_EQ(called(), (Delegates{delegates[2].get(), delegates[3].get()}));
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ class DeviceTest : public UserTest {
     facade().updateDeviceWithCompletion([this](bool success) { answers_.push_back(success); });
     settle();
   }
-  // As before the first launch.
+  // Removes the defaults and choices: as before the first launch.
   void forgetEverything() const {
     std::filesystem::remove(directory_ / "Defaults" / "sdk.plist");
     std::filesystem::remove(library("core.plist"));
@@ -28,7 +28,7 @@ class DeviceTest : public UserTest {
   std::vector<bool> answers_;
 };
 
-TEST_F(DeviceTest, ApplicationStatusIsAskedOnceAndThenTheVersionDecides) {
+TEST_F(DeviceTest, InstallOrUpdateIsTrackedOncePerVersion) {
   const struct {
     std::string stored;  // empty: none
     bool installRegistered;
@@ -56,7 +56,7 @@ TEST_F(DeviceTest, ApplicationStatusIsAskedOnceAndThenTheVersionDecides) {
   EXPECT_EQ(kept("ZRV_App_Version_App_Status"), Value());
 }
 
-TEST_F(DeviceTest, FirstSDKVersionEverAsksWhetherThisIsAReinstallation) {
+TEST_F(DeviceTest, FirstSDKVersionTracksAReinstallationOfAKnownDevice) {
   const struct {
     std::string stored;
     bool deviceKnown;
@@ -75,7 +75,7 @@ TEST_F(DeviceTest, FirstSDKVersionEverAsksWhetherThisIsAReinstallation) {
   }
 }
 
-TEST_F(DeviceTest, RegistrationSaysWhoTheDeviceIsAndIsSigned) {
+TEST_F(DeviceTest, RegistrationIdentifiesTheDeviceAndIsSigned) {
   startWithSession({{"unique_id", "U"}, {"idfv", "V"}, {"push_enabled", false}});
   update();
   ASSERT_EQ(service_->requests().size(), 1u);
@@ -94,7 +94,7 @@ TEST_F(DeviceTest, RegistrationSaysWhoTheDeviceIsAndIsSigned) {
                   {"query_params", Dictionary{{"unique_id", "U"}}}}));
   EXPECT_EQ(request.header("ZRV-REQUEST-ID"),
             ZRAnalyticsUtils::getSignatureWithComponents({bid, "2026-11-21T10:00:00.000Z", "U"}));
-  EXPECT_NE(body().objectForKey("meta"), Value(meta)) << "each request has its own identifier";
+  EXPECT_NE(body().objectForKey("meta"), Value(meta)) << "a new batch identifier for each request";
 
   const struct {
     Dictionary configuration;
@@ -119,7 +119,8 @@ TEST_F(DeviceTest, RegistrationCountsAsFailedUntilItIsAccepted) {
   startWithSession();
   service_->hold = true;
   update();
-  EXPECT_EQ(kept(kUserDefaultsKeyHasDeviceAddFailed), Value(true)) << "already while it is out";
+  EXPECT_EQ(kept(kUserDefaultsKeyHasDeviceAddFailed), Value(true)) << "set before the request is sent";
+  EXPECT_NE(defaultsFile().find(kUserDefaultsKeyHasDeviceAddFailed), std::string::npos) << "a killed launch repeats it";
   service_->answerNext(500);
   EXPECT_EQ(kept(kUserDefaultsKeyHasDeviceAddFailed), Value(true));
   update();
@@ -139,7 +140,7 @@ TEST_F(DeviceTest, RegistrationCountsAsFailedUntilItIsAccepted) {
   EXPECT_EQ(kept(kUserDefaultsKeyHasDeviceAddFailed), Value(true));
 }
 
-TEST_F(DeviceTest, RequestThatIsNotMadeNeverCompletes) {
+TEST_F(DeviceTest, WithoutARequestNothingCompletes) {
   const struct {
     Dictionary configuration;
     std::string appID;
@@ -165,7 +166,7 @@ TEST_F(DeviceTest, RequestThatIsNotMadeNeverCompletes) {
   }
 }
 
-TEST_F(DeviceTest, AdvertisingIdentifierIsSentWhenItIsAnother) {
+TEST_F(DeviceTest, AdvertisingIdentifierIsSentWhenItChanges) {
   startWithSession();
   const auto track = [this] {
     facade().trackAdvertisingIdentifier();
@@ -173,7 +174,7 @@ TEST_F(DeviceTest, AdvertisingIdentifierIsSentWhenItIsAnother) {
   };
   const auto both = [](const std::string& id) {
     const std::string pair = R"({"ADVERTISING_IDENTIFIER":")" + id + "\"}";
-    // The user attribute takes one queue more.
+    // The user attribute passes one more queue.
     return Names{deviceAttribute(pair), userAttribute(pair)};
   };
   EXPECT_EQ(facade().getTrackedIDFA(), Value());
@@ -215,7 +216,7 @@ TEST_F(DeviceTest, DeviceAttributesAreSentAtEachCall) {
   EXPECT_EQ(recorded(), Names{});
 }
 
-TEST_F(DeviceTest, ModelAttributesAreThreeOrFour) {
+TEST_F(DeviceTest, VendorIdentifierIsTheFourthModelAttributeUnlessOptedOut) {
   startWithSession({{"device_model", "m"}, {"device_name", "n"}, {"os_version", "o"}, {"idfv", "v"}});
   const Names four{deviceAttribute(R"({"device_model":"m"})"), deviceAttribute(R"({"device_model_name":"n"})"),
                    deviceAttribute(R"({"os_version":"o"})"), deviceAttribute(R"({"device_IDFV":"v"})")};

@@ -10,7 +10,7 @@ namespace {
 
 using EventAcceptanceTest = EventPipelineTest;
 
-TEST_F(EventAcceptanceTest, RecordHoldsExactlyTheSectionsThatTheEventHas) {
+TEST_F(EventAcceptanceTest, RecordHasOnlyTheSectionsOfItsEvent) {
   startWithSession();
   const Dictionary bare{{"EVENT_ACTION", "E"},
                         {"EVENT_G_TIME", "2026-11-21T10:00:00.000Z"},
@@ -42,7 +42,7 @@ TEST_F(EventAcceptanceTest, RecordHoldsExactlyTheSectionsThatTheEventHas) {
   EXPECT_NE(record.objectForKey("N_I_E").asInteger(), nullptr) << "a number, not a boolean";
 }
 
-TEST_F(EventAcceptanceTest, EventsOfOneThreadAreRecordedInOrderAndThenToldOf) {
+TEST_F(EventAcceptanceTest, EventsOfOneThreadAreRecordedInOrderBeforeTheirCompletions) {
   startWithSession();
   std::vector<std::size_t> recorded;
   for (const char* name : {"first", "second", "third"}) {
@@ -55,7 +55,7 @@ TEST_F(EventAcceptanceTest, EventsOfOneThreadAreRecordedInOrderAndThenToldOf) {
   EXPECT_EQ(recorded, (std::vector<std::size_t>{1, 2, 3}));
 }
 
-TEST_F(EventAcceptanceTest, NameThatIsNoTextIsDroppedAndItsCompletionNeverCalled) {
+TEST_F(EventAcceptanceTest, NameThatIsNotTextIsDroppedWithoutCompletion) {
   startWithSession();
   const Array names{5, 1.5, true, null, Value(), Array{"E"}, Dictionary{{"E", 1}}};
   bool called = false;
@@ -68,7 +68,7 @@ TEST_F(EventAcceptanceTest, NameThatIsNoTextIsDroppedAndItsCompletionNeverCalled
   EXPECT_EQ(log_->count("While tracking events, the name of the event has to be a NSString type"), names.size());
 }
 
-TEST_F(EventAcceptanceTest, OptOutLeavesOnlyWhitelistedEventsAndTheBlacklistStopsThoseToo) {
+TEST_F(EventAcceptanceTest, OptOutLeavesWhitelistedEventsUnlessBlacklisted) {
   startWithSession(
       {{"whitelisted_events", Array{"remote", "both"}}, {"blacklisted_events", Array{"both", "UPDATE", "bad"}}});
   EXPECT_TRUE(events().shouldEventBeTrackedWithName("any"));
@@ -91,7 +91,7 @@ TEST_F(EventAcceptanceTest, OptOutLeavesOnlyWhitelistedEventsAndTheBlacklistStop
   EXPECT_TRUE(log_->has("Blacklisted Event: UPDATE"));
 }
 
-TEST_F(EventAcceptanceTest, DisabledSDKCallsTheCompletionAtOnceAndKeepsNothing) {
+TEST_F(EventAcceptanceTest, DisabledSDKCompletesImmediatelyAndRecordsNothing) {
   startWithSession();
   setSDKEnabled(false);
   int called = 0;
@@ -103,7 +103,7 @@ TEST_F(EventAcceptanceTest, DisabledSDKCallsTheCompletionAtOnceAndKeepsNothing) 
   EXPECT_TRUE(log_->messages().empty());
 }
 
-TEST_F(EventAcceptanceTest, FullBatchIsSentAndSavedEventsDoNotCount) {
+TEST_F(EventAcceptanceTest, FullBatchIsSentAndSavedEventsAreNotCounted) {
   startWithSession({{"event_batch_count", 5}});
   events().eventsBatchCountTreshold();
   updateRemoteConfiguration({{"event_batch_count", 1}});  // takes effect at the next launch
@@ -131,14 +131,14 @@ TEST_F(EventAcceptanceTest, NegativeThresholdNeverFlushes) {
   EXPECT_EQ(currentNames().size(), 100u);
 }
 
-TEST_F(EventAcceptanceTest, InstantFlushEventSendsWhatIsThere) {
+TEST_F(EventAcceptanceTest, InstantFlushEventSendsTheCurrentBatch) {
   startWithSession({{"instant_flush_events", Array{"pay"}}});
   track({"look", "pay", "after"});
   EXPECT_EQ(sentNames(), (Batches{{"look", "pay"}}));
   EXPECT_EQ(currentNames(), (Names{"after"}));
 }
 
-// Notes each call, then does what it is told to.
+// Records each call, then runs the work.
 struct Trigger final : ZREventTriggerDelegate {
   std::function<void(const Value&, Dictionary&)> work;
   std::vector<Dictionary> seen;
@@ -171,7 +171,7 @@ TEST_F(EventAcceptanceTest, TriggersShareOneCopyAndCannotChangeTheRecord) {
   EXPECT_EQ(log_->errors().size(), 1u);
 }
 
-TEST_F(EventAcceptanceTest, TriggerThatIsGoneOrTakenAwayIsNotCalled) {
+TEST_F(EventAcceptanceTest, DestroyedOrRemovedTriggerIsNotCalled) {
   startWithSession();
   ZRAnalytics& facade = ZRAnalytics::sharedInstance();
   const auto inapp = std::make_shared<Trigger>();
@@ -186,17 +186,17 @@ TEST_F(EventAcceptanceTest, TriggerThatIsGoneOrTakenAwayIsNotCalled) {
   facade.setMessagingTriggerDelegate(messaging);
   const std::weak_ptr<Trigger> held = messaging;
   messaging.reset();
-  EXPECT_TRUE(held.expired()) << "the facade keeps a delegate alive";
+  EXPECT_TRUE(held.expired()) << "the facade must not keep a delegate alive";
   EXPECT_EQ(facade.messagingTriggerDelegate(), nullptr);
   track({"E"});
   EXPECT_EQ(currentNames(), (Names{"E", "E"}));
 }
 
-TEST_F(EventAcceptanceTest, EventThatOpensASessionLandsBehindTheOldSessionsEvents) {
+TEST_F(EventAcceptanceTest, EventOfANewSessionIsRecordedAfterTheOldSessionIsSent) {
   startWithSession();
   ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
   const Value oldSession = sessions.getCurrentSessionInfoDict()->objectForKey("session_id");
-  // Before the first event makes the facade, whose last sync would send it at once.
+  // Before the first event creates the facade, whose sync at this notification would send the event.
   center_->post(platform::kDidEnterBackgroundNotification);
   track({"old"});
   clock_->advance(1801);

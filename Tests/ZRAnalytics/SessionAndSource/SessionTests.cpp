@@ -1,3 +1,5 @@
+#include <fstream>
+#include <iterator>
 #include <regex>
 
 #include "Platform/Files/FileSystem.h"
@@ -26,7 +28,7 @@ class SessionTest : public ModuleTest {
     manager().checkSessionForEventWithPropertiesWithCompletionBlock("event", properties, [&] { ++completions; });
     return completions;
   }
-  // As the next launch would read it; null when there is none or the file is unreadable.
+  // The session in the file; null without a readable file.
   std::shared_ptr<ZRSession> savedSession() const {
     const std::string_view classes[] = {"ZRSessionInfo", "ZRSession", "ZRSource"};
     const auto root = platform::unarchiveRootObject(readAll(file()), "ZRSessionInfo", classes);
@@ -36,7 +38,7 @@ class SessionTest : public ModuleTest {
   std::string file() const { return library("ZrvData/ZRSessionInfo"); }
 };
 
-TEST_F(SessionTest, ThereIsNoSessionBeforeTheFirstOpening) {
+TEST_F(SessionTest, NoSessionBeforeTheFirstOpening) {
   start();
   EXPECT_TRUE(manager().hasCurrentSessionExpired());
   EXPECT_EQ(log_->messages(), std::vector<std::string>{"-- Analytics -- Session Expired"});
@@ -45,7 +47,7 @@ TEST_F(SessionTest, ThereIsNoSessionBeforeTheFirstOpening) {
   EXPECT_FALSE(manager().isCurrentSessionSourceSameAs({}));
   EXPECT_TRUE(manager().isAppInBackground()) << "until the application opens";
   manager().resetSession();
-  EXPECT_FALSE(platform::fileExists(file())) << "nothing to reset, nothing to save";
+  EXPECT_FALSE(platform::fileExists(file())) << "without a session nothing is saved";
 
   manager().appOpenedWithSourceArray({});
   const std::string id = sessionID();
@@ -57,7 +59,7 @@ TEST_F(SessionTest, ThereIsNoSessionBeforeTheFirstOpening) {
   EXPECT_TRUE(log_->has("New Session(" + id + ") initiated"));
 }
 
-TEST_F(SessionTest, ASessionIsOverOnceTheInactiveDurationHasPassed) {
+TEST_F(SessionTest, SessionExpiresAfterTheInactiveDuration) {
   start();
   const struct {
     std::int64_t configured;
@@ -72,7 +74,7 @@ TEST_F(SessionTest, ASessionIsOverOnceTheInactiveDurationHasPassed) {
   }
 }
 
-TEST_F(SessionTest, AnExpiryCheckLogsWhatItCompares) {
+TEST_F(SessionTest, ExpiryCheckLogsItsDates) {
   start({{"s_i_d", 60}});
   manager().reinitiateSession();
   const std::string id = sessionID();
@@ -91,7 +93,7 @@ TEST_F(SessionTest, AnExpiryCheckLogsWhatItCompares) {
                                       check("10:01:00"), "-- Analytics -- Session Expired"}));
 }
 
-TEST_F(SessionTest, OpeningWithoutANewSourceKeepsALiveSessionUntouched) {
+TEST_F(SessionTest, OpeningWithoutANewSourceKeepsALiveSession) {
   start();
   manager().appOpenedWithSourceArray(sourcesOf({"a", "b"}));
   const std::string id = sessionID();
@@ -103,7 +105,7 @@ TEST_F(SessionTest, OpeningWithoutANewSourceKeepsALiveSessionUntouched) {
   EXPECT_EQ(sessionID(), id);
   EXPECT_EQ(log_->count("App Opened with same Source, Session(" + id + ") will remain active"), 3u);
   clock_->advance(800);
-  EXPECT_TRUE(manager().hasCurrentSessionExpired()) << "opening is no interaction";
+  EXPECT_TRUE(manager().hasCurrentSessionExpired()) << "opening does not count as interaction";
   manager().appOpenedWithSourceArray({});
   EXPECT_NE(sessionID(), id);
   EXPECT_TRUE(manager().getCurrentSessionSourceInfoArray().empty());
@@ -126,7 +128,7 @@ TEST_F(SessionTest, OpeningWithAnotherSourceReplacesTheSession) {
   }
 }
 
-TEST_F(SessionTest, AYoungSessionWithoutASourceAdoptsTheURLThatFollows) {
+TEST_F(SessionTest, SessionWithoutASourceAdoptsAURLOfItsFirstFiveSeconds) {
   start();
   const struct {
     double after;
@@ -146,18 +148,18 @@ TEST_F(SessionTest, AYoungSessionWithoutASourceAdoptsTheURLThatFollows) {
   }
 }
 
-TEST_F(SessionTest, SourcesAreAdoptedOnceAndOnlyByASessionThatHasAStart) {
+TEST_F(SessionTest, SourcesAreAdoptedOnceAndOnlyWithAStartTime) {
   start();
   const auto session = ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated({}, false);
   EXPECT_FALSE(session->updateSessionWithSources(std::nullopt));
-  EXPECT_TRUE(session->updateSessionWithSources(ZRSourceArray())) << "none is what it has";
+  EXPECT_TRUE(session->updateSessionWithSources(ZRSourceArray())) << "it has none already";
   EXPECT_TRUE(session->updateSessionWithSources(sourcesOf({"a"})));
   EXPECT_FALSE(session->updateSessionWithSources(sourcesOf({"b"})));
   EXPECT_EQ(session->sessionSources().front()->sourceName(), "a");
   EXPECT_FALSE(ZRSession().updateSessionWithSources(sourcesOf({"a"})));
 }
 
-TEST_F(SessionTest, WhatIsNoSourceChangesNothing) {
+TEST_F(SessionTest, InvalidSourcesChangeNothing) {
   start();
   manager().reinitiateSession();
   const std::string id = sessionID();
@@ -169,9 +171,11 @@ TEST_F(SessionTest, WhatIsNoSourceChangesNothing) {
   manager().resetSession();
   manager().updateSourcesForCurrentSession(std::nullopt);
   EXPECT_NE(sessionID(), "(null)") << "without a session it opens one";
+  manager().appOpenedWithSourceArray({nullptr, ZRSource::initSourceWithURL("shop://x?source=s"), nullptr});
+  EXPECT_EQ(manager().getCurrentSessionSourceInfoArray().size(), 1u) << "null pointers are left out";
 }
 
-TEST_F(SessionTest, AClosedGateChangesAndLogsNothing) {
+TEST_F(SessionTest, ClosedGateChangesAndLogsNothing) {
   start();
   manager();
   for (const bool account : {true, false}) {
@@ -185,7 +189,7 @@ TEST_F(SessionTest, AClosedGateChangesAndLogsNothing) {
   EXPECT_TRUE(log_->messages().empty());
 }
 
-TEST_F(SessionTest, OnlyAnInteractiveEventInTheBackgroundMovesTheSession) {
+TEST_F(SessionTest, OnlyInteractiveEventsInTheBackgroundTouchTheSession) {
   start();
   manager().appOpenedWithSourceArray({});
   std::string id = sessionID();
@@ -212,6 +216,7 @@ TEST_F(SessionTest, OnlyAnInteractiveEventInTheBackgroundMovesTheSession) {
   EXPECT_EQ(completionsOfEvent(&interactive), 1);
   EXPECT_NE(sessionID(), id);
   EXPECT_EQ(savedSessionID(), sessionID());
+  EXPECT_TRUE(savedSession()->backgroundInitiated());
   EXPECT_TRUE(log_->has("New Session Initiated: " + sessionID()));
 
   id = sessionID();
@@ -224,7 +229,7 @@ TEST_F(SessionTest, OnlyAnInteractiveEventInTheBackgroundMovesTheSession) {
   EXPECT_TRUE(log_->messages().empty());
 }
 
-TEST_F(SessionTest, ANewSessionSendsTheOldOnesEventsUnderTheOldSession) {
+TEST_F(SessionTest, NewSessionFlushesTheOldEventsUnderTheOldSession) {
   start();
   const auto track = [this] {
     ZREventsHandler::sharedInstance().trackEventWithProperties("Event", std::make_shared<ZRProperties>());
@@ -248,10 +253,10 @@ TEST_F(SessionTest, ANewSessionSendsTheOldOnesEventsUnderTheOldSession) {
   EXPECT_EQ(savedSessionID(), sessionID());
   EXPECT_TRUE(log_->has("New Session Initiated: " + sessionID()));
   settle();
-  EXPECT_EQ(service_->requests().size(), 1u) << "neither of the two flushes";
+  EXPECT_EQ(service_->requests().size(), 1u) << "neither call flushes";
 }
 
-TEST_F(SessionTest, TheSessionComesBackAfterARestart) {
+TEST_F(SessionTest, SessionIsRestoredByTheNextLaunch) {
   const Array sources{
       Dictionary{{"source", "s"}, {"source_url", "shop://x?source=s&foo=1"}, {"extras", Dictionary{{"foo", "1"}}}},
       Dictionary{{"campaign_id", 42}, {"term", "t\xC3\xA4"}}};
@@ -271,51 +276,20 @@ TEST_F(SessionTest, TheSessionComesBackAfterARestart) {
   EXPECT_EQ(*manager().getCurrentSessionInfoDict(),
             (Dictionary{{"session_id", readAll(library("id"))}, {"start_time", "2026-11-21T10:00:00.000Z"}}));
   EXPECT_EQ(manager().getCurrentSessionSourceInfoArray(), sources);
-  EXPECT_FALSE(manager().hasCurrentSessionExpired()) << "leaving is an interaction, and is saved";
+  EXPECT_FALSE(manager().hasCurrentSessionExpired()) << "leaving counts as interaction and is saved";
   clock_->advance(0.5);
   EXPECT_TRUE(manager().hasCurrentSessionExpired());
 }
 
-// As the releases before this one wrote it, with mutable containers and texts, shared entries and a key of no concern.
-std::string earlierArchive() {
-  // "@n" stands for a reference to the n-th entry, "[name superclass]" for the entry of a class.
-  const char* const text = R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE plist PUBLIC "-//X//DTD PLIST 1.0//EN" "http://x/p.dtd">
-<plist version="1.0"><dict>
-<key>$version</key><integer>100000</integer> <key>$archiver</key><string>NSKeyedArchiver</string>
-<key>$top</key><dict><key>root</key>@1</dict>
-<key>$objects</key><array>
-<string>$null</string>
-<dict><key>zrv_current_session</key>@2 <key>$class</key>@16</dict>
-<dict><key>session_id</key>@3 <key>background_initiated</key><true/> <key>start_time</key>@4
-  <key>last_interaction_time</key>@6 <key>sources</key>@7 <key>retired</key><integer>1</integer> <key>$class</key>@15</dict>
-<string>9F0B4F0C-7C52-4F6E-9A57-0E2A4C6D8E10</string>
-<dict><key>NS.time</key><real>816947999.25</real> <key>$class</key>@5</dict>
-[NSDate NSObject]
-<dict><key>NS.time</key><real>816948000</real> <key>$class</key>@5</dict>
-<dict><key>NS.objects</key><array>@8</array> <key>$class</key>@14</dict>
-<dict><key>source</key>@9 <key>source_url</key>@0 <key>campaign_id</key>@10 <key>extras</key>@11 <key>$class</key>@13</dict>
-<dict><key>NS.string</key><string>news &amp; more</string> <key>$class</key>@17</dict>
-<integer>42</integer>
-<dict><key>NS.keys</key><array>@3</array> <key>NS.objects</key><array>@9</array> <key>$class</key>@12</dict>
-[NSMutableDictionary NSDictionary]
-[ZRSource NSObject]
-[NSMutableArray NSArray]
-[ZRSession NSObject]
-[ZRSessionInfo NSObject]
-[NSMutableString NSString]
-</array></dict></plist>
-)";
-  const std::string references =
-      std::regex_replace(text, std::regex("@(\\d+)"), "<dict><key>CF$$UID</key><integer>$1</integer></dict>");
-  return std::regex_replace(references, std::regex("\\[(\\w+) (\\w+)\\]"),
-                            "<dict><key>$$classname</key><string>$1</string><key>$$classes</key>"
-                            "<array><string>$1</string><string>$2</string></array></dict>");
+// With mutable containers and texts, shared entries and an unknown key.
+std::string archiveOfAnEarlierRelease() {
+  std::ifstream stream(ZR_SOURCE_DIR "/Fuzz/corpus/ModuleArchive/earlier-session.xml");
+  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-TEST_F(SessionTest, TheFileOfAnEarlierReleaseIsRead) {
+TEST_F(SessionTest, FileOfAnEarlierReleaseIsRead) {
   std::filesystem::create_directory(library("ZrvData"));
-  writeAll(file(), earlierArchive());
+  writeAll(file(), archiveOfAnEarlierRelease());
   start();
   const std::string id = "9F0B4F0C-7C52-4F6E-9A57-0E2A4C6D8E10";
   EXPECT_EQ(manager().getCurrentSessionInfoDict(),
@@ -334,8 +308,8 @@ TEST_F(SessionTest, TheFileOfAnEarlierReleaseIsRead) {
   EXPECT_EQ(session->sessionLastInteractionTime(), Date{kStart});
 }
 
-TEST_F(SessionTest, AnUnreadableFileIsNoSession) {
-  const std::string archive = earlierArchive();
+TEST_F(SessionTest, UnreadableFileMeansNoSession) {
+  const std::string archive = archiveOfAnEarlierRelease();
   const auto with = [&](const char* what, const char* by) { return std::regex_replace(archive, std::regex(what), by); };
   const std::string contents[] = {"",
                                   "garbage",
@@ -355,7 +329,7 @@ TEST_F(SessionTest, AnUnreadableFileIsNoSession) {
   }
 }
 
-TEST_F(SessionTest, AFolderThatCannotBeMadeCostsOnlyTheFile) {
+TEST_F(SessionTest, WithoutItsFolderTheSessionIsKeptInMemory) {
   writeAll(library("ZrvData"), "a file in the folder's place");
   start();
   manager().appOpenedWithSourceArray({});

@@ -10,7 +10,7 @@ class SourceTest : public ModuleTest {
   static std::shared_ptr<ZRSource> sourceOfQuery(const std::string& query) {
     return ZRSource::initSourceWithURL("shop://open?" + query);
   }
-  // The wire form without the URL.
+  // The source's dictionary without the URL.
   static Dictionary fieldsOfURL(const std::string& url) {
     Dictionary info = ZRSource::initSourceWithURL(url)->getSourceInfoDict();
     EXPECT_EQ(info.objectForKey("source_url"), url);
@@ -19,7 +19,7 @@ class SourceTest : public ModuleTest {
   }
 };
 
-TEST_F(SourceTest, TheQueryGivesTheFields) {
+TEST_F(SourceTest, QueryItemsBecomeFields) {
   startWithExtraKeys({});
   const struct {
     const char* query;
@@ -48,17 +48,17 @@ TEST_F(SourceTest, TheQueryGivesTheFields) {
   }
 }
 
-TEST_F(SourceTest, AURLWithoutAQueryOrThatDoesNotParseIsKeptAsText) {
+TEST_F(SourceTest, URLWithoutAQueryIsKeptAsText) {
   startWithExtraKeys({});
   for (const char* url :
        {"shop://open", "shop://open?", "shop://open#utm_source=a", "no url?utm_source=a", "%zz?source=a", ""}) {
     EXPECT_EQ(fieldsOfURL(url), Dictionary()) << url;
     EXPECT_FALSE(ZRSource::initSourceWithURL(url)->isValidSource()) << url;
   }
-  EXPECT_EQ(ZRSource::initSourceWithURL(nullptr)->getSourceInfoDict(), Dictionary()) << "not even a URL";
+  EXPECT_EQ(ZRSource::initSourceWithURL(nullptr)->getSourceInfoDict(), Dictionary()) << "not even the URL";
 }
 
-TEST_F(SourceTest, ExtrasAreWhatTheConfigurationNamesEvenNamedFields) {
+TEST_F(SourceTest, ExtrasAreTheConfiguredKeys) {
   startWithExtraKeys({"foo", "utm_source", "missing"});
   EXPECT_EQ(fieldsOfURL("shop://open?utm_source=a&foo=1&bar=2"),
             (Dictionary{{"source", "a"}, {"extras", Dictionary{{"foo", "1"}, {"utm_source", "a"}}}}));
@@ -66,12 +66,12 @@ TEST_F(SourceTest, ExtrasAreWhatTheConfigurationNamesEvenNamedFields) {
   EXPECT_TRUE(sourceOfQuery("bar=2")->extras().isNil());
   EXPECT_TRUE(ZRSource::getExtraDictFromInfoDict(nullptr).isNil());
   const Dictionary nested{{"foo", Dictionary{{"deep", Array{1, null}}}}};
-  EXPECT_EQ(ZRSource::getExtraDictFromInfoDict(nested), nested) << "copied verbatim";
+  EXPECT_EQ(ZRSource::getExtraDictFromInfoDict(nested), nested) << "copied unchanged";
   updateRemoteConfiguration({{"source_extra_keys", Array{}}});
   EXPECT_FALSE(sourceOfQuery("foo=1")->isValidSource()) << "read at the moment of use";
 }
 
-TEST_F(SourceTest, OneFieldThatIsNotEmptyMakesASourceValid) {
+TEST_F(SourceTest, OneNonEmptyFieldMakesASourceValid) {
   startWithExtraKeys({});
   for (const char* key : {"utm_source", "utm_medium", "utm_term", "utm_id", "utm_campaign", "utm_content"}) {
     EXPECT_TRUE(ZRSource::initSourceWithSourceInfoDict(Dictionary{{key, "x"}})->isValidSource()) << key;
@@ -80,7 +80,7 @@ TEST_F(SourceTest, OneFieldThatIsNotEmptyMakesASourceValid) {
   EXPECT_FALSE(ZRSource::initSourceWithSourceInfoDict(nullptr)->isValidSource());
 }
 
-TEST_F(SourceTest, ValuesAreTakenAsTheyAreButNullIsNone) {
+TEST_F(SourceTest, ValuesKeepTheirTypeAndNullIsMissing) {
   startWithExtraKeys({});
   const auto source = ZRSource::initSourceWithSourceInfoDict(
       Dictionary{{"utm_source", null}, {"source", "b"}, {"utm_id", 42}, {"term", null}});
@@ -103,7 +103,7 @@ TEST_F(SourceTest, OwnPushPayloadsFallBackToTheirScreenData) {
       {Dictionary{{"foo", 1}, {"app_extra", nested(Dictionary{{"source", "s"}})}},
        {{"extras", Dictionary{{"foo", 1}}}},
        {{"extras", Dictionary{{"foo", 1}}}}},
-      // An empty field is no source, and is overwritten where there is screen data.
+      // A source with only an empty field is invalid, so screen data replaces it.
       {Dictionary{{"source", ""}, {"app_extra", nested(Dictionary{{"term", "t"}})}}, {{"term", "t"}}, {{"source", ""}}},
       {Dictionary{{"source", ""}, {"app_extra", nested(null)}}, {{"source", ""}}, {{"source", ""}}},
       {Dictionary{{"source", ""}, {"app_extra", "text"}}, {{"source", ""}}, {{"source", ""}}},
@@ -115,18 +115,7 @@ TEST_F(SourceTest, OwnPushPayloadsFallBackToTheirScreenData) {
   }
 }
 
-TEST_F(SourceTest, SettingFromADictionaryOverwritesTheSixFieldsOnly) {
-  startWithExtraKeys({"foo"});
-  const auto source = sourceOfQuery("utm_source=a&utm_medium=m&foo=1");
-  source->setSourceParamsFromInfoDict(nullptr);
-  EXPECT_EQ(source->sourceName(), "a");
-  source->setSourceParamsFromInfoDict(Dictionary{{"term", "t"}});
-  EXPECT_EQ(source->getSourceInfoDict(), (Dictionary{{"term", "t"},
-                                                     {"source_url", "shop://open?utm_source=a&utm_medium=m&foo=1"},
-                                                     {"extras", Dictionary{{"foo", "1"}}}}));
-}
-
-TEST_F(SourceTest, EqualityIgnoresTheURLAlone) {
+TEST_F(SourceTest, EqualityIgnoresOnlyTheURL) {
   startWithExtraKeys({"foo"});
   const auto base = sourceOfQuery("utm_source=a&foo=1");
   EXPECT_TRUE(base->isEqual(sourceOfQuery("foo=1&utm_source=a&x=1").get()));

@@ -13,11 +13,11 @@ class UserAttributeCacheTest : public ModuleTest {
   ZRUserAttributeData cache_;
 };
 
-TEST_F(UserAttributeCacheTest, AValueIsSentOnceAndThenWhenItChanges) {
+TEST_F(UserAttributeCacheTest, ValueIsSentOnceAndAgainWhenItChanges) {
   EXPECT_TRUE(cache_.saveAttributeWithValue("a", 1));
   EXPECT_TRUE(log_->messages().empty());
-  EXPECT_FALSE(cache_.saveAttributeWithValue("a", 1.0)) << "numbers are equal by value";
-  EXPECT_TRUE(cache_.saveAttributeWithValue("a", "1")) << "but not to text";
+  EXPECT_FALSE(cache_.saveAttributeWithValue("a", 1.0)) << "equal numbers";
+  EXPECT_TRUE(cache_.saveAttributeWithValue("a", "1")) << "a number never equals text";
   EXPECT_TRUE(cache_.saveAttributeWithValue("a", 2));
   EXPECT_FALSE(cache_.saveAttributeWithValue("a", 2));
   EXPECT_EQ(log_->messages(), (std::vector<std::string>{"UserAttribute(a) wasn't updated as the value(1) is same.",
@@ -31,13 +31,13 @@ TEST_F(UserAttributeCacheTest, AValueIsSentOnceAndThenWhenItChanges) {
   EXPECT_EQ(cache_.userAttributesArray().size(), 3u);
 }
 
-TEST_F(UserAttributeCacheTest, AnAbsentValueAlwaysCountsAsChanged) {
+TEST_F(UserAttributeCacheTest, NilAlwaysCountsAsChanged) {
   EXPECT_TRUE(cache_.saveAttributeWithValue("a", nullptr));
   EXPECT_TRUE(cache_.saveAttributeWithValue("a", nullptr));
   EXPECT_EQ(log_->messages(), std::vector<std::string>{"Attribute value changed from ((null)) to ((null))"});
 }
 
-TEST_F(UserAttributeCacheTest, AnEqualValueIsSentAgainAfterTheCachingDuration) {
+TEST_F(UserAttributeCacheTest, EqualValueIsSentAgainAfterTheCachingDuration) {
   const struct {
     std::int64_t duration;
     double after;
@@ -58,21 +58,6 @@ TEST_F(UserAttributeCacheTest, AnEqualValueIsSentAgainAfterTheCachingDuration) {
                                      ") expired for User Attribute. \n Was last tracked on 2026-11-21 10:00:00 +0000"
                                : "UserAttribute(a) wasn't updated as the value(x) is same."});
   }
-}
-
-TEST_F(UserAttributeCacheTest, WhatIsNoAttributeInAnArchiveIsSkippedAndWhatIsMissingIsNil) {
-  platform::ArchivedObject nameOnly("ZRUserAttribute");
-  nameOnly.encodeObject("zrv_usr_attr_name", "a");
-  platform::ArchivedObject data("ZRUserAttributeData");
-  data.encodeObject("zrv_usr_attributes", Array{"text", std::make_shared<platform::ArchivedObject>("ZRSource"), null,
-                                                std::make_shared<platform::ArchivedObject>(nameOnly)});
-  const auto read = ZRUserAttributeData::initWithCoder(data);
-  ASSERT_EQ(read->userAttributesArray().size(), 1u);
-  EXPECT_FALSE(read->userAttributesArray()[0].lastTracked());
-  EXPECT_TRUE(read->saveAttributeWithValue("a", 1)) << "nothing remembered";
-  EXPECT_TRUE(ZRUserAttributeData::initWithCoder(platform::ArchivedObject("ZRUserAttributeData"))
-                  ->userAttributesArray()
-                  .empty());
 }
 
 }  // namespace

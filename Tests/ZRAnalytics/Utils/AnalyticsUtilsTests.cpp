@@ -1,15 +1,14 @@
 #include "Platform/Files/DefaultsStore.h"
 #include "Platform/Formats/PropertyList.h"
-#include "Support/ModuleTest.h"
+#include "ZRAnalytics/UserTest.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
-#include "ZorvaneCore/ZRConfigDataManager.h"
 
 namespace zorvane::testing {
 namespace {
 
 class AnalyticsUtilsTest : public ModuleTest {};
 
-TEST_F(AnalyticsUtilsTest, ABatchIdentifierIsTheMillisecondAndAUUID) {
+TEST_F(AnalyticsUtilsTest, BatchIdentifierIsTheMillisecondAndAUUID) {
   clock_->setNow(Date{1700000000.1239});
   start();
   const std::string first = ZRAnalyticsUtils::createBatchIdentifier();
@@ -19,7 +18,7 @@ TEST_F(AnalyticsUtilsTest, ABatchIdentifierIsTheMillisecondAndAUUID) {
   EXPECT_NE(ZRAnalyticsUtils::createBatchIdentifier(), first);
 }
 
-TEST_F(AnalyticsUtilsTest, SignaturesAreTheUpperCaseDigestOfThePartsInTheirOrder) {
+TEST_F(AnalyticsUtilsTest, SignatureIsTheUpperCaseDigestOfThePartsInOrder) {
   EXPECT_EQ(ZRAnalyticsUtils::sha1(""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
   EXPECT_EQ(ZRAnalyticsUtils::sha1("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
   EXPECT_EQ(ZRAnalyticsUtils::getSignatureWithComponents({""}), "DA39A3EE5E6B4B0D3255BFEF95601890AFD80709");
@@ -28,13 +27,13 @@ TEST_F(AnalyticsUtilsTest, SignaturesAreTheUpperCaseDigestOfThePartsInTheirOrder
             ZRAnalyticsUtils::getSignatureWithComponents({"1-2.51"}));
 }
 
-TEST_F(AnalyticsUtilsTest, ARequestIsSignedOnlyWhenItsThreePartsAreThere) {
+TEST_F(AnalyticsUtilsTest, RequestIsSignedOnlyWithAllThreeParts) {
   const Dictionary meta{{"bid", "a"}, {"request_time", "b"}};
   const Dictionary query{{"unique_id", "c"}};
-  const Dictionary sound{{"meta", meta}, {"query_params", query}, {"viewsInfo", Array{}}};
-  EXPECT_EQ(ZRAnalyticsUtils::getRequestIDForPayload(&sound), "A9993E364706816ABA3E25717850C26C9CD0D89D");
+  const Dictionary complete{{"meta", meta}, {"query_params", query}, {"viewsInfo", Array{}}};
+  EXPECT_EQ(ZRAnalyticsUtils::getRequestIDForPayload(&complete), "A9993E364706816ABA3E25717850C26C9CD0D89D");
   EXPECT_FALSE(ZRAnalyticsUtils::getRequestIDForPayload(nullptr));
-  const Dictionary unsound[] = {
+  const Dictionary incomplete[] = {
       {},
       {{"meta", meta}},
       {{"meta", meta}, {"query_params", Dictionary{}}},
@@ -44,43 +43,21 @@ TEST_F(AnalyticsUtilsTest, ARequestIsSignedOnlyWhenItsThreePartsAreThere) {
       {{"meta", Dictionary{{"request_time", "b"}}}, {"query_params", query}},
       {{"meta.bid", "a"}, {"meta.request_time", "b"}, {"query_params", query}},
   };
-  for (const Dictionary& payload : unsound) {
+  for (const Dictionary& payload : incomplete) {
     EXPECT_FALSE(ZRAnalyticsUtils::getRequestIDForPayload(&payload)) << Value(payload).description();
   }
 }
 
-TEST_F(AnalyticsUtilsTest, ReportsNameOnlyThePreferencesThatAreOff) {
-  start();
-  const Dictionary allOn{{"e_t_p", true}, {"push_p", true}, {"in_app_p", true}};
-  EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(false), allOn);
-  EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(true), Dictionary());
-  const std::pair<const char*, const char*> switches[] = {
-      {"data_tracking_enabled", "e_t_p"}, {"push_enabled", "push_p"}, {"in_app_enabled", "in_app_p"}};
-  for (const auto& [configured, reported] : switches) {
-    updateRemoteConfiguration({{configured, false}});
-    Dictionary all = allOn;
-    all.set(reported, false);
-    EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(false), all);
-    EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(true), (Dictionary{{reported, false}}));
-    updateRemoteConfiguration({{configured, true}});
-  }
-  ZRConfigDataManager::sharedInstance().setDataTrackingOptedOut(true);
-  EXPECT_EQ(ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(true), (Dictionary{{"e_t_p", false}}));
-}
-
-class AdvertisingAnswer final : public platform::AdvertisingService {
- public:
-  int trackingAuthorizationStatus() const override { return status; }
-  std::optional<std::string> advertisingIdentifier() const override { return identifier; }
-  int status = 3;
-  std::optional<std::string> identifier = "IDFA";
-};
-
-TEST_F(AnalyticsUtilsTest, TheAdvertisingIdentifierNeedsServiceAndPermission) {
-  const auto service = std::make_shared<AdvertisingAnswer>();
+TEST_F(AnalyticsUtilsTest, AdvertisingIdentifierNeedsServiceAndPermission) {
+  inEarlierLaunch([this] {
+    start();
+    EXPECT_FALSE(ZRAnalyticsUtils::advertiserID());
+    EXPECT_EQ(log_->messages(), std::vector<std::string>{"ADSupport Framework unavailable"});
+  });
+  const auto service = std::make_shared<FakeAdvertising>();
   host_.advertising = service;
   start();
-  EXPECT_EQ(ZRAnalyticsUtils::advertiserID(), "IDFA");
+  EXPECT_EQ(ZRAnalyticsUtils::advertiserID(), "IDFA-1");
   EXPECT_TRUE(log_->messages().empty());
   for (const int status : {0, 1, 2, 4}) {
     service->status = status;
@@ -94,13 +71,7 @@ TEST_F(AnalyticsUtilsTest, TheAdvertisingIdentifierNeedsServiceAndPermission) {
   EXPECT_EQ(log_->messages().back(), "ADSupport Framework unavailable");
 }
 
-TEST_F(AnalyticsUtilsTest, WithoutAServiceThereIsNoAdvertisingIdentifier) {
-  start();
-  EXPECT_FALSE(ZRAnalyticsUtils::advertiserID());
-  EXPECT_EQ(log_->messages(), std::vector<std::string>{"ADSupport Framework unavailable"});
-}
-
-TEST_F(AnalyticsUtilsTest, TheSavedAdvertisingIdentifierIsWrittenThroughAndNotLostToNone) {
+TEST_F(AnalyticsUtilsTest, SavedAdvertisingIdentifierIsWrittenAndNotReplacedByNone) {
   start();
   EXPECT_TRUE(ZRAnalyticsUtils::getSavedAdvertisingID().isNil());
   ZRAnalyticsUtils::saveAdvertisingID("A");

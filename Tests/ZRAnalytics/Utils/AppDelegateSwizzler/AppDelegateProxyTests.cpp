@@ -9,17 +9,14 @@ namespace {
 
 class AppDelegateProxyTest : public EventPipelineTest {
  protected:
-  using Call = std::function<void(UIApplicationDelegate&)>;
-
   static ZRAppDelegateAnalyticsProxy& proxy() { return ZRAppDelegateAnalyticsProxy::sharedProxy(); }
-  static void open(const std::string& url) {
+  static void open(const URL& url) {
     ZRAppDelegateSwizzler::forEachInterceptor(
-        [&](auto& interceptor) { EXPECT_FALSE(interceptor.applicationOpenURLOptions(URL{url}, {})); });
+        [&](auto& interceptor) { EXPECT_FALSE(interceptor.applicationOpenURLOptions(url, {})); });
   }
-  std::size_t incoming() const { return log_->count("Incoming URL : app://a?source=s"); }
 };
 
-TEST_F(AppDelegateProxyTest, InitialisationPutsItInPlaceOnTheMainThreadWhereItIsAllowed) {
+TEST_F(AppDelegateProxyTest, InitializationRegistersItOnTheMainThreadWhereAllowed) {
   const struct {
     Dictionary configuration;
     bool allowed;
@@ -34,7 +31,7 @@ TEST_F(AppDelegateProxyTest, InitialisationPutsItInPlaceOnTheMainThreadWhereItIs
         } else {
           scheduler_->globalQueue(platform::Priority::Default).async([&] {
             facade.initializeAnalytics();
-            EXPECT_FALSE(proxy().didSwizzleMethods()) << "that is the main thread's";
+            EXPECT_FALSE(proxy().didSwizzleMethods()) << "left to the main thread";
           });
           settle();
         }
@@ -49,59 +46,36 @@ TEST_F(AppDelegateProxyTest, InitialisationPutsItInPlaceOnTheMainThreadWhereItIs
 
 TEST_F(AppDelegateProxyTest, OpenedURLsAndWebActivitiesArriveOnceWhileRegistered) {
   startWithSession();
-  const std::string text = "app://a?source=s";
-  open(text);
+  const URL url{"app://a?source=s"};
+  const auto incoming = [this] { return log_->count("Incoming URL : app://a?source=s"); };
+  open(url);
   EXPECT_EQ(incoming(), 0u) << "not in place";
-  proxy().swizzleMethodsIfPossible();
-  proxy().swizzleMethodsIfPossible();
-  const std::optional<URL> url = URL{text};
+  for (int i = 0; i < 2; ++i) proxy().swizzleMethodsIfPossible();
+  open(url);
+  EXPECT_EQ(incoming(), 1u);
+  EXPECT_EQ(ZRSessionManager::sharedSessionManager().getCurrentSessionSourceInfoArray(),
+            (Array{Dictionary{{"source", "s"}, {"source_url", url.absoluteString}}}));
   bool restored = false;
   const auto restore = [&](const Array&) { restored = true; };
-  const struct {
-    Call call;
-    std::size_t count;
-  } cases[] = {
-      {[&](auto& delegate) {
-         delegate.applicationOpenURLOptions(url, {{"key", 1}});
-       },
-       1},
-      {[&](auto& delegate) { delegate.applicationOpenURLSourceApplicationAnnotation(url, "mail", 1); }, 1},
-      {[&](auto& delegate) {
-         delegate.applicationContinueUserActivityRestorationHandler({"NSUserActivityTypeBrowsingWeb", url}, restore);
-       },
-       1},
-      {[&](auto& delegate) {
-         delegate.applicationContinueUserActivityRestorationHandler({"handoff", url}, restore);
-       },
-       0},
-      {[&](auto& delegate) { delegate.applicationOpenURLOptions(std::nullopt, {}); }, 0},
-      {[&](auto& delegate) { delegate.applicationOpenURLSourceApplicationAnnotation(std::nullopt, "", {}); }, 0},
-      {[&](auto& delegate) {
-         delegate.applicationContinueUserActivityRestorationHandler({"NSUserActivityTypeBrowsingWeb", {}}, restore);
-       },
-       0},
-  };
-  for (const auto& [call, count] : cases) {
-    log_->clear();
-    ZRAppDelegateSwizzler::forEachInterceptor(call);
-    EXPECT_EQ(incoming(), count) << &call - &cases[0].call;
-    EXPECT_EQ(log_->messages().empty(), count == 0);
-  }
-  EXPECT_FALSE(restored);
-  EXPECT_EQ(ZRSessionManager::sharedSessionManager().getCurrentSessionSourceInfoArray(),
-            (Array{Dictionary{{"source", "s"}, {"source_url", text}}}));
-
+  const std::string web = "NSUserActivityTypeBrowsingWeb";
+  EXPECT_FALSE(proxy().applicationOpenURLSourceApplicationAnnotation(url, "mail", 1));
+  EXPECT_FALSE(proxy().applicationContinueUserActivityRestorationHandler({web, url}, restore));
+  EXPECT_EQ(incoming(), 3u);
   log_->clear();
-  ZRAnalytics::sharedInstance().processURL(url);
-  EXPECT_EQ(log_->messages(), Names{"AppDelegate proxy is enabled."});
+  EXPECT_FALSE(proxy().applicationContinueUserActivityRestorationHandler({"handoff", url}, restore));
+  EXPECT_FALSE(proxy().applicationContinueUserActivityRestorationHandler({web, {}}, restore));
+  EXPECT_FALSE(proxy().applicationOpenURLSourceApplicationAnnotation(std::nullopt, "", {}));
+  EXPECT_FALSE(proxy().applicationOpenURLOptions(std::nullopt, {}));
+  EXPECT_TRUE(log_->messages().empty());
+  EXPECT_FALSE(restored);
+
   proxy().unswizzleAllMethods();
   proxy().swizzleMethodsIfPossible();
-  log_->clear();
-  open(text);
+  open(url);
   EXPECT_TRUE(log_->messages().empty()) << "a proxy registers once in its life";
 }
 
-TEST_F(AppDelegateProxyTest, ReplacedOperationsAreRestoredAsFarAsTheTableNamesThem) {
+TEST_F(AppDelegateProxyTest, OnlyOperationsInTheTableAreRestored) {
   ZRHandlerRegistry& registry = ZRHandlerRegistry::sharedRegistry();
   const auto handler = [] { return std::make_shared<const ZRHandler>([](const Array&) { return Value(1); }); };
   const ZRImplementation forwarding = ZRAppDelegateAnalyticsProxy::nonExistantMethodImplementationForClass("Host");
@@ -124,7 +98,7 @@ TEST_F(AppDelegateProxyTest, ReplacedOperationsAreRestoredAsFarAsTheTableNamesTh
   auto proxy = ZRAppDelegateAnalyticsProxy::init();
   for (const char* operation : {"open", "open", "idle", "added"}) swizzle(*proxy, operation);
   for (const char* operation : {"open", "idle", "added"}) EXPECT_EQ(at(operation), ours) << operation;
-  EXPECT_EQ(proxy->originalImplementationForSelector("open"), first) << "its own handler is no original";
+  EXPECT_EQ(proxy->originalImplementationForSelector("open"), first) << "our own handler is not an original";
   EXPECT_EQ(proxy->originalImplementationForSelector("idle"), nullptr);
   EXPECT_TRUE(log_->messages().empty());
   swizzle(*proxy, "undeclared");
@@ -135,7 +109,7 @@ TEST_F(AppDelegateProxyTest, ReplacedOperationsAreRestoredAsFarAsTheTableNamesTh
   EXPECT_EQ(proxy->swizzledSelectorsByClass(),
             (ZRAppDelegateAnalyticsProxy::SelectorsByClass{{"Host", {"close"}}, {"Nobody", {"open"}}}));
 
-  // By hand: an original goes back and is forgotten; without one the operation forwards.
+  // unswizzleSelectorInClass puts the original back and forgets it. Without an original the operation forwards.
   proxy->unswizzleSelectorInClass("open", "Host");
   EXPECT_EQ(at("open"), first);
   EXPECT_EQ(proxy->originalImplementationForSelector("open"), nullptr);
@@ -143,7 +117,7 @@ TEST_F(AppDelegateProxyTest, ReplacedOperationsAreRestoredAsFarAsTheTableNamesTh
   EXPECT_EQ(at("idle"), forwarding);
   proxy->unswizzleSelectorInClass("nothing", "Host");
 
-  // All: only what was recorded last for a class. The end of a proxy does the same.
+  // unswizzleAllMethods and the destructor restore only the operation recorded last for a class.
   proxy->unswizzleAllMethods();
   EXPECT_EQ(at("close"), second);
   EXPECT_EQ(at("added"), ours);
@@ -152,14 +126,14 @@ TEST_F(AppDelegateProxyTest, ReplacedOperationsAreRestoredAsFarAsTheTableNamesTh
   proxy.reset();
   EXPECT_EQ(at("close"), second);
 
-  // A class that is named like an operation is where the table grows.
+  // The table grows only for a class with the name of an operation.
   proxy = ZRAppDelegateAnalyticsProxy::init();
   proxy->trackSwizzledSelectorOfClass("one", "two");
   proxy->trackSwizzledSelectorOfClass("two", "three");
   EXPECT_EQ(proxy->swizzledSelectorsByClass().at("three"), (Names{"one", "two"}));
 }
 
-TEST_F(AppDelegateProxyTest, APropertyIsReadWhenItIsThereAndOfTheExpectedClass) {
+TEST_F(AppDelegateProxyTest, PropertyIsReadWhenItExistsAndHasTheExpectedClass) {
   class Window final : public ZRNamedProperties {
    public:
     std::string description() const override { return "window"; }

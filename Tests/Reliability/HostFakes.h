@@ -1,5 +1,5 @@
-// Everything that the module calls outside itself, as a host, a service and the other modules would give it. Each piece
-// fails the test when it is called under a lock; some of them call back, throw, or answer on the caller's thread.
+// Fakes of all that the module calls: the host's services, the network, trigger delegates. Each fails the test when it
+// is called under a lock. Some call back, throw, or complete on the caller's thread. All are thread-safe.
 #pragma once
 
 #include <atomic>
@@ -19,8 +19,12 @@
 
 namespace zorvane::testing {
 
-// Real time, whose wall clock can be put forward and back.
-class OutsideClock final : public platform::Clock {
+// The host's services: the system's clock with a wall clock that can be moved, and a device that changes.
+class HostFakes final : public platform::Clock,
+                        public platform::Application,
+                        public platform::AdvertisingService,
+                        public platform::LocaleService,
+                        public platform::TimeZone {
  public:
   Date now() const override {
     expectNoLockHeld("the clock");
@@ -36,16 +40,8 @@ class OutsideClock final : public platform::Clock {
   }
   void setShift(double seconds) { shift_ = seconds; }
 
- private:
-  platform::SystemClock system_;
-  std::atomic<double> shift_{0};
-};
-
-class OutsideApplication final : public platform::Application {
- public:
   platform::ApplicationState state() const override {
-    expectNoLockHeld("the application");
-    return static_cast<platform::ApplicationState>(asked_++ % 3);
+    return static_cast<platform::ApplicationState>(asked("the application", 3));
   }
   platform::BackgroundTaskId beginBackgroundTask(std::string_view, std::function<void()> expirationHandler) override {
     expectNoLockHeld("the application");
@@ -60,7 +56,7 @@ class OutsideApplication final : public platform::Application {
     std::swap(ended, expirations_[id]);
     expirations_.erase(id);
   }
-  // As the system does when time is up; on the main thread.
+  // Lets the oldest task expire, as a system does on the main thread.
   void expireOldest() {
     std::function<void()> expiration;
     {
@@ -70,40 +66,30 @@ class OutsideApplication final : public platform::Application {
     if (expiration) expiration();
   }
 
+  int trackingAuthorizationStatus() const override { return 3 + asked("the advertising service", 1); }
+  std::optional<std::string> advertisingIdentifier() const override { return next("the advertising service", "IDFA-"); }
+  std::optional<std::string> localeIdentifier() const override { return next("the locale", "de_"); }
+  std::optional<std::string> countryCode() const override { return next("the locale", "C"); }
+  std::optional<std::string> languageCode() const override { return next("the locale", "l"); }
+  std::int64_t secondsFromGMT(Date) const override { return 3600 * asked("the time zone", 2); }
+
  private:
+  int asked(const char* what, unsigned results) const {
+    expectNoLockHeld(what);
+    return static_cast<int>(asked_++ % results);
+  }
+  std::string next(const char* what, const char* prefix) const { return prefix + std::to_string(asked(what, 5)); }
+
+  platform::SystemClock system_;
+  std::atomic<double> shift_{0};
   mutable std::atomic<unsigned> asked_{0};
   std::mutex mutex_;
   platform::BackgroundTaskId lastTask_ = platform::kNoBackgroundTask;
   std::map<platform::BackgroundTaskId, std::function<void()>> expirations_;
 };
 
-class OutsideDevice final : public platform::AdvertisingService,
-                            public platform::LocaleService,
-                            public platform::TimeZone {
- public:
-  int trackingAuthorizationStatus() const override {
-    expectNoLockHeld("the advertising service");
-    return 3;
-  }
-  std::optional<std::string> advertisingIdentifier() const override { return next("the advertising service", "IDFA-"); }
-  std::optional<std::string> localeIdentifier() const override { return next("the locale", "de_"); }
-  std::optional<std::string> countryCode() const override { return next("the locale", "C"); }
-  std::optional<std::string> languageCode() const override { return next("the locale", "l"); }
-  std::int64_t secondsFromGMT(Date) const override {
-    expectNoLockHeld("the time zone");
-    return 3600;
-  }
-
- private:
-  std::string next(const char* where, const char* prefix) const {
-    expectNoLockHeld(where);
-    return prefix + std::to_string(asked_++ % 5);
-  }
-  mutable std::atomic<unsigned> asked_{0};
-};
-
-// A host's object among the values.
-class OutsideObject final : public platform::Object {
+// A host's object among the values of an event.
+class HostObject final : public platform::Object {
  public:
   std::string description() const override {
     expectNoLockHeld("an object's description");
@@ -113,31 +99,30 @@ class OutsideObject final : public platform::Object {
     expectNoLockHeld("an object's plain value");
     return "plain";
   }
-  ~OutsideObject() override { expectNoLockHeld("an object's destructor"); }
+  ~HostObject() override { expectNoLockHeld("an object's destructor"); }
 };
 
-class OutsideSink final : public ZRLogSink {
+class HostLogSink final : public ZRLogSink {
  public:
   void logMessage(std::int64_t, const std::string&) override { expectNoLockHeld("the log"); }
   void logError(const std::string& file, std::int64_t line, const std::string& operation, const std::string& message,
                 const std::vector<std::string>&) override {
     expectNoLockHeld("the log");
-    // What the delegates throw on purpose.
+    // Only the delegates throw.
     EXPECT_EQ(message, "exception is on purpose") << file << ' ' << line << ' ' << operation;
   }
 };
 
-// Accepts, refuses and fails by chance, at once on the caller's thread or later on another.
-class OutsideService final : public NetworkTransport {
+// Accepts, refuses and fails at random, on the caller's thread or on a queue.
+class HostService final : public NetworkTransport {
  public:
-  explicit OutsideService(unsigned seed) : random_(seed) {}
+  explicit HostService(unsigned seed) : random_(seed) {}
 
   void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override {
     expectNoLockHeld("the transport");
     const auto body = platform::parseJSON(request.makeBody());
     EXPECT_TRUE(body);
-    TransportResponse response;
-    response.status = 200;
+    TransportResponse response{200, "", ""};
     unsigned way = 0;
     {
       std::lock_guard lock(mutex_);
@@ -145,9 +130,9 @@ class OutsideService final : public NetworkTransport {
       if (refuses_ && random_() % 3 == 0) response.status = random_() % 2 == 0 ? 503 : 0;
       if (response.status == 200 && body) note(*body.value().asDictionary());
     }
-    platform::Scheduler& scheduler = *platform::hostServices().scheduler;
     if (way == 0) return completion(response);
-    scheduler.globalQueue(way == 1 ? platform::Priority::Default : platform::Priority::Background)
+    platform::hostServices()
+        .scheduler->globalQueue(way == 1 ? platform::Priority::Default : platform::Priority::Background)
         .async([completion = std::move(completion), response] { completion(response); });
   }
   void setRefuses(bool refuses) {
@@ -160,7 +145,7 @@ class OutsideService final : public NetworkTransport {
   }
 
  private:
-  // An event ("n" is its number) belongs to one batch for good.
+  // An event, known by its attribute "n", is in the same batch whenever it is sent.
   void note(const Dictionary& body) {
     const Value events = body.objectForKey("viewsInfo");
     if (!events.isArray()) return;
@@ -180,11 +165,11 @@ class OutsideService final : public NetworkTransport {
   std::map<std::int64_t, std::string> batchOfEvent_;
 };
 
-// Another module: changes what it is shown, calls by chance what it was given, or throws.
-class OutsideDelegate final : public ZREventTriggerDelegate {
+// Changes each event it is shown. Of eight calls one calls back and one throws.
+class HostDelegate final : public ZREventTriggerDelegate {
  public:
-  explicit OutsideDelegate(std::function<void()> callBack) : callBack_(std::move(callBack)) {}
-  ~OutsideDelegate() override { expectNoLockHeld("a delegate's destructor"); }
+  explicit HostDelegate(std::function<void()> callBack) : callBack_(std::move(callBack)) {}
+  ~HostDelegate() override { expectNoLockHeld("a delegate's destructor"); }
   void eventTrackedWithNameAndEventAttr(const Value&, Dictionary& event) override {
     expectNoLockHeld("a delegate");
     event.set("seen", true);
