@@ -4,7 +4,7 @@
 #include "Folder.h"
 #include "Platform/HostServices.h"
 #include "Platform/Text/URLComponents.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/Utf8.h"
 #include "Stepping/ManualScheduler.h"
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
 #include "ZRAnalytics/SessionAndSource/ZRSource.h"

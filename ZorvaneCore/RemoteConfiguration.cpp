@@ -5,7 +5,6 @@
 
 #include "Platform/Files/FileSystem.h"
 #include "Platform/HostServices.h"
-#include "Platform/Values/Text.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRLogger.h"
 

@@ -1,7 +1,7 @@
 #include "ZorvaneCore/ZRCoreUtils.h"
 
 #include "Platform/HostServices.h"
-#include "Platform/Text/RandomBytes.h"
+#include "Platform/Text/Hex.h"
 #include "Platform/Text/UUID.h"
 #include "ZorvaneCore/RemoteConfiguration.h"
 #include "ZorvaneCore/ZRCoreConstants.h"

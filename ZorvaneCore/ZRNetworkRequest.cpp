@@ -5,6 +5,7 @@
 
 #include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"
+#include "Platform/Text/Hex.h"
 #include "ZorvaneCore/RemoteConfiguration.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRDictionaryUtils.h"
@@ -23,7 +24,6 @@ void callGuarded(const Function& function, const Arguments&... arguments) noexce
 }
 
 void appendPercentEncoded(std::string_view text, std::string& out) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
   for (const char character : text) {
     const auto byte = static_cast<unsigned char>(character);
     const bool unreserved = (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') ||
@@ -32,8 +32,7 @@ void appendPercentEncoded(std::string_view text, std::string& out) {
       out += character;
     } else {
       out += '%';
-      out += kDigits[byte >> 4];
-      out += kDigits[byte & 15];
+      platform::appendHex(out, {&byte, 1}, platform::kUpperHexDigits);
     }
   }
 }

@@ -3,7 +3,7 @@
 
 #include "Platform/Formats/BinaryObjects.h"
 #include "Platform/Formats/JSONText.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/NumberText.h"
 
 namespace zorvane::platform {
 namespace {

@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Text/RandomBytes.h"
+#include "Platform/Text/Hex.h"
+#include "Platform/Text/NumberText.h"
 #include "Platform/Time/CivilTime.h"
-#include "Platform/Values/Text.h"
 #include "Platform/Values/Value.h"
 
 namespace zorvane::platform {

@@ -6,7 +6,7 @@
 
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/JSON.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/Utf8.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 
 namespace zorvane {

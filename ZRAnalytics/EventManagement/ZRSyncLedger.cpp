@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "Platform/Values/Text.h"
+#include "Platform/Text/NumberText.h"
 
 namespace zorvane {
 

@@ -3,9 +3,10 @@
 #include <atomic>
 
 #include "Platform/HostServices.h"
+#include "Platform/Text/Hex.h"
+#include "Platform/Text/NumberText.h"
 #include "Platform/Text/SHA1.h"
 #include "Platform/Text/UUID.h"
-#include "Platform/Values/Text.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/Utils/ZRDefaults.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
@@ -20,13 +21,9 @@ constexpr int kTrackingAuthorized = 3;
 
 std::atomic<bool> proxyConfigured{false};
 
-std::string hexDigits(std::string_view digits, std::string_view text) {
+std::string hexDigest(std::string_view text, std::string_view digits) {
   std::string result;
-  result.reserve(40);
-  for (const std::uint8_t byte : platform::sha1Digest(text)) {
-    result += digits[byte >> 4];
-    result += digits[byte & 15];
-  }
+  platform::appendHex(result, platform::sha1Digest(text), digits);
   return result;
 }
 
@@ -52,11 +49,11 @@ std::optional<std::string> ZRAnalyticsUtils::getRequestIDForPayload(const Dictio
 std::string ZRAnalyticsUtils::getSignatureWithComponents(const Array& components) {
   std::string text;
   for (const Value& component : components) text += component.description();
-  return hexDigits("0123456789ABCDEF", text);
+  return hexDigest(text, platform::kUpperHexDigits);
 }
 
 std::string ZRAnalyticsUtils::sha1(std::string_view text) {
-  return hexDigits("0123456789abcdef", text);
+  return hexDigest(text, platform::kLowerHexDigits);
 }
 
 Dictionary ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(bool onlyDisabled) {

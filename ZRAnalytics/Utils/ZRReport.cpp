@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Values/Text.h"
+#include "Platform/Values/FormatText.h"
 #include "ZorvaneCore/ZRLogger.h"
 
 #if __has_include(<execinfo.h>)

@@ -6,10 +6,11 @@
 #include <vector>
 
 #include "Platform/Text/CaseMapping.h"
-#include "Platform/Text/RandomBytes.h"
+#include "Platform/Text/Hex.h"
 #include "Platform/Text/SHA1.h"
 #include "Platform/Text/URLComponents.h"
 #include "Platform/Text/UUID.h"
+#include "Platform/Text/Utf8.h"
 
 namespace zorvane::platform {
 namespace {
@@ -18,6 +19,40 @@ std::string hexDigest(std::string_view bytes) {
   std::string text;
   appendHex(text, sha1Digest(bytes));
   return text;
+}
+
+TEST(Utf8, EachInvalidSequenceBecomesOneReplacement) {
+  // "?" stands for U+FFFD.
+  const struct {
+    const char* text;
+    const char* repaired;
+  } kCases[] = {
+      {"plain text of more than eight bytes", "plain text of more than eight bytes"},
+      {"ä€😀 \xED\x9F\xBF \xEE\x80\x80 \xF4\x8F\xBF\xBF", "ä€😀 \xED\x9F\xBF \xEE\x80\x80 \xF4\x8F\xBF\xBF"},
+      {"12345678\xFFz", "12345678?z"},
+      {"\x80\xBF", "??"},
+      {"\xC3", "?"},
+      {"\xC3z", "?z"},
+      {"\xE2\x82", "?"},
+      {"\xE2\x82z", "?z"},
+      {"\xF0\x9F\x98", "?"},
+      {"\xF0\x9F\x98\xC3\xA4", "?ä"},
+      {"\xC0\xAF", "??"},            // overlong
+      {"\xE0\x80\xAF", "???"},       //
+      {"\xF0\x80\x80\xAF", "????"},  //
+      {"\xED\xA0\x80", "???"},       // a surrogate
+      {"\xF4\x90\x80\x80", "????"},  // above U+10FFFF
+      {"\xF8\x88\x80\x80\x80", "?????"},
+      {"\xFE\xFF", "??"},
+  };
+  for (const auto& [text, pattern] : kCases) {
+    std::string expected;
+    for (const char* c = pattern; *c; ++c) expected += *c == '?' ? std::string("\xEF\xBF\xBD") : std::string(1, *c);
+    EXPECT_EQ(validUtf8(text), expected);
+    EXPECT_TRUE(isValidUtf8(expected));
+    EXPECT_EQ(isValidUtf8(text), expected == text);
+  }
+  EXPECT_TRUE(isValidUtf8(std::string_view("a\0b", 3)));
 }
 
 TEST(SHA1, PublishedDigestsAndEveryPaddingLength) {

@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include "Platform/Values/FormatText.h"
+
 namespace zorvane::platform {
 namespace {
 
@@ -176,6 +178,13 @@ TEST(Value, DescribesItselfForMessages) {
        "(\n    1,\n    {\n        b = x;\n        a = (\n            <null>\n        );\n    }\n)"},
   };
   for (const auto& [value, text] : kCases) EXPECT_EQ(value.description(), text);
+}
+
+TEST(FormatText, ReplacesPlaceholdersInOrderAndOnlyThose) {
+  EXPECT_EQ(formatText("%@ has %ld of %f%%, %@", {"%ld%@", 7.9, 0.5, Value()}), "%ld%@ has 7 of 0.500000%, (null)");
+  EXPECT_EQ(formatText("%@ %d %", {"a", "b"}), "a %d %");
+  EXPECT_EQ(formatText("%@%@", {1}), "1%@");
+  EXPECT_EQ(formatText("", {1}), "");
 }
 
 TEST(Value, CopiesAreIndependent) {

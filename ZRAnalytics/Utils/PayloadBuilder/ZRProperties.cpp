@@ -1,7 +1,7 @@
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
 
 #include "Platform/Formats/PropertyList.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Values/FormatText.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/Utils/ZRISODate.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
