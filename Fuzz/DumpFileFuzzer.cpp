@@ -1,16 +1,16 @@
-// The older release's event file on its whole way: read, sent and refused, kept in the batch file, sent again.
+// The event file of earlier releases: its lines are read, and stored in the batch file.
 #include <cstdio>
 
 #include "Check.h"
 #include "Folder.h"
-#include "Platform/Dispatch/ManualScheduler.h"
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/JSON.h"
+#include "Platform/Formats/PropertyList.h"
 #include "Platform/HostServices.h"
 #include "Platform/Text/Utf8.h"
+#include "Stepping/ManualScheduler.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZorvaneCore/CoreSetup.h"
-#include "ZorvaneCore/ZRLogger.h"
 
 using namespace zorvane;
 
@@ -18,72 +18,23 @@ namespace {
 
 constexpr std::string_view kLastLine = "{\"EVENT_ACTION\":\"last\"}";
 
-// Answers with the status; keeps the body.
-class Service final : public NetworkTransport {
- public:
-  void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override {
-    ++requests;
-    auto parsed = platform::parseJSON(request.makeBody());
-    fuzz::check(parsed && parsed.value().isDictionary(), "a body is a JSON object");
-    body = std::move(parsed.value().mutableDictionary());
-    platform::hostServices()
-        .scheduler->globalQueue(platform::Priority::Default)
-        .async([completion = std::move(completion), answer = status] {
-          completion({answer, "{}", ""});
-        });
-  }
-
-  int status = 200;
-  int requests = 0;
-  Dictionary body;
-};
-
-class SilentLog final : public ZRLogSink {
- public:
-  void logMessage(std::int64_t, const std::string&) override {}
-  void logError(const std::string&, std::int64_t, const std::string&, const std::string&,
-                const std::vector<std::string>&) override {}
-};
-
-// The module for the process's life, in a folder that goes with it.
-struct World {
-  const std::string& directory = fuzz::temporaryFolder();
-  std::shared_ptr<platform::ManualScheduler> scheduler;
-  std::shared_ptr<Service> service = std::make_shared<Service>();
-
-  World() {
-    const auto clock = std::make_shared<platform::ManualClock>(Date{1795255200});
-    scheduler = std::make_shared<platform::ManualScheduler>(clock);
-    platform::HostServices host;
-    host.clock = clock;
-    host.scheduler = scheduler;
-    host.directories = {directory, directory, directory};
-    fuzz::check(platform::configureHost(std::move(host)), "the services can be given");
-    ZRLogger::sharedInstance().setSink(std::make_shared<SilentLog>());
-    CoreSetup core;
-    core.endpoint = "http://service.test";
-    core.appId = "APP";
-    core.remoteConfiguration = {{"periodic_flush_enabled", false}, {"unique_id", "u"}};
-    core.transport = service;
-    configureCore(std::move(core));
-  }
-};
-
-World& world() {
-  static World* const one = new World;
-  return *one;
-}
-
-void writeDump(std::string_view content) {
-  const std::string path = ZREventsHandler::sharedInstance().oldDatFilePath();
-  std::FILE* file = std::fopen(path.c_str(), "wb");
-  fuzz::check(file != nullptr, "the dump file can be made");
-  std::fwrite(content.data(), 1, content.size(), file);
-  std::fclose(file);
+void startModule() {
+  const std::string& folder = fuzz::temporaryFolder();
+  platform::HostServices host;
+  const auto clock = std::make_shared<platform::ManualClock>(Date{1795255200});
+  host.clock = clock;
+  host.scheduler = std::make_shared<platform::ManualScheduler>(clock);
+  host.directories = {folder, folder, folder};
+  fuzz::check(platform::configureHost(std::move(host)), "the host is configured");
+  configureCore(CoreSetup());
 }
 
 Array eventsOf(std::string_view content) {
-  writeDump(content);
+  const std::string path = ZREventsHandler::sharedInstance().oldDatFilePath();
+  std::FILE* file = std::fopen(path.c_str(), "wb");
+  fuzz::check(file != nullptr, "the dump file is made");
+  std::fwrite(content.data(), 1, content.size(), file);
+  std::fclose(file);
   return ZREventsHandler::sharedInstance().getEventsFromDumpFile();
 }
 
@@ -94,7 +45,7 @@ Array joined(Array left, const Array& right) {
 
 void checkReading(std::string_view content, const Array& events) {
   if (!platform::isValidUtf8(content)) {
-    fuzz::check(events.empty(), "what is no UTF-8 is not read");
+    fuzz::check(events.empty(), "a file that is not UTF-8 is not read");
     return;
   }
   for (const Value& event : events) fuzz::check(event.isDictionary() || event.isArray(), "a line is a container");
@@ -102,49 +53,34 @@ void checkReading(std::string_view content, const Array& events) {
     std::string longer(content);
     longer.append(newline).append(kLastLine);
     fuzz::check(eventsOf(longer) == joined(events, {platform::parseJSON(kLastLine).value()}),
-                "a line more is an event more");
+                "another line is another event");
   }
   const std::string_view half = content.substr(0, content.find('\n'));
   const std::string_view rest = content.substr(std::min(half.size() + 1, content.size()));
   fuzz::check(joined(eventsOf(half), eventsOf(rest)) == events, "lines do not depend on each other");
 }
 
-// Refused, the events go into the batch file; accepted, they are gone.
-void checkSending(std::string_view content, std::size_t count) {
+void checkStoring(const Array& events) {
   ZREventsHandler& handler = ZREventsHandler::sharedInstance();
-  Service& service = *world().service;
-  writeDump(content);
-  service.requests = 0;
-  service.status = 500;
-  handler.syncToServerFromDumpFile();
-  world().scheduler->runAll();
-  fuzz::check(service.requests == (count == 0 ? 0 : 1), "what holds events is sent once");
-  fuzz::check(handler.checkIfFileExists() == (count == 0), "and the file is gone");
-  if (count == 0) return;
-  fuzz::check(service.body.objectForKey("viewsCount") == Value(count), "with all its events");
-
-  const auto kept = handler.getBatches();
-  fuzz::check(kept && kept->size() == 1, "what was refused is kept");
-  service.status = 200;
-  int completions = 0;
-  handler.flushEventsInBackgroundAndResetWithCompletionBlock(false, false, [&](bool success, bool attempted) {
-    fuzz::check(success && attempted, "what is kept is accepted");
-    ++completions;
-  });
-  world().scheduler->runAll();
-  fuzz::check(completions == 1 && service.requests == 2, "what is kept is sent once");
-  fuzz::check(service.body.objectForKey("viewsInfo").asArray()->size() == count, "with all its events again");
-  const auto left = handler.getBatches();
-  fuzz::check(left && left->empty(), "what was accepted is gone");
+  handler.writeEventsToFileWithBatchID(events, "1-A");
+  const auto bytes = platform::readFile(handler.eventsPlistFilePath(), std::size_t{64} << 20);
+  fuzz::check(static_cast<bool>(bytes), "the events are stored");
+  const auto stored = platform::parsePropertyList(bytes.value());
+  fuzz::check(stored && stored.value().isDictionary(), "the batch file can be read");
+  const Value batch = stored.value().asDictionary()->objectForKey("1-A");
+  fuzz::check(batch.isArray() && batch.asArray()->size() == events.size(), "it holds all events");
+  fuzz::check(static_cast<bool>(platform::parseJSON(platform::jsonText(batch))), "they can be sent");
+  handler.removeEventsPlistFile();
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
-  (void)world();  // before the module is used
+  static const bool started = (startModule(), true);
+  (void)started;
   const std::string_view content = fuzz::textOf(data, size);
   const Array events = eventsOf(content);
   checkReading(content, events);
-  checkSending(content, events.size());
+  if (!events.empty()) checkStoring(events);
   return 0;
 }

@@ -1,42 +1,103 @@
-// Runs a fuzz target over every file of the folders that are given.
+// usage: TARGETReplay [COUNT] FOLDER ...
+// Runs a fuzz target over every file of the folders, then over COUNT inputs made of those: the same ones each time.
 #include <dirent.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <random>
 #include <string>
+#include <string_view>
+#include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace {
 
-bool replay(const std::string& path) {
+void run(const std::string& name, const std::string& bytes) {
+  std::printf("%s\n", name.c_str());
+  std::fflush(stdout);  // the last name before a crash is the input's
+  LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+}
+
+bool readFile(const std::string& path, std::string& bytes) {
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (!file) return false;
-  std::string bytes;
   char buffer[4096];
   for (std::size_t size; (size = std::fread(buffer, 1, sizeof buffer, file)) > 0;) bytes.append(buffer, size);
   std::fclose(file);
-  std::printf("%s\n", path.c_str());
-  std::fflush(stdout);  // the last name before a crash is the input's
-  LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
   return true;
+}
+
+// Quoted texts, words and numbers, and every other byte by itself.
+std::vector<std::string_view> tokensOf(std::string_view text) {
+  const auto isWord = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '.' || c == '-'; };
+  std::vector<std::string_view> tokens;
+  while (!text.empty()) {
+    std::size_t length = 1;
+    if (text[0] == '"') {
+      length = std::min(text.find('"', 1), text.size() - 1) + 1;
+    } else if (isWord(text[0])) {
+      length = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isWord) - text.begin());
+    }
+    tokens.push_back(text.substr(0, length));
+    text.remove_prefix(length);
+  }
+  return tokens;
+}
+
+// Inputs of which some tokens are others' tokens, mostly of the same kind, or are missing.
+void runGenerated(const std::vector<std::string>& inputs, int count) {
+  std::mt19937 random(1);
+  const auto below = [&random](std::size_t limit) { return random() % limit; };
+  std::vector<std::vector<std::string_view>> all;
+  std::vector<std::string_view> pool;
+  for (const std::string& input : inputs) {
+    all.push_back(tokensOf(input));
+    pool.insert(pool.end(), all.back().begin(), all.back().end());
+  }
+  if (pool.empty()) return;
+  const auto kindOf = [](std::string_view token) { return token[0] == '"' ? 0 : token.size() > 1 ? 1 : 2; };
+  for (int i = 0; i < count; ++i) {
+    std::vector<std::string_view> tokens = all[below(all.size())];
+    for (std::size_t changes = 1 + below(8); changes > 0 && !tokens.empty(); --changes) {
+      std::string_view& token = tokens[below(tokens.size())];
+      const std::string_view other = pool[below(pool.size())];
+      if (below(32) == 0) {
+        token = {};
+      } else if (token.empty() || kindOf(token) == kindOf(other) || below(16) == 0) {
+        token = other;
+      }
+    }
+    std::string bytes;
+    for (const std::string_view token : tokens) bytes += token;
+    run("generated " + std::to_string(i), bytes);
+  }
 }
 
 }  // namespace
 
 int main(int count, char** arguments) {
-  int inputs = 0;
+  int generated = 0;
+  std::vector<std::string> inputs;
   for (int i = 1; i < count; ++i) {
     const std::string folder = arguments[i];
+    if (std::isdigit(static_cast<unsigned char>(folder[0]))) generated = std::atoi(folder.c_str());
     DIR* directory = opendir(folder.c_str());
     if (!directory) continue;
     while (const dirent* entry = readdir(directory)) {
       if (entry->d_name[0] == '.') continue;
-      if (!replay(folder + "/" + entry->d_name)) return 1;
-      ++inputs;
+      const std::string path = folder + "/" + entry->d_name;
+      if (!readFile(path, inputs.emplace_back())) return 1;
+      run(path, inputs.back());
     }
     closedir(directory);
   }
+  // The order of a folder is not the same everywhere.
+  std::sort(inputs.begin(), inputs.end());
+  runGenerated(inputs, generated);
   // A folder that is missing or empty must not pass for one that was replayed.
-  return inputs > 0 ? 0 : 1;
+  return inputs.empty() ? 1 : 0;
 }

@@ -1,4 +1,4 @@
-// A life of the module over a disk that fails, and over one that loses power, at every call.
+// Runs the module while one system call after another fails, and while the power fails at one call after another.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -12,9 +12,9 @@
 #include <set>
 #include <sstream>
 
-#include "Analytics/EventPipelineTest.h"
 #include "Platform/Formats/PropertyList.h"
 #include "Reliability/FileCalls.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/ZRDictionaryUtils.h"
 
@@ -23,7 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Whether the long form was asked for: more errors, and all of them at every call.
+// The long form has more errors (scripts/torture disk).
 bool isLong() {
   return std::getenv("ZR_TORTURE_LONG") != nullptr;
 }
@@ -33,8 +33,7 @@ class DiskTest : public EventPipelineTest {
   DiskTest() : root_(directory_) {}
   ~DiskTest() override { directory_ = root_; }
 
-  // A container of its own for what follows, as an earlier release left it: a dump file, and a leftover of a killed
-  // process.
+  // Makes a new container, with the dump file of an earlier release and the temporary file of a killed process.
   void useNewContainer() {
     directory_ = root_ / ("container" + std::to_string(++containers_));
     for (const char* name : {"Documents", "Library", "Defaults"}) fs::create_directories(directory_ / name);
@@ -43,7 +42,7 @@ class DiskTest : public EventPipelineTest {
     noted_ = (root_ / ("noted" + std::to_string(containers_))).string();
   }
 
-  // What stays known when the process ends: "saved NAME" and "accepted BID NAME" lines.
+  // Appends a line, "saved NAME" or "accepted BID NAME", to a file that outlives the process.
   void note(const std::string& line) const {
     const int file = ::open(noted_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
     const std::string text = line + "\n";
@@ -74,7 +73,7 @@ class DiskTest : public EventPipelineTest {
     ZRAnalytics::sharedInstance().initializeAnalytics();
     settle();
   }
-  // The names count as saved when the save has left nothing in memory.
+  // Notes the names as saved when the save leaves no event in memory.
   void saveNoted(const std::vector<std::string>& names) {
     save(names);
     tracked_.insert(tracked_.end(), names.begin(), names.end());
@@ -82,8 +81,8 @@ class DiskTest : public EventPipelineTest {
     for (const std::string& name : tracked_) note("saved " + name);
     tracked_.clear();
   }
-  // Every file is written, rewritten and removed: batches, session, attributes, defaults, choices, dump file.
-  void live() {
+  // Writes, rewrites and removes every file: batches, session, attributes, defaults, choices, dump file.
+  void useEveryFile() {
     launch();
     refused_ = true;
     saveNoted({"one", "two"});
@@ -98,7 +97,7 @@ class DiskTest : public EventPipelineTest {
     center_->post(platform::kWillTerminateNotification);
     settle();
   }
-  // What the last launch does: all that is left arrives.
+  // The last launch: everything that is left arrives.
   void sendAll() {
     refused_ = false;
     saveNoted({"last"});
@@ -115,7 +114,7 @@ class DiskTest : public EventPipelineTest {
       EXPECT_TRUE(platform::parsePropertyList(readAll(entry.path().string()))) << entry.path();
     }
   }
-  // Every saved event was accepted, and all its copies were in the same batch.
+  // Every saved event was accepted, in one batch only.
   void expectNothingLost() const {
     std::map<std::string, std::set<std::string>> batchesOf;
     for (const auto& words : notes("accepted")) batchesOf[words[1]].insert(words[0]);
@@ -135,7 +134,7 @@ class DiskTest : public EventPipelineTest {
   std::vector<std::string> tracked_;
 };
 
-TEST_F(DiskTest, NoCallThatFailsCostsAnEventOrAFile) {
+TEST_F(DiskTest, FailingCallCostsNoEventAndNoFile) {
   const struct {
     FaultKind kind;
     int error;
@@ -157,15 +156,15 @@ TEST_F(DiskTest, NoCallThatFailsCostsAnEventOrAFile) {
       useNewContainer();
       inEarlierLaunch([&, faultKind = kind, code = error] {
         FileFaults faults(number, faultKind, code);
-        live();
+        useEveryFile();
         faults.lift();
         if (FileFaults::reached()) writeAll(reachedMark, "");
-        std::map<std::string, int> said;
+        std::map<std::string, int> logged;
         for (const std::string& message : log_->messages()) {
-          if (message.find(std::strerror(code)) != std::string::npos) ++said[message];
+          if (message.find(std::strerror(code)) != std::string::npos) ++logged[message];
         }
-        EXPECT_TRUE(currentNames().empty() || !said.empty()) << "nothing was said of a save that failed";
-        for (const auto& [message, times] : said) EXPECT_EQ(times, 1) << message;
+        EXPECT_TRUE(currentNames().empty() || !logged.empty()) << "a failed save was not logged";
+        for (const auto& [message, times] : logged) EXPECT_EQ(times, 1) << message;
         expectWholeFiles();
         sendAll();
         expectWholeFiles();
@@ -179,7 +178,7 @@ TEST_F(DiskTest, NoCallThatFailsCostsAnEventOrAFile) {
   }
 }
 
-TEST_F(DiskTest, PowerLossAtAnyMomentLeavesWholeFilesAndEverySavedEvent) {
+TEST_F(DiskTest, PowerLossLeavesWholeFilesAndEverySavedEvent) {
   for (const UnsyncedNames names : {UnsyncedNames::Lost, UnsyncedNames::Kept}) {
     int number = 0;
     for (bool reached = true; reached; ++number) {
@@ -188,13 +187,13 @@ TEST_F(DiskTest, PowerLossAtAnyMomentLeavesWholeFilesAndEverySavedEvent) {
       const std::string ended = (root_ / "ended").string();
       inEarlierLaunch([&] {
         losePowerAt(number, names, directory_.string());
-        live();
+        useEveryFile();
         writeAll(ended, "");
       });
       reached = !fs::remove(ended);
       expectWholeFiles();
       inEarlierLaunch([&] {
-        doNotWaitForTheMedium();
+        skipFsync();
         launch();
         sendAll();
         for (const std::string& message : log_->messages()) {

@@ -66,7 +66,7 @@ constexpr SystemCalls kFailingCalls{
     [](int d, const char* n, struct stat* s, int f) { return fail() ? -1 : ::fstatat(d, n, s, f); },
     [](int f, void* b, std::size_t n) { return fail() ? ssize_t{-1} : ::read(f, b, n); },
     failingWrite,
-    [](int) { return fail() ? -1 : 0; },  // no need to wait for the medium
+    [](int) { return fail() ? -1 : 0; },  // takes too long
     failingClose,
     [](int d, const char* a, int e, const char* b) { return fail() ? -1 : ::renameat(d, a, e, b); },
     [](int d, const char* n, int f) { return fail() ? -1 : ::unlinkat(d, n, f); },
@@ -87,9 +87,9 @@ std::string contentOf(const fs::path& path) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-class Medium {
+class Disk {
  public:
-  Medium(int number, UnsyncedNames names, fs::path root) : countdown_(number), names_(names), root_(std::move(root)) {
+  Disk(int number, UnsyncedNames names, fs::path root) : countdown_(number), names_(names), root_(std::move(root)) {
     for (const auto& entry : fs::recursive_directory_iterator(root_)) syncNode(entry.path());
     for (const auto& entry : fs::recursive_directory_iterator(root_)) {
       if (entry.is_directory()) syncNames(entry.path());
@@ -97,7 +97,7 @@ class Medium {
     syncNames(root_);
   }
 
-  void changing() {
+  void beforeChange() {
     if (countdown_-- != 0) return;
     if (names_ == UnsyncedNames::Kept) {
       for (const auto& entry : fs::recursive_directory_iterator(root_)) {
@@ -164,41 +164,41 @@ class Medium {
   std::map<ino_t, std::shared_ptr<Node>> nodes_;
 };
 
-Medium* medium = nullptr;
+Disk* disk = nullptr;
 
 constexpr SystemCalls kFollowedCalls{
     [](const char* p, int f, mode_t m) { return ::open(p, f, m); },  // creates nothing
     [](int d, const char* n, int f, mode_t m) {
-      medium->changing();
+      disk->beforeChange();
       const int file = ::openat(d, n, f, m);
-      if (file >= 0 && (f & O_CREAT) != 0) medium->created(Medium::pathOf(file));
+      if (file >= 0 && (f & O_CREAT) != 0) disk->created(Disk::pathOf(file));
       return file;
     },
     ::fstat,
     ::fstatat,
     ::read,
     [](int f, const iovec* p, int c) {
-      medium->changing();
+      disk->beforeChange();
       return ::writev(f, p, c);
     },
     [](int f) {
-      medium->changing();
-      medium->synced(f);
+      disk->beforeChange();
+      disk->synced(f);
       return 0;
     },
     ::close,
     [](int d, const char* a, int e, const char* b) {
-      medium->changing();
+      disk->beforeChange();
       return ::renameat(d, a, e, b);
     },
     [](int d, const char* n, int f) {
-      medium->changing();
+      disk->beforeChange();
       return ::unlinkat(d, n, f);
     },
     [](const char* p, mode_t m) {
-      medium->changing();
+      disk->beforeChange();
       const int result = ::mkdir(p, m);
-      if (result == 0) medium->madeDirectory(p);
+      if (result == 0) disk->madeDirectory(p);
       return result;
     },
     ::flock,
@@ -212,10 +212,10 @@ FileFaults::FileFaults(int number, FaultKind kind, int error) {
 }
 
 void FileFaults::lift() {
-  doNotWaitForTheMedium();
+  skipFsync();
 }
 
-void doNotWaitForTheMedium() {
+void skipFsync() {
   static const SystemCalls calls = [] {
     SystemCalls real = platform::kRealSystemCalls;
     real.fsync = [](int) { return 0; };
@@ -229,7 +229,7 @@ bool FileFaults::reached() {
 }
 
 void losePowerAt(int number, UnsyncedNames names, const std::string& tree) {
-  medium = new Medium(number, names, tree);
+  disk = new Disk(number, names, tree);
   platform::setSystemCalls(&kFollowedCalls);
 }
 

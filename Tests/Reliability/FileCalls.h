@@ -1,4 +1,4 @@
-// The file system as a faulty one: calls that fail, and a power loss.
+// Replacements of the system's file calls: calls that fail, and a power loss.
 #pragma once
 
 #include <functional>
@@ -7,15 +7,15 @@
 namespace zorvane::testing {
 
 enum class FaultKind {
-  // The call of that number fails, all others work.
+  // Only the call of that number fails.
   Once,
   // That call and all after it fail until the faults are lifted.
   FromThereOn,
-  // The write of that number, and all after it, take half of what they are given; then they fail.
+  // The write of that number takes half of its bytes; all later writes fail.
   ShortWrites,
 };
 
-// Puts failing calls in place of the system's, until lifted or destroyed. Calls count from 0.
+// Installs failing calls until lifted or destroyed. Calls are numbered from 0.
 class FileFaults {
  public:
   FileFaults(int number, FaultKind kind, int error);
@@ -28,19 +28,19 @@ class FileFaults {
   static bool reached();
 };
 
-// Leaves the system's calls in place, all but the syncing, which would cost most of a test's time.
-void doNotWaitForTheMedium();
+// Installs the system's calls, but without fsync, which would take most of a test's time.
+void skipFsync();
 
-// What of a directory's change reaches the medium without being synced.
+// What becomes of names that changed since the last fsync of their directory.
 enum class UnsyncedNames {
   Lost,
-  // All of it, ahead of the content of the files.
+  // They are on the disk, but the content of the files is not.
   Kept,
 };
 
-// From now on the content of the directory tree is followed, with all that is in it synced. At the changing call of
-// that number, counted from 0, the power goes: the tree becomes what a medium would hold, and the process ends with
-// status 0. An unsynced file comes back empty.
+// Follows what of the directory tree is on the disk; all of it is at the time of this call. At the modifying call of
+// that number (from 0) the power fails: the tree becomes what is on the disk, and the process ends with status 0. A
+// file that was not synced is empty then.
 void losePowerAt(int number, UnsyncedNames names, const std::string& tree);
 
 }  // namespace zorvane::testing

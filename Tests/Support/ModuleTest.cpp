@@ -124,6 +124,7 @@ ModuleTest::ModuleTest() {
   center_ = std::make_shared<platform::NotificationCenter>();
   service_ = std::make_shared<FakeService>();
   log_ = std::make_shared<LogRecorder>();
+  core_.endpoint = "http://service.test";
 }
 
 ModuleTest::~ModuleTest() {
@@ -133,18 +134,17 @@ ModuleTest::~ModuleTest() {
 
 void ModuleTest::start(const Dictionary& configuration, const std::string& appId) {
   platform::HostServices host = host_;
-  host.clock = clock_;
+  if (!host.clock) host.clock = clock_;
   if (!host.scheduler) host.scheduler = scheduler_;
   host.notificationCenter = center_;
   host.directories = {(directory_ / "Documents").string(), (directory_ / "Library").string(),
                       (directory_ / "Defaults").string()};
   ASSERT_TRUE(platform::configureHost(std::move(host)));
   ZRLogger::sharedInstance().setSink(log_);
-  CoreSetup core;
-  core.endpoint = "http://service.test";
+  CoreSetup core = core_;
   core.appId = appId;
   core.remoteConfiguration = configuration;
-  core.transport = service_;
+  if (!core.transport) core.transport = service_;
   configureCore(std::move(core));
 }
 

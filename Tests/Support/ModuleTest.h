@@ -1,4 +1,4 @@
-// The module on a manual scheduler, a standing clock, a scripted service and a temporary directory.
+// A fixture that runs the module on a manual scheduler and clock, a fake transport and a temporary directory.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,14 +12,14 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Dispatch/ManualScheduler.h"
 #include "Platform/HostServices.h"
+#include "Stepping/ManualScheduler.h"
 #include "ZorvaneCore/CoreSetup.h"
 #include "ZorvaneCore/ZRLogger.h"
 
 namespace zorvane::platform {
 
-// How a failed comparison shows its values.
+// For the messages of failed comparisons.
 void PrintTo(const Value& value, std::ostream* out);
 void PrintTo(const Dictionary& dictionary, std::ostream* out);
 
@@ -27,10 +27,10 @@ void PrintTo(const Dictionary& dictionary, std::ostream* out);
 
 namespace zorvane::testing {
 
-// Fails the test when the module calls out while it holds a lock. Seen in the builds that count locks (Mutex.h).
+// Fails the test when the calling thread holds a lock of the module. Only builds that count locks see it (Mutex.h).
 void expectNoLockHeld(const char* where);
 
-// Keeps what the module logs. Thread-safe.
+// Records what the module logs. Thread-safe.
 class LogRecorder final : public ZRLogSink {
  public:
   struct ErrorRecord {
@@ -47,12 +47,12 @@ class LogRecorder final : public ZRLogSink {
 
   std::vector<std::string> messages() const;
   std::vector<ErrorRecord> errors() const;
-  // How often the very message was logged.
+  // How often this message was logged.
   std::size_t count(const std::string& message) const;
   bool has(const std::string& message) const { return count(message) > 0; }
   void clear();
 
-  // Called after each message is kept, with no lock held. Set while nothing runs.
+  // Called after each message, with no lock held. Set it while no other thread logs.
   std::function<void(const std::string& message)> onMessage;
 
  private:
@@ -61,7 +61,7 @@ class LogRecorder final : public ZRLogSink {
   std::vector<ErrorRecord> errors_;
 };
 
-// A service that answers as the test says. Thread-safe.
+// A network transport whose responses the test decides. Thread-safe.
 class FakeService final : public NetworkTransport {
  public:
   struct Request {
@@ -73,7 +73,7 @@ class FakeService final : public NetworkTransport {
 
   void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override;
 
-  // The status of each request as it arrives; by default 200. With hold set, nothing is answered until answerNext().
+  // The status of each request; 200 by default. With hold set, requests wait for answerNext().
   std::function<int(const Request&)> decide = [](const Request&) { return 200; };
   bool hold = false;
 
@@ -95,27 +95,28 @@ class ModuleTest : public ::testing::Test {
   ModuleTest();
   ~ModuleTest() override;
 
-  // Sets the host services and the core up. Before the first use of the module; directories exist already, so that a
-  // test can put files there first.
+  // Configures the host services and the core. Call it before the first use of the module. The directories exist
+  // already, so that a test can put files there first.
   void start(const Dictionary& configuration = {}, const std::string& appId = "APP");
-  // Runs the work in a process of its own that ends with it: an earlier launch over the same directories. Before
-  // start().
+  // Runs the work in a child process over the same directories: an earlier launch. Call it before start(). The test
+  // fails when the work does, or when it exits with another status than 0.
   static void inEarlierLaunch(const std::function<void()>& work);
-  // Runs everything that waits; answers of the service included.
+  // Runs all tasks, responses of the service included.
   void settle() { scheduler_->runAll(); }
 
   std::string documents(const std::string& name) const { return (directory_ / "Documents" / name).string(); }
   std::string library(const std::string& name) const { return (directory_ / "Library" / name).string(); }
   static std::string readAll(const std::string& path);
   static void writeAll(const std::string& path, const std::string& content);
-  // The batch file's content; empty when there is none.
+  // The content of the batch file; empty without a file.
   Dictionary batchFile() const;
-  // The events of all report requests so far, in order, as records.
+  // The records of all events that were sent so far, in order.
   std::vector<Dictionary> reportedEvents() const;
   static std::vector<std::string> eventNames(const Array& events);
 
-  // Services beyond those of the fixture, or a scheduler in place of its own, for a test to set before start().
+  // What a test may change before start(). An empty clock, scheduler or transport is the fixture's.
   platform::HostServices host_;
+  CoreSetup core_;
   std::filesystem::path directory_;
   std::shared_ptr<platform::ManualClock> clock_;
   std::shared_ptr<platform::ManualScheduler> scheduler_;

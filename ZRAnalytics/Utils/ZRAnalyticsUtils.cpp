@@ -8,6 +8,7 @@
 #include "Platform/Text/SHA1.h"
 #include "Platform/Text/UUID.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Utils/ZRDefaults.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
@@ -30,7 +31,7 @@ std::string hexDigest(std::string_view text, std::string_view digits) {
 
 std::string ZRAnalyticsUtils::createBatchIdentifier() {
   const double seconds = platform::hostServices().clock->now().secondsSince1970;
-  // Reading the milliseconds as a Value clamps a clock that stands beyond any date.
+  // integerValue clamps: a clock may be set beyond the range of an integer.
   const std::int64_t milliseconds = Value(seconds * 1000.0).integerValue();
   return platform::textOfInteger(milliseconds) + "-" + platform::randomUUID();
 }
@@ -84,10 +85,7 @@ std::optional<std::string> ZRAnalyticsUtils::advertiserID() {
 }
 
 void ZRAnalyticsUtils::saveAdvertisingID(const std::optional<std::string>& identifier) {
-  if (!identifier) return;
-  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-  defaults.setObjectForKey(*identifier, kUserDefaultsKeyIDFA);
-  (void)defaults.synchronize();
+  if (identifier) keepInDefaults(*identifier, kUserDefaultsKeyIDFA);
 }
 
 Value ZRAnalyticsUtils::getSavedAdvertisingID() {

@@ -51,7 +51,7 @@ void reportCurrentException(const ReportSite& site, std::string_view pattern) no
     const Array arguments{site.file, site.line, site.operation,
                           platform::formatText(pattern, {currentExceptionText()})};
     logger.logErrorWithFormatArgsAndStackTrace(arguments, callStackSymbols());
-  } catch (...) {  // no memory for a report: the guarded operation still ends quietly
+  } catch (...) {  // no memory for the report: drop it
   }
 }
 

@@ -10,7 +10,7 @@ TEST(HostServices, WhatTheHostLeavesOutHasADefault) {
   setenv("XDG_DATA_HOME", "relative/is/ignored", 1);
   setenv("HOME", "/home/somebody", 1);
   HostServices given;
-  given.clock = std::make_shared<ManualClock>(Date{5});
+  given.clock = std::make_shared<SystemClock>();
   given.directories.library = "/library";
   ASSERT_TRUE(configureHost({}));
   ASSERT_TRUE(configureHost(given)) << "until the first use the last word counts";

@@ -9,8 +9,8 @@
 #include <string>
 #include <thread>
 
-#include "Platform/Dispatch/ManualScheduler.h"
 #include "Platform/Dispatch/Scheduler.h"
+#include "Stepping/ManualScheduler.h"
 
 namespace zorvane::platform {
 

@@ -53,7 +53,7 @@ void ZRPayloadBuilder::setDateForKey(std::optional<Date> date, const Value& key)
       logLine("Trying to set date for key while one of them is nil");
       return;
     }
-    // ZRProperties multiplies by 1000 once more: the stated scale of this setter and the next one.
+    // ZRProperties multiplies by 1000 once more, which gives the documented scale of this setter and the next one.
     timeStampArray_.push_back(millisecondsPair(key, date->secondsSince1970));
   });
 }

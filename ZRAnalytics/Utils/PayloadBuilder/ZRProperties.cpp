@@ -8,14 +8,13 @@
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
-#include "ZorvaneCore/ZRDictionaryUtils.h"
 
 namespace zorvane {
 namespace {
 
 constexpr std::string_view kFile = "ZRProperties";
 
-// Anything but text has no length: a name of another kind raises, as the add operation reports.
+// Throws if the name is present but no text; the caller's guard reports that.
 bool isUsableName(const Value& name) {
   if (!name.isNil() && !name.isString()) throw ValueError("the attribute name is no text: " + name.description());
   if (!name.isNil() && !name.asString()->empty()) return true;
@@ -51,7 +50,7 @@ Dictionary transformedDictionary(const Dictionary& dictionary, int depth) {
   Dictionary result;
   try {
     result.reserve(dictionary.size());
-    for (const auto& [key, value] : dictionary) setObjectNilHandledForKey(result, transformed(value, depth), key);
+    for (const auto& [key, value] : dictionary) result.setObjectNilHandledForKey(transformed(value, depth), key);
   } catch (const std::exception& exception) {
     logLine("error while transforming data is %@", {exception.what()});
   }
@@ -79,7 +78,7 @@ void ZRProperties::addAttributeWithName(const Value& value, const Value& name) {
     } else if (auto location = value.asObject<ZRGeoLocation>()) {
       addLocationAttributeWithName(location, name);
     } else {
-      setObjectNilHandledForKey(attributeDict_, transformAttrForIncompatibleTypes(value), *name.asString());
+      attributeDict_.setObjectNilHandledForKey(transformAttrForIncompatibleTypes(value), *name.asString());
     }
   });
 }

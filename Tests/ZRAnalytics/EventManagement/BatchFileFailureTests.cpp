@@ -1,0 +1,90 @@
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "Platform/Files/SystemCalls.h"
+#include "Platform/Formats/PropertyList.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
+
+namespace zorvane::testing {
+namespace {
+
+class BatchFileFailureTest : public EventPipelineTest {
+ protected:
+  // A directory in the file's place fails each save, even of root.
+  void block() const { std::filesystem::create_directory(batchPath()); }
+  void unblock() const { std::filesystem::remove(batchPath()); }
+  // Each flush of a full batch ends with this line while the file cannot be read.
+  std::size_t flushes() const { return log_->count("All the tracked events are already synced with Zorvane :]"); }
+  std::size_t reportedProblems() const {
+    const auto messages = log_->messages();
+    return static_cast<std::size_t>(std::count_if(messages.begin(), messages.end(), [](const std::string& message) {
+      return message.starts_with("Batch Events plist : ");
+    }));
+  }
+};
+
+TEST_F(BatchFileFailureTest, FailedSaveIsRepeatedAfterAnotherBatchOfEventsAndLoggedOnce) {
+  startWithSession({{"event_batch_count", 4}});
+  block();
+  track(Names(3, "E"));
+  EXPECT_EQ(flushes(), 0u);
+  track(Names(17, "E"));
+  EXPECT_EQ(flushes(), 5u) << "with 4, 8, 12, 16 and 20 events";
+  track(Names(4, "E"));
+  EXPECT_EQ(flushes(), 5u) << "a quarter more than 20 events is more than 24";
+  EXPECT_EQ(reportedProblems(), 1u);
+  unblock();
+  track({"E"});
+  EXPECT_EQ(reportedEvents().size(), 25u);
+  track(Names(4, "E"));
+  EXPECT_EQ(reportedEvents().size(), 29u) << "the threshold is the configured one again";
+
+  block();
+  track(Names(4, "E"));
+  EXPECT_EQ(reportedProblems(), 2u) << "logged again after a save that worked";
+  unblock();
+  events().clearEventsdata();
+  track(Names(4, "E"));
+  EXPECT_EQ(reportedEvents().size(), 33u) << "clearing forgets the failure";
+}
+
+TEST_F(BatchFileFailureTest, EntryThatIsNotABatchIsDroppedAndNeverSent) {
+  startWithSession();
+  const Dictionary batch{{"events", Array{Dictionary{{"EVENT_ACTION", "a"}}}}, {"batch_id", "6-B"}};
+  writeAll(batchPath(), platform::binaryPropertyList(Dictionary{{"5-A", "text"}, {"6-B", batch}}));
+  Answers answers;
+  flush(answers);
+  settle();
+  EXPECT_EQ(answers, (Answers{{true, true}}));
+  EXPECT_EQ(sentNames(), (Batches{{"a"}}));
+  EXPECT_TRUE(log_->has("Batch Events plist : the entry 5-A is no batch and is dropped"));
+  EXPECT_FALSE(std::filesystem::exists(batchPath()));
+}
+
+TEST_F(BatchFileFailureTest, FileThatCannotBeReadAtTheEndOfASyncIsNotReplaced) {
+  startWithSession();
+  save({"a"});
+  service_->hold = true;
+  Answers answers;
+  flush(answers);
+  settle();
+  save({"b"});
+  static platform::SystemCalls failing = platform::kRealSystemCalls;
+  static int failures = 0;
+  failing.fstatat = [](int directory, const char* name, struct stat* status, int flags) {
+    if (failures++ > 0) return ::fstatat(directory, name, status, flags);
+    errno = EIO;
+    return -1;
+  };
+  platform::setSystemCalls(&failing);
+  service_->answerNext(200);
+  settle();
+  platform::setSystemCalls(nullptr);
+  EXPECT_GT(failures, 0);
+  EXPECT_EQ(savedNames(), (Batches{{"a"}, {"b"}})) << "a batch was saved meanwhile";
+}
+
+}  // namespace
+}  // namespace zorvane::testing

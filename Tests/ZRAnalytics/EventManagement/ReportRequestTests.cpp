@@ -1,0 +1,105 @@
+#include "Platform/Formats/PropertyList.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
+#include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZorvaneCore/ZRCoreConstants.h"
+
+namespace zorvane::testing {
+namespace {
+
+class ReportRequestTest : public EventPipelineTest {
+ protected:
+  static inline const Array kEvents{Dictionary{{"EVENT_ACTION", "a"}}, Dictionary{{"EVENT_ACTION", "b"}}};
+  static inline const Dictionary kBatch{{"events", kEvents}, {"batch_id", "7-X"}, {"request_time", "T"}};
+
+  static Dictionary metaOf(const Dictionary& batch) {
+    const Value meta = events().reportAddPayloadForBatchInfo(batch).objectForKey("meta");
+    return meta.isDictionary() ? *meta.asDictionary() : Dictionary();
+  }
+};
+
+TEST_F(ReportRequestTest, BodyHoldsTheEventsTheirCountTheMetaAndTheQueryParameters) {
+  startWithSession({{"unique_id", "U"}, {"query_params", Dictionary{{"os", "ios"}}}});
+  EXPECT_EQ(events().reportAddPayloadForBatchInfo(kBatch),
+            (Dictionary{{"viewsInfo", kEvents},
+                        {"viewsCount", 2},
+                        {"meta", Dictionary{{"request_time", "T"}, {"bid", "7-X"}}},
+                        {"query_params", Dictionary{{"unique_id", "U"}, {"os", "ios"}}}}));
+
+  Dictionary batch = kBatch;
+  batch.set("session", Dictionary{{"session_id", "S"}});
+  batch.set("source", Array{Dictionary{{"source", "mail"}}});
+  ZRCoreUtils::getSDKUserDefault().setObjectForKey(true, kUserDefaultsKeyHasDeviceAddFailed);
+  updateRemoteConfiguration({{"push_enabled", false}});
+  EXPECT_EQ(metaOf(batch), (Dictionary{{"request_time", "T"},
+                                       {"bid", "7-X"},
+                                       {"dev_pref", Dictionary{{"push_p", false}}},
+                                       {"session", Dictionary{{"session_id", "S"}}},
+                                       {"source", Array{Dictionary{{"source", "mail"}}}},
+                                       {"dev_add_res", "failure"}}));
+  ZRCoreUtils::getSDKUserDefault().setObjectForKey(false, kUserDefaultsKeyHasDeviceAddFailed);
+  updateRemoteConfiguration({{"data_tracking_enabled", false}, {"in_app_enabled", false}});
+  const Dictionary meta = metaOf(kBatch);
+  EXPECT_EQ(meta.objectForKey("dev_pref"), Value(Dictionary{{"e_t_p", false}, {"push_p", false}, {"in_app_p", false}}));
+  EXPECT_NE(meta.objectForKey("dev_pref").asDictionary()->objectForKey("push_p").asBool(), nullptr);
+  EXPECT_FALSE(meta.contains("dev_add_res"));
+}
+
+TEST_F(ReportRequestTest, MissingPartLeavesMetaAndParametersOut) {
+  startWithSession();
+  const Dictionary rest{{"viewsInfo", kEvents}, {"viewsCount", 2}};
+  EXPECT_EQ(events().reportAddPayloadForBatchInfo({{"events", kEvents}, {"batch_id", "7-X"}}), rest);
+  EXPECT_EQ(events().reportAddPayloadForBatchInfo({{"events", kEvents}, {"request_time", "T"}}), rest);
+  updateRemoteConfiguration({{"unique_id", null}});
+  EXPECT_EQ(events().reportAddPayloadForBatchInfo(kBatch), rest);
+  EXPECT_EQ(events().reportAddPayloadForBatchInfo({}), (Dictionary{{"viewsCount", 0}}));
+  updateRemoteConfiguration({{"unique_id", "U"}, {"query_params", null}});
+  const Dictionary body = events().reportAddPayloadForBatchInfo(kBatch);
+  EXPECT_TRUE(body.contains("meta"));
+  EXPECT_FALSE(body.contains("query_params"));
+}
+
+TEST_F(ReportRequestTest, RequestIsSignedOverBatchTimeAndUser) {
+  startWithSession({{"unique_id", "U"}});
+  save({"a"});
+  const std::string id = idOf(0);
+  updateRemoteConfiguration({{"whitelisted_events", Array{}}});
+  Answers answers;
+  flush(answers);
+  settle();
+  ASSERT_EQ(service_->requests().size(), 1u);
+  const auto request = service_->requests()[0];
+  EXPECT_EQ(request.url, "http://service.test/v1/report/APP");
+  EXPECT_EQ(request.header("ZRV-REQUEST-ID"),
+            ZRAnalyticsUtils::getSignatureWithComponents({id, "2026-11-21T10:00:01.000Z", "U"}));
+}
+
+TEST_F(ReportRequestTest, RequestWithoutAUserIsSentUnsigned) {
+  startWithSession({{"unique_id", null}});
+  save({"a"});
+  Answers answers;
+  flush(answers);
+  settle();
+  EXPECT_EQ(answers, (Answers{{true, true}}));
+  const auto request = service_->requests().at(0);
+  EXPECT_EQ(request.header("ZRV-REQUEST-ID"), "");
+  EXPECT_FALSE(request.body.asDictionary()->contains("meta"));
+}
+
+TEST_F(ReportRequestTest, StoredBatchIsSentAsItStandsInTheFile) {
+  startWithSession({{"unique_id", "U"}});
+  Dictionary sound = kBatch;
+  sound.set("session", Dictionary{{"session_id", "S"}});
+  sound.set("source", Array{});
+  const Dictionary eventless{{"batch_id", "8-X"}, {"request_time", "T"}};
+  writeAll(batchPath(), platform::binaryPropertyList(Dictionary{{"7-X", sound}, {"8-X", eventless}}));
+  Answers answers;
+  flush(answers);
+  settle();
+  const auto requests = service_->requests();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(requests[0].body, Value(events().reportAddPayloadForBatchInfo(sound)));
+  EXPECT_EQ(requests[1].body, Value(events().reportAddPayloadForBatchInfo(eventless)));
+}
+
+}  // namespace
+}  // namespace zorvane::testing

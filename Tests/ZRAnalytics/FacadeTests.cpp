@@ -1,0 +1,173 @@
+#include "Platform/Files/DefaultsStore.h"
+#include "ZRAnalytics/UserTest.h"
+#include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+
+namespace zorvane::testing {
+namespace {
+
+using FacadeTest = UserTest;
+
+TEST_F(FacadeTest, KeysOfEarlierReleasesMoveIntoTheSDKsStore) {
+  start();
+  platform::DefaultsStore& standard = platform::standardDefaults();
+  platform::DefaultsStore& own = platform::sdkDefaults();
+  own.setObjectForKey("old", kUserDefaultsKeySDKVersion);
+  own.setObjectForKey("kept", kUserDefaultsKeyModifiedUserAttrUniqueID);
+  standard.setObjectForKey("new", kUserDefaultsKeySDKVersion);
+  standard.setObjectForKey(Dictionary{{"1.0", "INSTALL"}}, kUserDefaultsKeyVersionInstallStatus);
+  standard.setObjectForKey("IDFA", kUserDefaultsKeyIDFA);
+  standard.setObjectForKey("other", "hosts_own");
+  Names synchronized;
+  platform::setSynchronizeHook([&](const std::string& store) { synchronized.push_back(store); });
+  facade();
+  EXPECT_EQ(standard.dictionaryRepresentation(), (Dictionary{{"hosts_own", "other"}}));
+  EXPECT_EQ(own.dictionaryRepresentation(), (Dictionary{{"ZRV_SDK_Version", "new"},
+                                                        {"ZRV_App_Version_App_Status", Dictionary{{"1.0", "INSTALL"}}},
+                                                        {"Zrv_MODIFIED_USER_ID", "kept"},
+                                                        {"ZRV_ADVERTISING_ID", "IDFA"}}));
+  EXPECT_EQ(synchronized, (Names{"standard", "sdk"}));
+  EXPECT_EQ(ZorvaneCore::sharedInstance().appIdUpdateDelegate().get(), &facade());
+  EXPECT_TRUE(service_->requests().empty());
+}
+
+TEST_F(FacadeTest, ClosedGatesDropEventsAndOnlyTheAccountGateStopsAFlush) {
+  startWithSession();
+  track({"before"});
+  int flushed = 0;
+  const auto completion = [&](bool) { ++flushed; };
+  updateRemoteConfiguration({{"account_active", false}});
+  facade().trackEventWithProperties("closed", nullptr);
+  facade().flushWithCompletionBlock(completion);
+  facade().syncNow();
+  settle();
+  EXPECT_TRUE(log_->messages().empty());
+  EXPECT_EQ(flushed, 0);
+
+  updateRemoteConfiguration({{"account_active", true}, {"sdk_enabled", false}});
+  facade().trackEventWithProperties("disabled", nullptr);
+  facade().flushWithCompletionBlock(completion);
+  settle();
+  EXPECT_EQ(flushed, 1);
+  EXPECT_EQ(log_->messages(), (Names{"Flush Initiated", "Reports API Blocked"}));
+  EXPECT_EQ(savedNames(), (Batches{{"before"}}));
+  EXPECT_TRUE(service_->requests().empty());
+}
+
+TEST_F(FacadeTest, FlushReportsWhetherEverythingWasAcceptedOrNothingWasLeft) {
+  startWithSession();
+  std::vector<bool> answers;
+  const auto flush = [&] {
+    facade().flushWithCompletionBlock([&](bool success) { answers.push_back(success); });
+    settle();
+  };
+  flush();
+  facade().trackEventWithProperties("a", ZRProperties::initWithAttributes({{"n", 1}}));
+  settle();
+  service_->decide = [](const auto&) { return 503; };
+  flush();
+  service_->decide = [](const auto&) { return 200; };
+  facade().syncNow();
+  settle();
+  EXPECT_EQ(answers, (std::vector<bool>{true, false}));
+  EXPECT_EQ(sentNames(), (Batches{{"a"}, {"a"}}));
+  EXPECT_EQ(reportedEvents()[1].objectForKey("EVENT_ATTRS"), Value(Dictionary{{"n", 1}}));
+  EXPECT_EQ(log_->count("Flush Initiated"), 3u);
+}
+
+TEST_F(FacadeTest, UpdateSendsWhatEarlierLaunchesLeft) {
+  for (const int status : {200, 500}) {
+    inEarlierLaunch([&] {
+      startWithSession();
+      save({"saved"});
+    });
+    inEarlierLaunch([&] {
+      start();
+      writeAll(dumpPath(), "{\"EVENT_ACTION\":\"dumped\"}\n");
+      service_->decide = [status](const auto&) { return status; };
+      facade().updateModules();
+      EXPECT_NE(sessionID(), Value());
+      settle();
+      // A refused dump is in the batch file before the flush reads it.
+      EXPECT_EQ(sentNames(),
+                status == 200 ? (Batches{{"dumped"}, {"saved"}}) : (Batches{{"dumped"}, {"dumped"}, {"saved"}}));
+      EXPECT_EQ(log_->count("Report add successful for previous sessions"), status == 200 ? 1u : 0u);
+      EXPECT_EQ(log_->count("Report add unsuccessful for previous sessions"), status == 200 ? 0u : 1u);
+      EXPECT_EQ(std::filesystem::exists(batchPath()), status != 200);
+      std::filesystem::remove(batchPath());
+    });
+  }
+}
+
+TEST_F(FacadeTest, NewAppIdentifierResetsTheUserAfterTheFlushEvenIfItFailed) {
+  startWithSession();
+  Names order;
+  center_->addObserver(kNotificationNameUserReset, [&](std::string_view) { order.push_back("reset"); });
+  service_->decide = [&](const auto&) {
+    order.push_back("request");
+    return 500;
+  };
+  track({"a"});
+  facade().appIDChangeHandledWithCompletionBlock([&] { order.push_back("done"); });
+  settle();
+  EXPECT_EQ(order, (Names{"request", "reset", "done"}));
+  updateRemoteConfiguration({{"account_active", false}});
+  facade().appIDChangeHandledWithCompletionBlock([&] { order.push_back("done"); });
+  settle();
+  EXPECT_EQ(order.size(), 3u);
+}
+
+TEST_F(FacadeTest, DisablingTheSDKRemovesEverythingAndEnablingStartsANewSession) {
+  start();
+  events();
+  facade().updateModules();
+  settle();
+  save({"saved"});
+  track({"current"});
+  writeAll(dumpPath(), "{}\n");
+  ZRAnalyticsUtils::saveAdvertisingID("IDFA");
+  handler().setUserAttributeUniqueID("u");
+  settle();
+  const Value oldSession = sessionID();
+  setSDKEnabled(false);
+  facade().zorvaneSDKStateUpdated();
+  settle();
+  EXPECT_FALSE(std::filesystem::exists(batchPath()));
+  EXPECT_FALSE(std::filesystem::exists(dumpPath()));
+  EXPECT_TRUE(currentNames().empty());
+  EXPECT_FALSE(handler().getIdentifierDictionary());
+  EXPECT_EQ(ZRAnalyticsUtils::getSavedAdvertisingID(), Value());
+  EXPECT_EQ(sessionID(), Value());
+  EXPECT_TRUE(log_->has("Flush Timer Stopped"));
+  scheduler_->advance(600);
+  EXPECT_FALSE(log_->has("Periodic Flush Initiated"));
+
+  setSDKEnabled(true);
+  facade().zorvaneSDKStateUpdated();
+  EXPECT_NE(sessionID(), Value());
+  EXPECT_NE(sessionID(), oldSession);
+}
+
+TEST_F(FacadeTest, OpenedURLCountsOnceAndOnlyWithAnActiveAccount) {
+  startWithSession({{"account_active", false}});
+  const URL url{"app://open?utm_source=mail"};
+  facade().processURL(url);
+  facade().updateSourcesForCurrentSession(ZRSourceArray{ZRSource::initSourceWithURL(url.absoluteString)});
+  updateRemoteConfiguration({{"account_active", true}});
+  facade().processURL(std::nullopt);
+  EXPECT_TRUE(log_->messages().empty());
+  EXPECT_TRUE(ZRSessionManager::sharedSessionManager().getCurrentSessionSourceInfoArray().empty());
+
+  // The proxy is allowed but not configured, so the facade passes the URL on.
+  facade().processURL(url);
+  EXPECT_TRUE(log_->has("Incoming URL : app://open?utm_source=mail"));
+  ZRAnalyticsUtils::appDelegateProxyConfigured();
+  log_->clear();
+  facade().processURL(url);
+  EXPECT_EQ(log_->messages(), (Names{"AppDelegate proxy is enabled."}));
+  updateRemoteConfiguration({{"app_delegate_proxy_enabled", false}});
+  facade().processURL(url);
+  EXPECT_TRUE(log_->has("Incoming URL : app://open?utm_source=mail"));
+}
+
+}  // namespace
+}  // namespace zorvane::testing
