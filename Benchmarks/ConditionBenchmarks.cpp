@@ -1,4 +1,4 @@
-// What it costs to test an event against a trigger's condition.
+// The cost of testing an event against a trigger's condition.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -14,7 +14,7 @@ thread_local std::int64_t allocations = 0;
 
 }  // namespace
 
-// Not inlined: the compiler would take what it then sees for a mismatched pair.
+// Not inlined, else the compiler warns of a mismatched new and delete.
 [[gnu::noinline]] void* operator new(std::size_t size) {
   ++allocations;
   if (void* memory = std::malloc(size)) return memory;
@@ -47,7 +47,7 @@ Dictionary eventOfTwentyAttributes() {
           {"EVENT_ATTRS_CUST", Dictionary{{"timestamp", std::move(dates)}}}};
 }
 
-// Five filters of which all hold.
+// Five satisfied filters.
 Array fiveFilters(bool caseSensitive) {
   Array filters{
       Dictionary{{"name", "product"}, {"data_type", "string"}, {"operator", "contains"}, {"value", "shoe with a long"}},

@@ -1,4 +1,4 @@
-// What the benchmarks measure with: a host in a folder of its own, typical events, the machine's own limits.
+// Shared by the benchmarks: a host in its own folder, typical events, the machine's limits.
 #pragma once
 
 #include <memory>
@@ -9,18 +9,18 @@
 
 namespace zorvane::bench {
 
-// The folder of this run, made at the first call and removed at the end of main.
+// This run's folder, made at the first call. main removes it.
 const std::string& workFolder();
 void removeWorkFolder();
 void startModule();
 
-// Six attributes, as an application gives them.
+// Six typical attributes.
 std::shared_ptr<ZRProperties> sixAttributes(int number);
 // A batch of 30 recorded events.
 Dictionary batchOf30(const std::string& batchID, int firstNumber);
 
 double secondsNow();
-// The machine's limit of a save: so many bytes written to a new file, synced and renamed over the old one.
+// The machine's limit for a save: writes so many bytes to a new file, syncs it and renames it over the old one.
 double secondsToWriteSyncRename(std::size_t bytes);
 
 }  // namespace zorvane::bench

@@ -1,5 +1,5 @@
-// How another module of the SDK uses this one: an in-app messaging module hears of every tracked event and shows each
-// message whose condition the event satisfies. Prints what it shows.
+// How another module of the SDK uses this one: an in-app messaging module observes every tracked event and shows each
+// message whose condition the event satisfies. Prints the messages.
 
 #include <stdlib.h>
 
@@ -21,7 +21,7 @@ using namespace zorvane;
 
 namespace {
 
-// As the service sends them.
+// In the form in which the service sends them.
 constexpr std::string_view kMessages = R"([
   {"text": "Free delivery above 50!",
    "condition": {"eventName": "Added to cart", "filters": [
@@ -39,7 +39,7 @@ constexpr std::string_view kMessages = R"([
 
 class InAppModule final : public ZREventTriggerDelegate {
  public:
-  // Throws ValueError when the text is not what the service sends.
+  // Throws ValueError for malformed text.
   explicit InAppModule(std::string_view json) {
     const auto parsed = platform::parseJSON(json);
     const Array* const list = parsed ? parsed.value().asArray() : nullptr;
@@ -52,7 +52,7 @@ class InAppModule final : public ZREventTriggerDelegate {
     }
   }
 
-  // On the module's event queue: decide here, and leave the work to the main thread.
+  // Called on the module's event queue: decide here, show the message on the main thread.
   void eventTrackedWithNameAndEventAttr(const Value& name, Dictionary& event) override {
     for (const Message& message : messages_) {
       if (!message.condition->checkIfAttributeConditionSatisfiedForEventAndAttributes(name, event)) continue;
@@ -66,13 +66,13 @@ class InAppModule final : public ZREventTriggerDelegate {
     std::string text;
     std::shared_ptr<const ZREventCondition> condition;
   };
-  // Not changed after construction: the event queue reads it without a lock.
+  // Immutable after construction: the event queue reads it without a lock.
   std::vector<Message> messages_;
 };
 
 void track(std::string_view name, std::shared_ptr<const ZRProperties> properties) {
   ZRAnalytics::sharedInstance().trackEventWithProperties(name, std::move(properties));
-  // Events of one thread may overtake each other; an application does not wait, the order of this output needs it.
+  // Events of one thread may overtake each other. Waiting fixes the order of the output; an application need not wait.
   platform::hostServices().scheduler->waitUntilIdle();
 }
 
@@ -88,7 +88,7 @@ int main() {
   core.remoteConfiguration = {{"periodic_flush_enabled", false}};
   configureCore(std::move(core));
 
-  // The facade does not keep its delegate alive.
+  // The facade holds its delegate weakly.
   const auto module = std::make_shared<InAppModule>(kMessages);
   ZRAnalytics& analytics = ZRAnalytics::sharedInstance();
   analytics.setInappTriggerDelegate(module);

@@ -4,6 +4,7 @@
 #include "Check.h"
 #include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"
+#include "Stepping/ManualClock.h"
 #include "ZRAnalytics/Utils/ZRConditionEvaluator/ZREventCondition.h"
 #include "ZorvaneCore/ZRDictionaryUtils.h"
 #include "ZorvaneCore/ZRLogger.h"

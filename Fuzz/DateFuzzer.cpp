@@ -74,7 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   fuzz::check(!seconds || (xml && *xml == platform::Value(*seconds)), "XML takes every ISO date");
   fuzz::check(!xml || seconds || text.starts_with("0000"), "and no others");
 
-  (void)platform::describeDate(date);
+  (void)Value(date).description();
   // The text as a pattern: what it writes it reads, unless it asks for a day without its month or the like.
   const auto odd = platform::textOfDate(date, text, offset);
   const auto again = odd ? platform::dateOfText(*odd, text, offset) : std::nullopt;

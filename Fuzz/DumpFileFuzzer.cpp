@@ -3,12 +3,12 @@
 
 #include "Check.h"
 #include "Folder.h"
-#include "Platform/Dispatch/ManualScheduler.h"
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/JSON.h"
 #include "Platform/Formats/PropertyList.h"
 #include "Platform/HostServices.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/Utf8.h"
+#include "Stepping/ManualScheduler.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZorvaneCore/CoreSetup.h"
 

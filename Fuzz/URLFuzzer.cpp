@@ -2,10 +2,10 @@
 
 #include "Check.h"
 #include "Folder.h"
-#include "Platform/Dispatch/ManualScheduler.h"
 #include "Platform/HostServices.h"
 #include "Platform/Text/URLComponents.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/Utf8.h"
+#include "Stepping/ManualScheduler.h"
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
 #include "ZRAnalytics/SessionAndSource/ZRSource.h"
 #include "ZorvaneCore/CoreSetup.h"

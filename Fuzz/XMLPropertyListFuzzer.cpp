@@ -7,7 +7,7 @@
 #include "Generate.h"
 #include "Platform/Formats/XMLPropertyList.h"
 #include "Platform/Time/CivilTime.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/NumberText.h"
 
 using namespace zorvane;
 using platform::Value;

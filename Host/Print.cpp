@@ -49,10 +49,10 @@ Value userAttributes() {
 Value batches() {
   ZRBatchFile file(platform::joinPath(ZRCoreUtils::getDocumentsDirectoryPath(), "ZorvaneBatchEvents.plist"));
   if (!file.exists()) return null;
-  const auto table = file.load();
-  if (!table) return null;
+  const auto stored = file.load();
+  if (!stored) return null;
   Dictionary all;
-  for (const ZRStoredBatch& batch : table->batches()) all.setObjectNilHandledForKey(batch.value.decode(), batch.key);
+  for (const ZRStoredBatch& batch : *stored) all.setObjectNilHandledForKey(batch.value(), batch.id());
   return all;
 }
 

@@ -1,7 +1,7 @@
 // The one place where a host gives its own services to the module.
 //
-// Fill in what the host has and call configureHost() once, before anything else of the library is used. Every member
-// left empty has a portable default. From the first use on (hostServices()) the services stay for the process's life.
+// Fill in what the host has and call configureHost() once, before using anything else of the library. Every member left
+// empty has a portable default. The first call of hostServices() fixes the services for the life of the process.
 #pragma once
 
 #include <memory>
@@ -42,10 +42,10 @@ struct HostServices {
   Directories directories;
 };
 
-// False, and nothing changes, when the services are in use already.
+// Returns false and changes nothing when the services are already in use.
 [[nodiscard]] bool configureHost(HostServices services);
 
-// The services in force, every pointer set but advertising. Thread-safe; the first call fixes them.
+// The services in use; every pointer except advertising is set. Thread-safe.
 const HostServices& hostServices();
 
 }  // namespace zorvane::platform

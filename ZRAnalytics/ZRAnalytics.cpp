@@ -7,6 +7,7 @@
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZRAnalytics/Utils/AppDelegateSwizzler/ZRAppDelegateAnalyticsProxy.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZRAnalytics/Utils/ZRDefaults.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZRAnalytics/ZRFacadeSupport.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
@@ -17,7 +18,7 @@ namespace zorvane {
 using namespace facade;
 
 ZRAnalytics& ZRAnalytics::sharedInstance() {
-  // Held by a shared pointer for the weak references that the core keeps; never released.
+  // The core keeps a weak reference, so a shared pointer must own the facade. It is never released.
   static const std::shared_ptr<ZRAnalytics>* const shared = [] {
     auto* facade = new std::shared_ptr<ZRAnalytics>(new ZRAnalytics);
     ZorvaneCore::sharedInstance().setAppIdUpdateDelegate(*facade);
@@ -80,12 +81,10 @@ void ZRAnalytics::updateModules() {
                       : "Report add unsuccessful for previous sessions");
     });
     // A forced logout that an earlier launch could not complete.
-    platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-    const Value pending = defaults.objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
+    const Value pending = ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
     if (pending.isNil()) return;
     ZRUserAttributesHandler::sharedHandler().setUserAttributeUniqueID(pending);
-    defaults.removeObjectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
-    (void)defaults.synchronize();
+    removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID);
   });
 }
 
@@ -131,7 +130,7 @@ void ZRAnalytics::processURL(const std::optional<URL>& url) {
   guarded({kFile, "processURL"}, "exception in processing URL : %@", [&] {
     if (!url || !isAccountActive()) return;
     if (ZRCoreUtils::isAppDelegateProxyEnabled() && ZRAnalyticsUtils::isAppDelegateProxyConfigured()) {
-      // The proxy passes every opened URL on already.
+      // The proxy already forwards every opened URL.
       logLine("AppDelegate proxy is enabled.");
       return;
     }
@@ -182,9 +181,7 @@ void ZRAnalytics::zorvaneSDKStateUpdated() {
     ZREventsHandler& events = ZREventsHandler::sharedInstance();
     events.clearEventsdata();
     events.disablePeriodicFlush();
-    platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-    defaults.removeObjectForKey(kUserDefaultsKeyIDFA);
-    (void)defaults.synchronize();
+    removeFromDefaults(kUserDefaultsKeyIDFA);
     sessions.resetSession();
   });
 }

@@ -1,19 +1,18 @@
-// The facade's part about the installation and the device: install and update, registration, device facts.
+// The facade's operations for the installation and the device: install and update, registration, device attributes.
 
-#include "Platform/HostServices.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/DeviceAttribute/ZRDeviceAttributesHandler.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZRAnalytics/Utils/ZRDefaults.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZRAnalytics/Utils/ZRSignedRequest.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZRAnalytics/ZRFacadeSupport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
-#include "ZorvaneCore/ZRDateUtils.h"
 #include "ZorvaneCore/ZRNetworkConfiguration.h"
-#include "ZorvaneCore/ZRNetworkRequest.h"
 
 namespace zorvane {
 
@@ -23,12 +22,6 @@ namespace {
 
 constexpr std::int64_t kStatusInstall = 0;
 constexpr std::int64_t kStatusUpdate = 1;
-
-void keepInDefaults(Value value, std::string_view key) {
-  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-  defaults.setObjectForKey(std::move(value), key);
-  (void)defaults.synchronize();
-}
 
 }  // namespace
 
@@ -101,12 +94,7 @@ void ZRAnalytics::updateDeviceWithCompletion(std::function<void(bool)> completio
       return;
     }
     if (body->empty()) return;
-    Dictionary headers;
-    if (auto requestID = ZRAnalyticsUtils::getRequestIDForPayload(&*body)) {
-      headers.set(kReportsAPIHeaderKeyRequestID, *std::move(requestID));
-    }
-    ZRNetworkRequest::initWithServiceParamsAdditionalHeadersRequestBodyAndAdditionalPathComponent(
-        kServiceDeviceAdd, {}, headers, *std::move(body), *appID)
+    signedRequest(kServiceDeviceAdd, *std::move(body), *appID)
         ->executeRequestWithCompletionBlock([completion = std::move(completion)](bool success, const Value&) {
           guarded({kFile, "updateDeviceWithCompletion"}, "Exception in device add call %@", [&] {
             keepInDefaults(!success, kUserDefaultsKeyHasDeviceAddFailed);
@@ -117,10 +105,9 @@ void ZRAnalytics::updateDeviceWithCompletion(std::function<void(bool)> completio
 }
 
 std::optional<Dictionary> ZRAnalytics::getDeviceAddRequestBody() const {
-  const auto requestTime = ZRDateUtils::getStringForDateWithFormatAndForGMTTimeZone(
-      platform::hostServices().clock->now(), kZRDateFormatISO8601MilliSec, true);
+  const Value requestTime = requestTimeNow();
   Dictionary body;
-  if (!requestTime || !ZRCoreUtils::getSDKUniqueIdForUser()) return body;
+  if (requestTime.isNil() || !ZRCoreUtils::getSDKUniqueIdForUser()) return body;
 
   const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
   if (store.isDataTrackingEnabled()) {
@@ -131,7 +118,7 @@ std::optional<Dictionary> ZRAnalytics::getDeviceAddRequestBody() const {
   }
   body.set(kReportsKeyMeta,
            Dictionary{{kReportsKeyDevPreferences, ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(false)},
-                      {kReportsKeyRequestTime, *requestTime},
+                      {kReportsKeyRequestTime, requestTime},
                       {kReportsKeyBatchID, ZRAnalyticsUtils::createBatchIdentifier()}});
   auto parameters = ZRNetworkConfiguration::getQueryParamsBodyDictForService(kServiceDeviceAdd);
   if (!parameters) {

@@ -1,4 +1,4 @@
-// The facade's part about the application's life: session events and the last syncs before it is suspended.
+// The facade's operations for the application lifecycle: session events and the last syncs before suspension.
 
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
@@ -68,7 +68,7 @@ void ZRAnalytics::applicationEnteredForeground() {
 void ZRAnalytics::applicationEnteredBackground() {
   guarded({kFile, "applicationEnteredBackground"}, "exception in application did enter Background is %@", [this] {
     if (!isAccountActive()) return;
-    // Only once the event is stored does the last sync begin.
+    // The last sync begins only when the event is recorded, so that it is sent too.
     ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(kEventNameAppExit, nullptr, [this] {
       platform::hostServices().scheduler->mainQueue().async(
           [this] { syncOnZrvAppExitWithApplication(sharedApplication()); });
@@ -76,17 +76,18 @@ void ZRAnalytics::applicationEnteredBackground() {
   });
 }
 
-void ZRAnalytics::flushOnSessionEnd(std::string_view operation, std::function<void()> atTheEnd) {
-  globalQueue(platform::Priority::Default).async([operation, atTheEnd = std::move(atTheEnd)] {
+void ZRAnalytics::flushOnSessionEnd(std::string_view operation, std::function<void()> completion) {
+  globalQueue(platform::Priority::Default).async([operation, completion = std::move(completion)] {
     guarded({kFile, operation}, kSyncException, [&] {
       ZREventsHandler& events = ZREventsHandler::sharedInstance();
       events.saveCurrentBatch();
-      events.flushEventsInBackgroundAndResetWithCompletionBlock(true, false, [atTheEnd](bool success, bool attempted) {
-        if (attempted) {
-          logLine(success ? "Report add successful on Session End" : "Report add unsuccessful on Session End");
-        }
-        atTheEnd();
-      });
+      events.flushEventsInBackgroundAndResetWithCompletionBlock(
+          true, false, [completion](bool success, bool attempted) {
+            if (attempted) {
+              logLine(success ? "Report add successful on Session End" : "Report add unsuccessful on Session End");
+            }
+            completion();
+          });
     });
   });
 }
@@ -103,7 +104,7 @@ void ZRAnalytics::syncOnSessionTerminationWithApplication(platform::Application&
   guarded({kFile, "syncOnSessionTerminationWithApplication"}, kSyncException, [&] {
     reportsBGTask_ = application.beginBackgroundTask("ZRVTask", [this] { endBGTaskWithIdentifier(reportsBGTask_); });
     flushOnSessionEnd("syncOnSessionTerminationWithApplication", [this] {
-      // Unlike the task of the app exit, none is ended when there is none.
+      // Unlike the task of the app exit, 0 is not ended.
       if (reportsBGTask_ != platform::kNoBackgroundTask) endBGTaskWithIdentifier(reportsBGTask_);
     });
   });

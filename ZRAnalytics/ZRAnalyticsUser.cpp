@@ -1,4 +1,4 @@
-// The facade's part about the user: attributes, reset, consent.
+// The facade's operations for the user: attributes, reset, consent.
 
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
@@ -7,6 +7,7 @@
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZRAnalytics/Utils/ZRDefaults.h"
 #include "ZRAnalytics/Utils/ZRISODate.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZRAnalytics/ZRAnalytics.h"
@@ -25,13 +26,7 @@ void post(std::string_view notification) {
   platform::hostServices().notificationCenter->post(notification);
 }
 
-void forgetAdvertisingIdentifier() {
-  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-  defaults.removeObjectForKey(kUserDefaultsKeyIDFA);
-  (void)defaults.synchronize();
-}
-
-// The work of a user-attribute entry point on the default global queue, where tracking is allowed.
+// Runs the work of a user-attribute operation on the default global queue, if attributes may be tracked.
 template <typename Work>
 void onAttributeQueue(std::string_view operation, Work work) {
   guarded({kFile, operation}, "exception : %@", [&] {
@@ -156,7 +151,7 @@ void ZRAnalytics::optOutOfDataTracking(bool optOut) {
     if (optOut && wasEnabled) {
       ZRUserAttributesHandler::sharedHandler().clearUserAttributesData();
       ZREventsHandler::sharedInstance().clearEventsdata();
-      forgetAdvertisingIdentifier();
+      removeFromDefaults(kUserDefaultsKeyIDFA);
     }
     store.setDataTrackingOptedOut(optOut);
     if (optOut != wasEnabled) return;
@@ -190,7 +185,7 @@ void ZRAnalytics::optOutOfIDFATracking(bool optOut) {
     configuration.setOptOutIDFATracking(optOut);
     core.updateSDKConfigWithCompletionBlock(configuration, [this, optOut] {
       if (optOut) {
-        forgetAdvertisingIdentifier();
+        removeFromDefaults(kUserDefaultsKeyIDFA);
       } else {
         trackAdvertisingIdentifier();
       }

@@ -1,4 +1,4 @@
-// What the files of the facade share; not for users of the module.
+// Shared by the facade's source files; not for users of the module.
 #pragma once
 
 #include <string_view>
@@ -8,7 +8,7 @@
 
 namespace zorvane::facade {
 
-// The source file in error reports.
+// The source file named in error reports.
 inline constexpr std::string_view kFile = "ZRAnalytics";
 
 inline bool isAccountActive() {

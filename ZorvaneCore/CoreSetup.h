@@ -1,4 +1,4 @@
-// How a host sets the core up: service address, application identifier, remote configuration, transport.
+// The host's configuration of the core: service address, application identifier, remote configuration, transport.
 #pragma once
 
 #include <cstdint>
@@ -13,26 +13,27 @@
 namespace zorvane {
 
 struct CoreSetup {
-  // Base address of the collection service, without a slash at its end; requests fail while it is empty.
+  // Base URL of the collection service, without a trailing slash. Requests fail while it is empty.
   std::string endpoint;
-  // Empty means none: nothing is sent.
+  // Empty means none; then nothing is sent.
   std::string appId;
-  // Keys and defaults: docs/formats.md. A key left out keeps its default.
+  // Keys and defaults: docs/formats.md. A missing key keeps its default.
   Dictionary remoteConfiguration;
   std::shared_ptr<NetworkTransport> transport;
-  // Told of each request before it leaves and of each answer, with the service and the body's "meta.bid" (absent when
-  // the body has none); any thread.
+  // Called before each request is sent and after each response, on any thread, with the service and the body's
+  // "meta.bid" (absent if the body has none). Exceptions are dropped.
   std::function<void(std::int64_t service, const std::optional<std::string>& bid)> willSendRequest;
   std::function<void(std::int64_t service, const std::optional<std::string>& bid, bool success)> didReceiveResponse;
 };
 
-// Once, before the module is started. A value of the wrong kind in the remote configuration throws ValueError that
-// names its key, and nothing changes.
+// Call once, before the module starts. Throws ValueError for an unknown key or a value of the wrong kind in the remote
+// configuration; its message names the key, and nothing changes.
 void configureCore(CoreSetup setup);
 
-// These take effect at once; the module is not told. Thread-safe.
+// These take effect at once; the module is not notified. Thread-safe. updateRemoteConfiguration throws as
+// configureCore.
 void updateRemoteConfiguration(const Dictionary& changes);
-// The effective answers, by the keys of the remote configuration.
+// The values in effect, by the keys of the remote configuration.
 Dictionary effectiveConfiguration();
 void setAppIdentifier(std::string appId);
 // Kept over restarts.

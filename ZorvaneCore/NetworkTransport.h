@@ -1,4 +1,4 @@
-// What carries a request to the service; plugged in by the host.
+// Carries requests to the service. The host provides an implementation.
 #pragma once
 
 #include <functional>
@@ -8,16 +8,16 @@
 
 namespace zorvane {
 
-// POST with a JSON body in UTF-8; the transport says so in the content type.
+// POST with a JSON body in UTF-8. The transport sets the content type.
 struct TransportRequest {
   std::string url;
   std::vector<std::pair<std::string, std::string>> headers;
-  // Makes the body. Called once, when the request's turn to be sent comes, so that waiting requests hold no bodies.
+  // Makes the body. Called once, just before the request is sent, so that waiting requests hold no bodies.
   std::function<std::string()> makeBody;
 };
 
 struct TransportResponse {
-  // The HTTP status; 0 when no answer came, and then error says why.
+  // The HTTP status; 0 if no response came, and then error says why.
   int status = 0;
   std::string body;
   std::string error;
@@ -26,8 +26,8 @@ struct TransportResponse {
 class NetworkTransport {
  public:
   virtual ~NetworkTransport() = default;
-  // Takes the request over and returns. The completion is called once, from any thread. At most six connections to a
-  // host are open at a time, and reused; requests beyond wait their turn, first come first served.
+  // Takes ownership of the request and returns. The completion is called once, on any thread. At most six connections
+  // per host are open at a time, and are reused; further requests wait in order.
   virtual void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) = 0;
 };
 

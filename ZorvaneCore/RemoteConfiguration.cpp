@@ -5,7 +5,7 @@
 
 #include "Platform/Files/FileSystem.h"
 #include "Platform/HostServices.h"
-#include "Platform/Values/Text.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRLogger.h"
 
 namespace zorvane {
@@ -119,7 +119,7 @@ Dictionary RemoteConfiguration::toDictionary() const {
   for (const auto& key : kTexts) dictionary.set(key.name, this->*key.field);
   for (const auto& key : kOptionalTexts) dictionary.set(key.name, orNull(this->*key.field));
   for (const auto& key : kLists) dictionary.set(key.name, arrayOf(this->*key.field));
-  if (unique_id_kind != UniqueID::MadeOnce) {
+  if (unique_id_kind != UniqueID::Generated) {
     dictionary.set("unique_id", unique_id_kind == UniqueID::Fixed ? Value(unique_id) : Value(null));
   }
   dictionary.set("query_params", query_params ? Value(*query_params) : Value(null));
@@ -161,13 +161,13 @@ void CoreState::applyConfiguration(const Dictionary& changes) {
 }
 
 void CoreState::refreshGates() {
-  // Of two changes at a time the later turn sees both, and its answer stands.
-  const std::uint64_t turn = ++gateTurns_;
+  // If two refreshes overlap, the one with the higher number has seen both changes and wins.
+  const std::uint64_t refresh = ++lastRefresh_;
   const auto current = configuration();
-  const bool disabled = choice(kChoiceSDKDisabled);  // may log, so with no lock held
+  const bool disabled = choice(kChoiceSDKDisabled);  // may log, so no lock is held
   platform::MutexLock lock(gatesMutex_);
-  if (turn < lastGateTurn_) return;
-  lastGateTurn_ = turn;
+  if (refresh < appliedRefresh_) return;
+  appliedRefresh_ = refresh;
   accountActive_.store(current->account_active, std::memory_order_release);
   sdkEnabled_.store(current->sdk_enabled && !disabled, std::memory_order_release);
 }
@@ -198,17 +198,17 @@ bool CoreState::choice(std::string_view key) {
 
 void CoreState::setChoice(std::string_view key, Value value) {
   choices_.setObjectForKey(std::move(value), key);
-  // A choice that cannot be written holds until the process ends, and goes with the next one.
+  // If the write fails, the choice holds in this process and is written with the next one.
   (void)choices_.writeChanges();
   refreshGates();
 }
 
 ZRSDKConfiguration CoreState::sdkConfiguration() {
   ZRSDKConfiguration configuration;
-  configuration.optOutIDFVTracking_.value = choice("idfv_tracking_opted_out");
-  configuration.optOutIDFATracking_.value = choice("idfa_tracking_opted_out");
-  configuration.analyticsDisablePeriodicFlush_.value = choice("periodic_flush_disabled");
-  const Value duration = choices_.objectForKey("periodic_flush_duration");
+  configuration.optOutIDFVTracking_.value = choice(kChoiceIDFVOptedOut);
+  configuration.optOutIDFATracking_.value = choice(kChoiceIDFAOptedOut);
+  configuration.analyticsDisablePeriodicFlush_.value = choice(kChoicePeriodicFlushDisabled);
+  const Value duration = choices_.objectForKey(kChoicePeriodicFlushDuration);
   if (duration.asInteger()) configuration.analyticsPeriodicFlushDuration_.value = *duration.asInteger();
   return configuration;
 }
@@ -217,12 +217,12 @@ void CoreState::setSdkConfiguration(const ZRSDKConfiguration& configuration) {
   const auto keep = [this](const auto& chosen, std::string_view key) {
     if (chosen.changed) choices_.setObjectForKey(chosen.value, key);
   };
-  keep(configuration.optOutIDFVTracking_, "idfv_tracking_opted_out");
-  keep(configuration.optOutIDFATracking_, "idfa_tracking_opted_out");
-  keep(configuration.analyticsDisablePeriodicFlush_, "periodic_flush_disabled");
+  keep(configuration.optOutIDFVTracking_, kChoiceIDFVOptedOut);
+  keep(configuration.optOutIDFATracking_, kChoiceIDFAOptedOut);
+  keep(configuration.analyticsDisablePeriodicFlush_, kChoicePeriodicFlushDisabled);
   const auto& duration = configuration.analyticsPeriodicFlushDuration_;
-  if (duration.changed) choices_.setObjectForKey(*duration.value, "periodic_flush_duration");
-  // A choice that cannot be written holds until the process ends, and goes with the next one.
+  if (duration.changed) choices_.setObjectForKey(*duration.value, kChoicePeriodicFlushDuration);
+  // If the write fails, the choice holds in this process and is written with the next one.
   (void)choices_.writeChanges();
 }
 
@@ -234,6 +234,17 @@ void configureCore(CoreSetup setup) {
 }
 void updateRemoteConfiguration(const Dictionary& changes) {
   CoreState::shared().applyConfiguration(changes);
+}
+Dictionary effectiveConfiguration() {
+  const ZRConfigDataManager& manager = ZRConfigDataManager::sharedInstance();
+  Dictionary effective = CoreState::shared().configuration()->toDictionary();
+  effective.set("sdk_enabled", CoreState::shared().isSDKEnabled());
+  effective.set("data_tracking_enabled", manager.isDataTrackingEnabled());
+  effective.set("idfv_tracking_enabled", manager.isIDFVTrackingEnabled());
+  effective.set("idfa_tracking_enabled", manager.isIDFATrackingEnabled());
+  effective.set("periodic_flush_enabled", manager.isPeriodicFlushEnabled());
+  effective.set("periodic_flush_duration", manager.getPeriodicFlushDuration());
+  return effective;
 }
 void setAppIdentifier(std::string appId) {
   CoreState::shared().setAppId(std::move(appId));

@@ -1,4 +1,4 @@
-// The stand-in's remote configuration and the choices that the core keeps over restarts.
+// The stand-in's remote configuration, and the choices that it keeps over restarts.
 #pragma once
 
 #include <atomic>
@@ -47,17 +47,16 @@ struct RemoteConfiguration {
   std::string os_version;
   bool device_id_in_secure_store = false;
   std::optional<std::string> locale;
-  enum class UniqueID { MadeOnce, Fixed, None } unique_id_kind = UniqueID::MadeOnce;
+  enum class UniqueID { Generated, Fixed, None } unique_id_kind = UniqueID::Generated;
   std::string unique_id;
   std::optional<Dictionary> query_params = Dictionary();
 
-  // Takes over the keys that are there. A value of the wrong kind, or a key that is not known, throws ValueError that
-  // names it.
+  // Sets the given keys. An unknown key or a value of the wrong kind throws ValueError, whose message names the key.
   void apply(const Dictionary& changes);
   Dictionary toDictionary() const;
 };
 
-// Everything the stand-in's classes answer from. Thread-safe.
+// The state behind the stand-in's classes. Thread-safe.
 class CoreState {
  public:
   static CoreState& shared();
@@ -69,11 +68,11 @@ class CoreState {
   std::string appId() const;
   void setAppId(std::string appId);
 
-  // The two gates; asked on every call of the host, so these touch no lock.
+  // The two gates. Lock-free, because every call of the host reads them.
   bool isAccountActive() const { return accountActive_.load(std::memory_order_acquire); }
   bool isSDKEnabled() const { return sdkEnabled_.load(std::memory_order_acquire); }
 
-  // The choices kept over restarts, in "core.plist" of the library directory.
+  // The choices kept over restarts, in "core.plist" in the library directory.
   bool choice(std::string_view key);
   void setChoice(std::string_view key, Value value);
   ZRSDKConfiguration sdkConfiguration();
@@ -83,9 +82,9 @@ class CoreState {
   CoreState();
   void refreshGates();
 
-  std::atomic<std::uint64_t> gateTurns_{0};
+  std::atomic<std::uint64_t> lastRefresh_{0};
   platform::Mutex gatesMutex_;
-  std::uint64_t lastGateTurn_ ZR_GUARDED_BY(gatesMutex_) = 0;
+  std::uint64_t appliedRefresh_ ZR_GUARDED_BY(gatesMutex_) = 0;
   mutable platform::Mutex mutex_;
   std::shared_ptr<const RemoteConfiguration> configuration_ ZR_GUARDED_BY(mutex_);
   std::shared_ptr<const CoreSetup> setup_ ZR_GUARDED_BY(mutex_);
@@ -95,8 +94,13 @@ class CoreState {
   std::atomic<bool> sdkEnabled_{true};
 };
 
+// Keys of the choices.
 inline constexpr std::string_view kChoiceDataTrackingOptedOut = "data_tracking_opted_out";
 inline constexpr std::string_view kChoiceSDKDisabled = "sdk_disabled";
 inline constexpr std::string_view kChoiceInstallRegistered = "install_registered";
+inline constexpr std::string_view kChoiceIDFVOptedOut = "idfv_tracking_opted_out";
+inline constexpr std::string_view kChoiceIDFAOptedOut = "idfa_tracking_opted_out";
+inline constexpr std::string_view kChoicePeriodicFlushDisabled = "periodic_flush_disabled";
+inline constexpr std::string_view kChoicePeriodicFlushDuration = "periodic_flush_duration";
 
 }  // namespace zorvane

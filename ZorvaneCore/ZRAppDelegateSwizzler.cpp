@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
+#include "ZorvaneCore/ZRCoreUtils.h"
 
 namespace zorvane {
 namespace {
@@ -23,6 +24,10 @@ Chain& chain() {
 }
 
 }  // namespace
+
+bool ZRAppDelegateSwizzler::isAppDelegateProxyEnabled() {
+  return ZRCoreUtils::isAppDelegateProxyEnabled();
+}
 
 void ZRAppDelegateSwizzler::proxyOriginalDelegate() {
   platform::MutexLock lock(chain().mutex);
@@ -53,7 +58,7 @@ void ZRAppDelegateSwizzler::forEachInterceptor(const std::function<void(UIApplic
     if (!interceptor) continue;
     try {
       call(*interceptor);
-    } catch (...) {  // costs its own call
+    } catch (...) {  // the others are called all the same
     }
   }
 }

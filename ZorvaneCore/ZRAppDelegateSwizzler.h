@@ -1,4 +1,4 @@
-// Interception of what the operating system tells the application's delegate.
+// Interception of the application delegate's callbacks.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@ struct NSUserActivity {
   std::optional<URL> webpageURL;
 };
 
-// The callbacks of an application's delegate that can be intercepted. Called on the main thread.
+// The callbacks that can be intercepted. Called on the main thread.
 class UIApplicationDelegate {
  public:
   virtual ~UIApplicationDelegate() = default;
@@ -37,22 +37,22 @@ class UIApplicationDelegate {
   }
 };
 
-// Class operations only. Registration and callbacks belong to the main thread.
+// Static operations only. Registration and callbacks belong to the main thread.
 class ZRAppDelegateSwizzler {
  public:
   using InterceptorID = std::uint64_t;
 
   // Whether the host allows the interception.
   static bool isAppDelegateProxyEnabled();
-  // From now on the callbacks below reach the interceptors.
+  // From then on forEachInterceptor reaches the interceptors.
   static void proxyOriginalDelegate();
-  // Interceptors are called in the order of their registration, before the host's own delegate; their result is
+  // Interceptors are held weakly and called in registration order, before the host's own delegate. Their results are
   // ignored.
   static InterceptorID registerAppDelegateInterceptor(std::weak_ptr<UIApplicationDelegate> interceptor);
   static void unregisterAppDelegateInterceptorWithID(InterceptorID interceptor);
 
-  // The host's way in: what the operating system told it goes through the interceptors. An interceptor that throws
-  // costs its own call.
+  // Called by the host for each callback of the operating system. Does nothing before proxyOriginalDelegate. An
+  // exception from an interceptor is dropped.
   static void forEachInterceptor(const std::function<void(UIApplicationDelegate&)>& call);
 };
 

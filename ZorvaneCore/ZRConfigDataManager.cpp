@@ -95,16 +95,4 @@ void ZRConfigDataManager::setDataTrackingOptedOut(bool optedOut) {
   CoreState::shared().setChoice(kChoiceDataTrackingOptedOut, optedOut);
 }
 
-Dictionary effectiveConfiguration() {
-  const ZRConfigDataManager& manager = ZRConfigDataManager::sharedInstance();
-  Dictionary effective = configuration()->toDictionary();
-  effective.set("sdk_enabled", CoreState::shared().isSDKEnabled());
-  effective.set("data_tracking_enabled", manager.isDataTrackingEnabled());
-  effective.set("idfv_tracking_enabled", manager.isIDFVTrackingEnabled());
-  effective.set("idfa_tracking_enabled", manager.isIDFATrackingEnabled());
-  effective.set("periodic_flush_enabled", manager.isPeriodicFlushEnabled());
-  effective.set("periodic_flush_duration", manager.getPeriodicFlushDuration());
-  return effective;
-}
-
 }  // namespace zorvane

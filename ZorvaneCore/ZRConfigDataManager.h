@@ -1,4 +1,4 @@
-// The remote configuration's answers, read at the moment of use.
+// The remote configuration and the choices over it, read at each call.
 #pragma once
 
 #include <cstdint>
@@ -16,19 +16,22 @@ class ZRConfigDataManager {
   static ZRConfigDataManager& sharedInstance();
 
   bool isAccountActive() const;
+  // False too if opted out.
   bool isDataTrackingEnabled() const;
   bool isIDFVTrackingEnabled() const;
   bool isIDFATrackingEnabled() const;
   bool isPushNotificationEnabled() const;
   bool isInAppEnabled() const;
+  // False too if disabled by the application.
   bool isPeriodicFlushEnabled() const;
 
+  // Exact matches.
   bool isEventWhitelistedEvent(std::string_view name) const;
   bool isEventBlackListed(std::string_view name) const;
   bool isEventInstantFlushEvent(std::string_view name) const;
   bool isUniqueIDRestricted(std::string_view uniqueID) const;
 
-  // Events; 0 when the service did not say.
+  // Events; 0 if not configured.
   std::int64_t getEventBatchCount() const;
   // Seconds.
   std::int64_t getPeriodicFlushDuration() const;
@@ -36,10 +39,10 @@ class ZRConfigDataManager {
   std::int64_t getUserAttributeCachingDuration() const;
   std::int64_t getSessionInActiveDuration() const;
 
-  // Absent when empty.
+  // Absent if empty.
   std::optional<std::string> getZrvAppID() const;
   std::optional<std::string> getAppGroupID() const;
-  // Key texts.
+  // Texts.
   Array getSourceExtraKeys() const;
 
   // Kept over restarts.

@@ -1,4 +1,4 @@
-// Names that the core owns: keys of the SDK defaults store, notifications, date patterns, services.
+// The core's constants: keys of the SDK defaults store, notification names, date patterns, services.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@ inline constexpr std::string_view kZRDateFormatISO8601 = "yyyy-MM-dd'T'HH:mm:ss'
 inline constexpr std::string_view kZRDateFormatISO8601MilliSec = "yyyy-MM-dd'T'HH:mm:ss.SSS'Z'";
 inline constexpr std::string_view kZRDateFormatShort = "yyyy-MM-dd";
 
-// Services of the collection service.
+// The collection service's endpoints.
 inline constexpr std::int64_t kServiceDeviceAdd = 1;
 inline constexpr std::int64_t kServiceReportAdd = 2;
 

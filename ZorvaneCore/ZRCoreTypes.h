@@ -1,4 +1,4 @@
-// The platform's values under the names that hosts and modules write.
+// The platform's value types in namespace zorvane.
 #pragma once
 
 #include <optional>
@@ -18,7 +18,7 @@ using platform::URL;
 using platform::Value;
 using platform::ValueError;
 
-// Nil for what is absent.
+// Nil if absent.
 template <typename T>
 Value valueOf(const std::optional<T>& content) {
   return content ? Value(*content) : Value();

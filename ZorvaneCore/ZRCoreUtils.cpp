@@ -1,12 +1,10 @@
 #include "ZorvaneCore/ZRCoreUtils.h"
 
 #include "Platform/HostServices.h"
-#include "Platform/Text/RandomBytes.h"
+#include "Platform/Text/Hex.h"
 #include "Platform/Text/UUID.h"
 #include "ZorvaneCore/RemoteConfiguration.h"
-#include "ZorvaneCore/ZRAppDelegateSwizzler.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
-#include "ZorvaneCore/ZRNetworkConfiguration.h"
 
 namespace zorvane {
 namespace {
@@ -15,15 +13,15 @@ std::shared_ptr<const RemoteConfiguration> configuration() {
   return CoreState::shared().configuration();
 }
 
-std::string uniqueIDMadeOnce() {
+std::string generatedUniqueID() {
   platform::DefaultsStore& defaults = platform::sdkDefaults();
   const Value kept = defaults.objectForKey(kUserDefaultsKeySDKUniqueId);
   if (kept.isString()) return *kept.asString();
-  // Two threads that ask for the first time get one identifier.
-  std::string made = defaults.textForKeyOrStored(kUserDefaultsKeySDKUniqueId, platform::randomUUID());
-  // An identifier that cannot be written holds until the process ends.
+  // Two threads that ask first at the same time get the same identifier.
+  std::string uniqueID = defaults.textForKeyOrStored(kUserDefaultsKeySDKUniqueId, platform::randomUUID());
+  // If the write fails, the identifier holds until the process ends.
   (void)defaults.writeChanges();
-  return made;
+  return uniqueID;
 }
 
 }  // namespace
@@ -49,10 +47,10 @@ std::optional<std::string> ZRCoreUtils::getSDKUniqueIdForUser() {
       return std::nullopt;
     case RemoteConfiguration::UniqueID::Fixed:
       return current->unique_id;
-    case RemoteConfiguration::UniqueID::MadeOnce:
+    case RemoteConfiguration::UniqueID::Generated:
       break;
   }
-  return uniqueIDMadeOnce();
+  return generatedUniqueID();
 }
 
 std::string ZRCoreUtils::getIDFV() {
@@ -88,19 +86,6 @@ std::string ZRCoreUtils::getSDKLibraryDirectoryPath() {
 }
 platform::DefaultsStore& ZRCoreUtils::getSDKUserDefault() {
   return platform::sdkDefaults();
-}
-
-std::optional<Dictionary> ZRNetworkConfiguration::getQueryParamsBodyDictForService(std::int64_t /*service*/) {
-  const auto current = configuration();
-  if (!current->query_params) return std::nullopt;
-  Dictionary parameters;
-  if (auto uniqueID = ZRCoreUtils::getSDKUniqueIdForUser()) parameters.set("unique_id", *std::move(uniqueID));
-  for (const auto& [key, value] : *current->query_params) parameters.set(key, value);
-  return parameters;
-}
-
-bool ZRAppDelegateSwizzler::isAppDelegateProxyEnabled() {
-  return ZRCoreUtils::isAppDelegateProxyEnabled();
 }
 
 }  // namespace zorvane

@@ -1,4 +1,4 @@
-// Facts of the application, the device and the SDK's own state.
+// The SDK's state, and properties of the application and the device.
 #pragma once
 
 #include <optional>
@@ -9,20 +9,20 @@
 
 namespace zorvane {
 
-// Class operations only; any thread.
+// Static operations only; any thread.
 class ZRCoreUtils {
  public:
   static bool isSDKEnabled();
   static bool isAppDelegateProxyEnabled();
 
-  // The install mark: set once, kept even when the SDK defaults store is cleared.
+  // The installation flag: set once, kept even if the SDK defaults store is cleared.
   static bool installRegistered();
   static void registerInstall();
 
-  // The identifier of this user on this device; made at the first call and after each clean-up of the user. Absent when
-  // the core has none to give.
+  // The SDK's identifier of this user on this device; generated at the first call and anew after each reset of the
+  // user. Absent if the configuration says none.
   static std::optional<std::string> getSDKUniqueIdForUser();
-  // The vendor identifier; empty when the configuration has none.
+  // The vendor identifier. This and the following come from the configuration and may be empty.
   static std::string getIDFV();
   static std::string getDeviceModel();
   static std::string getDeviceName();

@@ -21,7 +21,7 @@ std::optional<std::string> ZRDateFormatter::stringFromDate(Date date) const {
 std::optional<Date> ZRDateFormatter::dateFromString(std::string_view text) const {
   const auto date = platform::dateOfText(text, format_, 0);
   if (gmt_ || !date) return date;
-  // The offset in force at the local time, found from the one at the same time in GMT.
+  // Approximates the UTC time with the offset at the same time in GMT, then takes the offset in force there.
   const std::int64_t guess = deviceOffset(*date);
   const std::int64_t offset = deviceOffset(Date{date->secondsSince1970 - static_cast<double>(guess)});
   return Date{date->secondsSince1970 - static_cast<double>(offset)};

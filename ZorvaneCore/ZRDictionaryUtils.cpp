@@ -1,7 +1,5 @@
 #include "ZorvaneCore/ZRDictionaryUtils.h"
 
-#include <utility>
-
 namespace zorvane {
 namespace {
 
@@ -29,10 +27,6 @@ Value validObjectForKeyPath(const Dictionary& dictionary, std::string_view path)
     if (!current) return {};
     path.remove_prefix(dot + 1);
   }
-}
-
-void setObjectNilHandledForKey(Dictionary& dictionary, Value value, std::string_view key) {
-  dictionary.setObjectNilHandledForKey(std::move(value), key);
 }
 
 }  // namespace zorvane

@@ -1,4 +1,4 @@
-// What other modules of the SDK implement to hear of tracked events.
+// The interface by which other modules of the SDK observe tracked events.
 #pragma once
 
 #include "ZorvaneCore/ZRCoreTypes.h"
@@ -8,8 +8,8 @@ namespace zorvane {
 class ZREventTriggerDelegate {
  public:
   virtual ~ZREventTriggerDelegate() = default;
-  // Called for each recorded event, on the module's event queue, with a copy of the record that both delegates share:
-  // what the first changes, the second sees. The default is a delegate that does not respond.
+  // Called for each recorded event on the events handler's queue, with a copy of the event record. Both delegates get
+  // the same copy: the second sees changes by the first; the record itself stays unchanged. The default does nothing.
   virtual void eventTrackedWithNameAndEventAttr(const Value& /*eventName*/, Dictionary& /*eventAttr*/) {}
 };
 

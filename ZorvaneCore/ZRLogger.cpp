@@ -33,7 +33,7 @@ void ZRLogger::logWithTypeAndFormatArgs(std::int64_t type, const Array& formatAr
   if (!target) return;
   try {
     target->logMessage(type, textAt(formatArgs, 0));
-  } catch (...) {  // a sink that throws costs this line
+  } catch (...) {  // the line is lost
   }
 }
 
@@ -43,7 +43,7 @@ void ZRLogger::logErrorWithFormatArgsAndStackTrace(const Array& formatArgs, cons
   try {
     const std::int64_t line = formatArgs.size() > 1 ? formatArgs[1].integerValue() : 0;
     target->logError(textAt(formatArgs, 0), line, textAt(formatArgs, 2), textAt(formatArgs, 3), callStack);
-  } catch (...) {  // as above
+  } catch (...) {  // the line is lost
   }
 }
 

@@ -1,4 +1,4 @@
-// The SDK's log: one line a message, one record an error, to whatever sink the host set.
+// The SDK's log: passes messages and errors to the host's sink.
 #pragma once
 
 #include <cstdint>
@@ -11,13 +11,13 @@
 
 namespace zorvane {
 
-// Where log lines go. Called from any thread, with no lock held, also while one of the module's objects is made for the
-// first time: a sink hands its line on and does not call the module. What it throws is dropped.
+// Receives log lines, on any thread, with no lock held. It may be called while one of the module's singletons is being
+// constructed, so it must not call the module. Exceptions are dropped.
 class ZRLogSink {
  public:
   virtual ~ZRLogSink() = default;
   virtual void logMessage(std::int64_t type, const std::string& message) = 0;
-  // The call stack is empty where the C library gives none.
+  // The call stack is empty if the C library provides none.
   virtual void logError(const std::string& file, std::int64_t line, const std::string& operation,
                         const std::string& message, const std::vector<std::string>& callStack) = 0;
 };
@@ -27,11 +27,12 @@ class ZRLogger {
  public:
   static ZRLogger& sharedInstance();
 
+  // Null removes the sink. A call in progress on another thread may still use the old one.
   void setSink(std::shared_ptr<ZRLogSink> sink);
-  // Lets a caller save itself the making of a message.
+  // Lets a caller skip building a message.
   bool hasSink() const;
 
-  // The arguments hold the finished message.
+  // The arguments hold the formatted message.
   void logWithTypeAndFormatArgs(std::int64_t type, const Array& formatArgs);
   // The arguments hold, in order: source file base name, line number, operation name, message.
   void logErrorWithFormatArgsAndStackTrace(const Array& formatArgs, const std::vector<std::string>& callStack);

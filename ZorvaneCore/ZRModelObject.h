@@ -1,4 +1,4 @@
-// Base of the objects that are built from a dictionary of the service.
+// Base class of objects that are built from a dictionary of the service.
 #pragma once
 
 #include "ZorvaneCore/ZRCoreTypes.h"
@@ -11,7 +11,7 @@ class ZRModelObject {
 
  protected:
   ZRModelObject() = default;
-  // Takes nothing from the dictionary itself; a subclass reads its own keys.
+  // Reads nothing from the dictionary; subclasses read their keys.
   explicit ZRModelObject(const Dictionary& /*dictionary*/) {}
   ZRModelObject(const ZRModelObject&) = default;
   ZRModelObject& operator=(const ZRModelObject&) = default;

@@ -1,4 +1,4 @@
-// What every request to a service carries.
+// Parameters common to all requests to a service.
 #pragma once
 
 #include <cstdint>
@@ -8,10 +8,10 @@
 
 namespace zorvane {
 
-// Class operations only; any thread.
+// Static operations only; any thread.
 class ZRNetworkConfiguration {
  public:
-  // The common query parameters, "unique_id" among them; absent when the core has none to give.
+  // The common query parameters, among them "unique_id" if there is one. Absent if the configuration says none.
   static std::optional<Dictionary> getQueryParamsBodyDictForService(std::int64_t service);
 };
 

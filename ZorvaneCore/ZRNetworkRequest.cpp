@@ -5,6 +5,7 @@
 
 #include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"
+#include "Platform/Text/Hex.h"
 #include "ZorvaneCore/RemoteConfiguration.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRDictionaryUtils.h"
@@ -12,18 +13,17 @@
 namespace zorvane {
 namespace {
 
-// What the host's function throws costs its own call.
+// Drops an exception of the host's function.
 template <typename Function, typename... Arguments>
 void callGuarded(const Function& function, const Arguments&... arguments) noexcept {
   if (!function) return;
   try {
     function(arguments...);
-  } catch (...) {  // nobody is there to be told
+  } catch (...) {
   }
 }
 
 void appendPercentEncoded(std::string_view text, std::string& out) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
   for (const char character : text) {
     const auto byte = static_cast<unsigned char>(character);
     const bool unreserved = (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') ||
@@ -32,8 +32,7 @@ void appendPercentEncoded(std::string_view text, std::string& out) {
       out += character;
     } else {
       out += '%';
-      out += kDigits[byte >> 4];
-      out += kDigits[byte & 15];
+      platform::appendHex(out, {&byte, 1}, platform::kUpperHexDigits);
     }
   }
 }
@@ -74,8 +73,8 @@ void ZRNetworkRequest::executeRequestWithCompletionBlock(Completion completion) 
   const std::optional<std::string> bid = bidValue.isNil() ? std::nullopt : std::optional(bidValue.description());
   callGuarded(setup->willSendRequest, service_, bid);
 
-  auto answered = [setup, service = service_, bid,
-                   completion = std::move(completion)](const TransportResponse& response) {
+  auto deliver = [setup, service = service_, bid,
+                  completion = std::move(completion)](const TransportResponse& response) {
     const bool success = response.status >= 200 && response.status < 300;
     callGuarded(setup->didReceiveResponse, service, bid, success);
     auto parsed = platform::parseJSON(response.body);
@@ -83,18 +82,16 @@ void ZRNetworkRequest::executeRequestWithCompletionBlock(Completion completion) 
   };
 
   if (!setup->transport || setup->endpoint.empty()) {
-    platform::hostServices()
-        .scheduler->globalQueue(platform::Priority::Default)
-        .async([answered = std::move(answered)] {
-          answered(TransportResponse{0, {}, "no transport or no endpoint is configured"});
-        });
+    platform::hostServices().scheduler->globalQueue(platform::Priority::Default).async([deliver = std::move(deliver)] {
+      deliver(TransportResponse{0, {}, "no transport or no endpoint is configured"});
+    });
     return;
   }
   TransportRequest request;
   request.url = urlOf(setup->endpoint, service_, pathComponent_, params_);
   for (const auto& [name, value] : headers_) request.headers.emplace_back(name, value.description());
   request.makeBody = [body = Value(std::move(body_))] { return platform::jsonText(body); };
-  setup->transport->send(std::move(request), std::move(answered));
+  setup->transport->send(std::move(request), std::move(deliver));
 }
 
 }  // namespace zorvane

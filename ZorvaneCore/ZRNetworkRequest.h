@@ -14,16 +14,16 @@ namespace zorvane {
 // UTF-8.
 class ZRNetworkRequest {
  public:
-  // Success is a 2xx answer. The response is the answer's JSON, or nil.
+  // Success means status 2xx. The response is the parsed JSON body, or nil.
   using Completion = std::function<void(bool success, const Value& response)>;
 
   static std::shared_ptr<ZRNetworkRequest> initWithServiceParamsAdditionalHeadersRequestBodyAndAdditionalPathComponent(
       std::int64_t service, const Dictionary& params, const Dictionary& additionalHeaders, Dictionary requestBody,
       std::string additionalPathComponent);
 
-  // Once. Hands the request to the transport and returns; the body is encoded when its turn to be sent comes. The
-  // completion is called once, on a thread of the core's choosing; without a transport or an endpoint the answer is a
-  // failure.
+  // Call once. Passes the request to the transport and returns; the body is encoded when the request is sent. The
+  // completion is called once, on the transport's thread. Without a transport or an endpoint it reports a failure, on a
+  // global queue.
   void executeRequestWithCompletionBlock(Completion completion);
 
  private:

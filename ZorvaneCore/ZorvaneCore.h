@@ -10,14 +10,14 @@
 
 namespace zorvane {
 
-// Told when the host has switched to another application identifier.
 class ZRAppIDUpdateDelegate {
  public:
   virtual ~ZRAppIDUpdateDelegate() = default;
+  // The host has switched to another application identifier. The completion is called when the change is handled.
   virtual void appIDChangeHandledWithCompletionBlock(std::function<void()> completion) = 0;
 };
 
-// The SDK's configuration as the application chose it; kept over restarts.
+// The application's choices about the SDK; kept over restarts.
 class ZRSDKConfiguration {
  public:
   bool optOutIDFVTracking() const { return optOutIDFVTracking_.value; }
@@ -35,7 +35,7 @@ class ZRSDKConfiguration {
   template <typename T>
   struct Choice {
     T value{};
-    // Set on this object: what was not is left as it is when the configuration is stored.
+    // Set on this object. Storing the configuration leaves unchanged choices alone.
     bool changed = false;
   };
   Choice<bool> optOutIDFVTracking_;
@@ -49,14 +49,16 @@ class ZorvaneCore {
  public:
   static ZorvaneCore& sharedInstance();
 
+  // Held weakly; null once it is destroyed.
   void setAppIdUpdateDelegate(std::weak_ptr<ZRAppIDUpdateDelegate> delegate);
   std::shared_ptr<ZRAppIDUpdateDelegate> appIdUpdateDelegate() const;
 
-  // Whether a device identifier outlived the application's data.
+  // Whether a device identifier has outlived the application's data.
   bool isDeviceUniqueIDPresentInKeyChain() const;
 
+  // A copy of the current choices.
   ZRSDKConfiguration getDefaultSDKConfiguration() const;
-  // Keeps what was set on the configuration; the completion (or none) is called later, on a global queue.
+  // Stores what was set on the configuration. The completion, if any, is called later on a global queue.
   void updateSDKConfigWithCompletionBlock(const ZRSDKConfiguration& configuration, std::function<void()> completion);
 
  private:

@@ -26,7 +26,7 @@ if(ZR_SANITIZE)
   add_link_options(-fsanitize=${ZR_SANITIZE})
 endif()
 
-# Tests of these builds see to it that nothing outside is called under a lock.
+# In these builds the tests fail when host code is called under a lock.
 if(ZR_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL "Debug")
   add_compile_definitions(ZR_COUNT_LOCKS)
 endif()
@@ -40,6 +40,12 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   target_compile_options(zr_warnings INTERFACE -Wthread-safety)
 endif()
 
+# zr_left_out(TEXT): says what is not built because an optional package is missing. scripts/test repeats it at its end.
+function(zr_left_out text)
+  set_property(GLOBAL APPEND_STRING PROPERTY ZR_LEFT_OUT "${text}\n")
+  message(STATUS "Left out: ${text}")
+endfunction()
+
 # zr_add_library(NAME [LINKS ...]): a static library of every source below the current folder, whose headers are
 # included by their path from the repository's root.
 function(zr_add_library name)
@@ -47,11 +53,11 @@ function(zr_add_library name)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp" "${CMAKE_CURRENT_SOURCE_DIR}/*.h")
   add_library(${name} STATIC ${sources})
   target_include_directories(${name} PUBLIC "${PROJECT_BINARY_DIR}/include/${name}")
-  # One link to one folder per library: a header of a library that is not linked is not found.
+  # One symbolic link per library, so that headers of a library that is not linked are not found.
   file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/include/${name}")
   get_filename_component(folder "${CMAKE_CURRENT_SOURCE_DIR}" NAME)
   file(CREATE_LINK "${CMAKE_CURRENT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}/include/${name}/${folder}" SYMBOLIC)
-  # Small rather than fast: an application carries this code along, and hardly waits for it.
+  # Optimise for size: applications ship this code and rarely wait for it.
   target_compile_options(${name} PRIVATE -fvisibility=hidden -ffunction-sections -fdata-sections $<$<CONFIG:Release>:-Os>)
   target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE zr_warnings)
 endfunction()

@@ -1,16 +1,16 @@
-# Sourced by the other scripts: where the project stands, and how they speak and build.
+# Sourced by the other scripts: the folder of the project, messages, builds.
 # shellcheck shell=bash
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 script=$(realpath "$0")
 cd "$root" || exit
-# What the programs say to each other stays on this machine, also where a proxy is set.
+# Requests to this machine bypass a proxy.
 export no_proxy=127.0.0.1,localhost
 
-# say MESSAGE: one line for the reader, on standard error.
+# say MESSAGE: prints a line on standard error.
 say() { printf '%s\n' "$*" >&2; }
 
-# fail MESSAGE: one line, then the end.
+# fail MESSAGE: prints a line and ends the script with status 1.
 fail() {
   say "$(basename "$0"): $*"
   exit 1
@@ -19,19 +19,19 @@ fail() {
 # jobs_at_once: how many compilers or tests may run at once.
 jobs_at_once() { nproc 2>/dev/null || echo 2; }
 
-# fix_addresses ARGUMENT ...: starts the script again with these and without randomised addresses; the sanitizers of
-# older compilers fail now and then where those are strongly randomised.
+# fix_addresses ARGUMENT ...: restarts the script with these arguments and without address space randomisation. The
+# sanitizers of older compilers sometimes fail when addresses are strongly randomised.
 fix_addresses() {
   if [[ -z ${ZR_FIXED_ADDRESSES-} ]] && setarch -R true 2>/dev/null; then
     ZR_FIXED_ADDRESSES=1 exec setarch -R "$script" "$@"
   fi
 }
 
-# usage: the script's own head comment, for --help.
+# usage: prints the comment at the head of the script, for --help.
 usage() { sed -n '2,/^$/s/^# \{0,1\}//p' "$script"; }
 
-# build PRESET [-D... options of cmake] [TARGET ...]: configures and builds. Progress goes to the terminal; without one,
-# only a failure is shown, with the end of its log.
+# build PRESET [-D... options of cmake] [TARGET ...]: configures and builds. Progress goes to the terminal. Without one,
+# only a failure is printed, with the last lines of its log.
 build() {
   local preset=$1 log option=()
   shift

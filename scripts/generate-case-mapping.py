@@ -32,14 +32,15 @@ def ranges(plane):
 
 def table(name, plane):
     rows = [f"{{0x{a & 0xFFFF:04X}, 0x{b & 0xFFFF:04X}, 0x{d & 0xFFFF:04X}}}" for a, b, d in ranges(plane)]
-    lines = [", ".join(rows[i : i + 4]) for i in range(0, len(rows), 4)]
+    lines = [", ".join(rows[i:i + 4]) for i in range(0, len(rows), 4)]
     return f"inline constexpr CaseRange {name}[] = {{\n    " + ",\n    ".join(lines) + "};\n"
 
 
 def main():
     assert all(lower(code) == code for code in range(0x20000, 0x110000)), "a mapping beyond the tables"
     out = pathlib.Path(__file__).resolve().parent.parent / "Platform/Text/CaseMappingTable.h"
-    out.write_text(f"""// Made by scripts/generate-case-mapping.py from Unicode {unicodedata.unidata_version}; not edited by hand.
+    out.write_text(f"""\
+// Made by scripts/generate-case-mapping.py from Unicode {unicodedata.unidata_version}; not edited by hand.
 #pragma once
 
 #include <cstdint>

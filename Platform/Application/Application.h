@@ -1,4 +1,4 @@
-// The application around the module: its state, its background time, and the names of its lifecycle notifications.
+// The host's application: its state, its background tasks and the names of its lifecycle notifications.
 #pragma once
 
 #include <cstdint>
@@ -20,16 +20,16 @@ inline constexpr std::string_view kWillEnterForegroundNotification = "UIApplicat
 inline constexpr std::string_view kDidEnterBackgroundNotification = "UIApplicationDidEnterBackgroundNotification";
 inline constexpr std::string_view kWillTerminateNotification = "UIApplicationWillTerminateNotification";
 
-// What a host gives of its application. The default (makePortableApplication) is always active and its background
-// tasks are no-ops with the id 0. Called from any thread.
+// Implemented by the host; called from any thread. The default (makePortableApplication) is always active, and its
+// background tasks are no-ops with the id 0.
 class Application {
  public:
   virtual ~Application() = default;
   virtual ApplicationState state() const = 0;
-  // Asks the system for time after the application went to the background. The expiration handler is called by the
-  // system, on the main thread, when that time is nearly up.
+  // Asks the system for more time in the background. The system calls the expiration handler, on the main thread, when
+  // that time is nearly up.
   virtual BackgroundTaskId beginBackgroundTask(std::string_view name, std::function<void()> expirationHandler) = 0;
-  // A second end of the same task, and the end of 0, are harmless.
+  // Ending a task twice, or ending 0, has no effect.
   virtual void endBackgroundTask(BackgroundTaskId id) = 0;
 };
 

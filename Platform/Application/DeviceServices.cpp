@@ -13,7 +13,7 @@
 namespace zorvane::platform {
 namespace {
 
-// The part up to the next separator; the text keeps what follows.
+// Removes the part up to the next separator from the text and returns it.
 std::string_view nextSubtag(std::string_view& text) {
   const std::string_view subtag = text.substr(0, text.find_first_of("_-"));
   text.remove_prefix(std::min(subtag.size() + 1, text.size()));

@@ -1,4 +1,4 @@
-// What a host may tell about the device: advertising identifier, locale, time zone.
+// What a host may know about the device: advertising identifier, locale, time zone.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Values/Value.h"
+#include "Platform/Time/Date.h"
 
 namespace zorvane::platform {
 
@@ -15,12 +15,12 @@ namespace zorvane::platform {
 class AdvertisingService {
  public:
   virtual ~AdvertisingService() = default;
-  // As the platform counts: 3 is authorised.
+  // The platform's numbers: 3 is authorised.
   virtual int trackingAuthorizationStatus() const = 0;
   virtual std::optional<std::string> advertisingIdentifier() const = 0;
 };
 
-// The user's current locale; each answer is empty where it is not known. Called from any thread.
+// The user's current locale; each result is empty when unknown. Called from any thread.
 class LocaleService {
  public:
   virtual ~LocaleService() = default;
@@ -28,7 +28,7 @@ class LocaleService {
   virtual std::optional<std::string> localeIdentifier() const = 0;
   virtual std::optional<std::string> countryCode() const = 0;
   virtual std::optional<std::string> languageCode() const = 0;
-  // In the locale's own language. Defaults: not known.
+  // In the locale's own language. Defaults: unknown.
   virtual std::optional<std::string> displayNameForCountryCode(const std::string& code) const;
   virtual std::optional<std::string> displayNameForLanguageCode(const std::string& code) const;
   virtual std::optional<std::string> displayNameForIdentifier(const std::string& identifier) const;
@@ -38,7 +38,7 @@ class LocaleService {
 class TimeZone {
  public:
   virtual ~TimeZone() = default;
-  // What is added to UTC at that moment, in seconds, daylight saving included.
+  // The offset from UTC at that moment, in seconds, including daylight saving.
   virtual std::int64_t secondsFromGMT(Date date) const = 0;
 };
 
@@ -47,15 +47,15 @@ class TimeZone {
 std::optional<std::string> languageCodeOfLocale(std::string_view identifier);
 std::optional<std::string> countryCodeOfLocale(std::string_view identifier);
 
-// The identifier in a locale's name ("de_AT.UTF-8@euro": "de_AT", "sr-Latn": "sr_Latn"): without encoding and modifier,
-// its parts joined by "_". Empty for "C", "POSIX" and "".
+// The identifier in a locale's name, without encoding and modifier, its parts joined by "_" ("de_AT.UTF-8@euro" gives
+// "de_AT", "sr-Latn" gives "sr_Latn"). Empty for "C", "POSIX" and "".
 std::optional<std::string> identifierOfLocaleName(std::string_view name);
 
-// The locale that the process's environment names when this is called: the first that is set of LC_ALL, LC_MESSAGES and
-// LANG. Nothing is known of "C" and "POSIX". No display names.
+// The locale of the process's environment at the time of the call: the first that is set of LC_ALL, LC_MESSAGES and
+// LANG. For "C" and "POSIX" everything is unknown. No display names.
 std::shared_ptr<LocaleService> makeProcessLocale();
-// The process's time zone (TZ, else the machine's) as it is when this is called. Before the year 1 and after the year
-// 9999 the zone stays as it is at that end.
+// The process's time zone (TZ, else the machine's) at the time of the call. Before the year 1 and after the year 9999,
+// the offset is that of the first or last second of these years.
 std::shared_ptr<TimeZone> makeProcessTimeZone();
 
 }  // namespace zorvane::platform

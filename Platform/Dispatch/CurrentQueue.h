@@ -5,12 +5,12 @@
 
 namespace zorvane::platform {
 
-// A queue is told apart by an address that outlives its tasks.
+// Identifies a queue by an address, which must outlive the tasks of the queue.
 class CurrentQueue {
  public:
   static bool is(const void* queue) noexcept { return current_ == queue; }
 
-  // For the life of the scope the thread works for that queue, afterwards for the one before.
+  // Sets the current queue of the thread, and restores the previous one at the end of the scope.
   class Scope {
    public:
     explicit Scope(const void* queue) noexcept : outer_(std::exchange(current_, queue)) {}

@@ -32,8 +32,8 @@ bool MainLoop::isCurrent() const {
   return mainThread_.load(std::memory_order_relaxed) == std::this_thread::get_id();
 }
 
-// As soon as a task or a stop is seen, another thread may destroy the scheduler, under the feet of who posted it: the
-// operations below hold on to the loop until they return.
+// Once a task or a stop is visible to other threads, one of them may destroy the scheduler. So the operations below
+// keep the loop alive until they return.
 
 bool MainLoop::enqueue(Task task) {
   const auto self = shared_from_this();
@@ -45,7 +45,7 @@ bool MainLoop::enqueue(Task task) {
     context_->tasks.add();
     tasks_.push(std::move(task));
     wake = pump_ != Pump::Host && std::exchange(asleep_, false);
-    start = noteThreadStart();
+    start = claimThreadStart();
   }
   if (wake) wake_.notifyOne();
   if (pump_ == Pump::Host) options_.postToHostLoop([self] { self->runNext(); });
@@ -103,7 +103,7 @@ TimerId MainLoop::startRepeatingTimer(double intervalSeconds, std::function<void
     if (pump_ == Pump::Host && timed && !stopped_) {
       startTimers = !std::exchange(timerThreadStarted_, true);
     }
-    startMain = noteThreadStart();
+    startMain = claimThreadStart();
     asleep_ = false;
   }
   wake_.notifyAll();
@@ -149,7 +149,7 @@ void MainLoop::runAdopted() {
   pump();
 }
 
-bool MainLoop::noteThreadStart() {
+bool MainLoop::claimThreadStart() {
   return pump_ == Pump::OwnThread && !stopped_ && !std::exchange(ownThreadStarted_, true);
 }
 
@@ -163,7 +163,7 @@ bool MainLoop::startOwnThread() {
 void MainLoop::runOwnThread() noexcept {
   mainThread_.store(std::this_thread::get_id(), std::memory_order_relaxed);
   pump();
-  // The system may give the thread's identity to another one.
+  // The system may reuse the id of this thread.
   mainThread_.store(std::thread::id(), std::memory_order_relaxed);
 }
 
@@ -175,7 +175,7 @@ void MainLoop::pump() {
 bool MainLoop::waitForWork(Task& task) {
   const bool timed = clock_->runsByItself();
   for (;;) {
-    // The host's clock is asked with no lock held.
+    // Call the host's clock with no lock held.
     const double now = timed ? clock_->monotonicSeconds() : 0;
     MutexLock lock(mutex_);
     if (stopped_) return false;
@@ -226,7 +226,7 @@ void MainLoop::serveTimers() noexcept {
       fireDueOnMainThread();
       {
         MutexLock lock(mutex_);
-        timersOnTheirWay_ = false;
+        firingPosted_ = false;
       }
       wake_.notifyAll();
     });
@@ -239,13 +239,13 @@ bool MainLoop::waitForDueTimer() {
     MutexLock lock(mutex_);
     if (stopped_) return false;
     const double deadline = timers_.nextDeadline();
-    if (timersOnTheirWay_ || deadline < 0) {
+    if (firingPosted_ || deadline < 0) {
       wake_.wait(mutex_);
       continue;
     }
     const double wait = deadline - now;
     if (wait <= 0) {
-      timersOnTheirWay_ = true;
+      firingPosted_ = true;
       return true;
     }
     wake_.waitFor(mutex_, wait);

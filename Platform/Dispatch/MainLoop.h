@@ -1,4 +1,4 @@
-// The main queue over real threads, and the loop that pumps it.
+// The main queue over real threads, and the loop that runs its tasks.
 #pragma once
 
 #include <atomic>
@@ -16,7 +16,7 @@
 
 namespace zorvane::platform {
 
-// Thread-safe. Held by a shared pointer, which its threads and the host's loop share.
+// Thread-safe. Hold it by a shared pointer; its threads and the tasks posted to a host's loop keep one too.
 class MainLoop final : public MainQueue, public std::enable_shared_from_this<MainLoop> {
  public:
   MainLoop(std::shared_ptr<QueueContext> context, std::shared_ptr<Clock> clock, MainLoopOptions options);
@@ -27,34 +27,42 @@ class MainLoop final : public MainQueue, public std::enable_shared_from_this<Mai
   TimerId startRepeatingTimer(double intervalSeconds, std::function<void()> work) override;
   void cancelTimer(TimerId id) override;
 
+  // As Scheduler and ThreadScheduler say.
   void runAdopted();
   void stop();
   double nextTimerDeadline();
   void fireDueTimers();
-  // Destroys the tasks that never ran. After stop().
+  // Destroys the tasks that never ran. Call after stop().
   void dropTasks();
 
  private:
+  // Who runs the tasks: a thread of the loop's own, the caller of runAdopted(), or a host's loop by runNext().
   enum class Pump { OwnThread, Adopted, Host };
   struct SyncCall;
 
-  // False, and the task is gone, when nobody pumps the queue.
+  // False when the loop is stopped, and the task is destroyed, or when the own thread cannot be started yet.
   bool enqueue(Task task);
+  // Runs the work of sync() on the main thread, unless its caller has given up.
   void runSyncCall(SyncCall& call);
+  // The body of the loop's own thread.
   void runOwnThread() noexcept;
   // Runs tasks and due timers until the loop is stopped.
   void pump();
+  // Waits for the next task, or the work of a due timer. False when the loop is stopped.
   bool waitForWork(Task& task);
-  // A turn of the host's loop: one task.
+  // Runs one task on a host's loop.
   void runNext();
+  // Runs and destroys the task, then counts it as done.
   void runCounted(Task& task);
-  // Fires the timers of a host's loop in time.
+  // The body of the timer thread of a host's loop: posts the firing of timers when they are due.
   void serveTimers() noexcept;
+  // Waits until timers are due and no earlier firing is still posted. False when the loop is stopped.
   bool waitForDueTimer();
   void fireDueOnMainThread();
 
-  // Whether the caller is to start the own thread, once the mutex is free.
-  bool noteThreadStart() ZR_REQUIRES(mutex_);
+  // True when the caller must call startOwnThread() after it releases the mutex.
+  bool claimThreadStart() ZR_REQUIRES(mutex_);
+  // False when the system cannot start a thread; the next post tries again.
   bool startOwnThread() ZR_EXCLUDES(mutex_);
 
   const std::shared_ptr<QueueContext> context_;
@@ -71,7 +79,7 @@ class MainLoop final : public MainQueue, public std::enable_shared_from_this<Mai
   bool asleep_ ZR_GUARDED_BY(mutex_) = false;
   bool ownThreadStarted_ ZR_GUARDED_BY(mutex_) = false;
   bool timerThreadStarted_ ZR_GUARDED_BY(mutex_) = false;
-  bool timersOnTheirWay_ ZR_GUARDED_BY(mutex_) = false;
+  bool firingPosted_ ZR_GUARDED_BY(mutex_) = false;
   bool stopped_ ZR_GUARDED_BY(mutex_) = false;
 };
 

@@ -1,4 +1,4 @@
-// std::mutex, its guard and its condition variable as the thread-safety analysis knows them.
+// std::mutex, its guard and its condition variable, annotated for Clang's thread-safety analysis.
 #pragma once
 
 #include <algorithm>
@@ -10,8 +10,8 @@
 
 namespace zorvane::platform {
 
-// How many of these locks the calling thread holds, so that a test can see that nothing outside is called under one.
-// Counted only where ZR_COUNT_LOCKS is defined, for the whole build; elsewhere it is 0.
+// How many of these locks the calling thread holds. Tests check with it that no outside code is called under a lock.
+// 0 unless the whole build defines ZR_COUNT_LOCKS.
 #if defined(ZR_COUNT_LOCKS)
 inline constexpr bool kLocksAreCounted = true;
 inline thread_local int locksHeldByThread = 0;
@@ -20,11 +20,12 @@ inline constexpr bool kLocksAreCounted = false;
 inline constexpr int locksHeldByThread = 0;
 #endif
 
-// For locks held briefly, without I/O or waiting.
+// Most owners hold it for a few instructions. Three hold it over file input and output with fsync: see the table of
+// locks in docs/architecture.md.
 class ZR_CAPABILITY("mutex") Mutex {
  public:
   void lock() ZR_ACQUIRE() {
-    // Locks are held for less time than it takes to go to sleep and to be woken.
+    // Most locks are released in less time than going to sleep and waking up take.
     for (int attempt = 0; attempt < kSpins; ++attempt) {
       if (mutex_.try_lock()) return count(1);
       pause();
@@ -68,7 +69,7 @@ class ZR_SCOPED_CAPABILITY MutexLock {
   Mutex& mutex_;
 };
 
-// A wait gives the mutex up and has it again when it returns. It may return for no reason: wait in a loop.
+// A wait releases the mutex and locks it again before it returns. It may wake up spuriously: wait in a loop.
 class Condition {
  public:
   void wait(Mutex& mutex) ZR_REQUIRES(mutex) {
@@ -76,7 +77,7 @@ class Condition {
     condition_.wait(lock);
     lock.release();
   }
-  // Returns after so many seconds of real time at the latest; a wait of more than an hour may return after an hour.
+  // Waits at most that many seconds of real time, and never longer than an hour.
   void waitFor(Mutex& mutex, double seconds) ZR_REQUIRES(mutex) {
     const std::chrono::duration<double> wait(std::clamp(seconds, 0.0, 3600.0));
     std::unique_lock lock(mutex.mutex_, std::adopt_lock);

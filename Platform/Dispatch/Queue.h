@@ -1,7 +1,7 @@
 // Queues of work.
 //
-// Every queue takes tasks from any thread, never blocks the caller on their work, and runs them later. A task that
-// throws ends alone: the exception goes to the scheduler's uncaught handler and the queue goes on.
+// Any thread may post a task; the queue runs it later, and the caller does not wait for it. If a task throws, the
+// exception goes to the scheduler's uncaught handler and the queue continues with the next task.
 #pragma once
 
 #include <cstdint>
@@ -22,13 +22,13 @@ class ZR_CAPABILITY("queue") Queue {
   Queue& operator=(const Queue&) = delete;
   virtual ~Queue() = default;
 
-  // Takes the task over and returns. Serial queues (the main queue too) run tasks in the order in which they were
-  // handed in, one at a time; concurrent queues promise no order.
+  // Posts the task and returns. Serial queues, such as the main queue, run tasks in the order of posting, one at a
+  // time; concurrent queues promise no order.
   virtual void async(Task task) = 0;
 
   // Whether the calling code runs as part of a task of this queue (for the main queue: on the main thread).
   virtual bool isCurrent() const = 0;
-  // Ends the process, with one line on standard error, when the calling code does not run on this queue.
+  // Aborts the process, with one line on standard error, unless the calling code runs on this queue.
   void assertCurrent() const ZR_ASSERT_CAPABILITY(this);
   const std::string& label() const noexcept { return label_; }
 
@@ -38,21 +38,20 @@ class ZR_CAPABILITY("queue") Queue {
 
 using TimerId = std::uint64_t;
 
-// The main thread's queue, with the timers that live on its run loop.
+// The main thread's queue, with its timers.
 class MainQueue : public Queue {
  public:
   MainQueue() : Queue("main") {}
 
-  // Runs the work on the main thread and returns when it is done; inline when the caller is there already. An
-  // exception of the work reaches the caller. With a main queue that nobody pumps any more (stopped, or the process is
-  // about to exit) the call returns without running the work.
+  // Runs the work on the main thread and returns when it is done; runs it inline when called on the main thread. An
+  // exception of the work reaches the caller. When the main queue has stopped or the process is about to exit, returns
+  // without running the work.
   virtual void sync(const std::function<void()>& work) = 0;
 
-  // Calls the work on the main thread every so many seconds of the monotonic clock, first after one interval. A
-  // timer that is late fires once and then keeps its old rhythm. Returns an id greater than 0. An interval below a
-  // millisecond counts as one.
+  // Calls the work on the main thread at every interval of the monotonic clock, first after one interval. A late timer
+  // fires once and then keeps its old rhythm. Returns an id greater than 0. Intervals below a millisecond count as one.
   virtual TimerId startRepeatingTimer(double intervalSeconds, std::function<void()> work) = 0;
-  // After it returns on the main thread, the timer does not fire again. Unknown ids are ignored.
+  // When called on the main thread, the timer does not fire again after the return. Unknown ids are ignored.
   virtual void cancelTimer(TimerId id) = 0;
 };
 

@@ -2,8 +2,8 @@
 
 namespace zorvane::platform {
 
-// Who brings the count to 0 looks for waiters after it, who waits looks at the count after announcing itself, all of it
-// sequentially consistent: one of the two sees the other.
+// done() lowers the count, then reads waiters_. waitForNone() raises waiters_, then reads the count. All of it is
+// sequentially consistent, so at least one of the two sees the change of the other.
 void TaskCounter::done(std::size_t count) noexcept {
   if (count == 0 || outstanding_.fetch_sub(count) != count || waiters_.load() == 0) return;
   MutexLock lock(mutex_);

@@ -1,4 +1,4 @@
-// What the queues of one scheduler have in common.
+// What the queues of one scheduler share.
 #pragma once
 
 #include <atomic>
@@ -10,16 +10,16 @@
 
 namespace zorvane::platform {
 
-// How many tasks wait or run. Thread-safe.
+// Counts the tasks that wait or run. Thread-safe.
 class TaskCounter {
  public:
-  // Before the task can be seen by whoever runs it.
+  // Call before another thread can run the task.
   void add() noexcept { outstanding_.fetch_add(1, std::memory_order_relaxed); }
-  // After the tasks and all that they held are gone.
+  // Call after the tasks and all that they hold are destroyed.
   void done(std::size_t count = 1) noexcept;
   // Returns when the count is 0, or after release().
   void waitForNone();
-  // From now on nobody waits.
+  // Ends every wait, also later ones.
   void release();
 
  private:

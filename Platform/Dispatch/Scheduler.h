@@ -1,5 +1,5 @@
-// Where queues come from. Two implementations hold one contract: real threads (makeThreadScheduler) and stepping by
-// hand (ManualScheduler).
+// The maker of queues. Two implementations share one contract: real threads (makeThreadScheduler) and manual stepping
+// (Stepping/ManualScheduler.h).
 #pragma once
 
 #include <exception>
@@ -18,45 +18,46 @@ class Scheduler {
  public:
   virtual ~Scheduler() = default;
 
-  // Tasks that wait on a serial queue when it is destroyed still run.
+  // Tasks that wait on a serial queue still run after the queue is destroyed.
   virtual std::unique_ptr<Queue> makeSerialQueue(std::string label) = 0;
   virtual Queue& globalQueue(Priority priority) = 0;
   virtual MainQueue& mainQueue() = 0;
 
-  // Returns when no task is waiting or running on any queue (those posted by the tasks themselves included). Timers
-  // that are not due do not count, nor do tasks of a main queue that was stopped. Must not be called from a task, nor
-  // on the main thread of a scheduler of real threads. Returns at once when the process is about to exit.
+  // Waits until no task waits or runs on any queue, including tasks that tasks post. Ignores timers that are not due
+  // and the tasks of a stopped main queue. Returns immediately when the process is about to exit. Must not be called
+  // from a task, nor on the main thread of a scheduler over real threads.
   virtual void waitUntilIdle() = 0;
 
-  // Whoever fires timers by hand (a clock that stands): the monotonic time at which the next timer is due, negative
-  // when there is none, and the firing of all that are due now (on the main thread; the call waits for it).
+  // For a clock that does not run by itself. The monotonic time at which the next timer is due; negative when there is
+  // no timer.
   virtual double nextTimerDeadline() = 0;
+  // Fires all due timers on the main thread and waits for it.
   virtual void fireDueTimers() = 0;
 
-  // Called, with no lock held, with an exception that left a task. The default ignores it.
+  // The handler gets each exception that leaves a task, with no lock held. Without one, exceptions are ignored.
   virtual void setUncaughtHandler(std::function<void(std::exception_ptr)> handler) = 0;
 };
 
-// How the main queue of the real scheduler is pumped.
+// Which thread runs the main queue of a scheduler over real threads.
 struct MainLoopOptions {
-  // The calling thread of runMainLoop() is the main thread, and until that call the thread that made the scheduler;
-  // otherwise the scheduler starts a thread of its own.
+  // The main thread is the one that calls runMainLoop(); before that call, the one that made the scheduler. Otherwise
+  // the scheduler starts a thread of its own.
   bool adoptedByHost = false;
-  // A host with a loop of its own: called from any thread with work to be run on the host's main thread, soon and in
-  // order. With it, isMainThread must tell the host's main thread; runMainLoop is not used.
+  // For a host with a loop of its own. Called from any thread with work that the host must run on its main thread, soon
+  // and in order. isMainThread must then be set too; runMainLoop is not used.
   std::function<void(Task)> postToHostLoop;
   std::function<bool()> isMainThread;
 };
 
-// A scheduler over real threads. Its threads are started when they are first needed, and never joined: exit is safe
-// at any moment. They take no signals that a host handles. Destroying it lets running tasks end and drops waiting ones;
-// its global and main queue go with it, its serial queues then drop what they are given.
+// A scheduler over real threads. Threads start when they are first needed and are never joined, so the process may exit
+// at any moment. They block the signals that a host handles. Destroying the scheduler drops waiting tasks and does not
+// wait for running ones. It destroys the global queues and the main queue; its serial queues then drop new tasks.
 class ThreadScheduler : public Scheduler {
  public:
-  // With adoptedByHost: pumps the main queue on the calling thread until stopMainLoop() is called. Otherwise returns.
+  // With adoptedByHost: runs the main queue on the calling thread until stopMainLoop(). Otherwise returns immediately.
   virtual void runMainLoop() = 0;
-  // From any thread, for any kind of main loop, for good: the main queue runs nothing more, whatever waits or comes,
-  // and who waits in sync() returns.
+  // Stops the main queue for good, whichever thread runs it: waiting and later tasks never run, and callers that wait
+  // in sync() return. Call from any thread.
   virtual void stopMainLoop() = 0;
 };
 

@@ -6,7 +6,7 @@
 
 namespace zorvane::platform {
 
-// The queue with tasks is itself a task of the pool, its turn; there is never more than one.
+// While the queue has tasks, one task of the pool, its turn, runs them. There is never more than one.
 struct SerialQueue::State {
   State(std::shared_ptr<WorkerPool> thePool, std::shared_ptr<QueueContext> theContext)
       : pool(std::move(thePool)), context(std::move(theContext)) {}
@@ -20,7 +20,7 @@ struct SerialQueue::State {
       if (self->pool->isBehind()) return postTurn(self);
     }
   }
-  // Whether the turn goes on.
+  // Runs the tasks posted so far. False when there were none; the turn is over then.
   bool runBatch();
 
   const std::shared_ptr<WorkerPool> pool;
@@ -29,7 +29,7 @@ struct SerialQueue::State {
   Mutex mutex;
   TaskFifo incoming ZR_GUARDED_BY(mutex);
   bool hasTurn ZR_GUARDED_BY(mutex) = false;
-  // Of the turn.
+  // Used by the turn only.
   TaskFifo batch;
 };
 

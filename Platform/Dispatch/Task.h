@@ -1,4 +1,4 @@
-// A unit of work: a callable taken over by a queue and run once.
+// A unit of work: a callable that a queue owns and runs once.
 #pragma once
 
 #include <concepts>

@@ -7,8 +7,8 @@
 
 namespace zorvane::platform {
 
-// Tasks never move once they are in. Memory is taken for several tasks at a time and a little of it is kept for reuse,
-// so that a queue that is emptied as it is filled allocates nothing.
+// Tasks do not move while they are queued. Allocates chunks of tasks and keeps a few for reuse, so that a queue that is
+// emptied as fast as it is filled allocates nothing.
 class TaskFifo {
  public:
   TaskFifo() noexcept = default;
@@ -19,7 +19,7 @@ class TaskFifo {
   bool empty() const noexcept { return size_ == 0; }
   std::size_t size() const noexcept { return size_; }
   void push(Task&& task);
-  // Of a queue that is not empty.
+  // front() and popFront() need a task.
   Task& front() noexcept { return head_->tasks[headBegin_]; }
   void popFront() noexcept;
   void swap(TaskFifo& other) noexcept;

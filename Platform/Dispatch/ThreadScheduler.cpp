@@ -14,12 +14,12 @@ namespace zorvane::platform {
 
 namespace {
 
-// What is told that the process is about to exit. Never destroyed, like all that threads may use then.
-class LiveLoops {
+// Stops every scheduler when the process is about to exit. Never destroyed, because threads still run then.
+class ExitHandler {
  public:
-  static LiveLoops& instance() {
-    static LiveLoops& loops = []() -> LiveLoops& {
-      auto* const made = new LiveLoops;
+  static ExitHandler& instance() {
+    static ExitHandler& loops = []() -> ExitHandler& {
+      auto* const made = new ExitHandler;
       std::atexit([] { instance().end(); });
       return *made;
     }();
@@ -71,7 +71,7 @@ class ThreadSchedulerOverPool final : public ThreadScheduler {
  public:
   ThreadSchedulerOverPool(std::shared_ptr<Clock> clock, MainLoopOptions options)
       : main_(std::make_shared<MainLoop>(context_, std::move(clock), std::move(options))) {
-    LiveLoops::instance().add(main_, context_);
+    ExitHandler::instance().add(main_, context_);
   }
   ~ThreadSchedulerOverPool() override {
     pool_->shutDown();

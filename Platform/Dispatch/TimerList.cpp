@@ -9,15 +9,15 @@ namespace zorvane::platform {
 namespace {
 
 constexpr double kShortestInterval = 0.001;
-// Some thirty years: beyond it, times are too coarse to be added up.
+// About thirty years. Sums with longer intervals lose precision.
 constexpr double kLongestInterval = 1e9;
-// Sums of times are rounded: a timer this close to its deadline has reached it.
+// Sums of times are rounded: a timer this close to its deadline is due.
 constexpr double kTolerance = 1e-6;
 
 }  // namespace
 
 TimerId TimerList::add(double now, double intervalSeconds, std::function<void()> work) {
-  // Not a number counts as the shortest.
+  // NaN counts as the shortest.
   const double interval =
       intervalSeconds >= kShortestInterval ? std::min(intervalSeconds, kLongestInterval) : kShortestInterval;
   timers_.push_back(

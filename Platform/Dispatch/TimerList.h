@@ -15,11 +15,11 @@ class TimerList {
   using Work = std::shared_ptr<const std::function<void()>>;
 
   TimerId add(double now, double intervalSeconds, std::function<void()> work);
-  // The cancelled timer's work, so that its owner decides where it is destroyed; null for an unknown id.
+  // Returns the work, so that the caller can destroy it without a lock; null for an unknown id.
   Work cancel(TimerId id);
   // Negative when there is no timer.
   double nextDeadline() const noexcept;
-  // The work of the earliest timer that is due, which is next due after now, in its old rhythm; null when none is due.
+  // The work of the earliest due timer, or null. The timer's next deadline is after now, in its old rhythm.
   Work takeDue(double now);
 
  private:

@@ -5,7 +5,7 @@
 namespace zorvane::platform {
 
 void UncaughtHandler::set(Handler handler) {
-  // The old handler, swapped in here, is destroyed without the lock.
+  // Takes over the old handler and destroys it after the lock is released.
   auto shared = handler ? std::make_shared<const Handler>(std::move(handler)) : nullptr;
   MutexLock lock(mutex_);
   handler_.swap(shared);

@@ -1,4 +1,4 @@
-// Where exceptions go that nobody else catches.
+// Gets the exceptions that tasks and observers throw.
 #pragma once
 
 #include <exception>
@@ -15,10 +15,10 @@ class UncaughtHandler {
   using Handler = std::function<void(std::exception_ptr)>;
 
   void set(Handler handler);
-  // Calls the handler with no lock held; what the handler itself throws is dropped.
+  // Calls the handler with no lock held. Drops what the handler itself throws.
   void report(std::exception_ptr exception) noexcept;
 
-  // Runs the work; what it throws is reported.
+  // Runs the work and reports what it throws.
   template <typename Work>
   void guard(Work&& work) noexcept {
     try {

@@ -8,7 +8,7 @@
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/PropertyList.h"
 #include "Platform/HostServices.h"
-#include "Platform/Text/RandomBytes.h"
+#include "Platform/Text/Hex.h"
 
 namespace zorvane::platform {
 namespace {

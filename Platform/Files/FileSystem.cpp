@@ -17,6 +17,7 @@
 
 #include "Platform/Dispatch/Mutex.h"
 #include "Platform/Files/SystemCalls.h"
+#include "Platform/Text/Hex.h"
 #include "Platform/Text/RandomBytes.h"
 
 namespace zorvane::platform {
@@ -86,7 +87,7 @@ constexpr std::size_t kTemporaryRandomBytes = 10;
 
 bool isTemporaryName(std::string_view name) {
   return name.size() == kTemporaryPrefix.size() + 2 * kTemporaryRandomBytes && name.starts_with(kTemporaryPrefix) &&
-         name.find_first_not_of("0123456789abcdef", kTemporaryPrefix.size()) == std::string_view::npos;
+         name.find_first_not_of(kLowerHexDigits, kTemporaryPrefix.size()) == std::string_view::npos;
 }
 
 // The temporary files in the directory; none when it cannot be listed.

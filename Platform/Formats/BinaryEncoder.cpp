@@ -5,23 +5,14 @@
 #include <functional>
 #include <stdexcept>
 
+#include "Platform/Text/Utf8.h"
+
 namespace zorvane::platform {
 namespace {
 
 // An object's plain value holds no object; one that breaks this is followed only so far.
 constexpr int kMaximumPlainSteps = 8;
 constexpr std::size_t kReferenceSize = 4;
-
-// The character that starts at text[position] of valid UTF-8; moves behind it.
-std::uint32_t nextCharacter(std::string_view text, std::size_t& position) {
-  const auto byte = [&] { return static_cast<std::uint32_t>(static_cast<unsigned char>(text[position++])); };
-  const std::uint32_t lead = byte();
-  if (lead < 0x80) return lead;
-  const int following = lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-  std::uint32_t character = lead & (0x3FU >> following);
-  for (int i = 0; i < following && position < text.size(); ++i) character = character << 6 | (byte() & 0x3F);
-  return character;
-}
 
 void appendUtf16Units(std::string_view text, std::string& out) {
   for (std::size_t position = 0; position < text.size();) {
@@ -84,7 +75,7 @@ std::uint32_t BinaryEncoder::encode(const Value& value, int depth) {
       return encodeText(value.asURL()->absoluteString);
     case Value::Kind::Array:
     case Value::Kind::Dictionary:
-      return depth < kPropertyListDepth ? encodeContainer(value, depth) : encodeText("");
+      return depth < kMaxPropertyListDepth ? encodeContainer(value, depth) : encodeText("");
     case Value::Kind::Object:
       break;
   }

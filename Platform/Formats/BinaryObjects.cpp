@@ -4,8 +4,8 @@
 #include <bit>
 #include <cstring>
 
-#include "Platform/Formats/UnicodeText.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/NumberText.h"
+#include "Platform/Text/Utf8.h"
 
 namespace zorvane::platform {
 namespace {
@@ -209,7 +209,7 @@ std::string_view textOfObject(const BinaryObject& object, std::string& storage) 
   const auto unit = [&](std::size_t i) {
     return static_cast<std::uint32_t>(bigEndian(object.content.substr(2 * i, 2)));
   };
-  appendUtf16(object.count, unit, storage);
+  appendUtf16AsUtf8(object.count, unit, storage);
   return storage;
 }
 

@@ -14,8 +14,6 @@
 
 namespace zorvane::platform {
 
-// The most containers that stand inside one another in a property list.
-inline constexpr int kPropertyListDepth = 128;
 // Seconds between 1970-01-01, where a Date begins, and 2001-01-01, where a property list's dates begin.
 inline constexpr double kPropertyListEpoch = 978307200;
 

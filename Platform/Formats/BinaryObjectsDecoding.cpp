@@ -3,7 +3,7 @@
 
 #include "Platform/Formats/BinaryObjects.h"
 #include "Platform/Formats/JSONText.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/NumberText.h"
 
 namespace zorvane::platform {
 namespace {
@@ -27,7 +27,7 @@ class Walk {
     if (!objects_.read(index, object)) {
       return fail("object " + textOfInteger(static_cast<std::int64_t>(index)) + " is missing or unsound");
     }
-    if (depth > kPropertyListDepth) return fail("too many levels" + positionText(object));
+    if (depth > kMaxPropertyListDepth) return fail("too many levels" + positionText(object));
     const bool isContainer = object.isContainer();
     if (!allowance_.take(isContainer ? object.count : 0, isContainer ? 0 : object.content.size())) {
       return fail("too many values" + positionText(object));

@@ -2,8 +2,8 @@
 #include <cmath>
 
 #include "Platform/Formats/JSON.h"
-#include "Platform/Formats/UnicodeText.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/NumberText.h"
+#include "Platform/Text/Utf8.h"
 
 namespace zorvane::platform {
 namespace {
@@ -157,7 +157,7 @@ class Parser {
         position_ = before;  // not its other half: read again by itself
       }
     }
-    appendUtf16(
+    appendUtf16AsUtf8(
         count, [&](std::size_t i) { return units[i]; }, out);
     return true;
   }

@@ -5,8 +5,9 @@
 
 #include "Platform/Formats/JSON.h"
 #include "Platform/Formats/JSONText.h"
+#include "Platform/Text/Hex.h"
+#include "Platform/Text/NumberText.h"
 #include "Platform/Time/DateFormat.h"
-#include "Platform/Values/Text.h"
 
 namespace zorvane::platform {
 namespace {
@@ -14,8 +15,6 @@ namespace {
 constexpr int kMaximumDepth = 512;
 // An object's plain value holds no object; one that breaks this is followed only so far.
 constexpr int kMaximumPlainSteps = 8;
-
-constexpr char kHexDigits[] = "0123456789abcdef";
 
 // For each byte: 0 as it is, 'u' as a number, else the letter behind the backslash.
 constexpr std::array<char, 256> makeEscapes() {
@@ -127,8 +126,7 @@ void appendJSONString(std::string_view text, std::string& out) {
     out += escape;
     if (escape == 'u') {
       out += "00";
-      out += kHexDigits[byte >> 4];
-      out += kHexDigits[byte & 15];
+      appendHex(out, {&byte, 1});
     }
   }
   out.append(text, written);
@@ -163,10 +161,7 @@ void appendJSONDate(Date date, std::string& out) {
 
 void appendJSONData(std::span<const std::uint8_t> bytes, std::string& out) {
   out += '"';
-  for (const std::uint8_t byte : bytes) {
-    out += kHexDigits[byte >> 4];
-    out += kHexDigits[byte & 15];
-  }
+  appendHex(out, bytes);
   out += '"';
 }
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Values/Text.h"
+#include "Platform/Text/NumberText.h"
 
 namespace zorvane::platform::archive {
 namespace {

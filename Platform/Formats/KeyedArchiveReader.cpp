@@ -6,7 +6,6 @@
 #include "Platform/Formats/KeyedArchiveClasses.h"
 #include "Platform/Formats/KeyedArchiveNumbers.h"
 #include "Platform/Formats/PropertyList.h"
-#include "Platform/Values/Text.h"
 
 namespace zorvane::platform {
 namespace {

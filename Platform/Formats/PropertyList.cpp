@@ -3,7 +3,7 @@
 #include "Platform/Formats/BinaryEncoder.h"
 #include "Platform/Formats/BinaryObjects.h"
 #include "Platform/Formats/XMLPropertyList.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/NumberText.h"
 
 namespace zorvane::platform {
 namespace {

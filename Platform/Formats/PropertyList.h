@@ -10,6 +10,9 @@
 
 namespace zorvane::platform {
 
+// The most containers inside one another. A reader refuses deeper files; a writer puts "" in place of what is deeper.
+inline constexpr int kMaxPropertyListDepth = 128;
+
 // The UID of keyed archives, as it stands in a value.
 class PropertyListUID final : public Object {
  public:

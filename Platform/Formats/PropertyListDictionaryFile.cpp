@@ -9,7 +9,8 @@
 #include "Platform/Dispatch/Mutex.h"
 #include "Platform/Formats/BinaryEncoder.h"
 #include "Platform/Formats/LazyPropertyListSource.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/NumberText.h"
+#include "Platform/Text/Utf8.h"
 
 namespace zorvane::platform {
 namespace {

@@ -8,9 +8,10 @@
 #include <optional>
 
 #include "Platform/Formats/BinaryObjects.h"
-#include "Platform/Formats/UnicodeText.h"
 #include "Platform/Formats/XMLText.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/Ascii.h"
+#include "Platform/Text/NumberText.h"
+#include "Platform/Text/Utf8.h"
 
 namespace zorvane::platform {
 namespace {
@@ -137,7 +138,7 @@ class Parser {
       return true;
     }
     if (tag.name == "array" || tag.name == "dict") {
-      if (depth == kPropertyListDepth) return failAt("too many levels", tag.position);
+      if (depth == kMaxPropertyListDepth) return failAt("too many levels", tag.position);
       return tag.name == "array" ? parseArray(tag, depth, value) : parseDictionary(tag, depth, value);
     }
     if (tag.name == "true" || tag.name == "false") {
@@ -261,7 +262,7 @@ std::string fromUtf16(std::string_view bytes, bool isBigEndian) {
     const auto second = static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[2 * i + 1]));
     return isBigEndian ? first << 8 | second : second << 8 | first;
   };
-  appendUtf16(bytes.size() / 2, unit, text);
+  appendUtf16AsUtf8(bytes.size() / 2, unit, text);
   return text;
 }
 
@@ -274,7 +275,7 @@ std::string declaredEncoding(std::string_view bytes) {
   if (start == std::string_view::npos) return {};
   const std::size_t end = head.find(head[start], start + 1);
   std::string encoding(head.substr(start + 1, end == std::string_view::npos ? end : end - start - 1));
-  for (char& c : encoding) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  for (char& c : encoding) c = asciiLowerCase(c);
   return encoding;
 }
 

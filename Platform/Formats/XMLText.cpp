@@ -5,8 +5,9 @@
 #include <limits>
 #include <string>
 
+#include "Platform/Text/Ascii.h"
+#include "Platform/Text/NumberText.h"
 #include "Platform/Time/CivilTime.h"
-#include "Platform/Values/Text.h"
 
 namespace zorvane::platform {
 namespace {
@@ -26,7 +27,7 @@ bool takeSign(std::string_view& text) {
 
 std::size_t takeDigits(std::string_view& text) {
   std::size_t count = 0;
-  while (count < text.size() && text[count] >= '0' && text[count] <= '9') ++count;
+  while (count < text.size() && isAsciiDigit(text[count])) ++count;
   text.remove_prefix(count);
   return count;
 }
@@ -75,7 +76,7 @@ std::optional<Value> realOfXMLText(std::string_view text) {
   if (isDecimalNumber(text)) return Value(leadingDouble(text).value_or(0));
   const bool isNegative = takeSign(text);
   std::string word(text);
-  for (char& c : word) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  for (char& c : word) c = asciiLowerCase(c);
   if (word == "nan") return Value(std::numeric_limits<double>::quiet_NaN());
   if (word != "inf" && word != "infinity") return std::nullopt;
   const double infinity = std::numeric_limits<double>::infinity();
@@ -86,8 +87,7 @@ std::optional<Value> dateOfXMLText(std::string_view text) {
   constexpr std::string_view kForm = "0000-00-00T00:00:00Z";
   if (text.size() != kForm.size()) return std::nullopt;
   for (std::size_t i = 0; i < kForm.size(); ++i) {
-    const bool isDigit = text[i] >= '0' && text[i] <= '9';
-    if (kForm[i] == '0' ? !isDigit : text[i] != kForm[i]) return std::nullopt;
+    if (kForm[i] == '0' ? !isAsciiDigit(text[i]) : text[i] != kForm[i]) return std::nullopt;
   }
   const auto number = [&](std::size_t start, std::size_t length) {
     int value = 0;

@@ -5,7 +5,7 @@
 
 namespace zorvane::platform {
 
-// Lists and functions that are replaced are swapped out and destroyed without the lock: what they hold may call back.
+// Replaced lists and functions are destroyed after the lock is released: what they hold may call back.
 
 ObserverId NotificationCenter::addObserver(std::string_view name, Observer observer) {
   auto shared = std::make_shared<const Observer>(std::move(observer));
@@ -24,10 +24,10 @@ void NotificationCenter::removeObserver(ObserverId id) {
   Registrations replaced;
   MutexLock lock(mutex_);
   for (auto place = registrations_.begin(); place != registrations_.end(); ++place) {
-    const auto isMeant = [id](const Registration& registration) { return registration.id == id; };
-    if (std::none_of(place->second->begin(), place->second->end(), isMeant)) continue;
+    const auto hasId = [id](const Registration& registration) { return registration.id == id; };
+    if (std::none_of(place->second->begin(), place->second->end(), hasId)) continue;
     auto list = std::make_shared<std::vector<Registration>>(*place->second);
-    std::erase_if(*list, isMeant);
+    std::erase_if(*list, hasId);
     replaced = std::exchange(place->second, std::move(list));
     if (place->second->empty()) registrations_.erase(place);
     return;

@@ -17,8 +17,8 @@ namespace zorvane::platform {
 
 using ObserverId = std::uint64_t;
 
-// Thread-safe. Observers run on the poster's thread, in the order of registration, with no lock held; an observer that
-// throws costs its own call only. An observer added or removed while a notification is posted counts from the next.
+// Thread-safe. Observers run on the poster's thread, in the order of registration, with no lock held. If one throws,
+// the others still run. Adding or removing an observer during a post takes effect with the next post.
 class NotificationCenter {
  public:
   using Observer = std::function<void(std::string_view name)>;
@@ -27,9 +27,9 @@ class NotificationCenter {
   void removeObserver(ObserverId id);
   void post(std::string_view name);
 
-  // Called for every post before its observers run; an empty function ends it. For hosts that trace.
+  // Called for every post before its observers run; an empty function removes the hook. For hosts that trace.
   void setPostHook(Observer hook);
-  // Called, with no lock held, with what an observer threw. The default ignores it.
+  // The handler gets what observers and the hook throw, with no lock held. Without one, exceptions are ignored.
   void setUncaughtHandler(std::function<void(std::exception_ptr)> handler);
 
  private:
@@ -37,7 +37,7 @@ class NotificationCenter {
     ObserverId id;
     std::shared_ptr<const Observer> observer;
   };
-  // Never changed once it is in the map: a post keeps the list it began with.
+  // Immutable once in the map, so a post keeps the list that it began with.
   using Registrations = std::shared_ptr<const std::vector<Registration>>;
 
   Mutex mutex_;

@@ -1,4 +1,4 @@
-// Characters of ASCII, whatever the locale.
+// ASCII characters, independent of the locale.
 #pragma once
 
 namespace zorvane::platform {
@@ -8,6 +8,10 @@ constexpr bool isAsciiLetter(char c) {
 }
 constexpr bool isAsciiDigit(char c) {
   return c >= '0' && c <= '9';
+}
+
+constexpr char asciiLowerCase(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
 }  // namespace zorvane::platform

@@ -35,11 +35,4 @@ void fillWithRandomBytes(std::span<std::uint8_t> bytes) {
   throw std::runtime_error("no source of random bytes");
 }
 
-void appendHex(std::string& text, std::span<const std::uint8_t> bytes, std::string_view digits) {
-  for (const std::uint8_t byte : bytes) {
-    text += digits[byte >> 4];
-    text += digits[byte & 15];
-  }
-}
-
 }  // namespace zorvane::platform

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "Platform/Text/Ascii.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/Utf8.h"
 
 namespace zorvane::platform {
 namespace {

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "Platform/Text/Hex.h"
 #include "Platform/Text/RandomBytes.h"
 
 namespace zorvane::platform {
@@ -15,7 +16,7 @@ std::string randomUUID() {
   text.reserve(36);
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
-    appendHex(text, {&bytes[i], 1}, "0123456789ABCDEF");
+    appendHex(text, {&bytes[i], 1}, kUpperHexDigits);
   }
   return text;
 }

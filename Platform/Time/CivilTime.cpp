@@ -1,14 +1,9 @@
 #include "Platform/Time/CivilTime.h"
 
-#include <cmath>
-#include <cstdio>
-
-#include "Platform/Values/Text.h"
-
 namespace zorvane::platform {
 
 std::int64_t daysFromCivil(std::int64_t year, int month, int day) noexcept {
-  // Counted in eras of 400 years from 0000-03-01, so that a leap day ends a year.
+  // Counts eras of 400 years from 0000-03-01, so that a leap day is the last day of its year.
   year -= month <= 2 ? 1 : 0;
   const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
   const std::int64_t yearOfEra = year - era * 400;
@@ -42,16 +37,6 @@ CivilTime civilTimeFromSeconds(std::int64_t seconds) noexcept {
 
 std::int64_t secondsFromCivilTime(const CivilTime& time) noexcept {
   return daysFromCivil(time.year, time.month, time.day) * 86400 + time.hour * 3600 + time.minute * 60 + time.second;
-}
-
-std::string describeDate(Date date) {
-  constexpr double kReasonable = 3.2e13;
-  if (!(std::abs(date.secondsSince1970) < kReasonable)) return textOfDouble(date.secondsSince1970);
-  const CivilTime time = civilTimeFromSeconds(static_cast<std::int64_t>(std::floor(date.secondsSince1970)));
-  char text[64];
-  std::snprintf(text, sizeof text, "%04lld-%02d-%02d %02d:%02d:%02d +0000", static_cast<long long>(time.year),
-                time.month, time.day, time.hour, time.minute, time.second);
-  return text;
 }
 
 }  // namespace zorvane::platform

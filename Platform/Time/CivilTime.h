@@ -2,9 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
-
-#include "Platform/Values/Value.h"
 
 namespace zorvane::platform {
 
@@ -17,12 +14,10 @@ struct CivilTime {
   int second = 0;  // 0 to 59
 };
 
+// Days since 1970-01-01.
 std::int64_t daysFromCivil(std::int64_t year, int month, int day) noexcept;
-// The fields of a number of seconds since 1970-01-01 00:00 in the same zone.
+// The date and time so many seconds after 1970-01-01 00:00.
 CivilTime civilTimeFromSeconds(std::int64_t seconds) noexcept;
 std::int64_t secondsFromCivilTime(const CivilTime& time) noexcept;
-
-// "2026-11-21 10:00:00 +0000"; a date that no calendar holds (not a number, beyond a million years) as its seconds.
-std::string describeDate(Date date);
 
 }  // namespace zorvane::platform

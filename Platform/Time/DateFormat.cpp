@@ -8,10 +8,10 @@
 namespace zorvane::platform {
 namespace {
 
-// Of the shift from GMT, so that the sum stays far from overflow; no calendar needs more than a day.
+// Bounds secondsFromGMT, so that sums cannot overflow. Real offsets stay below a day.
 constexpr std::int64_t kMaxShift = 1'000'000;
 
-// One part of a pattern: a field (its letter and width) or a character that stands for itself (width 0).
+// One part of a pattern: a field (its letter and width) or a literal character (width 0).
 struct Element {
   char letter = 0;
   std::size_t width = 0;
@@ -21,7 +21,7 @@ class PatternReader {
  public:
   explicit PatternReader(std::string_view pattern) : rest_(pattern) {}
 
-  // False at the end of the pattern, and at a field that is none.
+  // False at the end of the pattern and at an unknown field.
   bool next(Element& element) {
     while (!rest_.empty()) {
       const char c = rest_[0];
@@ -68,7 +68,7 @@ class PatternReader {
   bool quoted_ = false;
 };
 
-// A time with its milliseconds, as the fields of a pattern.
+// A time with milliseconds, by field letter.
 struct Fields {
   CivilTime time;
   int millisecond = 0;
@@ -115,7 +115,7 @@ struct Fields {
         millisecond = value;
     }
   }
-  bool exist() const {
+  bool areValid() const {
     if (time.year < 1 || time.month < 1 || time.month > 12 || time.day < 1) return false;
     const bool december = time.month == 12;
     const std::int64_t nextMonth = daysFromCivil(time.year + (december ? 1 : 0), december ? 1 : time.month + 1, 1);
@@ -141,7 +141,7 @@ std::optional<std::string> textOfDate(Date date, std::string_view pattern, std::
   constexpr double kBeyondCalendar = 1e12;
   if (!(std::abs(date.secondsSince1970) < kBeyondCalendar)) return std::nullopt;
   if (secondsFromGMT < -kMaxShift || secondsFromGMT > kMaxShift) return std::nullopt;
-  // A date of whole milliseconds is a double a little below or above them; it must not lose one by that.
+  // A date of whole milliseconds may be stored slightly below them. It must not be floored to the millisecond before.
   const double exact = date.secondsSince1970 * 1000;
   const double tolerance = 1e-3 + std::abs(exact) * 0x1p-51;
   const auto milliseconds = static_cast<std::int64_t>(std::floor(exact + tolerance));
@@ -179,7 +179,7 @@ std::optional<Date> dateOfText(std::string_view text, std::string_view pattern, 
     if (!readNumber(text, element.width, number)) return std::nullopt;
     fields.set(element.letter, number);
   }
-  if (!reader.atEnd() || !text.empty() || !fields.exist()) return std::nullopt;
+  if (!reader.atEnd() || !text.empty() || !fields.areValid()) return std::nullopt;
   const std::int64_t seconds = secondsFromCivilTime(fields.time) - secondsFromGMT;
   return Date{static_cast<double>(seconds * 1000 + fields.millisecond) / 1000};
 }

@@ -1,4 +1,4 @@
-// Dates as text by pattern, in the US POSIX locale.
+// Dates to text and back by pattern, in the US POSIX locale.
 #pragma once
 
 #include <cstdint>
@@ -6,17 +6,17 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Values/Value.h"
+#include "Platform/Time/Date.h"
 
 namespace zorvane::platform {
 
-// Patterns: yyyy MM dd HH mm ss SSS, text in single quotes, any other character but a letter as itself.
+// Pattern fields are yyyy MM dd HH mm ss SSS. Text in single quotes and characters other than letters are literal.
 
-// The text of the date shifted by so many seconds from GMT; milliseconds are floored. Empty for a date that is no
-// number or lies outside the years 1 to 9999.
+// The text of the date in a zone with that offset; milliseconds are floored. Empty for NaN, for dates outside the years
+// 1 to 9999 and for a malformed pattern.
 std::optional<std::string> textOfDate(Date date, std::string_view pattern, std::int64_t secondsFromGMT);
 
-// The date, when the whole text matches the pattern and names a day and time that exist (a second 60 does not).
+// The date, if the whole text matches the pattern and names a valid day and time (second 60 is not). Otherwise empty.
 std::optional<Date> dateOfText(std::string_view text, std::string_view pattern, std::int64_t secondsFromGMT);
 
 }  // namespace zorvane::platform

@@ -7,7 +7,7 @@
 #include <variant>
 #include <vector>
 
-#include "Platform/Values/Text.h"
+#include "Platform/Text/Utf8.h"
 
 namespace zorvane::platform {
 namespace {

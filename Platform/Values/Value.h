@@ -15,6 +15,8 @@
 #include <variant>
 #include <vector>
 
+#include "Platform/Time/Date.h"
+
 namespace zorvane::platform {
 
 enum class ValueKind : std::uint8_t {
@@ -52,12 +54,6 @@ inline constexpr NullMarker null{};
 struct Data {
   std::vector<std::uint8_t> bytes;
   friend bool operator==(const Data&, const Data&) = default;
-};
-
-// A moment, in seconds since 1970-01-01 00:00 UTC, fractions included.
-struct Date {
-  double secondsSince1970 = 0;
-  friend auto operator<=>(const Date&, const Date&) = default;
 };
 
 struct URL {

@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <utility>
 #include <vector>
 
-#include "Platform/Text/RandomBytes.h"
+#include "Platform/Text/Hex.h"
+#include "Platform/Text/NumberText.h"
 #include "Platform/Time/CivilTime.h"
-#include "Platform/Values/Text.h"
 #include "Platform/Values/Value.h"
 
 namespace zorvane::platform {
@@ -124,6 +125,17 @@ std::string describeData(const Data& data) {
   std::string text = "<";
   appendHex(text, data.bytes);
   return text += '>';
+}
+
+std::string describeDate(Date date) {
+  // Beyond a million years, and for NaN: the seconds.
+  constexpr double kReasonable = 3.2e13;
+  if (!(std::abs(date.secondsSince1970) < kReasonable)) return textOfDouble(date.secondsSince1970);
+  const CivilTime time = civilTimeFromSeconds(static_cast<std::int64_t>(std::floor(date.secondsSince1970)));
+  char text[64];
+  std::snprintf(text, sizeof text, "%04lld-%02d-%02d %02d:%02d:%02d +0000", static_cast<long long>(time.year),
+                time.month, time.day, time.hour, time.minute, time.second);
+  return text;
 }
 
 }  // namespace

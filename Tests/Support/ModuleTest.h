@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Dispatch/ManualScheduler.h"
 #include "Platform/HostServices.h"
+#include "Stepping/ManualScheduler.h"
 #include "ZorvaneCore/CoreSetup.h"
 #include "ZorvaneCore/ZRLogger.h"
 

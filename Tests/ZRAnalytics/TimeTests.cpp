@@ -5,7 +5,7 @@
 #include <ostream>
 
 #include "Platform/Formats/PropertyList.h"
-#include "Platform/Values/Text.h"
+#include "Platform/Text/NumberText.h"
 #include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 

@@ -306,10 +306,6 @@ TEST(DictionaryLookup, TreatsNullAsMissing) {
   for (const char* path : {"x", "n", "a.n", "a.n.x", "a.x.c", "a.b.c.d", "", ".", "a.", "a..b"}) {
     EXPECT_TRUE(validObjectForKeyPath(dictionary, path).isNil()) << path;
   }
-  setObjectNilHandledForKey(dictionary, nullptr, "a");
-  setObjectNilHandledForKey(dictionary, null, "z");
-  EXPECT_EQ(validObjectForKeyPath(dictionary, "a.b.c"), 1);
-  EXPECT_EQ(dictionary.objectForKey("z"), null);
 }
 
 class ThrowingSink final : public ZRLogSink {

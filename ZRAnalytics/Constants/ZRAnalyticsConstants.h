@@ -1,4 +1,4 @@
-// The exported text constants: names of events, attributes, report keys, session and source keys, stored keys.
+// Exported text constants: event and attribute names, keys of reports, sessions, sources and defaults.
 #pragma once
 
 #include <string_view>
@@ -16,7 +16,7 @@ inline constexpr std::string_view kEventNameAppReinstall = "REINSTALL";
 inline constexpr std::string_view kEventNameUserAttributeAction = "EVENT_ACTION_USER_ATTRIBUTE";
 inline constexpr std::string_view kEventNameDeviceAttributeAction = "EVENT_ACTION_DEVICE_ATTRIBUTE";
 
-// User attributes with a meaning of their own, and the standard ones for the application's use.
+// User attributes: those that the module handles specially, and the standard ones for applications.
 inline constexpr std::string_view USER_ATTRIBUTE_UNIQUE_ID = "USER_ATTRIBUTE_UNIQUE_ID";
 inline constexpr std::string_view USER_ATTRIBUTE_SEGMENT_ID = "USER_ATTRIBUTE_SEGMENT_ID";
 inline constexpr std::string_view USER_ATTRIBUTE_USER_EMAIL = "USER_ATTRIBUTE_USER_EMAIL";

@@ -7,6 +7,7 @@
 #include "ZorvaneCore/ZRCoreUtils.h"
 
 namespace zorvane {
+
 ZRDeviceAttributesHandler& ZRDeviceAttributesHandler::sharedInstance() {
   static ZRDeviceAttributesHandler* const handler = new ZRDeviceAttributesHandler;
   return *handler;
@@ -23,7 +24,7 @@ void ZRDeviceAttributesHandler::setDeviceAttributeForKey(const Value& value, con
       logLine("The attribue value should be either of string, integer or bool");
       return;
     }
-    // The name is not checked here: the properties refuse what cannot be one, and the event goes out without it.
+    // The name is not checked: if the properties reject it, the event is tracked without the attribute.
     auto properties = std::make_shared<ZRProperties>();
     properties->addAttributeWithName(value, name);
     ZREventsHandler::sharedInstance().trackEventWithProperties(kEventNameDeviceAttributeAction, std::move(properties));

@@ -5,14 +5,16 @@
 
 namespace zorvane {
 
-// Every call sends an event: nothing is remembered, and no data-tracking choice is asked. Any thread.
+// Any thread; nothing here throws. Each call tracks an "EVENT_ACTION_DEVICE_ATTRIBUTE" event: values are not cached,
+// and there is no data-tracking gate.
 class ZRDeviceAttributesHandler {
  public:
   static ZRDeviceAttributesHandler& sharedInstance();
 
-  // Text or a number. Only with the SDK enabled; other values are logged and dropped.
+  // The value must be text or a number; others are dropped with a log line. Gate: SDK.
   void setDeviceAttributeForKey(const Value& value, const Value& name);
-  // "device_model", "device_model_name", "os_version" and, where vendor-identifier tracking is enabled, "device_IDFV".
+  // Sends "device_model", "device_model_name", "os_version" and, if vendor-identifier tracking is enabled,
+  // "device_IDFV".
   void setDeviceModelAttributes();
 
  private:

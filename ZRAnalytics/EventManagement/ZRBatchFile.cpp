@@ -1,64 +1,130 @@
 #include "ZRAnalytics/EventManagement/ZRBatchFile.h"
 
-#include <algorithm>
 #include <utility>
+
+#include "Platform/Formats/JSON.h"
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 
 namespace zorvane {
 namespace {
 
 using platform::PropertyListDictionaryImage;
 
-// More than a phone's backlog of years; what is larger is no file of ours.
+// More than a phone's backlog of years.
 constexpr std::size_t kMaximumFileSize = 512u << 20;
-
-// What stands under an identifier stays what it is, so equal identifiers mean equal content.
-bool sameKeys(const std::vector<ZRStoredBatch>& left, const std::vector<ZRStoredBatch>& right) {
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [](const ZRStoredBatch& one, const ZRStoredBatch& other) { return one.key == other.key; });
-}
 
 }  // namespace
 
-ZRBatchTable::ZRBatchTable(std::vector<ZRStoredBatch> batches) : batches_(std::move(batches)) {
-  positions_.reserve(batches_.size());
-  for (std::size_t i = 0; i < batches_.size(); ++i) positions_.emplace(batches_[i].key, i);
+bool ZRStoredBatch::isBatch() const {
+  return entry_.value.isDictionary() || entry_.value.isArray();
 }
 
-void ZRBatchTable::remove(const std::string& batchID) {
-  positions_.erase(batchID);
+std::string_view ZRStoredBatch::eventsKey() const {
+  return isBareArray() ? std::string_view() : kBatchKeyEvents;
 }
 
-std::vector<ZRStoredBatch> ZRBatchTable::batches() const {
-  std::vector<ZRStoredBatch> left;
-  left.reserve(positions_.size());
-  for (const ZRStoredBatch& batch : batches_) {
-    if (positions_.contains(batch.key)) left.push_back(batch);
+std::size_t ZRStoredBatch::eventCount() const {
+  return entry_.value.countOfKey(eventsKey());
+}
+
+Dictionary ZRStoredBatch::info() const {
+  const auto& stored = entry_.value;
+  Dictionary info;
+  if (isBareArray()) {
+    info.set(kBatchKeyBatchID, id());
+  } else {
+    for (const std::string_view key : {kBatchKeyBatchID, kBatchKeyRequestTime, kBatchKeySession, kBatchKeySource}) {
+      info.setObjectNilHandledForKey(stored.decodeKey(key), key);
+    }
   }
-  return left;
+  const std::string_view key = eventsKey();
+  const auto decodeEvents = [stored, key] { return key.empty() ? stored.decode() : stored.decodeKey(key); };
+  if (eventCount() == 0) {
+    info.setObjectNilHandledForKey(decodeEvents(), kBatchKeyEvents);
+  } else {
+    info.set(kBatchKeyEvents,
+             platform::lazyJSON([stored, key](std::string& out) { stored.appendJSONOfKey(key, out); }, decodeEvents));
+  }
+  return info;
 }
 
-ZRBatchFile::ZRBatchFile(std::string path) : path_(std::move(path)) {}
+ZRBatchFile::ZRBatchFile(std::string path, FailureHandler onFailure)
+    : path_(std::move(path)), onFailure_(std::move(onFailure)) {}
 
 bool ZRBatchFile::exists() const {
   return platform::fileExists(path_);
 }
 
-std::string ZRBatchFile::lastError() const {
-  platform::MutexLock lock(mutex_);
-  return lastError_;
+std::optional<std::vector<ZRStoredBatch>> ZRBatchFile::load() {
+  PropertyListDictionaryImage image;
+  Outcome outcome;
+  std::string failure;
+  {
+    platform::MutexLock lock(mutex_);
+    outcome = read(image, failure);
+  }
+  if (outcome != Outcome::Done) {
+    report(failure);
+    return std::nullopt;
+  }
+  std::vector<ZRStoredBatch> batches;
+  batches.reserve(image.entries().size());
+  for (const auto& entry : image.entries()) batches.push_back(ZRStoredBatch(entry));
+  return batches;
 }
 
-ZRBatchFile::Outcome ZRBatchFile::fail(Outcome outcome, std::string message) {
-  lastError_ = std::move(message);
+ZRBatchFile::Outcome ZRBatchFile::store(std::string_view batchID, const Value& batch) {
+  Outcome outcome;
+  std::string failure;
+  {
+    platform::MutexLock lock(mutex_);
+    PropertyListDictionaryImage image;
+    outcome = read(image, failure);
+    if (outcome == Outcome::Done) outcome = write(image.withEntry(batchID, batch), failure);
+    if (outcome == Outcome::Done) lastReportedFailure_.clear();
+  }
+  if (outcome != Outcome::Done) report(failure);
   return outcome;
 }
 
-ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionaryImage& image) {
+platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const std::unordered_set<std::string>& batchIDs) {
+  if (batchIDs.empty()) return Outcome::Done;
+  std::string failure;
+  Outcome outcome;
+  {
+    platform::MutexLock lock(mutex_);
+    PropertyListDictionaryImage image;
+    outcome = read(image, failure);
+    if (outcome == Outcome::Done) {
+      std::vector<PropertyListDictionaryImage::Entry> kept;
+      for (const auto& entry : image.entries()) {
+        if (!batchIDs.contains(entry.key)) kept.push_back(entry);
+      }
+      if (kept.empty()) return exists() ? removeFile() : Outcome::Done;
+      if (kept.size() == image.entries().size()) return Outcome::Done;
+      outcome = write(PropertyListDictionaryImage::ofEntries(kept), failure);
+    }
+  }
+  if (outcome != Outcome::Done) report(failure);
+  return outcome;
+}
+
+platform::Status ZRBatchFile::removeAll() {
+  platform::MutexLock lock(mutex_);
+  const auto removed = removeFile();
+  if (!removed) return removed.error();
+  return platform::Done{};
+}
+
+ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionaryImage& image, std::string& failure) {
   const auto found = platform::fileIdentity(path_);
   if (!found || !found.value()) {
     image_.reset();
-    // Only a file that is not there counts as empty; one that cannot be looked at must not be written over.
-    if (!found) return fail(Outcome::Failed, found.error().message);
+    if (!found) {
+      // The file may be there: writing a new one in its place could lose it.
+      failure = found.error().message;
+      return Outcome::Failed;
+    }
     image = PropertyListDictionaryImage();
     return Outcome::Done;
   }
@@ -66,9 +132,15 @@ ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionaryImage& image) {
   if (!image_ || !(identity_ == identity)) {
     image_.reset();
     auto bytes = platform::readFile(path_, kMaximumFileSize);
-    if (!bytes) return fail(Outcome::Failed, bytes.error().message);
+    if (!bytes) {
+      failure = bytes.error().message;
+      return Outcome::Failed;
+    }
     auto opened = PropertyListDictionaryImage::open(std::move(bytes).value());
-    if (!opened) return fail(Outcome::Unreadable, path_ + ": " + opened.error().message);
+    if (!opened) {
+      failure = path_ + ": " + opened.error().message;
+      return Outcome::Unreadable;
+    }
     image_ = std::move(opened).value();
     identity_ = identity;
   }
@@ -76,11 +148,14 @@ ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionaryImage& image) {
   return Outcome::Done;
 }
 
-ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionaryImage image) {
-  // A new file whose directory could not be synced stands: what it holds is stored, and must not be stored twice.
+ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionaryImage image, std::string& failure) {
+  // If only the directory fsync failed, count the batch as stored, or it is saved twice.
   bool stands = false;
   const auto written = platform::replaceFileAtomically(path_, image.pieces(), &stands);
-  if (!stands) return fail(Outcome::Failed, written.error().message);
+  if (!stands) {
+    failure = written.error().message;
+    return Outcome::Failed;
+  }
   const auto identity = platform::fileIdentity(path_);
   image_.reset();
   if (!identity || !identity.value()) return Outcome::Done;
@@ -89,48 +164,20 @@ ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionaryImage image) {
   return Outcome::Done;
 }
 
-std::optional<ZRBatchTable> ZRBatchFile::load(Outcome& outcome) {
-  PropertyListDictionaryImage image;
-  {
-    platform::MutexLock lock(mutex_);
-    outcome = read(image);
-  }
-  if (outcome != Outcome::Done) return std::nullopt;
-  return ZRBatchTable(image.entries());
-}
-
-ZRBatchFile::Outcome ZRBatchFile::store(std::string_view batchID, const Value& batch) {
-  platform::MutexLock lock(mutex_);
-  PropertyListDictionaryImage image;
-  if (const Outcome outcome = read(image); outcome != Outcome::Done) return outcome;
-  return write(image.withEntry(batchID, batch));
-}
-
-ZRBatchFile::Outcome ZRBatchFile::replaceKnown(const std::vector<ZRStoredBatch>& batches,
-                                               const std::unordered_set<std::string>& known) {
-  platform::MutexLock lock(mutex_);
-  PropertyListDictionaryImage image;
-  const Outcome outcome = read(image);
-  if (outcome == Outcome::Failed) return outcome;
-  std::vector<ZRStoredBatch> kept = batches;
-  if (outcome == Outcome::Done) {
-    for (const ZRStoredBatch& batch : image.entries()) {
-      if (!known.contains(batch.key)) kept.push_back(batch);
-    }
-  }
-  if (outcome == Outcome::Done && !kept.empty() && sameKeys(kept, image.entries())) return Outcome::Done;
-  if (!kept.empty()) return write(PropertyListDictionaryImage::ofEntries(kept));
-  if (!exists()) return Outcome::Done;
-  const auto status = platform::removeFile(path_);
-  if (!status) return fail(Outcome::RemoveFailed, status.error().message);
+platform::Result<ZRBatchFile::Outcome> ZRBatchFile::removeFile() {
   image_.reset();
+  const auto removed = platform::removeFile(path_);
+  if (!removed) return removed.error();
   return Outcome::Removed;
 }
 
-platform::Status ZRBatchFile::remove() {
-  platform::MutexLock lock(mutex_);
-  image_.reset();
-  return platform::removeFile(path_);
+void ZRBatchFile::report(const std::string& failure) {
+  {
+    platform::MutexLock lock(mutex_);
+    if (lastReportedFailure_ == failure) return;
+    lastReportedFailure_ = failure;
+  }
+  if (onFailure_) onFailure_(failure);
 }
 
 }  // namespace zorvane

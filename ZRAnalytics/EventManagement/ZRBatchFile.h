@@ -2,10 +2,10 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -16,72 +16,78 @@
 
 namespace zorvane {
 
-using ZRStoredBatch = platform::PropertyListDictionaryImage::Entry;
-
-// Saved batches by identifier, in the file's order. Not thread-safe.
-class ZRBatchTable {
+// One entry of the file, decoded when it is used. Keeps the file's bytes alive. Cheap to copy; immutable, any thread.
+class ZRStoredBatch {
  public:
-  ZRBatchTable() = default;
-  explicit ZRBatchTable(std::vector<ZRStoredBatch> batches);
-
-  std::size_t size() const { return positions_.size(); }
-  bool empty() const { return positions_.empty(); }
-  void remove(const std::string& batchID);
-  // What is left, in order.
-  std::vector<ZRStoredBatch> batches() const;
+  // The batch identifier: the entry's key in the file.
+  const std::string& id() const { return entry_.key; }
+  // A batch dictionary, or a bare array of events. Nothing else can be sent.
+  bool isBatch() const;
+  // No "request_time" and no session: such a batch comes from the dump file of an earlier release.
+  bool isBareArray() const { return entry_.value.isArray(); }
+  // 0 where no array of events is found.
+  std::size_t eventCount() const;
+  // "batch_id", "request_time", "session" and "source" as far as the batch has them, and its "events", which are not
+  // decoded before the request is encoded.
+  Dictionary info() const;
+  // Decoded as a whole.
+  Value value() const { return entry_.value.decode(); }
 
  private:
-  std::vector<ZRStoredBatch> batches_;
-  std::unordered_map<std::string, std::size_t> positions_;
+  friend class ZRBatchFile;
+  explicit ZRStoredBatch(platform::PropertyListDictionaryImage::Entry entry) : entry_(std::move(entry)) {}
+  // The key under which the events are found in the entry; empty for a bare array.
+  std::string_view eventsKey() const;
+
+  platform::PropertyListDictionaryImage::Entry entry_;
 };
 
-// Thread-safe: each operation is one uninterrupted load, change and write. Batches are decoded only when they are used.
+// Thread-safe: each operation is one uninterrupted load, change and write.
 class ZRBatchFile {
  public:
-  explicit ZRBatchFile(std::string path);
+  using FailureHandler = std::function<void(const std::string& message)>;
+
+  // The handler is called with no lock held, on the thread of the operation that failed; once for the same failure
+  // until a batch is stored.
+  explicit ZRBatchFile(std::string path, FailureHandler onFailure = nullptr);
 
   enum class Outcome {
     Done,
-    // The file held nothing any more and is gone.
+    // The file holds no batch any more and was removed.
     Removed,
-    // The file exists and is no property list with a dictionary at its root: it was left as it is.
+    // The file exists and is no property list with a dictionary at its root. It was left as it is.
     Unreadable,
-    // The system refused to read or write: the file was left as it is.
+    // The system refused to read or write. The file was left as it is.
     Failed,
-    // As Failed, when the file was to be removed.
-    RemoveFailed,
   };
 
   const std::string& path() const { return path_; }
   bool exists() const;
 
-  // The batches in order; none when there is no file; absent when the outcome is not Done.
-  std::optional<ZRBatchTable> load(Outcome& outcome);
-  std::optional<ZRBatchTable> load() {
-    Outcome outcome;
-    return load(outcome);
-  }
-  // Stores a batch (a dictionary, or a bare array of events) under its identifier.
+  // The batches in the file's order; none when there is no file; absent when the file cannot be read.
+  std::optional<std::vector<ZRStoredBatch>> load();
+  // Stores a batch (a dictionary, or a bare array of events) under its identifier. Never Removed.
   Outcome store(std::string_view batchID, const Value& batch);
-  // Makes the file hold these batches and those in it whose identifiers are not among the known ones. When that leaves
-  // none, the file, if there is one, is removed; when it leaves all, the file is not touched.
-  Outcome replaceKnown(const std::vector<ZRStoredBatch>& batches, const std::unordered_set<std::string>& known);
-  platform::Status remove();
-
-  // What the last failure was.
-  std::string lastError() const;
+  // Removes these batches and leaves all others; with the last one the file goes too. A failure to remove the file is
+  // returned as its error and is not given to the handler.
+  platform::Result<Outcome> remove(const std::unordered_set<std::string>& batchIDs);
+  // Removes the file.
+  platform::Status removeAll();
 
  private:
-  Outcome read(platform::PropertyListDictionaryImage& image) ZR_REQUIRES(mutex_);
-  Outcome write(platform::PropertyListDictionaryImage image) ZR_REQUIRES(mutex_);
-  Outcome fail(Outcome outcome, std::string message) ZR_REQUIRES(mutex_);
+  // What is no success says why.
+  Outcome read(platform::PropertyListDictionaryImage& image, std::string& failure) ZR_REQUIRES(mutex_);
+  Outcome write(platform::PropertyListDictionaryImage image, std::string& failure) ZR_REQUIRES(mutex_);
+  platform::Result<Outcome> removeFile() ZR_REQUIRES(mutex_);
+  void report(const std::string& failure) ZR_EXCLUDES(mutex_);
 
   const std::string path_;
+  const FailureHandler onFailure_;
   mutable platform::Mutex mutex_;
-  // The content as it was last read or written, good as long as the file on disk is that very one.
+  // The content as it was last read or written; valid while the file on disk is that very one.
   std::optional<platform::PropertyListDictionaryImage> image_ ZR_GUARDED_BY(mutex_);
   platform::FileIdentity identity_ ZR_GUARDED_BY(mutex_);
-  std::string lastError_ ZR_GUARDED_BY(mutex_);
+  std::string lastReportedFailure_ ZR_GUARDED_BY(mutex_);
 };
 
 }  // namespace zorvane

@@ -5,23 +5,36 @@
 #include "Platform/Files/FileSystem.h"
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/EventManagement/ZREventsHandlerSupport.h"
+#include "ZRAnalytics/EventManagement/ZRReportRequest.h"
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
+#include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
+#include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZRAnalytics/Utils/ZRPlainValue.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZRAnalytics/Utils/ZRSignedRequest.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
+#include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
 #include "ZorvaneCore/ZRDateUtils.h"
 #include "ZorvaneCore/ZRDictionaryUtils.h"
 
 namespace zorvane {
+
+using eventshandler::kFile;
+
 namespace {
 
-constexpr std::string_view kFile = "ZREventsHandler";
 constexpr std::int64_t kDefaultBatchCount = 30;
 
 std::int64_t batchCountFromConfiguration() {
   const std::int64_t count = ZRConfigDataManager::sharedInstance().getEventBatchCount();
   return count == 0 ? kDefaultBatchCount : count;
+}
+
+std::string inDocuments(std::string_view fileName) {
+  return platform::joinPath(ZRCoreUtils::getDocumentsDirectoryPath(), fileName);
 }
 
 bool holds(const Array& names, std::string_view name) {
@@ -39,8 +52,12 @@ ZREventsHandler& ZREventsHandler::sharedInstance() {
 ZREventsHandler::ZREventsHandler()
     : ownedQueue_(platform::hostServices().scheduler->makeSerialQueue("com.zorvane.analytics.datatracking")),
       reports_serial_queue_(*ownedQueue_),
-      eventsBatchCountTreshold_(batchCountFromConfiguration()),
-      batchFile_(platform::joinPath(ZRCoreUtils::getDocumentsDirectoryPath(), "ZorvaneBatchEvents.plist")),
+      currentBatch_(batchCountFromConfiguration()),
+      batchFile_(inDocuments("ZorvaneBatchEvents.plist"),
+                 [](const std::string& failure) { logLine("Batch Events plist : %@", {failure}); }),
+      dumpFile_(inDocuments("zorvaneEvents.dat")),
+      flushTimer_([this] { periodicSync(); }),
+      sync_(reports_serial_queue_, batchFile_, [this] { cleanUp(); }),
       sdkWhitelistedEvents_(getAnalyticsWhitelistedEvents()) {
   const platform::HostServices& host = platform::hostServices();
   host.scheduler->mainQueue().async([this] { initiateTimer(); });
@@ -159,24 +176,135 @@ void ZREventsHandler::checkForTriggersForEventAndEventDict(const Value& name, Di
 
 void ZREventsHandler::addEventToViewInfoWithEventDict(Dictionary eventDict) {
   const Value name = validObjectForKey(eventDict, kReportsKeyEventName);
-  bool batchIsFull = false;
-  {
-    platform::MutexLock lock(currentBatchMutex_);
-    if (!viewsInfoArray_) viewsInfoArray_.emplace();
-    viewsInfoArray_->emplace_back(std::move(eventDict));
-    // Compared as unsigned numbers: a negative threshold is never reached.
-    const auto threshold = static_cast<std::uint64_t>(eventsBatchCountTreshold_);
-    batchIsFull = viewsInfoArray_->size() >= std::max<std::uint64_t>(threshold, fullAfterFailure_.value_or(0));
-  }
+  const bool batchIsFull = currentBatch_.append(std::move(eventDict));
   if (batchIsFull ||
       (name.isString() && ZRConfigDataManager::sharedInstance().isEventInstantFlushEvent(*name.asString()))) {
     flushWithCompletionBlock(nullptr);
   }
 }
 
-std::optional<Array> ZREventsHandler::viewsInfoArray() const {
-  platform::MutexLock lock(currentBatchMutex_);
-  return viewsInfoArray_;
+// --- Batch store
+
+void ZREventsHandler::saveCurrentBatch() {
+  Array events = currentBatch_.take();
+  if (events.empty()) return;
+  ZRBatchFile::Outcome outcome = ZRBatchFile::Outcome::Failed;
+  try {
+    constexpr ReportSite kSite{kFile, "saveCurrentBatch"};
+    const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
+    Dictionary batch{{kBatchKeyEvents, withoutObjects(events, kSite)},
+                     {kBatchKeyBatchID, batchID},
+                     {kBatchKeyRequestTime, requestTimeNow()}};
+    const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
+    if (auto session = sessions.getCurrentSessionInfoDict()) batch.set(kBatchKeySession, *std::move(session));
+    batch.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSite));
+    outcome = batchFile_.store(batchID, batch);
+  } catch (...) {
+    currentBatch_.putBack(std::move(events));
+    throw;
+  }
+  if (outcome == ZRBatchFile::Outcome::Failed) currentBatch_.putBack(std::move(events));
+}
+
+void ZREventsHandler::writeEventsToFileWithBatchID(const Value& events, const Value& batchID) {
+  guarded({kFile, "writeEventsToFileWithBatchID", 708}, "Exception : %@", [&] {
+    const ZRBatchFile::Outcome outcome = batchFile_.store(batchID.description(), events);
+    if (outcome == ZRBatchFile::Outcome::Failed && events.isArray()) currentBatch_.putBack(*events.asArray());
+  });
+}
+
+void ZREventsHandler::removeEventsPlistFile() {
+  if (!batchFile_.exists()) return;
+  const auto removed = batchFile_.removeAll();
+  if (removed) {
+    logLine("Batch Events plist deleted");
+  } else {
+    logLine("Error while deleting ZorvaneBatchEvents.plist : %@", {removed.error().message});
+  }
+}
+
+void ZREventsHandler::syncToServerFromDumpFile() {
+  const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
+  if (!store.isAccountActive() || !checkIfFileExists()) return;
+  if (!store.getZrvAppID()) {
+    logLine("Reports API not called. AppID not present");
+    return;
+  }
+  Array events = getEventsFromDumpFile();
+  if (events.empty()) return;
+  const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
+  const Dictionary batch{
+      {kBatchKeyEvents, events}, {kBatchKeyBatchID, batchID}, {kBatchKeyRequestTime, requestTimeNow()}};
+  removeDatFile();
+  logLine("Report Add request initiated:");
+  const std::size_t count = events.size();
+  (void)sendReport(batch, count, [this, events = Value(std::move(events)), batchID](bool success) {
+    if (success) {
+      logLine("sync success from data file");
+      return;
+    }
+    logLine("could not complete sync from dump file, will try again later");
+    writeEventsToFileWithBatchID(events, batchID);
+  });
+}
+
+void ZREventsHandler::clearEventsdata() {
+  removeDatFile();
+  removeEventsPlistFile();
+  currentBatch_.clear();
+}
+
+void ZREventsHandler::cleanUp() {
+  platform::hostServices().notificationCenter->post(kNotificationNameUserReset);
+  ZRUserAttributesHandler& attributes = ZRUserAttributesHandler::sharedHandler();
+  attributes.clearUserAttributesData();
+  attributes.clearUserDefaultsOnLogout();
+}
+
+// --- Flush and sync
+
+void ZREventsHandler::periodicSync() {
+  logLine("Periodic Flush Initiated");
+  flushWithCompletionBlock(nullptr);
+}
+
+void ZREventsHandler::applicationEnteredForeground() {
+  guarded({kFile, "applicationEnteredForeground", 76}, "exception in application did enter Foreground is %@",
+          [this] { initiateTimer(); });
+}
+
+void ZREventsHandler::applicationEnteredBackground() {
+  guarded({kFile, "applicationEnteredBackground", 84}, "exception in application did enter Background is %@",
+          [this] { stopPeriodicSyncTimer(); });
+}
+
+void ZREventsHandler::flushWithCompletionBlock(FlushCompletion completion) {
+  guarded({kFile, "flushWithCompletionBlock", 325}, "exception in flush %@", [&] {
+    saveCurrentBatch();
+    flushEventsInBackgroundAndResetWithCompletionBlock(false, false, std::move(completion));
+  });
+}
+
+void ZREventsHandler::flushEventsInBackgroundAndResetWithCompletionBlock(bool background, bool reset,
+                                                                         FlushCompletion completion) {
+  if (!ZRConfigDataManager::sharedInstance().isAccountActive() || !ZRCoreUtils::isSDKEnabled()) {
+    logLine("Reports API Blocked");
+    callBlock(completion, false, false);
+    return;
+  }
+  const bool submitted =
+      guarded({kFile, "flushEventsInBackgroundAndResetWithCompletionBlock", 411}, "Exception while syncing : %@", [&] {
+        reports_serial_queue_.async([this, flush = ZRFlush{background, reset, completion}] {
+          reports_serial_queue_.assertCurrent();
+          sync_.flush(flush);
+        });
+      });
+  if (!submitted) callBlock(completion, false, false);
+}
+
+Dictionary ZREventsHandler::reportAddPayloadForBatchInfo(const Dictionary& batchInfo) {
+  const Value events = batchInfo.objectForKey(kBatchKeyEvents);
+  return reportAddBody(batchInfo, events.isArray() ? events.asArray()->size() : 0);
 }
 
 }  // namespace zorvane

@@ -1,33 +1,35 @@
 // The owner of tracked events, from the facade's hand-over to the service's acceptance.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
+#include <vector>
 
 #include "Platform/Dispatch/Queue.h"
 #include "ZRAnalytics/EventManagement/ZRBatchFile.h"
+#include "ZRAnalytics/EventManagement/ZRCurrentBatch.h"
+#include "ZRAnalytics/EventManagement/ZRDumpFile.h"
+#include "ZRAnalytics/EventManagement/ZRFlushTimer.h"
+#include "ZRAnalytics/EventManagement/ZRSync.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
 namespace zorvane {
 
-// Events are accepted, recorded and gathered in the current batch on one serial queue; a batch is saved to the batch
-// file and sent as one request each; it leaves the file only after the service accepted it. Operations may be called
+// Events are accepted, recorded and gathered in the current batch on one serial queue. A full batch is saved to the
+// batch file and sent as one request. It leaves the file only after the service accepted it. Operations may be called
 // from any thread unless they say otherwise. The record, the batch and the request: docs/formats.md.
 class ZREventsHandler {
  public:
-  // success: everything was accepted, or there was nothing to send. attempted: requests were made.
-  using FlushCompletion = std::function<void(bool success, bool attempted)>;
+  using FlushCompletion = ZRFlushCompletion;
 
   static ZREventsHandler& sharedInstance();
 
-  // --- Acceptance and recording (ZREventsHandler.cpp)
+  // --- Acceptance and recording
 
   // The name should be text; anything else is dropped with a log line. Events of one thread are recorded in the order
   // of these calls. The completion is called on the event queue once the event is recorded; at once, on the caller's
@@ -46,11 +48,11 @@ class ZREventsHandler {
   Dictionary getEventDictForEventAndProperties(const Value& name, const ZRProperties* properties) const;
 
   // Read once, at construction.
-  std::int64_t eventsBatchCountTreshold() const { return eventsBatchCountTreshold_; }
+  std::int64_t eventsBatchCountTreshold() const { return currentBatch_.threshold(); }
   // A copy of the current batch; absent before the first event and after each save.
-  std::optional<Array> viewsInfoArray() const;
+  std::optional<Array> viewsInfoArray() const { return currentBatch_.events(); }
 
-  // --- Batch store (ZREventsHandlerStore.cpp)
+  // --- Batch store
 
   // "ZorvaneBatchEvents.plist" in the documents directory.
   std::string eventsPlistFilePath() const { return batchFile_.path(); }
@@ -59,108 +61,63 @@ class ZREventsHandler {
   // a batch's worth, and by a quarter.
   void saveCurrentBatch();
   // The saved batches; none without a file; absent when the file cannot be read.
-  std::optional<ZRBatchTable> getBatches();
+  std::optional<std::vector<ZRStoredBatch>> getBatches() { return batchFile_.load(); }
   void writeEventsToFileWithBatchID(const Value& events, const Value& batchID);
   void removeEventsPlistFile();
 
   // "zorvaneEvents.dat" in the documents directory: one JSON event a line, left by an older release.
-  std::string oldDatFilePath() const;
-  bool checkIfFileExists() const;
-  Array getEventsFromDumpFile() const;
-  void removeDatFile();
+  std::string oldDatFilePath() const { return dumpFile_.path(); }
+  bool checkIfFileExists() const { return dumpFile_.exists(); }
+  Array getEventsFromDumpFile() const { return dumpFile_.events(); }
+  void removeDatFile() { dumpFile_.remove(); }
   // Sends the dump file's events as one batch and removes the file; when that fails they join the batch file.
   void syncToServerFromDumpFile();
 
   // Deletes both files and empties the current batch.
   void clearEventsdata();
-  // Tells everybody that the user was reset.
+  // Posts "ZRVUserReset", then clears the user's attributes and stored defaults.
   void cleanUp();
 
-  // --- Flush and sync (ZREventsHandlerSync.cpp)
+  // --- Flush and sync
 
-  void initiateTimer();
-  void stopPeriodicSyncTimer();
+  // The repeating flush timer (ZRFlushTimer), which flushes on the main thread. It stops in the background.
+  void initiateTimer() { flushTimer_.start(); }
+  void stopPeriodicSyncTimer() { flushTimer_.stop(); }
   void periodicSync();
   void applicationEnteredForeground();
   void applicationEnteredBackground();
   // Stops the timer; the choice is kept over restarts.
-  void disablePeriodicFlush();
+  void disablePeriodicFlush() { flushTimer_.disable(); }
   // Seconds; ignored unless above the remote minimum and different from the current interval. Kept over restarts.
-  void setFlushInterval(std::int64_t seconds);
+  void setFlushInterval(std::int64_t seconds) { flushTimer_.setInterval(seconds); }
 
   // Saves the current batch on this thread, then sends all saved batches.
   void flushWithCompletionBlock(FlushCompletion completion);
-  // Sends all saved batches. With reset, the user is reset after the answers. While another sync runs the completion is
-  // called at once with (false, false), and a reset is done after that sync, which calls its completion again. Blocked
-  // (account inactive, SDK disabled): (false, false) on this thread. The completion is called on the event queue
-  // otherwise, and never when the application identifier vanishes while requests are being made.
+  // Sends all saved batches; with reset, the user is reset after the responses. Blocked (account inactive, SDK
+  // disabled): the completion is called with (false, false) on this thread; otherwise on the event queue, as
+  // ZRSync::flush says.
   void flushEventsInBackgroundAndResetWithCompletionBlock(bool background, bool reset, FlushCompletion completion);
-
-  // --- Request (ZREventsHandlerRequest.cpp)
 
   // The body of a report-add request. Mirrors the user's identifiers into the application group's defaults.
   Dictionary reportAddPayloadForBatchInfo(const Dictionary& batchInfo);
 
  private:
-  struct SyncRun;
-  struct BatchRequest;
-
   ZREventsHandler();
 
   void recordEvent(const Value& name, const ZRProperties* properties) ZR_REQUIRES(reports_serial_queue_);
   void checkForTriggersForEventAndEventDict(const Value& name, Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
   void addEventToViewInfoWithEventDict(Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
 
-  Array takeCurrentBatch();
-  // Those of a save that failed, in front of what has been recorded since.
-  void returnToCurrentBatch(Array events);
-  // Says a failure of the batch file once, until it changes.
-  void logBatchFileError();
-
-  void synchronousFlushInBackgroundAndResetWithCompletionBlock(bool background, bool reset,
-                                                               const FlushCompletion& completion)
-      ZR_REQUIRES(reports_serial_queue_);
-  struct SyncAnswer;
-  std::optional<SyncAnswer> startSync(bool background, bool reset, const FlushCompletion& completion)
-      ZR_REQUIRES(reports_serial_queue_);
-  // False when the application identifier is gone.
-  bool sendBatch(const ZRStoredBatch& batch, const std::shared_ptr<SyncRun>& run) ZR_REQUIRES(reports_serial_queue_);
-  void requestAnswered(const std::shared_ptr<SyncRun>& run, const std::string& batchID, bool success)
-      ZR_REQUIRES(reports_serial_queue_);
-  void flushAttemptCompletedInBackgroundAndForReset(bool background, bool reset) ZR_REQUIRES(reports_serial_queue_);
-  void setReportsResetInvocationInBackgroundAndResetWithCompletionBlock(bool background, bool reset,
-                                                                        FlushCompletion completion)
-      ZR_REQUIRES(reports_serial_queue_);
-  void loadBatches() ZR_REQUIRES(reports_serial_queue_);
-  void writeBatches() ZR_REQUIRES(reports_serial_queue_);
-  void logSyncFailure();
-
-  BatchRequest requestForBatch(const Dictionary& batchInfo, std::optional<std::size_t> eventCount);
-
   const std::unique_ptr<platform::Queue> ownedQueue_;
   platform::Queue& reports_serial_queue_;
-  const std::int64_t eventsBatchCountTreshold_;
+  ZRCurrentBatch currentBatch_;
   ZRBatchFile batchFile_;
-
-  mutable platform::Mutex currentBatchMutex_;
-  std::optional<Array> viewsInfoArray_ ZR_GUARDED_BY(currentBatchMutex_);
-  // The number of events from which on the current batch is full, while those of a save that failed stand in it.
-  std::optional<std::size_t> fullAfterFailure_ ZR_GUARDED_BY(currentBatchMutex_);
-  std::string saidError_ ZR_GUARDED_BY(currentBatchMutex_);
+  ZRDumpFile dumpFile_;
+  ZRFlushTimer flushTimer_;
+  ZRSync sync_ ZR_GUARDED_BY(reports_serial_queue_);
 
   mutable platform::Mutex whitelistMutex_;
   Array sdkWhitelistedEvents_ ZR_GUARDED_BY(whitelistMutex_);
-
-  // Set and cleared on the main thread; 0 means none.
-  std::atomic<platform::TimerId> periodicFlushTimer_{0};
-
-  bool syncInProgress_ ZR_GUARDED_BY(reports_serial_queue_) = false;
-  // The batches still to be accepted; absent when nothing was loaded or the file could not be read.
-  std::optional<ZRBatchTable> batches_ ZR_GUARDED_BY(reports_serial_queue_);
-  // Every batch that the current sync has loaded. What is not among them was saved since and is not its to remove.
-  std::unordered_set<std::string> knownBatches_ ZR_GUARDED_BY(reports_serial_queue_);
-  // A reset flush that arrived while a sync was running.
-  std::function<void()> resetInvocation_ ZR_GUARDED_BY(reports_serial_queue_);
 };
 
 }  // namespace zorvane

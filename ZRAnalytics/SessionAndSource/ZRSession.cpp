@@ -12,7 +12,6 @@ namespace {
 
 constexpr double kLateSourceSeconds = 5.0;
 
-// A null pointer is no source.
 ZRSourceArray withoutNulls(ZRSourceArray sources) {
   std::erase(sources, nullptr);
   return sources;

@@ -1,4 +1,4 @@
-// One visit of the user, and the archive that keeps the current one over restarts.
+// One session (a visit of the user), and the archive that keeps the current one over restarts.
 #pragma once
 
 #include <memory>
@@ -18,7 +18,7 @@ class ZRSession {
  public:
   static constexpr std::string_view kClassName = "ZRSession";
 
-  // A new session, started now.
+  // A session that starts now. Null sources are left out.
   static std::shared_ptr<ZRSession> initNewSessionWithSourcesAndIsBackgroundInitiated(ZRSourceArray sources,
                                                                                       bool backgroundInitiated);
   // Archive keys "session_id", "background_initiated", "start_time", "last_interaction_time", "sources".
@@ -27,15 +27,15 @@ class ZRSession {
 
   // A random UUID in upper case.
   static std::string generateSessionID();
-  // To now.
+  // Sets the last interaction to now.
   void updateLastInteractionTime();
-  // Late attachment: a session without a source takes the sources that arrive within 5 seconds of its start. True when
-  // they were taken.
+  // Late attachment: a session without sources takes those that arrive within 5 seconds of its start. True if they were
+  // taken.
   bool updateSessionWithSources(const std::optional<ZRSourceArray>& sources);
   // The wire form: "session_id", "start_time" (ISO 8601 with milliseconds, GMT).
   Dictionary getSessionInfoDict() const;
 
-  // Nil in an archive that lacks it.
+  // Nil if the archive lacks it.
   Value sessionID() const;
   ZRSourceArray sessionSources() const;
   std::optional<Date> sessionStartTime() const;
@@ -61,7 +61,7 @@ class ZRSessionInfo {
   static std::shared_ptr<ZRSessionInfo> initWithCoder(const platform::ArchivedObject& coder);
   std::shared_ptr<platform::ArchivedObject> encodeWithCoder() const;
 
-  // Null when there is none.
+  // Null if there is none.
   std::shared_ptr<ZRSession> currentSession() const;
   void setCurrentSession(std::shared_ptr<ZRSession> session);
 

@@ -1,4 +1,4 @@
-// Which visit ("session") the user is in.
+// The current session: when it begins, continues and ends.
 #pragma once
 
 #include <atomic>
@@ -13,51 +13,56 @@
 
 namespace zorvane {
 
-// One current session at a time, kept in "ZrvData/ZRSessionInfo" below the SDK's library directory and saved at each
-// change. It is over when nothing happened for the inactive duration, and is replaced when the application is opened
-// with another source. Thread-safe; where two calls overlap, each sees a whole session, the old one or the new one.
+// There is at most one current session. It is stored in "ZrvData/ZRSessionInfo" below the SDK's library directory at
+// each change. It expires without an interaction for the inactive duration, and is replaced when the application is
+// opened with another source. Thread-safe: overlapping calls see either the old or the new session.
 class ZRSessionManager {
  public:
   static ZRSessionManager& sharedSessionManager();
 
-  // The application was opened: a new session when the old one has expired or its first source differs. Only with the
-  // account active and the SDK enabled.
+  // The application was opened. Begins a new session if the old one has expired or its first source differs. Gates:
+  // account, SDK.
   void appOpenedWithSourceArray(const ZRSourceArray& sources);
-  // A young session without a source takes these; otherwise as appOpenedWithSourceArray. An absent or empty array
-  // changes nothing while there is a session. Only with the account active and the SDK enabled.
+  // A session younger than 5 seconds without sources takes these; otherwise as appOpenedWithSourceArray. An absent or
+  // empty array changes nothing during a session. Gates: account, SDK.
   void updateSourcesForCurrentSession(const std::optional<ZRSourceArray>& sources);
-  // A URL opened the application; without a recognised parameter it changes nothing. Same gates.
+  // A URL opened the application: its source goes to updateSourcesForCurrentSession. A URL without a recognised
+  // parameter changes nothing. Gates: account, SDK.
   static void processURL(const URL& url);
-  // Called for each event before it is recorded. An interactive event in the background starts a new session after the
-  // old one expired, and prolongs it before. The completion is called once, on this thread.
+  // Called for each event before it is recorded. An interactive event in the background extends the session, or starts
+  // a new one if it has expired. The completion is called once, on this thread.
   void checkSessionForEventWithPropertiesWithCompletionBlock(const Value& eventName, const ZRProperties* properties,
                                                              const std::function<void()>& completion);
-  // Flushes what was recorded under the old session, then makes a new one current. The completion is required and
-  // called on this thread.
+  // Flushes what was recorded under the old session, then makes a new one current and stores it. The completion is
+  // required; it is called with the session on this thread.
   void initiateNewSessionWithSourcesAndCompletionBlock(
       const ZRSourceArray& sources, const std::function<void(const std::shared_ptr<ZRSession>&)>& completion);
-  // A new session without sources and without a flush.
+  // Makes a new session without sources current and stores it. No flush.
   void reinitiateSession();
+  // Removes the current session, also from the file.
   void resetSession();
 
+  // True without a session. Logs the times compared.
   bool hasCurrentSessionExpired() const;
-  // Seconds; 1800 when the remote configuration says 0.
+  // Seconds; 1800 if the remote configuration says 0.
   std::int64_t getSessionInactiveDuration() const;
-  // Compares the first sources only; no new source never counts as a change.
+  // Compares only the first sources. False without a session, else true for an empty array.
   bool isCurrentSessionSourceSameAs(const ZRSourceArray& sources) const;
-  // What the operating system says; isAppInBackground() is the manager's own idea.
+  // The application state that the host reports.
   bool isAppInBackgroundState() const;
+  // The manager's own flag: set at the launch and in the background, cleared in the foreground and when opened.
   bool isAppInBackground() const { return isAppInBackground_.load(); }
 
   std::string getFilePathForSessionInfo() const;
+  // Writes the file on this thread. A write error is logged.
   void saveSessionInfo();
 
-  // Absent without a session.
+  // {"session_id", "start_time"}; absent without a session.
   std::optional<Dictionary> getCurrentSessionInfoDict() const;
-  // Dictionaries of the current session's sources, in order; empty without a session.
+  // The dictionaries of the session's sources, in order; empty without a session.
   Array getCurrentSessionSourceInfoArray() const;
 
-  // Observers of the lifecycle notifications, on the main thread.
+  // Observers of the lifecycle notifications, on the main thread. The last two count as an interaction.
   void applicationEnteredForeground();
   void applicationEnteredBackground();
   void applicationInActive();

@@ -10,7 +10,7 @@
 namespace zorvane {
 namespace {
 
-// The preferred key's value, even an empty text; the fallback only where there is none.
+// An empty text under the preferred key wins over the fallback.
 Value preferred(const Dictionary& info, std::string_view key, std::string_view fallback) {
   Value value = validObjectForKey(info, key);
   return value.isNil() ? validObjectForKey(info, fallback) : value;
@@ -102,7 +102,7 @@ std::shared_ptr<ZRSource> ZRSource::initSourceWithURL(const Value& url) {
   const std::string text = url.description();
   const auto items = platform::queryItemsOfURL(text);
   if (!items.empty()) {
-    // Of a name that stands several times only the last item counts; without a value it takes the name away.
+    // Only the last item of a name counts. If that has no value, the name is left out.
     Dictionary lastItems;
     for (std::size_t i = 0; i < items.size(); ++i) lastItems.set(items[i].name, i);
     Dictionary parameters;

@@ -1,4 +1,4 @@
-// Where a visit to the application came from: a deep link, a push notification, another module.
+// The traffic source of a session: a deep link, a push notification or another module.
 #pragma once
 
 #include <memory>
@@ -9,26 +9,27 @@
 
 namespace zorvane {
 
-// Built once and not changed afterwards. Values are taken as they are found, usually text; absent fields are nil.
+// Built once and not changed afterwards. Values are taken as found, usually text; absent fields are nil.
 //
-// Input keys: "utm_source", "utm_campaign", "utm_medium", "utm_term", "utm_content", each with the plain word
-// ("source", "campaign", ...) as fallback, and "utm_id" alone for the campaign identifier.
+// Input keys: "utm_source", "utm_campaign", "utm_medium", "utm_term", "utm_content", each with the name without "utm_"
+// as fallback; for the campaign identifier "utm_id" without a fallback.
 class ZRSource {
  public:
   static constexpr std::string_view kClassName = "ZRSource";
 
-  // From the query of a URL text. The whole text is kept as sourceURL, also when it does not parse.
+  // From the query of a URL. sourceURL is the whole text, even if it does not parse. Nil gives an empty source.
   static std::shared_ptr<ZRSource> initSourceWithURL(const Value& url);
-  // From a push payload's top level; nil is an empty source.
+  // From a push payload's top level. Nil gives an empty source.
   static std::shared_ptr<ZRSource> initSourceWithPushPayload(const Value& payload);
-  // The same for the platform's own campaigns: what gives no valid source is read from "app_extra.screenData".
+  // The same for the service's own campaigns: if the top level gives no valid source, "app_extra.screenData" is read.
   static std::shared_ptr<ZRSource> initZrvSourceWithPushPayload(const Value& payload);
+  // From a dictionary of the input keys.
   static std::shared_ptr<ZRSource> initSourceWithSourceInfoDict(const Value& info);
-  // Archive keys are those of the wire form.
+  // The archive keys are those of getSourceInfoDict.
   static std::shared_ptr<ZRSource> initWithCoder(const platform::ArchivedObject& coder);
   std::shared_ptr<platform::ArchivedObject> encodeWithCoder() const;
 
-  // Sets the six named fields, to nil where a key is missing. No dictionary: nothing changes.
+  // Sets the six named fields, to nil if a key is missing. If info is no dictionary, nothing changes.
   void setSourceParamsFromInfoDict(const Value& info);
   static Value getSourceNameFromDict(const Dictionary& info);
   static Value getCampaignIDFromDict(const Dictionary& info);
@@ -36,15 +37,15 @@ class ZRSource {
   static Value getMediumFromDict(const Dictionary& info);
   static Value getTermFromDict(const Dictionary& info);
   static Value getContentFromDict(const Dictionary& info);
-  // The pairs whose keys the remote configuration names; nil when there is none.
+  // The pairs whose keys the remote configuration lists; nil if there are none.
   static Value getExtraDictFromInfoDict(const Value& info);
 
-  // One of the named fields is there and not empty, or there are extras.
+  // Whether a named field is present and not empty, or there are extras.
   bool isValidSource() const;
-  // All but the URL are equal.
+  // Whether all fields but the URL are equal. False for null.
   bool isEqual(const ZRSource* other) const;
   // The wire form: "source", "medium", "campaign_name", "campaign_id", "term", "source_url", "content", "extras", each
-  // where present.
+  // if present.
   Dictionary getSourceInfoDict() const;
 
   const Value& sourceName() const { return sourceName_; }

@@ -1,4 +1,4 @@
-// One remembered user attribute.
+// One cached user attribute.
 #pragma once
 
 #include <cstdint>
@@ -11,22 +11,23 @@
 
 namespace zorvane {
 
-// Not synchronised: its holder (ZRUserAttributeData) guards it.
+// Not thread-safe: its owner (ZRUserAttributeData) guards it.
 class ZRUserAttribute {
  public:
   static constexpr std::string_view kClassName = "ZRUserAttribute";
 
-  // Last tracked now.
+  // Sets lastTracked to now.
   static std::shared_ptr<ZRUserAttribute> initWithAttributeAndValue(std::string name, Value value);
   // Archive keys "zrv_usr_attr_name", "zrv_usr_attr_val", "zrv_usr_attr_tracked_date".
   static std::shared_ptr<ZRUserAttribute> initWithCoder(const platform::ArchivedObject& coder);
   std::shared_ptr<platform::ArchivedObject> encodeWithCoder() const;
 
   enum class Update { None, ValueChanged, DurationExpired };
-  // Whether, and why, the value is to be sent now. The caching duration in seconds.
+  // Whether the value must be sent, and why. The caching duration is in seconds.
   Update updateWithNewValue(const Value& newValue, std::int64_t cachingDuration, Date now) const;
+  // Logs the reason; nothing for None.
   void logUpdate(Update update, const Value& newValue, std::int64_t cachingDuration) const;
-  // Both in one, with the configured duration.
+  // Both in one call, with the configured duration and the current time. True if the value must be sent.
   bool shouldUpdateAttributeWithNewValue(const Value& newValue) const;
 
   const std::string& attributeName() const { return attributeName_; }

@@ -42,7 +42,7 @@ bool ZRUserAttributeData::saveAttributeWithValue(const std::string& name, const 
   const std::int64_t duration = ZRConfigDataManager::sharedInstance().getUserAttributeCachingDuration();
   const ZRUserAttribute fresh = *ZRUserAttribute::initWithAttributeAndValue(name, value);
   bool found = false;
-  // What was replaced, and why: said when the lock is free again.
+  // Replaced attributes with the reason, to be logged after the lock is released.
   std::vector<std::pair<ZRUserAttribute, ZRUserAttribute::Update>> replaced;
   {
     platform::MutexLock lock(mutex_);

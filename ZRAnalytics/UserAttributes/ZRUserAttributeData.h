@@ -11,26 +11,26 @@
 
 namespace zorvane {
 
-// Thread-safe. Changes are in memory only; whoever holds the cache persists it.
+// Thread-safe. Changes are in memory only; the owner writes the cache to disk.
 class ZRUserAttributeData {
  public:
   static constexpr std::string_view kClassName = "ZRUserAttributeData";
 
   ZRUserAttributeData() = default;
-  // Archive key "zrv_usr_attributes". What is no attribute in there is skipped.
+  // Archive key "zrv_usr_attributes". Elements of other classes are skipped.
   static std::shared_ptr<ZRUserAttributeData> initWithCoder(const platform::ArchivedObject& coder);
   std::shared_ptr<platform::ArchivedObject> encodeWithCoder() const;
 
-  // Remembers the value. True when it is to be sent: the name is new, the value changed, or its caching duration ran
-  // out. Of several threads that bring one value at a time one is told so.
+  // Caches the value. True if it must be sent: the name is new, the value changed, or its caching duration ran out.
+  // When several threads bring the same value at a time, only one gets true.
   bool saveAttributeWithValue(const std::string& name, const Value& value);
 
-  // {"zrv_user_id", "segment_id"}, each where cached; absent when neither is.
+  // {"zrv_user_id", "segment_id"}, each if cached; absent if neither is.
   std::optional<Dictionary> getIdentifierDict() const;
-  // Nil when not cached.
+  // Nil if not cached.
   Value getUserAttrUniqueID() const;
 
-  // Copies, one per name, in the order of first setting.
+  // A copy: one attribute per name, in the order of first setting.
   std::vector<ZRUserAttribute> userAttributesArray() const;
   void setUserAttributesArray(std::vector<ZRUserAttribute> attributes);
 

@@ -9,6 +9,7 @@
 #include "ZRAnalytics/DeviceAttribute/ZRDeviceAttributesHandler.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/Utils/ZRArchiving.h"
+#include "ZRAnalytics/Utils/ZRDefaults.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
@@ -156,10 +157,8 @@ void ZRUserAttributesHandler::forceResetUserWithNewUserAttributeUniqueID(const s
 }
 
 void ZRUserAttributesHandler::flushForcedReset(const std::string& uniqueID) {
-  // Kept until the very end, so that the next start can finish the change.
-  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-  defaults.setObjectForKey(uniqueID, kUserDefaultsKeyModifiedUserAttrUniqueID);
-  (void)defaults.synchronize();
+  // Stored until the change is complete, so that the next launch can complete an interrupted one.
+  keepInDefaults(uniqueID, kUserDefaultsKeyModifiedUserAttrUniqueID);
   ZREventsHandler& events = ZREventsHandler::sharedInstance();
   events.saveCurrentBatch();
   const auto pending = std::make_shared<Value>(uniqueID);
@@ -175,23 +174,21 @@ void ZRUserAttributesHandler::flushForcedReset(const std::string& uniqueID) {
 
 void ZRUserAttributesHandler::finishForcedReset(const Value& requested) {
   platform::hostServices().notificationCenter->post(kNotificationNameInitNewUser);
-  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-  // An update of the modules may have taken it away meanwhile, and then the requested one counts. Nothing is left for a
-  // completion that comes a second time: the text is then "(null)".
-  const Value stored = defaults.objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
+  // updateModules may have removed the stored ID meanwhile; then the requested one counts. A completion that is called
+  // a second time finds neither: its text is "(null)".
+  const Value stored = ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
   const std::string uniqueID = (stored.isNil() ? requested : stored).description();
   if (setUserAttributeValueWithNameCheckStorage(uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) {
     logLine("User Attribute Unique ID tracked with Value %@", {uniqueID});
   } else {
     logLine("User Attribute Unique ID wasn't tracked as value was invalid");
   }
-  defaults.removeObjectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
-  (void)defaults.synchronize();
+  removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID);
 }
 
 void ZRUserAttributesHandler::updateUserAttributeUniqueID(const Value& value) {
   guarded({kFile, "updateUserAttributeUniqueID"}, "exception : %@", [&] {
-    // Validity is checked before trimming here, after it in setUserAttributeUniqueID.
+    // Validity is checked before trimming here, but after trimming in setUserAttributeUniqueID.
     if (!isAValidUserAttributeValueForKey(value, USER_ATTRIBUTE_UNIQUE_ID)) {
       logLine("USER_ATTRIBUTE_UNIQUE_ID coudn't be updated as Value is invalid");
       return;
@@ -202,7 +199,7 @@ void ZRUserAttributesHandler::updateUserAttributeUniqueID(const Value& value) {
       return;
     }
     const auto data = userAttributeData();
-    // "(null)" when none is cached.
+    // "(null)" if no ID is cached.
     const std::string oldText = data->getUserAttrUniqueID().description();
     logLine("Set Alias called for Unique ID with existing value(%@) and new value(%@)", {oldText, uniqueID});
     const bool saved = data->saveAttributeWithValue(std::string(USER_ATTRIBUTE_UNIQUE_ID), uniqueID);

@@ -1,4 +1,4 @@
-// The one entry for user attributes: validity, what was sent already, the unique ID and its changes.
+// The entry for user attributes: validation, resending, the unique ID and its changes.
 #pragma once
 
 #include <memory>
@@ -12,52 +12,60 @@
 
 namespace zorvane {
 
-// Any thread. An attribute that is accepted becomes an "EVENT_ACTION_USER_ATTRIBUTE" event. The cache is kept in
-// "ZrvData/ZRUserAttributes" below the SDK's library directory, written when the application leaves the foreground,
-// after an alias and after the migration of a legacy file.
+// Any thread; nothing here throws. Each accepted attribute is tracked as an "EVENT_ACTION_USER_ATTRIBUTE" event. The
+// cache of sent attributes is stored in "ZrvData/ZRUserAttributes" below the SDK's library directory: when the
+// application leaves the foreground, after an alias and after the migration of a legacy file.
 class ZRUserAttributesHandler {
  public:
   static ZRUserAttributesHandler& sharedHandler();
 
-  // Login. The value's "%@" text without spaces and tabs around it; a restricted one is ignored. Another ID than the
-  // cached one logs the old user out first: logout event, reset flush, new-user notification, then the new ID.
+  // Login. Takes the value's "%@" text without surrounding spaces and tabs; a restricted ID is ignored. If another ID
+  // is cached, the old user is logged out first, see below. Gate: SDK, with a log line.
   void setUserAttributeUniqueID(const Value& value);
-  // Alias: renames the current user without a logout.
+  // Alias: renames the current user without a logout and writes the cache. The event names the old ID, or "(null)".
   void updateUserAttributeUniqueID(const Value& value);
+  // Logout event, flush with reset, new-user notification, then the new ID, on a global queue. Until then the ID is
+  // stored in the SDK defaults under "Zrv_MODIFIED_USER_ID".
   void forceResetUserWithNewUserAttributeUniqueID(const std::string& uniqueID);
 
-  // Text or a number. With checkStorage only what changed, or whose caching duration ran out, is sent. True when an
-  // event was tracked. Gates: SDK enabled; data tracking enabled (but for "ZORVANE_PUSH_OPTED_OUT").
+  // The value must be text or a number. With checkStorage it is sent only if it changed or its caching duration ran
+  // out. True if an event was tracked. Gates: SDK; data tracking, except for "ZORVANE_PUSH_OPTED_OUT".
   bool setUserAttributeValueWithNameCheckStorage(const Value& value, const Value& name, bool checkStorage);
-  // Each call sends an event. Seconds since 1970; degrees. Gate: SDK enabled.
+  // Each call tracks an event. Seconds since 1970; degrees. Gate: SDK.
   void setUserAttributeTimestampForKey(double secondsSince1970, const Value& name);
   void setUserAttributeLocationLatitudeLongitudeForKey(double latitude, double longitude, const Value& name);
-  // The six "LOCALE_" attributes, as user and as device attributes; unknown ones are skipped.
+  // Sends the six "LOCALE_" attributes that changed, as user and as device attributes. Unknown ones are skipped.
   void trackLocale();
 
-  // {"zrv_user_id", "segment_id"}; absent when neither is known.
+  // {"zrv_user_id", "segment_id"}, each if cached; absent if neither is.
   std::optional<Dictionary> getIdentifierDictionary();
+  // A copy of the cache.
   std::vector<ZRUserAttribute> getUserAttributesArray() const;
+  // Whether the name is present and the value is text or a number; logs what is wrong.
   bool isAValidUserAttributeValueForKey(const Value& value, const Value& name);
 
+  // Empties the cache. The file keeps its content until the next persistUserAttributesData.
   void clearUserAttributesData();
-  // Forgets the SDK's identifier of the user, the failed device registration and the advertising identifier.
+  // Removes "ZRV_SDK_Unique_ID", "ZRV_Device_Add_Failed" and "ZRV_ADVERTISING_ID" from the SDK defaults.
   void clearUserDefaultsOnLogout();
+  // Writes the cache to its file on this thread. A write error is logged.
   void persistUserAttributesData();
 
   std::string getFilePathForUserAttribute() const;
   // "ZorvaneUserAttributes.plist" in the documents directory, left by an older release.
   std::string userAttributePlistFilePath() const;
   bool checkIfUserAttributePlistExists() const;
-  // Nil when there is no readable file with a dictionary.
+  // The file's dictionary; nil if it is missing, unreadable or no dictionary.
   Value contentOfUserAttributePlist() const;
+  // The file's two identifiers; nil if missing.
   Value getZrvUserUniqueIDFromPlist() const;
   Value getSegAnonymousIDFromPlist() const;
+  // Logs an error.
   void userAttributeRemovePlistFile();
-  // Caches the legacy file's two identifiers, without an event, and removes it.
+  // If the legacy file exists: caches its two identifiers without an event, writes the cache, removes the file.
   void migrateLegacyPlistValuesToNewFile();
 
-  // Observer of the will-resign-active notification.
+  // Observer of the will-resign-active notification: writes the cache.
   void applicationInActive();
 
  private:

@@ -3,10 +3,12 @@
 #include <atomic>
 
 #include "Platform/HostServices.h"
+#include "Platform/Text/Hex.h"
+#include "Platform/Text/NumberText.h"
 #include "Platform/Text/SHA1.h"
 #include "Platform/Text/UUID.h"
-#include "Platform/Values/Text.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Utils/ZRDefaults.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
@@ -19,13 +21,9 @@ constexpr int kTrackingAuthorized = 3;
 
 std::atomic<bool> proxyConfigured{false};
 
-std::string hexDigits(std::string_view digits, std::string_view text) {
+std::string hexDigest(std::string_view text, std::string_view digits) {
   std::string result;
-  result.reserve(40);
-  for (const std::uint8_t byte : platform::sha1Digest(text)) {
-    result += digits[byte >> 4];
-    result += digits[byte & 15];
-  }
+  platform::appendHex(result, platform::sha1Digest(text), digits);
   return result;
 }
 
@@ -33,7 +31,7 @@ std::string hexDigits(std::string_view digits, std::string_view text) {
 
 std::string ZRAnalyticsUtils::createBatchIdentifier() {
   const double seconds = platform::hostServices().clock->now().secondsSince1970;
-  // Reading the milliseconds as a Value clamps a clock that stands beyond any date.
+  // integerValue clamps: a clock may be set beyond the range of an integer.
   const std::int64_t milliseconds = Value(seconds * 1000.0).integerValue();
   return platform::textOfInteger(milliseconds) + "-" + platform::randomUUID();
 }
@@ -51,11 +49,11 @@ std::optional<std::string> ZRAnalyticsUtils::getRequestIDForPayload(const Dictio
 std::string ZRAnalyticsUtils::getSignatureWithComponents(const Array& components) {
   std::string text;
   for (const Value& component : components) text += component.description();
-  return hexDigits("0123456789ABCDEF", text);
+  return hexDigest(text, platform::kUpperHexDigits);
 }
 
 std::string ZRAnalyticsUtils::sha1(std::string_view text) {
-  return hexDigits("0123456789abcdef", text);
+  return hexDigest(text, platform::kLowerHexDigits);
 }
 
 Dictionary ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(bool onlyDisabled) {
@@ -87,10 +85,7 @@ std::optional<std::string> ZRAnalyticsUtils::advertiserID() {
 }
 
 void ZRAnalyticsUtils::saveAdvertisingID(const std::optional<std::string>& identifier) {
-  if (!identifier) return;
-  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-  defaults.setObjectForKey(*identifier, kUserDefaultsKeyIDFA);
-  (void)defaults.synchronize();
+  if (identifier) keepInDefaults(*identifier, kUserDefaultsKeyIDFA);
 }
 
 Value ZRAnalyticsUtils::getSavedAdvertisingID() {

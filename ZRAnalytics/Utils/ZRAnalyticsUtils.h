@@ -1,4 +1,4 @@
-// Identifiers, signatures, device preferences and the advertising identifier.
+// Identifiers, signatures, device preferences, the advertising identifier.
 #pragma once
 
 #include <optional>
@@ -9,34 +9,35 @@
 
 namespace zorvane {
 
-// Class operations only; any thread.
+// Static operations only; any thread.
 class ZRAnalyticsUtils {
  public:
-  // "{milliseconds since 1970}-{random UUID}".
+  // "{milliseconds since 1970}-{random UUID in upper case}".
   static std::string createBatchIdentifier();
 
-  // The signature of a request body: upper-case SHA-1 over "meta.bid", "meta.request_time" and
-  // "query_params.unique_id". Absent when one of the three is, or the payload is null.
+  // The signature of a request body: upper-case SHA-1 of "meta.bid", "meta.request_time" and "query_params.unique_id".
+  // Absent if one of the three is missing or the payload is null.
   static std::optional<std::string> getRequestIDForPayload(const Dictionary* payload);
-  // Upper-case SHA-1 over the components' "%@" texts, one after the other.
+  // Upper-case SHA-1 of the components' concatenated "%@" texts.
   static std::string getSignatureWithComponents(const Array& components);
-  // 40 lower-case hexadecimal digits over the UTF-8 text.
+  // SHA-1 of the UTF-8 text as 40 lower-case hexadecimal digits.
   static std::string sha1(std::string_view text);
 
-  // {"e_t_p", "push_p", "in_app_p"}: true means enabled. For the reports API only what is switched off.
+  // {"e_t_p", "push_p", "in_app_p"}, true if enabled; with onlyDisabled just those that are false.
   static Dictionary getDevicePreferencesDictionaryForReportsAPI(bool onlyDisabled);
 
-  // The platform's advertising identifier; absent, with a log line, when there is no service or no permission.
+  // The host's advertising identifier; absent, with a log line, without a service or authorization.
   static std::optional<std::string> advertiserID();
-  // Kept in the SDK defaults store under "ZRV_ADVERTISING_ID"; absent does nothing.
+  // Stored in the SDK defaults under "ZRV_ADVERTISING_ID". Saving an absent one does nothing; a missing one reads as
+  // nil.
   static void saveAdvertisingID(const std::optional<std::string>& identifier);
   static Value getSavedAdvertisingID();
 
-  // Whether the application delegate proxy is in place; once set, never cleared.
+  // Whether the application delegate proxy was installed. Never reset.
   static bool isAppDelegateProxyConfigured();
   static void appDelegateProxyConfigured();
 
-  // Account active, data tracking enabled, SDK enabled.
+  // Whether the account is active, data tracking enabled and the SDK enabled.
   static bool shouldTrackUserAttribute();
 };
 

@@ -11,7 +11,7 @@
 namespace zorvane {
 namespace {
 
-// Far above any session or attribute cache; what is larger is no file of ours.
+// Far above any session or attribute cache.
 constexpr std::size_t kMaximumArchiveSize = 64u << 20;
 
 }  // namespace
@@ -37,18 +37,18 @@ std::shared_ptr<const platform::ArchivedObject> readArchive(const std::string& p
 
 void ZRArchiveWriter::write(const std::string& path,
                             const std::function<std::shared_ptr<const platform::ArchivedObject>()>& root) {
-  // What a later turn writes has seen all that this one sees.
-  const std::uint64_t turn = ++begun_;
+  // A call with a higher number encodes newer content.
+  const std::uint64_t sequence = ++lastSequence_;
   const std::string bytes = platform::archiveRootObject(root());
   std::string problem;
   {
     platform::MutexLock lock(mutex_);
-    if (turn < written_) return;
-    written_ = turn;
+    if (sequence < writtenSequence_) return;
+    writtenSequence_ = sequence;
     const auto written = platform::replaceFileAtomically(path, bytes);
     if (!written) problem = written.error().message;
-    if (lastError_ == problem) return;
-    lastError_ = problem;
+    if (lastReportedProblem_ == problem) return;
+    lastReportedProblem_ = problem;
   }
   if (!problem.empty()) logLine("Archive : %@", {problem});
 }

@@ -1,6 +1,6 @@
 #include "ZRAnalytics/Utils/ZRGeoLocation.h"
 
-#include "Platform/Values/Text.h"
+#include "Platform/Values/FormatText.h"
 
 namespace zorvane {
 

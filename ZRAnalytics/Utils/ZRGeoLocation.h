@@ -1,4 +1,4 @@
-// A place on the map.
+// A geographic location as an attribute value.
 #pragma once
 
 #include <memory>
@@ -7,7 +7,7 @@
 
 namespace zorvane {
 
-// Degrees; no range is checked. Fill it before it is handed over.
+// In degrees; the range is not checked. Not thread-safe: do not change it after handing it over.
 class ZRGeoLocation final : public Object {
  public:
   static std::shared_ptr<ZRGeoLocation> initWithLatitudeAndLongitude(double latitude, double longitude);
@@ -17,7 +17,7 @@ class ZRGeoLocation final : public Object {
   double longitude() const { return longitude_; }
   void setLongitude(double longitude) { longitude_ = longitude; }
 
-  // "12.971599,77.594563": six digits after the point.
+  // "latitude,longitude" with six digits after the point: "12.971599,77.594563".
   std::string description() const override;
   bool isEqual(const Object& other) const override;
 

@@ -1,4 +1,4 @@
-// Date texts as hosts write them.
+// Dates that hosts give as ISO 8601 text.
 #pragma once
 
 #include <optional>
@@ -7,8 +7,8 @@
 
 namespace zorvane {
 
-// The moment of a text "yyyy-MM-dd'T'HH:mm:ss'Z'", with or without ".SSS", in UTC; absent for any other text. Throws
-// ValueError for what is no text.
+// Parses "yyyy-MM-dd'T'HH:mm:ss'Z'", with or without ".SSS", in UTC; absent for any other text. Throws ValueError if
+// the value is no text.
 std::optional<Date> dateOfISOText(const Value& text);
 
 }  // namespace zorvane

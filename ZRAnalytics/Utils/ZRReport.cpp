@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Values/Text.h"
+#include "Platform/Values/FormatText.h"
 #include "ZorvaneCore/ZRLogger.h"
 
 #if __has_include(<execinfo.h>)
@@ -51,7 +51,7 @@ void reportCurrentException(const ReportSite& site, std::string_view pattern) no
     const Array arguments{site.file, site.line, site.operation,
                           platform::formatText(pattern, {currentExceptionText()})};
     logger.logErrorWithFormatArgsAndStackTrace(arguments, callStackSymbols());
-  } catch (...) {  // no memory for a report: the guarded operation still ends quietly
+  } catch (...) {  // no memory for the report: drop it
   }
 }
 

@@ -1,4 +1,4 @@
-// How the module speaks through the core's logger, and the guard around its public operations.
+// Log lines, and the guard that reports exceptions from public operations.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +11,11 @@
 
 namespace zorvane {
 
-// One line (type 1); the pattern as platform::formatText takes it.
+// Logs one line of type 1. The pattern is one of platform::formatText.
 void logLine(std::string_view pattern, std::initializer_list<Value> arguments = {});
 
-// Where an exception is reported from: the source file's base name, a line of it, the operation.
+// Where a report comes from: source file base name, operation, line number. Log analysis identifies the place by the
+// number, so a given number is fixed and need not be a line of this source. The default is the caller's line.
 struct ReportSite {
   constexpr ReportSite(std::string_view fileName, std::string_view operationName,
                        std::int64_t lineNumber = __builtin_LINE())
@@ -24,10 +25,10 @@ struct ReportSite {
   std::int64_t line;
 };
 
-// Reports the exception being handled; the pattern's "%@" is filled with it. Only in a catch block.
+// Logs the exception being handled as an error; its text replaces the pattern's "%@". Call only in a catch block.
 void reportCurrentException(const ReportSite& site, std::string_view pattern) noexcept;
 
-// Runs the work; an exception is reported and not passed on. True when there was none.
+// Runs the work. An exception is reported and stops here. True if there was none.
 template <typename Work>
 bool guarded(const ReportSite& site, std::string_view pattern, Work&& work) noexcept {
   try {
@@ -39,7 +40,7 @@ bool guarded(const ReportSite& site, std::string_view pattern, Work&& work) noex
   }
 }
 
-// Calls somebody else's block, if there is one; what it throws is reported and costs this call only.
+// Calls a block of the host, if there is one. An exception is reported and stops here.
 template <typename Block, typename... Arguments>
 void callBlock(const Block& block, Arguments&&... arguments) noexcept {
   if (!block) return;

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "HostRun.h"
-#include "System/TemporaryDirectory.h"
+#include "Support/TemporaryDirectory.h"
 
 namespace {
 

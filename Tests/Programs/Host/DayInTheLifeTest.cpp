@@ -16,7 +16,7 @@
 #include <sstream>
 
 #include "HostRun.h"
-#include "System/TemporaryDirectory.h"
+#include "Support/TemporaryDirectory.h"
 
 namespace {
 

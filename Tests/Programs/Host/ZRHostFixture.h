@@ -7,7 +7,7 @@
 #include <fstream>
 
 #include "HostRun.h"
-#include "System/TemporaryDirectory.h"
+#include "Support/TemporaryDirectory.h"
 
 class ZRHost : public testing::Test {
  protected:

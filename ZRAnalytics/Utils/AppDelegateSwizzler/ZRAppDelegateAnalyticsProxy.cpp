@@ -15,7 +15,7 @@ ZRHandlerRegistry& registry() {
 
 constexpr std::string_view kFile = "ZRAppDelegateAnalyticsProxy";
 
-// Nothing of this module's may fail in the application's own callbacks.
+// Guarded: an exception must not reach the application's callbacks.
 void process(const std::optional<URL>& url, std::string_view operation) {
   guarded({kFile, operation}, "exception in processing URL : %@", [&] {
     if (url) ZRSessionManager::processURL(*url);
@@ -101,7 +101,7 @@ void ZRAppDelegateAnalyticsProxy::removeImplementationForSelector(std::string_vi
 
 void ZRAppDelegateAnalyticsProxy::trackSwizzledSelectorOfClass(std::string_view operation, std::string_view className) {
   std::vector<std::string> operations;
-  // Looked up by operation, stored by class: see the header.
+  // Looked up by operation but stored by class, as the header says.
   const auto found = swizzledSelectorsByClass_.find(operation);
   if (found != swizzledSelectorsByClass_.end()) operations = found->second;
   operations.emplace_back(operation);

@@ -1,4 +1,4 @@
-// Sees the URLs and web activities that open the application, without the host forwarding them.
+// Sees the URLs and web activities that open the application, so that the host need not forward them.
 #pragma once
 
 #include <map>
@@ -13,45 +13,45 @@
 
 namespace zorvane {
 
-// Registered with the core as an interceptor of the application delegate's callbacks. It also keeps a table of
-// operations that were replaced in classes of the handler registry, and puts them back. Main thread only.
+// An interceptor of the application delegate's callbacks, registered with the core. It can also replace operations of
+// classes in the handler registry, and restores them later. Main thread only.
 class ZRAppDelegateAnalyticsProxy final : public UIApplicationDelegate,
                                           public std::enable_shared_from_this<ZRAppDelegateAnalyticsProxy> {
  public:
   static std::shared_ptr<ZRAppDelegateAnalyticsProxy> init();
   // Never destroyed.
   static ZRAppDelegateAnalyticsProxy& sharedProxy();
-  // Undoes everything.
+  // As unswizzleAllMethods.
   ~ZRAppDelegateAnalyticsProxy() override;
 
   // Whether the host allows the proxy.
   static bool canSwizzleMethods();
-  // Registers with the core, once in a proxy's life; the facade leaves opened URLs to the proxy from then on.
+  // Registers with the core, at most once per proxy. From then on the facade leaves opened URLs to the proxy.
   void swizzleMethodsIfPossible();
-  // Unregisters, for good, and restores what the table of classes names.
+  // Unregisters permanently and restores the recorded operations.
   void unswizzleAllMethods();
 
-  // Puts the implementation in the place of the class's operation and remembers the one so far, unless that was null,
-  // the same, or only forwarding. A class without the operation gets it if the protocol declares it; that it does not
-  // is logged.
+  // Replaces the class's operation and saves the original, unless that is null, the same, or the forwarding one. A
+  // class without the operation gets it if the protocol declares it; otherwise that is logged. Records the operation.
   void swizzleSelectorInClassWithImplementationInProtocol(std::string_view operation, std::string_view className,
                                                           const ZRImplementation& implementation,
                                                           const ZRProtocol& protocol);
-  // Puts the remembered implementation back and forgets it; without one the operation only forwards from now on.
+  // Restores the saved original and removes it from the saved ones; without one the operation forwards from then on.
   void unswizzleSelectorInClass(std::string_view operation, std::string_view className);
 
-  // One original for each operation name, whatever the class; a null one changes nothing.
+  // There is one original per operation name, for all classes. Saving null does nothing; null is returned if none is
+  // saved.
   void saveOriginalImplementationForSelector(ZRImplementation implementation, std::string_view operation);
   ZRImplementation originalImplementationForSelector(std::string_view operation) const;
   void removeImplementationForSelector(std::string_view operation);
-  // A class's entry becomes what stands under the operation's name, plus the operation: as classes are not named like
-  // operations, it names the last operation only.
+  // Sets the class's entry to the entry under the operation's name plus the operation. Classes are not named like
+  // operations, so in effect the entry is the last operation only.
   void trackSwizzledSelectorOfClass(std::string_view operation, std::string_view className);
   // The class's forwarding implementation.
   static ZRImplementation nonExistantMethodImplementationForClass(std::string_view className);
 
-  // These hand a URL that is there to the session manager and answer false. A continued activity counts when it is
-  // browsing the web; the restoration handler is not called.
+  // These pass a present URL to the session manager and return false. Only web-browsing activities count; the
+  // restoration handler is not called.
   bool applicationOpenURLOptions(const std::optional<URL>& url, const Dictionary& options) override;
   bool applicationOpenURLSourceApplicationAnnotation(const std::optional<URL>& url,
                                                      const std::string& sourceApplication,
@@ -62,7 +62,7 @@ class ZRAppDelegateAnalyticsProxy final : public UIApplicationDelegate,
   using SelectorsByClass = std::map<std::string, std::vector<std::string>, std::less<>>;
   bool didSwizzleMethods() const { return didSwizzleMethods_; }
   const SelectorsByClass& swizzledSelectorsByClass() const { return swizzledSelectorsByClass_; }
-  // Absent until registered.
+  // Absent until the proxy is registered.
   std::optional<ZRAppDelegateSwizzler::InterceptorID> appDelegateInterceptorID() const {
     return appDelegateInterceptorID_;
   }
@@ -79,15 +79,15 @@ class ZRAppDelegateAnalyticsProxy final : public UIApplicationDelegate,
 // An object whose properties can be read by name.
 class ZRNamedProperties : public Object {
  public:
-  // Nil when it has none of that name.
+  // Nil if there is no such property.
   virtual Value propertyNamed(std::string_view name) const = 0;
 };
 
-// Whether a value is an instance of a class, or of one derived from it.
+// Whether a value is an instance of a class or of a subclass.
 using ZRClassCheck = bool (*)(const Value& value);
 
-// The property of that name (of a value that holds ZRNamedProperties) if it is of the expected class; null expects
-// nothing of it. Nil otherwise.
+// The named property of an object that is a ZRNamedProperties, if it passes the class check (null: any value passes).
+// Nil otherwise, and if reading it throws.
 Value getNamedPropertyFromObject(const Value& object, std::string_view name, ZRClassCheck expectedClass);
 
 }  // namespace zorvane

@@ -15,7 +15,7 @@ Value onePair(const Value& key, Value value) {
   return Dictionary{{*key.asString(), std::move(value)}};
 }
 
-// The properties multiply by 1000 once more: the scale that these two promise.
+// The properties multiply by 1000 once more, which gives the documented scale.
 Value scaledPair(const Value& key, Date date) {
   return onePair(key, date.secondsSince1970 * 1000.0);
 }

@@ -1,21 +1,19 @@
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
 
-#include "Platform/Values/Text.h"
+#include "Platform/Formats/PropertyList.h"
+#include "Platform/Values/FormatText.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/Utils/ZRISODate.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
-#include "ZorvaneCore/ZRDictionaryUtils.h"
 
 namespace zorvane {
 namespace {
 
 constexpr std::string_view kFile = "ZRProperties";
-// As deep as a property list can be read back; what lies deeper stays unconverted and is cut there.
-constexpr int kMaximumDepth = 128;
 
-// Anything but text has no length: a name of another kind raises, as the add operation reports.
+// Throws if the name is present but no text; the caller's guard reports that.
 bool isUsableName(const Value& name) {
   if (!name.isNil() && !name.isString()) throw ValueError("the attribute name is no text: " + name.description());
   if (!name.isNil() && !name.asString()->empty()) return true;
@@ -47,7 +45,9 @@ Value transformed(const Value& value, int depth) {
     case Value::Kind::Null:
       return "";
     case Value::Kind::Dictionary:
-      return depth < kMaximumDepth ? Value(transformedDictionary(*value.asDictionary(), depth + 1)) : value;
+      // The batch file cuts deeper values off.
+      return depth < platform::kMaxPropertyListDepth ? Value(transformedDictionary(*value.asDictionary(), depth + 1))
+                                                     : value;
     default:
       return value;
   }
@@ -57,7 +57,7 @@ Dictionary transformedDictionary(const Dictionary& dictionary, int depth) {
   Dictionary result;
   try {
     result.reserve(dictionary.size());
-    for (const auto& [key, value] : dictionary) setObjectNilHandledForKey(result, transformed(value, depth), key);
+    for (const auto& [key, value] : dictionary) result.setObjectNilHandledForKey(transformed(value, depth), key);
   } catch (const std::exception& exception) {
     logLine("error while transforming data is %@", {exception.what()});
   }
@@ -85,7 +85,7 @@ void ZRProperties::addAttributeWithName(const Value& value, const Value& name) {
     } else if (auto location = value.asObject<ZRGeoLocation>()) {
       addLocationAttributeWithName(location, name);
     } else {
-      setObjectNilHandledForKey(attributeDict_, transformAttrForIncompatibleTypes(value), *name.asString());
+      attributeDict_.setObjectNilHandledForKey(transformAttrForIncompatibleTypes(value), *name.asString());
     }
   });
 }

@@ -11,31 +11,31 @@ namespace zorvane {
 
 // Attributes in three sections: plain, date-time (milliseconds since 1970) and location ("latitude,longitude").
 //
-// Filled by one thread, then handed over with the event and not changed any more. Nothing here throws or reports by
-// result: an attribute without a name or a value, or with a date text that does not parse, is logged and left out.
+// Not thread-safe: one thread fills it, hands it over with the event and does not change it afterwards. Nothing here
+// throws. An attribute without a name or a value, or with an unparsable date, is left out with a log line.
 class ZRProperties {
  public:
   ZRProperties() = default;
-  // Every pair goes through addAttributeWithName.
+  // Calls addAttributeWithName for each pair.
   static std::shared_ptr<ZRProperties> initWithAttributes(const Dictionary& attributes);
 
-  // Any value. A date goes to the date-time section, a ZRGeoLocation to the location section, everything else to the
-  // plain one, where a later value replaces the earlier one of that name. Data becomes hexadecimal text, a URL its
-  // text, a null marker "", in nested dictionaries too; arrays stay as they are. The name "zrv_non_interactive" is
-  // never stored: 1 sets the non-interactive flag, 0 clears it.
+  // Takes any value. A date goes to the date-time section, a ZRGeoLocation to the location section, everything else to
+  // the plain section, where it replaces an earlier value of that name. Data becomes hexadecimal text, a URL its text,
+  // a null marker "", in nested dictionaries too; arrays stay unchanged. The name "zrv_non_interactive" is never
+  // stored: the value 1 sets the non-interactive flag, 0 clears it.
   void addAttributeWithName(const Value& value, const Value& name);
   void addLocationAttributeWithName(const std::shared_ptr<const ZRGeoLocation>& value, const Value& name);
   void addDateAttributeWithName(std::optional<Date> value, const Value& name);
   // "yyyy-MM-dd'T'HH:mm:ss'Z'", with or without ".SSS", in UTC.
   void addDateISOStringAttributeWithName(const Value& value, const Value& name);
-  // Seconds since 1970; no value is refused.
+  // Seconds since 1970; every value is accepted.
   void addDateEpochAttributeWithName(double secondsSince1970, const Value& name);
 
-  // A non-interactive event never starts or prolongs a session.
+  // A non-interactive event neither starts nor extends a session.
   void setNonInteractive() { isNonInteractive_ = true; }
   bool isNonInteractiveEvent() const { return isNonInteractive_; }
 
-  // The live containers. Entries of the arrays are dictionaries of one pair, in the order added.
+  // The live containers. The arrays hold dictionaries of one pair, in the order added.
   const Dictionary& getAttributesDict() const { return attributeDict_; }
   const Array& getDateTimeAttributesArray() const { return dateAttrArray_; }
   const Array& getLocationAttributesArray() const { return locationAttrArray_; }

@@ -8,7 +8,7 @@ namespace zorvane {
 namespace {
 
 constexpr std::string_view kFile = "ZREventCondition";
-constexpr std::int32_t kOneSuffices = 1;
+constexpr std::int32_t kMatchAny = 1;
 
 // Null unless there is something under the key. Values of events are looked at where they stand, not copied.
 const Value* findValid(const Dictionary* dictionary, std::string_view key) {
@@ -60,14 +60,14 @@ std::shared_ptr<ZREventCondition> ZREventCondition::initWithDictionary(const Dic
 }
 
 std::int32_t ZREventCondition::getFilterOperator(const Value& keyword) {
-  return keyword == "or" ? kOneSuffices : 0;
+  return keyword == "or" ? kMatchAny : 0;
 }
 
 void ZREventCondition::addFilter(const Value& dictionary) {
   std::shared_ptr<const ZREventFilter> filter;
   guarded({kFile, "addFilter"}, "Exception in reading a filter %@",
           [&] { filter = ZREventFilter::initWithDictionary(dictionaryIn(dictionary)); });
-  // In place of one that cannot be read, one that never holds: a broken condition must not match more events.
+  // A malformed filter is replaced by one that is never satisfied: a broken condition must not match more events.
   filters_.push_back(filter ? std::move(filter) : ZREventFilter::initWithDictionary({}));
 }
 
@@ -87,9 +87,9 @@ bool ZREventCondition::areFiltersSatisfied(const Dictionary& attributes) const {
     const bool isDate = filter->dataType() == ZRFilterDataTypeDatetime;
     const Value* value = !name ? nullptr : isDate ? dateValue(attributes, *name) : plainValue(attributes, *name);
     const bool satisfied = filter->checkFilterSatisfiedForAttrValue(value ? *value : missing);
-    if (satisfied == (filterOperator_ == kOneSuffices)) return satisfied;
+    if (satisfied == (filterOperator_ == kMatchAny)) return satisfied;
   }
-  return filters_.empty() || filterOperator_ != kOneSuffices;
+  return filters_.empty() || filterOperator_ != kMatchAny;
 }
 
 }  // namespace zorvane

@@ -1,4 +1,4 @@
-// Whether one tracked event matches a condition of the service: the test behind event triggers.
+// The test behind event triggers: whether a tracked event matches a condition of the service.
 #pragma once
 
 #include <cstdint>
@@ -11,25 +11,25 @@
 
 namespace zorvane {
 
-// Immutable; any thread, several at once too.
+// Immutable and thread-safe.
 class ZREventCondition final : public ZRModelObject {
  public:
   explicit ZREventCondition(const Dictionary& dictionary);
-  // Keys: "eventName"; "filter_operator": "or", or else all filters must hold; "filters": an array of dictionaries as
-  // ZREventFilter takes them. A filter that cannot be read is reported through the logger and never holds; so is
-  // "filters" when it is no array.
+  // Keys: "eventName"; "filter_operator": "or" if one filter suffices, else all must be satisfied; "filters": an array
+  // of ZREventFilter dictionaries. A malformed filter is logged as an error and never satisfied; so is "filters" if it
+  // is neither an array nor an empty dictionary.
   static std::shared_ptr<ZREventCondition> initWithDictionary(const Dictionary& dictionary);
 
   // 1 for "or", else 0.
   static std::int32_t getFilterOperator(const Value& keyword);
 
-  // The attributes are an event record as trigger delegates receive it. The name must be equal; without filters it
-  // decides alone. Filters are asked in order up to the first that decides. Date filters look only into the record's
-  // date-time section (the first entry of their name), all others only into its plain one. Throws nothing: an exception
-  // is reported through the logger and answered with false.
+  // The attributes are an event record as trigger delegates receive it. False unless the event's name is equal; without
+  // filters the name alone decides. Filters are evaluated in order until the result is known. Date filters read only
+  // the record's date-time section (the first entry with their name), all others only its plain section. Throws
+  // nothing: an exception is logged and the result is false.
   bool checkIfAttributeConditionSatisfiedForEventAndAttributes(const Value& event, const Dictionary& attributes) const;
 
-  // 0: all filters must hold; 1: one suffices.
+  // 0: all filters must be satisfied; 1: one suffices.
   std::int32_t filterOperator() const { return filterOperator_; }
   const Value& eventName() const { return eventName_; }
   const std::vector<std::shared_ptr<const ZREventFilter>>& filters() const { return filters_; }

@@ -15,13 +15,21 @@ namespace {
 
 constexpr double kSecondsOfDay = 86400;
 
-// In the order of their codes.
+// Indexed by code.
 constexpr std::string_view kDataTypes[] = {"string", "datetime", "bool", "double"};
 constexpr std::string_view kOperators[] = {"is",       "between",    "lessThan", "greaterThan", "in",
                                            "contains", "startsWith", "endsWith", "on",          "exists",
                                            "before",   "after",      "today",    "inTheLast",   "inTheNext"};
 
-// The number of keywords for what is none of them.
+static_assert(std::size(kDataTypes) == ZRFilterDataTypeUnknown);
+static_assert(kDataTypes[ZRFilterDataTypeString] == "string" && kDataTypes[ZRFilterDataTypeDatetime] == "datetime" &&
+              kDataTypes[ZRFilterDataTypeBool] == "bool" && kDataTypes[ZRFilterDataTypeDouble] == "double");
+static_assert(std::size(kOperators) == ZRFilterOperatorUnknown);
+static_assert(kOperators[ZRFilterOperatorIs] == "is" && kOperators[ZRFilterOperatorIn] == "in" &&
+              kOperators[ZRFilterOperatorOn] == "on" && kOperators[ZRFilterOperatorToday] == "today" &&
+              kOperators[ZRFilterOperatorInTheNext] == "inTheNext");
+
+// The keyword's index; the number of keywords (Unknown) if it is none of them.
 template <std::size_t Count>
 std::int32_t codeOf(const Value& keyword, const std::string_view (&keywords)[Count]) {
   const std::string* text = keyword.asString();
@@ -133,7 +141,7 @@ bool ZREventFilter::doubleAttrCheckWithValue(const Value& value) const {
       };
       const Array* elements = value.asArray();
       if (!elements) return negated(isIn(value.doubleValue()));
-      // Nothing is read that is not compared.
+      // An element that is compared with nothing must not be converted: that may throw.
       return negated(!condArray->empty() && std::any_of(elements->begin(), elements->end(), [&](const Value& element) {
         return isIn(element.doubleValue());
       }));
@@ -155,14 +163,14 @@ bool ZREventFilter::stringAttrCheckWithValue(const Value& value) const {
   if (const Array* elements = value.asArray()) {
     return negated(stringConditionCheckWithStringConditionValueAndArrayAttrvalue(condText_, *elements));
   }
-  std::string made;
+  std::string owned;
   std::string_view text;
   if (const std::string* own = value.asString()) {
     text = *own;
   } else {
-    text = made = value.description();
+    text = owned = value.description();
   }
-  if (!isCaseSensitive_) text = made = platform::lowercased(text);
+  if (!isCaseSensitive_) text = owned = platform::lowercased(text);
   return negated(stringConditionCheckWithStringConditionValueAndStringAttrvalue(condText_, text));
 }
 
@@ -231,7 +239,7 @@ bool ZREventFilter::dateAttrCheckWithValue(const Value& value) const {
       "Date Condition Check : Cond Date(%@) ||  EpochValue(%f) || EpochStartOfDay(%f) || StringVal(%@) || "
       "EpochToday(%f) ",
       {valueOf(condDate), condEpoch, startEpoch, valueOf(getDateStringFromDate(condDate)), nowEpoch});
-  // A date that has no day text is on no day.
+  // A date without a day text matches no day.
   const auto isAttrDay = [&](std::optional<Date> date) { return attrDay && attrDay == getDateStringFromDate(date); };
   switch (filterOperator_) {
     case ZRFilterOperatorOn:
@@ -255,7 +263,7 @@ bool ZREventFilter::dateAttrCheckWithValue(const Value& value) const {
 
 bool ZREventFilter::checkDateBetweenOperationWithAttributeValueWithLowerFilterValAndUpperFilterVal(
     double attrEpoch, const Value& lowerValue, const Value& upperValue) const {
-  // From 3 to 7 days ago begins 7 days ago.
+  // "3 to 7 days ago" begins 7 days ago.
   const bool swapped = filterValueType_ == ZRFilterValueTypeRelativePast;
   const auto lower = getDateWithTimeZero(getDateForFilterWithVal(swapped ? upperValue : lowerValue));
   const auto upper = getDateWithTimeZero(getDateForFilterWithVal(swapped ? lowerValue : upperValue));
@@ -293,7 +301,7 @@ std::optional<Date> ZREventFilter::getDateForFilterWithVal(const Value& value) c
     case ZRFilterValueTypeRelativeFuture:
       return dateByAddingDaysToDate(value.integerValue(), now());
     case ZRFilterValueTypeRelativePast: {
-      // The most negative number of days has no opposite.
+      // The most negative integer cannot be negated.
       const std::int64_t days = std::max(value.integerValue(), -std::numeric_limits<std::int64_t>::max());
       return dateByAddingDaysToDate(-days, now());
     }

@@ -1,4 +1,4 @@
-// One typed test on one event attribute.
+// A typed test on one event attribute.
 #pragma once
 
 #include <cstdint>
@@ -12,13 +12,13 @@
 
 namespace zorvane {
 
-// The keyword of each code stands beside it; keywords are matched exactly.
+// Comments give the keyword of each code. Keywords are matched exactly.
 enum ZRFilterDataType : std::int32_t {
   ZRFilterDataTypeString = 0,    // "string"
   ZRFilterDataTypeDatetime = 1,  // "datetime"
   ZRFilterDataTypeBool = 2,      // "bool"
   ZRFilterDataTypeDouble = 3,    // "double"
-  ZRFilterDataTypeUnknown = 4,   // anything else; never satisfied
+  ZRFilterDataTypeUnknown = 4,   // any other; never satisfied
 };
 
 enum ZRFilterOperator : std::int32_t {
@@ -37,38 +37,37 @@ enum ZRFilterOperator : std::int32_t {
   ZRFilterOperatorToday = 12,       // "today"
   ZRFilterOperatorInTheLast = 13,   // "inTheLast"
   ZRFilterOperatorInTheNext = 14,   // "inTheNext"
-  ZRFilterOperatorUnknown = 15,     // anything else
+  ZRFilterOperatorUnknown = 15,     // any other
 };
 
 enum ZRFilterValueType : std::int32_t {
-  ZRFilterValueTypeAbsolute = 0,        // anything else: ISO text with milliseconds, in UTC
+  ZRFilterValueTypeAbsolute = 0,        // any other: ISO 8601 text with milliseconds, in UTC
   ZRFilterValueTypeRelativePast = 1,    // "relative_past": whole days before now
   ZRFilterValueTypeRelativeFuture = 2,  // "relative_future": whole days after now
 };
 
-// Immutable; any thread. Evaluation reads the clock and, for dates, the device's time zone; date checks write log
-// lines.
+// Immutable and thread-safe. Date checks read the clock and the device's time zone, and write log lines.
 //
-// An operator's outcome is inverted by "negate". An operator that the data type does not know answers false whatever
-// "negate" says; only a string filter inverts there too.
+// "negate" inverts an operator's result. An operator that the data type does not support gives false whatever "negate"
+// says; only a string filter inverts that too.
 //
-// A value without the reading that a check needs (an array as a number, a number in a comparison that ignores case)
-// throws ValueError.
+// A check throws ValueError if it cannot convert a value: an array to a number, an array element that is no text to
+// lower case.
 class ZREventFilter final : public ZRModelObject {
  public:
   explicit ZREventFilter(const Dictionary& dictionary);
   // Keys: "name", "data_type", "operator", "negate", "case_sensitive", "value_type" (dates only), "value", "value1". A
-  // null marker is a missing key. Throws ValueError when "negate" or "case_sensitive" has no boolean reading.
+  // null marker counts as missing. Throws ValueError if "negate" or "case_sensitive" cannot be read as a boolean.
   static std::shared_ptr<ZREventFilter> initWithDictionary(const Dictionary& dictionary);
 
   static ZRFilterDataType getDataType(const Value& keyword);
   static ZRFilterOperator getOperator(const Value& keyword);
   static ZRFilterValueType getFilterValueType(const Value& keyword);
 
-  // The filter's verdict. Without a value only "exists" can hold.
+  // Whether the filter is satisfied. For nil only "exists" can be.
   bool checkFilterSatisfiedForAttrValue(const Value& value) const;
 
-  // The verdict by data type.
+  // The same for one data type.
   bool boolAttrCheckWithValue(const Value& value) const;
   // "between" includes its lower bound, not its upper one.
   bool doubleAttrCheckWithValue(const Value& value) const;
@@ -77,8 +76,8 @@ class ZREventFilter final : public ZRModelObject {
   // condition's day, "inTheLast" and "inTheNext" with the condition's moment.
   bool dateAttrCheckWithValue(const Value& value) const;
 
-  // The outcome before it is inverted. The condition's text comes in lower case when the filter ignores case, and so
-  // does the attribute's single text; elements are put into lower case here.
+  // The results before inversion. If the filter ignores case, the condition's text and the attribute's text must be in
+  // lower case; array elements are lower-cased here.
   bool stringConditionCheckWithArrayConditionValueAndAttrvalue(const Array& condValue, const Value& attrValue) const;
   bool stringConditionCheckWithStringConditionValueAndArrayAttrvalue(std::string_view condValue,
                                                                      const Array& attrValue) const;
@@ -88,15 +87,15 @@ class ZREventFilter final : public ZRModelObject {
                                                                                       const Value& lowerValue,
                                                                                       const Value& upperValue) const;
 
-  // "yyyy-MM-dd'T'HH:mm:ss.SSS'Z'" and nothing else.
+  // Parses "yyyy-MM-dd'T'HH:mm:ss.SSS'Z'"; absent for any other text.
   static std::optional<Date> getDateFromISOString(std::string_view text);
   // The day in GMT, "yyyy-MM-dd".
   static std::optional<std::string> getDateStringFromDate(std::optional<Date> date);
-  // Days of 86,400 seconds.
+  // Adds days of 86,400 seconds.
   static std::optional<Date> dateByAddingDaysToDate(std::int64_t days, std::optional<Date> date);
-  // Midnight UTC of the day that the date falls on in the device's time zone.
+  // The date's calendar day in the device's time zone, at midnight UTC.
   static std::optional<Date> getDateWithTimeZero(std::optional<Date> date);
-  // The moment that a condition's value means, by the filter's value type.
+  // The date that a condition's value means under the filter's value type.
   std::optional<Date> getDateForFilterWithVal(const Value& value) const;
 
   bool isNegate() const { return isNegate_; }
@@ -105,7 +104,7 @@ class ZREventFilter final : public ZRModelObject {
   ZRFilterValueType filterValueType() const { return filterValueType_; }
   ZRFilterDataType dataType() const { return dataType_; }
   const Value& condAttrName() const { return condAttrName_; }
-  // "value"; with "value1" an array of the two; nil without "value".
+  // "value", or an array of "value" and "value1" if both are present; nil without "value".
   const Value& condValue() const { return condValue_; }
 
  private:
@@ -119,7 +118,7 @@ class ZREventFilter final : public ZRModelObject {
   ZRFilterDataType dataType_;
   Value condAttrName_;
   Value condValue_;
-  // What a string filter compares with: the text of condValue, in lower case when case is ignored.
+  // The text of condValue for string filters, in lower case if case is ignored.
   std::string condText_;
 };
 

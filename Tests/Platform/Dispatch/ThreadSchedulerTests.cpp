@@ -1,0 +1,169 @@
+// What only a scheduler over real threads can do, or suffer.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <latch>
+#include <thread>
+#include <vector>
+
+#include "Dispatch/SchedulerFixture.h"
+
+namespace zorvane::platform {
+namespace {
+
+std::unique_ptr<ThreadScheduler> schedulerWithoutPump() {
+  MainLoopOptions options;
+  options.adoptedByHost = true;
+  return makeThreadScheduler(std::make_shared<SystemClock>(), options);
+}
+
+TEST(ThreadScheduler, LosesAndReordersNothingThatManyThreadsPost) {
+  constexpr int kThreads = 8;
+  constexpr int kRounds = 1000;
+  const auto scheduler = makeThreadScheduler(std::make_shared<SystemClock>());
+  const auto serial = scheduler->makeSerialQueue("serial");
+  struct Ledger {
+    int next[kThreads]{};
+    int outOfOrder = 0;
+    void note(int thread, int round) { outOfOrder += next[thread]++ != round; }
+  };
+  Ledger onSerial, onMain;
+  std::atomic<int> onGlobal{0};
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (int round = 0; round < kRounds; ++round) {
+        serial->async([&, thread, round] { onSerial.note(thread, round); });
+        scheduler->mainQueue().async([&, thread, round] { onMain.note(thread, round); });
+        scheduler->globalQueue(round % 2 ? Priority::Default : Priority::Background).async([&] { ++onGlobal; });
+        if (round % 100 == 0) scheduler->mainQueue().sync([&] { ++onGlobal; });
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  scheduler->waitUntilIdle();
+  for (const Ledger* ledger : {&onSerial, &onMain}) {
+    EXPECT_EQ(ledger->outOfOrder, 0);
+    for (const int next : ledger->next) EXPECT_EQ(next, kRounds);
+  }
+  EXPECT_EQ(onGlobal, kThreads * (kRounds + kRounds / 100));
+}
+
+TEST(ThreadScheduler, BlockedTasksDoNotStarveTheRest) {
+  const auto scheduler = makeThreadScheduler(std::make_shared<SystemClock>());
+  const auto blockedSerial = scheduler->makeSerialQueue("blocked");
+  const auto freeSerial = scheduler->makeSerialQueue("free");
+  // Each of them waits for the last task.
+  std::latch release(1);
+  std::atomic<int> released{0};
+  const auto block = [&] {
+    release.wait();
+    ++released;
+  };
+  blockedSerial->async(block);
+  for (int i = 0; i < 3; ++i) scheduler->globalQueue(Priority::Default).async(block);
+  for (int i = 0; i < 8; ++i) scheduler->globalQueue(Priority::Background).async(block);
+  freeSerial->async([&] { scheduler->globalQueue(Priority::Default).async([&] { release.count_down(); }); });
+  scheduler->waitUntilIdle();
+  EXPECT_EQ(released, 12);
+}
+
+TEST(ThreadScheduler, StoppingTheMainLoopReleasesWhoWaitsForIt) {
+  const auto scheduler = schedulerWithoutPump();
+  bool ran = false;
+  std::latch calling(1);
+  scheduler->mainQueue().async([&] { ran = true; });
+  std::thread waiter([&] {
+    calling.count_down();
+    scheduler->mainQueue().sync([&] { ran = true; });
+  });
+  calling.wait();
+  scheduler->stopMainLoop();
+  waiter.join();
+  scheduler->mainQueue().async([&] { ran = true; });
+  scheduler->waitUntilIdle();
+  scheduler->runMainLoop();
+  EXPECT_FALSE(ran);
+}
+
+TEST(ThreadScheduler, AnAdoptedLoopCountsAsMainBeforeItRunsAndEndsWhenStopped) {
+  const auto scheduler = schedulerWithoutPump();
+  EXPECT_TRUE(scheduler->mainQueue().isCurrent());
+  int ran = 0;
+  scheduler->mainQueue().sync([&] { ran = 1; });
+  EXPECT_EQ(ran, 1);
+  scheduler->globalQueue(Priority::Default).async([&] {
+    scheduler->mainQueue().sync([&] { ran = 2; });
+    scheduler->stopMainLoop();
+  });
+  scheduler->runMainLoop();
+  EXPECT_EQ(ran, 2);
+}
+
+TEST(ThreadScheduler, TimersFireByThemselvesWhereTheClockRuns) {
+  HostLoop loop;
+  for (const bool host : {false, true}) {
+    const auto scheduler =
+        makeThreadScheduler(std::make_shared<SystemClock>(), host ? loop.options() : MainLoopOptions());
+    MainQueue& main = scheduler->mainQueue();
+    std::latch fired(3);
+    int count = 0;
+    const TimerId timer = main.startRepeatingTimer(0.001, [&] {
+      EXPECT_TRUE(main.isCurrent());
+      if (++count <= 3) fired.count_down();
+    });
+    fired.wait();
+    main.sync([&] { main.cancelTimer(timer); });
+    scheduler->waitUntilIdle();
+  }
+}
+
+TEST(ThreadScheduler, CanBeDestroyedWhileItsQueuesAreFull) {
+  const auto held = std::make_shared<std::atomic<int>>(0);
+  for (int i = 0; i < 20; ++i) {
+    const auto scheduler = makeThreadScheduler(std::make_shared<SystemClock>());
+    const auto serial = scheduler->makeSerialQueue("serial");
+    for (int task = 0; task < 100; ++task) {
+      for (Queue* queue : {serial.get(), &scheduler->globalQueue(Priority::Background),
+                           static_cast<Queue*>(&scheduler->mainQueue())}) {
+        queue->async([held] { ++*held; });
+      }
+    }
+  }
+  EXPECT_LE(*held, 20 * 300);
+}
+
+// Exit handlers and the destructors of static objects run while tasks are posted and run; they may call too.
+TEST(ThreadSchedulerDeathTest, TheProcessMayExitAtAnyMoment) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto exitInTheMiddle = [](bool fromTask) {
+    static ThreadScheduler* scheduler = nullptr;
+    std::atexit([] {
+      scheduler->mainQueue().sync([] {});
+      scheduler->globalQueue(Priority::Default).async([] {});
+      scheduler->waitUntilIdle();
+    });
+    scheduler = makeThreadScheduler(std::make_shared<SystemClock>()).release();
+    static Queue* const serial = scheduler->makeSerialQueue("serial").release();
+    static std::latch running(100);
+    for (int i = 0; i < 3; ++i) {
+      std::thread([] {
+        for (;;) {
+          serial->async([] { running.try_wait() ? void() : running.count_down(); });
+          scheduler->globalQueue(Priority::Background).async([] { scheduler->mainQueue().sync([] {}); });
+          scheduler->waitUntilIdle();
+        }
+      }).detach();
+    }
+    running.wait();
+    if (!fromTask) std::exit(0);
+    scheduler->mainQueue().async([] { std::exit(0); });
+    std::latch(1).wait();
+  };
+  EXPECT_EXIT(exitInTheMiddle(false), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(exitInTheMiddle(true), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace zorvane::platform

@@ -1,0 +1,227 @@
+#include "Platform/Files/FileSystem.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "Platform/Files/SystemCalls.h"
+#include "Support/TemporaryDirectory.h"
+
+namespace zorvane::platform {
+namespace {
+
+constexpr std::size_t kNoLimit = std::size_t{1} << 30;
+
+std::string contentOf(const std::string& path) {
+  Result<std::string> content = readFile(path, kNoLimit);
+  return content ? content.value() : content.error().message;
+}
+
+mode_t modeOf(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(::lstat(path.c_str(), &status), 0);
+  return status.st_mode & 07777U;
+}
+
+// The real calls, but the one of a given number fails; shortly: every write writes a little only.
+struct Faults {
+  static inline int countdown = 0;  // calls until the failure; negative: none
+  static inline int code = 0;
+  static inline std::size_t maxWrite = 0;
+  static inline int openFiles = 0;
+
+  static bool fail() {
+    if (countdown < 0 || countdown-- > 0) return false;
+    errno = code;
+    return true;
+  }
+  static int counted(int file) {
+    if (file >= 0) ++openFiles;
+    return file;
+  }
+  static ssize_t write(int file, const iovec* pieces, int count) {
+    if (fail()) return -1;
+    return maxWrite == 0 ? ::writev(file, pieces, count)
+                         : ::write(file, pieces[0].iov_base, std::min(maxWrite, pieces[0].iov_len));
+  }
+  static int close(int file) {
+    --openFiles;
+    const int result = ::close(file);  // a close that fails has closed all the same
+    return fail() ? -1 : result;
+  }
+  static constexpr SystemCalls kCalls{
+      [](const char* p, int f, mode_t m) { return fail() ? -1 : counted(::open(p, f, m)); },
+      [](int d, const char* n, int f, mode_t m) { return fail() ? -1 : counted(::openat(d, n, f, m)); },
+      [](int f, struct stat* s) { return fail() ? -1 : ::fstat(f, s); },
+      [](int d, const char* n, struct stat* s, int f) { return fail() ? -1 : ::fstatat(d, n, s, f); },
+      [](int f, void* b, std::size_t n) { return fail() ? ssize_t{-1} : ::read(f, b, n); },
+      write,
+      [](int f) { return fail() ? -1 : ::fsync(f); },
+      close,
+      [](int d, const char* a, int e, const char* b) { return fail() ? -1 : ::renameat(d, a, e, b); },
+      [](int d, const char* n, int f) { return fail() ? -1 : ::unlinkat(d, n, f); },
+      [](const char* p, mode_t m) { return fail() ? -1 : ::mkdir(p, m); },
+      [](int f, int o) { return fail() ? -1 : ::flock(f, o); },
+  };
+
+  Faults() { setSystemCalls(&kCalls); }
+  ~Faults() { setSystemCalls(nullptr); }
+  void failCall(int number, int error) {
+    countdown = number;
+    code = error;
+  }
+  bool reached() const { return countdown < 0; }
+};
+
+TEST(ReplaceFile, WritesThePiecesInOrderAndKeepsTheFilePrivate) {
+  TemporaryDirectory directory;
+  const std::string path = directory.file("file");
+  std::vector<std::string> texts;
+  std::string all;
+  for (int i = 0; i < 1000; ++i)
+    all += texts.emplace_back(static_cast<std::size_t>(i % 7), static_cast<char>('a' + i % 26));
+  const std::vector<std::string_view> pieces(texts.begin(), texts.end());
+  ASSERT_TRUE(replaceFileAtomically(path, pieces));
+  EXPECT_EQ(contentOf(path), all);
+  EXPECT_EQ(modeOf(path), 0600U);
+  ASSERT_TRUE(replaceFileAtomically(path, ""));
+  EXPECT_EQ(contentOf(path), "");
+  EXPECT_EQ(directory.entries(), 1U);
+}
+
+TEST(ReplaceFile, ReplacesALinkInsteadOfItsTarget) {
+  TemporaryDirectory directory;
+  ASSERT_TRUE(replaceFileAtomically(directory.file("victim"), "precious"));
+  ASSERT_EQ(::symlink(directory.file("victim").c_str(), directory.file("link").c_str()), 0);
+  EXPECT_FALSE(readFile(directory.file("link"), kNoLimit));
+  ASSERT_TRUE(replaceFileAtomically(directory.file("link"), "new"));
+  EXPECT_EQ(contentOf(directory.file("victim")), "precious");
+  EXPECT_EQ(contentOf(directory.file("link")), "new");
+}
+
+TEST(ReplaceFile, AnyCallThatFailsLeavesAWholeFileAndNoTemporaryOne) {
+  const struct {
+    int code;
+    const char* reason;
+  } kErrors[] = {{ENOSPC, "No space left on device"}, {EIO, "Input/output error"}, {EACCES, "Permission denied"}};
+  for (const std::size_t maxWrite : {std::size_t{0}, std::size_t{2}}) {
+    for (const auto& [code, reason] : kErrors) {
+      int failures = 0;
+      for (int number = 0;; ++number) {
+        SCOPED_TRACE(testing::Message() << "call " << number << ", " << reason << ", writes of " << maxWrite);
+        TemporaryDirectory directory;
+        const std::string path = directory.file("file");
+        ASSERT_TRUE(replaceFileAtomically(path, "old"));
+        Faults::maxWrite = maxWrite;
+        Faults faults;
+        faults.failCall(number, code);
+        const std::string_view pieces[] = {"ne", "", "w content"};
+        const Status status = replaceFileAtomically(path, pieces);
+        const bool reached = faults.reached();
+        faults.failCall(-1, 0);
+        EXPECT_EQ(Faults::openFiles, 0);
+        EXPECT_EQ(directory.entries(), 1U);
+        const std::string content = contentOf(path);
+        if (status) {
+          EXPECT_EQ(content, "new content");
+        } else {
+          ++failures;
+          EXPECT_TRUE(content == "old" || content == "new content") << content;
+          EXPECT_EQ(status.error().code, code);
+          EXPECT_EQ(status.error().message.find("cannot write " + path + ": " + reason), 0U) << status.error().message;
+        }
+        if (!reached) break;
+      }
+      // Each step before the closing of the directory: open, openat, write, fsync, close, rename, fsync.
+      EXPECT_GE(failures, maxWrite == 0 ? 7 : 12);
+    }
+  }
+}
+
+TEST(ReplaceFile, ASignalAtAnyCallCostsNothing) {
+  for (int number = 0;; ++number) {
+    SCOPED_TRACE(number);
+    TemporaryDirectory directory;
+    Faults::maxWrite = 0;
+    Faults faults;
+    faults.failCall(number, EINTR);
+    EXPECT_TRUE(replaceFileAtomically(directory.file("file"), "content"));
+    const bool reached = faults.reached();
+    faults.failCall(-1, 0);
+    EXPECT_EQ(contentOf(directory.file("file")), "content");
+    EXPECT_EQ(directory.entries(), 1U);
+    if (!reached) break;
+  }
+}
+
+TEST(ReplaceFile, RefusesWhatIsNoPath) {
+  TemporaryDirectory directory;
+  for (const std::string& path : {std::string(), directory.file(""), directory.file(std::string("a\0b", 3))}) {
+    EXPECT_FALSE(replaceFileAtomically(path, "content")) << path;
+  }
+  EXPECT_EQ(directory.entries(), 0U);
+}
+
+TEST(ReadFile, RefusesWhatIsTooLongOrNoRegularFile) {
+  TemporaryDirectory directory;
+  ASSERT_TRUE(replaceFileAtomically(directory.file("file"), "12345"));
+  EXPECT_TRUE(readFile(directory.file("file"), 5));
+  EXPECT_EQ(readFile(directory.file("file"), 4).error().code, EFBIG);
+  EXPECT_EQ(readFile(directory.file("missing"), 5).error().code, ENOENT);
+  EXPECT_EQ(readFile(directory.path(), kNoLimit).error().code, EISDIR);
+  ASSERT_EQ(::mkfifo(directory.file("pipe").c_str(), 0600), 0);
+  EXPECT_FALSE(readFile(directory.file("pipe"), kNoLimit));  // and does not wait for a writer
+}
+
+TEST(ReadFile, AnyCallThatFailsIsAnError) {
+  TemporaryDirectory directory;
+  ASSERT_TRUE(replaceFileAtomically(directory.file("file"), "12345"));
+  Faults faults;
+  for (int number = 0; number < 4; ++number) {  // open, fstat, read, read of the end
+    faults.failCall(number, EIO);
+    const Result<std::string> content = readFile(directory.file("file"), kNoLimit);
+    ASSERT_FALSE(content) << number;
+    EXPECT_NE(content.error().message.find("cannot read " + directory.file("file") + ": Input/output error"),
+              std::string::npos);
+    faults.failCall(-1, 0);
+    EXPECT_EQ(Faults::openFiles, 0);
+  }
+}
+
+TEST(Directories, AreMadePrivateWithTheirParents) {
+  TemporaryDirectory directory;
+  const std::string deep = directory.file("a/b//c/");
+  EXPECT_EQ(makeDirectory(deep).error().code, ENOENT);
+  ASSERT_TRUE(makeDirectories(deep));
+  ASSERT_TRUE(makeDirectories(deep));
+  for (const char* name : {"a", "a/b", "a/b/c"}) EXPECT_EQ(modeOf(directory.file(name)), 0700U);
+  ASSERT_TRUE(replaceFileAtomically(directory.file("file"), ""));
+  EXPECT_FALSE(makeDirectory(directory.file("file")));
+  EXPECT_FALSE(makeDirectories(directory.file("file/below")));
+  ASSERT_TRUE(replaceFileAtomically(directory.file("d/e/file"), "content"));
+  EXPECT_EQ(modeOf(directory.file("d")), 0700U);
+  EXPECT_FALSE(replaceFileAtomically(directory.file("file/below/file"), ""));
+}
+
+TEST(RemoveFile, OfAMissingFileIsNoError) {
+  TemporaryDirectory directory;
+  ASSERT_TRUE(replaceFileAtomically(directory.file("file"), ""));
+  EXPECT_TRUE(removeFile(directory.file("file")));
+  EXPECT_FALSE(fileExists(directory.file("file")));
+  EXPECT_TRUE(removeFile(directory.file("file")));
+  EXPECT_FALSE(removeFile(directory.path()));
+}
+
+TEST(JoinPath, PutsOneSlashBetween) {
+  EXPECT_EQ(joinPath("/a", "b"), "/a/b");
+  EXPECT_EQ(joinPath("/a/", "/b/c"), "/a/b/c");
+  EXPECT_EQ(joinPath("/", "b"), "/b");
+  EXPECT_EQ(joinPath("", "b"), "b");
+}
+
+}  // namespace
+}  // namespace zorvane::platform

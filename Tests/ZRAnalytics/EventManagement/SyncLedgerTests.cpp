@@ -1,0 +1,98 @@
+#include <gtest/gtest.h>
+
+#include "ZRAnalytics/EventManagement/ZRSyncLedger.h"
+
+namespace zorvane::testing {
+namespace {
+
+using Ledger = ZRSyncLedger;
+using IDs = std::unordered_set<std::string>;
+
+// A flush of these batches, whose requests are out.
+ZRSyncRun startedRun(Ledger& ledger, const std::vector<std::string>& batchIDs, bool reset = false) {
+  EXPECT_EQ(ledger.arrive({false, reset, nullptr}), Ledger::Arrival::Start);
+  ledger.load(batchIDs);
+  return {{false, reset, nullptr}, batchIDs.size()};
+}
+
+TEST(SyncLedgerTest, AcceptedBatchIsSettledAndRefusedOneWaits) {
+  Ledger ledger;
+  ZRSyncRun run = startedRun(ledger, {"1", "2", "3"});
+  ledger.settle("3");  // no batch
+  ledger.respond(run, "1", true);
+  EXPECT_FALSE(run.isComplete());
+  EXPECT_TRUE(ledger.isRunning());
+  ledger.respond(run, "2", false);
+  ledger.respond(run, "unknown", true);
+  EXPECT_TRUE(run.isComplete());
+  EXPECT_FALSE(run.isSuccess());
+  EXPECT_FALSE(ledger.finish(false));
+  EXPECT_FALSE(ledger.isRunning());
+  EXPECT_EQ(ledger.end(false), Ledger::End::KeepRefused);
+  EXPECT_EQ(ledger.end(true), Ledger::End::KeepAll);
+  EXPECT_EQ(ledger.settled(), (IDs{"1", "3"})) << "and nothing that it never loaded";
+}
+
+TEST(SyncLedgerTest, NextSyncForgetsTheOneBefore) {
+  Ledger ledger;
+  ZRSyncRun first = startedRun(ledger, {"1"});
+  ledger.respond(first, "1", true);
+  EXPECT_TRUE(first.isSuccess());
+  (void)ledger.finish(false);
+  EXPECT_EQ(ledger.end(false), Ledger::End::RemoveAll);
+  (void)startedRun(ledger, {"2"});
+  EXPECT_EQ(ledger.waiting(), 1u);
+  EXPECT_TRUE(ledger.settled().empty());
+  ledger.abandon();
+  EXPECT_FALSE(ledger.isRunning());
+}
+
+TEST(SyncLedgerTest, ReloadMakesWhatIsInTheFileWaitAgain) {
+  Ledger ledger;
+  ZRSyncRun run = startedRun(ledger, {"accepted", "out", "cleared"});
+  ledger.respond(run, "accepted", true);
+  EXPECT_EQ(ledger.arrive({}), Ledger::Arrival::Reload);
+  ledger.load({"accepted", "out", "saved meanwhile"});
+  EXPECT_EQ(ledger.waiting(), 3u);
+  EXPECT_EQ(ledger.settled(), (IDs{"cleared"}));
+}
+
+TEST(SyncLedgerTest, ResponseOfAnAbandonedRunCountsForTheNext) {
+  Ledger ledger;
+  ZRSyncRun abandoned = startedRun(ledger, {"1", "2"});
+  ledger.abandon();
+  ZRSyncRun run = startedRun(ledger, {"1", "2"});
+  ledger.respond(abandoned, "1", true);
+  ledger.respond(run, "1", false);
+  ledger.respond(run, "2", true);
+  EXPECT_TRUE(run.isComplete());
+  EXPECT_FALSE(run.isSuccess());
+  EXPECT_EQ(ledger.end(false), Ledger::End::RemoveAll);
+}
+
+TEST(SyncLedgerTest, LastParkedFlushRunsOnceAfterAnOrdinaryFlush) {
+  Ledger ledger;
+  for (const bool reset : {true, false}) {
+    (void)startedRun(ledger, {"1"}, reset);
+    int told = 0;
+    EXPECT_EQ(ledger.arrive({false, true, nullptr}), Ledger::Arrival::Park);
+    EXPECT_EQ(ledger.arrive({true, true, [&](bool, bool) { ++told; }}), Ledger::Arrival::Park);
+    const auto parked = ledger.finish(reset);
+    ASSERT_EQ(parked.has_value(), !reset);
+    if (!parked) continue;
+    EXPECT_TRUE(parked->background);
+    parked->completion(false, false);
+    EXPECT_EQ(told, 1);
+  }
+  (void)startedRun(ledger, {"1"});
+  EXPECT_FALSE(ledger.finish(false)) << "used up";
+}
+
+TEST(SyncLedgerTest, OlderIsTheSmallerNumberInFrontOfTheIdentifier) {
+  EXPECT_TRUE(Ledger::isOlder("9-Z", "10-A"));
+  EXPECT_TRUE(Ledger::isOlder("x", "1-A"));
+  EXPECT_FALSE(Ledger::isOlder("9-A", "9-Z"));
+}
+
+}  // namespace
+}  // namespace zorvane::testing

@@ -1,0 +1,49 @@
+#include "ZRAnalytics/EventManagement/ZRCurrentBatch.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace zorvane {
+
+bool ZRCurrentBatch::append(Dictionary record) {
+  platform::MutexLock lock(mutex_);
+  if (!events_) events_.emplace();
+  events_->emplace_back(std::move(record));
+  // As an unsigned number a negative threshold is too large to be reached.
+  return events_->size() >=
+         std::max<std::uint64_t>(static_cast<std::uint64_t>(threshold_), fullAfterFailure_.value_or(0));
+}
+
+Array ZRCurrentBatch::take() {
+  platform::MutexLock lock(mutex_);
+  if (!events_ || events_->empty()) return {};
+  Array events = std::move(*events_);
+  events_.reset();
+  fullAfterFailure_.reset();
+  return events;
+}
+
+void ZRCurrentBatch::putBack(Array events) {
+  platform::MutexLock lock(mutex_);
+  const auto threshold = static_cast<std::size_t>(std::max<std::int64_t>(threshold_, 0));
+  fullAfterFailure_ = events.size() + std::max(threshold, events.size() / 4);
+  if (events_) {
+    events.insert(events.end(), std::make_move_iterator(events_->begin()), std::make_move_iterator(events_->end()));
+  }
+  events_ = std::move(events);
+}
+
+void ZRCurrentBatch::clear() {
+  Array dropped;  // Destroyed after the lock: host objects may stand in it.
+  platform::MutexLock lock(mutex_);
+  if (events_) events_->swap(dropped);
+  fullAfterFailure_.reset();
+}
+
+std::optional<Array> ZRCurrentBatch::events() const {
+  platform::MutexLock lock(mutex_);
+  return events_;
+}
+
+}  // namespace zorvane

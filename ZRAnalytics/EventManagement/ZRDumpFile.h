@@ -1,0 +1,27 @@
+// "zorvaneEvents.dat", which a release before the batch file left: one event a line, as JSON in UTF-8.
+#pragma once
+
+#include <string>
+
+#include "ZorvaneCore/ZRCoreTypes.h"
+
+namespace zorvane {
+
+// Any thread.
+class ZRDumpFile {
+ public:
+  explicit ZRDumpFile(std::string path) : path_(std::move(path)) {}
+
+  const std::string& path() const { return path_; }
+  bool exists() const;
+  // The lines that are JSON objects or arrays, in order; none when the file cannot be read or is not UTF-8. A file of
+  // more than 64 MiB is not read, and of many lines no more than 4,000,000 values.
+  Array events() const;
+  // Logs a failure.
+  void remove();
+
+ private:
+  const std::string path_;
+};
+
+}  // namespace zorvane

@@ -1,0 +1,140 @@
+#include "ZRAnalytics/EventManagement/ZRSync.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/EventManagement/ZREventsHandlerSupport.h"
+#include "ZRAnalytics/EventManagement/ZRReportRequest.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZRAnalytics/Utils/ZRSignedRequest.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
+
+namespace zorvane {
+
+using eventshandler::kFile;
+
+void ZRSync::flush(const ZRFlush& flush) {
+  std::optional<Result> result;
+  try {
+    result = start(flush);
+  } catch (...) {
+    if (flush.reset) {
+      finish(true);
+    } else {
+      ledger_.abandon();
+      guarded({kFile, "synchronousFlushInBackgroundAndResetWithCompletionBlock"}, "Exception while syncing : %@",
+              [this] {
+                queue_.assertCurrent();
+                removeSettled();
+              });
+    }
+    reportCurrentException({kFile, "synchronousFlushInBackgroundAndResetWithCompletionBlock", 538},
+                           "Exception while syncing : %@");
+    result = Result{false, true};
+  }
+  if (result) callBlock(flush.completion, result->success, result->attempted);
+}
+
+std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
+  if (!ZRConfigDataManager::sharedInstance().getZrvAppID()) {
+    logLine("Reports API not called. AppID not present");
+    return Result{false, false};
+  }
+  const ZRSyncLedger::Arrival arrival = ledger_.arrive(flush);
+  if (arrival == ZRSyncLedger::Arrival::Reload) (void)load();
+  if (arrival != ZRSyncLedger::Arrival::Start) return Result{false, false};
+
+  const std::vector<ZRStoredBatch> batches = load();
+  if (batches.empty()) {
+    logLine("All the tracked events are already synced with Zorvane :]");
+    ledger_.abandon();
+    if (flush.reset) resetUser_();
+    return Result{true, false};
+  }
+  const auto run = std::make_shared<ZRSyncRun>(ZRSyncRun{flush, batches.size()});
+  for (const ZRStoredBatch& batch : batches) {
+    // Without an identifier the sync stays in progress and nobody is told.
+    if (!send(batch, run)) break;
+  }
+  return std::nullopt;
+}
+
+std::vector<ZRStoredBatch> ZRSync::load() {
+  auto loaded = file_.load();
+  if (!loaded) return {};
+  std::vector<std::string> ids;
+  ids.reserve(loaded->size());
+  for (const ZRStoredBatch& batch : *loaded) ids.push_back(batch.id());
+  ledger_.load(ids);
+  const auto isNoBatch = [this](const ZRStoredBatch& batch) {
+    if (batch.isBatch()) return false;
+    queue_.assertCurrent();
+    logLine("Batch Events plist : the entry %@ is no batch and is dropped", {batch.id()});
+    ledger_.settle(batch.id());
+    return true;
+  };
+  std::erase_if(*loaded, isNoBatch);
+  std::stable_sort(loaded->begin(), loaded->end(), [](const ZRStoredBatch& batch, const ZRStoredBatch& other) {
+    return ZRSyncLedger::isOlder(batch.id(), other.id());
+  });
+  return *std::move(loaded);
+}
+
+bool ZRSync::send(const ZRStoredBatch& batch, const std::shared_ptr<ZRSyncRun>& run) {
+  logLine("Report Add request initiated:");
+  Dictionary info = batch.info();
+  if (batch.isBareArray()) info.setObjectNilHandledForKey(requestTimeNow(), kBatchKeyRequestTime);
+  return sendReport(info, batch.eventCount(), [this, run, batchID = batch.id()](bool accepted) {
+    queue_.async([this, run, batchID, accepted] {
+      queue_.assertCurrent();
+      responseArrived(*run, batchID, accepted);
+    });
+  });
+}
+
+void ZRSync::responseArrived(ZRSyncRun& run, const std::string& batchID, bool accepted) {
+  guarded({kFile, "synchronousFlushInBackgroundAndResetWithCompletionBlock", 525},
+          "exception while syncing the data : %@", [&] {
+            queue_.assertCurrent();
+            ledger_.respond(run, batchID, accepted);
+            logLine(
+                accepted ? "sync success from batch %@" : "could not complete sync for batch %@, will try again later",
+                {batchID});
+          });
+  if (!run.isComplete()) return;
+  finish(run.flush.reset);
+  callBlock(run.flush.completion, run.isSuccess(), true);
+}
+
+void ZRSync::finish(bool reset) {
+  guarded({kFile, "flushAttemptCompletedInBackgroundAndForReset", 572}, "Exception while syncing : %@", [&] {
+    queue_.assertCurrent();
+    const std::optional<ZRFlush> parked = ledger_.finish(reset);
+    if (reset) resetUser_();
+    if (parked) flush(*parked);
+    switch (ledger_.end(reset)) {
+      case ZRSyncLedger::End::KeepAll:
+        logLine("sync unsuccessful on reset");
+        break;
+      case ZRSyncLedger::End::RemoveAll:
+        logLine("sync performed for all the batches successfully");
+        [[fallthrough]];
+      case ZRSyncLedger::End::KeepRefused:
+        removeSettled();
+        break;
+    }
+  });
+}
+
+void ZRSync::removeSettled() {
+  const auto outcome = file_.remove(ledger_.settled());
+  if (!outcome) {
+    logLine("Error while deleting ZorvaneBatchEvents.plist : %@", {outcome.error().message});
+  } else if (outcome.value() == ZRBatchFile::Outcome::Removed) {
+    logLine("Batch Events plist deleted");
+  }
+}
+
+}  // namespace zorvane

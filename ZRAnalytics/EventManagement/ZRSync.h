@@ -1,0 +1,53 @@
+// Sends the saved batches. ZRSyncLedger decides; this class reads and writes the file, makes the requests, logs, and
+// calls the completions.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "Platform/Dispatch/Queue.h"
+#include "ZRAnalytics/EventManagement/ZRBatchFile.h"
+#include "ZRAnalytics/EventManagement/ZRSyncLedger.h"
+
+namespace zorvane {
+
+// Lives on one serial queue, to which the responses come back.
+class ZRSync {
+ public:
+  // resetUser is called on the queue at the end of each reset flush. Queue and file outlive the sync.
+  ZRSync(platform::Queue& queue, ZRBatchFile& file, std::function<void()> resetUser)
+      : queue_(queue), file_(file), resetUser_(std::move(resetUser)) {}
+
+  // Sends every batch of the file as one request each. The completion is called on the queue:
+  //   (false, false)  without an application identifier, or at once while another flush runs; a reset flush then runs
+  //                   when that one has ended, and its completion is called again
+  //   (true, false)   there was nothing to send
+  //   (all, true)     after the last response: whether all batches were accepted
+  //   (false, true)   an exception stopped it
+  // It is never called when the application identifier vanishes while requests are being made.
+  void flush(const ZRFlush& flush) ZR_REQUIRES(queue_);
+
+ private:
+  struct Result {
+    bool success;
+    bool attempted;
+  };
+  // Absent when the completion is called after the responses, or never.
+  std::optional<Result> start(const ZRFlush& flush) ZR_REQUIRES(queue_);
+  // Reads the file into the ledger. The batches that can be sent, oldest first; none when the file cannot be read.
+  std::vector<ZRStoredBatch> load() ZR_REQUIRES(queue_);
+  // False when the application identifier is gone.
+  bool send(const ZRStoredBatch& batch, const std::shared_ptr<ZRSyncRun>& run) ZR_REQUIRES(queue_);
+  void responseArrived(ZRSyncRun& run, const std::string& batchID, bool accepted) ZR_REQUIRES(queue_);
+  void finish(bool reset) ZR_REQUIRES(queue_);
+  void removeSettled() ZR_REQUIRES(queue_);
+
+  platform::Queue& queue_;
+  ZRBatchFile& file_;
+  const std::function<void()> resetUser_;
+  ZRSyncLedger ledger_ ZR_GUARDED_BY(queue_);
+};
+
+}  // namespace zorvane

@@ -1,0 +1,97 @@
+// The rules of a sync: which batches it sends, what becomes of each after its response, and what its end does to the
+// batch file. Decisions only: no I/O, no queue, no clock. ZRSync carries them out.
+//
+//   when                                  ledger            the sync then
+//   ------------------------------------  ----------------  ------------------------------------------------------
+//   a flush, while idle                   Arrival::Start    reads the file and sends every batch, oldest first
+//   a flush, while running                Arrival::Reload   reads the file again; tells (false, false)
+//   a reset flush, while running          Arrival::Park     tells (false, false); the flush replaces a parked one
+//   batches read from the file            load              those in the file wait for a response, also when accepted
+//                                                           before; those no longer in the file are settled
+//   an entry that is no batch             settle            leaves the file at the end
+//   a batch was accepted                  respond, settled  leaves the file at the end
+//   a batch was refused                   respond, waiting  stays for the next flush
+//   the last response of a flush          finish            runs the parked flush at once, unless this was a reset
+//     then, with batches waiting          End::KeepRefused  removes the settled batches
+//     then, after a reset, with waiting   End::KeepAll      leaves the file as it is: it still holds the settled ones
+//     then, with none waiting             End::RemoveAll    removes the settled batches, which are all that it sent
+//   an exception before the responses     abandon           removes the settled batches
+//
+// A batch that is saved while the sync runs is unknown to the ledger, so it stays in the file. A batch that is cleared
+// from the file meanwhile stays cleared: an end only ever removes.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+namespace zorvane {
+
+// success: everything was accepted, or there was nothing to send. attempted: requests were made.
+using ZRFlushCompletion = std::function<void(bool success, bool attempted)>;
+
+// One call of flush, as it reaches the sync.
+struct ZRFlush {
+  bool background = false;
+  bool reset = false;
+  ZRFlushCompletion completion;
+};
+
+// The requests of one flush.
+struct ZRSyncRun {
+  ZRFlush flush;
+  std::size_t total = 0;
+  std::size_t responses = 0;
+  std::size_t accepted = 0;
+
+  bool isComplete() const { return responses == total; }
+  bool isSuccess() const { return accepted == total; }
+};
+
+// Not thread-safe.
+class ZRSyncLedger {
+ public:
+  enum class Arrival { Start, Reload, Park };
+  enum class End { KeepRefused, KeepAll, RemoveAll };
+
+  // Start: the ledger forgets the batches of the sync before, and runs.
+  Arrival arrive(const ZRFlush& flush);
+  // Takes down what the file holds.
+  void load(const std::vector<std::string>& batchIDs);
+  void settle(const std::string& batchID);
+  // Counts a response of the run. A batch that another run's response has settled stays settled.
+  void respond(ZRSyncRun& run, const std::string& batchID, bool accepted);
+
+  bool isRunning() const { return isRunning_; }
+  // The number of batches that are not settled.
+  std::size_t waiting() const;
+  std::unordered_set<std::string> settled() const;
+
+  // The sync is over. Returns the parked flush, which is to run before the end is looked up; none after a reset, for
+  // which a parked flush stays parked.
+  std::optional<ZRFlush> finish(bool reset);
+  // What the end of a finished sync does to the file. A parked flush that ran has loaded batches of its own by now.
+  End end(bool reset) const;
+  // The sync is over without an end: nothing was sent, or an exception stopped it.
+  void abandon() { isRunning_ = false; }
+
+  // Whether a batch is sent before another: the one with the smaller number at the start of its identifier
+  // (milliseconds since 1970; 0 without a number). Neither is older in the same millisecond.
+  static bool isOlder(std::string_view batchID, std::string_view otherID);
+
+ private:
+  enum class State { Waiting, Settled };
+
+  bool isRunning_ = false;
+  // Every batch that the running sync, or else the last one, has loaded.
+  std::unordered_map<std::string, State> batches_;
+  std::optional<ZRFlush> parked_;
+};
+
+}  // namespace zorvane

@@ -1,0 +1,25 @@
+// Single values in the SDK defaults store.
+#pragma once
+
+#include <string_view>
+#include <utility>
+
+#include "ZorvaneCore/ZRCoreTypes.h"
+#include "ZorvaneCore/ZRCoreUtils.h"
+
+namespace zorvane {
+
+// Both write the store to disk at once and ignore a write error: the next write holds the change too. Any thread.
+inline void keepInDefaults(Value value, std::string_view key) {
+  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+  defaults.setObjectForKey(std::move(value), key);
+  (void)defaults.synchronize();
+}
+
+inline void removeFromDefaults(std::string_view key) {
+  platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+  defaults.removeObjectForKey(key);
+  (void)defaults.synchronize();
+}
+
+}  // namespace zorvane
