@@ -108,9 +108,9 @@ struct SweptDirectories {
   std::set<std::string> paths ZR_GUARDED_BY(mutex);
 };
 
-// Removes the temporary files of killed processes, once per directory and process. Whoever replaces a file holds a shared
-// lock on its directory, so nothing is removed without the exclusive lock; the next replacement tries again. Returns with
-// the shared lock held.
+// Removes the temporary files of killed processes, once per directory and process. Whoever replaces a file holds a
+// shared lock on its directory, so nothing is removed without the exclusive lock; the next replacement tries again.
+// Returns with the shared lock held.
 void removeStaleTemporaryFiles(const std::string& path, int directory) {
   static SweptDirectories& swept = *new SweptDirectories;
   const SystemCalls& calls = systemCalls();
