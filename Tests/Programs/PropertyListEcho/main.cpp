@@ -1,8 +1,8 @@
-// Reads property lists and writes what it read, for scripts/compare-plists.
+// Reads property lists and writes them again, for scripts/compare-plists.
 //
-// Standard input: files, each behind its length (four big-endian bytes). Standard output, in the same form, two files
-// for each: what parsePropertyList read, and the same as a dictionary file that was opened and extended by "new": 1.
-// Empty is one that was refused, or whose root is no dictionary.
+// Standard input: files, each after its length (four big-endian bytes). Standard output, in the same form, two files
+// for each: the value that parsePropertyList read, and the dictionary file with "new": 1 and then "newer": "new" added.
+// A file that was refused, or whose root is no dictionary, gives an empty one.
 #include <cstdint>
 #include <cstdio>
 #include <optional>
@@ -31,18 +31,23 @@ void writeFrame(std::string_view bytes) {
   std::fwrite(bytes.data(), 1, bytes.size(), stdout);
 }
 
+std::string withEntry(const std::string& file, const char* key, const Value& value) {
+  const auto opened = PropertyListDictionaryImage::open(file);
+  if (!opened) return {};
+  const PropertyListDictionaryImage extended = opened.value().withEntry(key, value);
+  std::string content;
+  for (const std::string_view piece : extended.pieces()) content += piece;
+  return content;
+}
+
 }  // namespace
 
 int main() {
   while (const auto file = readFrame()) {
     const auto value = parsePropertyList(*file);
     writeFrame(value ? binaryPropertyList(value.value()) : "");
-    std::string extended;
-    if (const auto image = PropertyListDictionaryImage::open(*file)) {
-      const PropertyListDictionaryImage longer = image.value().withEntry("new", 1);
-      for (const std::string_view piece : longer.pieces()) extended += piece;
-    }
-    writeFrame(extended);
+    const std::string extended = withEntry(*file, "new", 1);  // encoded anew
+    writeFrame(withEntry(extended, "newer", "new"));          // extended by copying bytes
     std::fflush(stdout);
   }
   return 0;
