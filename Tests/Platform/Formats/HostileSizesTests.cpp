@@ -152,16 +152,6 @@ TEST(HostileSizes, SharedObjectsThatMakeAHugeValueAreRefused) {
   EXPECT_FALSE(isRead(plist, binaryFile({joined({"\xAF\x11\x7F\xFF", std::string(0x7FFF, '\x01')}), text}), 3 * kHuge));
 }
 
-TEST(HostileSizes, EntitiesAreNotDeclared) {
-  std::string bomb = "<!DOCTYPE plist [<!ENTITY a \"aaaaaaaaaa\">";
-  for (char name = 'b'; name <= 'z'; ++name) {
-    const std::string previous = repeated(joined({"&", std::string(1, static_cast<char>(name - 1)), ";"}), 10);
-    bomb += joined({"<!ENTITY ", std::string(1, name), " \"", previous, "\">"});
-  }
-  EXPECT_FALSE(isRead(plist, bomb + "]><plist><string>&z;</string></plist>", kMega));
-  EXPECT_FALSE(isRead(plist, "<plist><string>&z;</string></plist>", kMega));
-}
-
 TEST(HostileSizes, TheTrailerIsNotTrusted) {
   const auto fileOf = [&](std::size_t count, std::size_t top, std::size_t tableStart, const char* table) {
     std::string file = joined({"bplist00\x09", table});

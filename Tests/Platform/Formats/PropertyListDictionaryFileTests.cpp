@@ -121,30 +121,6 @@ TEST(PropertyListDictionaryFile, AnEntryIsReadByKey) {
   EXPECT_TRUE(Image().withEntry("x", Array{}).entries()[0].value.isArray());
 }
 
-TEST(PropertyListDictionaryFile, JSONIsTheSameWithAndWithoutValues) {
-  Dictionary many{{"data", Data{{0, 0xFE}}}, {"date", Date{1700000000.25}}, {"uid", uid(7)}, {"real", 0.1}};
-  for (int i = 0; i < 40; ++i) many.set(numbered("ключ ", i), Array{i * 100, i % 2 == 0, "Grüße 😀 \"\n", Array{}});
-  const Value value = Dictionary{{"k", many}};
-  for (const Image& image : {Image().withEntry("x", value), opened(binaryPropertyList(Dictionary{{"x", value}}))}) {
-    const LazyPropertyListValue lazy = image.entries()[0].value;
-    std::string key, whole, missing;
-    lazy.appendJSONOfKey("k", key);
-    lazy.appendJSONOfKey("", whole);
-    lazy.appendJSONOfKey("missing", missing);
-    EXPECT_EQ(key, jsonText(many));
-    EXPECT_EQ(whole, jsonText(value));
-    EXPECT_EQ(missing, "null");
-  }
-  // Repeated keys, in two encodings, and invalid text.
-  const std::string file = binaryFile({"\xD1\x01\x02", "\x51x", "\xD4\x03\x04\x05\x03\x06\x07\x06\x08"s, "\x51k",
-                                       "\x61\0k"s, "\x51\xFF", "\x10\x01", "\xA1\x06", "\x61\xDC\0"s});
-  const LazyPropertyListValue lazy = opened(file).entries()[0].value;
-  std::string text;
-  lazy.appendJSONOfKey("", text);
-  EXPECT_EQ(text, R"({"k":1,"�":1})");
-  EXPECT_EQ(text, jsonText(lazy.decode()));
-}
-
 TEST(PropertyListDictionaryFile, AMalformedEntryIsLeftOut) {
   // The last key is a number; b contains itself, c an object beyond the end.
   const Image image = opened(binaryFile({"\xD4\x01\x02\x03\x04\x05\x06\x07\x08", "\x51"s + "a", "\x51"s + "b",

@@ -25,32 +25,23 @@ TEST(Value, TakesItsKindFromWhatItIsMadeOf) {
   char buffer[] = "text";
   char* text = buffer;
   const char* none = nullptr;
-  const struct {
-    Value value;
-    Value::Kind kind;
-  } kCases[] = {
-      {{}, Value::Kind::Nil},
-      {nullptr, Value::Kind::Nil},
-      {none, Value::Kind::Nil},
-      {std::shared_ptr<Point>(), Value::Kind::Nil},
-      {null, Value::Kind::Null},
-      {true, Value::Kind::Bool},
-      {1, Value::Kind::Integer},
-      {std::uint8_t{1}, Value::Kind::Integer},
-      {std::uint64_t{1} << 63, Value::Kind::Double},
-      {1.0F, Value::Kind::Double},
-      {"text", Value::Kind::String},
-      {text, Value::Kind::String},
-      {buffer, Value::Kind::String},
-      {std::string_view("text"), Value::Kind::String},
-      {Data{{1}}, Value::Kind::Data},
-      {Date{}, Value::Kind::Date},
-      {URL{"a:b"}, Value::Kind::URL},
-      {Array{1}, Value::Kind::Array},
-      {Dictionary{{"a", 1}}, Value::Kind::Dictionary},
-      {std::make_shared<Point>(), Value::Kind::Object},
+  const std::pair<Value::Kind, std::vector<Value>> kKinds[] = {
+      {Value::Kind::Nil, {Value(), nullptr, none, std::shared_ptr<Point>()}},
+      {Value::Kind::Null, {null}},
+      {Value::Kind::Bool, {true}},
+      {Value::Kind::Integer, {1, std::uint8_t{1}}},
+      {Value::Kind::Double, {1.0F, std::uint64_t{1} << 63}},
+      {Value::Kind::String, {"text", text, buffer, std::string_view("text")}},
+      {Value::Kind::Data, {Data{{1}}}},
+      {Value::Kind::Date, {Date{}}},
+      {Value::Kind::URL, {URL{"a:b"}}},
+      {Value::Kind::Array, {Value(Array{1})}},
+      {Value::Kind::Dictionary, {Dictionary{{"a", 1}}}},
+      {Value::Kind::Object, {std::make_shared<Point>()}},
   };
-  for (const auto& [value, kind] : kCases) EXPECT_EQ(value.kind(), kind) << value.description();
+  for (const auto& [kind, values] : kKinds) {
+    for (const Value& value : values) EXPECT_EQ(value.kind(), kind) << value.description();
+  }
   static_assert(!std::is_constructible_v<Value, int*> && !std::is_constructible_v<Value, const void*>);
   EXPECT_EQ(*Value("a\xFFz").asString(), "a\xEF\xBF\xBDz");
   EXPECT_EQ(Value(URL{"\xFF"}).asURL()->absoluteString, "\xEF\xBF\xBD");
