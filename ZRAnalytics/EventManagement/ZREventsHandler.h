@@ -114,7 +114,7 @@ class ZREventsHandler {
   ZRBatchFile batchFile_;
   ZRDumpFile dumpFile_;
   ZRFlushTimer flushTimer_;
-  ZRSync sync_ ZR_GUARDED_BY(reports_serial_queue_);
+  ZRSync sync_;
 
   mutable platform::Mutex whitelistMutex_;
   Array sdkWhitelistedEvents_ ZR_GUARDED_BY(whitelistMutex_);

@@ -16,6 +16,7 @@ namespace zorvane {
 using eventshandler::kFile;
 
 void ZRSync::flush(const ZRFlush& flush) {
+  queue_.assertCurrent();
   std::optional<Result> result;
   try {
     result = start(flush);
