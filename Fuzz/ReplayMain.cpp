@@ -1,5 +1,5 @@
 // usage: TARGETReplay [COUNT] FOLDER ...
-// Runs a fuzz target over every file of the folders, then over COUNT inputs made of those: the same ones each time.
+// Runs a fuzz target with each file of the folders, then with COUNT inputs generated from them, the same in each run.
 #include <dirent.h>
 
 #include <algorithm>
@@ -31,7 +31,7 @@ bool readFile(const std::string& path, std::string& bytes) {
   return true;
 }
 
-// Quoted texts, words and numbers, and every other byte by itself.
+// Quoted texts, words and numbers; every other byte is a token of its own.
 std::vector<std::string_view> tokensOf(std::string_view text) {
   const auto isWord = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '.' || c == '-'; };
   std::vector<std::string_view> tokens;
@@ -48,7 +48,7 @@ std::vector<std::string_view> tokensOf(std::string_view text) {
   return tokens;
 }
 
-// Inputs of which some tokens are others' tokens, mostly of the same kind, or are missing.
+// Replaces some tokens of an input by tokens of any input, mostly of the same kind, or removes them.
 void runGenerated(const std::vector<std::string>& inputs, int count) {
   std::mt19937 random(1);
   const auto below = [&random](std::size_t limit) { return random() % limit; };
@@ -95,9 +95,9 @@ int main(int count, char** arguments) {
     }
     closedir(directory);
   }
-  // The order of a folder is not the same everywhere.
+  // The order of a directory differs between systems.
   std::sort(inputs.begin(), inputs.end());
   runGenerated(inputs, generated);
-  // A folder that is missing or empty must not pass for one that was replayed.
+  // A missing or empty folder is a failure.
   return inputs.empty() ? 1 : 0;
 }

@@ -1,17 +1,14 @@
-#include "Reliability/FileCalls.h"
+#include "Reliability/PowerLoss.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <memory>
-#include <utility>
 
 #include "Platform/Files/SystemCalls.h"
 
@@ -20,61 +17,6 @@ namespace {
 
 using platform::SystemCalls;
 namespace fs = std::filesystem;
-
-// --- Calls that fail
-
-struct Plan {
-  int countdown = -1;
-  FaultKind kind = FaultKind::Once;
-  int error = 0;
-  bool reached = false;
-};
-Plan plan;
-
-bool fail() {
-  if (plan.kind == FaultKind::ShortWrites) return false;
-  const bool now = plan.countdown == 0 || (plan.countdown < 0 && plan.reached && plan.kind == FaultKind::FromThereOn);
-  if (plan.countdown >= 0) --plan.countdown;
-  if (!now) return false;
-  plan.reached = true;
-  errno = plan.error;
-  return true;
-}
-
-ssize_t failingWrite(int file, const iovec* pieces, int count) {
-  if (plan.kind != FaultKind::ShortWrites) return fail() ? -1 : ::writev(file, pieces, count);
-  if (plan.countdown > 0) {
-    --plan.countdown;
-    return ::writev(file, pieces, count);
-  }
-  if (std::exchange(plan.reached, true)) {
-    errno = plan.error;
-    return -1;
-  }
-  return ::write(file, pieces[0].iov_base, std::max<std::size_t>(pieces[0].iov_len / 2, 1));
-}
-
-int failingClose(int file) {
-  const int result = ::close(file);  // closed all the same
-  return fail() ? -1 : result;
-}
-
-constexpr SystemCalls kFailingCalls{
-    [](const char* p, int f, mode_t m) { return fail() ? -1 : ::open(p, f, m); },
-    [](int d, const char* n, int f, mode_t m) { return fail() ? -1 : ::openat(d, n, f, m); },
-    [](int f, struct stat* s) { return fail() ? -1 : ::fstat(f, s); },
-    [](int d, const char* n, struct stat* s, int f) { return fail() ? -1 : ::fstatat(d, n, s, f); },
-    [](int f, void* b, std::size_t n) { return fail() ? ssize_t{-1} : ::read(f, b, n); },
-    failingWrite,
-    [](int) { return fail() ? -1 : 0; },  // takes too long
-    failingClose,
-    [](int d, const char* a, int e, const char* b) { return fail() ? -1 : ::renameat(d, a, e, b); },
-    [](int d, const char* n, int f) { return fail() ? -1 : ::unlinkat(d, n, f); },
-    [](const char* p, mode_t m) { return fail() ? -1 : ::mkdir(p, m); },
-    [](int f, int o) { return fail() ? -1 : ::flock(f, o); },
-};
-
-// --- A power loss
 
 struct Node {
   bool isDirectory = false;
@@ -205,28 +147,6 @@ constexpr SystemCalls kFollowedCalls{
 };
 
 }  // namespace
-
-FileFaults::FileFaults(int number, FaultKind kind, int error) {
-  plan = {number, kind, error, false};
-  platform::setSystemCalls(&kFailingCalls);
-}
-
-void FileFaults::lift() {
-  skipFsync();
-}
-
-void skipFsync() {
-  static const SystemCalls calls = [] {
-    SystemCalls real = platform::kRealSystemCalls;
-    real.fsync = [](int) { return 0; };
-    return real;
-  }();
-  platform::setSystemCalls(&calls);
-}
-
-bool FileFaults::reached() {
-  return plan.reached;
-}
 
 void losePowerAt(int number, UnsyncedNames names, const std::string& tree) {
   disk = new Disk(number, names, tree);
