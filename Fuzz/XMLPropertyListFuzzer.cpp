@@ -6,8 +6,8 @@
 #include "Check.h"
 #include "Generate.h"
 #include "Platform/Formats/XMLPropertyList.h"
-#include "Platform/Time/CivilTime.h"
 #include "Platform/Text/NumberText.h"
+#include "Platform/Time/CivilTime.h"
 
 using namespace zorvane;
 using platform::Value;
