@@ -98,6 +98,9 @@ class ZREventsHandler {
   // ZRSync::flush says.
   void flushEventsInBackgroundAndResetWithCompletionBlock(bool background, bool reset, FlushCompletion completion);
 
+  // Whether a reset flush is running or waits for a sync to end.
+  bool isResetPending() const { return sync_.isResetPending(); }
+
   // The body of a report-add request. Mirrors the user's identifiers into the application group's defaults.
   Dictionary reportAddPayloadForBatchInfo(const Dictionary& batchInfo);
 
