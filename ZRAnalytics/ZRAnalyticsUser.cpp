@@ -106,11 +106,13 @@ void ZRAnalytics::resetUserWithCompletionBlock(std::function<void(bool)> complet
     if (!isAccountActive()) return;
     auto properties = std::make_shared<ZRProperties>();
     properties->setNonInteractive();
-    auto flushed = [completion = std::move(completion)](bool success, bool attempted) {
+    const auto reset = ZRUserAttributesHandler::sharedHandler().beginReset();
+    auto flushed = [reset, completion = std::move(completion)](bool success, bool attempted) {
       if (attempted) {
         logLine(success ? "Report add successful on reset user" : "Report add unsuccessful on reset user");
       }
       post(kNotificationNameInitNewUser);
+      ZRUserAttributesHandler::sharedHandler().endReset(*reset);
       callBlock(completion, attempted && success);
     };
     ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(

@@ -98,6 +98,9 @@ class ZREventsHandler {
   // ZRSync::flush says.
   void flushEventsInBackgroundAndResetWithCompletionBlock(bool background, bool reset, FlushCompletion completion);
 
+  // Whether a reset flush is running or waits for a sync to end.
+  bool isResetPending() const { return sync_.isResetPending(); }
+
   // The body of a report-add request. Mirrors the user's identifiers into the application group's defaults.
   Dictionary reportAddPayloadForBatchInfo(const Dictionary& batchInfo);
 
@@ -114,7 +117,7 @@ class ZREventsHandler {
   ZRBatchFile batchFile_;
   ZRDumpFile dumpFile_;
   ZRFlushTimer flushTimer_;
-  ZRSync sync_ ZR_GUARDED_BY(reports_serial_queue_);
+  ZRSync sync_;
 
   mutable platform::Mutex whitelistMutex_;
   Array sdkWhitelistedEvents_ ZR_GUARDED_BY(whitelistMutex_);
