@@ -24,14 +24,14 @@ TEST_F(ZRHost, WrongUsageIsSaidInOneLine) {
     std::vector<std::string> arguments;
     std::string said;
   } cases[] = {
-      {{"--endpoint", url}, "--data is missing"},
-      {{"--data", data}, "--endpoint is missing"},
-      {{"--data", data, "--endpoint"}, "--endpoint needs a value"},
+      {{"--endpoint", url}, "--data is required (see --help)"},
+      {{"--data", data}, "--endpoint is required"},
+      {{"--data", data, "--endpoint"}, "--endpoint: 1 required"},
       {{"--data", data, "--endpoint", "ftp://a"}, "\"ftp://a\""},
-      {{"--data", data, "--endpoint", "http:///v1"}, "--endpoint must be"},
-      {{"--data", data, "--endpoint", url, "--clock", "yesterday"}, "--clock must be"},
-      {{"--data", data, "--endpoint", url, "--verbose"}, "unknown option \"--verbose\""},
-      {{"--data", data, "--endpoint", url, "a", "b"}, "one script"},
+      {{"--data", data, "--endpoint", "http:///v1"}, "--endpoint: must be"},
+      {{"--data", data, "--endpoint", url, "--clock", "yesterday"}, "--clock: must be"},
+      {{"--data", data, "--endpoint", url, "--verbose"}, "not expected: --verbose"},
+      {{"--data", data, "--endpoint", url, "a", "b"}, "not expected: b"},
       {{"--data", data, "--endpoint", url, directory_.file("none")}, "none: No such file"},
       {{"--data", data, "--endpoint", url, directory_.path()}, "Is a directory"},
       {{"--data", file + "/app", "--endpoint", url}, file},
