@@ -9,6 +9,8 @@
 #include <fstream>
 #include <future>
 
+#include "Collector/SQLite.h"
+
 namespace zorvane::collector {
 namespace {
 
@@ -47,10 +49,12 @@ class ServerTest : public ::testing::Test {
     return post(path, body.dump(), {{kSignatureHeader, signatureOf(body).value()}});
   }
   std::string query(const char* sql) const {
-    Database database(options_.database);
-    Statement statement(database.get(), sql);
+    soci::session session;
+    openSQLite(session, options_.database);
     std::string rows;
-    while (statement.step()) rows += (rows.empty() ? "" : "; ") + statement.text(0);
+    for (const std::string& row : soci::rowset<std::string>(session.prepare << sql)) {
+      rows += (rows.empty() ? "" : "; ") + row;
+    }
     return rows;
   }
   json summary() const { return json::parse(client().Get("/api/summary")->body); }
