@@ -155,7 +155,7 @@ TEST_F(CurlTransportTest, EveryFailureIsAnAnswerWithItsReason) {
   const std::string silentURL = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
 
   CurlTransportOptions options;
-  options.maxAnswerBytes = 1000;
+  options.maxResponseBytes = 1000;
   CurlTransport transport(options);
   for (const int port : {http_.port, elsewhere.port}) {
     for (const int status : {301, 302, 303, 307, 308}) {
@@ -176,7 +176,7 @@ TEST_F(CurlTransportTest, EveryFailureIsAnAnswerWithItsReason) {
     const char* error;
   };
   Case cases[] = {
-      {request(url("/large")), "the answer is larger than 1000 bytes"},
+      {request(url("/large")), "the response is larger than 1000 bytes"},
       {request(silentURL), "connect"},  // bound, but nobody listens
       {request("file:///etc/passwd"), "not supported"},
       {request("http://"), "URL"},
