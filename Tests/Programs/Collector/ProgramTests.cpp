@@ -1,85 +1,40 @@
-// zrcollector as a process: its first line, its exit status, what it says when it cannot start.
+// zrcollector as a process: first line, exit status, error messages.
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
 #include <vector>
 
-#include "Collector/Options.h"
+#include "ChildProcess.h"
 
-namespace zorvane::collector {
 namespace {
 
-class Process {
- public:
-  explicit Process(std::vector<std::string> arguments) {
-    int output[2];
-    if (::pipe(output) != 0) std::abort();
-    arguments.insert(arguments.begin(), ZR_COLLECTOR_PROGRAM);
-    std::vector<char*> argv;
-    for (std::string& argument : arguments) argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    id_ = ::fork();
-    if (id_ == 0) {
-      ::dup2(output[1], STDOUT_FILENO);
-      ::dup2(output[1], STDERR_FILENO);
-      ::close(output[0]);
-      ::execv(argv[0], argv.data());
-      ::_exit(127);
-    }
-    ::close(output[1]);
-    output_ = ::fdopen(output[0], "r");
-  }
-  ~Process() {
-    if (id_ > 0) end(SIGKILL);
-    std::fclose(output_);
-  }
-  Process(const Process&) = delete;
-  Process& operator=(const Process&) = delete;
-
-  std::string line() {
-    std::string text;
-    for (int c = std::fgetc(output_); c != EOF && c != '\n'; c = std::fgetc(output_)) text += static_cast<char>(c);
-    return text;
-  }
-  int end(int signal) {
-    ::kill(id_, signal);
-    return wait();
-  }
-  int wait() {
-    int status = 0;
-    ::waitpid(id_, &status, 0);
-    id_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  }
-
- private:
-  pid_t id_ = -1;
-  std::FILE* output_ = nullptr;
+struct Collector : ChildProcess {
+  explicit Collector(std::vector<std::string> arguments) : ChildProcess(ZR_COLLECTOR_PROGRAM, std::move(arguments)) {}
+  std::string line() { return readLine().value_or(""); }
 };
 
 const std::string kListening = "{\"listening\": \"http://127.0.0.1:";
 
 TEST(Program, ServesUntilASignalEndsItCleanly) {
   for (const int signal : {SIGTERM, SIGINT}) {
-    Process collector({"--quiet"});
+    Collector collector({"--quiet"});
     const std::string line = collector.line();
     ASSERT_EQ(line.substr(0, kListening.size()), kListening);
     httplib::Client client("127.0.0.1", std::atoi(line.c_str() + kListening.size()));
-    client.set_keep_alive(true);  // and so it is open while the signal comes
+    client.set_keep_alive(true);  // an idle connection must not delay the end
     EXPECT_EQ(client.Get("/api/summary")->status, 200);
-    EXPECT_EQ(collector.end(signal), 0);
+    collector.send(signal);
+    EXPECT_EQ(collector.wait(), 0);
   }
 }
 
 TEST(Program, SaysInOneLineWhyItCannotStart) {
-  Process first({"--quiet"});
+  Collector first({"--quiet"});
   const std::string port = std::to_string(std::atoi(first.line().c_str() + kListening.size()));
   char name[] = "/tmp/zrcollector-text-XXXXXX";
   const int file = ::mkstemp(name);
@@ -105,18 +60,20 @@ TEST(Program, SaysInOneLineWhyItCannotStart) {
       {{"--verbose"}, 2, "The following argument was not expected: --verbose" + help},
   };
   for (const Case& c : cases) {
-    Process collector(c.arguments);
+    Collector collector(c.arguments);
     EXPECT_EQ(collector.line(), "zrcollector: " + c.message);
-    EXPECT_EQ(collector.line(), "");
+    EXPECT_EQ(collector.readLine(), std::nullopt);
     EXPECT_EQ(collector.wait(), c.status) << c.message;
   }
   ::unlink(name);
   for (const char* option : {"--help", "-h", "--version"}) {
-    Process asked({option});
-    EXPECT_EQ(asked.line().starts_with("zrcollector 1."), std::string(option) == "--version");
+    Collector asked({option});
+    std::string text;
+    while (const auto line = asked.readLine()) text += *line + "\n";
+    EXPECT_EQ(text.starts_with("zrcollector 1."), std::string(option) == "--version") << text;
+    EXPECT_EQ(text.find("--port 8080") != text.npos, std::string(option) != "--version") << text;
     EXPECT_EQ(asked.wait(), 0);
   }
 }
 
 }  // namespace
-}  // namespace zorvane::collector
