@@ -9,6 +9,8 @@
 #include <fstream>
 #include <future>
 
+#include "Collector/SQLite.h"
+
 namespace zorvane::collector {
 namespace {
 
@@ -36,7 +38,7 @@ class ServerTest : public ::testing::Test {
     made.set_keep_alive(true);
     return made;
   }
-  // The answer's status, -1 when none came.
+  // The response's status, -1 if there was none.
   int post(const std::string& path, const std::string& body, const httplib::Headers& headers = {}) {
     auto to = client();
     const auto result = to.Post(path, headers, body, "application/json");
@@ -47,10 +49,12 @@ class ServerTest : public ::testing::Test {
     return post(path, body.dump(), {{kSignatureHeader, signatureOf(body).value()}});
   }
   std::string query(const char* sql) const {
-    Database database(options_.database);
-    Statement statement(database.get(), sql);
+    soci::session session;
+    openSQLite(session, options_.database);
     std::string rows;
-    while (statement.step()) rows += (rows.empty() ? "" : "; ") + statement.text(0);
+    for (const std::string& row : soci::rowset<std::string>(session.prepare << sql)) {
+      rows += (rows.empty() ? "" : "; ") + row;
+    }
     return rows;
   }
   json summary() const { return json::parse(client().Get("/api/summary")->body); }
@@ -180,7 +184,7 @@ TEST_F(ServerTest, RefusedRequestsAreCountedAndLeaveNothingElse) {
   unsignedBody.erase("meta");
   unsignedBody.erase("query_params");
   EXPECT_EQ(post("/v1/report/A", unsignedBody.dump()), 200);
-  EXPECT_EQ(post("/v1/report/A", unsignedBody.dump()), 200);  // without a bid nothing is a repetition
+  EXPECT_EQ(post("/v1/report/A", unsignedBody.dump()), 200);  // without a bid, duplicates are not recognised
   EXPECT_EQ(post("/v1/report/A", report("1-A").dump()), 401);
   EXPECT_EQ(post("/v1/report/A", report("1-A").dump(), {{kSignatureHeader, "ABC"}}), 401);
   EXPECT_EQ(post("/v1/report/A", "\xff{"), 400);
@@ -295,7 +299,7 @@ TEST_F(ServerTest, OnlyTheOwnerReadsTheFilesAndNoLinkIsFollowed) {
   options_.database = directory_ + "/link";
   EXPECT_THROW(start(), std::runtime_error);
   EXPECT_FALSE(std::filesystem::exists(directory_ + "/elsewhere"));
-  // What leads to the folder is the owner's own choice.
+  // Links to the folder are followed.
   std::filesystem::create_directory(directory_ + "/folder");
   std::filesystem::create_directory_symlink(directory_ + "/folder", directory_ + "/way");
   options_.database = directory_ + "/way/collected.db";
@@ -308,7 +312,7 @@ TEST_F(ServerTest, FaultsComeWhereTheyWereAskedFor) {
   options_.dropEvery = 2;
   start();
   const auto send = [this](const char* bid) { return postSigned("/v1/report/A", report(bid)); };
-  // The HTTP client of this test sends a request once; the fifth is the fourth that is not failed.
+  // The third is failed; of the others, the second and the fourth are dropped.
   EXPECT_EQ(send("1"), 200);
   EXPECT_EQ(send("2"), -1);
   EXPECT_EQ(send("3"), 503);
@@ -328,7 +332,7 @@ TEST_F(ServerTest, ClientsAtTheSameTimeLoseNothing) {
       auto to = client();
       int good = 0;
       for (int i = 0; i < 20; ++i) {
-        const json body = report("bid-" + std::to_string((c / 2) * 20 + i));  // each of two clients
+        const json body = report("bid-" + std::to_string((c / 2) * 20 + i));  // sent by two clients each
         const auto result =
             to.Post("/v1/report/A", {{kSignatureHeader, *signatureOf(body)}}, body.dump(), "application/json");
         good += result && result->status == 200;
@@ -341,7 +345,7 @@ TEST_F(ServerTest, ClientsAtTheSameTimeLoseNothing) {
   EXPECT_EQ(summary()["events"], 160);
   EXPECT_EQ(summary()["duplicates"], 80);
   EXPECT_EQ(record().size(), 163u);
-  server_.reset();  // with connections that were kept open
+  server_.reset();  // with connections still open
   start();
   EXPECT_EQ(summary()["batches"], 80);
 }

@@ -21,7 +21,7 @@ namespace {
 
 using ::testing::HasSubstr;
 
-// Runs a server of the HTTP library on a thread, on a free port.
+// Runs an httplib server on a thread, on a free port.
 template <typename Server>
 class Running {
  public:
@@ -36,7 +36,7 @@ class Running {
     server.stop();
     if (thread_.joinable()) thread_.join();
   }
-  // Once its handlers are in place.
+  // Call after setting the handlers.
   void listen() {
     thread_ = std::thread([this] { server.listen_after_bind(); });
     while (!server.is_running()) std::this_thread::yield();
@@ -100,7 +100,7 @@ TEST_F(CurlTransportTest, ManyRequestsShareSixConnectionsAndHoldSixBodies) {
     ports.insert(received.remote_port);
   });
   http_.listen();
-  // A body counts from when it is made until its request is answered.
+  // Counts bodies between makeBody and the completion.
   std::atomic<int> bodies{0}, most{0}, answered{0};
   std::vector<int> order;
   CurlTransport transport;
@@ -144,7 +144,7 @@ TEST_F(CurlTransportTest, EveryFailureIsAnAnswerWithItsReason) {
   });
   http_.listen();
   elsewhere.listen();
-  // Takes connections, and answers nothing.
+  // Accepts connections once it listens, but sends no response.
   const int silent = ::socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -155,7 +155,7 @@ TEST_F(CurlTransportTest, EveryFailureIsAnAnswerWithItsReason) {
   const std::string silentURL = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
 
   CurlTransportOptions options;
-  options.maxAnswerBytes = 1000;
+  options.maxResponseBytes = 1000;
   CurlTransport transport(options);
   for (const int port : {http_.port, elsewhere.port}) {
     for (const int status : {301, 302, 303, 307, 308}) {
@@ -176,7 +176,7 @@ TEST_F(CurlTransportTest, EveryFailureIsAnAnswerWithItsReason) {
     const char* error;
   };
   Case cases[] = {
-      {request(url("/large")), "the answer is larger than 1000 bytes"},
+      {request(url("/large")), "the response is larger than 1000 bytes"},
       {request(silentURL), "connect"},  // bound, but nobody listens
       {request("file:///etc/passwd"), "not supported"},
       {request("http://"), "URL"},
@@ -223,7 +223,7 @@ TEST_F(CurlTransportTest, ACompletionMayThrowSendAndDestroy) {
   EXPECT_EQ(last.get_future().get(), 200);
 }
 
-// Servers whose certificates an authority of the test's own has signed, or another one.
+// Servers with certificates of the test's authority, or of one that is not trusted.
 class TLSTest : public CurlTransportTest {
  protected:
   using SecureServer = Running<httplib::SSLServer>;

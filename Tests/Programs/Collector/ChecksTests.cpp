@@ -39,7 +39,7 @@ TEST(Checks, DocumentedBodiesPass) {
 }
 
 TEST(Checks, ARefusalNamesThePlace) {
-  // Each case puts a value at a pointer of a good body ("-" takes the entry out).
+  // Each case sets the value at a pointer of a valid body; "-" removes it.
   struct Case {
     Service service;
     const char* pointer;

@@ -1,4 +1,4 @@
-// The parts of zrhost that its scripts reach only in part.
+// Parts of zrhost that scripts cannot test completely.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
