@@ -176,6 +176,7 @@ void ZRAnalytics::zorvaneSDKStateUpdated() {
     ZRUserAttributesHandler::sharedHandler().clearUserAttributesData();
     ZREventsHandler& events = ZREventsHandler::sharedInstance();
     events.clearEventsdata();
+    events.dropOptedOutEvents();
     events.disablePeriodicFlush();
     removeFromDefaults(kUserDefaultsKeyIDFA);
     sessions.resetSession();

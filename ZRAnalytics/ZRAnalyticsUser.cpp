@@ -156,6 +156,8 @@ void ZRAnalytics::optOutOfDataTracking(bool optOut) {
       removeFromDefaults(kUserDefaultsKeyIDFA);
     }
     store.setDataTrackingOptedOut(optOut);
+    // Events that were recorded since they were cleared.
+    if (optOut && wasEnabled) ZREventsHandler::sharedInstance().dropOptedOutEvents();
     if (optOut != wasEnabled) return;
     updateDeviceWithCompletion([this, optOut](bool /*success*/) {
       if (optOut) return;
