@@ -117,13 +117,16 @@ TEST(QueryItems, AreTakenInOrderAndDecoded) {
       {"?a=b", "[a=b]"},
       {"mailto:x@y?subject=1", "[subject=1]"},
       {"//host?a", "[a]"},
+      // empty and odd items, escapes
       {"http://h?a=&=b&c&&d==e=f", "[a=][=b][c][][d==e=f]"},
       {"http://h?a?b=/:@!$'()*+,;&", "[a?b=/:@!$'()*+,;][]"},
       {"http://h?a%26b=%3D%2B+%C3%A4", "[a&b==++ä]"},
       {"http://h?a=%FF%E2%82", "[a=\xEF\xBF\xBD\xEF\xBF\xBD]"},
+      // authorities and schemes
       {"http://u:p%20@[::1]:80/p;x=1/?a=1", "[a=1]"},
       {"http://h:/?a=1", "[a=1]"},
       {"x+y-z.1:/p?a=1", "[a=1]"},
+      // without a query
       {"http://h", ""},
       {"http://h?", ""},
       {"", ""},

@@ -54,6 +54,7 @@ TEST(Value, ReadsNumbersOutOfNumbersAndText) {
     double number;
     bool boolean;
   } kCases[] = {
+      // nil, booleans and numbers
       {{}, 0, 0, false},
       {true, 1, 1, true},
       {-7, -7, -7, true},
@@ -63,6 +64,7 @@ TEST(Value, ReadsNumbersOutOfNumbersAndText) {
       {1e300, kMax, 1e300, true},
       {-kInfinity, kMin, -kInfinity, true},
       {9223372036854775807.0, kMax, 9223372036854775807.0, true},
+      // text, by its leading number
       {"12abc", 12, 12, true},
       {" \t\n-12.75e1x", -12, -127.5, true},
       {"+5", 5, 5, true},
@@ -72,6 +74,7 @@ TEST(Value, ReadsNumbersOutOfNumbersAndText) {
       {"abc", 0, 0, false},
       {"nan", 0, 0, false},
       {"", 0, 0, false},
+      // text out of range
       {"9223372036854775808", kMax, 9223372036854775808.0, true},
       {"-9223372036854775809", kMin, -9223372036854775808.0, true},
       {"1e999", 1, kInfinity, true},
@@ -79,6 +82,7 @@ TEST(Value, ReadsNumbersOutOfNumbersAndText) {
       {"1e-999", 1, 0, true},
       {"0." + std::string(400, '0') + "1", 0, 0, false},
       {std::string(400, '9') + "e-9", kMax, kInfinity, true},
+      // text as a boolean
       {"Yes", 0, 0, true},
       {" tRUE", 0, 0, true},
       {"+0001", 1, 1, true},
