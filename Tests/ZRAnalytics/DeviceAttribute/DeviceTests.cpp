@@ -178,7 +178,8 @@ TEST_F(DeviceTest, AdvertisingIdentifierIsSentWhenItChanges) {
     return Names{deviceAttribute(pair), userAttribute(pair)};
   };
   EXPECT_EQ(facade().getTrackedIDFA(), Value());
-  EXPECT_EQ(track(), both("IDFA-1"));
+  facade().initializeAnalytics();
+  EXPECT_EQ(recorded(), both("IDFA-1"));
   EXPECT_EQ(facade().getTrackedIDFA(), Value("IDFA-1"));
   EXPECT_EQ(track(), Names{});
   updateRemoteConfiguration({{"idfa_tracking_enabled", false}});
