@@ -52,22 +52,20 @@ std::vector<std::string_view> tokensOf(std::string_view text) {
 void runGenerated(const std::vector<std::string>& inputs, int count) {
   std::mt19937 random(1);
   const auto below = [&random](std::size_t limit) { return random() % limit; };
-  std::vector<std::vector<std::string_view>> all;
   std::vector<std::string_view> pool;
   for (const std::string& input : inputs) {
-    all.push_back(tokensOf(input));
-    pool.insert(pool.end(), all.back().begin(), all.back().end());
+    for (const std::string_view token : tokensOf(input)) pool.push_back(token);
   }
-  if (pool.empty()) return;
   const auto kindOf = [](std::string_view token) { return token[0] == '"' ? 0 : token.size() > 1 ? 1 : 2; };
   for (int i = 0; i < count; ++i) {
-    std::vector<std::string_view> tokens = all[below(all.size())];
+    std::vector<std::string_view> tokens = tokensOf(inputs[below(inputs.size())]);
     for (std::size_t changes = 1 + below(8); changes > 0 && !tokens.empty(); --changes) {
       std::string_view& token = tokens[below(tokens.size())];
       const std::string_view other = pool[below(pool.size())];
-      if (below(32) == 0) {
+      const std::size_t chance = below(32);
+      if (chance == 0) {
         token = {};
-      } else if (token.empty() || kindOf(token) == kindOf(other) || below(16) == 0) {
+      } else if (token.empty() || kindOf(token) == kindOf(other) || chance < 3) {
         token = other;
       }
     }
@@ -97,7 +95,7 @@ int main(int count, char** arguments) {
   }
   // The order of a directory differs between systems.
   std::sort(inputs.begin(), inputs.end());
+  if (inputs.empty()) return 1;  // a missing or empty folder
   runGenerated(inputs, generated);
-  // A missing or empty folder is a failure.
-  return inputs.empty() ? 1 : 0;
+  return 0;
 }

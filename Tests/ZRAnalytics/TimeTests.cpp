@@ -2,87 +2,79 @@
 #include <clocale>
 #include <cstdlib>
 #include <map>
-#include <ostream>
 
 #include "Platform/Formats/PropertyList.h"
 #include "Platform/Text/NumberText.h"
-#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
-#include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
+#include "ZRAnalytics/UserTest.h"
 
 namespace zorvane::testing {
 namespace {
 
-struct Jump {
-  const char* name;
-  double to;  // seconds since 1970; the clock stood at 2026-11-21 10:00:00
-  const char* text;
-  bool isLater;  // by more than the inactive duration and the caching duration
-
-  friend void PrintTo(const Jump& jump, std::ostream* out) { *out << jump.text; }
-};
-
-class ClockJumpTest : public EventPipelineTest, public ::testing::WithParamInterface<Jump> {
+class TimeTest : public UserTest {
  protected:
-  static Value sessionID() {
-    return ZRSessionManager::sharedSessionManager().getCurrentSessionInfoDict()->objectForKey("session_id");
-  }
-  static bool setAttribute() {
-    return ZRUserAttributesHandler::sharedHandler().setUserAttributeValueWithNameCheckStorage("x", "a", true);
-  }
+  static bool setAttribute() { return handler().setUserAttributeValueWithNameCheckStorage("x", "a", true); }
 };
 
-TEST_P(ClockJumpTest, BetweenTwoLaunchesLosesNoEvent) {
-  inEarlierLaunch([&] {
-    startWithSession();
-    EXPECT_TRUE(setAttribute());
-    track({"before"});
-    events().saveCurrentBatch();
-    ZRUserAttributesHandler::sharedHandler().persistUserAttributesData();
-    writeAll(documents("session"), sessionID().description());
-  });
-  clock_->setNow(Date{GetParam().to});
-  startWithSession();
-  EXPECT_EQ(sessionID() != Value(readAll(documents("session"))), GetParam().isLater)
-      << "a session whose last interaction lies ahead stays alive";
-  EXPECT_EQ(setAttribute(), GetParam().isLater) << "an attribute sent in the future is still cached";
-  track({"after"});
-  Answers answers;
-  events().flushWithCompletionBlock(into(answers));
-  settle();
-
-  EXPECT_EQ(answers, (Answers{{true, true}}));
-  std::map<std::string, Dictionary> metaOf;  // by event
-  for (const auto& request : service_->requests()) {
-    const Dictionary& body = *request.body.asDictionary();
-    for (const Value& event : *body.objectForKey("viewsInfo").asArray()) {
-      const std::string name = event.asDictionary()->objectForKey("EVENT_ACTION").description();
-      EXPECT_TRUE(metaOf.emplace(name, *body.objectForKey("meta").asDictionary()).second || name.starts_with("EVENT"));
-      if (name == "after") {
-        EXPECT_EQ(event.asDictionary()->objectForKey("EVENT_G_TIME"), Value(GetParam().text));
+TEST_F(TimeTest, ClockJumpBetweenLaunchesLosesNoEvent) {
+  const struct {
+    double to;  // seconds since 1970; the clock stood at 2026-11-21 10:00:00
+    const char* text;
+    bool isLater;  // by more than the inactive duration and the caching duration
+  } jumps[] = {
+      // back: to the epoch and before it, to a leap day, by a second
+      {0, "1970-01-01T00:00:00.000Z", false},
+      {-86400.5, "1969-12-30T23:59:59.500Z", false},
+      {1709164800, "2024-02-29T00:00:00.000Z", false},
+      {1795255199, "2026-11-21T09:59:59.000Z", false},
+      // forward: to a leap day, to a year without one, past 31 and 32 bits of seconds, to the last year
+      {1835438400, "2028-02-29T12:00:00.000Z", true},
+      {4107542399.5, "2100-02-28T23:59:59.500Z", true},
+      {2147483648, "2038-01-19T03:14:08.000Z", true},
+      {4294967296, "2106-02-07T06:28:16.000Z", true},
+      {253402210800, "9999-12-30T23:00:00.000Z", true},
+  };
+  for (const auto& jump : jumps) {
+    SCOPED_TRACE(jump.text);
+    std::filesystem::remove_all(library("ZrvData"));
+    inEarlierLaunch([&] {
+      startWithSession();
+      EXPECT_TRUE(setAttribute());
+      track({"before"});
+      events().saveCurrentBatch();
+      handler().persistUserAttributesData();
+      writeAll(documents("session"), sessionID().description());
+    });
+    inEarlierLaunch([&] {
+      clock_->setNow(Date{jump.to});
+      startWithSession();
+      EXPECT_EQ(sessionID() != Value(readAll(documents("session"))), jump.isLater)
+          << "a session whose last interaction lies ahead stays alive";
+      EXPECT_EQ(setAttribute(), jump.isLater) << "an attribute sent in the future is still cached";
+      track({"after"});
+      Answers answers;
+      events().flushWithCompletionBlock(into(answers));
+      settle();
+      EXPECT_EQ(answers, (Answers{{true, true}}));
+      std::map<std::string, Dictionary> metaOf;  // by event
+      for (const auto& request : service_->requests()) {
+        const Dictionary& body = *request.body.asDictionary();
+        for (const auto& name : eventNames(*body.objectForKey("viewsInfo").asArray())) {
+          metaOf[name] = *body.objectForKey("meta").asDictionary();
+        }
       }
-    }
+      const Value bid = metaOf.at("after").objectForKey("bid");
+      EXPECT_NE(metaOf.at("before").objectForKey("bid"), bid);
+      EXPECT_EQ(platform::leadingInteger(bid.description()), static_cast<std::int64_t>(jump.to * 1000));
+      EXPECT_EQ(metaOf.at("after").objectForKey("request_time"), Value(jump.text));
+      for (const Dictionary& event : reportedEvents()) {
+        if (event.objectForKey("EVENT_ACTION") == "after") {
+          EXPECT_EQ(event.objectForKey("EVENT_G_TIME"), Value(jump.text));
+        }
+      }
+      EXPECT_FALSE(std::filesystem::exists(batchPath()));
+    });
   }
-  EXPECT_NE(metaOf.at("before").objectForKey("bid"), metaOf.at("after").objectForKey("bid"));
-  EXPECT_EQ(metaOf.at("after").objectForKey("request_time"), Value(GetParam().text));
-  EXPECT_EQ(platform::leadingInteger(metaOf.at("after").objectForKey("bid").description()),
-            static_cast<std::int64_t>(GetParam().to * 1000));
-  EXPECT_FALSE(std::filesystem::exists(batchPath()));
 }
-
-INSTANTIATE_TEST_SUITE_P(Jumps, ClockJumpTest,
-                         ::testing::Values(Jump{"ToTheEpoch", 0, "1970-01-01T00:00:00.000Z", false},
-                                           Jump{"BeforeTheEpoch", -86400.5, "1969-12-30T23:59:59.500Z", false},
-                                           Jump{"BackALeapDay", 1709164800, "2024-02-29T00:00:00.000Z", false},
-                                           Jump{"BackASecond", 1795255199, "2026-11-21T09:59:59.000Z", false},
-                                           Jump{"AheadToALeapDay", 1835438400, "2028-02-29T12:00:00.000Z", true},
-                                           Jump{"Past2038", 2147483648, "2038-01-19T03:14:08.000Z", true},
-                                           Jump{"WhereThereIsNoLeapDay", 4107542399.5, "2100-02-28T23:59:59.500Z",
-                                                true},
-                                           Jump{"Past2106", 4294967296, "2106-02-07T06:28:16.000Z", true},
-                                           Jump{"ToTheYear9999", 253402210800, "9999-12-30T23:00:00.000Z", true}),
-                         [](const auto& jump) { return std::string(jump.param.name); });
-
-class TimeTest : public EventPipelineTest {};
 
 TEST_F(TimeTest, HostLocaleDoesNotChangeNumbers) {
   // Compiles the locale where the system lacks it.
