@@ -89,11 +89,5 @@ TEST(SyncLedgerTest, LastParkedFlushRunsOnceAfterTheSyncItWaitedFor) {
   }
 }
 
-TEST(SyncLedgerTest, OlderIsTheSmallerNumberInFrontOfTheIdentifier) {
-  EXPECT_TRUE(Ledger::isOlder("9-Z", "10-A"));
-  EXPECT_TRUE(Ledger::isOlder("x", "1-A"));
-  EXPECT_FALSE(Ledger::isOlder("9-A", "9-Z"));
-}
-
 }  // namespace
 }  // namespace zorvane::testing

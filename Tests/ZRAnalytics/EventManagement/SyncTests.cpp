@@ -277,23 +277,6 @@ TEST_F(SyncTest, BatchThatAParkedResetWasRefusedStays) {
   EXPECT_EQ(savedNames(), (Batches{{"a"}}));
 }
 
-TEST_F(SyncTest, ParkedResetWithNothingLeftEndsInsideTheFirstSync) {
-  startWithSession();
-  service_->hold = true;
-  save({"a"});
-  const std::string id = idOf(0);
-  noteFlush("flush", false);
-  settle();
-  noteFlush("reset flush", true);
-  settle();
-  std::filesystem::remove(batchPath());
-  order_.clear();
-  recordOrder();
-  answer(200);
-  EXPECT_EQ(order_, (Names{"sync success from batch " + id, kAllSynced, "reset", "reset flush yes no", kSyncedAll,
-                           "flush yes yes"}));
-}
-
 // --- Failures
 
 TEST_F(SyncTest, SyncStopsForGoodWhenTheIdentifierVanishesOnTheWay) {
