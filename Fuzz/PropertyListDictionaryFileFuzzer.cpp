@@ -4,13 +4,13 @@
 #include "Platform/Formats/PropertyListDictionaryFile.h"
 
 using namespace zorvane;
-using Image = platform::PropertyListDictionaryImage;
+using Snapshot = platform::PropertyListDictionarySnapshot;
 
 namespace {
 
-std::string contentOf(const Image& image) {
+std::string contentOf(const Snapshot& snapshot) {
   std::string content;
-  for (const std::string_view piece : image.pieces()) content += piece;
+  for (const std::string_view piece : snapshot.pieces()) content += piece;
   return content;
 }
 
@@ -32,20 +32,20 @@ void checkEntry(const platform::LazyPropertyListValue& lazy) {
   }
 }
 
-platform::Dictionary validEntries(const Image& image) {
+platform::Dictionary validEntries(const Snapshot& snapshot) {
   platform::Dictionary values;
-  for (const auto& [key, value] : image.entries()) values.setObjectNilHandledForKey(value.decode(), key);
+  for (const auto& [key, value] : snapshot.entries()) values.setObjectNilHandledForKey(value.decode(), key);
   return values;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
-  const auto opened = Image::open(std::string(fuzz::textOf(data, size)));
+  const auto opened = Snapshot::open(std::string(fuzz::textOf(data, size)));
   if (!opened) return 0;
   for (const auto& entry : opened.value().entries()) checkEntry(entry.value);
 
-  const Image rewritten = Image::ofEntries(opened.value().entries());
+  const Snapshot rewritten = Snapshot::ofEntries(opened.value().entries());
   const auto content = platform::parsePropertyList(contentOf(rewritten));
   fuzz::check(static_cast<bool>(content), "valid entries make a valid file");
   fuzz::check(fuzz::same(content.value(), validEntries(rewritten)), "a rewritten file holds the valid entries");
@@ -54,7 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   const auto grown = platform::parsePropertyList(contentOf(rewritten.withEntry("new", 1)));
   fuzz::check(grown && fuzz::same(grown.value(), extended), "a rewritten file can be extended");
 
-  const auto reopened = Image::open(contentOf(opened.value().withEntry("new", platform::Array{"x"})));
+  const auto reopened = Snapshot::open(contentOf(opened.value().withEntry("new", platform::Array{"x"})));
   fuzz::check(static_cast<bool>(reopened), "any file can be extended");
   const platform::Dictionary entries = validEntries(reopened.value());
   fuzz::check(entries.objectForKey("new") == platform::Value(platform::Array{"x"}),

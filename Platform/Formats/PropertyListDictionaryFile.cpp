@@ -56,7 +56,7 @@ bool readPairs(const BinaryObjects& objects, const BinaryObject& root, std::vect
 
 }  // namespace
 
-struct PropertyListDictionaryImage::State {
+struct PropertyListDictionarySnapshot::State {
   // The file's content: views of the source's chunks and of the strings below.
   std::vector<std::string_view> pieces;
   std::shared_ptr<const std::string> opened;
@@ -71,7 +71,8 @@ struct PropertyListDictionaryImage::State {
   mutable std::once_flag entriesMade;
   mutable std::vector<Entry> entries;
 
-  // The source's scalars, or null. Moved to the next image, so that adding entries one after the other finds them once.
+  // The source's scalars, or null. Moved to the next snapshot, so that adding entries one after the other finds them
+  // once.
   mutable Mutex mutex;
   mutable std::unique_ptr<ScalarTable> scalars ZR_GUARDED_BY(mutex);
 
@@ -81,8 +82,8 @@ struct PropertyListDictionaryImage::State {
   }
 };
 
-// Adds entries to an image in the own layout.
-class PropertyListDictionaryImage::Builder {
+// Adds entries to a snapshot in the own layout.
+class PropertyListDictionarySnapshot::Builder {
  public:
   Builder() : objects_(emptyObjects()), scalars_(std::make_unique<ScalarTable>()) {}
   // Check isValid() before use.
@@ -158,20 +159,20 @@ class PropertyListDictionaryImage::Builder {
   std::unique_ptr<ScalarTable> scalars_;
 };
 
-PropertyListDictionaryImage::PropertyListDictionaryImage() : state_(Builder().finish()) {}
+PropertyListDictionarySnapshot::PropertyListDictionarySnapshot() : state_(Builder().finish()) {}
 
-Result<PropertyListDictionaryImage> PropertyListDictionaryImage::open(std::string bytes) {
+Result<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::open(std::string bytes) {
   const auto state = std::make_shared<State>();
   state->opened = std::make_shared<const std::string>(std::move(bytes));
   state->pieces.push_back(*state->opened);
-  PropertyListDictionaryImage image{std::shared_ptr<const State>(state)};
+  PropertyListDictionarySnapshot snapshot{std::shared_ptr<const State>(state)};
   if (!state->opened->starts_with("bplist")) {
     const auto parsed = parsePropertyList(*state->opened);
     if (!parsed) return parsed.error();
     const Dictionary* root = parsed.value().asDictionary();
     if (!root) return Error{"no dictionary stands at the root of the property list at byte 0", 0};
     for (const auto& [key, value] : *root) state->entries.push_back({key, LazyPropertyListValue(value)});
-    return image;
+    return snapshot;
   }
   auto parsed = BinaryObjects::open(*state->opened, state->opened);
   if (!parsed) return parsed.error();
@@ -186,7 +187,7 @@ Result<PropertyListDictionaryImage> PropertyListDictionaryImage::open(std::strin
   state->isOwnLayout = objects.offsetSize == kOffsetSize && objects.referenceSize == kReferenceSize &&
                        objects.top == kRootIndex && root.position + root.size == tableStart;
   if (state->isOwnLayout) {
-    // Without the root: each image has its own.
+    // Without the root: each snapshot has its own.
     const std::string_view file = *state->opened;
     const std::size_t firstOffset = tableStart + kOffsetSize;
     BinaryObjects own = objects;
@@ -198,10 +199,10 @@ Result<PropertyListDictionaryImage> PropertyListDictionaryImage::open(std::strin
     objects = std::move(own);
   }
   state->source = std::make_shared<const LazyPropertyListSource>(std::move(objects));
-  return image;
+  return snapshot;
 }
 
-const std::vector<PropertyListDictionaryImage::Entry>& PropertyListDictionaryImage::entries() const {
+const std::vector<PropertyListDictionarySnapshot::Entry>& PropertyListDictionarySnapshot::entries() const {
   const State& state = *state_;
   std::call_once(state.entriesMade, [&state] {
     state.entries.reserve(state.entries.size() + state.pairs.size());
@@ -216,13 +217,14 @@ const std::vector<PropertyListDictionaryImage::Entry>& PropertyListDictionaryIma
   return state.entries;
 }
 
-PropertyListDictionaryImage PropertyListDictionaryImage::withEntry(std::string_view key, const Value& value) const {
+PropertyListDictionarySnapshot PropertyListDictionarySnapshot::withEntry(std::string_view key,
+                                                                         const Value& value) const {
   if (value.isNil()) return *this;
   if (state_->isOwnLayout) {
     Builder builder(*state_);
     if (builder.isValid()) {
       builder.add(key, value);
-      return PropertyListDictionaryImage(builder.finish());
+      return PropertyListDictionarySnapshot(builder.finish());
     }
   }
   Builder builder;
@@ -231,19 +233,19 @@ PropertyListDictionaryImage PropertyListDictionaryImage::withEntry(std::string_v
     if (!decoded.isNil()) builder.add(entry.key, decoded);
   }
   builder.add(key, value);
-  return PropertyListDictionaryImage(builder.finish());
+  return PropertyListDictionarySnapshot(builder.finish());
 }
 
-PropertyListDictionaryImage PropertyListDictionaryImage::ofEntries(std::span<const Entry> entries) {
+PropertyListDictionarySnapshot PropertyListDictionarySnapshot::ofEntries(std::span<const Entry> entries) {
   Builder builder;
   for (const Entry& entry : entries) {
     const Value value = entry.value.decode();
     if (!value.isNil()) builder.add(entry.key, value);
   }
-  return PropertyListDictionaryImage(builder.finish());
+  return PropertyListDictionarySnapshot(builder.finish());
 }
 
-std::vector<std::string_view> PropertyListDictionaryImage::pieces() const {
+std::vector<std::string_view> PropertyListDictionarySnapshot::pieces() const {
   return state_->pieces;
 }
 

@@ -35,7 +35,7 @@ class LazyPropertyListValue {
   explicit LazyPropertyListValue(Value value);
 
  private:
-  friend class PropertyListDictionaryImage;
+  friend class PropertyListDictionarySnapshot;
   LazyPropertyListValue(std::shared_ptr<const LazyPropertyListSource> source, std::size_t object);
   Value decodeAt(std::size_t object, int depth) const;
 
@@ -46,7 +46,7 @@ class LazyPropertyListValue {
 
 // The content of such a file, immutable. Opens any property list with a dictionary at its root, XML too. Extends only
 // those by copying bytes that this class wrote.
-class PropertyListDictionaryImage {
+class PropertyListDictionarySnapshot {
  public:
   struct Entry {
     std::string key;
@@ -54,25 +54,25 @@ class PropertyListDictionaryImage {
   };
 
   // An empty dictionary.
-  PropertyListDictionaryImage();
+  PropertyListDictionarySnapshot();
   // Of a repeated key the first value holds in a binary file, the last in an XML file. Entries with a malformed key are
   // left out.
-  static Result<PropertyListDictionaryImage> open(std::string bytes);
+  static Result<PropertyListDictionarySnapshot> open(std::string bytes);
 
   const std::vector<Entry>& entries() const;
-  // A new image with the entry added or replaced; the same content for nil. Encodes the new value, and all others if
+  // A new snapshot with the entry added or replaced; the same content for nil. Encodes the new value, and all others if
   // this class did not write the file.
-  PropertyListDictionaryImage withEntry(std::string_view key, const Value& value) const;
-  // A new image of just these entries; malformed ones are left out. Encodes all of them again, one at a time.
-  static PropertyListDictionaryImage ofEntries(std::span<const Entry> entries);
+  PropertyListDictionarySnapshot withEntry(std::string_view key, const Value& value) const;
+  // A new snapshot of just these entries; malformed ones are left out. Encodes all of them again, one at a time.
+  static PropertyListDictionarySnapshot ofEntries(std::span<const Entry> entries);
 
-  // The file's content in pieces, in order; valid while this image lives.
+  // The file's content in pieces, in order; valid while this snapshot lives.
   std::vector<std::string_view> pieces() const;
 
  private:
   struct State;
   class Builder;
-  explicit PropertyListDictionaryImage(std::shared_ptr<const State> state) : state_(std::move(state)) {}
+  explicit PropertyListDictionarySnapshot(std::shared_ptr<const State> state) : state_(std::move(state)) {}
 
   std::shared_ptr<const State> state_;
 };

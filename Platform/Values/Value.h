@@ -5,6 +5,7 @@
 #pragma once
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
@@ -166,6 +167,13 @@ class Value {
   using Storage = std::variant<std::monostate, NullMarker, bool, std::int64_t, double, std::string,
                                std::shared_ptr<const Data>, Date, std::shared_ptr<const URL>, std::shared_ptr<Array>,
                                std::shared_ptr<Dictionary>, std::shared_ptr<const Object>>;
+  template <Kind kKind>
+  using Alternative = std::variant_alternative_t<static_cast<std::size_t>(kKind), Storage>;
+  // kind() is the alternative's index.
+  static_assert(std::variant_size_v<Storage> == static_cast<std::size_t>(Kind::Object) + 1);
+  static_assert(std::same_as<Alternative<Kind::Bool>, bool> && std::same_as<Alternative<Kind::Double>, double> &&
+                std::same_as<Alternative<Kind::Date>, Date> &&
+                std::same_as<Alternative<Kind::Dictionary>, std::shared_ptr<Dictionary>>);
   Storage storage_;
 };
 

@@ -155,8 +155,7 @@ void ZRUserAttributesHandler::forceResetUserWithNewUserAttributeUniqueID(const s
     properties->setNonInteractive();
     setWantedUniqueID(uniqueID);
     ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(
-        kEventNameLogout, std::move(properties),
-        [this, reset = std::make_shared<PendingReset>(pendingResets_)] {
+        kEventNameLogout, std::move(properties), [this, reset = std::make_shared<PendingReset>(pendingResets_)] {
           guarded(kForcedReset, "exception : %@", [&] { flushForcedReset(reset); });
         });
   });

@@ -140,7 +140,7 @@ TEST(HostileSizes, SharedObjectsThatMakeAHugeValueAreRefused) {
   EXPECT_FALSE(isRead(plist, binaryFile(objects), kFullAllowance));
   // Of a dictionary file each entry is refused by itself, with half the allowance of the one before.
   const auto lazy = [](const std::string& file) {
-    const auto opened = PropertyListDictionaryImage::open(file);
+    const auto opened = PropertyListDictionarySnapshot::open(file);
     std::string text;
     for (const auto& [key, value] : opened.value().entries()) value.appendJSONOfKey("", text);
     for (const auto& [key, value] : opened.value().entries()) text += value.decode().description();
@@ -175,7 +175,7 @@ TEST(HostileSizes, TheTrailerIsNotTrusted) {
       largeFile({"\x4F\x13\x7F\xFF\xFF\xFF\xFF\xFF\xFF\xFF"}),
   };
   const auto opens = [](const std::string& bytes) {
-    const auto opened = PropertyListDictionaryImage::open(bytes);
+    const auto opened = PropertyListDictionarySnapshot::open(bytes);
     return opened && !opened.value().entries().empty();
   };
   for (const std::string& file : malformed) {

@@ -32,9 +32,9 @@ void writeFrame(std::string_view bytes) {
 }
 
 std::string withEntry(const std::string& file, const char* key, const Value& value) {
-  const auto opened = PropertyListDictionaryImage::open(file);
+  const auto opened = PropertyListDictionarySnapshot::open(file);
   if (!opened) return {};
-  const PropertyListDictionaryImage extended = opened.value().withEntry(key, value);
+  const PropertyListDictionarySnapshot extended = opened.value().withEntry(key, value);
   std::string content;
   for (const std::string_view piece : extended.pieces()) content += piece;
   return content;
