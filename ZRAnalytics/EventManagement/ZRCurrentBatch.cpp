@@ -48,14 +48,15 @@ void ZRCurrentBatch::keepIf(const std::function<bool(const Dictionary& record)>&
     if (!events_) return;
     events_->swap(events);
   }
-  Array dropped;  // Destroyed after the lock: host objects may stand in it.
-  const auto firstDropped =
-      std::stable_partition(events.begin(), events.end(), [&](const Value& r) { return passes(*r.asDictionary()); });
-  dropped.assign(std::make_move_iterator(firstDropped), std::make_move_iterator(events.end()));
-  events.erase(firstDropped, events.end());
+  Array kept;
+  for (Value& record : events) {
+    if (passes(*record.asDictionary())) kept.push_back(std::move(record));
+  }
   platform::MutexLock lock(mutex_);
-  if (!events_) events_.emplace();
-  events_->insert(events_->begin(), std::make_move_iterator(events.begin()), std::make_move_iterator(events.end()));
+  if (events_) {
+    kept.insert(kept.end(), std::make_move_iterator(events_->begin()), std::make_move_iterator(events_->end()));
+  }
+  events_ = std::move(kept);
 }
 
 std::optional<Array> ZRCurrentBatch::events() const {

@@ -1,6 +1,5 @@
 #include "ZRAnalytics/EventManagement/ZRSync.h"
 
-#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -72,18 +71,17 @@ std::vector<ZRStoredBatch> ZRSync::load() {
   ids.reserve(loaded->size());
   for (const ZRStoredBatch& batch : *loaded) ids.push_back(batch.id());
   ledger_.load(ids);
-  const auto isNoBatch = [this](const ZRStoredBatch& batch) {
-    if (batch.isBatch()) return false;
-    queue_.assertCurrent();
+  std::vector<ZRStoredBatch> sendable;
+  for (const std::size_t position : ZRSyncLedger::oldestFirst(ids)) {
+    const ZRStoredBatch& batch = (*loaded)[position];
+    if (batch.isBatch()) {
+      sendable.push_back(batch);
+      continue;
+    }
     logLine("Batch Events plist : the entry %@ is no batch and is dropped", {batch.id()});
     ledger_.settle(batch.id());
-    return true;
-  };
-  std::erase_if(*loaded, isNoBatch);
-  std::stable_sort(loaded->begin(), loaded->end(), [](const ZRStoredBatch& batch, const ZRStoredBatch& other) {
-    return ZRSyncLedger::isOlder(batch.id(), other.id());
-  });
-  return *std::move(loaded);
+  }
+  return sendable;
 }
 
 bool ZRSync::send(const ZRStoredBatch& batch, const std::shared_ptr<ZRSyncRun>& run) {

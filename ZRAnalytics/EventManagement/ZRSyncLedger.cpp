@@ -1,6 +1,7 @@
 #include "ZRAnalytics/EventManagement/ZRSyncLedger.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <utility>
 
 #include "Platform/Text/NumberText.h"
@@ -59,8 +60,13 @@ ZRSyncLedger::End ZRSyncLedger::end(bool reset) const {
   return reset ? End::KeepAll : End::KeepRefused;
 }
 
-bool ZRSyncLedger::isOlder(std::string_view batchID, std::string_view otherID) {
-  return platform::leadingInteger(batchID).value_or(0) < platform::leadingInteger(otherID).value_or(0);
+std::vector<std::size_t> ZRSyncLedger::oldestFirst(const std::vector<std::string>& batchIDs) {
+  std::vector<std::pair<std::int64_t, std::size_t>> order;
+  for (const std::string& id : batchIDs) order.emplace_back(platform::leadingInteger(id).value_or(0), order.size());
+  std::sort(order.begin(), order.end());
+  std::vector<std::size_t> positions;
+  for (const auto& [milliseconds, position] : order) positions.push_back(position);
+  return positions;
 }
 
 }  // namespace zorvane

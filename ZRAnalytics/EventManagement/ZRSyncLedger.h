@@ -27,7 +27,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -83,9 +82,9 @@ class ZRSyncLedger {
   // The sync is over without an end: nothing was sent, or an exception stopped it.
   void abandon() { isRunning_ = false; }
 
-  // Whether a batch is sent before another: the one with the smaller number at the start of its identifier
-  // (milliseconds since 1970; 0 without a number). Neither is older in the same millisecond.
-  static bool isOlder(std::string_view batchID, std::string_view otherID);
+  // The order in which batches are sent, as positions in the list: by the number at the start of the identifier
+  // (milliseconds since 1970; 0 without a number), those of one millisecond as they stand.
+  static std::vector<std::size_t> oldestFirst(const std::vector<std::string>& batchIDs);
 
  private:
   enum class State { Waiting, Settled };
