@@ -99,7 +99,7 @@ BENCHMARK(EventsToTheFile)->Unit(benchmark::kMillisecond)->Iterations(3);
 std::string backlogFile(int batches) {
   const std::string path = workFolder() + "/backlog-" + std::to_string(batches) + ".plist";
   std::filesystem::remove(path);
-  platform::PropertyListDictionaryImage file;
+  platform::PropertyListDictionarySnapshot file;
   for (int i = 0; i < batches; ++i) {
     const std::string batchID = std::to_string(1795255200000 + i) + "-0B5B3C8E-9C1B-4E55-8D5A-1F6B3C8E9C1B";
     file = file.withEntry(batchID, batchOf30(batchID, i * 30));

@@ -37,7 +37,7 @@ void textIfPresent(const json& object, const char* key, const Path& path) {
   if (const json* value = member(object, key)) needText(*value, path + key);
 }
 
-// An array whose entries are objects of one pair each.
+// The section must be an array of objects with one member each.
 template <typename Check>
 void checkPairs(const json& section, const Path& path, Check check) {
   if (!section.is_array()) refuse(path, "is not an array");
@@ -62,7 +62,7 @@ void checkEvent(const json& event, const Path& at) {
     needObject(*custom, path + "EVENT_ATTRS_CUST");
     if (const json* section = member(*custom, "timestamp")) {
       checkPairs(*section, path + "EVENT_ATTRS_CUST.timestamp", [](const json& value, const Path& here) {
-        // A date without a number in it arrives as null.
+        // The client sends null for a date that is not a finite number.
         if (!value.is_number() && !value.is_null()) refuse(here, "is not a number");
       });
     }
@@ -144,7 +144,7 @@ std::string upperCaseSHA1(const std::string& text) {
 }  // namespace
 
 json parseBody(std::string_view body) {
-  // Depth is bounded while parsing: what is deeper could not be written again without exhausting the stack.
+  // Bounded while parsing: dump() recurses, and would exhaust the stack on deeper values.
   const auto bounded = [](int depth, json::parse_event_t event, json&) {
     const bool opens = event == json::parse_event_t::object_start || event == json::parse_event_t::array_start;
     if (opens && depth >= kMaxBodyDepth)

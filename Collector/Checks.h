@@ -1,4 +1,4 @@
-// What a request must look like. Pure functions: no request is stored or answered here.
+// The checks of a request. Pure functions without I/O.
 #pragma once
 
 #include <cstddef>
@@ -18,30 +18,30 @@ inline constexpr const char* kSignatureHeader = "ZRV-REQUEST-ID";
 
 enum class Service { Report, Device };
 
-// Why a body is not acceptable: one sentence that names the place ("viewsInfo[3].EVENT_ACTION is not text").
+// Why a body is refused, with the place: "viewsInfo[3].EVENT_ACTION is not text".
 class BadRequest : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// The body as JSON. Throws BadRequest if it is none or is nested deeper than kMaxBodyDepth.
+// Throws BadRequest if the body is not JSON or is nested deeper than kMaxBodyDepth.
 json parseBody(std::string_view body);
 
 // Throws BadRequest unless the body has the documented shape of the service's requests. Unknown keys are allowed.
 void checkShape(Service service, const json& body);
 
-// Upper-case hexadecimal SHA-1 of bid, request_time and unique_id, written one after the other; none if one is missing.
+// Upper-case hexadecimal SHA-1 of the concatenated bid, request_time and unique_id; none if one is missing.
 std::optional<std::string> signatureOf(const json& body);
 
 enum class Signature {
-  None,  // cannot be computed, and none was sent
+  None,  // not computable, and none was sent
   Good,
-  Missing,  // can be computed, but was not sent
-  Wrong,    // was sent, and is not the body's
+  Missing,  // computable, but not sent
+  Wrong,    // sent, but not the signature of the body
 };
 Signature checkSignature(const json& body, const std::optional<std::string>& sent);
 
-// The text of a text or number at the path, each step a key; none when there is none.
+// The string or number at the path of keys, as text; none if there is neither.
 std::optional<std::string> textAt(const json& body, std::initializer_list<const char*> path);
 
 }  // namespace zorvane::collector

@@ -1,4 +1,4 @@
-// One client's connection, with the limits that keep a slow or endless client from holding a thread.
+// One client's connection, with limits on time and bytes, so that a slow client does not hold a thread.
 #pragma once
 
 #include <httplib.h>
@@ -11,24 +11,24 @@ namespace zorvane::collector {
 
 struct ConnectionLimits {
   std::chrono::milliseconds idle{15'000};     // to the first byte of the next request
-  std::chrono::milliseconds request{30'000};  // from there to the last byte of the answer
-  std::size_t bytes = 64u << 20;              // read for one request; then reading fails
+  std::chrono::milliseconds request{30'000};  // from there to the last byte of the response
+  std::size_t bytes = 64u << 20;              // of one request; reading more fails
 };
 
-// Owned by the thread that serves it; the socket stays the caller's.
+// Used by one thread. Does not own the socket.
 class Connection final : public httplib::Stream {
  public:
   Connection(socket_t socket, const ConnectionLimits& limits) : socket_(socket), limits_(limits) {}
 
-  // Waits for the next request and starts its limits. False when there is none.
+  // Waits for the next request and starts its limits. False at the end of the connection or after the idle time.
   bool waitForRequest();
-  // Nothing more is written, and no further request is read.
+  // Neither writes the response nor reads another request.
   void drop() { dropped_ = true; }
-  // This request's answer is the last.
-  void closeAfterAnswer() { closing_ = true; }
+  // Closes the connection after this request's response.
+  void closeAfterResponse() { closing_ = true; }
   bool dropped() const { return dropped_; }
   bool canGoOn() const { return !dropped_ && !closing_; }
-  // Reading failed because the request went over its bytes.
+  // Whether reading failed because the request has too many bytes.
   bool exceeded() const { return exceeded_; }
 
   bool is_readable() const override;
@@ -47,7 +47,7 @@ class Connection final : public httplib::Stream {
   const ConnectionLimits limits_;
   Clock::time_point deadline_{};
   std::size_t bytesLeft_ = 0;
-  // Requests are read in blocks: the library asks for a line one byte at a time.
+  // httplib reads lines byte by byte; the socket is read in blocks.
   std::array<char, 16384> buffer_{};
   std::size_t bufferBegin_ = 0, bufferEnd_ = 0;
   bool dropped_ = false, closing_ = false, exceeded_ = false;

@@ -1,86 +1,85 @@
-// SQLite's C interface with owners and exceptions.
+// Prepared SQL statements and errors, over SOCI.
 #pragma once
 
-#include <sqlite3.h>
+// Debian builds SOCI with Boost support, which needs Boost's headers. Not used here.
+#include <soci/soci-config.h>
+#undef SOCI_HAVE_BOOST
+#undef SOCI_HAVE_BOOST_DATE_TIME
+#include <soci/soci.h>
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <utility>
+
+// An absent text is NULL.
+template <>
+struct soci::type_conversion<std::optional<std::string>> {
+  using base_type = std::string;
+  static void from_base(const std::string& value, indicator state, std::optional<std::string>& text) {
+    text = state == i_null ? std::nullopt : std::optional(value);
+  }
+  static void to_base(const std::optional<std::string>& text, std::string& value, indicator& state) {
+    value = text.value_or(std::string());
+    state = text ? i_ok : i_null;
+  }
+};
 
 namespace zorvane::collector {
 
-// A failed call, with SQLite's reason.
+// The database's reason for a failure, in one line.
 class DatabaseError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
+  // Leaves out the statement and its values, which SOCI adds to the reason.
+  explicit DatabaseError(const soci::soci_error& error);
 };
 
-// One prepared statement. Reused: bind, then run or step; a statement that was run is ready for the next use.
-class Statement {
+// A prepared INSERT with one value per column. Not thread-safe.
+template <typename... Values>
+class Insert {
  public:
-  Statement(sqlite3* database, std::string_view sql);
+  // The session must outlive this. Columns are separated by ", ". The rest is what follows VALUES (...), for example
+  // "ON CONFLICT DO NOTHING RETURNING id". Throws soci::soci_error.
+  Insert(soci::session& session, std::string_view table, std::string_view columns, std::string_view rest = "");
+  Insert(const Insert&) = delete;
+  Insert& operator=(const Insert&) = delete;
 
-  // Parameters count from 1. What is not bound is what it was bound to before; at first NULL.
-  Statement& bind(int index, std::int64_t value);
-  Statement& bind(int index, double value);
-  Statement& bind(int index, std::string_view text);
-  Statement& bind(int index, const std::string& text) { return bind(index, std::string_view(text)); }
-  Statement& bind(int index, const char* text) { return bind(index, std::string_view(text)); }
-  Statement& bind(int index, const std::optional<std::string>& text);
-  Statement& bindNull(int index);
-
-  // To the end, rows dropped.
-  void run();
-  // True while there is a row; after the last the statement is ready for the next use.
-  bool step();
-  std::int64_t integer(int column) const { return sqlite3_column_int64(statement_.get(), column); }
-  std::string text(int column) const;
-  // The column's type as SQLite counts them (SQLITE_INTEGER and so on), and its name.
-  int type(int column) const { return sqlite3_column_type(statement_.get(), column); }
-  const char* name(int column) const { return sqlite3_column_name(statement_.get(), column); }
-  int columns() const { return sqlite3_column_count(statement_.get()); }
+  // Returns the new row's id if the statement ends in RETURNING id and the row was inserted. Throws soci::soci_error.
+  std::optional<std::int64_t> run(Values... values);
 
  private:
-  void check(int code, int expected) const;
-
-  struct Finalize {
-    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-  };
-  std::unique_ptr<sqlite3_stmt, Finalize> statement_;
+  soci::statement statement_;
+  std::tuple<Values...> values_;
+  std::int64_t id_ = 0;
 };
 
-// One connection. Not thread-safe.
-class Database {
- public:
-  // An empty path: in memory. A file is made with mode 0600 when absent; a link in its place is refused.
-  explicit Database(const std::string& path);
+// "INSERT INTO table (columns) VALUES (:column, ...) rest".
+std::string insertText(std::string_view table, std::string_view columns, std::string_view rest);
 
-  sqlite3* get() const { return database_.get(); }
-  void execute(const char* sql);
-  std::int64_t lastRowID() const { return sqlite3_last_insert_rowid(database_.get()); }
+template <typename... Values>
+Insert<Values...>::Insert(soci::session& session, std::string_view table, std::string_view columns,
+                          std::string_view rest)
+    : statement_(session) {
+  std::apply([this](auto&... value) { (statement_.exchange(soci::use(value)), ...); }, values_);
+  if (rest.ends_with("RETURNING id")) statement_.exchange(soci::into(id_));
+  statement_.alloc();
+  statement_.prepare(insertText(table, columns, rest));
+  statement_.define_and_bind();
+}
 
- private:
-  struct Close {
-    void operator()(sqlite3* database) const { sqlite3_close_v2(database); }
-  };
-  std::unique_ptr<sqlite3, Close> database_;
-};
-
-// Rolled back unless committed.
-class Transaction {
- public:
-  explicit Transaction(Database& database);
-  ~Transaction();
-  Transaction(const Transaction&) = delete;
-  Transaction& operator=(const Transaction&) = delete;
-  void commit();
-
- private:
-  Database& database_;
-  bool open_ = true;
-};
+template <typename... Values>
+std::optional<std::int64_t> Insert<Values...>::run(Values... values) {
+  values_ = std::tuple<Values...>(std::move(values)...);
+  const bool returned = statement_.execute(true);
+  const std::int64_t id = id_;
+  // SQLite cannot commit before every returned row has been fetched.
+  while (returned && statement_.fetch()) {
+  }
+  return returned ? std::optional(id) : std::nullopt;
+}
 
 }  // namespace zorvane::collector

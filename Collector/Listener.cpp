@@ -12,7 +12,7 @@ namespace zorvane::collector {
 
 namespace {
 
-constexpr std::size_t kThreads = 32;  // a connection holds one
+constexpr std::size_t kThreads = 32;  // one per open connection
 thread_local Exchange* currentExchangeOfThread = nullptr;
 
 }  // namespace
@@ -22,7 +22,7 @@ Listener::Listener(const ConnectionLimits& limits) : limits_(limits) {
   set_tcp_nodelay(true);
   set_keep_alive_max_count(std::numeric_limits<int>::max());
   set_keep_alive_timeout(static_cast<time_t>(limits.idle.count() / 1000));
-  // The library's own choice would let a second process take a port that is in use.
+  // httplib sets SO_REUSEPORT, which would let a second process take the same port.
   set_socket_options([](socket_t socket) {
     const int on = 1;
     ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
@@ -49,7 +49,7 @@ bool Listener::enter(socket_t socket) {
 }
 
 void Listener::leaveAndClose(socket_t socket) {
-  // Under the lock, so that a socket that is released is still this connection's.
+  // Close under the lock, so that releaseConnections() never shuts down a reused descriptor.
   const std::lock_guard lock(mutex_);
   open_.erase(socket);
   ::shutdown(socket, SHUT_RDWR);

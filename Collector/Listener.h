@@ -1,4 +1,4 @@
-// The HTTP library's server with this program's connections: loopback only, bounded, and stopped at once.
+// httplib's server on the loopback address, with limited connections that can be closed from outside.
 #pragma once
 
 #include <httplib.h>
@@ -11,7 +11,7 @@
 
 namespace zorvane::collector {
 
-// What belongs to the request that the current thread serves.
+// State of the request that the current thread serves.
 struct Exchange {
   Connection& connection;
   std::string body;
@@ -23,12 +23,12 @@ class Listener final : public httplib::Server {
  public:
   explicit Listener(const ConnectionLimits& limits);
 
-  // Port 0 takes a free one. Returns the port. Throws std::runtime_error.
+  // Port 0 takes a free port. Returns the port. Throws std::runtime_error.
   int bindLoopback(int port);
-  // After stop(): lets idle connections go, so that listen_after_bind() returns.
+  // Call after stop(): ends idle connections, so that listen_after_bind() returns.
   void releaseConnections();
 
-  // Valid on a thread that serves a request, for as long as it does.
+  // Only on a thread that serves a request, while it does.
   static Exchange& currentExchange();
 
  private:

@@ -2,9 +2,10 @@
 #pragma once
 
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "CommandLine/CommandLine.h"
 
 namespace zorvane::collector {
 
@@ -13,22 +14,15 @@ struct Options {
   std::string database;  // a file; empty: in memory
   std::string record;    // a file; empty: none
   bool quiet = false;
-  bool help = false;
-  // Faults on purpose. Zero: none.
+  // Injected faults; 0: none.
   std::uint64_t failEvery = 0;
   std::uint64_t dropEvery = 0;
   std::uint64_t delayMilliseconds = 0;
-};
-
-// What is wrong with the command line, in one line.
-class UsageError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
+  // The text of --help or --version: print it and exit. Empty: serve.
+  std::string information;
 };
 
 // Takes the arguments without the program's name. Throws UsageError.
 Options parseOptions(const std::vector<std::string>& arguments);
-
-extern const char* const kUsage;
 
 }  // namespace zorvane::collector

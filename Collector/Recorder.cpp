@@ -19,8 +19,8 @@ std::string quoted(const std::string& text) {
   return json(text).dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
-// Null and errno on failure. A link is somebody else's word on where to write, but for the system's own
-// ("/dev/stdout").
+// Null, with errno set, on failure. Symbolic links are refused: others could redirect the output with them. Those
+// below /dev ("/dev/stdout") are the system's.
 std::FILE* openPrivate(const std::string& path) {
   const int links = path.starts_with("/dev/") ? 0 : O_NOFOLLOW;
   const int descriptor = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | links, 0600);
@@ -39,11 +39,11 @@ Recorder::Recorder(const std::string& path) : path_(path), file_(openPrivate(pat
 void Recorder::write(const ReceivedRequest& request, bool bodyIsJSON, int status) {
   json headers = json::object();
   for (const auto& [name, value] : request.headers) {
-    // A name that came twice: both values, the way HTTP joins them.
+    // HTTP joins the values of a repeated header with a comma.
     headers[name] = headers.contains(name) ? headers[name].get<std::string>() + ", " + value : value;
   }
   std::string body = bodyIsJSON ? request.body : quoted(request.body);
-  // A line break in JSON stands between its tokens, where a blank means the same.
+  // In JSON, line breaks occur only between tokens; a space means the same there.
   std::replace(body.begin(), body.end(), '\n', ' ');
   std::replace(body.begin(), body.end(), '\r', ' ');
   const std::string line = "{\"method\": " + quoted(request.method) + ", \"path\": " + quoted(request.target) +

@@ -1,4 +1,4 @@
-// The record of requests: a text file, one JSON object a line.
+// Writes requests to a text file, one JSON object per line.
 #pragma once
 
 #include <cstdio>
@@ -17,15 +17,15 @@ struct ReceivedRequest {
   std::string body;
 };
 
-// Any thread.
+// Thread-safe.
 class Recorder {
  public:
-  // Appends to the file, made with mode 0600 when absent; a link is not followed, except below "/dev". Throws
+  // Appends to the file, creates it with mode 0600. Symbolic links are refused, except below "/dev". Throws
   // std::runtime_error if it cannot be opened.
   explicit Recorder(const std::string& path);
 
   // {"method", "path", "headers", "body", "status"}; whole and flushed when the call returns. The body is written as it
-  // came if bodyIsJSON, else as text; status 0 says that no answer was sent. Throws std::runtime_error.
+  // came if bodyIsJSON, else as a string; status 0: no response was sent. Throws std::runtime_error.
   void write(const ReceivedRequest& request, bool bodyIsJSON, int status);
 
  private:

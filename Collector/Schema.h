@@ -1,24 +1,26 @@
 // The tables.
 //
-//   requests    one row per POST to a service, whatever its answer. status: the answer's, 0 when the connection was cut
-//               in its place. signature: "good", "missing", "wrong", or "none" where none could be computed; NULL where
-//               the body was not looked at. bid: NULL where the body has none. accepted: 1 when its content was stored
-//               with it; duplicate: 1 when that had been done before. error: the reason of the answer.
-//   batches     one row per report that was accepted. request leads to its row there. user_id and segment_id are its
-//               identifiers; session_id and start_time its session; each NULL where the body has none. A batch without
-//               a bid cannot be told from another, so each of them is a row.
+//   requests    one row per POST to a service, whatever its response. status: the response's, 0 if the connection was
+//               closed without one. signature: "good", "missing", "wrong", or "none" if not computable; NULL if the
+//               body was not checked. bid: NULL if the body has none. accepted: 1 if this request stored its content;
+//               duplicate: 1 if an earlier one had. error: why it was refused.
+//   batches     one row per accepted report. request: the key of its row in requests. user_id and segment_id are its
+//               identifiers; session_id and start_time its session; each NULL if the body has none. A report without
+//               a bid is always stored: duplicates of it cannot be recognised.
 //   events      the batch's records in their order, position counting from 0; raw is the whole record, attributes its
 //               "EVENT_ATTRS", both JSON.
 //   attributes  one row per attribute of an event. section: "plain", "timestamp" or "location". type: "text",
 //               "integer", "real", "boolean", "null" or "json"; value has SQLite's type for it (booleans 0 and 1; json
 //               its text).
-//   sessions    one row per session identifier, of the first batch that named it.
-//   sources     one row per source of a session ("" where the batch had none), however many batches repeat it.
-//   devices     one row per device (application and unique identifier; the bid in place of a missing one), as its last
-//               registration describes it.
+//   sessions    one row per session identifier, from the first batch that names it.
+//   sources     one row per different source of a session ("" for batches without a session).
+//   devices     one row per device, from its last registration. Key: application and unique identifier, or the bid if
+//               the identifier is missing.
 //
-// Times are as the client wrote them, received_at is UTC of this machine's clock, ISO 8601 with milliseconds.
-// Dropping a column or changing its meaning takes a new kSchemaVersion; a file of another version is refused.
+// Times are as the client wrote them; received_at is this machine's UTC, ISO 8601 with milliseconds.
+// Increase kSchemaVersion when a column is dropped or changes its meaning: files of another version are refused.
+//
+// Specific to SQLite: generated keys ("id INTEGER PRIMARY KEY"), attributes.value without a type, "WITHOUT ROWID".
 #pragma once
 
 namespace zorvane::collector {
@@ -108,7 +110,7 @@ CREATE TABLE IF NOT EXISTS devices (
   received_at TEXT NOT NULL,
   PRIMARY KEY (app_id, unique_id)
 ) WITHOUT ROWID;
--- A bid is accepted once, whichever the service.
+-- A bid is accepted once for both services.
 CREATE UNIQUE INDEX IF NOT EXISTS accepted_bids ON requests(bid) WHERE accepted = 1;
 )sql";
 

@@ -11,12 +11,12 @@ namespace {
 constexpr std::int64_t kDefaultRows = 100;
 constexpr std::int64_t kMaximumRows = 10'000;
 
-// httplib adds these to the headers that came.
+// httplib adds these to the received headers.
 bool isAddedHeader(const std::string& name) {
   return name == "REMOTE_ADDR" || name == "REMOTE_PORT" || name == "LOCAL_ADDR" || name == "LOCAL_PORT";
 }
 
-// For the terminal: no control character of a client's gets there.
+// Escaped, so that a client cannot send control characters to the terminal.
 std::string forTerminal(const std::string& text) {
   return json(text).dump(-1, ' ', true, json::error_handler_t::replace);
 }
@@ -26,7 +26,7 @@ void setJSON(httplib::Response& response, const JSON& body) {
   response.set_content(body.dump(-1, ' ', false, JSON::error_handler_t::replace) + "\n", "application/json");
 }
 
-// How many rows are asked for.
+// The number of rows asked for; kDefaultRows if that is no number.
 std::int64_t limitOf(const httplib::Request& request) {
   const std::string text = request.get_param_value("limit");
   std::int64_t limit = kDefaultRows;
@@ -35,16 +35,15 @@ std::int64_t limitOf(const httplib::Request& request) {
   return number ? std::clamp<std::int64_t>(limit, 0, kMaximumRows) : kDefaultRows;
 }
 
-// A page of another site can lead a name of its own to this machine, to read here what its browser guards as its own;
-// an address or "localhost" it cannot.
+// DNS-rebinding guard: accept only localhost or an IP literal as Host.
 bool isOwnHost(std::string_view host) {
   if (host.starts_with('[')) return true;
   host = host.substr(0, host.find(':'));
   return host == "localhost" || host.find_first_not_of("0123456789.") == std::string_view::npos;
 }
 
-// Why a browser's request is refused; empty where it is not.
-std::string foreignPageOf(const httplib::Request& request) {
+// Why a request of another site's page is refused; empty: it is not.
+std::string foreignPageProblem(const httplib::Request& request) {
   const std::string host = request.get_header_value("Host");
   if (!isOwnHost(host)) return "the host is neither \"localhost\" nor an address";
   if (request.method == "POST" && request.has_header("Origin") &&
@@ -54,9 +53,9 @@ std::string foreignPageOf(const httplib::Request& request) {
   return "";
 }
 
-// Answers without reading what may still come, so the connection cannot be used again.
-void closeAfterAnswer() {
-  Listener::currentExchange().connection.closeAfterAnswer();
+// For responses sent before the request was read to its end: the connection cannot be reused.
+void closeAfterResponse() {
+  Listener::currentExchange().connection.closeAfterResponse();
 }
 
 bool isEvery(std::uint64_t n, std::atomic<std::uint64_t>& count) {
@@ -99,10 +98,10 @@ void Server::setRoutes() {
                                   "default-src 'none'; connect-src 'self'; script-src 'unsafe-inline'; "
                                   "style-src 'unsafe-inline'; frame-ancestors 'none'"}});
   listener_.set_pre_routing_handler([](const httplib::Request& request, httplib::Response& response) {
-    if (std::string refusal = foreignPageOf(request); !refusal.empty()) {
+    if (std::string refusal = foreignPageProblem(request); !refusal.empty()) {
       Listener::currentExchange().error = std::move(refusal);
       response.status = 403;
-      closeAfterAnswer();
+      closeAfterResponse();
       return httplib::Server::HandlerResponse::Handled;
     }
     if (request.method == "GET" || request.method == "HEAD" || request.method == "POST") {
@@ -110,7 +109,7 @@ void Server::setRoutes() {
     }
     response.status = 405;
     response.set_header("Allow", "GET, HEAD, POST");
-    closeAfterAnswer();
+    closeAfterResponse();
     return httplib::Server::HandlerResponse::Handled;
   });
   for (const auto& [pattern, service] :
@@ -122,7 +121,7 @@ void Server::setRoutes() {
   }
   listener_.Post(".*", [](const httplib::Request&, httplib::Response& response, const httplib::ContentReader&) {
     response.status = 404;
-    closeAfterAnswer();
+    closeAfterResponse();
   });
   listener_.Get("/api/summary",
                 [this](const httplib::Request&, httplib::Response& response) { setJSON(response, store_.summary()); });
@@ -154,11 +153,11 @@ void Server::setRoutes() {
       [this](const httplib::Request& request, httplib::Response& response) { finish(request, response); });
 }
 
-// The status that the body alone calls for; 200 when it is whole.
+// 200 if the body was read whole, else the status of the response.
 int Server::readBody(const httplib::Request& request, const httplib::ContentReader& reader) {
   Exchange& exchange = Listener::currentExchange();
   if (request.is_multipart_form_data()) {
-    exchange.connection.closeAfterAnswer();
+    exchange.connection.closeAfterResponse();
     exchange.error = "not JSON: the body is a form";
     return 400;
   }
@@ -166,11 +165,11 @@ int Server::readBody(const httplib::Request& request, const httplib::ContentRead
   const bool whole = reader([&](const char* data, std::size_t count) {
     size += count;
     if (size <= kMaxBodyBytes) exchange.body.append(data, count);
-    // A client reads its answer only when it could send everything, so what is too much is read, too, up to a point.
+    // Many clients read the response only after sending everything, so read on, up to a limit.
     return size <= 4 * kMaxBodyBytes;
   });
   if (whole && size <= kMaxBodyBytes) return 200;
-  exchange.connection.closeAfterAnswer();
+  exchange.connection.closeAfterResponse();
   const bool declared = request.has_header("Content-Length") &&
                         std::strtoull(request.get_header_value("Content-Length").c_str(), nullptr, 10) > kMaxBodyBytes;
   if (size > kMaxBodyBytes || declared || exchange.connection.exceeded()) {
@@ -182,7 +181,7 @@ int Server::readBody(const httplib::Request& request, const httplib::ContentRead
   return 400;
 }
 
-// The status that the checks call for; with it the row's signature and bid are filled.
+// The status after the checks. Fills in the row's signature and bid.
 int Server::judge(RequestRow& row, const httplib::Request& request, json& body) {
   Exchange& exchange = Listener::currentExchange();
   try {
@@ -249,7 +248,7 @@ void Server::delay() {
   stopped_.wait_for(lock, std::chrono::milliseconds(options_.delayMilliseconds), [this] { return stopping_; });
 }
 
-// Before an answer leaves, whatever it is.
+// Runs before every response is sent.
 void Server::finish(const httplib::Request& request, httplib::Response& response) {
   Exchange& exchange = Listener::currentExchange();
   if (!exchange.connection.canGoOn()) response.set_header("Connection", "close");

@@ -1,4 +1,4 @@
-// The HTTP side: requests in, checked, stored, recorded and answered.
+// The HTTP server: checks, stores, records and answers requests.
 #pragma once
 
 #include <atomic>
@@ -20,16 +20,16 @@ class Server {
  public:
   // Binds the port (loopback only) and opens the files. Throws std::runtime_error that says what failed and where.
   explicit Server(const Options& options, const ConnectionLimits& limits = {});
-  // Stops.
+  // Calls stop().
   ~Server();
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
   int port() const { return port_; }
 
-  // Serves on threads of its own; returns when connections are taken. Once.
+  // Serves on its own threads. Returns when it accepts connections. Call once.
   void start();
-  // Takes no further request, answers those under way, and returns when that is done. Not from a thread that serves.
+  // Accepts no more requests and returns when those in progress are answered. Not from a serving thread.
   void stop();
 
  private:

@@ -3,12 +3,18 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <utility>
+#include <vector>
 
-#include "Collector/Schema.h"
+#include "Collector/SQLite.h"
 
 namespace zorvane::collector {
 
 namespace {
+
+using Text = std::optional<std::string>;
+
+constexpr const char* kAttributeColumns = "event, name, section, value, type";
 
 std::string timeNow() {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -40,99 +46,86 @@ const char* nameOf(Signature signature) {
   return "none";
 }
 
-// Text as it is, any other value as JSON.
-std::optional<std::string> textOf(const json& object, const char* key) {
+// A string as it is, any other value as JSON; absent for null.
+Text textOf(const json& object, const char* key) {
   const auto found = object.find(key);
   if (found == object.end() || found->is_null()) return std::nullopt;
   return found->is_string() ? found->get<std::string>() : found->dump();
 }
 
-std::int64_t versionOf(Database& database) {
-  Statement version(database.get(), "PRAGMA user_version");
-  version.step();
-  return version.integer(0);
-}
+}  // namespace
 
-Database openDatabase(const std::string& path) {
+Store::Session::Session(const std::string& path) {
   try {
-    Database database(path);
-    if (const auto found = versionOf(database); found != 0 && found != kSchemaVersion) {
-      throw DatabaseError("its tables are of version " + std::to_string(found) + ", not " +
-                          std::to_string(kSchemaVersion));
-    }
-    database.execute("PRAGMA journal_mode = WAL");
-    database.execute(path.empty() ? "PRAGMA synchronous = OFF" : "PRAGMA synchronous = FULL");
-    Transaction transaction(database);
-    database.execute(kSchema);
-    database.execute(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str());
-    transaction.commit();
-    return database;
+    openSQLite(*this, path);
   } catch (const DatabaseError& error) {
     throw std::runtime_error("cannot use the database " + path + ": " + error.what());
   }
 }
 
-}  // namespace
+Store::Inserts::Inserts(soci::session& database)
+    :  // A conflict: the bid was accepted before.
+      request(database, "requests",
+              "received_at, service, app_id, status, signature, bid, accepted, duplicate, bytes, error",
+              "ON CONFLICT DO NOTHING RETURNING id"),
+      batch(database, "batches",
+            "request, bid, app_id, request_time, session_id, start_time, user_id, segment_id, unique_id, received_at",
+            "RETURNING id"),
+      event(database, "events", "batch, position, name, non_interactive, gmt_time, local_time, attributes, raw",
+            "RETURNING id"),
+      integerAttribute(database, "attributes", kAttributeColumns),
+      realAttribute(database, "attributes", kAttributeColumns),
+      textAttribute(database, "attributes", kAttributeColumns),
+      session(database, "sessions", "session_id, start_time, app_id, first_batch", "ON CONFLICT DO NOTHING"),
+      source(database, "sources",
+             "session_id, source, medium, campaign_name, campaign_id, term, content, source_url, extras, raw",
+             "ON CONFLICT DO NOTHING"),
+      device(database, "devices",
+             "app_id, unique_id, idfv, advertising_id, preferences, query_params, bid, request_time, received_at",
+             "ON CONFLICT (app_id, unique_id) DO UPDATE SET idfv = excluded.idfv, "
+             "advertising_id = excluded.advertising_id, preferences = excluded.preferences, "
+             "query_params = excluded.query_params, bid = excluded.bid, request_time = excluded.request_time, "
+             "received_at = excluded.received_at, registrations = devices.registrations + 1") {}
 
-Store::Store(const std::string& path)
-    : database_(openDatabase(path)),
-      findBid_(database_.get(), "SELECT 1 FROM requests WHERE bid = ? AND accepted = 1"),
-      insertRequest_(database_.get(),
-                     "INSERT INTO requests (received_at, service, app_id, status, signature, bid, accepted, duplicate, "
-                     "bytes, error) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"),
-      insertBatch_(database_.get(),
-                   "INSERT INTO batches (request, bid, app_id, request_time, session_id, start_time, user_id, "
-                   "segment_id, unique_id, received_at) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"),
-      insertEvent_(database_.get(),
-                   "INSERT INTO events (batch, position, name, non_interactive, gmt_time, local_time, attributes, raw) "
-                   "VALUES (?, ?, ?, ?, ?, ?, ?, ?)"),
-      insertAttribute_(database_.get(),
-                       "INSERT INTO attributes (event, name, section, value, type) VALUES (?, ?, ?, ?, ?)"),
-      insertSession_(database_.get(),
-                     "INSERT INTO sessions (session_id, start_time, app_id, first_batch) VALUES (?, ?, ?, ?) "
-                     "ON CONFLICT DO NOTHING"),
-      insertSource_(database_.get(),
-                    "INSERT INTO sources (session_id, source, medium, campaign_name, campaign_id, term, content, "
-                    "source_url, extras, raw) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT DO NOTHING"),
-      insertDevice_(database_.get(),
-                    "INSERT INTO devices (app_id, unique_id, idfv, advertising_id, preferences, query_params, bid, "
-                    "request_time, received_at) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?) "
-                    "ON CONFLICT DO UPDATE SET idfv = excluded.idfv, advertising_id = excluded.advertising_id, "
-                    "preferences = excluded.preferences, query_params = excluded.query_params, bid = excluded.bid, "
-                    "request_time = excluded.request_time, received_at = excluded.received_at, "
-                    "registrations = registrations + 1") {}
+Store::Store(const std::string& path) : session_(path), insert_(session_) {}
+
+template <typename Work>
+auto Store::inTransaction(Work work) {
+  const std::lock_guard lock(mutex_);
+  try {
+    soci::transaction transaction(session_);
+    auto result = work();
+    transaction.commit();
+    return result;
+  } catch (const soci::soci_error& error) {
+    throw DatabaseError(error);
+  }
+}
 
 void Store::addRefused(const RequestRow& row) {
-  const std::lock_guard lock(mutex_);
-  addRow(row, false, false, timeNow());
+  inTransaction([&] { return addRow(row, false, false, timeNow()); });
 }
 
 bool Store::addAccepted(const RequestRow& row, const json& body) {
-  const std::lock_guard lock(mutex_);
-  const std::string now = timeNow();
-  Transaction transaction(database_);
-  bool known = false;
-  if (row.bid) {
-    findBid_.bind(1, row.bid);
-    while (findBid_.step()) known = true;
-  }
-  const std::int64_t request = addRow(row, !known, known, now);
-  if (!known) row.service == Service::Report ? addBatch(row, body, request, now) : addDevice(row, body, now);
-  transaction.commit();
-  return !known;
+  return inTransaction([&] {
+    const std::string now = timeNow();
+    const auto request = addRow(row, true, false, now);
+    if (!request) {
+      addRow(row, false, true, now);
+    } else if (row.service == Service::Report) {
+      addBatch(row, body, *request, now);
+    } else {
+      addDevice(row, body, now);
+    }
+    return request.has_value();
+  });
 }
 
-std::int64_t Store::addRow(const RequestRow& row, bool accepted, bool duplicate, const std::string& now) {
-  insertRequest_.bind(1, now).bind(2, nameOf(row.service)).bind(3, row.appID).bind(4, std::int64_t{row.status});
-  if (row.signature) {
-    insertRequest_.bind(5, nameOf(*row.signature));
-  } else {
-    insertRequest_.bindNull(5);
-  }
-  insertRequest_.bind(6, row.bid).bind(7, std::int64_t{accepted}).bind(8, std::int64_t{duplicate});
-  insertRequest_.bind(9, static_cast<std::int64_t>(row.bytes));
-  insertRequest_.bind(10, row.error.empty() ? std::nullopt : std::optional(row.error)).run();
-  return database_.lastRowID();
+std::optional<std::int64_t> Store::addRow(const RequestRow& row, bool accepted, bool duplicate,
+                                          const std::string& now) {
+  return insert_.request.run(now, nameOf(row.service), row.appID, row.status,
+                             row.signature ? Text(nameOf(*row.signature)) : std::nullopt, row.bid, accepted, duplicate,
+                             static_cast<std::int64_t>(row.bytes), row.error.empty() ? std::nullopt : Text(row.error));
 }
 
 void Store::addBatch(const RequestRow& row, const json& body, std::int64_t request, const std::string& now) {
@@ -147,23 +140,23 @@ void Store::addBatch(const RequestRow& row, const json& body, std::int64_t reque
   const auto sessionID = textOf(session, "session_id");
   const auto startTime = textOf(session, "start_time");
 
-  insertBatch_.bind(1, request).bind(2, row.bid).bind(3, row.appID).bind(4, textOf(meta, "request_time"));
-  insertBatch_.bind(5, sessionID).bind(6, startTime).bind(7, textOf(identifiers, "zrv_user_id"));
-  insertBatch_.bind(8, textOf(identifiers, "segment_id")).bind(9, textOf(section(body, "query_params"), "unique_id"));
-  insertBatch_.bind(10, now).run();
-  const std::int64_t batch = database_.lastRowID();
-
-  if (sessionID) insertSession_.bind(1, sessionID).bind(2, startTime).bind(3, row.appID).bind(4, batch).run();
+  const std::int64_t batch = insert_.batch
+                                 .run(request, row.bid, row.appID, textOf(meta, "request_time"), sessionID, startTime,
+                                      textOf(identifiers, "zrv_user_id"), textOf(identifiers, "segment_id"),
+                                      textOf(section(body, "query_params"), "unique_id"), now)
+                                 .value();
+  if (sessionID) insert_.session.run(*sessionID, startTime, row.appID, batch);
   for (const json& source : section(meta, "source")) addSource(source, sessionID.value_or(""));
   std::int64_t position = 0;
   for (const json& event : section(body, "viewsInfo")) addEvent(event, batch, position++);
 }
 
 void Store::addEvent(const json& event, std::int64_t batch, std::int64_t position) {
-  insertEvent_.bind(1, batch).bind(2, position).bind(3, textOf(event, "EVENT_ACTION"));
-  insertEvent_.bind(4, std::int64_t{event.contains("N_I_E")}).bind(5, textOf(event, "EVENT_G_TIME"));
-  insertEvent_.bind(6, textOf(event, "EVENT_L_TIME")).bind(7, textOf(event, "EVENT_ATTRS")).bind(8, event.dump()).run();
-  const std::int64_t id = database_.lastRowID();
+  const std::int64_t id =
+      insert_.event
+          .run(batch, position, textOf(event, "EVENT_ACTION"), event.contains("N_I_E"), textOf(event, "EVENT_G_TIME"),
+               textOf(event, "EVENT_L_TIME"), textOf(event, "EVENT_ATTRS"), event.dump())
+          .value();
   if (const auto plain = event.find("EVENT_ATTRS"); plain != event.end()) {
     for (const auto& [name, value] : plain->items()) addAttribute(id, name, "plain", value);
   }
@@ -177,104 +170,111 @@ void Store::addEvent(const json& event, std::int64_t batch, std::int64_t positio
 }
 
 void Store::addAttribute(std::int64_t event, const std::string& name, const char* section, const json& value) {
-  const char* type = "json";
+  const auto addText = [&](Text text, const char* type) {
+    insert_.textAttribute.run(event, name, section, std::move(text), type);
+  };
+  const auto addInteger = [&](std::int64_t integer, const char* type) {
+    insert_.integerAttribute.run(event, name, section, integer, type);
+  };
   switch (value.type()) {
     case json::value_t::null:
-      insertAttribute_.bindNull(4);
-      type = "null";
-      break;
+      return addText(std::nullopt, "null");
     case json::value_t::boolean:
-      insertAttribute_.bind(4, std::int64_t{value.get<bool>()});
-      type = "boolean";
-      break;
-    case json::value_t::number_integer:
-      insertAttribute_.bind(4, value.get<std::int64_t>());
-      type = "integer";
-      break;
+      return addInteger(value.get<bool>(), "boolean");
     case json::value_t::number_unsigned:
-      // SQLite's integers end at 2^63 - 1; beyond, the digits are kept.
-      if (value.get<std::uint64_t>() > INT64_MAX) {
-        insertAttribute_.bind(4, value.dump());
-      } else {
-        insertAttribute_.bind(4, value.get<std::int64_t>());
-      }
-      type = "integer";
-      break;
+      // The column holds integers up to 2^63 - 1; larger ones are stored as text.
+      if (value.get<std::uint64_t>() > INT64_MAX) return addText(value.dump(), "integer");
+      [[fallthrough]];
+    case json::value_t::number_integer:
+      return addInteger(value.get<std::int64_t>(), "integer");
     case json::value_t::number_float:
-      insertAttribute_.bind(4, value.get<double>());
-      type = "real";
-      break;
+      insert_.realAttribute.run(event, name, section, value.get<double>(), "real");
+      return;
     case json::value_t::string:
-      insertAttribute_.bind(4, value.get_ref<const std::string&>());
-      type = "text";
-      break;
+      return addText(value.get_ref<const std::string&>(), "text");
     default:
-      insertAttribute_.bind(4, value.dump());
-      break;
+      return addText(value.dump(), "json");
   }
-  insertAttribute_.bind(1, event).bind(2, name).bind(3, section).bind(5, type).run();
 }
 
 void Store::addSource(const json& source, const std::string& session) {
-  insertSource_.bind(1, session);
-  int index = 2;
-  for (const char* key :
-       {"source", "medium", "campaign_name", "campaign_id", "term", "content", "source_url", "extras"}) {
-    insertSource_.bind(index++, textOf(source, key));
-  }
-  insertSource_.bind(index, source.dump()).run();
+  insert_.source.run(session, textOf(source, "source"), textOf(source, "medium"), textOf(source, "campaign_name"),
+                     textOf(source, "campaign_id"), textOf(source, "term"), textOf(source, "content"),
+                     textOf(source, "source_url"), textOf(source, "extras"), source.dump());
 }
 
 void Store::addDevice(const RequestRow& row, const json& body, const std::string& now) {
   const json& meta = body.at("meta");
   const json& params = body.at("query_params");
-  insertDevice_.bind(1, row.appID).bind(2, textOf(params, "unique_id").value_or(row.bid.value_or("")));
-  insertDevice_.bind(3, textOf(body, "IDFV")).bind(4, textOf(body, "ADVERTISING_IDENTIFIER"));
-  insertDevice_.bind(5, meta.at("dev_pref").dump()).bind(6, params.dump()).bind(7, row.bid);
-  insertDevice_.bind(8, textOf(meta, "request_time")).bind(9, now).run();
+  insert_.device.run(row.appID, textOf(params, "unique_id").value_or(row.bid.value_or("")), textOf(body, "IDFV"),
+                     textOf(body, "ADVERTISING_IDENTIFIER"), meta.at("dev_pref").dump(), params.dump(), row.bid,
+                     textOf(meta, "request_time"), now);
 }
 
 json Store::summary() {
-  const std::lock_guard lock(mutex_);
-  const auto count = [this](const char* sql) {
-    Statement statement(database_.get(), sql);
-    statement.step();
-    return statement.integer(0);
-  };
-  json requests = json::object();
-  Statement byStatus(database_.get(), "SELECT status, count(*) FROM requests GROUP BY status ORDER BY status");
-  while (byStatus.step()) requests[byStatus.text(0)] = byStatus.integer(1);
-  return {
-      {"requests", requests},
-      {"batches", count("SELECT count(*) FROM batches")},
-      {"events", count("SELECT count(*) FROM events")},
-      {"sessions", count("SELECT count(*) FROM sessions")},
-      {"sources", count("SELECT count(*) FROM sources")},
-      {"devices", count("SELECT count(*) FROM devices")},
-      {"users", count("SELECT count(DISTINCT user_id) FROM batches")},
-      {"signatures_checked", count("SELECT count(*) FROM requests WHERE signature IN ('good', 'missing', 'wrong')")},
-      {"signatures_bad", count("SELECT count(*) FROM requests WHERE signature IN ('missing', 'wrong')")},
-      {"duplicates", count("SELECT count(*) FROM requests WHERE duplicate = 1")}};
+  return inTransaction([&] {
+    const auto count = [this](const char* what) {
+      std::int64_t number = 0;
+      session_ << "SELECT " << what, soci::into(number);
+      return number;
+    };
+    json requests = json::object();
+    int status = 0;
+    std::int64_t number = 0;
+    soci::statement byStatus =
+        (session_.prepare << "SELECT status, count(*) FROM requests GROUP BY status ORDER BY status",
+         soci::into(status), soci::into(number));
+    byStatus.execute();
+    while (byStatus.fetch()) requests[std::to_string(status)] = number;
+    return json{{"requests", requests},
+                {"batches", count("count(*) FROM batches")},
+                {"events", count("count(*) FROM events")},
+                {"sessions", count("count(*) FROM sessions")},
+                {"sources", count("count(*) FROM sources")},
+                {"devices", count("count(*) FROM devices")},
+                {"users", count("count(DISTINCT user_id) FROM batches")},
+                {"signatures_checked", count("count(*) FROM requests WHERE signature IN ('good', 'missing', 'wrong')")},
+                {"signatures_bad", count("count(*) FROM requests WHERE signature IN ('missing', 'wrong')")},
+                {"duplicates", count("count(*) FROM requests WHERE duplicate = 1")}};
+  });
 }
 
 nlohmann::ordered_json Store::rows(const View& view, std::int64_t limit) {
-  const std::lock_guard lock(mutex_);
-  Statement statement(database_.get(), view.sql);
-  statement.bind(1, limit);
-  auto rows = nlohmann::ordered_json::array();
-  while (statement.step()) {
-    auto row = nlohmann::ordered_json::object();
-    for (int column = 0; column < statement.columns(); ++column) {
-      auto& value = row[statement.name(column)];
-      if (statement.type(column) == SQLITE_INTEGER) {
-        value = statement.integer(column);
-      } else if (statement.type(column) != SQLITE_NULL) {
-        value = statement.text(column);
+  return inTransaction([&] {
+    struct Cell {
+      std::int64_t integer = 0;
+      Text text;
+      soci::indicator state = soci::i_ok;
+    };
+    std::vector<Cell> cells(view.columns.size());
+    soci::statement statement(session_);
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+      if (view.columns[i].type == Column::Type::Integer) {
+        statement.exchange(soci::into(cells[i].integer, cells[i].state));
+      } else {
+        statement.exchange(soci::into(cells[i].text));
       }
     }
-    rows.push_back(std::move(row));
-  }
-  return rows;
+    statement.exchange(soci::use(limit));
+    statement.alloc();
+    statement.prepare(queryOf(view));
+    statement.define_and_bind();
+    statement.execute();
+    auto rows = nlohmann::ordered_json::array();
+    while (statement.fetch()) {
+      auto row = nlohmann::ordered_json::object();
+      for (std::size_t i = 0; i < cells.size(); ++i) {
+        auto& value = row[view.columns[i].name];
+        if (view.columns[i].type == Column::Type::Integer) {
+          if (cells[i].state == soci::i_ok) value = cells[i].integer;
+        } else if (cells[i].text) {
+          value = *cells[i].text;
+        }
+      }
+      rows.push_back(std::move(row));
+    }
+    return rows;
+  });
 }
 
 }  // namespace zorvane::collector

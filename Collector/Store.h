@@ -1,4 +1,4 @@
-// Everything that was received, in SQLite (tables: Collector/Schema.h).
+// Everything that was received, in a database (tables: Collector/Schema.h).
 #pragma once
 
 #include <cstdint>
@@ -12,37 +12,60 @@
 
 namespace zorvane::collector {
 
-// What is kept of every POST to a service.
+// One row of the table requests.
 struct RequestRow {
   Service service = Service::Report;
   std::string appID;
   std::size_t bytes = 0;
-  int status = 0;  // 0: no answer is sent
+  int status = 0;  // 0: no response is sent
   std::optional<Signature> signature;
   std::optional<std::string> bid;
   std::string error;
 };
 
-// Any thread. Each operation is one transaction, committed when the call returns, nothing changed if it throws
-// DatabaseError. In a file, what was committed survives a power loss.
+// Thread-safe. Each operation is one transaction, committed when the call returns. If it throws DatabaseError, nothing
+// changed. In a file, committed data survives a power loss.
 class Store {
  public:
   // An empty path: in memory. Throws std::runtime_error that names the file.
   explicit Store(const std::string& path);
 
-  // A request whose content is not taken.
+  // Stores the row of a request that was refused.
   void addRefused(const RequestRow& row);
-  // A request whose body has passed the checks. False if its bid was accepted before: only the row is added.
+  // Stores a request whose body passed the checks. False if its bid was accepted before: then only the row is stored.
   bool addAccepted(const RequestRow& row, const json& body);
 
   // {"requests": {STATUS: count}, "batches", "events", "sessions", "sources", "devices", "users",
-  //  "signatures_checked", "signatures_bad", "duplicates"}, all of them counts over the whole database.
+  //  "signatures_checked", "signatures_bad", "duplicates"}, all counts over the whole database.
   json summary();
-  // The first rows of the view, objects of columns in their order, NULL as null.
+  // The first rows of the view, as objects with its columns in order; NULL as null.
   nlohmann::ordered_json rows(const View& view, std::int64_t limit);
 
  private:
-  std::int64_t addRow(const RequestRow& row, bool accepted, bool duplicate, const std::string& now);
+  using Text = std::optional<std::string>;
+  // Opens the session before statements are prepared on it.
+  struct Session : soci::session {
+    explicit Session(const std::string& path);
+  };
+  // Prepared once. The types are those of the columns, in their order.
+  struct Inserts {
+    explicit Inserts(soci::session& database);
+    Insert<std::string, std::string, std::string, int, Text, Text, int, int, std::int64_t, Text> request;
+    Insert<std::int64_t, Text, std::string, Text, Text, Text, Text, Text, Text, std::string> batch;
+    Insert<std::int64_t, std::int64_t, Text, int, Text, Text, Text, std::string> event;
+    // One for each type of value.
+    Insert<std::int64_t, std::string, std::string, std::int64_t, std::string> integerAttribute;
+    Insert<std::int64_t, std::string, std::string, double, std::string> realAttribute;
+    Insert<std::int64_t, std::string, std::string, Text, std::string> textAttribute;
+    Insert<std::string, Text, std::string, std::int64_t> session;
+    Insert<std::string, Text, Text, Text, Text, Text, Text, Text, Text, std::string> source;
+    Insert<std::string, std::string, Text, Text, std::string, std::string, Text, Text, std::string> device;
+  };
+
+  // Commits after the work, rolls back if it throws. Turns SOCI's errors into DatabaseError.
+  template <typename Work>
+  auto inTransaction(Work work);
+  std::optional<std::int64_t> addRow(const RequestRow& row, bool accepted, bool duplicate, const std::string& now);
   void addBatch(const RequestRow& row, const json& body, std::int64_t request, const std::string& now);
   void addEvent(const json& event, std::int64_t batch, std::int64_t position);
   void addAttribute(std::int64_t event, const std::string& name, const char* section, const json& value);
@@ -50,9 +73,8 @@ class Store {
   void addDevice(const RequestRow& row, const json& body, const std::string& now);
 
   std::mutex mutex_;
-  Database database_;
-  Statement findBid_, insertRequest_, insertBatch_, insertEvent_, insertAttribute_, insertSession_, insertSource_,
-      insertDevice_;
+  Session session_;
+  Inserts insert_;
 };
 
 }  // namespace zorvane::collector

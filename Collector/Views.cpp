@@ -3,38 +3,86 @@
 namespace zorvane::collector {
 namespace {
 
+constexpr Column::Type kInteger = Column::Type::Integer;
+
+// group_concat is specific to SQLite; other databases have string_agg.
+constexpr Column kUsers[] = {
+    {"app_id"},
+    {"user_id"},
+    {"segment_id"},
+    {"devices", kInteger, "count(DISTINCT unique_id)"},
+    {"sessions", kInteger, "count(DISTINCT session_id)"},
+    {"batches", kInteger, "count(*)"},
+    {"events", kInteger, "sum((SELECT count(*) FROM events WHERE batch = batches.id))"},
+    {"first_batch", Column::Type::Text, "min(request_time)"},
+    {"last_batch", Column::Type::Text, "max(request_time)"},
+};
+constexpr Column kDevices[] = {
+    {"app_id"},
+    {"unique_id"},
+    {"idfv"},
+    {"advertising_id"},
+    {"preferences"},
+    {"query_params"},
+    {"registrations", kInteger},
+    {"request_time"},
+    {"batches", kInteger,
+     "(SELECT count(*) FROM batches WHERE batches.app_id = devices.app_id AND batches.unique_id = devices.unique_id)"},
+    {"received_at"},
+};
+constexpr Column kSessions[] = {
+    {"session_id", Column::Type::Text, "sessions.session_id"},
+    {"start_time", Column::Type::Text, "sessions.start_time"},
+    {"app_id", Column::Type::Text, "sessions.app_id"},
+    {"user_id"},
+    {"sources", Column::Type::Text,
+     "(SELECT group_concat(coalesce(source, '-') || ' / ' || coalesce(medium, '-'), ', ') FROM sources WHERE "
+     "sources.session_id = sessions.session_id)"},
+};
+constexpr Column kSources[] = {
+    {"session_id"}, {"source"},  {"medium"},     {"campaign_name"}, {"campaign_id"},
+    {"term"},       {"content"}, {"source_url"}, {"extras"},
+};
+constexpr Column kBatches[] = {
+    {"id", kInteger}, {"bid"},          {"app_id"},
+    {"user_id"},      {"segment_id"},   {"unique_id"},
+    {"session_id"},   {"request_time"}, {"events", kInteger, "(SELECT count(*) FROM events WHERE batch = batches.id)"},
+    {"received_at"},
+};
+constexpr Column kEvents[] = {
+    {"id", kInteger, "events.id"}, {"name"}, {"user_id"},         {"session_id"}, {"gmt_time"}, {"local_time"},
+    {"non_interactive", kInteger}, {"raw"},  {"batch", kInteger},
+};
+constexpr Column kRequests[] = {
+    {"id", kInteger}, {"received_at"},         {"service"},         {"app_id"}, {"status", kInteger}, {"signature"},
+    {"bid"},          {"duplicate", kInteger}, {"bytes", kInteger}, {"error"},
+};
+
 constexpr View kViews[] = {
-    {"users",
-     "SELECT app_id, user_id, segment_id, count(DISTINCT unique_id) AS devices, count(DISTINCT session_id) AS "
-     "sessions, count(*) AS batches, sum((SELECT count(*) FROM events WHERE batch = batches.id)) AS events, "
-     "min(request_time) AS first_batch, max(request_time) AS last_batch FROM batches "
-     "GROUP BY app_id, user_id, segment_id ORDER BY max(id) DESC LIMIT ?"},
-    {"devices",
-     "SELECT app_id, unique_id, idfv, advertising_id, preferences, query_params, registrations, request_time, "
-     "(SELECT count(*) FROM batches WHERE batches.app_id = devices.app_id AND batches.unique_id = devices.unique_id) "
-     "AS batches, received_at FROM devices ORDER BY received_at DESC, unique_id LIMIT ?"},
-    {"sessions",
-     "SELECT sessions.session_id, sessions.start_time, sessions.app_id, user_id, (SELECT group_concat(coalesce(source, "
-     "'-') || ' / ' || coalesce(medium, '-'), ', ') FROM sources WHERE sources.session_id = sessions.session_id) AS "
-     "sources FROM sessions JOIN batches ON batches.id = first_batch ORDER BY first_batch DESC LIMIT ?"},
-    {"sources",
-     "SELECT session_id, source, medium, campaign_name, campaign_id, term, content, source_url, extras FROM sources "
-     "ORDER BY id DESC LIMIT ?"},
-    {"batches",
-     "SELECT id, bid, app_id, user_id, segment_id, unique_id, session_id, request_time, (SELECT count(*) FROM events "
-     "WHERE batch = batches.id) AS events, received_at FROM batches ORDER BY id DESC LIMIT ?"},
-    {"events",
-     "SELECT events.id, name, user_id, session_id, gmt_time, local_time, non_interactive, raw, batch FROM events "
-     "JOIN batches ON batches.id = batch ORDER BY events.id DESC LIMIT ?"},
-    {"requests",
-     "SELECT id, received_at, service, app_id, status, signature, bid, duplicate, bytes, error FROM requests "
-     "ORDER BY id DESC LIMIT ?"},
+    {"users", kUsers, "FROM batches GROUP BY app_id, user_id, segment_id ORDER BY max(id) DESC LIMIT :limit"},
+    {"devices", kDevices, "FROM devices ORDER BY received_at DESC, unique_id LIMIT :limit"},
+    {"sessions", kSessions,
+     "FROM sessions JOIN batches ON batches.id = first_batch ORDER BY first_batch DESC LIMIT :limit"},
+    {"sources", kSources, "FROM sources ORDER BY id DESC LIMIT :limit"},
+    {"batches", kBatches, "FROM batches ORDER BY id DESC LIMIT :limit"},
+    {"events", kEvents, "FROM events JOIN batches ON batches.id = batch ORDER BY events.id DESC LIMIT :limit"},
+    {"requests", kRequests, "FROM requests ORDER BY id DESC LIMIT :limit"},
 };
 
 }  // namespace
 
 std::span<const View> allViews() {
   return kViews;
+}
+
+std::string queryOf(const View& view) {
+  std::string text;
+  for (const Column& column : view.columns) {
+    text += text.empty() ? "SELECT " : ", ";
+    if (column.expression) text += std::string(column.expression) + " AS ";
+    text += column.name;
+  }
+  return text + " " + view.source;
 }
 
 const char* inspectorPage() {
@@ -68,9 +116,9 @@ const add = (parent, tag, text) => {
   return element;
 };
 const get = async name => {
-  const answer = await fetch("/api/" + name);
-  if (!answer.ok) throw new Error("/api/" + name + ": HTTP status " + answer.status);
-  return answer.json();
+  const response = await fetch("/api/" + name);
+  if (!response.ok) throw new Error("/api/" + name + ": HTTP status " + response.status);
+  return response.json();
 };
 let shown = views.includes(location.hash.slice(1)) ? location.hash.slice(1) : "users";
 async function refresh() {

@@ -13,15 +13,15 @@ int main(int argc, char** argv) {
   Options options;
   try {
     options = parseOptions(std::vector<std::string>(argv + 1, argv + argc));
-  } catch (const UsageError& error) {
-    std::fprintf(stderr, "zrcollector: %s (--help lists the options)\n", error.what());
+  } catch (const zorvane::UsageError& error) {
+    std::fprintf(stderr, "zrcollector: %s\n", error.what());
     return 2;
   }
-  if (options.help) {
-    std::fputs(kUsage, stdout);
+  if (!options.information.empty()) {
+    std::fputs(options.information.c_str(), stdout);
     return 0;
   }
-  // Blocked here, before there are other threads, and taken one by one below.
+  // Blocked before other threads start, so that only sigwait() below receives them.
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);

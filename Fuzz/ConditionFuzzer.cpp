@@ -41,15 +41,15 @@ Verdict verdictOf(Reports& reports, const Dictionary& condition, const Value& ev
   const auto evaluate = [&] {
     const int before = reports.count;
     const bool holds = made->checkIfAttributeConditionSatisfiedForEventAndAttributes(event, record);
-    fuzz::check(reports.count == before || !holds, "what raises does not hold");
+    fuzz::check(reports.count == before || !holds, "a condition that raises does not hold");
     return reports.count != before ? Verdict::Raised : holds ? Verdict::True : Verdict::False;
   };
   const Verdict verdict = evaluate();
-  fuzz::check(evaluate() == verdict, "an evaluation can be repeated");
+  fuzz::check(evaluate() == verdict, "a repeated evaluation has the same result");
   return verdict;
 }
 
-// Whether a negated filter of that kind says the opposite, for a value that is there.
+// Whether negation inverts the result of this filter for a value that exists.
 bool invertsAlways(const ZREventFilter& filter) {
   const ZRFilterOperator op = filter.filterOperator();
   switch (filter.dataType()) {
@@ -72,8 +72,8 @@ Verdict verdictOfFilter(Reports& reports, Dictionary filter, bool negate, const 
   return verdictOf(reports, {{"eventName", "E"}, {"filters", Value(Array{filter})}}, "E", record);
 }
 
-// Of one filter: it and its negation never both hold, and one of them does exactly where an operator is inverted.
-// Returns its verdict as it stands in the condition; empty for a filter that cannot be read.
+// Checks that a filter and its negation never both hold, and that one of them holds exactly where negation inverts.
+// Returns the filter's verdict in its condition; empty for a filter that cannot be read.
 std::optional<Verdict> checkFilter(Reports& reports, const Value& value, const Dictionary& record) {
   const Dictionary* dictionary = value.asDictionary();
   if (!dictionary) return std::nullopt;
@@ -85,7 +85,7 @@ std::optional<Verdict> checkFilter(Reports& reports, const Value& value, const D
   }
   const Verdict plain = verdictOfFilter(reports, *dictionary, false, record);
   const Verdict negated = verdictOfFilter(reports, *dictionary, true, record);
-  fuzz::check((plain == Verdict::Raised) == (negated == Verdict::Raised), "negation raises nothing and hides nothing");
+  fuzz::check((plain == Verdict::Raised) == (negated == Verdict::Raised), "both raise or neither");
   if (plain != Verdict::Raised) {
     const Verdict exists = [&] {
       Dictionary other = *dictionary;
@@ -95,13 +95,13 @@ std::optional<Verdict> checkFilter(Reports& reports, const Value& value, const D
     }();
     const bool present = exists == Verdict::True;
     const bool inverts = invertsAlways(*filter) && (present || filter->filterOperator() == ZRFilterOperatorExists);
-    fuzz::check((plain != negated) == inverts, "a negated filter says the opposite exactly where it is evaluated");
+    fuzz::check((plain != negated) == inverts, "negation inverts exactly where the filter is evaluated");
     fuzz::check(!(plain == Verdict::True && negated == Verdict::True), "they never both hold");
   }
   return filter->isNegate() ? negated : plain;
 }
 
-// What the filters' verdicts make together.
+// The verdict of all filters together.
 Verdict combined(Reports& reports, const Array& filters, bool oneSuffices, const Dictionary& record) {
   for (const Value& value : filters) {
     const Verdict verdict = checkFilter(reports, value, record).value_or(Verdict::False);
@@ -127,7 +127,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   const Verdict verdict = verdictOf(*reports, *condition.asDictionary(), event, *record.asDictionary());
   const Value name = validObjectForKey(*condition.asDictionary(), "eventName");
   if (!event.isString() || !(name == event)) {
-    fuzz::check(verdict == Verdict::False, "another event decides without the filters");
+    fuzz::check(verdict == Verdict::False, "a condition on another event does not hold");
     return 0;
   }
   const Value filters = validObjectForKey(*condition.asDictionary(), "filters");
@@ -139,6 +139,6 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   const Array none;
   fuzz::check(
       combined(*reports, filters.isNil() ? none : *filters.asArray(), oneSuffices, *record.asDictionary()) == verdict,
-      "the filters decide one after the other");
+      "the condition is its filters' verdicts");
   return 0;
 }

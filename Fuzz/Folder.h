@@ -10,7 +10,7 @@
 
 namespace zorvane::fuzz {
 
-// A folder of this process's own, made at the first call and removed at its end.
+// A folder of this process, made by the first call and removed at exit.
 inline const std::string& temporaryFolder() {
   static const std::string* const folder = [] {
     auto* path = new std::string((std::filesystem::temp_directory_path() / "zr-fuzz-XXXXXX").string());

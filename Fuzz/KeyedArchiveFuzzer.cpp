@@ -10,9 +10,9 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   if (!read) return 0;
   const std::string archive = platform::archiveRootObject(read.value());
   const auto again = platform::unarchiveRootObject(archive, "Root", kClasses);
-  fuzz::check(static_cast<bool>(again), "what is written can be read");
+  fuzz::check(static_cast<bool>(again), "a written archive can be read");
   fuzz::check(fuzz::same(platform::parsePropertyList(archive).value(),
                          platform::parsePropertyList(platform::archiveRootObject(again.value())).value()),
-              "what is read back is written the same");
+              "an archive read back is written the same");
   return 0;
 }

@@ -11,16 +11,16 @@ namespace {
 constexpr std::string_view kClasses[] = {"ZRSessionInfo", "ZRSession", "ZRSource", "ZRUserAttributeData",
                                          "ZRUserAttribute"};
 
-// What is read as the class is written and read back the same.
+// An object that can be read is archived and read again without a difference.
 template <typename Class>
 void checkArchive(std::string_view bytes) {
   const auto root = platform::unarchiveRootObject(bytes, Class::kClassName, kClasses);
   if (!root) return;
   const std::string written = platform::archiveRootObject(Class::initWithCoder(*root.value())->encodeWithCoder());
   const auto again = platform::unarchiveRootObject(written, Class::kClassName, kClasses);
-  fuzz::check(static_cast<bool>(again), "what is written can be read");
+  fuzz::check(static_cast<bool>(again), "the archive can be read");
   fuzz::check(platform::archiveRootObject(Class::initWithCoder(*again.value())->encodeWithCoder()) == written,
-              "what is read back is written the same");
+              "and archived again the same");
 }
 
 }  // namespace

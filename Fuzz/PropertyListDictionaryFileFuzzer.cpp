@@ -4,13 +4,13 @@
 #include "Platform/Formats/PropertyListDictionaryFile.h"
 
 using namespace zorvane;
-using Image = platform::PropertyListDictionaryImage;
+using Snapshot = platform::PropertyListDictionarySnapshot;
 
 namespace {
 
-std::string contentOf(const Image& image) {
+std::string contentOf(const Snapshot& snapshot) {
   std::string content;
-  for (const std::string_view piece : image.pieces()) content += piece;
+  for (const std::string_view piece : snapshot.pieces()) content += piece;
   return content;
 }
 
@@ -18,44 +18,46 @@ void checkEntry(const platform::LazyPropertyListValue& lazy) {
   const platform::Value value = lazy.decode();
   std::string text;
   lazy.appendJSONOfKey("", text);
-  fuzz::check(text == platform::jsonText(value), "the JSON of an entry is that of its value");
+  fuzz::check(text == platform::jsonText(value), "an entry has the JSON of its value");
   const platform::Dictionary* dictionary = value.asDictionary();
   if (!dictionary) return;
   for (const auto& [key, element] : *dictionary) {
     if (key.empty()) continue;
-    fuzz::check(fuzz::same(lazy.decodeKey(key), element), "an element can be had alone");
-    fuzz::check(lazy.countOfKey(key) == (element.isArray() ? element.asArray()->size() : 0), "so can its count");
+    fuzz::check(fuzz::same(lazy.decodeKey(key), element), "a value can be decoded by key");
+    fuzz::check(lazy.countOfKey(key) == (element.isArray() ? element.asArray()->size() : 0),
+                "elements can be counted by key");
     text.clear();
     lazy.appendJSONOfKey(key, text);
-    fuzz::check(text == platform::jsonText(element), "so can its JSON");
+    fuzz::check(text == platform::jsonText(element), "JSON can be written by key");
   }
 }
 
-platform::Dictionary soundEntries(const Image& image) {
+platform::Dictionary validEntries(const Snapshot& snapshot) {
   platform::Dictionary values;
-  for (const auto& [key, value] : image.entries()) values.setObjectNilHandledForKey(value.decode(), key);
+  for (const auto& [key, value] : snapshot.entries()) values.setObjectNilHandledForKey(value.decode(), key);
   return values;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
-  const auto opened = Image::open(std::string(fuzz::textOf(data, size)));
+  const auto opened = Snapshot::open(std::string(fuzz::textOf(data, size)));
   if (!opened) return 0;
   for (const auto& entry : opened.value().entries()) checkEntry(entry.value);
 
-  const Image rewritten = Image::ofEntries(opened.value().entries());
+  const Snapshot rewritten = Snapshot::ofEntries(opened.value().entries());
   const auto content = platform::parsePropertyList(contentOf(rewritten));
-  fuzz::check(static_cast<bool>(content), "sound entries make a sound file");
-  fuzz::check(fuzz::same(content.value(), soundEntries(rewritten)), "which holds them");
+  fuzz::check(static_cast<bool>(content), "valid entries make a valid file");
+  fuzz::check(fuzz::same(content.value(), validEntries(rewritten)), "a rewritten file holds the valid entries");
   platform::Dictionary extended = *content.value().asDictionary();
   extended.set("new", 1);
   const auto grown = platform::parsePropertyList(contentOf(rewritten.withEntry("new", 1)));
-  fuzz::check(grown && fuzz::same(grown.value(), extended), "it can be extended");
+  fuzz::check(grown && fuzz::same(grown.value(), extended), "a rewritten file can be extended");
 
-  const auto reopened = Image::open(contentOf(opened.value().withEntry("new", platform::Array{"x"})));
+  const auto reopened = Snapshot::open(contentOf(opened.value().withEntry("new", platform::Array{"x"})));
   fuzz::check(static_cast<bool>(reopened), "any file can be extended");
-  const platform::Dictionary entries = soundEntries(reopened.value());
-  fuzz::check(entries.objectForKey("new") == platform::Value(platform::Array{"x"}), "with what is new in it");
+  const platform::Dictionary entries = validEntries(reopened.value());
+  fuzz::check(entries.objectForKey("new") == platform::Value(platform::Array{"x"}),
+              "an extended file holds the new entry");
   return 0;
 }

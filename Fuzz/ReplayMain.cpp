@@ -1,5 +1,5 @@
 // usage: TARGETReplay [COUNT] FOLDER ...
-// Runs a fuzz target over every file of the folders, then over COUNT inputs made of those: the same ones each time.
+// Runs a fuzz target with each file of the folders, then with COUNT inputs generated from them, the same in each run.
 #include <dirent.h>
 
 #include <algorithm>
@@ -31,7 +31,7 @@ bool readFile(const std::string& path, std::string& bytes) {
   return true;
 }
 
-// Quoted texts, words and numbers, and every other byte by itself.
+// Quoted texts, words and numbers; every other byte is a token of its own.
 std::vector<std::string_view> tokensOf(std::string_view text) {
   const auto isWord = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '.' || c == '-'; };
   std::vector<std::string_view> tokens;
@@ -48,26 +48,24 @@ std::vector<std::string_view> tokensOf(std::string_view text) {
   return tokens;
 }
 
-// Inputs of which some tokens are others' tokens, mostly of the same kind, or are missing.
+// Replaces some tokens of an input by tokens of any input, mostly of the same kind, or removes them.
 void runGenerated(const std::vector<std::string>& inputs, int count) {
   std::mt19937 random(1);
   const auto below = [&random](std::size_t limit) { return random() % limit; };
-  std::vector<std::vector<std::string_view>> all;
   std::vector<std::string_view> pool;
   for (const std::string& input : inputs) {
-    all.push_back(tokensOf(input));
-    pool.insert(pool.end(), all.back().begin(), all.back().end());
+    for (const std::string_view token : tokensOf(input)) pool.push_back(token);
   }
-  if (pool.empty()) return;
   const auto kindOf = [](std::string_view token) { return token[0] == '"' ? 0 : token.size() > 1 ? 1 : 2; };
   for (int i = 0; i < count; ++i) {
-    std::vector<std::string_view> tokens = all[below(all.size())];
+    std::vector<std::string_view> tokens = tokensOf(inputs[below(inputs.size())]);
     for (std::size_t changes = 1 + below(8); changes > 0 && !tokens.empty(); --changes) {
       std::string_view& token = tokens[below(tokens.size())];
       const std::string_view other = pool[below(pool.size())];
-      if (below(32) == 0) {
+      const std::size_t chance = below(32);
+      if (chance == 0) {
         token = {};
-      } else if (token.empty() || kindOf(token) == kindOf(other) || below(16) == 0) {
+      } else if (token.empty() || kindOf(token) == kindOf(other) || chance < 3) {
         token = other;
       }
     }
@@ -95,9 +93,9 @@ int main(int count, char** arguments) {
     }
     closedir(directory);
   }
-  // The order of a folder is not the same everywhere.
+  // The order of a directory differs between systems.
   std::sort(inputs.begin(), inputs.end());
+  if (inputs.empty()) return 1;  // a missing or empty folder
   runGenerated(inputs, generated);
-  // A folder that is missing or empty must not pass for one that was replayed.
-  return inputs.empty() ? 1 : 0;
+  return 0;
 }

@@ -24,7 +24,7 @@ std::string escaped(std::string_view text) {
   return result;
 }
 
-// The session manager on clocks that stand, without a network.
+// The session manager with a manual clock and no network.
 void startModule() {
   const std::string& folder = fuzz::temporaryFolder();
   platform::HostServices host;
@@ -53,11 +53,11 @@ void checkItems(std::string_view text, const std::vector<platform::QueryItem>& i
       std::count(beforeFragment.begin() + static_cast<long>(beforeFragment.find('?')), beforeFragment.end(), '&');
   fuzz::check(items.size() == static_cast<std::size_t>(separators) + 1, "an item between any two separators");
   const auto read = platform::queryItemsOfURL(again);
-  // One item without a name and a value is an empty query.
+  // A single item without name and value is an empty query.
   if (again == "a:?") return;
-  fuzz::check(read.size() == items.size(), "what is escaped again has the same items");
+  fuzz::check(read.size() == items.size(), "the escaped items are read again");
   for (std::size_t i = 0; i < items.size(); ++i) {
-    fuzz::check(read[i].name == items[i].name && read[i].value == items[i].value, "and the same texts");
+    fuzz::check(read[i].name == items[i].name && read[i].value == items[i].value, "with the same texts");
   }
 }
 
@@ -69,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   const std::string text(fuzz::textOf(data, size));
   checkItems(text, platform::queryItemsOfURL(text));
 
-  const URL url = *Value(URL{text}).asURL();  // as a host's URL arrives: valid UTF-8
+  const URL url = *Value(URL{text}).asURL();  // valid UTF-8, like a host's URL
   const auto source = ZRSource::initSourceWithURL(url.absoluteString);
   const Dictionary info = source->getSourceInfoDict();
   fuzz::check(source->sourceURL() == Value(url.absoluteString), "the text is kept");
@@ -79,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     fuzz::check(current.size() == 1, "a source is the session's only one");
     Dictionary other = *current[0].asDictionary();
     Dictionary own = info;
-    // Of two links that differ in nothing but their text, the first stays.
+    // Of two URLs with equal sources the first one is kept.
     other.remove("source_url");
     own.remove("source_url");
     fuzz::check(other == own, "a valid source becomes the session's");

@@ -15,7 +15,7 @@ namespace {
 
 using platform::ApplicationState;
 
-// Half a million years are enough, and add up without overflow.
+// About 500 years: many of them add up without overflow.
 constexpr double kMaximumWait = 1.6e10;
 
 void playLaunch(Runtime& runtime, const ScriptLine& /*line*/) {
@@ -84,7 +84,7 @@ void playSDKState(Runtime& runtime, const ScriptLine& line) {
 }
 
 void playAppID(Runtime& runtime, const ScriptLine& line) {
-  runtime.analytics();  // registers itself with the core
+  runtime.analytics();  // creates the module, which registers itself with the core
   setAppIdentifier(line.text("value").value_or(std::string()));
   if (const auto delegate = ZorvaneCore::sharedInstance().appIdUpdateDelegate()) {
     delegate->appIDChangeHandledWithCompletionBlock(

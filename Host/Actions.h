@@ -1,4 +1,4 @@
-// What a script can do.
+// The actions of a script.
 #pragma once
 
 #include <memory>
@@ -14,14 +14,13 @@ struct Action {
   std::string_view name;
   // Its fields, for --help.
   std::string_view fields;
-  // Returns as soon as the calls it makes have returned. Throws NotAnAction, before anything was done, when the line's
-  // fields are wrong.
+  // Does not wait for what its calls start. If the line's fields are wrong, throws NotAnAction before doing anything.
   void (*play)(Runtime& runtime, const ScriptLine& line);
 };
 
-// Everything that the script's language knows.
+// All actions, in the order of --help.
 std::span<const Action> allActions();
-// Throws NotAnAction for a name that is unknown.
+// Throws NotAnAction for an unknown name.
 const Action& actionNamed(std::string_view name);
 
 // The actions of ActionsEvents.cpp, ActionsConditions.cpp, ActionsLinks.cpp, ActionsUser.cpp and Print.cpp.
@@ -49,11 +48,11 @@ void playPushToken(Runtime& runtime, const ScriptLine& line);
 void playUpdateDevice(Runtime& runtime, const ScriptLine& line);
 void playPrint(Runtime& runtime, const ScriptLine& line);
 
-// Reports the completion of the line's action.
+// Prints a completion line: the operation, the action's line number and the results.
 void printCompletion(Runtime& runtime, std::string_view operation, std::int64_t line,
                      platform::Dictionary results = {});
 
-// An event's properties as the line's fields describe them; null when it has none of them.
+// An event's properties, from the line's fields; null if the line has none of them.
 std::shared_ptr<const ZRProperties> propertiesOf(const ScriptLine& line);
 
 }  // namespace zorvane::host

@@ -12,7 +12,7 @@ void playCondition(Runtime& runtime, const ScriptLine& line) {
   const auto properties = propertiesOf(line);
   const auto condition = ZREventCondition::initWithDictionary(*dictionary);
   const Value event = line.value("event");
-  // The record as trigger delegates receive it; there is none without a name.
+  // The record as trigger delegates receive it; empty for an event without a name.
   Dictionary record;
   if (!event.isNil()) {
     record = ZREventsHandler::sharedInstance().getEventDictForEventAndProperties(event, properties.get());

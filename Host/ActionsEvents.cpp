@@ -12,7 +12,7 @@
 namespace zorvane::host {
 namespace {
 
-// Calls the one for texts or the one for seconds with each date of the line and its name.
+// Calls addText or addSeconds, by the kind of the date, with each date of the line and its name.
 template <typename AddText, typename AddSeconds>
 void forEachDate(const ScriptLine& line, const AddText& addText, const AddSeconds& addSeconds) {
   const Dictionary* dates = line.object("dates");

@@ -11,7 +11,7 @@
 namespace zorvane::host {
 namespace {
 
-// What the operating system tells the application's delegate.
+// Calls the interceptors on the main thread, as the operating system calls the application's delegate.
 template <typename Callback>
 void tellDelegate(Runtime& runtime, const Callback& callback) {
   runtime.onMainThread([&] { ZRAppDelegateSwizzler::forEachInterceptor(callback); });

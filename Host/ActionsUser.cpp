@@ -11,7 +11,7 @@
 namespace zorvane::host {
 namespace {
 
-// Sets the version that the core answers from now on, where the line has one.
+// Sets the line's version, if it has one, in the core's configuration.
 void setVersion(const ScriptLine& line, std::string_view key) {
   if (auto version = line.text("version")) updateRemoteConfiguration({{key, *std::move(version)}});
 }
@@ -61,7 +61,7 @@ void playPushConsent(Runtime& runtime, const ScriptLine& line) {
 }
 
 void playDeviceAttribute(Runtime& runtime, const ScriptLine& line) {
-  runtime.analytics();  // listens from here on
+  runtime.analytics();  // sets the trigger delegates
   ZRDeviceAttributesHandler::sharedInstance().setDeviceAttributeForKey(line.value("value"), line.value("key"));
 }
 

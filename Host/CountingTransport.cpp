@@ -14,7 +14,7 @@ void CountingTransport::send(TransportRequest request, std::function<void(const 
   std::string url = request.url;
   transport_->send(std::move(request),
                    [this, url = std::move(url), completion = std::move(completion)](const TransportResponse& response) {
-                     // Whatever the completion does, the request is over.
+                     // Counts the request even if the completion throws.
                      struct Answered {
                        CountingTransport& self;
                        const std::string& url;

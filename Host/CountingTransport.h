@@ -1,4 +1,4 @@
-// Knows which requests have not been answered yet, and how many were not accepted.
+// Counts requests and responses, and waits for the last response.
 #pragma once
 
 #include <condition_variable>
@@ -11,13 +11,13 @@
 
 namespace zorvane::host {
 
-// Hands everything to another transport. Thread-safe.
+// Forwards to another transport. Thread-safe.
 class CountingTransport final : public NetworkTransport {
  public:
   struct Counts {
     std::uint64_t started = 0;
     std::uint64_t answered = 0;
-    // Not answered with a 2xx status, and what became of the last of them.
+    // Without a 2xx status, and why the last of them failed.
     std::uint64_t failed = 0;
     std::string lastFailure;
   };
@@ -25,7 +25,7 @@ class CountingTransport final : public NetworkTransport {
   explicit CountingTransport(std::shared_ptr<NetworkTransport> transport);
   void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override;
 
-  // Returns when every request has been answered and its completion has returned.
+  // Returns when every request has its response and every completion has returned.
   void waitUntilAnswered();
   Counts counts() const;
 

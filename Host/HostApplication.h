@@ -14,7 +14,7 @@
 
 namespace zorvane::host {
 
-// Thread-safe. Inactive until the script makes it something else. Background tasks count from 1.
+// Thread-safe. Starts inactive. Identifiers of background tasks count from 1.
 class HostApplication final : public platform::Application {
  public:
   explicit HostApplication(Trace& trace) : trace_(trace) {}
@@ -26,9 +26,8 @@ class HostApplication final : public platform::Application {
                                                  std::function<void()> expirationHandler) override;
   void endBackgroundTask(platform::BackgroundTaskId id) override;
 
-  // The system's time for the task of that name (the last begun, where several are running) is up: its expiration
-  // handler is called; one that has ended already has none. Only on the main thread. False when no task of that name
-  // was ever begun.
+  // Calls the expiration handler of the running task of that name, the last begun if there are several; of an ended
+  // task does nothing. Main thread only. False if no task of that name was ever begun.
   bool expire(std::string_view name);
 
  private:
@@ -42,7 +41,7 @@ class HostApplication final : public platform::Application {
   std::atomic<platform::ApplicationState> state_{platform::ApplicationState::Inactive};
   platform::Mutex mutex_;
   std::set<std::string, std::less<>> names_ ZR_GUARDED_BY(mutex_);
-  // The name of every task begun so far, by id - 1; a repeated end is told by it.
+  // The names of all tasks begun so far, by id - 1: the trace names a task also when it is ended twice.
   std::vector<const std::string*> nameById_ ZR_GUARDED_BY(mutex_);
   std::vector<Task> running_ ZR_GUARDED_BY(mutex_);
 };

@@ -1,4 +1,4 @@
-// The clocks of a run: real ones, or such that stand until the script moves them.
+// The clocks of a run: real, or moved only by the script.
 #pragma once
 
 #include <atomic>
@@ -12,11 +12,11 @@ namespace zorvane::host {
 // Thread-safe.
 class HostClock : public platform::Clock {
  public:
-  // The wall clock jumps; timers do not notice.
+  // Sets the wall clock. The monotonic clock, and so timers, do not change.
   virtual void setNow(platform::Date date) = 0;
 };
 
-// Real time, and on the wall clock what the script has put it off by.
+// Real time; on the wall clock plus the offset that the script set.
 class RunningClock final : public HostClock {
  public:
   platform::Date now() const override;
@@ -28,7 +28,7 @@ class RunningClock final : public HostClock {
   std::atomic<double> offset_{0};
 };
 
-// Counts whole microseconds, so that many short waits add up to the millisecond.
+// Stands still until advanced. Counts whole microseconds, so that many short waits add up exactly.
 class StandingClock final : public HostClock {
  public:
   explicit StandingClock(platform::Date start);
@@ -37,11 +37,11 @@ class StandingClock final : public HostClock {
   bool runsByItself() const override { return false; }
   void setNow(platform::Date date) override;
 
-  // The monotonic clock in microseconds, and the first such count at which it shows so many seconds or more.
+  // Ticks are microseconds of the monotonic clock. ticksReaching: the first tick at or after that many seconds.
   std::int64_t ticks() const;
   static std::int64_t ticksReaching(double monotonicSeconds);
   static std::int64_t ticksOf(double duration);
-  // Time passes on both clocks, until the monotonic one has reached that count.
+  // Advances both clocks until the monotonic one has reached that tick.
   void advanceTo(std::int64_t ticks);
 
  private:

@@ -1,4 +1,4 @@
-// A stream of JSON lines.
+// Writes JSON lines to a descriptor.
 #pragma once
 
 #include <atomic>
@@ -10,8 +10,7 @@
 
 namespace zorvane::host {
 
-// Thread-safe. Lines of several threads stand one after the other, each whole; a line is with the system when the call
-// returns.
+// Thread-safe: lines of several threads do not mix. Unbuffered: the line is written when the call returns.
 class LineFile {
  public:
   explicit LineFile(int descriptor) : descriptor_(descriptor) {}
@@ -19,10 +18,10 @@ class LineFile {
   LineFile& operator=(const LineFile&) = delete;
 
   void write(const platform::Dictionary& line);
-  // The text is one line of JSON without its end.
+  // One line of JSON, without the line break.
   void writeText(std::string line);
 
-  // Whether the system has refused a line; nothing is written after that.
+  // Whether a write has failed; nothing is written after that.
   bool failed() const { return failed_.load(); }
 
  private:

@@ -1,37 +1,57 @@
 #include "Host/Options.h"
 
 #include <algorithm>
-#include <string_view>
+#include <utility>
 
+#include "Host/Actions.h"
 #include "Platform/Time/DateFormat.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 
 namespace zorvane::host {
 namespace {
 
-std::string checkedEndpoint(std::string url) {
-  const std::string given = url;
-  while (url.ends_with('/')) url.pop_back();
-  std::string lower = url.substr(0, 8);
+constexpr std::size_t kActionFieldColumn = 24;
+
+// Removes slashes at the end. Returns what is wrong with the address; empty: nothing.
+std::string checkEndpoint(std::string& url) {
+  std::string base = url;
+  while (base.ends_with('/')) base.pop_back();
+  std::string lower = base.substr(0, 8);
   std::transform(lower.begin(), lower.end(), lower.begin(),
                  [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
   const std::size_t scheme = lower.starts_with("http://") ? 7 : lower.starts_with("https://") ? 8 : 0;
-  if (scheme == 0 || url.size() <= scheme || url[scheme] == '/' ||
-      url.find_first_of(" \t\r\n?#") != std::string::npos) {
-    throw UsageError("--endpoint must be a base address such as http://127.0.0.1:8080, not \"" + given + "\"");
+  if (scheme == 0 || base.size() <= scheme || base[scheme] == '/' ||
+      base.find_first_of(" \t\r\n?#") != std::string::npos) {
+    return "must be a base address such as http://127.0.0.1:8080, not \"" + url + "\"";
   }
-  return url;
+  url = std::move(base);
+  return "";
 }
 
-platform::Date checkedTime(const std::string& text) {
-  const auto date = parseTime(text);
-  if (!date) throw UsageError("--clock must be a time such as 2026-11-21T10:00:00.000Z, not \"" + text + "\"");
-  return *date;
+std::string checkTime(const std::string& text) {
+  return parseTime(text) ? "" : "must be a time such as 2026-11-21T10:00:00.000Z, not \"" + text + "\"";
 }
 
-std::string notEmpty(const std::string& option, std::string value) {
-  if (value.empty()) throw UsageError(option + " must not be empty");
-  return value;
+std::string helpFooter() {
+  std::string text =
+      "Actions, {\"do\": NAME, ...}, each also with \"async\": true to go on without waiting for what it starts:\n";
+  for (const Action& action : allActions()) {
+    std::string fields(action.fields);
+    for (std::size_t end = 0; (end = fields.find('\n', end)) != std::string::npos; end += kActionFieldColumn) {
+      fields.replace(end, 1, "\n" + std::string(kActionFieldColumn, ' '));
+    }
+    std::string line = "  " + std::string(action.name);
+    if (!fields.empty()) line.resize(kActionFieldColumn, ' ');
+    text += line + fields + "\n";
+  }
+  return text +
+         "\n"
+         "Exit status: 0 the script was played, 1 it could not be played to its end, 2 wrong usage, 3 a line is not an "
+         "action.\n"
+         "\n"
+         "Example, with a zrcollector that listens on port 8080:\n"
+         "  printf '%s\\n' '{\"do\": \"launch\"}' '{\"do\": \"track\", \"event\": \"Hello\"}' '{\"do\": \"flush\"}' |\n"
+         "    zrhost --data ./app --endpoint http://127.0.0.1:8080";
 }
 
 }  // namespace
@@ -43,63 +63,38 @@ std::optional<platform::Date> parseTime(const std::string& text) {
 
 Options parseOptions(const std::vector<std::string>& arguments) {
   Options options;
-  bool scriptGiven = false;
-  bool optionsEnded = false;
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    const std::string& argument = arguments[i];
-    if (optionsEnded || argument == "-" || !argument.starts_with('-')) {
-      if (scriptGiven) throw UsageError("one script is played at a time: \"" + argument + "\" is one too many");
-      options.script = notEmpty("SCRIPT", argument);
-      scriptGiven = true;
-      continue;
-    }
-    const std::size_t equals = argument.find('=');
-    const std::string name = argument.substr(0, equals);
-    const bool valueAttached = equals != std::string::npos;
-    if (argument == "--") {
-      optionsEnded = true;
-    } else if (argument == "--quiet") {
-      options.quiet = true;
-    } else if (argument == "--help" || argument == "-h") {
-      options.help = true;
-      return options;
-    } else if (name == "--data" || name == "--endpoint" || name == "--app-id" || name == "--config" ||
-               name == "--trace" || name == "--clock") {
-      if (!valueAttached && i + 1 == arguments.size()) throw UsageError(name + " needs a value");
-      const std::string value = valueAttached ? argument.substr(equals + 1) : arguments[++i];
-      if (name == "--data") options.data = notEmpty(name, value);
-      if (name == "--endpoint") options.endpoint = checkedEndpoint(value);
-      if (name == "--app-id") options.appId = value;
-      if (name == "--config") options.config = notEmpty(name, value);
-      if (name == "--trace") options.trace = notEmpty(name, value);
-      if (name == "--clock") options.clock = checkedTime(value);
-    } else {
-      throw UsageError("unknown option \"" + argument + "\" (see --help)");
-    }
-  }
-  if (options.data.empty()) throw UsageError("--data is missing (see --help)");
-  if (options.endpoint.empty()) throw UsageError("--endpoint is missing (see --help)");
+  std::string clock;
+  CommandLine line("zrhost",
+                   "Embeds the analytics module like an application and plays a script of what the application's user\n"
+                   "and its operating system do. Requests are real.",
+                   helpFooter());
+  line.add_option("--data", options.data,
+                  "the application's container, made when absent; a second run over it is the next launch (required)")
+      ->required()
+      ->option_text("DIR")
+      ->check(refuseEmpty);
+  line.add_option("--endpoint", options.endpoint, "base address of the collection service (required)")
+      ->required()
+      ->option_text("URL")
+      ->transform(CLI::Validator(checkEndpoint, "", ""));
+  line.add_option("--app-id", options.appId, "application identifier (default: DEMO; \"\" means none)")
+      ->type_name("ID");
+  line.add_option("--config", options.config, "remote configuration, a JSON object")
+      ->type_name("FILE")
+      ->check(refuseEmpty);
+  line.add_option("--trace", options.trace, "what happens in the module goes there, one JSON object a line")
+      ->type_name("FILE")
+      ->check(refuseEmpty);
+  line.add_option("--clock", clock, "the clocks stand at this ISO 8601 time and move only by \"wait\" and \"clock\"")
+      ->type_name("TIME")
+      ->check(checkTime);
+  line.add_flag("--quiet", options.quiet, "no \"done\" lines");
+  line.add_option("SCRIPT", options.script, "a file of JSON lines, one action each; \"-\" or none: standard input")
+      ->option_text(" ")
+      ->check(refuseEmpty);
+  options.information = line.read(arguments);
+  if (!clock.empty()) options.clock = parseTime(clock);
   return options;
-}
-
-std::string usageText() {
-  return "usage: zrhost --data DIR --endpoint URL [--app-id ID] [--config FILE] [--trace FILE] [--clock TIME] "
-         "[--quiet]\n"
-         "              [SCRIPT]\n"
-         "Embeds the analytics module like an application and plays a script of what the application's user and its\n"
-         "operating system do. Requests are real.\n"
-         "\n"
-         "  --data DIR      the application's container, made when absent; a second run over it is the next launch\n"
-         "  --endpoint URL  base address of the collection service\n"
-         "  --app-id ID     application identifier (default: DEMO; \"\" means none)\n"
-         "  --config FILE   remote configuration, a JSON object\n"
-         "  --trace FILE    what happens in the module goes there, one JSON object a line\n"
-         "  --clock TIME    the clocks stand at this ISO 8601 time and move only by \"wait\" and \"clock\"\n"
-         "  --quiet         no \"done\" lines\n"
-         "  SCRIPT          a file of JSON lines, one action each; \"-\" or none: standard input\n"
-         "\n"
-         "Exit status: 0 the script was played, 1 it could not be played to its end, 2 wrong usage, 3 a line is not an "
-         "action.\n";
 }
 
 }  // namespace zorvane::host

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "CommandLine/CommandLine.h"
 #include "Platform/Values/Value.h"
 
 namespace zorvane::host {
@@ -19,18 +19,13 @@ struct Options {
   // Files; empty: none.
   std::string config;
   std::string trace;
-  // Where the clocks stand; absent: real time.
+  // The time of clocks that only the script moves; absent: real time.
   std::optional<platform::Date> clock;
   // A file; "-" is the standard input.
   std::string script = "-";
   bool quiet = false;
-  bool help = false;
-};
-
-// What is wrong with how the program was called, in one line.
-class UsageError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
+  // The text of --help or --version: print it and exit. Empty: play.
+  std::string information;
 };
 
 // Takes the arguments without the program's name. Throws UsageError.
@@ -38,8 +33,5 @@ Options parseOptions(const std::vector<std::string>& arguments);
 
 // An ISO 8601 time in UTC, with or without milliseconds ("2026-11-21T10:00:00.000Z"); empty for any other text.
 std::optional<platform::Date> parseTime(const std::string& text);
-
-// The options, for --help.
-std::string usageText();
 
 }  // namespace zorvane::host

@@ -12,8 +12,8 @@ inline constexpr int kStatusFailed = 1;
 inline constexpr int kStatusWrongUsage = 2;
 inline constexpr int kStatusNotAnAction = 3;
 
-// On the calling thread, which is neither the main thread nor one of a queue's. When it returns, everything is at rest.
-// The result is the exit status; what went wrong is said on the standard error.
+// Plays on the calling thread, which must not be the main thread or a queue's. When it returns, all queues are idle and
+// all requests have their responses. Returns the exit status; errors go to standard error.
 int playScript(Runtime& runtime, LineReader& script, bool quiet);
 
 }  // namespace zorvane::host

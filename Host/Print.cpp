@@ -1,4 +1,4 @@
-// What "print" shows.
+// The action "print".
 
 #include <dirent.h>
 
@@ -45,7 +45,7 @@ Value userAttributes() {
   return all;
 }
 
-// The file itself, as it stands on the disk.
+// Read from the file, not from the module's memory.
 Value batches() {
   ZRBatchFile file(platform::joinPath(ZRCoreUtils::getDocumentsDirectoryPath(), "ZorvaneBatchEvents.plist"));
   if (!file.exists()) return null;
@@ -61,7 +61,7 @@ Value currentBatch() {
   return events ? Value(*events) : Value(null);
 }
 
-// Those that have a file, and the one that is configured.
+// The application groups that have a defaults file, and the configured one.
 std::set<std::string> groupNames() {
   constexpr std::string_view kExtension = ".plist";
   std::set<std::string> names;

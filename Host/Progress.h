@@ -1,4 +1,4 @@
-// How far a long script is, on the terminal.
+// Progress of a long script, on the terminal.
 #pragma once
 
 #include <chrono>
@@ -6,13 +6,13 @@
 
 namespace zorvane::host {
 
-// One line of the standard error that is written over; nothing at all when that is no terminal, or when the output's
-// own lines go to a terminal too.
+// One line on standard error that is overwritten. Disabled if standard error is not a terminal, or if output lines go
+// to a terminal too.
 class Progress {
  public:
   explicit Progress(bool outputIsQuiet);
 
-  // Whether the line is worth writing again: not before the first second, then five times a second.
+  // Whether to show() again: after the first second, then five times a second.
   bool isDue();
   void show(std::int64_t lines, std::uint64_t events, std::uint64_t requests);
   // Clears the line.

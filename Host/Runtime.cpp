@@ -26,7 +26,7 @@ namespace {
 
 constexpr std::size_t kMaximumConfigurationFile = 16u << 20;
 
-// The advertising identifier as the configuration has it at the moment.
+// Reads the advertising identifier from the current configuration.
 class ConfiguredAdvertising final : public platform::AdvertisingService {
  public:
   int trackingAuthorizationStatus() const override {
@@ -84,7 +84,7 @@ platform::Directories makeContainer(const std::string& path) {
 
 int openTrace(const std::string& path) {
   if (path.empty()) return -1;
-  // A link is somebody else's word on where to write, but for the system's own ("/dev/stdout").
+  // Symbolic links are refused: others could redirect the output with them. Those below /dev are the system's.
   const int links = path.starts_with("/dev/") ? 0 : O_NOFOLLOW;
   const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC | links, 0600);
   if (descriptor < 0) throw UsageError("--trace: cannot write " + path + ": " + std::strerror(errno));
@@ -176,7 +176,7 @@ void Runtime::settle() {
     scheduler_->waitUntilIdle();
     transport_->waitUntilAnswered();
     const auto after = transport_->counts();
-    // Nothing was on its way before the queues came to rest, and nothing has been sent since.
+    // No request was pending before the queues were idle, and none has started since.
     if (before.answered == before.started && after.started == before.started) return;
   }
 }
@@ -186,7 +186,7 @@ void Runtime::passTime(double seconds) {
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
     return;
   }
-  // What was started before belongs to the time before.
+  // Tasks posted earlier run before time passes.
   scheduler_->waitUntilIdle();
   const std::int64_t end = standingClock_->ticks() + StandingClock::ticksOf(seconds);
   while (true) {

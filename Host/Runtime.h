@@ -1,4 +1,4 @@
-// The application around the module: its services, its container, its clocks, its connection to the service.
+// The application that embeds the module: services, container, clocks, transport.
 #pragma once
 
 #include <functional>
@@ -15,11 +15,11 @@
 
 namespace zorvane::host {
 
-// One for the process, never destroyed. Made on the main thread; from then on the script's thread uses it.
+// One per process, never destroyed. Created on the main thread, then used by the script's thread.
 class Runtime {
  public:
-  // Makes the container, gives the host's services and sets the core up; the module is not touched. Throws UsageError
-  // for what the options name and the system, or the core, refuses.
+  // Creates the container, configures the host's services and the core; does not touch the module. Throws UsageError if
+  // an option names something that cannot be used.
   explicit Runtime(const Options& options);
   Runtime(const Runtime&) = delete;
   Runtime& operator=(const Runtime&) = delete;
@@ -30,25 +30,25 @@ class Runtime {
   const CountingTransport& transport() const { return *transport_; }
   platform::ThreadScheduler& scheduler() { return *scheduler_; }
 
-  // The facade, listened to by the trace from its first use on.
+  // The facade; the first call sets the trace's trigger delegates.
   ZRAnalytics& analytics();
 
   void onMainThread(const std::function<void()>& work) { scheduler_->mainQueue().sync(work); }
   // Sets the application's state and posts the lifecycle notification, on the main thread.
   void enterState(platform::ApplicationState state, std::string_view notification);
 
-  // Returns when all queues are idle and all requests have been answered.
+  // Returns when all queues are idle and all requests have their responses.
   void settle();
-  // Time passes. On standing clocks from timer to timer, with everything at rest after each firing.
+  // Sleeps; or moves standing clocks from timer to timer, and settles after each.
   void passTime(double seconds);
-  // The wall clock jumps.
+  // Sets the wall clock.
   void setNow(platform::Date date) { clock_->setNow(date); }
 
  private:
   LineFile output_;
   Trace trace_;
   std::shared_ptr<HostClock> clock_;
-  // The same clock, where it stands.
+  // Null with real time; else the same object as clock_.
   std::shared_ptr<StandingClock> standingClock_;
   std::shared_ptr<platform::ThreadScheduler> scheduler_;
   std::shared_ptr<HostApplication> application_;

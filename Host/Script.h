@@ -1,4 +1,4 @@
-// The script: its lines, and the fields of one line.
+// Reads a script: its lines, and the fields of a line.
 #pragma once
 
 #include <cstddef>
@@ -13,13 +13,13 @@
 
 namespace zorvane::host {
 
-// Why a line is not an action.
+// Why a line is not a valid action.
 class NotAnAction : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// Reads a file, a pipe or a terminal line by line; a line is there as soon as its end has arrived.
+// Reads a file, a pipe or a terminal line by line. Returns each line as soon as its end arrives.
 class LineReader {
  public:
   static constexpr std::size_t kMaximumLine = 64u << 20;
@@ -30,11 +30,11 @@ class LineReader {
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
 
-  // "-" is the standard input.
+  // Opens the script for reading; "-" is standard input. The caller owns the descriptor.
   static platform::Result<int> open(const std::string& path);
 
-  // The next line without its end, valid until the next call; empty at the end of the script. Throws NotAnAction for a
-  // line beyond the maximum, and when reading fails.
+  // The next line without its line break, valid until the next call; none at the end. Throws NotAnAction for a line
+  // that is too long, and if reading fails.
   std::optional<std::string_view> next();
 
  private:
@@ -44,14 +44,14 @@ class LineReader {
   std::size_t start_ = 0;
 };
 
-// One action. The readers throw NotAnAction when a field of zrhost's own is missing or of the wrong type.
+// One line's action. The accessors throw NotAnAction if a required field is missing or a field has the wrong type.
 class ScriptLine {
  public:
   struct Location {
     double latitude;
     double longitude;
   };
-  // Of [latitude, longitude]. Throws NotAnAction that calls the value by that name.
+  // From [latitude, longitude]. The name is for the message of NotAnAction.
   static Location locationOf(const platform::Value& value, std::string_view name);
 
   // Throws NotAnAction.
@@ -64,16 +64,16 @@ class ScriptLine {
   bool async() const { return async_; }
 
   bool has(std::string_view field) const { return fields_.contains(field); }
-  // Any value, as it is handed to the module; nil when the field is left out.
+  // Any value, as the module gets it; nil if the field is absent.
   platform::Value value(std::string_view field) const { return fields_.objectForKey(field); }
-  // False when the field is left out.
+  // False if the field is absent.
   bool flag(std::string_view field) const;
   bool requiredFlag(std::string_view field) const;
   std::optional<std::string> text(std::string_view field) const;
   std::string requiredText(std::string_view field) const;
   std::int64_t requiredInteger(std::string_view field) const;
   double requiredNumber(std::string_view field) const;
-  // Null when the field is left out.
+  // Null if the field is absent.
   const platform::Array* array(std::string_view field) const;
   const platform::Dictionary* object(std::string_view field) const;
 
@@ -86,7 +86,7 @@ class ScriptLine {
   bool async_ = false;
 };
 
-// An integer or a double; no boolean.
+// Whether it is an integer or a double, not a boolean.
 bool isPlainNumber(const platform::Value& value);
 
 }  // namespace zorvane::host

@@ -1,4 +1,4 @@
-// What happens in the module, as JSON lines in the order in which it happens.
+// Writes what happens in the module as JSON lines, in order.
 #pragma once
 
 #include <atomic>
@@ -15,14 +15,13 @@
 
 namespace zorvane::host {
 
-// Thread-safe. Without a file nothing is written, and only events are counted. Lives until the process ends: the hooks
-// keep it.
+// Thread-safe. Without a file it only counts events. Must live until the process ends: the hooks refer to it.
 class Trace {
  public:
   // Negative: no file.
   explicit Trace(int descriptor) : file_(descriptor), writes_(descriptor >= 0) {}
 
-  // Logger, notifications and defaults stores; once, when the host's services are in force.
+  // Hooks into logger, notifications and defaults stores. Call once, after configureHost().
   void hookIn();
   void hookInto(CoreSetup& setup);
   const std::shared_ptr<ZREventTriggerDelegate>& inappDelegate() const { return inapp_; }
@@ -30,7 +29,7 @@ class Trace {
 
   void task(std::string_view phase, std::string_view name, std::uint64_t id);
 
-  // Whether the system has refused a line; nothing is written after that.
+  // Whether a write has failed; nothing is written after that.
   bool failed() const { return file_.failed(); }
 
   std::uint64_t eventsRecorded() const { return eventsRecorded_.load(std::memory_order_relaxed); }

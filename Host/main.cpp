@@ -8,7 +8,6 @@
 #include <thread>
 #include <vector>
 
-#include "Host/Actions.h"
 #include "Host/Options.h"
 #include "Host/Player.h"
 #include "Host/Runtime.h"
@@ -17,22 +16,7 @@
 namespace {
 
 using namespace zorvane::host;
-
-void printHelp() {
-  std::fputs(usageText().c_str(), stdout);
-  std::puts(
-      "\nActions, {\"do\": NAME, ...}, each also with \"async\": true to go on without waiting for what it starts:");
-  for (const Action& action : allActions()) {
-    if (!action.play) continue;
-    std::string fields(action.fields);
-    for (std::size_t end = 0; (end = fields.find('\n', end)) != std::string::npos; end += 25) {
-      fields.replace(end, 1, "\n" + std::string(24, ' '));
-    }
-    const int width = fields.empty() ? 0 : 20;
-    std::printf("  %-*.*s%s%s\n", width, static_cast<int>(action.name.size()), action.name.data(),
-                fields.empty() ? "" : "  ", fields.c_str());
-  }
-}
+using zorvane::UsageError;
 
 int play(const Options& options) {
   const auto script = LineReader::open(options.script);
@@ -53,12 +37,12 @@ int play(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A reader of the output that goes away is an error of a write, not the end of the process.
+  // If the reader of the output is gone, write() fails instead of ending the process.
   ::signal(SIGPIPE, SIG_IGN);
   try {
     const Options options = parseOptions(std::vector<std::string>(argv + 1, argv + argc));
-    if (options.help) {
-      printHelp();
+    if (!options.information.empty()) {
+      std::fputs(options.information.c_str(), stdout);
       return kStatusPlayed;
     }
     return play(options);

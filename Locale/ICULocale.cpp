@@ -50,7 +50,7 @@ class ICULocale final : public platform::LocaleService {
     constexpr auto kCapacity = static_cast<int32_t>(std::size(buffer));
     UErrorCode status = U_ZERO_ERROR;
     const int32_t length = nameOf(locale.c_str(), language->c_str(), buffer, kCapacity, &status);
-    // By default the code itself comes back where there is no name.
+    // ICU returns the code itself, with this warning, if it knows no name.
     const bool named = U_SUCCESS(status) && status != U_USING_DEFAULT_WARNING && length > 0 && length <= kCapacity;
     return named ? utf8(buffer, length) : std::nullopt;
   }

@@ -7,7 +7,8 @@
 
 namespace zorvane {
 
-// The given locale, with display names in its own language; empty for what ICU has no name for. Any thread.
+// Adds display names, in the locale's own language, to the given locale. A name that ICU does not know is empty.
+// Thread-safe.
 std::shared_ptr<platform::LocaleService> makeICULocale(std::shared_ptr<platform::LocaleService> locale);
 
 }  // namespace zorvane

@@ -20,12 +20,12 @@ CurlHandle::CurlHandle() : easy_(curl_easy_init()) {
 
 std::size_t CurlHandle::receive(char* data, std::size_t size, std::size_t count, void* handle) {
   auto& self = *static_cast<CurlHandle*>(handle);
-  if (size * count > self.maxAnswerBytes_ - self.answer_.size()) {
-    self.refusal_ = "the answer is larger than " + std::to_string(self.maxAnswerBytes_) + " bytes";
+  if (size * count > self.maxResponseBytes_ - self.responseBody_.size()) {
+    self.refusal_ = "the response is larger than " + std::to_string(self.maxResponseBytes_) + " bytes";
     return CURL_WRITEFUNC_ERROR;
   }
   try {
-    self.answer_.append(data, size * count);
+    self.responseBody_.append(data, size * count);
   } catch (const std::bad_alloc&) {
     return CURL_WRITEFUNC_ERROR;
   }
@@ -42,14 +42,14 @@ bool CurlHandle::addHeader(const std::string& line) {
 
 bool CurlHandle::setHeaders(const TransportRequest& request) {
   headers_.reset();
-  // An empty "Expect" keeps libcurl from asking first and waiting a second for the answer.
+  // An empty "Expect" keeps libcurl from sending "Expect: 100-continue" and waiting a second for the reply.
   bool good = addHeader("Content-Type: application/json; charset=utf-8") && addHeader("Expect:");
   for (const auto& [name, value] : request.headers) {
     if (name.empty() || hasControlCharacter(name) || hasControlCharacter(value)) {
       refusal_ = "a header is not valid: " + name;
       return false;
     }
-    // The semicolon is how libcurl is told of a header without a value.
+    // libcurl takes "Name;" as a header without a value.
     good = good && addHeader(value.empty() ? name + ";" : name + ": " + value);
   }
   if (!good) refusal_ = "out of memory";
@@ -58,10 +58,10 @@ bool CurlHandle::setHeaders(const TransportRequest& request) {
 
 bool CurlHandle::prepare(const CurlTransportOptions& options, const TransportRequest& request, std::string body) {
   body_ = std::move(body);
-  answer_.clear();
+  responseBody_.clear();
   refusal_.clear();
   errorText_[0] = '\0';
-  maxAnswerBytes_ = options.maxAnswerBytes;
+  maxResponseBytes_ = options.maxResponseBytes;
   if (!setHeaders(request)) return false;
 
   CURLcode failure = CURLE_OK;
@@ -101,9 +101,9 @@ TransportResponse CurlHandle::takeResponse(CURLcode result) {
     long status = 0;
     curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
     response.status = static_cast<int>(status);
-    response.body = std::move(answer_);
+    response.body = std::move(responseBody_);
   }
-  answer_ = {};
+  responseBody_ = {};
   refusal_ = {};
   return response;
 }

@@ -1,4 +1,4 @@
-// One request at a time through libcurl's easy interface.
+// Sends one request at a time through libcurl's easy interface.
 #pragma once
 
 #include <curl/curl.h>
@@ -19,9 +19,9 @@ class CurlHandle {
 
   CURL* get() const { return easy_.get(); }
 
-  // Sets the request up; nothing is sent yet. False, with the reason in response().error, if it cannot be.
+  // Sets up the request; sends nothing yet. If that fails, returns false, and takeResponse() has the reason as error.
   bool prepare(const CurlTransportOptions& options, const TransportRequest& request, std::string body);
-  // What came of it. The body that was sent is let go.
+  // The response, or the error. Frees the request's body.
   TransportResponse takeResponse(CURLcode result);
 
  private:
@@ -34,12 +34,12 @@ class CurlHandle {
   bool setHeaders(const TransportRequest& request);
 
   std::string body_;
-  std::string answer_;
-  std::size_t maxAnswerBytes_ = 0;
+  std::string responseBody_;
+  std::size_t maxResponseBytes_ = 0;
   std::string refusal_;
   char errorText_[CURL_ERROR_SIZE] = {};
   std::unique_ptr<curl_slist, Cleanup> headers_;
-  std::unique_ptr<CURL, Cleanup> easy_;  // last, so that it goes before what it points to
+  std::unique_ptr<CURL, Cleanup> easy_;  // last: destroyed before what it points to
 };
 
 }  // namespace zorvane

@@ -24,7 +24,7 @@ using platform::MutexLock;
 
 namespace {
 
-constexpr std::size_t kMaxRequestsUnderWay = 6;
+constexpr std::size_t kMaxRequestsInProgress = 6;
 constexpr int kLongestPollMilliseconds = 3'600'000;
 const char* const kClosed = "the transport was closed";
 
@@ -46,12 +46,12 @@ CURLM* makeMultiHandle() {
 
 }  // namespace
 
-// What the transport shares with its thread. Outlives both.
+// Shared by the transport and its thread; outlives both.
 class CurlTransport::Driver {
  public:
   explicit Driver(CurlTransportOptions options) : options_(std::move(options)), multi_(makeMultiHandle()) {
-    curl_multi_setopt(multi_.get(), CURLMOPT_MAX_HOST_CONNECTIONS, static_cast<long>(kMaxRequestsUnderWay));
-    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(kMaxRequestsUnderWay));
+    curl_multi_setopt(multi_.get(), CURLMOPT_MAX_HOST_CONNECTIONS, static_cast<long>(kMaxRequestsInProgress));
+    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(kMaxRequestsInProgress));
   }
 
   void take(TransportRequest request, Completion completion) ZR_EXCLUDES(mutex_) {
@@ -80,7 +80,7 @@ class CurlTransport::Driver {
     wake();
   }
 
-  // The thread's work, until close().
+  // The thread's loop; returns after close().
   void run() {
     while (!closing_) {
       while (startNext()) {
@@ -93,11 +93,10 @@ class CurlTransport::Driver {
       (void)slot.handle.takeResponse(CURLE_OK);
       finish(slot, failure(kClosed));
     }
-    for (Waiting next; takeWaiting(next);) answer(std::move(next.completion), failure(kClosed));
+    for (Waiting next; takeWaiting(next);) complete(std::move(next.completion), failure(kClosed));
   }
 
-  // At the process's exit: returns when the thread is out of libcurl, for good. What libcurl rests on is torn down
-  // next.
+  // At exit: returns when the thread has left libcurl for good, because the libraries below libcurl are torn down next.
   void park() {
     exiting_ = true;
     wake();
@@ -136,7 +135,7 @@ class CurlTransport::Driver {
     return true;
   }
 
-  // Sends the first request that waits. False if none does, or there is no room.
+  // Sends the first queued request. False if there is none, or no free slot.
   bool startNext() {
     Slot* free = nullptr;
     for (Slot& slot : slots_) {
@@ -169,7 +168,7 @@ class CurlTransport::Driver {
     return true;
   }
 
-  // Lets libcurl work, and answers what is done. False if nothing is.
+  // Lets libcurl work and completes finished requests. False if there were none.
   bool finishDone() {
     std::vector<std::pair<Slot*, CURLcode>> done;
     callCurl([&] {
@@ -194,13 +193,13 @@ class CurlTransport::Driver {
 
   void finish(Slot& slot, const TransportResponse& response) {
     slot.busy = false;
-    answer(std::exchange(slot.completion, nullptr), response);
+    complete(std::exchange(slot.completion, nullptr), response);
   }
 
-  void answer(Completion completion, const TransportResponse& response) ZR_EXCLUDES(mutex_) {
+  void complete(Completion completion, const TransportResponse& response) ZR_EXCLUDES(mutex_) {
     try {
       if (completion) completion(response);
-    } catch (...) {  // its own loss
+    } catch (...) {  // a completion's exception affects nobody else
     }
     completion = nullptr;
     const MutexLock lock(mutex_);
@@ -209,7 +208,7 @@ class CurlTransport::Driver {
 
   const CurlTransportOptions options_;
   const std::unique_ptr<CURLM, Cleanup> multi_;
-  std::array<Slot, kMaxRequestsUnderWay> slots_;  // after multi_: they go before it
+  std::array<Slot, kMaxRequestsInProgress> slots_;  // after multi_: destroyed before it
   std::mutex curlInUse_;
   std::atomic<bool> closing_{false};
   std::atomic<bool> exiting_{false};
@@ -220,7 +219,7 @@ class CurlTransport::Driver {
   std::size_t outstanding_ ZR_GUARDED_BY(mutex_) = 0;
 
  public:
-  // Sees to it that the driver is parked at exit, before libcurl's own libraries hear of it.
+  // Registers the driver to be parked at exit, before the exit handlers of libcurl's libraries run.
   static void parkAtExit(const std::shared_ptr<Driver>& driver) {
     struct Registry {
       Mutex mutex;
@@ -246,7 +245,7 @@ class CurlTransport::Driver {
 
 CurlTransport::CurlTransport(CurlTransportOptions options) : driver_(std::make_shared<Driver>(std::move(options))) {
   Driver::parkAtExit(driver_);
-  // Signals are the application's business, and its threads'.
+  // The application's own threads handle signals.
   sigset_t all;
   sigset_t before;
   sigfillset(&all);

@@ -1,4 +1,4 @@
-// The core library's requests over HTTP and HTTPS, by libcurl.
+// Sends the core library's requests over HTTP and HTTPS, with libcurl.
 #pragma once
 
 #include <chrono>
@@ -14,38 +14,38 @@ namespace zorvane {
 
 struct CurlTransportOptions {
   std::chrono::milliseconds connectTimeout{10'000};
-  // From the moment a request is sent to the last byte of its answer; waiting for its turn does not count.
+  // From sending the request to the last byte of the response, without the time in the queue.
   std::chrono::milliseconds totalTimeout{60'000};
-  // A longer answer is an error.
-  std::size_t maxAnswerBytes = 1 << 20;
-  // Certificates to trust in place of the system's: a file in PEM form. Empty: the system's.
+  // A longer response is an error.
+  std::size_t maxResponseBytes = 1 << 20;
+  // PEM file of the certificate authorities to trust. Empty: the system's.
   std::string certificateFile;
 };
 
-// Has one thread of its own. On it run makeBody and the completions, without a lock held; what they throw costs only
-// their own request. At most six requests are under way, over connections that are reused.
+// Runs makeBody and the completions on its own thread, without a lock held. An exception of theirs affects only their
+// own request. At most six requests are in progress, over connections that are reused.
 //
-// Certificates and the host's name in them are verified, over TLS 1.2 or later. Redirects are not followed: a 3xx is
-// the answer. Only http and https are spoken. A connection that turns out to have been closed while it was idle is
-// replaced, and the request sent again.
+// TLS 1.2 or later; certificates and host names are verified. Redirects are not followed: a 3xx is the response. Only
+// http and https are allowed. If the server closed a connection while it was idle, the request is sent again over a new
+// one.
 //
-// The process may exit at any moment, requests under way or not.
+// The process may exit at any moment, even with requests in progress.
 class CurlTransport final : public NetworkTransport {
  public:
-  // Throws std::runtime_error if libcurl cannot be set up, std::system_error if there is no thread to be had.
+  // Throws std::runtime_error if libcurl cannot be set up, std::system_error if the thread cannot be started.
   explicit CurlTransport(CurlTransportOptions options = {});
-  // Requests that have no answer yet get the error "the transport was closed". Returns after the last completion,
-  // unless a completion is what destroys the transport.
+  // Requests without a response yet get the error "the transport was closed". Returns after the last completion, unless
+  // called from a completion.
   ~CurlTransport() override;
   CurlTransport(const CurlTransport&) = delete;
   CurlTransport& operator=(const CurlTransport&) = delete;
 
-  // Any thread, completions included.
+  // Any thread, also from a completion.
   void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override;
 
-  // Requests taken over whose completion has not returned yet. Any thread.
+  // The number of requests whose completion has not returned yet. Any thread.
   std::size_t outstanding() const;
-  // Returns when there is none. Not from a completion.
+  // Waits until outstanding() is 0. Not from a completion.
   void waitUntilIdle() const;
 
  private:

@@ -80,11 +80,7 @@ void ZRAnalytics::updateModules() {
       logLine(success ? "Report add successful for previous sessions"
                       : "Report add unsuccessful for previous sessions");
     });
-    // A forced logout that an earlier launch could not complete.
-    const Value pending = ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
-    if (pending.isNil()) return;
-    ZRUserAttributesHandler::sharedHandler().setUserAttributeUniqueID(pending);
-    removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID);
+    ZRUserAttributesHandler::sharedHandler().applyStoredUniqueID();
   });
 }
 
@@ -180,6 +176,7 @@ void ZRAnalytics::zorvaneSDKStateUpdated() {
     ZRUserAttributesHandler::sharedHandler().clearUserAttributesData();
     ZREventsHandler& events = ZREventsHandler::sharedInstance();
     events.clearEventsdata();
+    events.dropOptedOutEvents();
     events.disablePeriodicFlush();
     removeFromDefaults(kUserDefaultsKeyIDFA);
     sessions.resetSession();

@@ -106,11 +106,13 @@ void ZRAnalytics::resetUserWithCompletionBlock(std::function<void(bool)> complet
     if (!isAccountActive()) return;
     auto properties = std::make_shared<ZRProperties>();
     properties->setNonInteractive();
-    auto flushed = [completion = std::move(completion)](bool success, bool attempted) {
+    const auto reset = ZRUserAttributesHandler::sharedHandler().beginReset();
+    auto flushed = [reset, completion = std::move(completion)](bool success, bool attempted) {
       if (attempted) {
         logLine(success ? "Report add successful on reset user" : "Report add unsuccessful on reset user");
       }
       post(kNotificationNameInitNewUser);
+      ZRUserAttributesHandler::sharedHandler().endReset(*reset);
       callBlock(completion, attempted && success);
     };
     ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(
@@ -154,6 +156,8 @@ void ZRAnalytics::optOutOfDataTracking(bool optOut) {
       removeFromDefaults(kUserDefaultsKeyIDFA);
     }
     store.setDataTrackingOptedOut(optOut);
+    // Events that were recorded since they were cleared.
+    if (optOut && wasEnabled) ZREventsHandler::sharedInstance().dropOptedOutEvents();
     if (optOut != wasEnabled) return;
     updateDeviceWithCompletion([this, optOut](bool /*success*/) {
       if (optOut) return;

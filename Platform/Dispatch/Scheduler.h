@@ -45,8 +45,8 @@ struct MainLoopOptions {
   bool adoptedByHost = false;
   // For a host with a loop of its own. Called from any thread with work that the host must run on its main thread, soon
   // and in order. isMainThread must then be set too; runMainLoop is not used.
-  std::function<void(Task)> postToHostLoop;
-  std::function<bool()> isMainThread;
+  std::function<void(Task)> postToHostLoop = nullptr;
+  std::function<bool()> isMainThread = nullptr;
 };
 
 // A scheduler over real threads. Threads start when they are first needed and are never joined, so the process may exit

@@ -11,14 +11,13 @@ namespace zorvane::platform {
 
 namespace {
 
-constexpr int kMostThreads = 8;
-// Background work never takes the threads that default work may need.
-constexpr int kMostBackgroundTasks = 2;
-// How long a thread without work stays awake: some ten microseconds, so that a stream of short tasks with short gaps
-// costs its poster no wake.
-constexpr int kLingerRounds = 200;
-// How long work may wait behind a stuck task before another thread takes it.
-constexpr double kTickSeconds = 0.001;
+constexpr int kMaxWorkers = 8;
+// Leaves workers free for default tasks.
+constexpr int kMaxBackgroundTasks = 2;
+// Some ten microseconds: in a stream of short tasks with short gaps, no post has to wake the worker.
+constexpr int kSpinRounds = 200;
+// How long tasks wait behind a stuck one before another worker is called.
+constexpr double kMonitorSeconds = 0.001;
 
 }  // namespace
 
@@ -39,7 +38,7 @@ void WorkerPool::post(Priority priority, Task task) {
     }
   }
   if (dropped) {
-    task.reset();  // NOLINT(bugprone-use-after-move): what is dropped was not moved
+    task.reset();  // NOLINT(bugprone-use-after-move): a dropped task was not moved
     context_->tasks.done();
   }
   carryOut(call);
@@ -54,8 +53,8 @@ void WorkerPool::shutDown() {
     dropped[1].swap(background_);
     updateHint();
   }
-  wake_.notifyAll();
-  tick_.notifyAll();
+  workerCalled_.notifyAll();
+  monitorCalled_.notifyAll();
   for (TaskFifo& tasks : dropped) {
     const std::size_t count = tasks.size();
     while (!tasks.empty()) tasks.popFront();
@@ -63,88 +62,37 @@ void WorkerPool::shutDown() {
   }
 }
 
-std::size_t WorkerPool::runnable() const {
-  const auto background = static_cast<std::size_t>(kMostBackgroundTasks - runningBackground_);
-  return default_.size() + std::min(background_.size(), background);
-}
-
-WorkerPool::Call WorkerPool::neededCall() {
-  if (runnable() == 0 || searching_ > 0) return Call::None;
-  const bool search = running_ == 0;
-  if (!search && watching_) return Call::None;
-  const bool wake = asleep_ > 0;
-  if (!wake && threads_ == kMostThreads) return Call::None;
-  if (search) {
-    ++searching_;
-  } else {
-    watching_ = true;
-  }
-  if (wake) {
-    --asleep_;
-    ++(search ? searchNotes_ : watchNotes_);
-    return Call::Wake;
-  }
-  ++threads_;
-  return search ? Call::StartSearcher : Call::StartWatcher;
-}
-
-void WorkerPool::carryOut(Call call) {
-  if (call == Call::None) return;
-  if (call == Call::Wake) return wake_.notifyOne();
-  const Role role = call == Call::StartSearcher ? Role::Searcher : Role::Watcher;
-  if (startDetachedThread("zr.worker", [self = shared_from_this(), role] { self->runThread(role); })) return;
-  // The next post tries again.
-  MutexLock lock(mutex_);
-  --threads_;
-  if (role == Role::Searcher) {
-    --searching_;
-  } else {
-    watching_ = false;
-  }
-}
-
-void WorkerPool::runThread(Role role) noexcept {
+void WorkerPool::runWorker() noexcept {
   Item item;
-  while (take(item, role)) {
+  while (take(item)) {
     {
       const CurrentQueue::Scope scope(identity(item.priority));
       context_->uncaught.guard(item.task);
       item.task.reset();
     }
-    noteFinished(item.priority);
+    finish(item.priority);
     context_->tasks.done();
-    role = Role::Searcher;
   }
 }
 
-void WorkerPool::noteFinished(Priority priority) {
-  MutexLock lock(mutex_);
-  --running_;
-  if (priority == Priority::Background) --runningBackground_;
-  ++searching_;
-}
-
-bool WorkerPool::take(Item& item, Role role) {
-  bool taken = false;
+bool WorkerPool::take(Item& item) {
   Call call = Call::None;
   {
     MutexLock lock(mutex_);
-    if (role == Role::Watcher) rest(role);
-    taken = tryTake(item);
-    if (!taken && !lingering_) {
-      linger();
+    bool taken = tryTake(item);
+    if (!taken && !spinning_) {
+      spinForTask();
       taken = tryTake(item);
     }
-    while (!taken && !isShutDown()) {
-      --searching_;
-      ++asleep_;
-      rest(Role::Searcher);
+    while (!taken) {
+      if (isShutDown()) return false;
+      sleepUntilCalled();
       taken = tryTake(item);
     }
-    if (taken) call = neededCall();
+    call = neededCall();
   }
   carryOut(call);
-  return taken;
+  return true;
 }
 
 bool WorkerPool::tryTake(Item& item) {
@@ -153,55 +101,107 @@ bool WorkerPool::tryTake(Item& item) {
   TaskFifo& tasks = default_.empty() ? background_ : default_;
   item.task = std::move(tasks.front());
   tasks.popFront();
-  --searching_;
+  updateHint();
+  ++taken_;
+  --looking_;
   ++running_;
   if (item.priority == Priority::Background) ++runningBackground_;
-  ++taken_;
-  updateHint();
   return true;
 }
 
-void WorkerPool::linger() {
-  lingering_ = true;
+void WorkerPool::spinForTask() {
+  spinning_ = true;
   mutex_.unlock();
-  for (int round = 0; round < kLingerRounds && !isBehind() && !isShutDown(); ++round) std::this_thread::yield();
+  for (int round = 0; round < kSpinRounds && !isBehind() && !isShutDown(); ++round) std::this_thread::yield();
   mutex_.lock();
-  lingering_ = false;
+  spinning_ = false;
 }
 
-void WorkerPool::rest(Role role) {
-  while (!isShutDown()) {
-    if (role == Role::Watcher) {
-      if (watch()) return;
-      ++asleep_;
-      role = Role::Searcher;
-    } else if (searchNotes_ > 0) {
-      --searchNotes_;
-      return;
-    } else if (watchNotes_ > 0) {
-      --watchNotes_;
-      role = Role::Watcher;
-    } else {
-      wake_.wait(mutex_);
-    }
-  }
+void WorkerPool::sleepUntilCalled() {
+  --looking_;
+  ++asleep_;
+  while (unseenCalls_ == 0 && !isShutDown()) workerCalled_.wait(mutex_);
+  // The caller has counted this worker as looking again.
+  if (unseenCalls_ > 0) --unseenCalls_;
 }
 
-// Looks in from time to time. Help is needed when nothing was taken though work stood waiting, and, while there are
-// cores to spare, when not all that stood waiting was taken.
-bool WorkerPool::watch() {
-  bool help = false;
-  while (!help) {
-    const std::uint64_t takenBefore = taken_;
-    const std::size_t waitedBefore = runnable();
-    tick_.waitFor(mutex_, kTickSeconds);
-    const std::uint64_t taken = taken_ - takenBefore;
-    if (isShutDown() || (taken == 0 && runnable() == 0)) break;
-    help = runnable() > 0 && (taken == 0 || (taken < waitedBefore && running_ < cores_));
+void WorkerPool::finish(Priority priority) {
+  MutexLock lock(mutex_);
+  --running_;
+  if (priority == Priority::Background) --runningBackground_;
+  ++looking_;
+}
+
+void WorkerPool::runMonitor() noexcept {
+  while (!isShutDown()) carryOut(checkProgress());
+}
+
+WorkerPool::Call WorkerPool::checkProgress() {
+  MutexLock lock(mutex_);
+  while (!monitoring_ && !isShutDown()) monitorCalled_.wait(mutex_);
+  const std::uint64_t takenBefore = taken_;
+  const std::size_t waitingBefore = runnable();
+  if (!isShutDown()) monitorCalled_.waitFor(mutex_, kMonitorSeconds);
+
+  const std::uint64_t taken = taken_ - takenBefore;
+  const bool waiting = runnable() > 0;
+  // Slow counts only while a core may be free.
+  const bool stuck = taken == 0;
+  const bool slow = taken < waitingBefore && running_ < cores_;
+  if (waiting && (stuck || slow) && looking_ == 0) {
+    // The called worker calls the monitor again if tasks still wait.
+    monitoring_ = false;
+    return callWorker();
   }
-  watching_ = false;
-  if (help) ++searching_;
-  return help;
+  if (!waiting && taken == 0) monitoring_ = false;
+  return Call::None;
+}
+
+std::size_t WorkerPool::runnable() const {
+  const auto background = static_cast<std::size_t>(kMaxBackgroundTasks - runningBackground_);
+  return default_.size() + std::min(background_.size(), background);
+}
+
+WorkerPool::Call WorkerPool::neededCall() {
+  if (runnable() == 0 || looking_ > 0) return Call::None;
+  if (running_ == 0) return callWorker();
+  if (monitoring_ || running_ == kMaxWorkers) return Call::None;
+  monitoring_ = true;
+  return std::exchange(monitorStarted_, true) ? Call::WakeMonitor : Call::StartMonitor;
+}
+
+WorkerPool::Call WorkerPool::callWorker() {
+  if (looking_ + running_ == kMaxWorkers) return Call::None;
+  ++looking_;
+  if (asleep_ == 0) return Call::StartWorker;
+  --asleep_;
+  ++unseenCalls_;
+  return Call::WakeWorker;
+}
+
+void WorkerPool::carryOut(Call call) {
+  switch (call) {
+    case Call::None:
+      break;
+    case Call::WakeWorker:
+      workerCalled_.notifyOne();
+      break;
+    case Call::WakeMonitor:
+      monitorCalled_.notifyOne();
+      break;
+    case Call::StartWorker:
+      if (!startDetachedThread("zr.worker", [self = shared_from_this()] { self->runWorker(); })) {
+        MutexLock lock(mutex_);
+        --looking_;
+      }
+      break;
+    case Call::StartMonitor:
+      if (!startDetachedThread("zr.monitor", [self = shared_from_this()] { self->runMonitor(); })) {
+        MutexLock lock(mutex_);
+        monitorStarted_ = monitoring_ = false;
+      }
+      break;
+  }
 }
 
 }  // namespace zorvane::platform

@@ -1,7 +1,20 @@
 // The threads behind the global queues and the serial queues.
 //
-// As few threads as the work needs: short tasks, however many, keep one thread busy, and who posts them wakes nobody.
-// Only work that waits while that thread is stuck in a long or blocked task, or falls behind, brings in another.
+// The pool runs as few threads as the work needs. Short tasks, however many, keep one worker busy, and posting them
+// wakes nobody. Another worker joins only when tasks wait behind a long or blocked one, or arrive faster than they run.
+//
+// A worker is in one of three states:
+//
+//               called by post()            takes a task
+//               or the monitor
+//     asleep ------------------> looking ------------------> running
+//       ^                         |   ^                         |
+//       +--- found nothing -------+   +------- task done -------+
+//
+// post() calls a worker only when none is looking or running. A running worker may be blocked without saying so. So
+// while tasks wait behind running ones, one more thread, the monitor, checks every millisecond that they get taken, and
+// calls another worker if they do not. It goes to sleep when nothing waits and nothing was taken. An idle pool never
+// wakes up.
 #pragma once
 
 #include <array>
@@ -17,20 +30,20 @@
 
 namespace zorvane::platform {
 
-// Thread-safe. Held by a shared pointer, which each of its threads shares.
+// Thread-safe. Hold it by a shared pointer; each of its threads keeps one too.
 class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
  public:
   explicit WorkerPool(std::shared_ptr<QueueContext> context);
 
-  // Tasks start in the order in which they were posted, those of default priority before those of background priority.
-  // The task is counted in the context.
+  // Starts tasks in the order in which they were posted, default priority before background priority. Counts the task
+  // in the context until it is done. After shutDown() the task is dropped.
   void post(Priority priority, Task task);
-  // What the current queue is while a task of that priority runs.
+  // The current queue (CurrentQueue) while a task of that priority runs.
   const void* identity(Priority priority) const noexcept { return &identities_[indexOf(priority)]; }
-  // Whether work waits for a thread; a hint.
+  // Whether tasks wait for a worker. A hint: may be out of date.
   bool isBehind() const noexcept { return waiting_.load(std::memory_order_relaxed) != 0; }
 
-  // Drops what waits and what comes; the threads end with the task that they run.
+  // Drops the waiting tasks and all later ones. Does not wait: each thread ends after its current task.
   void shutDown();
   bool isShutDown() const noexcept { return shutDown_.load(std::memory_order_relaxed); }
 
@@ -39,27 +52,37 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
     Task task;
     Priority priority = Priority::Default;
   };
-  enum class Role { Searcher, Watcher };
-  // How a thread is called for: a sleeping one that has been left a note, or a new one.
-  enum class Call { None, Wake, StartSearcher, StartWatcher };
+  // What to do once the mutex is free.
+  enum class Call { None, WakeWorker, StartWorker, WakeMonitor, StartMonitor };
 
   static std::size_t indexOf(Priority priority) noexcept { return priority == Priority::Default ? 0 : 1; }
 
-  void runThread(Role role) noexcept;
-  // Waits for the next task; false at the end.
-  bool take(Item& item, Role role) ZR_EXCLUDES(mutex_);
+  // The body of a worker. Ends at shutdown.
+  void runWorker() noexcept;
+  // Waits for the next task. The calling worker is looking, then running. False at shutdown.
+  bool take(Item& item) ZR_EXCLUDES(mutex_);
+  // Takes a task if one may start. The calling worker is looking, then running.
   bool tryTake(Item& item) ZR_REQUIRES(mutex_);
-  void noteFinished(Priority priority) ZR_EXCLUDES(mutex_);
-  void linger() ZR_REQUIRES(mutex_);
-  // Returns when the thread is a searcher, or at the end.
-  void rest(Role role) ZR_REQUIRES(mutex_);
-  // True when it made the thread a searcher, false when there is nothing to watch any more.
-  bool watch() ZR_REQUIRES(mutex_);
+  // Spins, without the mutex, until a task waits or some ten microseconds have passed.
+  void spinForTask() ZR_REQUIRES(mutex_);
+  // The calling worker is looking, then asleep, and looking again when it was called. Returns at shutdown too.
+  void sleepUntilCalled() ZR_REQUIRES(mutex_);
+  // The calling worker was running and is looking now.
+  void finish(Priority priority) ZR_EXCLUDES(mutex_);
 
+  // The body of the monitor. Ends at shutdown.
+  void runMonitor() noexcept;
+  // Waits until tasks have waited for a millisecond, then returns the call they need, if any.
+  Call checkProgress() ZR_EXCLUDES(mutex_);
+
+  // How many waiting tasks may start now.
   std::size_t runnable() const ZR_REQUIRES(mutex_);
   void updateHint() ZR_REQUIRES(mutex_) { waiting_.store(runnable(), std::memory_order_relaxed); }
-  // The call that the state asks for. It is noted as made: carry it out, with the mutex free.
+  // Who must be called so that the waiting tasks get taken. Counts the call as followed: pass it to carryOut().
   Call neededCall() ZR_REQUIRES(mutex_);
+  // A call for one more worker; None when all of them are busy. Pass it to carryOut().
+  Call callWorker() ZR_REQUIRES(mutex_);
+  // Wakes or starts the thread. If the system has no thread to give, the next post tries again.
   void carryOut(Call call) ZR_EXCLUDES(mutex_);
 
   const std::shared_ptr<QueueContext> context_;
@@ -67,22 +90,25 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   std::array<char, 2> identities_{};
 
   Mutex mutex_;
-  Condition wake_;
-  Condition tick_;
   TaskFifo default_ ZR_GUARDED_BY(mutex_);
   TaskFifo background_ ZR_GUARDED_BY(mutex_);
-  std::uint64_t taken_ ZR_GUARDED_BY(mutex_) = 0;
-  // Where each thread is: running a task, awake and about to look for one, watching, or asleep.
-  int threads_ ZR_GUARDED_BY(mutex_) = 0;
+
+  // Workers in each state. A called worker counts as looking from the call on.
+  int looking_ ZR_GUARDED_BY(mutex_) = 0;
   int running_ ZR_GUARDED_BY(mutex_) = 0;
-  int runningBackground_ ZR_GUARDED_BY(mutex_) = 0;
-  int searching_ ZR_GUARDED_BY(mutex_) = 0;
-  bool watching_ ZR_GUARDED_BY(mutex_) = false;
-  bool lingering_ ZR_GUARDED_BY(mutex_) = false;
   int asleep_ ZR_GUARDED_BY(mutex_) = 0;
-  // Notes to sleepers, counted as if they were followed already.
-  int searchNotes_ ZR_GUARDED_BY(mutex_) = 0;
-  int watchNotes_ ZR_GUARDED_BY(mutex_) = 0;
+  int runningBackground_ ZR_GUARDED_BY(mutex_) = 0;
+  // At most one worker spins.
+  bool spinning_ ZR_GUARDED_BY(mutex_) = false;
+  // Calls that no sleeping worker has seen yet.
+  int unseenCalls_ ZR_GUARDED_BY(mutex_) = 0;
+  Condition workerCalled_;
+
+  bool monitorStarted_ ZR_GUARDED_BY(mutex_) = false;
+  bool monitoring_ ZR_GUARDED_BY(mutex_) = false;
+  // Tasks taken so far, for the monitor.
+  std::uint64_t taken_ ZR_GUARDED_BY(mutex_) = 0;
+  Condition monitorCalled_;
 
   std::atomic<std::size_t> waiting_{0};
   std::atomic<bool> shutDown_{false};

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t kMaxFileSize = std::size_t{16} << 20;
 
-// A function of the host's, called with one text.
+// A callback of the host.
 class Hook {
  public:
   using Function = std::function<void(const std::string&)>;
@@ -34,7 +34,7 @@ class Hook {
     if (!function || !*function) return;
     try {
       (*function)(text);
-    } catch (...) {  // a hook that throws costs its own call
+    } catch (...) {  // the host's exceptions stop here
     }
   }
 
@@ -53,8 +53,8 @@ Hook& problemHook() {
   return hook;
 }
 
-// Whether what stands at the path is no store of ours, now and later; the system's other refusals may pass.
-bool isNoStore(int code) {
+// Whether the file can never be read as a store. Other errors may pass.
+bool isPermanentError(int code) {
   return code == EFBIG || code == EINVAL || code == ELOOP || code == EISDIR;
 }
 
@@ -62,7 +62,8 @@ DefaultsStore& makeStore(const std::string& name, const std::string& fileName) {
   return *new DefaultsStore(name, joinPath(hostServices().directories.defaults, fileName));
 }
 
-// Different names stay different: a character that a file name cannot have becomes "%" and its two hexadecimal digits.
+// Replaces each character that a file name cannot have by "%" and two hexadecimal digits. Different groups get
+// different names.
 std::string safeFileName(const std::string& group) {
   std::string name;
   for (const char c : group) {
@@ -88,7 +89,7 @@ void DefaultsStore::loadIfNeeded() const {
     MutexLock lock(mutex_);
     if (!loaded_) loaded = load();
   }
-  if (!loaded) tellProblem(loaded);
+  if (!loaded) reportProblem(loaded);
 }
 
 Status DefaultsStore::load() const {
@@ -106,7 +107,7 @@ Status DefaultsStore::load() const {
     } else {
       result = setAside(path_ + " is damaged: " + (root ? "no dictionary" : root.error().message));
     }
-  } else if (isNoStore(bytes.error().code)) {
+  } else if (isPermanentError(bytes.error().code)) {
     result = setAside(bytes.error().message);
   } else if (bytes.error().code != ENOENT) {
     return bytes.error();
@@ -119,12 +120,12 @@ Status DefaultsStore::load() const {
   return result;
 }
 
-void DefaultsStore::tellProblem(const Status& status) const {
+void DefaultsStore::reportProblem(const Status& status) const {
   {
     MutexLock lock(mutex_);
     std::string problem = status ? std::string() : status.error().message;
-    if (toldProblem_ == problem) return;
-    toldProblem_ = std::move(problem);
+    if (lastReportedProblem_ == problem) return;
+    lastReportedProblem_ = std::move(problem);
   }
   if (!status) problemHook().call(status.error().message);
 }
@@ -187,7 +188,7 @@ Status DefaultsStore::writeChanges() {
     MutexLock writing(writeMutex_);
     written = writeContent();
   }
-  tellProblem(written);
+  reportProblem(written);
   return written;
 }
 
@@ -197,7 +198,7 @@ Status DefaultsStore::writeContent() {
     MutexLock lock(mutex_);
     if (!changed_) return Done{};
     if (!loaded_) {
-      // What the file holds must not be lost to what was set since.
+      // Merge the file's content first, or this write loses it.
       Status loaded = load();
       if (!loaded_) return loaded;
     }

@@ -14,41 +14,39 @@
 
 namespace zorvane::platform {
 
-// Thread-safe. Values are held in memory; synchronize() brings them to the file, as one atomic replacement, when
-// anything changed, and makes the file's directory if need be. A missing file is an empty store; so is a damaged one,
-// which is kept aside under its name and ".damaged" (the last such one) and told to the problem hook. A file that the
-// system refuses to read at the moment is tried again at each use and never written over: until then the store holds
-// what was set, which goes on top of the file's content. What other processes write to the file in the meantime is not
-// seen.
+// Thread-safe. Values are held in memory. If anything changed, synchronize() replaces the file atomically and makes its
+// directory if need be. A missing file is an empty store. So is a damaged file: it is renamed to its name and
+// ".damaged", replacing an earlier one, and reported to the problem hook. A file that cannot be read at the moment is
+// tried again at each use and never overwritten: until then the store holds what was set, which is then merged over the
+// file's content. Changes by other processes are not seen after the file was read.
 class DefaultsStore {
  public:
   // The file is read at the first use.
   DefaultsStore(std::string name, std::string path);
 
   Value objectForKey(std::string_view key) const;
-  // False when the key is missing or its value has no boolean reading.
+  // False when the key is missing or its value is neither a number nor text.
   bool boolForKey(std::string_view key) const;
-  // The text under the key; where there is none, the given one is stored and returned, as one step.
+  // The text under the key. If there is none, stores and returns the given one, atomically.
   std::string textForKeyOrStored(std::string_view key, std::string text);
   // Nil removes the key.
   void setObjectForKey(Value value, std::string_view key);
   void removeObjectForKey(std::string_view key);
   Dictionary dictionaryRepresentation() const;
-  // After a failure the change is still in memory and goes with the next call. Readers and writers of the store do not
-  // wait for the file.
+  // After a failure the change stays in memory and is written by the next call. Other calls do not wait for the file.
   Status synchronize();
-  // The same without the synchronize hook: for the owner's own bookkeeping.
+  // The same without the synchronize hook.
   Status writeChanges();
 
   const std::string& name() const { return name_; }
 
  private:
-  // Tells the problem hook what stood in the way, with no lock held.
+  // Reports a failure to the problem hook, with no lock held.
   void loadIfNeeded() const ZR_EXCLUDES(mutex_);
   Status load() const ZR_REQUIRES(mutex_);
   Status writeContent() ZR_REQUIRES(writeMutex_) ZR_EXCLUDES(mutex_);
-  // Once, until the problem is another one or nothing.
-  void tellProblem(const Status& status) const ZR_EXCLUDES(mutex_);
+  // Calls the problem hook, unless this is the problem reported last.
+  void reportProblem(const Status& status) const ZR_EXCLUDES(mutex_);
 
   const std::string name_;
   const std::string path_;
@@ -56,15 +54,15 @@ class DefaultsStore {
   mutable Mutex mutex_;
   mutable std::atomic<bool> loaded_{false};  // set while mutex_ is held
   mutable Dictionary content_ ZR_GUARDED_BY(mutex_);
-  // What was removed before the file could be read.
+  // Keys removed before the file could be read.
   mutable std::vector<std::string> removedUnread_ ZR_GUARDED_BY(mutex_);
-  mutable std::string toldProblem_ ZR_GUARDED_BY(mutex_);
+  mutable std::string lastReportedProblem_ ZR_GUARDED_BY(mutex_);
   bool changed_ ZR_GUARDED_BY(mutex_) = false;
 };
 
 // The application's standard defaults ("standard.plist"), the SDK's own ("sdk.plist") and an application group's suite
-// ("groups/NAME.plist") in the host's defaults directory. Made once and never destroyed. A group name with a slash, a
-// NUL or a leading dot is made safe for the file name.
+// ("groups/NAME.plist") in the host's defaults directory. Made once and never destroyed. Slashes, NULs, percent signs
+// and a leading dot of a group's name are escaped in the file name.
 DefaultsStore& standardDefaults();
 DefaultsStore& sdkDefaults();
 DefaultsStore& groupDefaults(const std::string& name);
@@ -73,8 +71,8 @@ DefaultsStore& groupDefaults(const std::string& name);
 // For hosts that trace.
 void setSynchronizeHook(std::function<void(const std::string& store)> hook);
 
-// Called with one sentence for each problem of a store's file: it is damaged, it cannot be read or written. A problem
-// that goes on is told once. On the thread that used the store, with no lock held.
+// Called with one sentence when a store's file is damaged or cannot be read or written; once for a problem that lasts.
+// Called on the thread that used the store, with no lock held.
 void setDefaultsProblemHook(std::function<void(const std::string& problem)> hook);
 
 }  // namespace zorvane::platform

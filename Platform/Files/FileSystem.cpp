@@ -33,9 +33,9 @@ bool isUsablePath(const std::string& path) {
   return !path.empty() && path.find('\0') == std::string::npos;
 }
 
-// The call again as long as a signal interrupts it.
+// Repeats the call while a signal interrupts it.
 template <typename Call>
-auto uninterrupted(Call call) {
+auto retryOnEINTR(Call call) {
   decltype(call()) result;
   do {
     result = call();
@@ -43,7 +43,7 @@ auto uninterrupted(Call call) {
   return result;
 }
 
-// An open file, closed at the end.
+// Owns a file descriptor.
 class File {
  public:
   explicit File(int descriptor) : descriptor_(descriptor) {}
@@ -53,7 +53,7 @@ class File {
 
   explicit operator bool() const { return descriptor_ >= 0; }
   int descriptor() const { return descriptor_; }
-  // An interrupted close has closed.
+  // A close that fails with EINTR has closed the file.
   bool close() {
     const int descriptor = std::exchange(descriptor_, -1);
     return descriptor < 0 || systemCalls().close(descriptor) == 0 || errno == EINTR;
@@ -70,16 +70,16 @@ std::string parentOf(const std::string& path) {
 }
 
 int openDirectory(const std::string& path) {
-  return uninterrupted([&] { return systemCalls().open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0); });
+  return retryOnEINTR([&] { return systemCalls().open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0); });
 }
 
-// A file system that cannot sync directories says EINVAL; it has no more to give.
+// EINVAL: the file system cannot sync directories. Nothing more can be done.
 bool syncDirectory(const File& directory) {
-  return uninterrupted([&] { return systemCalls().fsync(directory.descriptor()); }) == 0 || errno == EINVAL;
+  return retryOnEINTR([&] { return systemCalls().fsync(directory.descriptor()); }) == 0 || errno == EINVAL;
 }
 
 int statusOf(const std::string& path, struct stat& status, int flags) {
-  return uninterrupted([&] { return systemCalls().fstatat(AT_FDCWD, path.c_str(), &status, flags); });
+  return retryOnEINTR([&] { return systemCalls().fstatat(AT_FDCWD, path.c_str(), &status, flags); });
 }
 
 constexpr std::string_view kTemporaryPrefix = ".zrv-";
@@ -90,7 +90,7 @@ bool isTemporaryName(std::string_view name) {
          name.find_first_not_of(kLowerHexDigits, kTemporaryPrefix.size()) == std::string_view::npos;
 }
 
-// The temporary files in the directory; none when it cannot be listed.
+// Empty when the directory cannot be listed.
 std::vector<std::string> temporaryFilesIn(const std::string& path) {
   std::vector<std::string> names;
   DIR* const listing = ::opendir(path.c_str());
@@ -102,15 +102,15 @@ std::vector<std::string> temporaryFilesIn(const std::string& path) {
   return names;
 }
 
-// The directories that were looked through.
+// The directories in which stale files were removed.
 struct SweptDirectories {
   Mutex mutex;
   std::set<std::string> paths ZR_GUARDED_BY(mutex);
 };
 
-// Once in the life of the process: removes what killed ones left. Whoever replaces a file, in this process or another,
-// holds a shared lock on the directory meanwhile, so that nobody's file goes while it is being written: without the
-// lock for oneself nothing is removed, and the next replacement tries again. Leaves the shared lock in place.
+// Removes the temporary files of killed processes, once per directory and process. Whoever replaces a file holds a
+// shared lock on its directory, so nothing is removed without the exclusive lock; the next replacement tries again.
+// Returns with the shared lock held.
 void removeStaleTemporaryFiles(const std::string& path, int directory) {
   static SweptDirectories& swept = *new SweptDirectories;
   const SystemCalls& calls = systemCalls();
@@ -124,17 +124,16 @@ void removeStaleTemporaryFiles(const std::string& path, int directory) {
     const MutexLock lock(swept.mutex);
     swept.paths.insert(path);
   }
-  // Where it is not to be had, somebody sweeps this very moment: in the worst case the new file goes too, and the
-  // replacement fails.
+  // If this fails, another process is removing files right now: it may remove ours, and the replacement fails.
   calls.flock(directory, LOCK_SH | LOCK_NB);
 }
 
-// Writes all pieces; errno tells the failure.
+// Writes all pieces. False with errno set on failure.
 bool writeAll(int file, std::span<const std::string_view> pieces) {
   constexpr std::size_t kMaxPieces = 256;
   constexpr std::size_t kMaxBytes = std::size_t{1} << 30;  // some systems refuse more in one call
-  std::size_t next = 0;                                    // the piece to be written next
-  std::size_t offset = 0;                                  // what of it is written already
+  std::size_t next = 0;                                    // the next piece to write
+  std::size_t offset = 0;                                  // bytes of it already written
   while (next < pieces.size()) {
     std::array<iovec, kMaxPieces> vectors;
     std::size_t count = 0;
@@ -149,7 +148,7 @@ bool writeAll(int file, std::span<const std::string_view> pieces) {
     std::size_t written = 0;
     if (count > 0) {
       const ssize_t result =
-          uninterrupted([&] { return systemCalls().writev(file, vectors.data(), static_cast<int>(count)); });
+          retryOnEINTR([&] { return systemCalls().writev(file, vectors.data(), static_cast<int>(count)); });
       if (result == 0) errno = EIO;
       if (result <= 0) return false;
       written = static_cast<std::size_t>(result);
@@ -164,7 +163,7 @@ bool writeAll(int file, std::span<const std::string_view> pieces) {
   return true;
 }
 
-// Creates a file of an unpredictable name in the directory; the descriptor, or -1 and errno.
+// Creates a file with an unpredictable name in the directory. Returns its descriptor, or -1 with errno set.
 int createTemporaryFile(int directory, std::string& name) {
   constexpr int kAttempts = 16;
   for (int attempt = 1;; ++attempt) {
@@ -172,7 +171,7 @@ int createTemporaryFile(int directory, std::string& name) {
     fillWithRandomBytes(random);
     name = kTemporaryPrefix;
     appendHex(name, random);
-    const int file = uninterrupted([&] {
+    const int file = retryOnEINTR([&] {
       return systemCalls().openat(directory, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     });
     if (file >= 0 || errno != EEXIST || attempt == kAttempts) return file;
@@ -188,7 +187,7 @@ bool fileExists(const std::string& path) {
 
 namespace {
 
-// The member's name differs between systems.
+// The member's name depends on the system.
 template <typename Status>
 timespec modifiedOf(const Status& status) {
   if constexpr (requires { status.st_mtim; }) {
@@ -217,8 +216,8 @@ Result<std::optional<FileIdentity>> fileIdentity(const std::string& path) {
 Result<std::string> readFile(const std::string& path, std::size_t maxBytes) {
   const auto failure = [&](int code, const char* call) { return errorOf("read", path, code, call); };
   if (!isUsablePath(path)) return failure(EINVAL, "open");
-  // Without O_NONBLOCK the opening of a pipe would wait for its writer.
-  File file(uninterrupted(
+  // Without O_NONBLOCK, opening a pipe would wait for a writer.
+  File file(retryOnEINTR(
       [&] { return systemCalls().open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0); }));
   if (!file) return failure(errno, "open");
   struct stat status;
@@ -227,11 +226,11 @@ Result<std::string> readFile(const std::string& path, std::size_t maxBytes) {
   if (!S_ISREG(status.st_mode)) return Error{"cannot read " + path + ": not a regular file", EINVAL};
   if (static_cast<std::uint64_t>(status.st_size) > maxBytes) return failure(EFBIG, "fstat");
 
-  // One byte more than the file holds, so that its end is seen without growing.
+  // One byte more than the file's size: the last read sees its end without growing the buffer.
   std::string content(static_cast<std::size_t>(status.st_size) + 1, '\0');
   std::size_t size = 0;
   for (;;) {
-    const ssize_t count = uninterrupted(
+    const ssize_t count = retryOnEINTR(
         [&] { return systemCalls().read(file.descriptor(), content.data() + size, content.size() - size); });
     if (count < 0) return failure(errno, "read");
     if (count == 0) break;
@@ -243,8 +242,8 @@ Result<std::string> readFile(const std::string& path, std::size_t maxBytes) {
   return content;
 }
 
-Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces, bool* stands) {
-  if (stands) *stands = false;
+Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces, bool* isReplaced) {
+  if (isReplaced) *isReplaced = false;
   const auto failure = [&](int code, const char* call) { return errorOf("write", path, code, call); };
   const std::string directoryPath = parentOf(path);
   const std::string name = path.substr(path.rfind('/') + 1);
@@ -262,20 +261,20 @@ Status replaceFileAtomically(const std::string& path, std::span<const std::strin
   std::string temporary;
   File file(createTemporaryFile(directory.descriptor(), temporary));
   if (!file) return failure(errno, "openat");
-  const auto giveUp = [&](const char* call) {
+  const auto cleanUp = [&](const char* call) {
     const int code = errno;
-    uninterrupted([&] { return calls.unlinkat(directory.descriptor(), temporary.c_str(), 0); });
+    retryOnEINTR([&] { return calls.unlinkat(directory.descriptor(), temporary.c_str(), 0); });
     return failure(code, call);
   };
-  if (!writeAll(file.descriptor(), pieces)) return giveUp("write");
-  if (uninterrupted([&] { return calls.fsync(file.descriptor()); }) != 0) return giveUp("fsync");
-  if (!file.close()) return giveUp("close");
-  if (uninterrupted([&] {
+  if (!writeAll(file.descriptor(), pieces)) return cleanUp("write");
+  if (retryOnEINTR([&] { return calls.fsync(file.descriptor()); }) != 0) return cleanUp("fsync");
+  if (!file.close()) return cleanUp("close");
+  if (retryOnEINTR([&] {
         return calls.renameat(directory.descriptor(), temporary.c_str(), directory.descriptor(), name.c_str());
       }) != 0) {
-    return giveUp("rename");
+    return cleanUp("rename");
   }
-  if (stands) *stands = true;
+  if (isReplaced) *isReplaced = true;
   if (!syncDirectory(directory)) return failure(errno, "fsync of the directory");
   return Done{};
 }
@@ -288,7 +287,7 @@ Status removeFile(const std::string& path) {
   const auto failure = [&](int code, const char* call) { return errorOf("remove", path, code, call); };
   if (!isUsablePath(path)) return failure(EINVAL, "unlink");
   const File directory(openDirectory(parentOf(path)));
-  if (uninterrupted([&] { return systemCalls().unlinkat(AT_FDCWD, path.c_str(), 0); }) != 0) {
+  if (retryOnEINTR([&] { return systemCalls().unlinkat(AT_FDCWD, path.c_str(), 0); }) != 0) {
     if (errno == ENOENT) return Done{};
     return failure(errno, "unlink");
   }
@@ -302,7 +301,7 @@ Status renameFile(const std::string& path, const std::string& newName) {
   if (!isUsablePath(path) || !isUsablePath(target)) return failure(EINVAL, "rename");
   const File directory(openDirectory(parentOf(path)));
   if (!directory) return failure(errno, "open");
-  if (uninterrupted([&] { return systemCalls().renameat(AT_FDCWD, path.c_str(), AT_FDCWD, target.c_str()); }) != 0) {
+  if (retryOnEINTR([&] { return systemCalls().renameat(AT_FDCWD, path.c_str(), AT_FDCWD, target.c_str()); }) != 0) {
     return failure(errno, "rename");
   }
   if (!syncDirectory(directory)) return failure(errno, "fsync of the directory");
@@ -312,13 +311,13 @@ Status renameFile(const std::string& path, const std::string& newName) {
 Status makeDirectory(const std::string& path) {
   const auto failure = [&](int code, const char* call) { return errorOf("make the directory", path, code, call); };
   if (!isUsablePath(path)) return failure(EINVAL, "mkdir");
-  if (uninterrupted([&] { return systemCalls().mkdir(path.c_str(), 0700); }) != 0) {
+  if (retryOnEINTR([&] { return systemCalls().mkdir(path.c_str(), 0700); }) != 0) {
     const int code = errno;
     struct stat status;
     if (code != ENOENT && statusOf(path, status, 0) == 0 && S_ISDIR(status.st_mode)) return Done{};
     return failure(code, "mkdir");
   }
-  // A parent that may be written to but not read cannot be synced.
+  // A parent that is writable but not readable cannot be synced.
   const File parent(openDirectory(parentOf(path.substr(0, path.find_last_not_of('/') + 1))));
   if (parent && !syncDirectory(parent)) return failure(errno, "fsync of the directory");
   return Done{};

@@ -1,4 +1,4 @@
-// Files of the application's container. Every failure is a returned error that names the call and the path.
+// Reads, replaces and removes files. Every failure is a returned error that names the system call and the path.
 #pragma once
 
 #include <cstddef>
@@ -12,10 +12,10 @@
 
 namespace zorvane::platform {
 
-// Of any kind, directories too.
+// Files of any kind, directories too.
 bool fileExists(const std::string& path);
 
-// Which file stands at a path, and since which change; a file that was replaced or written to has another one.
+// Identifies a version of a file: it differs once the file was replaced or written to.
 struct FileIdentity {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
@@ -24,35 +24,35 @@ struct FileIdentity {
   bool operator==(const FileIdentity&) const = default;
 };
 
-// Absent when there is no file; a link is not followed.
+// nullopt when there is no file. Does not follow a link.
 Result<std::optional<FileIdentity>> fileIdentity(const std::string& path);
 
-// The whole file. Refuses a file of more than maxBytes, and anything but a regular file; a link is not followed.
+// The whole file. Fails for more than maxBytes and for anything but a regular file. Does not follow a link.
 Result<std::string> readFile(const std::string& path, std::size_t maxBytes);
 
-// Replaces the file's content with the pieces, one after the other, as a whole: temporary file in the same directory
-// (mode 0600, no link followed), write, fsync, rename, fsync of the directory. After a crash of the process the file is
-// the old one or the new one; after a power loss too, and once the call has returned it is the new one. On failure the
-// temporary file is removed and the old file stands; only when the directory could not be synced, the new file stands
-// already, and a power loss may bring the old one back. A link at the path is replaced, not followed.
+// Replaces the file's content by the joined pieces: temporary file in the same directory (mode 0600), write, fsync,
+// rename, fsync of the directory. After a crash or a power loss the file is the old one or the new one; once the call
+// has succeeded, the new one. On failure the temporary file is removed and the old file stays. The exception: if only
+// the fsync of the directory failed, the file is the new one, and a power loss may bring the old one back. isReplaced
+// tells the two failures apart. A link at the path is replaced, not followed. Missing directories are made, mode 0700.
 //
-// Temporary files (".zrv-" and 20 hexadecimal digits) that an ended process left behind are removed with the first
-// replacement in their directory.
-// Missing directories on the way are made, mode 0700. stands tells whether the new file stands.
-Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces, bool* stands = nullptr);
+// The first replacement in a directory removes temporary files (".zrv-" and 20 hexadecimal digits) that ended processes
+// left there.
+Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces,
+                             bool* isReplaced = nullptr);
 Status replaceFileAtomically(const std::string& path, std::string_view content);
 
-// Once the call has returned the file stays away, after a power loss too. A file that is not there is no error. When
-// the directory could not be synced, the file is gone, but a power loss may bring it back.
+// After success the file stays removed, even after a power loss. A missing file is no error. If only the fsync of the
+// directory failed, the file is gone, but a power loss may bring it back.
 Status removeFile(const std::string& path);
 
-// Gives the file, of any kind, another name in the same directory, in place of a file that has it.
+// Gives a file of any kind another name in its directory. Replaces a file of that name.
 Status renameFile(const std::string& path, const std::string& newName);
 
-// One directory, mode 0700; its parent must exist. A directory that is there already is no error. Survives a power loss
-// once the call has returned.
+// Makes one directory, mode 0700; its parent must exist. An existing directory is no error. After success it survives a
+// power loss.
 Status makeDirectory(const std::string& path);
-// With the parents that are missing.
+// The same, with missing parents.
 Status makeDirectories(const std::string& path);
 
 // With exactly one slash between the two.

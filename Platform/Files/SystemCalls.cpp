@@ -12,12 +12,12 @@ namespace {
 
 int syncFile(int file) {
 #if defined(F_FULLFSYNC)
-  if (::fcntl(file, F_FULLFSYNC) == 0) return 0;  // refused by some file systems, which have fsync then
+  if (::fcntl(file, F_FULLFSYNC) == 0) return 0;  // some file systems support only fsync
 #endif
   return ::fsync(file);
 }
 
-std::atomic<const SystemCalls*> callsInForce{&kRealSystemCalls};
+std::atomic<const SystemCalls*> currentCalls{&kRealSystemCalls};
 
 }  // namespace
 
@@ -39,11 +39,11 @@ const SystemCalls kRealSystemCalls{
 };
 
 const SystemCalls& systemCalls() {
-  return *callsInForce.load(std::memory_order_acquire);
+  return *currentCalls.load(std::memory_order_acquire);
 }
 
 void setSystemCalls(const SystemCalls* calls) {
-  callsInForce.store(calls ? calls : &kRealSystemCalls, std::memory_order_release);
+  currentCalls.store(calls ? calls : &kRealSystemCalls, std::memory_order_release);
 }
 
 }  // namespace zorvane::platform

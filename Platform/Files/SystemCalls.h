@@ -1,4 +1,4 @@
-// The system calls that files are read and written with, so that a test can make any of them fail.
+// The system calls behind FileSystem.h, so that a test can make any of them fail.
 #pragma once
 
 #include <sys/stat.h>
@@ -9,7 +9,7 @@
 
 namespace zorvane::platform {
 
-// Each member behaves as the call of its name: -1 and errno on failure.
+// Each member behaves as the system call of its name: -1 with errno set on failure.
 struct SystemCalls {
   int (*open)(const char* path, int flags, mode_t mode);
   int (*openat)(int directory, const char* name, int flags, mode_t mode);
@@ -17,7 +17,7 @@ struct SystemCalls {
   int (*fstatat)(int directory, const char* name, struct stat* status, int flags);
   ssize_t (*read)(int file, void* bytes, std::size_t count);
   ssize_t (*writev)(int file, const iovec* pieces, int count);
-  // To the medium, not only to the device's cache, where the system tells the two apart.
+  // To the medium, not only to the device's cache, where the system can tell the two apart.
   int (*fsync)(int file);
   int (*close)(int file);
   int (*renameat)(int fromDirectory, const char* from, int toDirectory, const char* to);
@@ -26,12 +26,10 @@ struct SystemCalls {
   int (*flock)(int file, int operation);
 };
 
-// The system's own.
 extern const SystemCalls kRealSystemCalls;
 
-// The table in force.
 const SystemCalls& systemCalls();
-// For tests: the table must outlive its use; null brings the real calls back. While no other thread uses files.
+// For tests, while no other thread uses files. The table must outlive its use; null restores the real calls.
 void setSystemCalls(const SystemCalls* calls);
 
 }  // namespace zorvane::platform

@@ -10,8 +10,6 @@
 namespace zorvane::platform {
 namespace {
 
-// An object's plain value holds no object; one that breaks this is followed only so far.
-constexpr int kMaximumPlainSteps = 8;
 constexpr std::size_t kReferenceSize = 4;
 
 void appendUtf16Units(std::string_view text, std::string& out) {
@@ -35,7 +33,7 @@ std::uint32_t ScalarTable::hashOf(std::string_view encoded) {
 void ScalarTable::place(Slot slot) {
   const std::size_t mask = slots_.size() - 1;
   std::size_t i = slot.hash & mask;
-  while (slots_[i].index != kNone) i = (i + 1) & mask;
+  while (slots_[i].index != kNotFound) i = (i + 1) & mask;
   slots_[i] = slot;
 }
 
@@ -44,7 +42,7 @@ void ScalarTable::insert(std::uint32_t hash, std::uint32_t index) {
     std::vector<Slot> old(std::max<std::size_t>(64, slots_.size() * 2));
     old.swap(slots_);
     for (const Slot& slot : old) {
-      if (slot.index != kNone) place(slot);
+      if (slot.index != kNotFound) place(slot);
     }
   }
   place({hash, index});
@@ -79,14 +77,8 @@ std::uint32_t BinaryEncoder::encode(const Value& value, int depth) {
     case Value::Kind::Object:
       break;
   }
-  Value plain = value;
-  for (int step = 0; step < kMaximumPlainSteps; ++step) {
-    const auto object = plain.asObject();
-    if (!object) return encode(plain, depth);
-    if (const auto* uid = dynamic_cast<const PropertyListUID*>(object.get())) return encodeUID(uid->index());
-    plain = object->plainValue();
-  }
-  return encodeText("");
+  if (const auto uid = value.asObject<PropertyListUID>()) return encodeUID(uid->index());
+  return encode(plainValueOf(*value.asObject()), depth);
 }
 
 std::uint32_t BinaryEncoder::encodeContainer(const Value& value, int depth) {
@@ -131,7 +123,7 @@ std::uint32_t BinaryEncoder::encodeText(std::string_view text) {
 std::uint32_t BinaryEncoder::encodeInteger(std::int64_t number) {
   const std::size_t start = bytes_.size();
   const auto bits = static_cast<std::uint64_t>(number);
-  // Only eight bytes have a sign.
+  // Only eight-byte integers are signed.
   const unsigned power = bits <= 0xFF ? 0 : bits <= 0xFFFF ? 1 : bits <= 0xFFFFFFFF ? 2 : 3;
   bytes_ += static_cast<char>(0x10 + power);
   appendBigEndian(bits, std::size_t{1} << power, bytes_);
@@ -163,8 +155,8 @@ std::uint32_t BinaryEncoder::encodeUID(std::uint32_t number) {
 std::uint32_t BinaryEncoder::finishScalar(std::size_t start) {
   const std::string_view encoded = std::string_view(bytes_).substr(start);
   const std::uint32_t hash = ScalarTable::hashOf(encoded);
-  std::uint32_t index = table_.find(hash, [&](std::uint32_t other) { return standsAt(other, encoded); });
-  if (index != ScalarTable::kNone) {
+  std::uint32_t index = table_.find(hash, [&](std::uint32_t other) { return isEqualTo(other, encoded); });
+  if (index != ScalarTable::kNotFound) {
     bytes_.resize(start);
     return index;
   }
@@ -175,13 +167,13 @@ std::uint32_t BinaryEncoder::finishScalar(std::size_t start) {
 
 std::uint32_t BinaryEncoder::addObject(std::size_t start) {
   const std::size_t index = existing_.count + offsets_.size();
-  if (index >= ScalarTable::kNone) throw std::length_error("too many objects in a property list");
+  if (index >= ScalarTable::kNotFound) throw std::length_error("too many objects in a property list");
   offsets_.push_back(existing_.bytes.size() + start);
   return static_cast<std::uint32_t>(index);
 }
 
-bool BinaryEncoder::standsAt(std::uint32_t index, std::string_view encoded) const {
-  // No encoded scalar is the beginning of another.
+bool BinaryEncoder::isEqualTo(std::uint32_t index, std::string_view encoded) const {
+  // Encodings are prefix-free, so starts_with means equal.
   if (index >= existing_.count) {
     const std::size_t start = offsets_[index - existing_.count] - existing_.bytes.size();
     return std::string_view(bytes_).substr(start).starts_with(encoded);

@@ -1,4 +1,4 @@
-// Values as the objects of a binary property list. Each scalar stands once, however often it is used.
+// Encodes values as the objects of a binary property list. Equal scalars are written once.
 #pragma once
 
 #include <cstddef>
@@ -12,28 +12,28 @@
 
 namespace zorvane::platform {
 
-// The scalars of a file by their encoded bytes.
+// Hash table from the encoded bytes of a scalar to the index of its object.
 class ScalarTable {
  public:
-  static constexpr std::uint32_t kNone = 0xFFFFFFFF;
+  static constexpr std::uint32_t kNotFound = 0xFFFFFFFF;
 
   static std::uint32_t hashOf(std::string_view encoded);
-  // The index among those of the hash for which isEqual(index) holds, or kNone.
+  // An index with this hash for which isEqual(index) holds, or kNotFound.
   template <typename IsEqual>
   std::uint32_t find(std::uint32_t hash, IsEqual isEqual) const {
-    if (slots_.empty()) return kNone;
+    if (slots_.empty()) return kNotFound;
     const std::size_t mask = slots_.size() - 1;
-    for (std::size_t i = hash & mask; slots_[i].index != kNone; i = (i + 1) & mask) {
+    for (std::size_t i = hash & mask; slots_[i].index != kNotFound; i = (i + 1) & mask) {
       if (slots_[i].hash == hash && isEqual(slots_[i].index)) return slots_[i].index;
     }
-    return kNone;
+    return kNotFound;
   }
   void insert(std::uint32_t hash, std::uint32_t index);
 
  private:
   struct Slot {
     std::uint32_t hash = 0;
-    std::uint32_t index = kNone;
+    std::uint32_t index = kNotFound;
   };
   void place(Slot slot);
 
@@ -41,17 +41,17 @@ class ScalarTable {
   std::size_t used_ = 0;
 };
 
-// Encodes behind the objects that stand already: in references of four bytes, each object behind those it refers to.
+// Appends objects to those of an existing file. References take four bytes. Each object comes after those it refers to.
 class BinaryEncoder {
  public:
-  // Both must outlive the encoder; the table knows the scalars of the existing objects and learns the new ones.
+  // Both must outlive the encoder. The table must hold the scalars of the existing objects; new ones are added to it.
   BinaryEncoder(const BinaryObjects& existing, ScalarTable& table) : existing_(existing), table_(table) {}
 
-  // The index of the object, which has so many containers above it. Nil becomes "".
+  // Returns the index of the value's object. depth is the number of containers around the value. Nil becomes "".
   std::uint32_t encode(const Value& value, int depth);
   std::uint32_t encodeText(std::string_view text);
 
-  // The new objects, and their entries of the offset table (8 bytes each).
+  // The new objects, and the position of each in the whole file.
   const std::string& bytes() const { return bytes_; }
   const std::vector<std::uint64_t>& offsets() const { return offsets_; }
 
@@ -61,10 +61,10 @@ class BinaryEncoder {
   std::uint32_t encodeReal(unsigned char marker, double number);
   std::uint32_t encodeData(const Data& data);
   std::uint32_t encodeUID(std::uint32_t number);
-  // The object that begins at start and ends here is finished: a new one, or one that stands already.
+  // Ends the object that begins at start. Drops it again if an equal one exists.
   std::uint32_t finishScalar(std::size_t start);
   std::uint32_t addObject(std::size_t start);
-  bool standsAt(std::uint32_t index, std::string_view encoded) const;
+  bool isEqualTo(std::uint32_t index, std::string_view encoded) const;
 
   const BinaryObjects& existing_;
   ScalarTable& table_;
@@ -73,9 +73,9 @@ class BinaryEncoder {
   std::vector<std::uint32_t> references_;  // of the containers being encoded, innermost last
 };
 
-// Appends the number in so many big-endian bytes.
+// Appends the number as size big-endian bytes.
 void appendBigEndian(std::uint64_t number, std::size_t size, std::string& out);
-// Appends a marker with its length: in the low half of its byte, or as an integer behind it.
+// Appends a marker with its length: in the marker's low four bits, or as an integer after it.
 void appendMarker(unsigned char marker, std::size_t count, std::string& out);
 void appendTrailer(std::size_t offsetSize, std::size_t referenceSize, std::size_t count, std::size_t top,
                    std::size_t tableStart, std::string& out);

@@ -10,7 +10,7 @@
 namespace zorvane::platform {
 namespace {
 
-// Chunks are joined up to this size, so that appending never copies much and never leaves many chunks.
+// Chunks are joined up to this size: appending neither copies much nor leaves many chunks.
 constexpr std::size_t kJoinedSize = std::size_t{4} << 20;
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
@@ -71,7 +71,7 @@ Result<BinaryObjects> BinaryObjects::open(std::string_view file, const std::shar
   }
   const std::size_t trailerStart = file.size() - kTrailerSize;
   const std::string_view trailer = file.substr(trailerStart);
-  const auto unsound = [&](std::string_view what, std::size_t at) {
+  const auto malformed = [&](std::string_view what, std::size_t at) {
     return Error{"no binary property list: " + std::string(what) + " at byte " +
                      textOfInteger(static_cast<std::int64_t>(trailerStart + at)),
                  0};
@@ -82,13 +82,13 @@ Result<BinaryObjects> BinaryObjects::open(std::string_view file, const std::shar
   objects.count = bigEndian(trailer.substr(8, 8));
   objects.top = bigEndian(trailer.substr(16, 8));
   const std::size_t tableStart = bigEndian(trailer.substr(24, 8));
-  if (objects.offsetSize < 1 || objects.offsetSize > 8) return unsound("an unsound offset size", 6);
-  if (objects.referenceSize < 1 || objects.referenceSize > 8) return unsound("an unsound reference size", 7);
-  if (objects.top >= objects.count) return unsound("a top object out of range", 16);
-  if (tableStart <= kHeaderSize || tableStart >= trailerStart) return unsound("an offset table out of range", 24);
+  if (objects.offsetSize < 1 || objects.offsetSize > 8) return malformed("an unsound offset size", 6);
+  if (objects.referenceSize < 1 || objects.referenceSize > 8) return malformed("an unsound reference size", 7);
+  if (objects.top >= objects.count) return malformed("a top object out of range", 16);
+  if (tableStart <= kHeaderSize || tableStart >= trailerStart) return malformed("an offset table out of range", 24);
   const std::size_t tableSize = trailerStart - tableStart;
   if (tableSize % objects.offsetSize != 0 || tableSize / objects.offsetSize != objects.count) {
-    return unsound("an offset table that does not fit the number of objects", 8);
+    return malformed("an offset table that does not fit the number of objects", 8);
   }
   objects.bytes.append(file.substr(0, tableStart), owner);
   objects.offsets.append(file.substr(tableStart, tableSize), owner);
@@ -181,7 +181,7 @@ bool DecodingAllowance::take(std::size_t valueCount, std::size_t byteCount) {
 
 Value integerOfObject(const BinaryObject& object) {
   const std::uint64_t number = bigEndian(object.content);
-  // Only integers of 8 bytes have a sign.
+  // Only eight-byte integers are signed.
   return object.count == 8 ? Value(static_cast<std::int64_t>(number)) : Value(number);
 }
 

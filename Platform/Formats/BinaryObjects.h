@@ -1,4 +1,4 @@
-// The objects of a binary property list where they stand in its bytes: nothing is copied, every access is checked.
+// Reads the objects of a binary property list in place: nothing is copied, every access is checked.
 #pragma once
 
 #include <cstddef>
@@ -14,10 +14,10 @@
 
 namespace zorvane::platform {
 
-// Seconds between 1970-01-01, where a Date begins, and 2001-01-01, where a property list's dates begin.
+// Seconds from 1970-01-01, the epoch of Date, to 2001-01-01, the epoch of dates in property lists.
 inline constexpr double kPropertyListEpoch = 978307200;
 
-// Bytes at consecutive positions, held in a few immutable chunks that copies share.
+// A sequence of bytes in a few immutable chunks, which copies share.
 class ChunkedBytes {
  public:
   struct Chunk {
@@ -26,14 +26,14 @@ class ChunkedBytes {
     std::shared_ptr<const std::string> owner;
   };
 
-  // The bytes must outlive this where no owner is given.
+  // Without an owner the bytes must outlive this object and its copies.
   void append(std::string_view bytes, std::shared_ptr<const std::string> owner);
-  // Short chunks before it are joined with it, so that the number of chunks stays small.
+  // Joins short chunks at the end with it, so that the number of chunks stays small.
   void append(std::string bytes);
 
   std::size_t size() const { return size_; }
   const std::vector<Chunk>& chunks() const { return chunks_; }
-  // What stands from the position to the end of the chunk that holds it; empty beyond the end.
+  // The bytes from the position to the end of its chunk; empty beyond the end.
   std::string_view from(std::size_t position) const;
 
  private:
@@ -71,52 +71,53 @@ struct BinaryObject {
   bool isContainer() const { return kind >= Kind::List; }
 };
 
-// The value of 1 to 16 big-endian bytes, of which the last 8 count.
+// The number in the last 8 of 1 to 16 big-endian bytes.
 std::uint64_t bigEndian(std::string_view bytes);
 
 struct BinaryObjects {
   ChunkedBytes bytes;
-  // The offset table from the entry of firstIndex on.
+  // The offset table, from the entry of object firstIndex on.
   ChunkedBytes offsets;
   std::size_t offsetSize = 8;
   std::size_t referenceSize = 4;
   std::size_t firstIndex = 0;
-  // All objects, those before firstIndex included.
+  // The number of all objects, those before firstIndex included.
   std::size_t count = 0;
   std::size_t top = 0;
 
-  // Checks the header, the trailer and the place of the offset table. The bytes must outlive the result where no owner
-  // is given.
+  // Checks the header, the trailer and the position of the offset table. Without an owner the bytes must outlive the
+  // result.
   static Result<BinaryObjects> open(std::string_view file, const std::shared_ptr<const std::string>& owner);
 
-  // Nothing when the index or the object's bytes are unsound.
+  // False when the index is out of range or the object's bytes are malformed.
   bool read(std::size_t index, BinaryObject& object) const;
-  // The index of an element; of a dictionary's keys, then (from its count on) its values. Not checked to be in range.
+  // The index of a container's element: of a dictionary 0 to count-1 are its keys, count to 2*count-1 its values. The
+  // result may be out of range.
   std::size_t reference(const BinaryObject& container, std::size_t element) const;
 };
 
-// What a decoded value may cost before it is refused: a small file can share objects so that its value is endless.
+// What decoding a value may still cost. Objects can be shared, so that a small file stands for a huge value.
 struct DecodingAllowance {
   std::size_t values = 4'000'000;
   std::size_t textBytes = 256'000'000;
   bool isExceeded = false;
 
-  // False when that is more than what is left.
+  // False, with isExceeded set, when less is left.
   bool take(std::size_t valueCount, std::size_t byteCount);
 };
 
-// Readings of objects of the kind. Text is valid UTF-8: a view into the object, or into storage where it was converted.
+// The object must be of that kind. Text is valid UTF-8: a view of the object, or of storage if it had to be converted.
 Value integerOfObject(const BinaryObject& object);
 double realOfObject(const BinaryObject& object);
 Date dateOfObject(const BinaryObject& object);
 std::string_view textOfObject(const BinaryObject& object, std::string& storage);
 std::uint32_t uidOfObject(const BinaryObject& object);
 
-// Decodes an object with so many containers above it.
+// depth is the number of containers around the object.
 Result<Value> decodeObject(const BinaryObjects& objects, std::size_t index, int depth, DecodingAllowance& allowance);
 
-// Appends jsonText of what decodeObject gives, without building the value. False, with out as it was, where that gives
-// an error.
+// Appends the jsonText of what decodeObject returns, without building the value. Where that is an error, returns false
+// and leaves out as it was.
 bool appendJSONOfObject(const BinaryObjects& objects, std::size_t index, int depth, DecodingAllowance& allowance,
                         std::string& out);
 

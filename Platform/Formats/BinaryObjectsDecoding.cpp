@@ -12,17 +12,18 @@ std::string positionText(const BinaryObject& object) {
   return " at byte " + textOfInteger(static_cast<std::int64_t>(object.position));
 }
 
-// The steps that decoding and transcoding share: each object is read, its place checked and its cost taken.
-class Walk {
+// Base of Decoder and Transcoder: reads each object, checks its depth and takes its cost from the allowance.
+class ObjectVisitor {
  public:
-  Walk(const BinaryObjects& objects, DecodingAllowance& allowance) : objects_(objects), allowance_(allowance) {}
+  ObjectVisitor(const BinaryObjects& objects, DecodingAllowance& allowance)
+      : objects_(objects), allowance_(allowance) {}
 
   const std::string& error() const { return error_; }
 
  protected:
   using Kind = BinaryObject::Kind;
 
-  // A cycle ends at the depth limit, children shared again and again at the allowance.
+  // The depth limit ends cycles; the allowance ends values that shared children make huge.
   bool enter(std::size_t index, int depth, BinaryObject& object) {
     if (!objects_.read(index, object)) {
       return fail("object " + textOfInteger(static_cast<std::int64_t>(index)) + " is missing or unsound");
@@ -55,9 +56,9 @@ class Walk {
   std::string error_;
 };
 
-class Decoder : public Walk {
+class Decoder : public ObjectVisitor {
  public:
-  using Walk::Walk;
+  using ObjectVisitor::ObjectVisitor;
 
   bool decode(std::size_t index, int depth, Value& value) {
     BinaryObject object;
@@ -126,13 +127,13 @@ class Decoder : public Walk {
   std::string storage_;
 };
 
-// The texts seen so far; a short list is searched, a long one hashed.
+// A set of texts: searched one by one while it is small, then by hash.
 class TextSet {
  public:
-  // False when the text was there. A text that is not stable is copied.
+  // False when the text is in the set already. isStable: the bytes outlive the set; others are copied.
   bool insert(std::string_view text, bool isStable) {
-    constexpr std::size_t kSearched = 16;
-    if (texts_.size() < kSearched) {
+    constexpr std::size_t kMaxSearched = 16;
+    if (texts_.size() < kMaxSearched) {
       for (const std::string_view other : texts_) {
         if (other == text) return false;
       }
@@ -141,7 +142,7 @@ class TextSet {
       if (hashed_.count(text) != 0) return false;
     }
     if (!isStable) text = copies_.emplace_front(text);
-    if (texts_.size() < kSearched) {
+    if (texts_.size() < kMaxSearched) {
       texts_.push_back(text);
     } else {
       hashed_.insert(text);
@@ -155,10 +156,10 @@ class TextSet {
   std::forward_list<std::string> copies_;
 };
 
-class Transcoder : public Walk {
+class Transcoder : public ObjectVisitor {
  public:
   Transcoder(const BinaryObjects& objects, DecodingAllowance& allowance, std::string& out)
-      : Walk(objects, allowance), out_(out) {}
+      : ObjectVisitor(objects, allowance), out_(out) {}
 
   bool append(std::size_t index, int depth) {
     BinaryObject object;
@@ -236,7 +237,7 @@ class Transcoder : public Walk {
       if (isNew) {
         isFirst = false;
       } else {
-        out_.resize(start);  // the first one counts; this one had to be sound
+        out_.resize(start);  // the first value of a key holds; this one was only checked
       }
     }
     out_ += '}';

@@ -14,24 +14,24 @@ namespace zorvane::platform {
 
 struct JSONLimits {
   std::size_t depth = 512;
-  // Keys count like values.
+  // Keys included.
   std::size_t values = 4'000'000;
 };
 
 // One JSON value with nothing but blanks around it. 2.0 is a double, 2 an integer; integers beyond 64 bits are doubles;
-// null is the null marker; of a key that stands twice the last value holds. A lone surrogate escape becomes U+FFFD. A
-// number beyond the range of a double is an error.
+// null is the null marker; of a repeated key the last value holds. A lone surrogate escape becomes U+FFFD. A number
+// beyond the range of a double is an error.
 Result<Value> parseJSON(std::string_view text, JSONLimits limits = {});
 
-// Compact text. Doubles keep a point or an exponent ("2.0"), so that kinds survive a round trip. What JSON cannot hold
-// costs only itself: nil, not-a-number and infinity become null, a date its ISO 8601 text with milliseconds in UTC,
-// data its lower-case hexadecimal text, a URL its text, an object its plain value. Beyond 512 levels null stands in.
+// Compact JSON. Doubles keep a point or an exponent ("2.0"), so that kinds survive a round trip. What JSON cannot hold
+// is replaced: nil, not-a-number and infinity by null, a date by its ISO 8601 text with milliseconds in UTC, data by
+// its lower-case hexadecimal digits, a URL by its text, an object by its plain value, anything beyond 512 levels by
+// null.
 std::string jsonText(const Value& value);
 void appendJSON(const Value& value, std::string& out);
 
-// A part of a value that is made only when it is written: where it stands in a container, its writer appends its JSON.
-// Its plain value is what a reader of values (equality, descriptions) sees. The writer must be callable from any
-// thread.
+// A part of a value whose JSON is made when it is written: writer appends it. Comparison and descriptions use
+// plainValue. Both functions are called on any thread.
 std::shared_ptr<const Object> lazyJSON(std::function<void(std::string& out)> writer, std::function<Value()> plainValue);
 
 }  // namespace zorvane::platform

@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "Platform/Formats/JSON.h"
+#include "Platform/Text/Ascii.h"
 #include "Platform/Text/NumberText.h"
 #include "Platform/Text/Utf8.h"
 
@@ -24,16 +25,16 @@ class Parser {
   }
 
  private:
-  // Every step returns whether it succeeded; the first failure leaves its sentence.
+  // Every step returns false on failure, after the first failure has set error_.
   bool fail(std::string_view what) { return failAt(what, position_); }
   bool failAt(std::string_view what, std::size_t position) {
     error_ = std::string(what) + " at byte " + textOfInteger(static_cast<std::int64_t>(position));
     return false;
   }
 
-  // The character here, 0 at the end (a zero byte is no part of the grammar either).
+  // The next character; 0 at the end. The grammar has no zero byte.
   char peek() const { return position_ < text_.size() ? text_[position_] : '\0'; }
-  bool isDigit() const { return peek() >= '0' && peek() <= '9'; }
+  bool isDigit() const { return isAsciiDigit(peek()); }
   void skipBlanks() {
     while (peek() == ' ' || peek() == '\n' || peek() == '\r' || peek() == '\t') ++position_;
   }
@@ -154,7 +155,7 @@ class Parser {
       if (units[0] <= 0xDBFF && units[1] >= 0xDC00 && units[1] <= 0xDFFF) {
         count = 2;
       } else {
-        position_ = before;  // not its other half: read again by itself
+        position_ = before;  // no low surrogate: read again by itself
       }
     }
     appendUtf16AsUtf8(
@@ -162,7 +163,7 @@ class Parser {
     return true;
   }
 
-  // "uXXXX", from the letter on.
+  // "uXXXX"
   bool parseUnit(std::uint32_t& unit) {
     const std::string_view digits = text_.substr(std::min(position_ + 1, text_.size()), 4);
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), unit, 16);

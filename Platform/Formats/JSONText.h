@@ -1,4 +1,4 @@
-// The JSON of single parts, for writers that have no Value at hand. Everything is appended to out.
+// Appends single JSON values to out, for writers that have no Value.
 #pragma once
 
 #include <cstdint>
@@ -12,10 +12,10 @@ namespace zorvane::platform {
 
 // Quoted and escaped; the text must be valid UTF-8.
 void appendJSONString(std::string_view text, std::string& out);
-// Null where it is not finite.
+// null for not-a-number and infinity.
 void appendJSONDouble(double number, std::string& out);
 void appendJSONInteger(std::int64_t number, std::string& out);
-// Null where no calendar holds the date.
+// null for a date outside the years 1 to 9999.
 void appendJSONDate(Date date, std::string& out);
 void appendJSONData(std::span<const std::uint8_t> bytes, std::string& out);
 

@@ -12,11 +12,9 @@
 namespace zorvane::platform {
 namespace {
 
-constexpr int kMaximumDepth = 512;
-// An object's plain value holds no object; one that breaks this is followed only so far.
-constexpr int kMaximumPlainSteps = 8;
+constexpr int kMaxDepth = 512;
 
-// For each byte: 0 as it is, 'u' as a number, else the letter behind the backslash.
+// For each byte: 0 if it is written as it is, 'u' for \u00XX, else the letter after the backslash.
 constexpr std::array<char, 256> makeEscapes() {
   std::array<char, 256> escapes{};
   for (std::size_t i = 0; i < 0x20; ++i) escapes[i] = 'u';
@@ -51,14 +49,9 @@ void append(const Value& value, int depth, std::string& out);
 void appendObject(const Object& object, int depth, std::string& out) {
   if (const auto* lazy = dynamic_cast<const LazyJSON*>(&object)) {
     lazy->write(out);
-    return;
+  } else {
+    append(plainValueOf(object), depth, out);
   }
-  Value plain = object.plainValue();
-  for (int step = 0; plain.kind() == Value::Kind::Object; ++step) {
-    if (step == kMaximumPlainSteps) plain = null;
-    if (const auto inner = plain.asObject()) plain = inner->plainValue();
-  }
-  append(plain, depth, out);
 }
 
 void append(const Value& value, int depth, std::string& out) {
@@ -88,7 +81,7 @@ void append(const Value& value, int depth, std::string& out) {
     case Value::Kind::Dictionary:
       break;
   }
-  if (depth == kMaximumDepth) {
+  if (depth == kMaxDepth) {
     out += "null";
     return;
   }

@@ -12,9 +12,8 @@
 
 namespace zorvane::platform {
 
-// An object of one of the archive's own classes, as a reader or writer of archives sees it: the class name and the
-// encoded keys. Values are plain values; an object inside is an ArchivedObject in a Value again, also within arrays and
-// dictionaries.
+// An object in an archive: its class name and its encoded keys. A key's value is a plain value. Objects in it, also
+// inside arrays and dictionaries, are ArchivedObjects again.
 class ArchivedObject final : public Object {
  public:
   explicit ArchivedObject(std::string className) : className_(std::move(className)) {}
@@ -43,15 +42,14 @@ class ArchivedObject final : public Object {
   std::vector<Field> fields_;
 };
 
-// A binary property list with the object as its root. An object that stands in several places is one entry. Nil is left
-// out of arrays; the null marker is the archive's null object, a URL its text, any other object its plain value; beyond
-// 256 levels nil or, in a container, "" stands in.
+// A binary property list with the object as its root. An object that is referred to several times is one entry. Nil is
+// left out of arrays. The null marker is written as the archive's null object, a URL as its text, any other object as
+// its plain value; anything beyond 256 levels as nil, or as "" in a container.
 std::string archiveRootObject(const std::shared_ptr<const ArchivedObject>& root);
 
-// Reads either encoding. Of the classes in the archive only the platform's plain ones and those named here are
-// accepted; an unsound file, or a root of another class than rootClass, is an error. Below a sound root a wrong value
-// reads as nil and costs only itself; in an array or a dictionary it is left out. Cycles, depth (256 levels) and shared
-// children (a million parts of a value) are bounded.
+// Reads either encoding. Accepts the platform's plain classes, rootClass and classes. A malformed file, or a root of
+// another class than rootClass, is an error. Below a valid root anything malformed reads as nil, and is left out of
+// arrays and dictionaries. So are cycles, values deeper than 256 levels and values of more than a million parts.
 Result<std::shared_ptr<const ArchivedObject>> unarchiveRootObject(std::string_view bytes, std::string_view rootClass,
                                                                   std::span<const std::string_view> classes);
 

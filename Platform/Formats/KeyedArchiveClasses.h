@@ -1,4 +1,4 @@
-// What the writer and the reader of keyed archives share.
+// Constants shared by the writer and the reader of keyed archives.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@ namespace zorvane::platform::archive {
 
 inline constexpr std::int64_t kVersion = 100000;
 inline constexpr std::string_view kArchiver = "NSKeyedArchiver";
-// The most objects that stand inside one another, containers and objects with keys alike.
-inline constexpr int kDepth = 256;
+// The most containers and objects inside one another.
+inline constexpr int kMaxDepth = 256;
 
 }  // namespace zorvane::platform::archive

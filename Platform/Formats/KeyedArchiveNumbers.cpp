@@ -13,7 +13,7 @@
 namespace zorvane::platform::archive {
 namespace {
 
-// The decimal digits of a number of 16-bit words, the lowest first.
+// The decimal digits of a number given as 16-bit words, lowest word first.
 std::string digitsOfWords(std::vector<std::uint32_t> words) {
   std::string digits;
   while (std::any_of(words.begin(), words.end(), [](std::uint32_t word) { return word != 0; })) {
@@ -56,7 +56,7 @@ Value decimalNumber(const Dictionary& entry) {
   }
   if (*exponent.asInteger() < -128 || *exponent.asInteger() > 127) return {};
   if (*length.asInteger() < 0 || *length.asInteger() > static_cast<std::int64_t>(kWords)) return {};
-  // No words and a minus stand for not a number.
+  // No words and a minus sign mean not-a-number.
   if (*length.asInteger() == 0 && negative.boolValue()) return std::numeric_limits<double>::quiet_NaN();
   const bool isBigEndian = !order.isNil() && *order.asInteger() == kBigEndianOrder;
   std::vector<std::uint32_t> words;

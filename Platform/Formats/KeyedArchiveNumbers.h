@@ -4,8 +4,8 @@
 
 namespace zorvane::platform::archive {
 
-// The number of a decimal number's entry: an integer where it is a whole one of 64 bits, else a double; nil where the
-// entry is unsound.
+// The number in the entry of a decimal number: an integer if it is whole and fits 64 bits, else a double; nil if the
+// entry is malformed.
 Value decimalNumber(const Dictionary& entry);
 
 }  // namespace zorvane::platform::archive

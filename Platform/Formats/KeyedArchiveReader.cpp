@@ -10,10 +10,10 @@
 namespace zorvane::platform {
 namespace {
 
-// What a value may hold, counted as often as each part stands in it: children can be shared so that this is endless.
-constexpr std::size_t kMaximumParts = 1'000'000;
-// So many bytes of a text count as one more part.
-constexpr std::size_t kTextPart = 32;
+// The most parts of a value. A shared child counts each time, or a small file could stand for a huge value.
+constexpr std::size_t kMaxParts = 1'000'000;
+// This many bytes of a text count as one part more.
+constexpr std::size_t kTextBytesPerPart = 32;
 
 constexpr std::string_view kPlainClasses[] = {
     "NSArray",       "NSMutableArray", "NSDictionary",    "NSMutableDictionary",
@@ -25,7 +25,7 @@ class Reader {
   Reader(const Array& objects, std::string_view rootClass, std::span<const std::string_view> classes)
       : objects_(objects), rootClass_(rootClass), classes_(classes), entries_(objects.size()) {}
 
-  // Nothing for a reference of another kind or out of range.
+  // Null when the reference is no UID or out of range.
   const Value* target(const Value* reference, std::size_t& index) const {
     if (!reference) return nullptr;
     const auto uid = reference->asObject<PropertyListUID>();
@@ -34,8 +34,7 @@ class Reader {
     return &objects_[index];
   }
 
-  // The name of the class that the entry states, the first among its hints where it is no known one; empty where there
-  // is none.
+  // The name of the entry's class; if it is unknown, the first known one of its hints; empty if there is none.
   std::string_view classOf(const Dictionary& entry) const {
     std::size_t index = 0;
     const Value* stated = target(entry.find("$class"), index);
@@ -51,12 +50,12 @@ class Reader {
     return {};
   }
 
-  // Nil for whatever is wrong. Each entry is read once, and shared by all that refer to it.
+  // Nil for anything malformed. Each entry is read once and shared by all references to it.
   Value read(const Value* reference, int depth) { return readEntry(reference, depth).value; }
 
  private:
   struct Entry {
-    enum class State : std::uint8_t { Unread, Open, Read };
+    enum class State : std::uint8_t { Unread, Reading, Read };
     State state = State::Unread;
     Value value;
     std::size_t parts = 1;
@@ -77,25 +76,25 @@ class Reader {
     if (!content || index == 0) return kNothing;
     Entry& entry = entries_[index];
     if (entry.state == Entry::State::Unread) {
-      if (depth > archive::kDepth) return kNothing;
-      entry.state = Entry::State::Open;
+      if (depth > archive::kMaxDepth) return kNothing;
+      entry.state = Entry::State::Reading;
       entry.value = readContent(*content, depth, entry.parts);
-      if (entry.parts > kMaximumParts) {
+      if (entry.parts > kMaxParts) {
         entry.value = Value();
         entry.parts = 1;
       }
       entry.state = Entry::State::Read;
     }
-    // An open entry holds itself.
+    // An entry that is still being read contains itself.
     return entry.state == Entry::State::Read ? entry : kNothing;
   }
 
-  // Adds what is read to the parts of the value around it, which is given up where they are too many.
+  // Adds the entry's parts to those of the value around it. Nil from the point where they are too many.
   Value readPart(const Value* reference, int depth, std::size_t& parts) {
-    if (parts > kMaximumParts) return {};
+    if (parts > kMaxParts) return {};
     const Entry& entry = readEntry(reference, depth);
     parts += entry.parts;
-    return parts > kMaximumParts ? Value() : entry.value;
+    return parts > kMaxParts ? Value() : entry.value;
   }
 
   Value readContent(const Value& content, int depth, std::size_t& parts) {
@@ -107,7 +106,7 @@ class Reader {
       case Value::Kind::Date:
         return content;
       case Value::Kind::String:
-        parts += content.asString()->size() / kTextPart;
+        parts += content.asString()->size() / kTextBytesPerPart;
         return content;
       case Value::Kind::Dictionary:
         break;
@@ -162,7 +161,7 @@ class Reader {
     const auto object = std::make_shared<ArchivedObject>(std::string(name));
     for (const auto& [key, value] : entry) {
       if (key == "$class") continue;
-      // A "$" of a key's own is doubled.
+      // An encoded key that begins with "$" has it doubled.
       const std::string_view ownKey = std::string_view(key).substr(key.starts_with("$$") ? 1 : 0);
       if (value.asObject()) {
         object->encodeObject(ownKey, readPart(&value, depth + 1, parts));
@@ -179,7 +178,7 @@ class Reader {
   std::vector<Entry> entries_;
 };
 
-Error unsound(std::string_view what) {
+Error malformed(std::string_view what) {
   return Error{"no keyed archive: " + std::string(what), 0};
 }
 
@@ -204,25 +203,25 @@ Result<std::shared_ptr<const ArchivedObject>> unarchiveRootObject(std::string_vi
   const auto parsed = parsePropertyList(bytes);
   if (!parsed) return parsed.error();
   const Dictionary* file = parsed.value().asDictionary();
-  if (!file) return unsound("no dictionary stands at the root");
+  if (!file) return malformed("no dictionary stands at the root");
   const Value version = file->objectForKey("$version");
-  if (!version.asInteger() || *version.asInteger() != archive::kVersion) return unsound("$version is not 100000");
+  if (!version.asInteger() || *version.asInteger() != archive::kVersion) return malformed("$version is not 100000");
   const Value archiver = file->objectForKey("$archiver");
-  if (!archiver.isString() || *archiver.asString() != archive::kArchiver) return unsound("$archiver is unknown");
+  if (!archiver.isString() || *archiver.asString() != archive::kArchiver) return malformed("$archiver is unknown");
   const Value top = file->objectForKey("$top");
-  if (!top.isDictionary()) return unsound("$top is missing");
+  if (!top.isDictionary()) return malformed("$top is missing");
   const Value objects = file->objectForKey("$objects");
-  if (!objects.isArray()) return unsound("$objects is missing");
+  if (!objects.isArray()) return malformed("$objects is missing");
 
   Reader reader(*objects.asArray(), rootClass, classes);
   std::size_t index = 0;
   const Value* root = reader.target(top.asDictionary()->find("root"), index);
-  if (!root || index == 0) return unsound("the root is missing or out of range");
+  if (!root || index == 0) return malformed("the root is missing or out of range");
   if (!root->isDictionary() || reader.classOf(*root->asDictionary()) != rootClass) {
-    return unsound("the root is no " + std::string(rootClass));
+    return malformed("the root is no " + std::string(rootClass));
   }
   auto object = reader.read(top.asDictionary()->find("root"), 0).asObject<ArchivedObject>();
-  if (!object) return unsound("the root holds too many parts");
+  if (!object) return malformed("the root holds too many parts");
   return object;
 }
 

@@ -9,8 +9,6 @@ namespace zorvane::platform {
 namespace {
 
 constexpr std::uint32_t kNil = 0;
-// An object's plain value holds no object; one that breaks this is followed only so far.
-constexpr int kMaximumPlainSteps = 8;
 
 Value reference(std::uint32_t index) {
   return std::make_shared<const PropertyListUID>(index);
@@ -20,7 +18,8 @@ class Writer {
  public:
   Writer() { objects_.push_back("$null"); }
 
-  // The index of the value's entry. An entry is numbered before its content, its class after the first one's content.
+  // Returns the index of the value's entry. An entry gets its index before its content; a class after the content of
+  // its first instance.
   std::uint32_t add(const Value& value, int depth) {
     switch (value.kind()) {
       case Value::Kind::Nil:
@@ -34,9 +33,9 @@ class Writer {
                     Dictionary{{"NS.time", value.asDate()->secondsSince1970 - kPropertyListEpoch}});
       case Value::Kind::Array:
       case Value::Kind::Dictionary:
-        return depth < archive::kDepth ? addContainer(value, depth) : kNil;
+        return depth < archive::kMaxDepth ? addContainer(value, depth) : kNil;
       case Value::Kind::Object:
-        return depth < archive::kDepth ? addObject(value.asObject(), depth) : kNil;
+        return depth < archive::kMaxDepth ? addObject(value.asObject(), depth) : kNil;
       default:
         return addEntry(value);
     }
@@ -68,7 +67,7 @@ class Writer {
     Array keys;
     Array elements;
     const auto addElement = [&](const Value& element) {
-      // The platform's readers take no nil inside a container.
+      // The platform's readers reject nil in a container.
       const std::uint32_t entry = add(element, depth + 1);
       elements.push_back(reference(entry == kNil ? addEntry("") : entry));
     };
@@ -85,26 +84,17 @@ class Writer {
 
   std::uint32_t addObject(const std::shared_ptr<const Object>& object, int depth) {
     const auto* archived = dynamic_cast<const ArchivedObject*>(object.get());
-    if (!archived) return addPlain(*object, depth);
+    if (!archived) return add(plainValueOf(*object), depth);
     const auto [known, isNew] = indices_.emplace(archived, 0);
     if (!isNew) return known->second;
     const std::uint32_t index = known->second = reserve();
     Dictionary content;
     for (const auto& [key, value, inPlace] : archived->fields()) {
-      // "$" begins the keys of the archive itself.
+      // Keys that begin with "$" are the archive's own: double it.
       const std::string name = key.starts_with('$') ? "$" + key : key;
       content.set(name, inPlace ? value : reference(add(value, depth + 1)));
     }
     return fill(index, archived->className(), std::move(content));
-  }
-
-  std::uint32_t addPlain(const Object& object, int depth) {
-    Value plain = object.plainValue();
-    for (int step = 0; plain.kind() == Value::Kind::Object; ++step) {
-      if (step == kMaximumPlainSteps) return kNil;
-      if (const auto inner = plain.asObject()) plain = inner->plainValue();
-    }
-    return add(plain, depth);
   }
 
   Array objects_;

@@ -8,8 +8,8 @@
 
 namespace zorvane::platform {
 
-// The objects that lazy values are decoded from. A value that takes more than its allowance halves that of the values
-// after it, so that a hostile file of many such values costs about as much as one of them.
+// The objects that lazy values are decoded from. A value that exceeds its allowance halves the allowance of the later
+// ones, so that many such values cost about as much as one.
 struct LazyPropertyListSource {
   explicit LazyPropertyListSource(BinaryObjects all) : objects(std::move(all)) {}
 
@@ -19,10 +19,10 @@ struct LazyPropertyListSource {
     return {full.values >> halvings, full.textBytes >> halvings, false};
   }
   void noteUse(const DecodingAllowance& allowance) const {
-    constexpr int kMaximumHalvings = 7;
+    constexpr int kMaxHalvings = 7;
     if (!allowance.isExceeded) return;
     const int halvings = overruns.load(std::memory_order_relaxed);
-    overruns.store(std::min(halvings + 1, kMaximumHalvings), std::memory_order_relaxed);
+    overruns.store(std::min(halvings + 1, kMaxHalvings), std::memory_order_relaxed);
   }
 
   const BinaryObjects objects;

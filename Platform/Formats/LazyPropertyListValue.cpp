@@ -5,11 +5,11 @@
 namespace zorvane::platform {
 namespace {
 
-// The containers above an entry's value (the root), and above what stands under a key of it.
+// The number of containers around an entry's value, and around a value under one of its keys.
 constexpr int kEntryDepth = 1;
 constexpr int kElementDepth = 2;
 
-// The object under the key where a dictionary stands at the index.
+// Finds the object under the key, if the object at the index is a dictionary.
 bool findElement(const BinaryObjects& objects, std::size_t index, std::string_view key, std::size_t& element) {
   BinaryObject dictionary;
   if (!objects.read(index, dictionary) || dictionary.kind != BinaryObject::Kind::Dictionary) return false;
@@ -17,7 +17,7 @@ bool findElement(const BinaryObjects& objects, std::size_t index, std::string_vi
   for (std::size_t i = 0; i < dictionary.count; ++i) {
     BinaryObject text;
     if (!objects.read(objects.reference(dictionary, i), text) || !text.isText()) continue;
-    // Each character of the key is one to three bytes for each unit of the text (or one byte that was replaced).
+    // A UTF-16 unit or an ASCII byte becomes one to three bytes of UTF-8: most keys differ by length alone.
     if (text.count > key.size() || key.size() / 3 > text.count) continue;
     if (textOfObject(text, storage) != key) continue;
     element = objects.reference(dictionary, dictionary.count + i);

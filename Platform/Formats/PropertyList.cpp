@@ -13,7 +13,7 @@ std::size_t sizeOfNumber(std::uint64_t number) {
   return number <= 0xFF ? 1 : number <= 0xFFFF ? 2 : number <= 0xFFFFFFFF ? 4 : 8;
 }
 
-// Appends the encoder's objects with references of the given size in place of four bytes; yields where each begins.
+// Appends the encoder's objects with references of referenceSize bytes in place of four. Returns where each begins.
 std::vector<std::uint64_t> appendObjects(const BinaryEncoder& encoder, std::size_t referenceSize, std::string& out) {
   constexpr std::size_t kEncodedReferenceSize = 4;
   const std::string_view bytes = encoder.bytes();
@@ -69,7 +69,7 @@ std::string binaryPropertyList(const Value& root) {
   BinaryEncoder encoder(none, table);
   const std::uint32_t top = encoder.encode(root, 0);
   const std::size_t count = encoder.offsets().size();
-  // A size must hold the count itself, though the largest index is one less.
+  // The size must hold the count, though the largest index is one less.
   const std::size_t referenceSize = sizeOfNumber(count);
   file.reserve(file.size() + encoder.bytes().size() + count * 4 + 32);
   const std::vector<std::uint64_t> offsets = appendObjects(encoder, referenceSize, file);

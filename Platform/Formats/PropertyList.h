@@ -1,4 +1,4 @@
-// Property lists: XML and binary are read, binary is written.
+// Reads XML and binary property lists, writes binary ones.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace zorvane::platform {
 // The most containers inside one another. A reader refuses deeper files; a writer puts "" in place of what is deeper.
 inline constexpr int kMaxPropertyListDepth = 128;
 
-// The UID of keyed archives, as it stands in a value.
+// A UID, by which keyed archives refer to their entries, as a value.
 class PropertyListUID final : public Object {
  public:
   explicit PropertyListUID(std::uint32_t index) : index_(index) {}
@@ -27,13 +27,13 @@ class PropertyListUID final : public Object {
   std::uint32_t index_;
 };
 
-// Either encoding, decided by content. Depth (128 levels), sizes and offsets are checked; shared objects that would
-// blow up when copied are refused. Strings come out as valid UTF-8.
+// Reads either encoding, detected by content. Depth, sizes and offsets are checked; a file whose shared objects make a
+// huge value is refused. Strings come out as valid UTF-8.
 Result<Value> parsePropertyList(std::string_view bytes);
 
-// The binary encoding. What a property list cannot hold costs only itself: the null marker becomes "", a URL its text,
-// an object its plain value (but a PropertyListUID is a UID); nil is left out of an array. Beyond 128 levels "" stands
-// in. Keys and equal texts stand once.
+// The binary encoding. What a property list cannot hold is replaced: the null marker by "", a URL by its text, an
+// object by its plain value (a PropertyListUID is written as a UID), anything too deep by "". Nil is left out of an
+// array. Equal scalars are written once.
 std::string binaryPropertyList(const Value& root);
 
 }  // namespace zorvane::platform

@@ -15,13 +15,13 @@
 namespace zorvane::platform {
 namespace {
 
-// Our own layout: offsets of eight bytes and references of four, so that both stay as they are when objects are added;
-// the root is object 0 and its bytes are the last before the offset table, so that it alone is written anew.
+// The layout of files written here. Offsets of eight bytes and references of four always suffice, so they need no
+// change when objects are added. The root is object 0 and comes last, before the offset table: only it is written anew.
 constexpr std::size_t kOffsetSize = 8;
 constexpr std::size_t kReferenceSize = 4;
 constexpr std::size_t kRootIndex = 0;
 
-// An entry's key and value by the indices of their objects.
+// The object indices of an entry's key and value.
 struct Pair {
   std::size_t key;
   std::size_t value;
@@ -37,8 +37,7 @@ BinaryObjects emptyObjects() {
   return objects;
 }
 
-// The sound pairs of the root; of a key that stands twice the first. False where the root is no dictionary or too
-// large.
+// The root's pairs with a valid key; of a repeated key the first. False when the root is no dictionary or too large.
 bool readPairs(const BinaryObjects& objects, const BinaryObject& root, std::vector<Pair>& pairs) {
   DecodingAllowance allowance;
   if (root.kind != BinaryObject::Kind::Dictionary || !allowance.take(root.count, 0)) return false;
@@ -57,14 +56,14 @@ bool readPairs(const BinaryObjects& objects, const BinaryObject& root, std::vect
 
 }  // namespace
 
-struct PropertyListDictionaryImage::State {
-  // What the file holds. The pieces lie in the source's chunks and in the strings here.
+struct PropertyListDictionarySnapshot::State {
+  // The file's content: views of the source's chunks and of the strings below.
   std::vector<std::string_view> pieces;
   std::shared_ptr<const std::string> opened;
   std::string root;
   std::string trailer;
 
-  // The entries of a binary file; for another kind of file all of them stand in entries from the start.
+  // The entries of a binary file. For XML they are in entries from the start.
   std::shared_ptr<const LazyPropertyListSource> source;
   std::vector<Pair> pairs;
   bool isOwnLayout = false;
@@ -72,7 +71,8 @@ struct PropertyListDictionaryImage::State {
   mutable std::once_flag entriesMade;
   mutable std::vector<Entry> entries;
 
-  // The scalars of the source, where they are known. The next image takes them over, since it alone extends them.
+  // The source's scalars, or null. Moved to the next snapshot, so that adding entries one after the other finds them
+  // once.
   mutable Mutex mutex;
   mutable std::unique_ptr<ScalarTable> scalars ZR_GUARDED_BY(mutex);
 
@@ -82,18 +82,18 @@ struct PropertyListDictionaryImage::State {
   }
 };
 
-// Extends the objects of an image in our own layout.
-class PropertyListDictionaryImage::Builder {
+// Adds entries to a snapshot in the own layout.
+class PropertyListDictionarySnapshot::Builder {
  public:
   Builder() : objects_(emptyObjects()), scalars_(std::make_unique<ScalarTable>()) {}
-  // Check isSound() before use.
+  // Check isValid() before use.
   explicit Builder(const State& state)
       : objects_(state.source->objects), pairs_(state.pairs), scalars_(state.takeScalars()) {
     if (!scalars_) findScalars();
   }
 
-  // False where an object of the file is unsound, so that its bytes are not to be relied on.
-  bool isSound() const { return scalars_ != nullptr; }
+  // False when an object of the file is malformed: its bytes cannot be copied.
+  bool isValid() const { return scalars_ != nullptr; }
 
   void add(std::string_view key, const Value& value) {
     BinaryEncoder encoder(objects_, *scalars_);
@@ -145,7 +145,7 @@ class PropertyListDictionaryImage::Builder {
     auto scalars = std::make_unique<ScalarTable>();
     for (std::size_t index = objects_.firstIndex; index < objects_.count; ++index) {
       BinaryObject object;
-      if (!objects_.read(index, object) || index >= ScalarTable::kNone) return;
+      if (!objects_.read(index, object) || index >= ScalarTable::kNotFound) return;
       if (object.isContainer()) continue;
       const std::string_view encoded = objects_.bytes.from(object.position).substr(0, object.size);
       scalars->insert(ScalarTable::hashOf(encoded), static_cast<std::uint32_t>(index));
@@ -159,20 +159,20 @@ class PropertyListDictionaryImage::Builder {
   std::unique_ptr<ScalarTable> scalars_;
 };
 
-PropertyListDictionaryImage::PropertyListDictionaryImage() : state_(Builder().finish()) {}
+PropertyListDictionarySnapshot::PropertyListDictionarySnapshot() : state_(Builder().finish()) {}
 
-Result<PropertyListDictionaryImage> PropertyListDictionaryImage::open(std::string bytes) {
+Result<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::open(std::string bytes) {
   const auto state = std::make_shared<State>();
   state->opened = std::make_shared<const std::string>(std::move(bytes));
   state->pieces.push_back(*state->opened);
-  PropertyListDictionaryImage image{std::shared_ptr<const State>(state)};
+  PropertyListDictionarySnapshot snapshot{std::shared_ptr<const State>(state)};
   if (!state->opened->starts_with("bplist")) {
     const auto parsed = parsePropertyList(*state->opened);
     if (!parsed) return parsed.error();
     const Dictionary* root = parsed.value().asDictionary();
     if (!root) return Error{"no dictionary stands at the root of the property list at byte 0", 0};
     for (const auto& [key, value] : *root) state->entries.push_back({key, LazyPropertyListValue(value)});
-    return image;
+    return snapshot;
   }
   auto parsed = BinaryObjects::open(*state->opened, state->opened);
   if (!parsed) return parsed.error();
@@ -187,7 +187,7 @@ Result<PropertyListDictionaryImage> PropertyListDictionaryImage::open(std::strin
   state->isOwnLayout = objects.offsetSize == kOffsetSize && objects.referenceSize == kReferenceSize &&
                        objects.top == kRootIndex && root.position + root.size == tableStart;
   if (state->isOwnLayout) {
-    // Without the root, which each image has for itself.
+    // Without the root: each snapshot has its own.
     const std::string_view file = *state->opened;
     const std::size_t firstOffset = tableStart + kOffsetSize;
     BinaryObjects own = objects;
@@ -199,10 +199,10 @@ Result<PropertyListDictionaryImage> PropertyListDictionaryImage::open(std::strin
     objects = std::move(own);
   }
   state->source = std::make_shared<const LazyPropertyListSource>(std::move(objects));
-  return image;
+  return snapshot;
 }
 
-const std::vector<PropertyListDictionaryImage::Entry>& PropertyListDictionaryImage::entries() const {
+const std::vector<PropertyListDictionarySnapshot::Entry>& PropertyListDictionarySnapshot::entries() const {
   const State& state = *state_;
   std::call_once(state.entriesMade, [&state] {
     state.entries.reserve(state.entries.size() + state.pairs.size());
@@ -217,13 +217,14 @@ const std::vector<PropertyListDictionaryImage::Entry>& PropertyListDictionaryIma
   return state.entries;
 }
 
-PropertyListDictionaryImage PropertyListDictionaryImage::withEntry(std::string_view key, const Value& value) const {
+PropertyListDictionarySnapshot PropertyListDictionarySnapshot::withEntry(std::string_view key,
+                                                                         const Value& value) const {
   if (value.isNil()) return *this;
   if (state_->isOwnLayout) {
     Builder builder(*state_);
-    if (builder.isSound()) {
+    if (builder.isValid()) {
       builder.add(key, value);
-      return PropertyListDictionaryImage(builder.finish());
+      return PropertyListDictionarySnapshot(builder.finish());
     }
   }
   Builder builder;
@@ -232,19 +233,19 @@ PropertyListDictionaryImage PropertyListDictionaryImage::withEntry(std::string_v
     if (!decoded.isNil()) builder.add(entry.key, decoded);
   }
   builder.add(key, value);
-  return PropertyListDictionaryImage(builder.finish());
+  return PropertyListDictionarySnapshot(builder.finish());
 }
 
-PropertyListDictionaryImage PropertyListDictionaryImage::ofEntries(std::span<const Entry> entries) {
+PropertyListDictionarySnapshot PropertyListDictionarySnapshot::ofEntries(std::span<const Entry> entries) {
   Builder builder;
   for (const Entry& entry : entries) {
     const Value value = entry.value.decode();
     if (!value.isNil()) builder.add(entry.key, value);
   }
-  return PropertyListDictionaryImage(builder.finish());
+  return PropertyListDictionarySnapshot(builder.finish());
 }
 
-std::vector<std::string_view> PropertyListDictionaryImage::pieces() const {
+std::vector<std::string_view> PropertyListDictionarySnapshot::pieces() const {
   return state_->pieces;
 }
 

@@ -1,5 +1,5 @@
-// A property-list file whose root is a dictionary, opened without decoding its entries and extended without encoding
-// them again.
+// A property-list file whose root is a dictionary. Opening it does not decode its entries; adding one does not encode
+// the others again.
 #pragma once
 
 #include <cstddef>
@@ -16,27 +16,26 @@ namespace zorvane::platform {
 
 struct LazyPropertyListSource;
 
-// One entry's value, decoded when asked for. Holds the file's bytes alive; cheap to copy; immutable, any thread.
+// The value of an entry, decoded on demand. Keeps the file's bytes alive. Cheap to copy, immutable, thread-safe.
 class LazyPropertyListValue {
  public:
-  // The whole value; nil when its bytes are unsound.
+  // The whole value; nil when its bytes are malformed.
   Value decode() const;
-  // The value under the key, where this value is a dictionary; nil otherwise.
+  // The value under the key; nil when this value is no dictionary.
   Value decodeKey(std::string_view key) const;
-  // The number of elements under the key (of the whole value for an empty key), where an array stands there; 0
-  // otherwise.
+  // The number of elements of the array under the key (of the whole value for an empty key); 0 when there is none.
   std::size_t countOfKey(std::string_view key) const;
   bool isArray() const;
   bool isDictionary() const;
-  // Appends the JSON of the value under the key (of the whole value for an empty key) without building values where the
-  // encoding allows it; the same text as jsonText(decodeKey(key)).
+  // Appends jsonText(decodeKey(key)), or the JSON of the whole value for an empty key. Of a binary file without
+  // building values.
   void appendJSONOfKey(std::string_view key, std::string& out) const;
 
-  // A value that is held in memory instead of in a file.
+  // A value in memory.
   explicit LazyPropertyListValue(Value value);
 
  private:
-  friend class PropertyListDictionaryImage;
+  friend class PropertyListDictionarySnapshot;
   LazyPropertyListValue(std::shared_ptr<const LazyPropertyListSource> source, std::size_t object);
   Value decodeAt(std::size_t object, int depth) const;
 
@@ -45,9 +44,9 @@ class LazyPropertyListValue {
   Value value_;
 };
 
-// The content of such a file, immutable. Any property list with a dictionary at its root can be opened, XML too; only
-// one that this class wrote is extended by copying bytes.
-class PropertyListDictionaryImage {
+// The content of such a file, immutable. Opens any property list with a dictionary at its root, XML too. Extends only
+// those by copying bytes that this class wrote.
+class PropertyListDictionarySnapshot {
  public:
   struct Entry {
     std::string key;
@@ -55,26 +54,25 @@ class PropertyListDictionaryImage {
   };
 
   // An empty dictionary.
-  PropertyListDictionaryImage();
-  // Of a key that stands twice in a file the first value holds in a binary one, the last in an XML one. An entry whose
-  // key is unsound is left out.
-  static Result<PropertyListDictionaryImage> open(std::string bytes);
+  PropertyListDictionarySnapshot();
+  // Of a repeated key the first value holds in a binary file, the last in an XML file. Entries with a malformed key are
+  // left out.
+  static Result<PropertyListDictionarySnapshot> open(std::string bytes);
 
   const std::vector<Entry>& entries() const;
-  // A new image with one more entry (a key that is there already is replaced; nil changes nothing). Costs the encoding
-  // of the new value, and of all others where the file was not written by this class.
-  PropertyListDictionaryImage withEntry(std::string_view key, const Value& value) const;
-  // A new image of just these entries, without what they do not need; unsound ones are left out. Costs the encoding of
-  // all of them, one at a time.
-  static PropertyListDictionaryImage ofEntries(std::span<const Entry> entries);
+  // A new snapshot with the entry added or replaced; the same content for nil. Encodes the new value, and all others if
+  // this class did not write the file.
+  PropertyListDictionarySnapshot withEntry(std::string_view key, const Value& value) const;
+  // A new snapshot of just these entries; malformed ones are left out. Encodes all of them again, one at a time.
+  static PropertyListDictionarySnapshot ofEntries(std::span<const Entry> entries);
 
-  // The file's content as pieces to be written one after the other; valid while this image lives.
+  // The file's content in pieces, in order; valid while this snapshot lives.
   std::vector<std::string_view> pieces() const;
 
  private:
   struct State;
   class Builder;
-  explicit PropertyListDictionaryImage(std::shared_ptr<const State> state) : state_(std::move(state)) {}
+  explicit PropertyListDictionarySnapshot(std::shared_ptr<const State> state) : state_(std::move(state)) {}
 
   std::shared_ptr<const State> state_;
 };

@@ -38,7 +38,7 @@ class Parser {
     bool isEmpty = false;
   };
 
-  // Every step returns whether it succeeded; the first failure leaves its sentence.
+  // Every step returns false on failure, after the first failure has set error_.
   bool fail(std::string_view what) { return failAt(what, position_); }
   bool failAt(std::string_view what, std::size_t position) {
     error_ =
@@ -54,7 +54,7 @@ class Parser {
     return true;
   }
 
-  // To the next tag: over blanks, comments and instructions.
+  // Skips blanks, comments and processing instructions.
   bool skipToTag() {
     for (;;) {
       while (position_ < text_.size() && isBlank(text_[position_])) ++position_;
@@ -80,7 +80,7 @@ class Parser {
     const std::size_t nameStart = position_;
     while (position_ < text_.size() && text_[position_] >= 'a' && text_[position_] <= 'z') ++position_;
     tag.name = text_.substr(nameStart, position_ - nameStart);
-    // Attributes are passed over; one in quotes may hold the tag's end.
+    // Skip attributes; a quoted value may contain ">".
     char quote = '\0';
     for (; position_ < text_.size(); ++position_) {
       const char character = text_[position_];
@@ -128,9 +128,9 @@ class Parser {
   }
 
   bool parseElement(const Tag& tag, int depth, Value& value) {
-    constexpr std::size_t kMaximumValues = DecodingAllowance{}.values;
+    constexpr std::size_t kMaxValues = DecodingAllowance{}.values;
     if (tag.isClosing) return failAt("an end without a beginning", tag.position);
-    if (++count_ > kMaximumValues) return failAt("too many values", tag.position);
+    if (++count_ > kMaxValues) return failAt("too many values", tag.position);
     if (tag.name == "string") {
       std::string text;
       if (!readText(tag, text)) return false;
@@ -186,7 +186,7 @@ class Parser {
       }
       dictionary.set(key, std::move(element));
     }
-    // How XML writes a UID, which has no element of its own.
+    // XML has no element for a UID; this is how one is written.
     const Value* uid = dictionary.size() == 1 ? dictionary.find("CF$UID") : nullptr;
     const std::int64_t* index = uid ? uid->asInteger() : nullptr;
     if (index && *index >= 0 && *index <= std::numeric_limits<std::uint32_t>::max()) {
@@ -197,7 +197,7 @@ class Parser {
     return true;
   }
 
-  // The text up to the tag's end.
+  // The text up to the closing tag.
   bool readText(const Tag& tag, std::string& out) {
     if (tag.isEmpty) return true;
     constexpr std::string_view kCharacterData = "<![CDATA[";
@@ -222,10 +222,10 @@ class Parser {
   }
 
   bool readReference(std::string& out) {
-    constexpr std::size_t kMaximumLength = 10;  // "#" and "x" included
+    constexpr std::size_t kMaxLength = 10;  // "#" and "x" included
     constexpr std::array<std::pair<std::string_view, char>, 5> kNamed = {
         {{"lt", '<'}, {"gt", '>'}, {"amp", '&'}, {"apos", '\''}, {"quot", '"'}}};
-    const std::size_t length = text_.substr(position_ + 1, kMaximumLength + 1).find(';');
+    const std::size_t length = text_.substr(position_ + 1, kMaxLength + 1).find(';');
     if (length == std::string_view::npos) return fail("an unsound reference");
     std::string_view name = text_.substr(position_ + 1, length);
     for (const auto& [known, character] : kNamed) {
@@ -266,7 +266,7 @@ std::string fromUtf16(std::string_view bytes, bool isBigEndian) {
   return text;
 }
 
-// The name of the encoding that the head declares, in lower case; empty where it declares none.
+// The encoding that the XML declaration names, in lower case; empty if it names none.
 std::string declaredEncoding(std::string_view bytes) {
   if (!bytes.starts_with("<?xml")) return {};
   const std::string_view head = bytes.substr(0, std::min(bytes.find("?>"), bytes.size()));

@@ -18,7 +18,7 @@ void skipBlanks(std::string_view& text) {
   while (!text.empty() && kBlanks.find(text[0]) != std::string_view::npos) text.remove_prefix(1);
 }
 
-// Takes a sign off the front; true for a minus.
+// Removes a sign at the front; true for a minus.
 bool takeSign(std::string_view& text) {
   const bool isNegative = text.starts_with('-');
   if (isNegative || text.starts_with('+')) text.remove_prefix(1);
@@ -104,7 +104,7 @@ std::optional<Value> dateOfXMLText(std::string_view text) {
   if (time.month < 1 || time.month > 12) return std::nullopt;
   const std::int64_t seconds = secondsFromCivilTime(time);
   const CivilTime read = civilTimeFromSeconds(seconds);
-  // A day or a time that does not exist comes back as another one.
+  // A day or a time that does not exist is converted to another one.
   if (read.day != time.day || read.hour != time.hour || read.minute != time.minute || read.second != time.second) {
     return std::nullopt;
   }

@@ -1,4 +1,4 @@
-// The texts of the elements of an XML property list, as values; empty where the text is unsound.
+// Converts the texts of elements of an XML property list to values; nullopt for malformed text.
 #pragma once
 
 #include <optional>

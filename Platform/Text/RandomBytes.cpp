@@ -12,7 +12,7 @@
 namespace zorvane::platform {
 namespace {
 
-// For kernels older than the system call.
+// For kernels without getentropy.
 bool readFromDevice(std::span<std::uint8_t> bytes) {
   const int file = ::open("/dev/urandom", O_RDONLY | O_CLOEXEC);
   if (file < 0) return false;

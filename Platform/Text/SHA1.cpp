@@ -54,7 +54,7 @@ std::array<std::uint8_t, 20> sha1Digest(std::string_view bytes) {
     addBlock(state, reinterpret_cast<const unsigned char*>(bytes.data()));
     bytes.remove_prefix(kBlockSize);
   }
-  // The end: a one bit, zeros, the length; in one block or two.
+  // Padding: a one bit, zeros, the length in bits; one block or two.
   unsigned char tail[2 * kBlockSize] = {};
   if (!bytes.empty()) std::memcpy(tail, bytes.data(), bytes.size());
   tail[bytes.size()] = 0x80;

@@ -26,8 +26,8 @@ bool isSubDelimiter(char c) {
   return isAnyOf(c, "!$&'()*+,;=");
 }
 
-// Whether the text is made of unreserved characters, sub-delimiters, the additional characters and sound escapes.
-bool isMadeOf(std::string_view text, std::string_view additional) {
+// Whether the text has only unreserved characters, sub-delimiters, the additional characters and valid escapes.
+bool hasOnly(std::string_view text, std::string_view additional) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (text[i] == '%') {
       if (i + 2 >= text.size() || hexDigit(text[i + 1]) < 0 || hexDigit(text[i + 2]) < 0) return false;
@@ -39,7 +39,8 @@ bool isMadeOf(std::string_view text, std::string_view additional) {
   return true;
 }
 
-// What stands in front of the separator; the text keeps what follows. Empty when it does not occur.
+// Splits at the first separator: returns what is before it, and text keeps what is after it. nullopt when there is
+// none.
 std::optional<std::string_view> cutBefore(std::string_view& text, std::string_view separators) {
   const std::size_t position = text.find_first_of(separators);
   if (position == std::string_view::npos) return std::nullopt;
@@ -55,19 +56,19 @@ bool isScheme(std::string_view text) {
 }
 
 bool isAuthority(std::string_view text) {
-  if (const auto userInfo = cutBefore(text, "@"); userInfo && !isMadeOf(*userInfo, ":")) return false;
+  if (const auto userInfo = cutBefore(text, "@"); userInfo && !hasOnly(*userInfo, ":")) return false;
   std::string_view port;
   if (text.starts_with('[')) {
     const std::size_t end = text.find(']');
     if (end == std::string_view::npos) return false;
     const std::string_view address = text.substr(1, end - 1);
-    // An address in brackets has no escapes.
-    if (address.empty() || isAnyOf('%', address) || !isMadeOf(address, ":")) return false;
+    // No escapes in an address in brackets.
+    if (address.empty() || isAnyOf('%', address) || !hasOnly(address, ":")) return false;
     port = text.substr(end + 1);
     if (!port.empty() && port[0] != ':') return false;
   } else {
     const std::size_t colon = std::min(text.find(':'), text.size());
-    if (!isMadeOf(text.substr(0, colon), "")) return false;
+    if (!hasOnly(text.substr(0, colon), "")) return false;
     port = text.substr(colon);
   }
   if (!port.empty()) port.remove_prefix(1);
@@ -78,7 +79,7 @@ bool isAuthority(std::string_view text) {
 bool isHierarchy(std::string_view text) {
   const std::size_t mark = text.find_first_of(":/");
   if (mark != std::string_view::npos && text[mark] == ':') {
-    // Without a scheme the first segment of a path has no colon.
+    // A colon ends a scheme: the first segment of a relative path has none.
     if (!isScheme(text.substr(0, mark))) return false;
     text.remove_prefix(mark + 1);
   }
@@ -88,14 +89,14 @@ bool isHierarchy(std::string_view text) {
     if (!isAuthority(text.substr(0, slash))) return false;
     text.remove_prefix(slash);
   }
-  return isMadeOf(text, ":@/");
+  return hasOnly(text, ":@/");
 }
 
 std::string decoded(std::string_view text) {
   std::string result;
   result.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%') {  // sound: the text was checked
+    if (text[i] == '%') {  // valid: hasOnly checked it
       result += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
       i += 2;
     } else {
@@ -115,11 +116,11 @@ QueryItem itemOf(std::string_view text) {
 std::vector<QueryItem> queryItemsOfURL(std::string_view text) {
   constexpr std::string_view kQueryCharacters = ":@/?";
   if (const auto front = cutBefore(text, "#")) {
-    if (!isMadeOf(text, kQueryCharacters)) return {};
+    if (!hasOnly(text, kQueryCharacters)) return {};
     text = *front;
   }
   const auto hierarchy = cutBefore(text, "?");
-  if (!hierarchy || text.empty() || !isMadeOf(text, kQueryCharacters) || !isHierarchy(*hierarchy)) return {};
+  if (!hierarchy || text.empty() || !hasOnly(text, kQueryCharacters) || !isHierarchy(*hierarchy)) return {};
   std::vector<QueryItem> items;
   while (const auto item = cutBefore(text, "&")) items.push_back(itemOf(*item));
   items.push_back(itemOf(text));

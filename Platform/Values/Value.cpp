@@ -12,10 +12,10 @@
 namespace zorvane::platform {
 namespace {
 
-// Above this size a dictionary looks keys up by hash.
+// Larger dictionaries look keys up by hash.
 constexpr std::size_t kIndexedSize = 16;
-// Containers destroyed inside one another; those further inside wait.
-constexpr int kDestroyedLevels = 64;
+// How deep destructors of containers recurse. Deeper content is queued, so that no nesting overflows the stack.
+constexpr int kMaxDestructionDepth = 64;
 
 #if defined(__SANITIZE_THREAD__)
 #define ZR_THREAD_SANITIZER
@@ -25,11 +25,11 @@ constexpr int kDestroyedLevels = 64;
 #endif
 #endif
 
-// How many containers are being destroyed inside one another on this thread, and the contents of those that wait.
-thread_local int destroyedLevels = 0;
-thread_local std::vector<std::variant<Array, Dictionary>>* waitingContents = nullptr;
+thread_local int destructionDepth = 0;
+// Set while the outermost queueing destructor empties its queue.
+thread_local std::vector<std::variant<Array, Dictionary>>* destructionQueue = nullptr;
 
-// A container as values share it.
+// A container as copies of a Value share it.
 template <typename T>
 class Shared final : public T {
  public:
@@ -37,21 +37,21 @@ class Shared final : public T {
   Shared(const Shared&) = delete;
   Shared& operator=(const Shared&) = delete;
   ~Shared() {
-    if (destroyedLevels < kDestroyedLevels) {
-      ++destroyedLevels;
+    if (destructionDepth < kMaxDestructionDepth) {
+      ++destructionDepth;
       T::clear();
-      --destroyedLevels;
-    } else if (waitingContents) {
-      waitingContents->emplace_back(static_cast<T&&>(*this));
+      --destructionDepth;
+    } else if (destructionQueue) {
+      destructionQueue->emplace_back(static_cast<T&&>(*this));
     } else {
-      std::vector<std::variant<Array, Dictionary>> waiting;
-      waitingContents = &waiting;
+      std::vector<std::variant<Array, Dictionary>> queue;
+      destructionQueue = &queue;
       T::clear();
-      while (!waiting.empty()) {
-        const auto next = std::move(waiting.back());
-        waiting.pop_back();
+      while (!queue.empty()) {
+        const auto next = std::move(queue.back());
+        queue.pop_back();
       }
-      waitingContents = nullptr;
+      destructionQueue = nullptr;
     }
   }
 };
@@ -63,14 +63,15 @@ std::shared_ptr<T> makeShared(T content) {
 
 template <typename T>
 T& uniqueCopy(std::shared_ptr<T>& holder) {
-  // Only the last holder may write in place; a holder that appears later copied this Value, which its owner serialises.
+  // Only the last holder writes in place. No holder can join now: that takes a copy of this Value, which its owner does
+  // not make while writing.
   if (holder.use_count() != 1) {
     holder = makeShared(T(*holder));
     return *holder;
   }
-  // What the other holders read comes before the writing: the count is read without an order of its own.
+  // use_count() is a relaxed read. The fence puts what former holders read before what is written now.
 #if defined(ZR_THREAD_SANITIZER)
-  std::shared_ptr<T>(holder).reset();  // the same through the count itself: the sanitizer knows no fences
+  std::shared_ptr<T>(holder).reset();  // the same by the count itself: the sanitizer does not see fences
 #else
   std::atomic_thread_fence(std::memory_order_acquire);
 #endif
@@ -81,6 +82,16 @@ T& uniqueCopy(std::shared_ptr<T>& holder) {
 
 Value Object::plainValue() const {
   return description();
+}
+
+Value plainValueOf(const Object& object) {
+  constexpr int kMaxSteps = 8;
+  Value value = object.plainValue();
+  for (int step = 0; value.kind() == Value::Kind::Object; ++step) {
+    if (step == kMaxSteps) return {};
+    value = value.asObject()->plainValue();
+  }
+  return value;
 }
 
 Value::Value(const char* text) {
@@ -161,6 +172,11 @@ void Dictionary::rebuildIndex() {
 const Value* Dictionary::find(std::string_view key) const noexcept {
   const std::size_t index = indexOf(key);
   return index == kNotFound ? nullptr : &entries_[index].value;
+}
+
+const Value* Dictionary::findNonNull(std::string_view key) const noexcept {
+  const Value* value = find(key);
+  return value && !value->isNull() ? value : nullptr;
 }
 
 Value* Dictionary::findMutable(std::string_view key) noexcept {

@@ -1,10 +1,11 @@
 // The values that events, attributes, files and requests are made of.
 //
-// A Value is one of a closed set of kinds. It is cheap to copy (containers are shared until written to) and is never
-// changed behind its holder's back. Text is UTF-8; what a host passes in is made valid (U+FFFD for each bad sequence).
+// A Value is one of a closed set of kinds. It is cheap to copy: containers are copied on write. Text is UTF-8; each
+// invalid sequence that a host passes in becomes U+FFFD.
 #pragma once
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
@@ -36,16 +37,16 @@ enum class ValueKind : std::uint8_t {
 
 class Value;
 class Dictionary;
-// In braces, an array that holds one array is written Array{Value(Array{1, 2})}.
+// An array that holds one array: Array{Value(Array{1, 2})}. Compilers disagree on Array{Array{1, 2}}.
 using Array = std::vector<Value>;
 
-// A value was asked for a reading that its kind does not have ("[1, 2]" as a number).
+// Thrown when a value is read as something that its kind cannot give (an array as a number).
 class ValueError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// The null marker: present, and null. Not to be confused with nil, the absent value.
+// The null marker: a value that is present and null. Nil is the absent value.
 struct NullMarker {
   friend bool operator==(NullMarker, NullMarker) = default;
 };
@@ -61,13 +62,13 @@ struct URL {
   friend bool operator==(const URL&, const URL&) = default;
 };
 
-// Base of the objects that can stand in a Value. Immutable or synchronised by the class itself.
+// Base class of the objects that a Value can hold. They must be immutable or thread-safe.
 class Object {
  public:
   virtual ~Object() = default;
   // The "%@" rendering.
   virtual std::string description() const = 0;
-  // The plain value (no object inside) that stands for this object where a file or a request cannot hold it.
+  // What files and requests hold in place of the object: a value without objects inside.
   virtual Value plainValue() const;
   virtual bool isEqual(const Object& other) const { return this == &other; }
 };
@@ -112,7 +113,7 @@ class Value {
   Value(std::shared_ptr<T> object) noexcept {
     if (object) storage_ = std::shared_ptr<const Object>(std::move(object));
   }
-  // No other pointer is a value, and none is a boolean.
+  // Other pointers do not convert, not even to bool.
   template <OtherPointee T>
   Value(T*) = delete;
 
@@ -125,7 +126,7 @@ class Value {
   bool isArray() const noexcept { return kind() == Kind::Array; }
   bool isDictionary() const noexcept { return kind() == Kind::Dictionary; }
 
-  // The value as the kind asked for, or null if it is of another. Valid as long as this Value is unchanged.
+  // Null if the value is of another kind. Valid until this Value is changed.
   const bool* asBool() const noexcept { return std::get_if<bool>(&storage_); }
   const std::int64_t* asInteger() const noexcept { return std::get_if<std::int64_t>(&storage_); }
   const double* asDouble() const noexcept { return std::get_if<double>(&storage_); }
@@ -142,16 +143,16 @@ class Value {
     return std::dynamic_pointer_cast<const T>(asObject());
   }
 
-  // Write access to a container: shared storage is copied first. Throws ValueError for any other kind. Not to be used
-  // after this Value was copied: the copy would see the writing.
+  // Write access to a container; shared storage is copied first. Throws ValueError for any other kind. Do not use the
+  // reference after this Value was copied: the copy would change too.
   Array& mutableArray();
   Dictionary& mutableDictionary();
 
-  // Readings of numbers and of numeric text. Text is read by its leading number after blanks ("12abc" is 12, "abc",
-  // "nan" and "inf" are 0); out of range it is clamped. Nil reads as 0 and false. Every other kind throws ValueError.
+  // Numbers, and text by its leading number after blanks ("12abc" is 12; "abc", "nan" and "inf" are 0), clamped to the
+  // range. Nil is 0 and false. Every other kind throws ValueError.
   std::int64_t integerValue() const;
   double doubleValue() const;
-  // Of text: true when, after blanks, sign and zeros, a digit 1 to 9 or one of Y, y, T, t stands first.
+  // Text is true when its first character after blanks, sign and zeros is a digit 1 to 9 or one of Y, y, T, t.
   bool boolValue() const;
 
   // The "%@" rendering: text as it is, nil "(null)", the null marker "<null>", booleans "1" and "0", doubles in the
@@ -166,11 +167,22 @@ class Value {
   using Storage = std::variant<std::monostate, NullMarker, bool, std::int64_t, double, std::string,
                                std::shared_ptr<const Data>, Date, std::shared_ptr<const URL>, std::shared_ptr<Array>,
                                std::shared_ptr<Dictionary>, std::shared_ptr<const Object>>;
+  template <Kind kKind>
+  using Alternative = std::variant_alternative_t<static_cast<std::size_t>(kKind), Storage>;
+  // kind() is the alternative's index.
+  static_assert(std::variant_size_v<Storage> == static_cast<std::size_t>(Kind::Object) + 1);
+  static_assert(std::same_as<Alternative<Kind::Bool>, bool> && std::same_as<Alternative<Kind::Double>, double> &&
+                std::same_as<Alternative<Kind::Date>, Date> &&
+                std::same_as<Alternative<Kind::Dictionary>, std::shared_ptr<Dictionary>>);
   Storage storage_;
 };
 
-// Text keys to values, in the order of first setting. No value is nil: setting nil removes nothing and throws
-// ValueError (use setObjectNilHandledForKey or remove). Copies are deep in effect and cheap in cost.
+// The object's plain value. Where that is an object again, against the rule, its plain value, and so on for eight
+// steps; then nil.
+Value plainValueOf(const Object& object);
+
+// Text keys to values, in insertion order; a key that is set again keeps its place. Copies are independent and cheap:
+// nested containers are copied on write.
 class Dictionary {
  public:
   struct Entry {
@@ -180,7 +192,7 @@ class Dictionary {
   using const_iterator = std::vector<Entry>::const_iterator;
 
   Dictionary() = default;
-  // A nil value in the list is left out; a key that stands twice keeps its last value.
+  // Leaves out nil values; of a repeated key the last value holds.
   Dictionary(std::initializer_list<std::pair<std::string_view, Value>> pairs);
 
   std::size_t size() const noexcept { return entries_.size(); }
@@ -188,17 +200,20 @@ class Dictionary {
   const_iterator begin() const noexcept { return entries_.begin(); }
   const_iterator end() const noexcept { return entries_.end(); }
 
-  // The value under the key, or null. Valid until the dictionary is changed.
+  // Null when the key is missing. Valid until the dictionary is changed.
   const Value* find(std::string_view key) const noexcept;
   Value* findMutable(std::string_view key) noexcept;
+  // Null for the null marker, too.
+  const Value* findNonNull(std::string_view key) const noexcept;
   bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
   // A copy of the value under the key; nil when it is missing.
   Value objectForKey(std::string_view key) const;
 
+  // Throws ValueError for nil.
   void set(std::string_view key, Value value);
-  // Skips a nil value.
+  // Does nothing for nil.
   void setObjectNilHandledForKey(Value value, std::string_view key);
-  // True when the key was there. The order of the others stays.
+  // True when the key was there. Keeps the order of the others.
   bool remove(std::string_view key);
   void clear() noexcept;
   void reserve(std::size_t count) { entries_.reserve(count); }
@@ -212,7 +227,7 @@ class Dictionary {
   void rebuildIndex();
 
   std::vector<Entry> entries_;
-  std::vector<std::uint32_t> slots_;  // hash index (entry number + 1), kept only above a size where it pays
+  std::vector<std::uint32_t> slots_;  // hash index of large dictionaries: entry number + 1, or 0
 };
 
 }  // namespace zorvane::platform

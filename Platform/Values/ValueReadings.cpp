@@ -1,4 +1,4 @@
-// What values read as, and how they compare.
+// Conversions, descriptions and comparison of values.
 
 #include <algorithm>
 #include <cmath>
@@ -15,11 +15,11 @@
 namespace zorvane::platform {
 namespace {
 
-// A host may nest values deeper than a stack is. Their description ends here.
-constexpr std::size_t kDescribedLevels = 512;
+// Values may be nested deeper than the stack allows.
+constexpr std::size_t kMaxDescribedDepth = 512;
 
-[[noreturn]] void throwNoReading(const Value& value, const char* reading) {
-  throw ValueError("no " + std::string(reading) + " in " + value.description());
+[[noreturn]] void throwNotConvertible(const Value& value, const char* wanted) {
+  throw ValueError("no " + std::string(wanted) + " in " + value.description());
 }
 
 bool equalIntegerAndDouble(std::int64_t integer, double number) {
@@ -38,11 +38,12 @@ bool equalNumbers(const Value& left, const Value& right) {
   return left.integerValue() == right.integerValue();
 }
 
-// Pairs of containers whose elements are still to be compared.
-using PairsOfContainers = std::vector<std::pair<const Value*, const Value*>>;
+// Pairs of containers whose elements are still to be compared. A list, not recursion: values may be nested deeper than
+// the stack allows.
+using ContainerPairs = std::vector<std::pair<const Value*, const Value*>>;
 
-// Whether the values are equal, but for the elements of containers.
-bool equalOutside(const Value& left, const Value& right, PairsOfContainers& inside) {
+// Compares all but the elements of containers, which are added to pending.
+bool equalShallow(const Value& left, const Value& right, ContainerPairs& pending) {
   if (left.isNumber() && right.isNumber()) return equalNumbers(left, right);
   if (left.kind() != right.kind()) return false;
   switch (left.kind()) {
@@ -55,10 +56,10 @@ bool equalOutside(const Value& left, const Value& right, PairsOfContainers& insi
     case Value::Kind::URL:
       return *left.asURL() == *right.asURL();
     case Value::Kind::Array:
-      if (left.asArray() != right.asArray()) inside.emplace_back(&left, &right);
+      if (left.asArray() != right.asArray()) pending.emplace_back(&left, &right);
       return left.asArray()->size() == right.asArray()->size();
     case Value::Kind::Dictionary:
-      if (left.asDictionary() != right.asDictionary()) inside.emplace_back(&left, &right);
+      if (left.asDictionary() != right.asDictionary()) pending.emplace_back(&left, &right);
       return left.asDictionary()->size() == right.asDictionary()->size();
     case Value::Kind::Object:
       return left.asObject()->isEqual(*right.asObject());
@@ -67,26 +68,26 @@ bool equalOutside(const Value& left, const Value& right, PairsOfContainers& insi
   }
 }
 
-bool equalElements(const Dictionary& left, const Dictionary& right, PairsOfContainers& inside) {
+bool equalElements(const Dictionary& left, const Dictionary& right, ContainerPairs& pending) {
   if (left.size() != right.size()) return false;
   for (const auto& [key, value] : left) {
     const Value* other = right.find(key);
-    if (!other || !equalOutside(value, *other, inside)) return false;
+    if (!other || !equalShallow(value, *other, pending)) return false;
   }
   return true;
 }
 
-bool equalInside(PairsOfContainers& inside) {
-  while (!inside.empty()) {
-    const auto [left, right] = inside.back();
-    inside.pop_back();
+bool equalPending(ContainerPairs& pending) {
+  while (!pending.empty()) {
+    const auto [left, right] = pending.back();
+    pending.pop_back();
     if (const Dictionary* dictionary = left->asDictionary()) {
-      if (!equalElements(*dictionary, *right->asDictionary(), inside)) return false;
+      if (!equalElements(*dictionary, *right->asDictionary(), pending)) return false;
       continue;
     }
     const Array& elements = *left->asArray();
     for (std::size_t i = 0; i < elements.size(); ++i) {
-      if (!equalOutside(elements[i], (*right->asArray())[i], inside)) return false;
+      if (!equalShallow(elements[i], (*right->asArray())[i], pending)) return false;
     }
   }
   return true;
@@ -94,7 +95,7 @@ bool equalInside(PairsOfContainers& inside) {
 
 void describe(const Value& value, std::size_t indent, std::string& out) {
   const bool isContainer = value.isArray() || value.isDictionary();
-  if (isContainer && indent == 4 * kDescribedLevels) {
+  if (isContainer && indent == 4 * kMaxDescribedDepth) {
     out += "...";
   } else if (const Array* array = value.asArray()) {
     out += "(\n";
@@ -159,7 +160,7 @@ std::int64_t Value::integerValue() const {
     case Kind::String:
       return leadingInteger(*asString()).value_or(0);
     default:
-      throwNoReading(*this, "integer");
+      throwNotConvertible(*this, "integer");
   }
 }
 
@@ -176,7 +177,7 @@ double Value::doubleValue() const {
     case Kind::String:
       return leadingDouble(*asString()).value_or(0);
     default:
-      throwNoReading(*this, "number");
+      throwNotConvertible(*this, "number");
   }
 }
 
@@ -198,7 +199,7 @@ bool Value::boolValue() const {
       return !text.empty() && std::string_view("123456789YyTt").find(text[0]) != std::string_view::npos;
     }
     default:
-      throwNoReading(*this, "boolean");
+      throwNotConvertible(*this, "boolean");
   }
 }
 
@@ -234,13 +235,13 @@ std::string Value::description() const {
 }
 
 bool operator==(const Value& left, const Value& right) {
-  PairsOfContainers inside;
-  return equalOutside(left, right, inside) && equalInside(inside);
+  ContainerPairs pending;
+  return equalShallow(left, right, pending) && equalPending(pending);
 }
 
 bool operator==(const Dictionary& left, const Dictionary& right) {
-  PairsOfContainers inside;
-  return equalElements(left, right, inside) && equalInside(inside);
+  ContainerPairs pending;
+  return equalElements(left, right, pending) && equalPending(pending);
 }
 
 }  // namespace zorvane::platform

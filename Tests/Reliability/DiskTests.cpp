@@ -13,7 +13,8 @@
 #include <sstream>
 
 #include "Platform/Formats/PropertyList.h"
-#include "Reliability/FileCalls.h"
+#include "Reliability/PowerLoss.h"
+#include "Support/FileFaults.h"
 #include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/ZRDictionaryUtils.h"
@@ -21,6 +22,8 @@
 namespace zorvane::testing {
 namespace {
 
+using platform::FaultKind;
+using platform::FileFaults;
 namespace fs = std::filesystem;
 
 // The long form has more errors (scripts/torture disk).
@@ -193,7 +196,7 @@ TEST_F(DiskTest, PowerLossLeavesWholeFilesAndEverySavedEvent) {
       reached = !fs::remove(ended);
       expectWholeFiles();
       inEarlierLaunch([&] {
-        skipFsync();
+        platform::skipFsync();
         launch();
         sendAll();
         for (const std::string& message : log_->messages()) {

@@ -102,17 +102,6 @@ class HostObject final : public platform::Object {
   ~HostObject() override { expectNoLockHeld("an object's destructor"); }
 };
 
-class HostLogSink final : public ZRLogSink {
- public:
-  void logMessage(std::int64_t, const std::string&) override { expectNoLockHeld("the log"); }
-  void logError(const std::string& file, std::int64_t line, const std::string& operation, const std::string& message,
-                const std::vector<std::string>&) override {
-    expectNoLockHeld("the log");
-    // Only the delegates throw.
-    EXPECT_EQ(message, "exception is on purpose") << file << ' ' << line << ' ' << operation;
-  }
-};
-
 // Accepts, refuses and fails at random, on the caller's thread or on a queue.
 class HostService final : public NetworkTransport {
  public:

@@ -199,7 +199,6 @@ class ThreadTest : public ModuleTest {
            {"user_attribute_caching_duration", 1},
            {"idfv", "V"},
            {"device_id_in_secure_store", true}});
-    ZRLogger::sharedInstance().setSink(std::make_shared<HostLogSink>());
     ZRAnalytics::sharedInstance().initializeAnalytics();
   }
   void waitUntilIdle() const { host_.scheduler->waitUntilIdle(); }
@@ -234,6 +233,10 @@ class ThreadTest : public ModuleTest {
     EXPECT_EQ(completions, 1);
     EXPECT_TRUE(shared().service->accepted(number));
     EXPECT_FALSE(std::filesystem::exists(documents("ZorvaneBatchEvents.plist")));
+    for (const auto& error : log_->errors()) {
+      EXPECT_EQ(error.message, "exception is on purpose") << error.file << ' ' << error.line << ' ' << error.operation;
+    }
+    log_->clear();
     shared().service->setRefuses(true);
   }
 

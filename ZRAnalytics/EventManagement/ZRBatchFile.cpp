@@ -8,7 +8,7 @@
 namespace zorvane {
 namespace {
 
-using platform::PropertyListDictionaryImage;
+using platform::PropertyListDictionarySnapshot;
 
 // More than a phone's backlog of years.
 constexpr std::size_t kMaximumFileSize = 512u << 20;
@@ -56,20 +56,20 @@ bool ZRBatchFile::exists() const {
 }
 
 std::optional<std::vector<ZRStoredBatch>> ZRBatchFile::load() {
-  PropertyListDictionaryImage image;
+  PropertyListDictionarySnapshot snapshot;
   Outcome outcome;
   std::string failure;
   {
     platform::MutexLock lock(mutex_);
-    outcome = read(image, failure);
+    outcome = read(snapshot, failure);
   }
   if (outcome != Outcome::Done) {
     report(failure);
     return std::nullopt;
   }
   std::vector<ZRStoredBatch> batches;
-  batches.reserve(image.entries().size());
-  for (const auto& entry : image.entries()) batches.push_back(ZRStoredBatch(entry));
+  batches.reserve(snapshot.entries().size());
+  for (const auto& entry : snapshot.entries()) batches.push_back(ZRStoredBatch(entry));
   return batches;
 }
 
@@ -78,9 +78,9 @@ ZRBatchFile::Outcome ZRBatchFile::store(std::string_view batchID, const Value& b
   std::string failure;
   {
     platform::MutexLock lock(mutex_);
-    PropertyListDictionaryImage image;
-    outcome = read(image, failure);
-    if (outcome == Outcome::Done) outcome = write(image.withEntry(batchID, batch), failure);
+    PropertyListDictionarySnapshot snapshot;
+    outcome = read(snapshot, failure);
+    if (outcome == Outcome::Done) outcome = write(snapshot.withEntry(batchID, batch), failure);
     if (outcome == Outcome::Done) lastReportedFailure_.clear();
   }
   if (outcome != Outcome::Done) report(failure);
@@ -93,16 +93,16 @@ platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const std::unordered_
   Outcome outcome;
   {
     platform::MutexLock lock(mutex_);
-    PropertyListDictionaryImage image;
-    outcome = read(image, failure);
+    PropertyListDictionarySnapshot snapshot;
+    outcome = read(snapshot, failure);
     if (outcome == Outcome::Done) {
-      std::vector<PropertyListDictionaryImage::Entry> kept;
-      for (const auto& entry : image.entries()) {
+      std::vector<PropertyListDictionarySnapshot::Entry> kept;
+      for (const auto& entry : snapshot.entries()) {
         if (!batchIDs.contains(entry.key)) kept.push_back(entry);
       }
       if (kept.empty()) return exists() ? removeFile() : Outcome::Done;
-      if (kept.size() == image.entries().size()) return Outcome::Done;
-      outcome = write(PropertyListDictionaryImage::ofEntries(kept), failure);
+      if (kept.size() == snapshot.entries().size()) return Outcome::Done;
+      outcome = write(PropertyListDictionarySnapshot::ofEntries(kept), failure);
     }
   }
   if (outcome != Outcome::Done) report(failure);
@@ -116,56 +116,56 @@ platform::Status ZRBatchFile::removeAll() {
   return platform::Done{};
 }
 
-ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionaryImage& image, std::string& failure) {
+ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionarySnapshot& snapshot, std::string& failure) {
   const auto found = platform::fileIdentity(path_);
   if (!found || !found.value()) {
-    image_.reset();
+    snapshot_.reset();
     if (!found) {
       // The file may be there: writing a new one in its place could lose it.
       failure = found.error().message;
       return Outcome::Failed;
     }
-    image = PropertyListDictionaryImage();
+    snapshot = PropertyListDictionarySnapshot();
     return Outcome::Done;
   }
   const platform::FileIdentity identity = *found.value();
-  if (!image_ || !(identity_ == identity)) {
-    image_.reset();
+  if (!snapshot_ || !(identity_ == identity)) {
+    snapshot_.reset();
     auto bytes = platform::readFile(path_, kMaximumFileSize);
     if (!bytes) {
       failure = bytes.error().message;
       return Outcome::Failed;
     }
-    auto opened = PropertyListDictionaryImage::open(std::move(bytes).value());
+    auto opened = PropertyListDictionarySnapshot::open(std::move(bytes).value());
     if (!opened) {
       failure = path_ + ": " + opened.error().message;
       return Outcome::Unreadable;
     }
-    image_ = std::move(opened).value();
+    snapshot_ = std::move(opened).value();
     identity_ = identity;
   }
-  image = *image_;
+  snapshot = *snapshot_;
   return Outcome::Done;
 }
 
-ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionaryImage image, std::string& failure) {
+ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionarySnapshot snapshot, std::string& failure) {
   // If only the directory fsync failed, count the batch as stored, or it is saved twice.
   bool stands = false;
-  const auto written = platform::replaceFileAtomically(path_, image.pieces(), &stands);
+  const auto written = platform::replaceFileAtomically(path_, snapshot.pieces(), &stands);
   if (!stands) {
     failure = written.error().message;
     return Outcome::Failed;
   }
   const auto identity = platform::fileIdentity(path_);
-  image_.reset();
+  snapshot_.reset();
   if (!identity || !identity.value()) return Outcome::Done;
-  image_ = std::move(image);
+  snapshot_ = std::move(snapshot);
   identity_ = *identity.value();
   return Outcome::Done;
 }
 
 platform::Result<ZRBatchFile::Outcome> ZRBatchFile::removeFile() {
-  image_.reset();
+  snapshot_.reset();
   const auto removed = platform::removeFile(path_);
   if (!removed) return removed.error();
   return Outcome::Removed;

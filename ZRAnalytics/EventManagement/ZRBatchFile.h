@@ -35,11 +35,11 @@ class ZRStoredBatch {
 
  private:
   friend class ZRBatchFile;
-  explicit ZRStoredBatch(platform::PropertyListDictionaryImage::Entry entry) : entry_(std::move(entry)) {}
+  explicit ZRStoredBatch(platform::PropertyListDictionarySnapshot::Entry entry) : entry_(std::move(entry)) {}
   // The key under which the events are found in the entry; empty for a bare array.
   std::string_view eventsKey() const;
 
-  platform::PropertyListDictionaryImage::Entry entry_;
+  platform::PropertyListDictionarySnapshot::Entry entry_;
 };
 
 // Thread-safe: each operation is one uninterrupted load, change and write.
@@ -76,8 +76,8 @@ class ZRBatchFile {
 
  private:
   // What is no success says why.
-  Outcome read(platform::PropertyListDictionaryImage& image, std::string& failure) ZR_REQUIRES(mutex_);
-  Outcome write(platform::PropertyListDictionaryImage image, std::string& failure) ZR_REQUIRES(mutex_);
+  Outcome read(platform::PropertyListDictionarySnapshot& snapshot, std::string& failure) ZR_REQUIRES(mutex_);
+  Outcome write(platform::PropertyListDictionarySnapshot snapshot, std::string& failure) ZR_REQUIRES(mutex_);
   platform::Result<Outcome> removeFile() ZR_REQUIRES(mutex_);
   void report(const std::string& failure) ZR_EXCLUDES(mutex_);
 
@@ -85,7 +85,7 @@ class ZRBatchFile {
   const FailureHandler onFailure_;
   mutable platform::Mutex mutex_;
   // The content as it was last read or written; valid while the file on disk is that very one.
-  std::optional<platform::PropertyListDictionaryImage> image_ ZR_GUARDED_BY(mutex_);
+  std::optional<platform::PropertyListDictionarySnapshot> snapshot_ ZR_GUARDED_BY(mutex_);
   platform::FileIdentity identity_ ZR_GUARDED_BY(mutex_);
   std::string lastReportedFailure_ ZR_GUARDED_BY(mutex_);
 };

@@ -41,6 +41,23 @@ void ZRCurrentBatch::clear() {
   fullAfterFailure_.reset();
 }
 
+void ZRCurrentBatch::keepIf(const std::function<bool(const Dictionary& record)>& passes) {
+  Array events;
+  {
+    platform::MutexLock lock(mutex_);
+    if (!events_) return;
+    events_->swap(events);
+  }
+  Array dropped;  // Destroyed after the lock: host objects may stand in it.
+  const auto firstDropped =
+      std::stable_partition(events.begin(), events.end(), [&](const Value& r) { return passes(*r.asDictionary()); });
+  dropped.assign(std::make_move_iterator(firstDropped), std::make_move_iterator(events.end()));
+  events.erase(firstDropped, events.end());
+  platform::MutexLock lock(mutex_);
+  if (!events_) events_.emplace();
+  events_->insert(events_->begin(), std::make_move_iterator(events.begin()), std::make_move_iterator(events.end()));
+}
+
 std::optional<Array> ZRCurrentBatch::events() const {
   platform::MutexLock lock(mutex_);
   return events_;

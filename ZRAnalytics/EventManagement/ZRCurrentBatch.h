@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 
 #include "Platform/Dispatch/Mutex.h"
@@ -26,6 +27,8 @@ class ZRCurrentBatch {
   void putBack(Array events);
   // Drops the events.
   void clear();
+  // Drops the events that do not pass. The function is called with no lock held.
+  void keepIf(const std::function<bool(const Dictionary& record)>& passes);
   // A copy; absent before the first event and after each take.
   std::optional<Array> events() const;
 

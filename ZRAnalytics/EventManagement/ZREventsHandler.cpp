@@ -91,7 +91,11 @@ void ZREventsHandler::trackEventWithPropertiesWithCompletionBlock(const Value& n
             // A further task, so that the event lands behind whatever the session check queued.
             reports_serial_queue_.async([this, name, properties, completion] {
               reports_serial_queue_.assertCurrent();
-              recordEvent(name, properties.get());
+              // The user or the service may have decided otherwise meanwhile.
+              if (ZRCoreUtils::isSDKEnabled()) {
+                if (!isTrackingAllowed(*name.asString())) return;
+                recordEvent(name, properties.get());
+              }
               callBlock(completion);
             });
           });
@@ -111,17 +115,21 @@ bool ZREventsHandler::shouldEventBeTrackedWithName(const Value& name) const {
     return false;
   }
   const std::string& text = *name.asString();
-  const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
-  if (!store.isDataTrackingEnabled() && !shouldEventSkippedFromDataOptOut(text) &&
-      !store.isEventWhitelistedEvent(text)) {
-    logLine("%@ not tracked as Data Tracking is opted out", {name});
-    return false;
-  }
-  if (store.isEventBlackListed(text)) {
+  if (!isTrackingAllowed(text)) return false;
+  if (ZRConfigDataManager::sharedInstance().isEventBlackListed(text)) {
     logLine("Blacklisted Event: %@", {name});
     return false;
   }
   return true;
+}
+
+bool ZREventsHandler::isTrackingAllowed(std::string_view name) const {
+  const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
+  if (store.isDataTrackingEnabled() || shouldEventSkippedFromDataOptOut(name) || store.isEventWhitelistedEvent(name)) {
+    return true;
+  }
+  logLine("%@ not tracked as Data Tracking is opted out", {name});
+  return false;
 }
 
 bool ZREventsHandler::shouldEventSkippedFromDataOptOut(std::string_view name) const {
@@ -186,12 +194,18 @@ void ZREventsHandler::addEventToViewInfoWithEventDict(Dictionary eventDict) {
 // --- Batch store
 
 void ZREventsHandler::saveCurrentBatch() {
+  const ZRTurn::Scope turn(saveTurn_);
+  const std::uint64_t clearings = clearings_;
   Array events = currentBatch_.take();
   if (events.empty()) return;
+  const auto putBack = [&] {
+    if (clearings_ == clearings) currentBatch_.putBack(std::move(events));
+  };
+  std::string batchID;
   ZRBatchFile::Outcome outcome = ZRBatchFile::Outcome::Failed;
   try {
     constexpr ReportSite kSite{kFile, "saveCurrentBatch"};
-    const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
+    batchID = ZRAnalyticsUtils::createBatchIdentifier();
     Dictionary batch{{kBatchKeyEvents, withoutObjects(events, kSite)},
                      {kBatchKeyBatchID, batchID},
                      {kBatchKeyRequestTime, requestTimeNow()}};
@@ -200,10 +214,11 @@ void ZREventsHandler::saveCurrentBatch() {
     batch.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSite));
     outcome = batchFile_.store(batchID, batch);
   } catch (...) {
-    currentBatch_.putBack(std::move(events));
+    putBack();
     throw;
   }
-  if (outcome == ZRBatchFile::Outcome::Failed) currentBatch_.putBack(std::move(events));
+  if (outcome == ZRBatchFile::Outcome::Failed) putBack();
+  if (outcome == ZRBatchFile::Outcome::Done && clearings_ != clearings) (void)batchFile_.remove({batchID});
 }
 
 void ZREventsHandler::writeEventsToFileWithBatchID(const Value& events, const Value& batchID) {
@@ -230,6 +245,7 @@ void ZREventsHandler::syncToServerFromDumpFile() {
     logLine("Reports API not called. AppID not present");
     return;
   }
+  const std::uint64_t clearings = clearings_;
   Array events = getEventsFromDumpFile();
   if (events.empty()) return;
   const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
@@ -238,20 +254,32 @@ void ZREventsHandler::syncToServerFromDumpFile() {
   removeDatFile();
   logLine("Report Add request initiated:");
   const std::size_t count = events.size();
-  (void)sendReport(batch, count, [this, events = Value(std::move(events)), batchID](bool success) {
+  (void)sendReport(batch, count, [this, events = Value(std::move(events)), batchID, clearings](bool success) {
     if (success) {
       logLine("sync success from data file");
       return;
     }
     logLine("could not complete sync from dump file, will try again later");
+    if (clearings_ != clearings) return;
     writeEventsToFileWithBatchID(events, batchID);
   });
 }
 
 void ZREventsHandler::clearEventsdata() {
+  ++clearings_;
   removeDatFile();
   removeEventsPlistFile();
   currentBatch_.clear();
+}
+
+void ZREventsHandler::dropOptedOutEvents() {
+  reports_serial_queue_.async([this] {
+    reports_serial_queue_.assertCurrent();
+    currentBatch_.keepIf([this](const Dictionary& record) {
+      const Value name = record.objectForKey(kReportsKeyEventName);
+      return !name.isString() || (ZRCoreUtils::isSDKEnabled() && isTrackingAllowed(*name.asString()));
+    });
+  });
 }
 
 void ZREventsHandler::cleanUp() {

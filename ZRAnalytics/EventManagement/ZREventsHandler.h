@@ -1,6 +1,7 @@
 // The owner of tracked events, from the facade's hand-over to the service's acceptance.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -15,6 +16,7 @@
 #include "ZRAnalytics/EventManagement/ZRDumpFile.h"
 #include "ZRAnalytics/EventManagement/ZRFlushTimer.h"
 #include "ZRAnalytics/EventManagement/ZRSync.h"
+#include "ZRAnalytics/EventManagement/ZRTurn.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
@@ -59,6 +61,7 @@ class ZREventsHandler {
   // Moves the current batch into the batch file, under the current session and its sources. When the file cannot be
   // written, its events go back to the front of the current batch; that batch counts as full again when it has grown by
   // a batch's worth, and by a quarter.
+  // Returns after the batch of a call that another thread makes at the same time is in the file, too.
   void saveCurrentBatch();
   // The saved batches; none without a file; absent when the file cannot be read.
   std::optional<std::vector<ZRStoredBatch>> getBatches() { return batchFile_.load(); }
@@ -74,7 +77,10 @@ class ZREventsHandler {
   void syncToServerFromDumpFile();
 
   // Deletes both files and empties the current batch.
+  // A save that is under way, and the dump file's batch while its request is out, do not bring events back.
   void clearEventsdata();
+  // Drops recorded events that may not be tracked any more, on the event queue. To be called after an opt-out.
+  void dropOptedOutEvents();
   // Posts "ZRVUserReset", then clears the user's attributes and stored defaults.
   void cleanUp();
 
@@ -98,12 +104,17 @@ class ZREventsHandler {
   // ZRSync::flush says.
   void flushEventsInBackgroundAndResetWithCompletionBlock(bool background, bool reset, FlushCompletion completion);
 
+  // Whether a reset flush is running or waits for a sync to end.
+  bool isResetPending() const { return sync_.isResetPending(); }
+
   // The body of a report-add request. Mirrors the user's identifiers into the application group's defaults.
   Dictionary reportAddPayloadForBatchInfo(const Dictionary& batchInfo);
 
  private:
   ZREventsHandler();
 
+  // Whether the user's choice allows the event.
+  bool isTrackingAllowed(std::string_view name) const;
   void recordEvent(const Value& name, const ZRProperties* properties) ZR_REQUIRES(reports_serial_queue_);
   void checkForTriggersForEventAndEventDict(const Value& name, Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
   void addEventToViewInfoWithEventDict(Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
@@ -111,10 +122,14 @@ class ZREventsHandler {
   const std::unique_ptr<platform::Queue> ownedQueue_;
   platform::Queue& reports_serial_queue_;
   ZRCurrentBatch currentBatch_;
+  // Of the thread that takes the current batch and stores it.
+  ZRTurn saveTurn_;
+  // The number of calls of clearEventsdata.
+  std::atomic<std::uint64_t> clearings_{0};
   ZRBatchFile batchFile_;
   ZRDumpFile dumpFile_;
   ZRFlushTimer flushTimer_;
-  ZRSync sync_ ZR_GUARDED_BY(reports_serial_queue_);
+  ZRSync sync_;
 
   mutable platform::Mutex whitelistMutex_;
   Array sdkWhitelistedEvents_ ZR_GUARDED_BY(whitelistMutex_);

@@ -21,24 +21,28 @@ platform::MainQueue& mainQueue() {
 
 void ZRFlushTimer::start() {
   guarded({kFile, "initiateTimer", 108}, "exception is %@", [this] {
-    const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
-    if (!store.isPeriodicFlushEnabled() || !ZRCoreUtils::isSDKEnabled()) {
-      logLine("Flush Timer Disabled");
-      return;
-    }
-    const std::int64_t interval = store.getPeriodicFlushDuration();
-    if (interval < 1) return;
-    mainQueue().sync(
-        [this, interval] { timer_ = mainQueue().startRepeatingTimer(static_cast<double>(interval), work_); });
-    logLine("Flush Timer Started");
+    mainQueue().sync([this] {
+      const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
+      if (!store.isPeriodicFlushEnabled() || !ZRCoreUtils::isSDKEnabled()) {
+        logLine("Flush Timer Disabled");
+        return;
+      }
+      const std::int64_t interval = store.getPeriodicFlushDuration();
+      if (interval < 1) return;
+      timers_.push_back(mainQueue().startRepeatingTimer(static_cast<double>(interval), work_));
+      logLine("Flush Timer Started");
+    });
   });
 }
 
 void ZRFlushTimer::stop() {
   guarded({kFile, "stopPeriodicSyncTimer", 128}, "exception is %@", [this] {
-    if (timer_ == 0) return;
-    mainQueue().sync([this] { mainQueue().cancelTimer(timer_.exchange(0)); });
-    logLine("Flush Timer Stopped");
+    mainQueue().sync([this] {
+      if (timers_.empty()) return;
+      for (const platform::TimerId timer : timers_) mainQueue().cancelTimer(timer);
+      timers_.clear();
+      logLine("Flush Timer Stopped");
+    });
   });
 }
 
@@ -60,8 +64,10 @@ void ZRFlushTimer::setInterval(std::int64_t seconds) {
     ZRSDKConfiguration configuration = ZorvaneCore::sharedInstance().getDefaultSDKConfiguration();
     configuration.setAnalyticsPeriodicFlushDuration(seconds);
     ZorvaneCore::sharedInstance().updateSDKConfigWithCompletionBlock(configuration, [this] {
-      stop();
-      start();
+      mainQueue().sync([this] {
+        stop();
+        start();
+      });
     });
   });
 }

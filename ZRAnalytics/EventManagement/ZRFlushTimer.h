@@ -1,24 +1,24 @@
 // The repeating timer that flushes.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
+#include <vector>
 
 #include "Platform/Dispatch/Queue.h"
 
 namespace zorvane {
 
-// The timer lives on the main queue. Any thread; off the main thread the calls wait for the main queue.
+// Everything happens on the main thread: off it, each call waits for the main queue. Any thread.
 class ZRFlushTimer {
  public:
   // The work is called on the main thread at each interval.
   explicit ZRFlushTimer(std::function<void()> work) : work_(std::move(work)) {}
 
   // Starts at the configured interval, unless periodic flush or the SDK is disabled or the interval is below a second.
-  // A timer that runs already is not stopped.
+  // A timer that runs already goes on beside the new one.
   void start();
-  // Without a timer nothing happens.
+  // Stops every timer that was started.
   void stop();
   // Stops, and keeps that choice over restarts of the application.
   void disable();
@@ -28,8 +28,8 @@ class ZRFlushTimer {
 
  private:
   const std::function<void()> work_;
-  // Set and cleared on the main thread; 0 means none.
-  std::atomic<platform::TimerId> timer_{0};
+  // Used on the main thread only.
+  std::vector<platform::TimerId> timers_;
 };
 
 }  // namespace zorvane

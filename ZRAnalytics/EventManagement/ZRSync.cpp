@@ -16,12 +16,14 @@ namespace zorvane {
 using eventshandler::kFile;
 
 void ZRSync::flush(const ZRFlush& flush) {
+  queue_.assertCurrent();
   std::optional<Result> result;
+  std::optional<ZRFlush> parked;
   try {
     result = start(flush);
   } catch (...) {
     if (flush.reset) {
-      finish(true);
+      parked = finish(true);
     } else {
       ledger_.abandon();
       guarded({kFile, "synchronousFlushInBackgroundAndResetWithCompletionBlock"}, "Exception while syncing : %@",
@@ -34,7 +36,9 @@ void ZRSync::flush(const ZRFlush& flush) {
                            "Exception while syncing : %@");
     result = Result{false, true};
   }
-  if (result) callBlock(flush.completion, result->success, result->attempted);
+  isResetPending_ = ledger_.isResetPending();
+  if (result) complete(flush.completion, *result);
+  if (parked) this->flush(*parked);
 }
 
 std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
@@ -104,16 +108,21 @@ void ZRSync::responseArrived(ZRSyncRun& run, const std::string& batchID, bool ac
                 {batchID});
           });
   if (!run.isComplete()) return;
-  finish(run.flush.reset);
-  callBlock(run.flush.completion, run.isSuccess(), true);
+  const std::optional<ZRFlush> parked = finish(run.flush.reset);
+  complete(run.flush.completion, {run.isSuccess(), true});
+  if (parked) flush(*parked);
 }
 
-void ZRSync::finish(bool reset) {
+std::optional<ZRFlush> ZRSync::finish(bool reset) {
+  std::optional<ZRFlush> parked;
   guarded({kFile, "flushAttemptCompletedInBackgroundAndForReset", 572}, "Exception while syncing : %@", [&] {
     queue_.assertCurrent();
-    const std::optional<ZRFlush> parked = ledger_.finish(reset);
-    if (reset) resetUser_();
-    if (parked) flush(*parked);
+    parked = ledger_.finish();
+    if (reset) {
+      resetUser_();
+    } else if (parked) {
+      flush(*std::exchange(parked, std::nullopt));
+    }
     switch (ledger_.end(reset)) {
       case ZRSyncLedger::End::KeepAll:
         logLine("sync unsuccessful on reset");
@@ -126,6 +135,12 @@ void ZRSync::finish(bool reset) {
         break;
     }
   });
+  return parked;
+}
+
+void ZRSync::complete(const ZRFlushCompletion& completion, Result result) {
+  isResetPending_ = ledger_.isResetPending();
+  callBlock(completion, result.success, result.attempted);
 }
 
 void ZRSync::removeSettled() {

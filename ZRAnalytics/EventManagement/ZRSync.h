@@ -2,6 +2,7 @@
 // calls the completions.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -13,7 +14,7 @@
 
 namespace zorvane {
 
-// Lives on one serial queue, to which the responses come back.
+// Lives on one serial queue, on which flush is called and to which the responses come back.
 class ZRSync {
  public:
   // resetUser is called on the queue at the end of each reset flush. Queue and file outlive the sync.
@@ -22,12 +23,14 @@ class ZRSync {
 
   // Sends every batch of the file as one request each. The completion is called on the queue:
   //   (false, false)  without an application identifier, or at once while another flush runs; a reset flush then runs
-  //                   when that one has ended, and its completion is called again
+  //                   right after that one, and its completion is called again
   //   (true, false)   there was nothing to send
   //   (all, true)     after the last response: whether all batches were accepted
   //   (false, true)   an exception stopped it
   // It is never called when the application identifier vanishes while requests are being made.
-  void flush(const ZRFlush& flush) ZR_REQUIRES(queue_);
+  void flush(const ZRFlush& flush);
+  // Whether a reset flush is running or waits for a sync to end. Up to date in each completion. Any thread.
+  bool isResetPending() const { return isResetPending_; }
 
  private:
   struct Result {
@@ -41,13 +44,16 @@ class ZRSync {
   // False when the application identifier is gone.
   bool send(const ZRStoredBatch& batch, const std::shared_ptr<ZRSyncRun>& run) ZR_REQUIRES(queue_);
   void responseArrived(ZRSyncRun& run, const std::string& batchID, bool accepted) ZR_REQUIRES(queue_);
-  void finish(bool reset) ZR_REQUIRES(queue_);
+  // Returns the parked flush that is to run after the completion, if any.
+  std::optional<ZRFlush> finish(bool reset) ZR_REQUIRES(queue_);
+  void complete(const ZRFlushCompletion& completion, Result result) ZR_REQUIRES(queue_);
   void removeSettled() ZR_REQUIRES(queue_);
 
   platform::Queue& queue_;
   ZRBatchFile& file_;
   const std::function<void()> resetUser_;
   ZRSyncLedger ledger_ ZR_GUARDED_BY(queue_);
+  std::atomic<bool> isResetPending_{false};
 };
 
 }  // namespace zorvane

@@ -10,6 +10,7 @@ namespace zorvane {
 ZRSyncLedger::Arrival ZRSyncLedger::arrive(const ZRFlush& flush) {
   if (!isRunning_) {
     isRunning_ = true;
+    isReset_ = flush.reset;
     batches_.clear();
     return Arrival::Start;
   }
@@ -48,9 +49,9 @@ std::unordered_set<std::string> ZRSyncLedger::settled() const {
   return ids;
 }
 
-std::optional<ZRFlush> ZRSyncLedger::finish(bool reset) {
+std::optional<ZRFlush> ZRSyncLedger::finish() {
   isRunning_ = false;
-  return reset ? std::nullopt : std::exchange(parked_, std::nullopt);
+  return std::exchange(parked_, std::nullopt);
 }
 
 ZRSyncLedger::End ZRSyncLedger::end(bool reset) const {

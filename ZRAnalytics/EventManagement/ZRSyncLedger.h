@@ -11,7 +11,8 @@
 //   an entry that is no batch             settle            leaves the file at the end
 //   a batch was accepted                  respond, settled  leaves the file at the end
 //   a batch was refused                   respond, waiting  stays for the next flush
-//   the last response of a flush          finish            runs the parked flush at once, unless this was a reset
+//   the last response of a flush          finish            runs the parked flush: at once, or after a reset when the
+//                                                           end below is carried out and the completion was called
 //     then, with batches waiting          End::KeepRefused  removes the settled batches
 //     then, after a reset, with waiting   End::KeepAll      leaves the file as it is: it still holds the settled ones
 //     then, with none waiting             End::RemoveAll    removes the settled batches, which are all that it sent
@@ -69,13 +70,14 @@ class ZRSyncLedger {
   void respond(ZRSyncRun& run, const std::string& batchID, bool accepted);
 
   bool isRunning() const { return isRunning_; }
+  // A reset flush is running or parked.
+  bool isResetPending() const { return (isRunning_ && isReset_) || parked_; }
   // The number of batches that are not settled.
   std::size_t waiting() const;
   std::unordered_set<std::string> settled() const;
 
-  // The sync is over. Returns the parked flush, which is to run before the end is looked up; none after a reset, for
-  // which a parked flush stays parked.
-  std::optional<ZRFlush> finish(bool reset);
+  // The sync is over. Returns the parked flush.
+  std::optional<ZRFlush> finish();
   // What the end of a finished sync does to the file. A parked flush that ran has loaded batches of its own by now.
   End end(bool reset) const;
   // The sync is over without an end: nothing was sent, or an exception stopped it.
@@ -89,6 +91,7 @@ class ZRSyncLedger {
   enum class State { Waiting, Settled };
 
   bool isRunning_ = false;
+  bool isReset_ = false;
   // Every batch that the running sync, or else the last one, has loaded.
   std::unordered_map<std::string, State> batches_;
   std::optional<ZRFlush> parked_;

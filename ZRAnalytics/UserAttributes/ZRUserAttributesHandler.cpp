@@ -134,6 +134,7 @@ void ZRUserAttributesHandler::setUserAttributeUniqueID(const Value& value) {
       logLine("%@ is a restricted value for User Attribute Unique ID, hence its not considered", {uniqueID});
       return;
     }
+    setWantedUniqueID(uniqueID);
     const Value old = userAttributeData()->getUserAttrUniqueID();
     if (!old.isNil() && old.description() != uniqueID) {
       logLine("Force Logout Initiated as USER_ATTRIBUTE_UNIQUE_ID was different");
@@ -143,6 +144,8 @@ void ZRUserAttributesHandler::setUserAttributeUniqueID(const Value& value) {
     if (setUserAttributeValueWithNameCheckStorage(uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) {
       logLine("User Attribute Unique ID tracked with Value %@", {uniqueID});
     }
+    // The reset will clear the cache and then set the wanted ID.
+    if (isResetPending()) storeWantedUniqueID();
   });
 }
 
@@ -150,39 +153,91 @@ void ZRUserAttributesHandler::forceResetUserWithNewUserAttributeUniqueID(const s
   guarded(kForcedReset, "exception : %@", [&] {
     auto properties = ZRProperties::initWithAttributes({{"type", "forced"}});
     properties->setNonInteractive();
+    setWantedUniqueID(uniqueID);
     ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(
-        kEventNameLogout, std::move(properties),
-        [this, uniqueID] { guarded(kForcedReset, "exception : %@", [&] { flushForcedReset(uniqueID); }); });
-  });
-}
-
-void ZRUserAttributesHandler::flushForcedReset(const std::string& uniqueID) {
-  // Stored until the change is complete, so that the next launch can complete an interrupted one.
-  keepInDefaults(uniqueID, kUserDefaultsKeyModifiedUserAttrUniqueID);
-  ZREventsHandler& events = ZREventsHandler::sharedInstance();
-  events.saveCurrentBatch();
-  const auto pending = std::make_shared<Value>(uniqueID);
-  events.flushEventsInBackgroundAndResetWithCompletionBlock(false, true, [this, pending](bool success, bool) {
-    logLine(success ? "User Force logged out" : "User Force logged out : sync unsuccessful");
-    platform::hostServices()
-        .scheduler->globalQueue(platform::Priority::Default)
-        .async([this, requested = std::exchange(*pending, Value())] {
-          guarded(kForcedReset, "exception : %@", [&] { finishForcedReset(requested); });
+        kEventNameLogout, std::move(properties), [this, reset = std::make_shared<PendingReset>(pendingResets_)] {
+          guarded(kForcedReset, "exception : %@", [&] { flushForcedReset(reset); });
         });
   });
 }
 
-void ZRUserAttributesHandler::finishForcedReset(const Value& requested) {
+void ZRUserAttributesHandler::flushForcedReset(const std::shared_ptr<PendingReset>& reset) {
+  storeWantedUniqueID();
+  ZREventsHandler& events = ZREventsHandler::sharedInstance();
+  events.saveCurrentBatch();
+  events.flushEventsInBackgroundAndResetWithCompletionBlock(false, true, [this, reset](bool success, bool) {
+    logLine(success ? "User Force logged out" : "User Force logged out : sync unsuccessful");
+    reset->end();
+    platform::hostServices().scheduler->globalQueue(platform::Priority::Default).async([this] {
+      guarded(kForcedReset, "exception : %@", [this] { finishForcedReset(); });
+    });
+  });
+}
+
+void ZRUserAttributesHandler::finishForcedReset() {
   platform::hostServices().notificationCenter->post(kNotificationNameInitNewUser);
-  // updateModules may have removed the stored ID meanwhile; then the requested one counts. A completion that is called
-  // a second time finds neither: its text is "(null)".
-  const Value stored = ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
-  const std::string uniqueID = (stored.isNil() ? requested : stored).description();
-  if (setUserAttributeValueWithNameCheckStorage(uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) {
-    logLine("User Attribute Unique ID tracked with Value %@", {uniqueID});
+  // Not the ID of this reset: another one may be wanted by now, or none.
+  const auto uniqueID = wantedUniqueID();
+  if (uniqueID && setUserAttributeValueWithNameCheckStorage(*uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) {
+    logLine("User Attribute Unique ID tracked with Value %@", {*uniqueID});
   } else {
     logLine("User Attribute Unique ID wasn't tracked as value was invalid");
   }
+  removeStoredUniqueIDUnlessResetPending();
+}
+
+void ZRUserAttributesHandler::applyStoredUniqueID() {
+  const Value stored = ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
+  if (stored.isNil() || isResetPending()) return;
+  setUserAttributeUniqueID(stored);
+  removeStoredUniqueIDUnlessResetPending();
+}
+
+std::shared_ptr<ZRUserAttributesHandler::PendingReset> ZRUserAttributesHandler::beginReset() {
+  auto reset = std::make_shared<PendingReset>(pendingResets_);
+  setWantedUniqueID(std::nullopt);
+  storeWantedUniqueID();
+  return reset;
+}
+
+void ZRUserAttributesHandler::endReset(PendingReset& reset) {
+  reset.end();
+  guarded({kFile, "endReset"}, "exception : %@", [this] {
+    const auto uniqueID = wantedUniqueID();
+    if (uniqueID && setUserAttributeValueWithNameCheckStorage(*uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) {
+      logLine("User Attribute Unique ID tracked with Value %@", {*uniqueID});
+    }
+    removeStoredUniqueIDUnlessResetPending();
+  });
+}
+
+bool ZRUserAttributesHandler::isResetPending() const {
+  return pendingResets_ != 0 || ZREventsHandler::sharedInstance().isResetPending();
+}
+
+std::optional<std::string> ZRUserAttributesHandler::wantedUniqueID() const {
+  platform::MutexLock lock(dataMutex_);
+  return wantedUniqueID_;
+}
+
+void ZRUserAttributesHandler::setWantedUniqueID(std::optional<std::string> uniqueID) {
+  platform::MutexLock lock(dataMutex_);
+  wantedUniqueID_.swap(uniqueID);
+}
+
+void ZRUserAttributesHandler::storeWantedUniqueID() {
+  if (const auto uniqueID = wantedUniqueID()) {
+    keepInDefaults(*uniqueID, kUserDefaultsKeyModifiedUserAttrUniqueID);
+  } else if (!ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID).isNil()) {
+    removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID);
+  }
+}
+
+void ZRUserAttributesHandler::removeStoredUniqueIDUnlessResetPending() {
+  if (isResetPending()) return;
+  if (ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID).isNil()) return;
+  // A kill after the removal must find the ID in the file.
+  if (!writeCache()) return;
   removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID);
 }
 
@@ -203,7 +258,9 @@ void ZRUserAttributesHandler::updateUserAttributeUniqueID(const Value& value) {
     const std::string oldText = data->getUserAttrUniqueID().description();
     logLine("Set Alias called for Unique ID with existing value(%@) and new value(%@)", {oldText, uniqueID});
     const bool saved = data->saveAttributeWithValue(std::string(USER_ATTRIBUTE_UNIQUE_ID), uniqueID);
+    setWantedUniqueID(uniqueID);
     if (saved) persistUserAttributesData();
+    if (isResetPending()) storeWantedUniqueID();
     if (oldText == uniqueID) {
       logLine("Set Alias is called with existing value(%@) of USER_ATTRIBUTE_UNIQUE_ID", {oldText});
       if (saved) setUserAttributeValueWithNameCheckStorage(uniqueID, USER_ATTRIBUTE_UNIQUE_ID, false);
@@ -268,7 +325,11 @@ void ZRUserAttributesHandler::clearUserDefaultsOnLogout() {
 
 void ZRUserAttributesHandler::persistUserAttributesData() {
   logLine("User Attributes Data persisted");
-  archive_.write(getFilePathForUserAttribute(), [this] { return userAttributeData()->encodeWithCoder(); });
+  (void)writeCache();
+}
+
+bool ZRUserAttributesHandler::writeCache() {
+  return archive_.write(getFilePathForUserAttribute(), [this] { return userAttributeData()->encodeWithCoder(); });
 }
 
 std::string ZRUserAttributesHandler::getFilePathForUserAttribute() const {

@@ -1,6 +1,7 @@
 // The entry for user attributes: validation, resending, the unique ID and its changes.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,9 +25,33 @@ class ZRUserAttributesHandler {
   void setUserAttributeUniqueID(const Value& value);
   // Alias: renames the current user without a logout and writes the cache. The event names the old ID, or "(null)".
   void updateUserAttributeUniqueID(const Value& value);
-  // Logout event, flush with reset, new-user notification, then the new ID, on a global queue. Until then the ID is
-  // stored in the SDK defaults under "Zrv_MODIFIED_USER_ID".
+  // Logout event, flush with reset, new-user notification, then the unique ID that was wanted last, on a global queue.
+  // The flush may complete twice (ZRSync::flush); then the last two steps are repeated. That ID is stored in the SDK
+  // defaults under "Zrv_MODIFIED_USER_ID" until it is in the cache's file and no reset is pending.
   void forceResetUserWithNewUserAttributeUniqueID(const std::string& uniqueID);
+  // Finishes a forced logout that an earlier launch could not finish: logs the stored ID in. Does nothing while a reset
+  // is pending, which will do that.
+  void applyStoredUniqueID();
+
+  // A reset of the user that is on its way to its flush. Ends with end() or with its last owner. Any thread.
+  class PendingReset {
+   public:
+    explicit PendingReset(std::atomic<int>& count) : count_(count) { ++count_; }
+    ~PendingReset() { end(); }
+    PendingReset(const PendingReset&) = delete;
+    PendingReset& operator=(const PendingReset&) = delete;
+    void end() {
+      if (!ended_.exchange(true)) --count_;
+    }
+
+   private:
+    std::atomic<int>& count_;
+    std::atomic<bool> ended_{false};
+  };
+  // A logout without another ID was asked for: no unique ID is wanted until the next login.
+  std::shared_ptr<PendingReset> beginReset();
+  // That logout's flush has completed. An ID that was logged in meanwhile was reset too, and is set again.
+  void endReset(PendingReset& reset);
 
   // The value must be text or a number. With checkStorage it is sent only if it changed or its caching duration ran
   // out. True if an event was tracked. Gates: SDK; data tracking, except for "ZORVANE_PUSH_OPTED_OUT".
@@ -71,12 +96,24 @@ class ZRUserAttributesHandler {
  private:
   ZRUserAttributesHandler();
   std::shared_ptr<ZRUserAttributeData> userAttributeData() const;
-  void flushForcedReset(const std::string& uniqueID);
-  void finishForcedReset(const Value& requested);
+  void flushForcedReset(const std::shared_ptr<PendingReset>& reset);
+  void finishForcedReset();
+  // A reset of the user is on its way, running or parked.
+  bool isResetPending() const;
+  std::optional<std::string> wantedUniqueID() const;
+  void setWantedUniqueID(std::optional<std::string> uniqueID);
+  // "Zrv_MODIFIED_USER_ID" in the SDK defaults.
+  void storeWantedUniqueID();
+  void removeStoredUniqueIDUnlessResetPending();
+  bool writeCache();
 
   mutable platform::Mutex dataMutex_;
   // Never null.
   std::shared_ptr<ZRUserAttributeData> userAttributeData_ ZR_GUARDED_BY(dataMutex_);
+  // The unique ID of the last login or alias; absent before the first one and after a logout.
+  std::optional<std::string> wantedUniqueID_ ZR_GUARDED_BY(dataMutex_);
+  // Resets whose flush has not completed for the first time.
+  std::atomic<int> pendingResets_{0};
   ZRArchiveWriter archive_;
 };
 

@@ -35,7 +35,7 @@ std::shared_ptr<const platform::ArchivedObject> readArchive(const std::string& p
   return nullptr;
 }
 
-void ZRArchiveWriter::write(const std::string& path,
+bool ZRArchiveWriter::write(const std::string& path,
                             const std::function<std::shared_ptr<const platform::ArchivedObject>()>& root) {
   // A call with a higher number encodes newer content.
   const std::uint64_t sequence = ++lastSequence_;
@@ -43,14 +43,15 @@ void ZRArchiveWriter::write(const std::string& path,
   std::string problem;
   {
     platform::MutexLock lock(mutex_);
-    if (sequence < writtenSequence_) return;
+    if (sequence < writtenSequence_) return lastReportedProblem_.empty();
     writtenSequence_ = sequence;
     const auto written = platform::replaceFileAtomically(path, bytes);
     if (!written) problem = written.error().message;
-    if (lastReportedProblem_ == problem) return;
+    if (lastReportedProblem_ == problem) return problem.empty();
     lastReportedProblem_ = problem;
   }
   if (!problem.empty()) logLine("Archive : %@", {problem});
+  return problem.empty();
 }
 
 }  // namespace zorvane

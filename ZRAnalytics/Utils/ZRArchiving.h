@@ -34,8 +34,8 @@ class ZRArchiveWriter {
  public:
   // Replaces the file by an archive of the function's result. If calls overlap, the one that began last wins. The
   // function is called once, on this thread, with no lock held. A failure leaves the old file and is logged; the same
-  // error again is not.
-  void write(const std::string& path, const std::function<std::shared_ptr<const platform::ArchivedObject>()>& root);
+  // error again is not. True if the file holds this content or a newer one.
+  bool write(const std::string& path, const std::function<std::shared_ptr<const platform::ArchivedObject>()>& root);
 
  private:
   std::atomic<std::uint64_t> lastSequence_{0};

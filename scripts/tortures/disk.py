@@ -1,4 +1,4 @@
-"""The long form of the tests of failing disks, and zrhost itself on a disk that is full for a while."""
+"""The long form of the disk tests, and zrhost on a disk that is full for a while."""
 
 import json
 import os
@@ -29,11 +29,11 @@ def full_disk():
         host = programs.start_host(data, programs.NOBODY, "--config", space / "config.json", "--trace",
                                    f"/dev/fd/{writing}", "--quiet", preexec_fn=fill_the_disk, pass_fds=(writing,))
         os.close(writing)
-        said = []
+        logged = []
 
         def follow():
             with open(reading, encoding="utf-8") as trace:
-                said.extend(line for line in trace if "File too large" in line)
+                logged.extend(line for line in trace if "File too large" in line)
 
         follower = threading.Thread(target=follow)
         follower.start()
@@ -53,10 +53,10 @@ def full_disk():
         accepted = programs.launch_and_flush(data, collector.url)
         collector.stop()
         arrived = len({n for n, _ in collector.events()})
-    batch_lines = sum("Batch Events" in line for line in said)
+    batch_lines = sum("Batch Events" in line for line in logged)
     print(f"full disk: {EVENTS} events in {seconds:.1f} s, {arrived} arrived after it, "
-          f"{batch_lines} line(s) in the log about the batch file, {len(said)} about any")
-    return accepted and arrived == EVENTS and 0 < batch_lines <= 2 and len(said) <= 10
+          f"{batch_lines} line(s) in the log about the batch file, {len(logged)} about any")
+    return accepted and arrived == EVENTS and 0 < batch_lines <= 2 and len(logged) <= 10
 
 
 def full_trace():

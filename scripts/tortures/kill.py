@@ -1,4 +1,4 @@
-"""zrhost is killed at random instants; nothing that was saved may be missing in the end."""
+"""Kills zrhost at random times; no saved event may be lost."""
 
 import datetime
 import json
@@ -18,11 +18,11 @@ CONFIGURATION = {"event_batch_count": 10, "app_group_id": "group.torture", "inst
 
 
 class Round:
-    """One launch: its script, and what is known of its events when it has been killed."""
+    """One launch: its script, and which of its events are known to be saved when it is killed."""
 
     def __init__(self, chance, first_number):
         self.actions = [{"do": "launch"}, {"do": "print", "what": "session"}]
-        self.numbers = {}  # line: the event's number
+        self.numbers = {}  # the event's number by line
         number = first_number
         for _ in range(chance.randint(5, 60)):
             kind = chance.random()
@@ -53,7 +53,7 @@ class Round:
         self.actions.append({"do": "terminate"})
         self.next_number = number
         self.done = 0
-        self.sessions = {}  # line of the print: the session then
+        self.sessions = {}  # the session by line of the print
         self.saved = set()
 
     def heard(self, line):
@@ -72,7 +72,7 @@ class Round:
                         self.saved.add(numbers)
 
     def _take_done(self, line):
-        """What was at rest before an action that saves, and is done, is saved."""
+        """A completed action that saves has saved all events that were recorded before it."""
         action = self.actions[line - 1]
         if action["do"] not in SAVING or action.get("async"):
             return
@@ -82,7 +82,7 @@ class Round:
         self.saved |= {number for at, number in self.numbers.items() if at <= at_rest}
 
     def session_of(self, line):
-        """Of an event of that line; absent where it is not known, or changes while the event is on its way."""
+        """The session of the event on that line; None if unknown, or if it changes before the event is recorded."""
         at_rest = line
         while at_rest < len(self.actions) and self.actions[at_rest - 1].get("async"):
             at_rest += 1
@@ -131,7 +131,7 @@ def play(this, chance, data, url, clock, errors):
 def run(rounds, seed):
     chance = random.Random(seed)
     network = BadNetwork(seed)
-    expected = {}  # number: session
+    expected = {}  # session by number
     saved, problems = set(), []
     kills = collector_kills = leftovers_seen = number = 0
     now = START

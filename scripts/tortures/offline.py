@@ -1,4 +1,4 @@
-"""A long time without a service: every batch is saved, memory stays flat, one flush brings all of it."""
+"""A long time without a service: every batch is saved, memory use stays bounded, one flush delivers everything."""
 
 import json
 import os
@@ -12,9 +12,9 @@ BATCH = 30
 MEASURED = 100  # batches
 MEGABYTES = 64
 CONNECTIONS = 6
-# A save may take so many times as long as writing, syncing and renaming the same bytes.
+# A save may take this many times as long as writing, syncing and renaming the same bytes.
 RATIO = 2.0
-# Below this the saves are so small that the machine's other work decides; the ratio is only shown.
+# With fewer events the saves are so small that other load decides; the ratio is then only printed.
 JUDGED_EVENTS = 50_000
 CONFIGURATION = {"event_batch_count": 1_000_000_000, "periodic_flush_enabled": False}
 
@@ -38,7 +38,7 @@ def done(host):
 
 
 def write_as_often(path, sizes):
-    """The seconds that writing files of these sizes takes, each whole and synced."""
+    """The seconds that writing and syncing files of these sizes takes."""
     content = os.urandom(max(sizes))
     directory = os.open(path.parent, os.O_RDONLY)
     start = time.monotonic()
@@ -55,7 +55,7 @@ def write_as_often(path, sizes):
 
 
 def save_all(events, data, options):
-    """Peak memory, seconds of the last saves, and the file's sizes at them."""
+    """Peak memory, seconds of the last saves, and the file sizes after them."""
     file = data / "Documents" / "ZorvaneBatchEvents.plist"
     host = programs.start_host(data, programs.NOBODY, *options)
     host.stdin.write(programs.lines({"do": "launch"}))
@@ -80,7 +80,7 @@ def save_all(events, data, options):
 
 
 def flush(data, url, options):
-    """Whether all was accepted, peak memory, most connections at a time, seconds."""
+    """Whether everything was accepted, peak memory, the maximum of connections, seconds."""
     host = programs.start_host(data, url, *options, stderr=subprocess.DEVNULL)
     seen = {"memory": 0.0, "sockets": 0}
     ended = threading.Event()

@@ -1,4 +1,4 @@
-"""zrhost and zrcollector as child processes, and what the collector holds."""
+"""zrhost and zrcollector as child processes, and the collector's events."""
 
 import contextlib
 import json
@@ -16,7 +16,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = ROOT / "build" / "release"
 ZRHOST = BUILD / "Host" / "zrhost"
 ZRCOLLECTOR = BUILD / "Collector" / "zrcollector"
-NOBODY = "http://127.0.0.1:9"  # the discard port, where nobody listens
+NOBODY = "http://127.0.0.1:9"  # the discard port; nothing listens there
 
 
 @contextlib.contextmanager
@@ -38,7 +38,7 @@ def lines(*actions):
 
 
 class Collector:
-    """On a database that outlives it."""
+    """A zrcollector whose database remains after it ends."""
 
     def __init__(self, database):
         self.database = database
@@ -68,7 +68,7 @@ def start_host(data, url, *options, **popen):
 
 
 def launch_and_flush(data, url, *options):
-    """A clean launch; whether its flush was accepted."""
+    """Launches without a kill; returns whether the flush was accepted."""
     script = lines({"do": "launch"}, {"do": "flush"}, {"do": "flush"})
     played = subprocess.run([ZRHOST, "--data", data, "--endpoint", url, *options], text=True, input=script,
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
@@ -78,7 +78,7 @@ def launch_and_flush(data, url, *options):
 
 
 def unreadable_files(data):
-    """The files of a container that are no whole property list, and the leftovers of killed writers."""
+    """The files of a container that are not property lists, and the temporary files of killed writers."""
     damaged, leftovers = [], []
     for path in pathlib.Path(data).rglob("*"):
         if path.name.startswith(".zrv-"):
@@ -86,7 +86,7 @@ def unreadable_files(data):
         elif path.is_file():
             try:
                 plistlib.loads(path.read_bytes())
-            except Exception as error:  # whatever the parser says: the file is not whole
+            except Exception as error:  # any error means that the file is damaged
                 damaged.append(f"{path.name}: {error}")
     return damaged, leftovers
 

@@ -1,4 +1,4 @@
-"""A bad network between zrhost and the collector."""
+"""An unreliable network between zrhost and the collector."""
 
 import http.client
 import http.server
@@ -9,8 +9,8 @@ import urllib.parse
 
 
 class BadNetwork:
-    """Listens on the loopback address. While honest is false, a request may be refused, be cut before or after it
-    reached the service, come late, or reach it twice; and an answer may stand twice on the connection."""
+    """A proxy on the loopback address. Unless honest, it may refuse, delay or repeat a request, cut the connection
+    before or after the service has it, or send the response twice."""
 
     def __init__(self, seed):
         self.target = None  # the collector's address

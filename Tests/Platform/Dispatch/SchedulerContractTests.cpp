@@ -2,7 +2,10 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <mutex>
 #include <stdexcept>
+#include <string>
+#include <thread>
 #include <vector>
 
 #include "Dispatch/SchedulerFixture.h"
@@ -15,50 +18,58 @@ using testing::UnorderedElementsAre;
 
 struct Kind {
   const char* name;
-  std::unique_ptr<World> (*make)();
+  std::unique_ptr<SchedulerFixture> (*make)();
+  // How many threads may post at once.
+  int posters = 8;
 };
 
 template <typename T>
-std::unique_ptr<World> make() {
+std::unique_ptr<SchedulerFixture> make() {
   return std::make_unique<T>();
 }
 
 class SchedulerContract : public testing::TestWithParam<Kind> {
  protected:
-  std::unique_ptr<World> world_ = GetParam().make();
-  Scheduler& scheduler_ = world_->scheduler();
+  std::unique_ptr<SchedulerFixture> fixture_ = GetParam().make();
+  Scheduler& scheduler_ = fixture_->scheduler();
   MainQueue& main_ = scheduler_.mainQueue();
   Queue& default_ = scheduler_.globalQueue(Priority::Default);
   Queue& background_ = scheduler_.globalQueue(Priority::Background);
   std::unique_ptr<Queue> serial_ = scheduler_.makeSerialQueue("serial");
 };
 
-TEST_P(SchedulerContract, SerialQueuesRunInOrderOneTaskAtATime) {
-  constexpr int kTasks = 500;
-  const auto other = scheduler_.makeSerialQueue("other");
+TEST_P(SchedulerContract, LosesReordersAndOverlapsNothing) {
+  constexpr int kRounds = 500;
   struct Lane {
     Queue* queue;
-    std::vector<int> order{};
     std::atomic<bool> busy{false};
-    int overlaps = 0;
-  };
-  Lane lanes[3]{{serial_.get()}, {other.get()}, {&main_}};
-  for (int i = 0; i < kTasks; ++i) {
-    for (Lane& lane : lanes) {
-      lane.queue->async([&lane, i] {
-        if (lane.busy.exchange(true)) ++lane.overlaps;
-        lane.order.push_back(i);
-        lane.busy = false;
-      });
+    int next[8]{};
+    int wrong = 0;
+    void note(int thread, int round) {
+      wrong += busy.exchange(true) || next[thread]++ != round;
+      busy = false;
     }
+  };
+  const auto other = scheduler_.makeSerialQueue("other");
+  Lane lanes[]{{serial_.get()}, {other.get()}, {&main_}};
+  std::atomic<int> concurrent{0};
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < GetParam().posters; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (int round = 0; round < kRounds; ++round) {
+        for (Lane& lane : lanes) lane.queue->async([&lane, thread, round] { lane.note(thread, round); });
+        (round % 2 ? default_ : background_).async([&] { ++concurrent; });
+        if (round % 100 == 0) main_.sync([&] { ++concurrent; });
+      }
+    });
   }
+  for (std::thread& thread : threads) thread.join();
   scheduler_.waitUntilIdle();
-  std::vector<int> expected;
-  for (int i = 0; i < kTasks; ++i) expected.push_back(i);
   for (const Lane& lane : lanes) {
-    EXPECT_EQ(lane.order, expected);
-    EXPECT_EQ(lane.overlaps, 0);
+    EXPECT_EQ(lane.wrong, 0);
+    for (int thread = 0; thread < GetParam().posters; ++thread) EXPECT_EQ(lane.next[thread], kRounds);
   }
+  EXPECT_EQ(concurrent, GetParam().posters * (kRounds + kRounds / 100));
 }
 
 TEST_P(SchedulerContract, ATaskKnowsItsQueue) {
@@ -76,6 +87,8 @@ TEST_P(SchedulerContract, ATaskKnowsItsQueue) {
 }
 
 TEST_P(SchedulerContract, SyncRunsOnTheMainThreadWithinTheCallersTask) {
+  int uncaught = 0;
+  scheduler_.setUncaughtHandler([&](std::exception_ptr) { ++uncaught; });
   std::vector<std::string> story;
   serial_->async([&] {
     story.push_back("before");
@@ -86,25 +99,14 @@ TEST_P(SchedulerContract, SyncRunsOnTheMainThreadWithinTheCallersTask) {
       story.push_back("on main");
     });
     EXPECT_TRUE(serial_->isCurrent());
-    story.push_back("after");
-  });
-  scheduler_.waitUntilIdle();
-  EXPECT_THAT(story, ElementsAre("before", "inline", "on main", "after"));
-}
-
-TEST_P(SchedulerContract, AnExceptionOfSyncReachesTheCallerOnly) {
-  int uncaught = 0;
-  scheduler_.setUncaughtHandler([&](std::exception_ptr) { ++uncaught; });
-  std::string caught;
-  serial_->async([&] {
     try {
-      main_.sync([] { throw std::runtime_error("from main"); });
+      main_.sync([] { throw std::runtime_error("an error of main"); });
     } catch (const std::runtime_error& error) {
-      caught = error.what();
+      story.push_back(error.what());
     }
   });
   scheduler_.waitUntilIdle();
-  EXPECT_EQ(caught, "from main");
+  EXPECT_THAT(story, ElementsAre("before", "inline", "on main", "an error of main"));
   EXPECT_EQ(uncaught, 0);
 }
 
@@ -119,7 +121,7 @@ TEST_P(SchedulerContract, AThrowingTaskEndsAlone) {
       std::lock_guard lock(mutex);
       uncaught.push_back(error.what());
     }
-    throw std::runtime_error("a handler that throws harms nobody");
+    throw std::runtime_error("dropped");
   });
   const std::pair<Queue*, const char*> queues[]{{serial_.get(), "serial"}, {&default_, "default"}, {&main_, "main"}};
   for (const auto& [queue, name] : queues) {
@@ -132,7 +134,7 @@ TEST_P(SchedulerContract, AThrowingTaskEndsAlone) {
 }
 
 TEST_P(SchedulerContract, IdleMeansThatWhatTasksPostedIsDoneToo) {
-  int hops = 0;  // Each hop follows from the one before.
+  int hops = 0;  // Each hop posts the next.
   std::function<void()> hop = [&] {
     if (++hops == 200) return;
     Queue* const queues[]{serial_.get(), &main_, &default_, &background_};
@@ -156,7 +158,9 @@ TEST_P(SchedulerContract, TimersKeepTheirRhythm) {
   std::vector<std::string> fired;
   const auto note = [&](std::string name) {
     EXPECT_TRUE(main_.isCurrent());
-    fired.push_back(name + std::to_string(static_cast<int>(world_->clock->monotonicSeconds())));
+    serial_->async([&fired, name, clock = fixture_->clock] {
+      fired.push_back(name + std::to_string(static_cast<int>(clock->monotonicSeconds())));
+    });
   };
   EXPECT_LT(scheduler_.nextTimerDeadline(), 0);
   const TimerId ten = main_.startRepeatingTimer(10, [&] { note("ten "); });
@@ -166,28 +170,30 @@ TEST_P(SchedulerContract, TimersKeepTheirRhythm) {
   });
   EXPECT_GT(ten, 0U);
   EXPECT_EQ(scheduler_.nextTimerDeadline(), 10);
-  world_->advance(9.5);
+  fixture_->advance(9.5);
   EXPECT_THAT(fired, ElementsAre());
-  world_->advance(20.5);
+  fixture_->advance(20.5);
   EXPECT_THAT(fired, ElementsAre("ten 10", "ten 20", "twenty-five 25", "ten 30"));
 
   fired.clear();
-  world_->clock->advance(35);  // Nobody fires at 40, 50 and 60.
+  fixture_->clock->advance(35);  // Nobody fires at 40, 50 and 60.
   scheduler_.fireDueTimers();
+  scheduler_.waitUntilIdle();
   EXPECT_THAT(fired, ElementsAre("ten 65", "twenty-five 65"));
   EXPECT_EQ(scheduler_.nextTimerDeadline(), 70);
 
   fired.clear();
-  world_->clock->setNow(Date{0});
+  fixture_->clock->setNow(Date{0});
   scheduler_.fireDueTimers();
-  EXPECT_THAT(fired, ElementsAre()) << "the wall clock is none of a timer's business";
+  scheduler_.waitUntilIdle();
+  EXPECT_THAT(fired, ElementsAre()) << "timers follow the monotonic clock";
 }
 
 TEST_P(SchedulerContract, FractionsAddUpToTheirSum) {
   int fired = 0;
   main_.startRepeatingTimer(0.1, [&] { ++fired; });
-  for (int i = 0; i < 10; ++i) world_->advance(0.1);
-  world_->advance(1);
+  for (int i = 0; i < 10; ++i) fixture_->advance(0.1);
+  fixture_->advance(1);
   EXPECT_EQ(fired, 20);
 }
 
@@ -206,17 +212,24 @@ TEST_P(SchedulerContract, ACancelledTimerFiresNoMore) {
     });
     second = main_.startRepeatingTimer(1, [&] { ++others; });
   });
-  world_->advance(5);
+  fixture_->advance(5);
   EXPECT_EQ(own, 1);
   EXPECT_EQ(others, 0);
   EXPECT_EQ(held.use_count(), 1);
   EXPECT_LT(scheduler_.nextTimerDeadline(), 0);
 }
 
+TEST(Queue, AssertCurrentAbortsOffTheQueue) {
+  ManualScheduler scheduler(std::make_shared<ManualClock>(Date{}));
+  const auto serial = scheduler.makeSerialQueue("reports");
+  EXPECT_DEATH(serial->assertCurrent(), "queue \"reports\"");
+}
+
 INSTANTIATE_TEST_SUITE_P(Schedulers, SchedulerContract,
-                         testing::Values(Kind{"OwnMainThread", make<OwnThreadWorld>},
-                                         Kind{"AdoptedMainThread", make<AdoptedWorld>},
-                                         Kind{"HostLoop", make<HostLoopWorld>}, Kind{"Manual", make<ManualWorld>}),
+                         testing::Values(Kind{"OwnMainThread", make<OwnThreadFixture>},
+                                         Kind{"AdoptedMainThread", make<AdoptedFixture>},
+                                         Kind{"HostLoop", make<HostLoopFixture>},
+                                         Kind{"Manual", make<ManualFixture>, 1}),
                          [](const auto& kind) { return kind.param.name; });
 
 }  // namespace

@@ -1,12 +1,11 @@
-// A scheduler of each kind, with a clock that stands, as the tests of their common contract see it.
+// A scheduler of each kind, with a manual clock, for the tests of their common contract.
 #pragma once
 
 #include <condition_variable>
 #include <deque>
-#include <future>
+#include <latch>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <thread>
 
 #include "Platform/Dispatch/Scheduler.h"
@@ -14,7 +13,7 @@
 
 namespace zorvane::platform {
 
-// The loop of a host that has its own: runs what is posted on a thread of its own until it is destroyed.
+// A host's own loop: runs posted tasks on its own thread until it is destroyed.
 class HostLoop {
  public:
   HostLoop()
@@ -25,20 +24,19 @@ class HostLoop {
     post(Task());
     thread_.join();
   }
+  MainLoopOptions options() {
+    MainLoopOptions options;
+    options.postToHostLoop = [this](Task task) { post(std::move(task)); };
+    options.isMainThread = [this] { return std::this_thread::get_id() == thread_.get_id(); };
+    return options;
+  }
+
+ private:
   void post(Task task) {
     std::lock_guard lock(mutex_);
     tasks_.push_back(std::move(task));
     changed_.notify_one();
   }
-  bool isCurrent() const { return std::this_thread::get_id() == thread_.get_id(); }
-  MainLoopOptions options() {
-    MainLoopOptions options;
-    options.postToHostLoop = [this](Task task) { post(std::move(task)); };
-    options.isMainThread = [this] { return isCurrent(); };
-    return options;
-  }
-
- private:
   Task next() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return !tasks_.empty(); });
@@ -53,10 +51,11 @@ class HostLoop {
   std::thread thread_;
 };
 
-class World {
+class SchedulerFixture {
  public:
-  virtual ~World() = default;
+  virtual ~SchedulerFixture() = default;
   virtual Scheduler& scheduler() = 0;
+  // Runs all tasks, then moves the clock from timer to timer, running all tasks after each.
   virtual void advance(double seconds) {
     const double end = clock->monotonicSeconds() + seconds;
     for (double next = scheduler().nextTimerDeadline(); next >= 0 && next <= end;
@@ -73,7 +72,7 @@ class World {
   const std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>(Date{1'000'000});
 };
 
-class OwnThreadWorld : public World {
+class OwnThreadFixture : public SchedulerFixture {
  public:
   Scheduler& scheduler() override { return *scheduler_; }
 
@@ -81,34 +80,29 @@ class OwnThreadWorld : public World {
   std::unique_ptr<Scheduler> scheduler_ = makeThreadScheduler(clock);
 };
 
-class AdoptedWorld : public World {
+class AdoptedFixture : public SchedulerFixture {
  public:
-  AdoptedWorld() {
-    std::promise<ThreadScheduler*> made;
-    loop_ = std::thread([this, &made] {
-      MainLoopOptions options;
-      options.adoptedByHost = true;
-      const auto scheduler = makeThreadScheduler(clock, options);
-      made.set_value(scheduler.get());
-      scheduler->runMainLoop();
-      end_.get_future().wait();
-    });
-    scheduler_ = made.get_future().get();
+  AdoptedFixture()
+      : loop_([this] {
+          scheduler_ = makeThreadScheduler(clock, {.adoptedByHost = true});
+          made_.count_down();
+          scheduler_->runMainLoop();
+        }) {
+    made_.wait();
   }
-  ~AdoptedWorld() override {
+  ~AdoptedFixture() override {
     scheduler_->stopMainLoop();
-    end_.set_value();
     loop_.join();
   }
   Scheduler& scheduler() override { return *scheduler_; }
 
  private:
-  ThreadScheduler* scheduler_ = nullptr;
-  std::promise<void> end_;
+  std::unique_ptr<ThreadScheduler> scheduler_;
+  std::latch made_{1};
   std::thread loop_;
 };
 
-class HostLoopWorld : public World {
+class HostLoopFixture : public SchedulerFixture {
  public:
   Scheduler& scheduler() override { return *scheduler_; }
 
@@ -117,7 +111,7 @@ class HostLoopWorld : public World {
   std::unique_ptr<Scheduler> scheduler_ = makeThreadScheduler(clock, loop_.options());
 };
 
-class ManualWorld : public World {
+class ManualFixture : public SchedulerFixture {
  public:
   Scheduler& scheduler() override { return scheduler_; }
   void advance(double seconds) override { scheduler_.advance(seconds); }

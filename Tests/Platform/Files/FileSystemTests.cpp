@@ -8,7 +8,7 @@
 
 #include <vector>
 
-#include "Platform/Files/SystemCalls.h"
+#include "Support/FileFaults.h"
 #include "Support/TemporaryDirectory.h"
 
 namespace zorvane::platform {
@@ -26,56 +26,6 @@ mode_t modeOf(const std::string& path) {
   EXPECT_EQ(::lstat(path.c_str(), &status), 0);
   return status.st_mode & 07777U;
 }
-
-// The real calls, but the one of a given number fails; shortly: every write writes a little only.
-struct Faults {
-  static inline int countdown = 0;  // calls until the failure; negative: none
-  static inline int code = 0;
-  static inline std::size_t maxWrite = 0;
-  static inline int openFiles = 0;
-
-  static bool fail() {
-    if (countdown < 0 || countdown-- > 0) return false;
-    errno = code;
-    return true;
-  }
-  static int counted(int file) {
-    if (file >= 0) ++openFiles;
-    return file;
-  }
-  static ssize_t write(int file, const iovec* pieces, int count) {
-    if (fail()) return -1;
-    return maxWrite == 0 ? ::writev(file, pieces, count)
-                         : ::write(file, pieces[0].iov_base, std::min(maxWrite, pieces[0].iov_len));
-  }
-  static int close(int file) {
-    --openFiles;
-    const int result = ::close(file);  // a close that fails has closed all the same
-    return fail() ? -1 : result;
-  }
-  static constexpr SystemCalls kCalls{
-      [](const char* p, int f, mode_t m) { return fail() ? -1 : counted(::open(p, f, m)); },
-      [](int d, const char* n, int f, mode_t m) { return fail() ? -1 : counted(::openat(d, n, f, m)); },
-      [](int f, struct stat* s) { return fail() ? -1 : ::fstat(f, s); },
-      [](int d, const char* n, struct stat* s, int f) { return fail() ? -1 : ::fstatat(d, n, s, f); },
-      [](int f, void* b, std::size_t n) { return fail() ? ssize_t{-1} : ::read(f, b, n); },
-      write,
-      [](int f) { return fail() ? -1 : ::fsync(f); },
-      close,
-      [](int d, const char* a, int e, const char* b) { return fail() ? -1 : ::renameat(d, a, e, b); },
-      [](int d, const char* n, int f) { return fail() ? -1 : ::unlinkat(d, n, f); },
-      [](const char* p, mode_t m) { return fail() ? -1 : ::mkdir(p, m); },
-      [](int f, int o) { return fail() ? -1 : ::flock(f, o); },
-  };
-
-  Faults() { setSystemCalls(&kCalls); }
-  ~Faults() { setSystemCalls(nullptr); }
-  void failCall(int number, int error) {
-    countdown = number;
-    code = error;
-  }
-  bool reached() const { return countdown < 0; }
-};
 
 TEST(ReplaceFile, WritesThePiecesInOrderAndKeepsTheFilePrivate) {
   TemporaryDirectory directory;
@@ -116,14 +66,12 @@ TEST(ReplaceFile, AnyCallThatFailsLeavesAWholeFileAndNoTemporaryOne) {
         TemporaryDirectory directory;
         const std::string path = directory.file("file");
         ASSERT_TRUE(replaceFileAtomically(path, "old"));
-        Faults::maxWrite = maxWrite;
-        Faults faults;
-        faults.failCall(number, code);
+        FileFaults faults(number, FaultKind::Once, code);
+        faults.limitWrites(maxWrite);
         const std::string_view pieces[] = {"ne", "", "w content"};
         const Status status = replaceFileAtomically(path, pieces);
-        const bool reached = faults.reached();
-        faults.failCall(-1, 0);
-        EXPECT_EQ(Faults::openFiles, 0);
+        faults.lift();
+        EXPECT_EQ(faults.openFiles(), 0);
         EXPECT_EQ(directory.entries(), 1U);
         const std::string content = contentOf(path);
         if (status) {
@@ -134,7 +82,7 @@ TEST(ReplaceFile, AnyCallThatFailsLeavesAWholeFileAndNoTemporaryOne) {
           EXPECT_EQ(status.error().code, code);
           EXPECT_EQ(status.error().message.find("cannot write " + path + ": " + reason), 0U) << status.error().message;
         }
-        if (!reached) break;
+        if (!faults.reached()) break;
       }
       // Each step before the closing of the directory: open, openat, write, fsync, close, rename, fsync.
       EXPECT_GE(failures, maxWrite == 0 ? 7 : 12);
@@ -146,15 +94,12 @@ TEST(ReplaceFile, ASignalAtAnyCallCostsNothing) {
   for (int number = 0;; ++number) {
     SCOPED_TRACE(number);
     TemporaryDirectory directory;
-    Faults::maxWrite = 0;
-    Faults faults;
-    faults.failCall(number, EINTR);
+    FileFaults faults(number, FaultKind::Once, EINTR);
     EXPECT_TRUE(replaceFileAtomically(directory.file("file"), "content"));
-    const bool reached = faults.reached();
-    faults.failCall(-1, 0);
+    faults.lift();
     EXPECT_EQ(contentOf(directory.file("file")), "content");
     EXPECT_EQ(directory.entries(), 1U);
-    if (!reached) break;
+    if (!faults.reached()) break;
   }
 }
 
@@ -180,15 +125,13 @@ TEST(ReadFile, RefusesWhatIsTooLongOrNoRegularFile) {
 TEST(ReadFile, AnyCallThatFailsIsAnError) {
   TemporaryDirectory directory;
   ASSERT_TRUE(replaceFileAtomically(directory.file("file"), "12345"));
-  Faults faults;
   for (int number = 0; number < 4; ++number) {  // open, fstat, read, read of the end
-    faults.failCall(number, EIO);
+    FileFaults faults(number, FaultKind::Once, EIO);
     const Result<std::string> content = readFile(directory.file("file"), kNoLimit);
     ASSERT_FALSE(content) << number;
     EXPECT_NE(content.error().message.find("cannot read " + directory.file("file") + ": Input/output error"),
               std::string::npos);
-    faults.failCall(-1, 0);
-    EXPECT_EQ(Faults::openFiles, 0);
+    EXPECT_EQ(faults.openFiles(), 0);
   }
 }
 

@@ -1,28 +1,25 @@
 // Values and files for the tests of property lists.
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <random>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "Platform/Values/Value.h"
 
 namespace zorvane::platform {
 
-// The number behind the text.
+// The text and the number, appended. GCC 12 warns of text + std::to_string(number).
 std::string numbered(const char* text, int number);
 
-// A binary property list put together by hand: objects as bytes, one-byte references, two-byte offsets.
-std::string binaryFile(const std::vector<std::string>& objects, std::size_t top = 0);
+// A binary property list of objects given as bytes, with references of referenceSize bytes.
+std::string binaryFile(const std::vector<std::string>& objects, std::size_t top = 0, std::size_t referenceSize = 1);
 
-// A value of any kind that a property list can hold, the same for the same generator state.
-Value randomPropertyListValue(std::mt19937& random, int depth = 0);
+Value uid(std::size_t index);
 
-// What python's property-list module makes of the file, as JSON with sorted keys: dates as "date:" and seconds since
-// 1970, data as "data:" and hexadecimal digits, a UID as "uid:" and its number. The reason where it refuses the file.
-std::string readByPython(std::string_view file);
+// A keyed archive as another writer lays it out. Entry 1 is the root, a "Root" with the key "a" for entry 3 and the
+// flag "flag"; more holds the entries from 3 on.
+Dictionary archiveOf(const std::vector<Value>& more);
+// The entry of a class.
+Value classNamed(const char* name);
 
 }  // namespace zorvane::platform

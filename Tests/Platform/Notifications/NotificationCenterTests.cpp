@@ -29,10 +29,10 @@ TEST_F(NotificationCenterTest, CallsTheObserversOfTheNameInOrderAfterTheHook) {
   center_.removeObserver(gone);
   center_.removeObserver(gone);
   center_.post("a");
-  EXPECT_THAT(calls_, ElementsAre("hook a", "first a", "last a"));
+  center_.post("nobody's");
+  EXPECT_THAT(calls_, ElementsAre("hook a", "first a", "last a", "hook nobody's"));
   calls_.clear();
   center_.setPostHook(nullptr);
-  center_.post("nobody's");
   center_.post("b");
   EXPECT_THAT(calls_, ElementsAre("other b"));
 }
@@ -67,17 +67,16 @@ TEST_F(NotificationCenterTest, AThrowingObserverCostsItsOwnCallOnly) {
 TEST_F(NotificationCenterTest, ThreadsMayPostAndRegisterAtOnce) {
   std::atomic<int> calls{0};
   center_.addObserver("a", [&](std::string_view) { ++calls; });
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&] {
-      for (int round = 0; round < 200; ++round) {
-        const ObserverId id = center_.addObserver("a", [held = std::make_shared<int>(0)](std::string_view) {});
-        center_.post("a");
-        center_.removeObserver(id);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  const auto work = [&] {
+    for (int round = 0; round < 400; ++round) {
+      const ObserverId id = center_.addObserver("a", [held = std::make_shared<int>(0)](std::string_view) {});
+      center_.post("a");
+      center_.removeObserver(id);
+    }
+  };
+  std::thread other(work);
+  work();
+  other.join();
   EXPECT_EQ(calls, 800);
 }
 

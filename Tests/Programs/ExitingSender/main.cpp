@@ -1,4 +1,4 @@
-// Sends requests and exits, with status 7, as soon as a number of them is answered: URL CERTIFICATES NUMBER.
+// usage: ExitingSender URL CERTIFICATES NUMBER: sends requests, exits with status 7 after NUMBER responses.
 #include <atomic>
 #include <cstdlib>
 #include <thread>

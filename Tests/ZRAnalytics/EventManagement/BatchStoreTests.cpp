@@ -1,5 +1,7 @@
+#include <atomic>
 #include <cerrno>
 #include <stdexcept>
+#include <thread>
 
 #include "Platform/Files/SystemCalls.h"
 #include "Platform/Formats/PropertyList.h"
@@ -128,6 +130,34 @@ TEST_F(BatchStoreTest, HostObjectThatThrowsCostsItselfAndNotItsBatch) {
   const Value saved = batchFile().begin()->value.asDictionary()->objectForKey("events");
   EXPECT_EQ(saved.asArray()->front().asDictionary()->objectForKey("EVENT_ATTRS"),
             Value(Dictionary{{"x", ""}, {"y", 1}}));
+}
+
+// Lets another thread save while the first one is building its batch.
+struct SavingMeanwhile final : Object {
+  std::string description() const override { return ""; }
+  Value plainValue() const override {
+    other = std::thread([this] {
+      ZREventsHandler::sharedInstance().saveCurrentBatch();
+      isSaved = std::filesystem::exists(ZREventsHandler::sharedInstance().eventsPlistFilePath());
+      isDone = true;
+    });
+    for (int i = 0; i < 100000 && !isDone; ++i) std::this_thread::yield();
+    ZREventsHandler::sharedInstance().saveCurrentBatch();  // does not wait for itself
+    return "x";
+  }
+  mutable std::thread other;
+  mutable std::atomic<bool> isSaved{false};
+  mutable std::atomic<bool> isDone{false};
+};
+
+TEST_F(BatchStoreTest, SecondSaveReturnsWhenTheFirstHasStored) {
+  startWithSession();
+  const auto object = std::make_shared<SavingMeanwhile>();
+  events().trackEventWithProperties("a", ZRProperties::initWithAttributes({{"x", object}}));
+  settle();
+  events().saveCurrentBatch();
+  object->other.join();
+  EXPECT_TRUE(object->isSaved);
 }
 
 TEST_F(BatchStoreTest, ExceptionWhileWritingAnEntryIsReportedAndLeavesTheFile) {

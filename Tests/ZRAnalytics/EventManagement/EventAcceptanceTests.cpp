@@ -195,6 +195,7 @@ TEST_F(EventAcceptanceTest, DestroyedOrRemovedTriggerIsNotCalled) {
 TEST_F(EventAcceptanceTest, EventOfANewSessionIsRecordedAfterTheOldSessionIsSent) {
   startWithSession();
   ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
+  sessions.updateSourcesForCurrentSession(ZRSourceArray{ZRSource::initSourceWithURL("a:?source=s")});
   const Value oldSession = sessions.getCurrentSessionInfoDict()->objectForKey("session_id");
   // Before the first event creates the facade, whose sync at this notification would send the event.
   center_->post(platform::kDidEnterBackgroundNotification);
@@ -208,6 +209,7 @@ TEST_F(EventAcceptanceTest, EventOfANewSessionIsRecordedAfterTheOldSessionIsSent
   ASSERT_EQ(sentNames(), (Batches{{"old"}}));
   const Dictionary meta = *service_->requests()[0].body.asDictionary()->objectForKey("meta").asDictionary();
   EXPECT_EQ(meta.objectForKey("session").asDictionary()->objectForKey("session_id"), oldSession);
+  EXPECT_EQ(meta.objectForKey("source"), (Array{Dictionary{{"source", "s"}, {"source_url", "a:?source=s"}}}));
   EXPECT_EQ(currentNames(), (Names{"silent", "opener"}));
   EXPECT_NE(sessions.getCurrentSessionInfoDict()->objectForKey("session_id"), oldSession);
 }

@@ -73,18 +73,6 @@ TEST_F(ReportRequestTest, RequestIsSignedOverBatchTimeAndUser) {
             ZRAnalyticsUtils::getSignatureWithComponents({id, "2026-11-21T10:00:01.000Z", "U"}));
 }
 
-TEST_F(ReportRequestTest, RequestWithoutAUserIsSentUnsigned) {
-  startWithSession({{"unique_id", null}});
-  save({"a"});
-  Answers answers;
-  flush(answers);
-  settle();
-  EXPECT_EQ(answers, (Answers{{true, true}}));
-  const auto request = service_->requests().at(0);
-  EXPECT_EQ(request.header("ZRV-REQUEST-ID"), "");
-  EXPECT_FALSE(request.body.asDictionary()->contains("meta"));
-}
-
 TEST_F(ReportRequestTest, StoredBatchIsSentAsItStandsInTheFile) {
   startWithSession({{"unique_id", "U"}});
   Dictionary sound = kBatch;

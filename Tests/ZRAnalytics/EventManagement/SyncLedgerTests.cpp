@@ -26,7 +26,7 @@ TEST(SyncLedgerTest, AcceptedBatchIsSettledAndRefusedOneWaits) {
   ledger.respond(run, "unknown", true);
   EXPECT_TRUE(run.isComplete());
   EXPECT_FALSE(run.isSuccess());
-  EXPECT_FALSE(ledger.finish(false));
+  EXPECT_FALSE(ledger.finish());
   EXPECT_FALSE(ledger.isRunning());
   EXPECT_EQ(ledger.end(false), Ledger::End::KeepRefused);
   EXPECT_EQ(ledger.end(true), Ledger::End::KeepAll);
@@ -38,7 +38,7 @@ TEST(SyncLedgerTest, NextSyncForgetsTheOneBefore) {
   ZRSyncRun first = startedRun(ledger, {"1"});
   ledger.respond(first, "1", true);
   EXPECT_TRUE(first.isSuccess());
-  (void)ledger.finish(false);
+  (void)ledger.finish();
   EXPECT_EQ(ledger.end(false), Ledger::End::RemoveAll);
   (void)startedRun(ledger, {"2"});
   EXPECT_EQ(ledger.waiting(), 1u);
@@ -70,28 +70,23 @@ TEST(SyncLedgerTest, ResponseOfAnAbandonedRunCountsForTheNext) {
   EXPECT_EQ(ledger.end(false), Ledger::End::RemoveAll);
 }
 
-TEST(SyncLedgerTest, LastParkedFlushRunsOnceAfterAnOrdinaryFlush) {
+TEST(SyncLedgerTest, LastParkedFlushRunsOnceAfterTheSyncItWaitedFor) {
   Ledger ledger;
   for (const bool reset : {true, false}) {
     (void)startedRun(ledger, {"1"}, reset);
+    EXPECT_EQ(ledger.isResetPending(), reset);
     int told = 0;
     EXPECT_EQ(ledger.arrive({false, true, nullptr}), Ledger::Arrival::Park);
     EXPECT_EQ(ledger.arrive({true, true, [&](bool, bool) { ++told; }}), Ledger::Arrival::Park);
-    const auto parked = ledger.finish(reset);
-    ASSERT_EQ(parked.has_value(), !reset);
-    if (!parked) continue;
+    EXPECT_TRUE(ledger.isResetPending());
+    const auto parked = ledger.finish();
+    ASSERT_TRUE(parked);
     EXPECT_TRUE(parked->background);
     parked->completion(false, false);
     EXPECT_EQ(told, 1);
+    EXPECT_FALSE(ledger.isResetPending());
+    EXPECT_FALSE(ledger.finish()) << "used up";
   }
-  (void)startedRun(ledger, {"1"});
-  EXPECT_FALSE(ledger.finish(false)) << "used up";
-}
-
-TEST(SyncLedgerTest, OlderIsTheSmallerNumberInFrontOfTheIdentifier) {
-  EXPECT_TRUE(Ledger::isOlder("9-Z", "10-A"));
-  EXPECT_TRUE(Ledger::isOlder("x", "1-A"));
-  EXPECT_FALSE(Ledger::isOlder("9-A", "9-Z"));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include "Platform/Formats/PropertyList.h"
 #include "ZRAnalytics/EventManagement/EventPipelineTest.h"
+#include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 
 namespace zorvane::testing {
@@ -133,6 +134,40 @@ TEST_F(SyncTest, BatchSavedWhileASyncRunsSurvivesItsEnd) {
   EXPECT_EQ(savedNames(), (Batches{{"saved later"}}));
 }
 
+TEST_F(SyncTest, WhatAnOptOutClearsDoesNotComeBack) {
+  startWithSession();
+  service_->hold = true;
+  save({"sent"});
+  Answers answers;
+  flush(answers);
+  settle();
+  writeAll(dumpPath(), R"({"EVENT_ACTION":"dumped"})");
+  events().syncToServerFromDumpFile();
+  track({"recorded"});
+  for (const char* name : {"on its way", "INSTALL"}) events().trackEvent(name);
+  scheduler_->runOne();  // accepted
+  scheduler_->runOne();
+  ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
+  settle();
+  EXPECT_EQ(currentNames(), (Names{"INSTALL"}));
+  answer(500);
+  answer(500);
+  EXPECT_EQ(answers, (Answers{{false, true}}));
+  EXPECT_FALSE(std::filesystem::exists(batchPath()));
+
+  // An event between the clearing and the user's choice.
+  ZRAnalytics::sharedInstance().optOutOfDataTracking(false);
+  log_->onMessage = [this](const std::string& message) {
+    if (message != "Batch Events plist deleted") return;
+    log_->onMessage = nullptr;
+    track({"late"});
+  };
+  save({"again"});
+  ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
+  settle();
+  EXPECT_EQ(currentNames(), Names{});
+}
+
 TEST_F(SyncTest, FlushDuringASyncIsAnsweredAtOnceAndReadsTheFileAgain) {
   startWithSession();
   service_->hold = true;
@@ -240,23 +275,6 @@ TEST_F(SyncTest, BatchThatAParkedResetWasRefusedStays) {
   EXPECT_EQ(order_.back(), "reset flush no yes");
   EXPECT_TRUE(log_->has("sync unsuccessful on reset"));
   EXPECT_EQ(savedNames(), (Batches{{"a"}}));
-}
-
-TEST_F(SyncTest, ParkedResetWithNothingLeftEndsInsideTheFirstSync) {
-  startWithSession();
-  service_->hold = true;
-  save({"a"});
-  const std::string id = idOf(0);
-  noteFlush("flush", false);
-  settle();
-  noteFlush("reset flush", true);
-  settle();
-  std::filesystem::remove(batchPath());
-  order_.clear();
-  recordOrder();
-  answer(200);
-  EXPECT_EQ(order_, (Names{"sync success from batch " + id, kAllSynced, "reset", "reset flush yes no", kSyncedAll,
-                           "flush yes yes"}));
 }
 
 // --- Failures
@@ -409,6 +427,17 @@ TEST_F(FlushTimerTest, IntervalChangesOnlyAboveTheMinimumAndOnlyWhenItIsAnother)
   settle();
   EXPECT_EQ(log_->messages(), (Names{"Flush Timer Stopped", "Flush Timer Started"}));
   EXPECT_EQ(flushesDuring(60), 10u);
+}
+
+TEST_F(FlushTimerTest, EveryTimerThatWasStartedIsStopped) {
+  start({{"periodic_flush_duration", 10}, {"minimum_periodic_flush_duration", 1}});
+  events().setFlushInterval(2);  // before the first timer has started
+  settle();
+  events().initiateTimer();
+  EXPECT_EQ(flushesDuring(20), 20u) << "a start leaves an older timer alone";
+  events().stopPeriodicSyncTimer();
+  EXPECT_TRUE(log_->has("Flush Timer Stopped"));
+  EXPECT_EQ(flushesDuring(60), 0u);
 }
 
 TEST_F(FlushTimerTest, DisablingStopsTheTimerForThisLaunchAndTheNext) {

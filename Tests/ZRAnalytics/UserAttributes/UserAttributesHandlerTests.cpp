@@ -167,6 +167,7 @@ TEST_F(UserAttributesHandlerTest, AnotherLoginLogsTheOldUserOutFirst) {
       EXPECT_EQ(currentNames().front(), "EVENT_ACTION_USER_ATTRIBUTE");
       EXPECT_EQ(handler().getUserAttributesArray().size(), 1u) << "nothing of the old user but the new identifier";
       std::filesystem::remove(batchPath());
+      std::filesystem::remove(handler().getFilePathForUserAttribute());
     });
   }
 }
@@ -183,34 +184,110 @@ TEST_F(UserAttributesHandlerTest, ForcedLogoutDuringASyncCompletesImmediatelyAnd
   settle();
   EXPECT_EQ(uniqueID(), Value("b"));
   EXPECT_EQ(log_->count("User Force logged out : sync unsuccessful"), 1u);
-  service_->hold = false;
+  EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value("b")) << "the parked reset takes the user away again";
   service_->answerNext(200);
   settle();
+  EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value("b")) << "the parked reset is running";
+  while (service_->heldCount() != 0) service_->answerNext(200);
+  settle();
   EXPECT_EQ(log_->count("User Force logged out"), 1u);
-  EXPECT_EQ(uniqueID(), Value("(null)")) << "the stored identifier is removed";
+  EXPECT_EQ(uniqueID(), Value("b"));
+  EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value());
+}
+
+TEST_F(UserAttributesHandlerTest, LastLoginWinsWhateverOrderResetsAndResponsesCome) {
+  const struct {
+    Names logins;  // "-" is a logout
+    Value winner;
+  } cases[] = {
+      {{"b"}, "b"},           {{"b", "b"}, "b"},     {{"b", "c"}, "c"},           {{"b", "c", "a"}, "a"},
+      {{"-", "-", "x"}, "x"}, {{"b", "-"}, Value()}, {{"-", "b", "c", "b"}, "b"}, {{"b", "-", "-", "c"}, "c"},
+  };
+  // The responses come before the login with this number; a flush runs from the start if the number is not 0.
+  for (std::size_t responses = 0; responses < 3; ++responses) {
+    for (const auto& item : cases) {
+      inEarlierLaunch([&] {
+        startWithSession();
+        handler().setUserAttributeUniqueID("a");
+        save({"event"});
+        service_->hold = true;
+        Answers answers;
+        if (responses != 0) flush(answers);
+        settle();
+        std::size_t number = 0;
+        for (const std::string& login : item.logins) {
+          if (++number == responses && service_->heldCount() != 0) service_->answerNext(number % 2 == 0 ? 500 : 200);
+          if (login == "-") {
+            facade().resetUser();
+          } else {
+            facade().setUserAttributeForKey(login, USER_ATTRIBUTE_UNIQUE_ID);
+          }
+          settle();
+          EXPECT_TRUE(item.winner.isNil() || login != item.logins.back() || uniqueID() == item.winner ||
+                      kept(kUserDefaultsKeyModifiedUserAttrUniqueID) == item.winner)
+              << "for the next launch";
+        }
+        for (int round = 0; round < 20 && service_->heldCount() != 0; ++round) {
+          service_->answerNext(200);
+          settle();
+        }
+        EXPECT_EQ(service_->heldCount(), 0u);
+        EXPECT_EQ(uniqueID(), item.winner)
+            << Value(Array(item.logins.begin(), item.logins.end())).description() << responses;
+        EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value());
+        save({"later"});
+        flush(answers);
+        settle();
+        while (service_->heldCount() != 0) service_->answerNext(200);
+        settle();
+        EXPECT_EQ(uniqueID(), item.winner) << "no reset is left over";
+        std::filesystem::remove(handler().getFilePathForUserAttribute());
+        std::filesystem::remove(batchPath());
+      });
+    }
+  }
 }
 
 TEST_F(UserAttributesHandlerTest, InterruptedForcedLogoutIsCompletedByTheNextLaunch) {
-  inEarlierLaunch([this] {
-    startWithSession({{"unique_id", "U"}});  // a generated one would write the defaults too
-    handler().setUserAttributeUniqueID("a");
-    center_->post(platform::kWillResignActiveNotification);
-    service_->hold = true;
-    handler().setUserAttributeUniqueID("b");
-    settle();
-    EXPECT_EQ(uniqueID(), Value("a"));
-  });
-  start({{"periodic_flush_enabled", false}});
-  EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value("b"));
-  facade().updateModules();
-  EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value());
-  settle();
-  EXPECT_EQ(uniqueID(), Value("b"));
-  EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value());
-  log_->clear();
-  facade().updateModules();
-  settle();
-  EXPECT_FALSE(log_->has("Force Logout Initiated as USER_ATTRIBUTE_UNIQUE_ID was different"));
+  // The first launch ends before, the second after the reset; the service of the second one is slow.
+  for (const bool interruptedAgain : {false, true}) {
+    inEarlierLaunch([this] {
+      startWithSession({{"unique_id", "U"}});  // a generated one would write the defaults too
+      handler().setUserAttributeUniqueID("a");
+      center_->post(platform::kWillResignActiveNotification);
+      service_->hold = true;
+      handler().setUserAttributeUniqueID("b");
+      settle();
+      EXPECT_EQ(uniqueID(), Value("a"));
+    });
+    inEarlierLaunch([&] {
+      start({{"periodic_flush_enabled", false}});
+      EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value("b"));
+      service_->hold = true;
+      facade().updateModules();
+      settle();
+      EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value("b"));
+      log_->clear();
+      facade().updateModules();
+      settle();
+      EXPECT_FALSE(log_->has("Force Logout Initiated as USER_ATTRIBUTE_UNIQUE_ID was different")) << "it is on its way";
+      while (!interruptedAgain && service_->heldCount() != 0) {
+        service_->answerNext(200);
+        settle();
+        EXPECT_EQ(uniqueID(), Value("b"));
+      }
+      EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID).isNil(), !interruptedAgain);
+    });
+    inEarlierLaunch([this] {
+      startWithSession();
+      facade().updateModules();
+      settle();
+      EXPECT_EQ(uniqueID(), Value("b"));
+      EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value());
+      std::filesystem::remove(handler().getFilePathForUserAttribute());
+      std::filesystem::remove(batchPath());
+    });
+  }
 }
 
 TEST_F(UserAttributesHandlerTest, RemovedStoredIdentifierIsNotLost) {

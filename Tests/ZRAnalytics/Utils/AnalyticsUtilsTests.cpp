@@ -1,5 +1,3 @@
-#include "Platform/Files/DefaultsStore.h"
-#include "Platform/Formats/PropertyList.h"
 #include "ZRAnalytics/UserTest.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 
@@ -69,17 +67,6 @@ TEST_F(AnalyticsUtilsTest, AdvertisingIdentifierNeedsServiceAndPermission) {
   service->identifier.reset();
   EXPECT_FALSE(ZRAnalyticsUtils::advertiserID());
   EXPECT_EQ(log_->messages().back(), "ADSupport Framework unavailable");
-}
-
-TEST_F(AnalyticsUtilsTest, SavedAdvertisingIdentifierIsWrittenAndNotReplacedByNone) {
-  start();
-  EXPECT_TRUE(ZRAnalyticsUtils::getSavedAdvertisingID().isNil());
-  ZRAnalyticsUtils::saveAdvertisingID("A");
-  ZRAnalyticsUtils::saveAdvertisingID(std::nullopt);
-  EXPECT_EQ(ZRAnalyticsUtils::getSavedAdvertisingID(), "A");
-  const auto file = platform::parsePropertyList(readAll((directory_ / "Defaults/sdk.plist").string()));
-  ASSERT_TRUE(file);
-  EXPECT_EQ(file.value(), (Dictionary{{"ZRV_ADVERTISING_ID", "A"}}));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRPayloadBuilder.h"
 
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Utils/PayloadBuilder/AttributePair.h"
 #include "ZRAnalytics/Utils/ZRISODate.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
@@ -9,16 +10,6 @@ namespace zorvane {
 namespace {
 
 constexpr std::string_view kFile = "ZRPayloadBuilder";
-
-Value onePair(const Value& key, Value value) {
-  if (!key.isString()) throw ValueError("the key is no text: " + key.description());
-  return Dictionary{{*key.asString(), std::move(value)}};
-}
-
-// The properties multiply by 1000 once more, which gives the documented scale.
-Value scaledPair(const Value& key, Date date) {
-  return onePair(key, date.secondsSince1970 * 1000.0);
-}
 
 // Calls the work with each pair of each entry.
 template <typename Work>
@@ -62,7 +53,8 @@ void ZRPayloadBuilder::setDateForKey(std::optional<Date> date, const Value& key)
       logLine("Trying to set date for key while one of them is nil");
       return;
     }
-    timeStampArray_.push_back(scaledPair(key, *date));
+    // ZRProperties multiplies by 1000 once more, which gives the documented scale of this setter and the next one.
+    timeStampArray_.push_back(millisecondsPair(key, date->secondsSince1970));
   });
 }
 
@@ -77,7 +69,7 @@ void ZRPayloadBuilder::setDateISOStringForKey(const Value& text, const Value& ke
       logLine("Date attribute value(%@) tracked with wrong format. Valid format is: %@", {text, kZRDateFormatISO8601});
       return;
     }
-    timeStampArray_.push_back(scaledPair(key, *date));
+    timeStampArray_.push_back(millisecondsPair(key, date->secondsSince1970));
   });
 }
 

@@ -3,6 +3,7 @@
 #include "Platform/Formats/PropertyList.h"
 #include "Platform/Values/FormatText.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Utils/PayloadBuilder/AttributePair.h"
 #include "ZRAnalytics/Utils/ZRISODate.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
@@ -24,14 +25,6 @@ bool isUsableName(const Value& name) {
 bool isPresent(bool present, std::string_view message, const Value& name) {
   if (!present) logLine(message, {name});
   return present;
-}
-
-Value onePair(const Value& name, Value value) {
-  return Dictionary{{*name.asString(), std::move(value)}};
-}
-
-Value millisecondsPair(const Value& name, double secondsSince1970) {
-  return onePair(name, secondsSince1970 * 1000.0);
 }
 
 Dictionary transformedDictionary(const Dictionary& dictionary, int depth);

@@ -10,31 +10,26 @@ namespace {
 constexpr std::string_view kFile = "ZREventCondition";
 constexpr std::int32_t kMatchAny = 1;
 
-// Null unless there is something under the key. Values of events are looked at where they stand, not copied.
-const Value* findValid(const Dictionary* dictionary, std::string_view key) {
-  const Value* value = dictionary ? dictionary->find(key) : nullptr;
-  return value && !value->isNull() ? value : nullptr;
-}
-
 const Dictionary& dictionaryIn(const Value& value) {
   if (const Dictionary* dictionary = value.asDictionary()) return *dictionary;
   throw ValueError("no dictionary: " + value.description());
 }
 
 const Value* plainValue(const Dictionary& record, std::string_view name) {
-  const Value* section = findValid(&record, kReportsKeyEventAttrs);
-  return section ? findValid(&dictionaryIn(*section), name) : nullptr;
+  const Value* section = record.findNonNull(kReportsKeyEventAttrs);
+  return section ? dictionaryIn(*section).findNonNull(name) : nullptr;
 }
 
 const Value* dateValue(const Dictionary& record, std::string_view name) {
-  const Value* custom = findValid(&record, kReportsKeyEventCustomAttrs);
-  const Value* section = custom ? findValid(custom->asDictionary(), kReportsKeyCustomTimestamp) : nullptr;
+  const Value* custom = record.findNonNull(kReportsKeyEventCustomAttrs);
+  const Dictionary* attributes = custom ? custom->asDictionary() : nullptr;
+  const Value* section = attributes ? attributes->findNonNull(kReportsKeyCustomTimestamp) : nullptr;
   if (!section) return nullptr;
   const Array* entries = section->asArray();
   if (!entries) throw ValueError("no array: " + section->description());
   for (const Value& entry : *entries) {
     const Dictionary& pair = dictionaryIn(entry);
-    if (pair.contains(name)) return findValid(&pair, name);
+    if (pair.contains(name)) return pair.findNonNull(name);
   }
   return nullptr;
 }
@@ -45,7 +40,7 @@ ZREventCondition::ZREventCondition(const Dictionary& dictionary)
     : ZRModelObject(dictionary),
       filterOperator_(getFilterOperator(validObjectForKey(dictionary, "filter_operator"))),
       eventName_(validObjectForKey(dictionary, "eventName")) {
-  const Value* filters = findValid(&dictionary, "filters");
+  const Value* filters = dictionary.findNonNull("filters");
   if (!filters) return;
   if (const Array* dictionaries = filters->asArray()) {
     filters_.reserve(dictionaries->size());

@@ -1,0 +1,95 @@
+#include "Collector/SQLite.h"
+
+#include <fcntl.h>
+#include <soci/sqlite3/soci-sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+#include "Collector/Schema.h"
+
+namespace zorvane::collector {
+
+namespace {
+
+constexpr int kBusyMilliseconds = 5000;
+
+struct Close {
+  void operator()(sqlite_api::sqlite3* connection) const { sqlite_api::sqlite3_close(connection); }
+};
+using Connection = std::unique_ptr<sqlite_api::sqlite3, Close>;
+
+// Resolves symbolic links in the folder, but not in the file name: SQLITE_OPEN_NOFOLLOW refuses both.
+std::string withoutLinksToFolder(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  char* const resolved = ::realpath(folder.c_str(), nullptr);
+  if (!resolved) return path;
+  std::string result = std::string(resolved) + '/' + path.substr(slash + 1);
+  std::free(resolved);
+  return result;
+}
+
+// Creates the file with mode 0600; SQLite gives its log and index the same mode.
+void makePrivate(const std::string& path) {
+  // Never open an existing file here: close() would release this process's locks on it.
+  const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+  if (file >= 0) ::close(file);
+}
+
+Connection connect(const std::string& path) {
+  int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+  std::string name = ":memory:";
+  if (!path.empty()) {
+    name = withoutLinksToFolder(path);
+    flags |= SQLITE_OPEN_NOFOLLOW;
+    makePrivate(name);
+    struct stat status;
+    if (::lstat(name.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) throw DatabaseError("it is a symbolic link");
+  }
+  sqlite_api::sqlite3* opened = nullptr;
+  const int code = sqlite_api::sqlite3_open_v2(name.c_str(), &opened, flags, nullptr);
+  Connection connection(opened);
+  if (code != SQLITE_OK) throw DatabaseError(opened ? sqlite_api::sqlite3_errmsg(opened) : "out of memory");
+  sqlite_api::sqlite3_busy_timeout(opened, kBusyMilliseconds);
+  return connection;
+}
+
+// Runs several statements; SOCI would run only the first.
+void execute(sqlite_api::sqlite3* connection, const char* script) {
+  if (sqlite_api::sqlite3_exec(connection, script, nullptr, nullptr, nullptr) != SQLITE_OK) {
+    throw DatabaseError(sqlite_api::sqlite3_errmsg(connection));
+  }
+}
+
+}  // namespace
+
+void openSQLite(soci::session& session, const std::string& path) {
+  try {
+    // SOCI cannot open a file with SQLITE_OPEN_NOFOLLOW, so give it a connection that is opened here.
+    session.open(soci::sqlite3, ":memory:");
+    auto& backend = *static_cast<soci::sqlite3_session_backend*>(session.get_backend());
+    Connection(std::exchange(backend.conn_, connect(path).release()));
+
+    int version = 0;
+    session << "PRAGMA user_version", soci::into(version);
+    if (version != 0 && version != kSchemaVersion) {
+      throw DatabaseError("its tables are of version " + std::to_string(version) + ", not " +
+                          std::to_string(kSchemaVersion));
+    }
+    execute(backend.conn_, "PRAGMA journal_mode = WAL");
+    execute(backend.conn_, path.empty() ? "PRAGMA synchronous = OFF" : "PRAGMA synchronous = FULL");
+    soci::transaction transaction(session);
+    // Begin with a write: it waits for the write lock. A read that becomes a write fails at once if the file is locked.
+    session << "PRAGMA user_version = " << kSchemaVersion;
+    execute(backend.conn_, kSchema);
+    transaction.commit();
+  } catch (const soci::soci_error& error) {
+    throw DatabaseError(error);
+  }
+}
+
+}  // namespace zorvane::collector

@@ -1,0 +1,15 @@
+// What is specific to SQLite: opening the file, pragmas, creating the tables.
+#pragma once
+
+#include <string>
+
+#include "Collector/Database.h"
+
+namespace zorvane::collector {
+
+// Opens the session on a file, or in memory if the path is empty, and creates the tables of Collector/Schema.h. A new
+// file has mode 0600. Refuses symbolic links and files with another kSchemaVersion. In a file, committed data survives
+// a power loss; another program's lock is waited for up to 5 seconds. Throws DatabaseError.
+void openSQLite(soci::session& session, const std::string& path);
+
+}  // namespace zorvane::collector

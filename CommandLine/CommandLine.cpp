@@ -1,0 +1,55 @@
+#include "CommandLine/CommandLine.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace zorvane {
+namespace {
+
+constexpr std::size_t kOptionColumn = 20;
+
+// "--name=" is an empty value. CLI11 would take the next argument as the value.
+std::vector<std::string> withEmptyValuesApart(std::vector<std::string> arguments) {
+  std::vector<std::string> apart;
+  bool optionsEnded = false;
+  for (std::string& argument : arguments) {
+    optionsEnded = optionsEnded || argument == "--";
+    const bool isEmptyValue = !optionsEnded && argument.starts_with("--") && argument.find('=') == argument.size() - 1;
+    if (isEmptyValue) argument.pop_back();
+    apart.push_back(std::move(argument));
+    if (isEmptyValue) apart.emplace_back();
+  }
+  return apart;
+}
+
+}  // namespace
+
+CommandLine::CommandLine(std::string program, std::string description, std::string footerText)
+    : CLI::App(std::move(description), program) {
+  option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  get_formatter()->column_width(kOptionColumn);
+  set_help_flag("-h,--help", "this text");
+  set_version_flag("--version", program + " " ZR_VERSION, "the version");
+  footer(std::move(footerText));
+}
+
+std::string CommandLine::read(std::vector<std::string> arguments) {
+  arguments = withEmptyValuesApart(std::move(arguments));
+  std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
+  try {
+    parse(std::move(arguments));
+    return "";
+  } catch (const CLI::CallForHelp&) {
+    return help();
+  } catch (const CLI::CallForVersion& version) {
+    return std::string(version.what()) + "\n";
+  } catch (const CLI::ParseError& error) {
+    throw UsageError(std::string(error.what()) + " (see --help)");
+  }
+}
+
+std::string refuseEmpty(const std::string& value) {
+  return value.empty() ? "must not be empty" : "";
+}
+
+}  // namespace zorvane

@@ -1,0 +1,30 @@
+// The programs' command lines, over CLI11: --help, -h and --version work alike everywhere.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace zorvane {
+
+// What is wrong with how a program was called, in one line.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class CommandLine : public CLI::App {
+ public:
+  // The footer ends the text of --help: an example, and anything else to know. --version prints the project's version.
+  CommandLine(std::string program, std::string description, std::string footer);
+
+  // Takes the arguments without the program's name and sets the variables that the options are bound to. The last of a
+  // repeated option counts. Returns the text of --help or --version: print it and exit; empty: run. Throws UsageError.
+  std::string read(std::vector<std::string> arguments);
+};
+
+// For CLI::Option::check: refuses the empty text.
+std::string refuseEmpty(const std::string& value);
+
+}  // namespace zorvane

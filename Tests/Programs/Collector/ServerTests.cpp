@@ -1,0 +1,354 @@
+#include "Collector/Server.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <future>
+
+#include "Collector/SQLite.h"
+
+namespace zorvane::collector {
+namespace {
+
+class ServerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char name[] = "/tmp/zrcollector-XXXXXX";
+    ASSERT_NE(::mkdtemp(name), nullptr);
+    directory_ = name;
+    options_.database = directory_ + "/collected.db";
+    options_.record = directory_ + "/record.jsonl";
+    options_.quiet = true;
+  }
+  void TearDown() override {
+    server_.reset();
+    std::filesystem::remove_all(directory_);
+  }
+
+  void start(const ConnectionLimits& limits = {}) {
+    server_ = std::make_unique<Server>(options_, limits);
+    server_->start();
+  }
+  httplib::Client client() const {
+    httplib::Client made("127.0.0.1", server_->port());
+    made.set_keep_alive(true);
+    return made;
+  }
+  // The response's status, -1 if there was none.
+  int post(const std::string& path, const std::string& body, const httplib::Headers& headers = {}) {
+    auto to = client();
+    const auto result = to.Post(path, headers, body, "application/json");
+    answer_ = result ? result->body : "";
+    return result ? result->status : -1;
+  }
+  int postSigned(const std::string& path, const json& body) {
+    return post(path, body.dump(), {{kSignatureHeader, signatureOf(body).value()}});
+  }
+  std::string query(const char* sql) const {
+    soci::session session;
+    openSQLite(session, options_.database);
+    std::string rows;
+    for (const std::string& row : soci::rowset<std::string>(session.prepare << sql)) {
+      rows += (rows.empty() ? "" : "; ") + row;
+    }
+    return rows;
+  }
+  json summary() const { return json::parse(client().Get("/api/summary")->body); }
+  std::vector<json> record() const {
+    std::vector<json> lines;
+    std::ifstream file(options_.record);
+    for (std::string line; std::getline(file, line);) lines.push_back(json::parse(line));
+    return lines;
+  }
+
+  static json report(const std::string& bid) {
+    return {{"viewsInfo",
+             {{{"EVENT_ACTION", "Bought"},
+               {"EVENT_ATTRS",
+                {{"b", true},
+                 {"d", 2.5},
+                 {"i", INT64_MAX},
+                 {"l", {1, 2}},
+                 {"n", nullptr},
+                 {"s", "it's"},
+                 {"u", UINT64_MAX}}},
+               {"EVENT_ATTRS_CUST", {{"timestamp", {{{"t", 1.5}}, {{"t", 2}}}}, {"location", {{{"p", "1.0,2.0"}}}}}},
+               {"EVENT_G_TIME", "g"},
+               {"EVENT_L_TIME", "l"},
+               {"N_I_E", 1}},
+              {{"EVENT_ACTION", "Left"}, {"EVENT_G_TIME", "g2"}, {"EVENT_L_TIME", "l2"}}}},
+            {"viewsCount", 2},
+            {"identifiers", {{"zrv_user_id", 42}, {"segment_id", "seg"}}},
+            {"meta",
+             {{"bid", bid},
+              {"request_time", "now"},
+              {"session", {{"session_id", "S1"}, {"start_time", "then"}}},
+              {"source", {{{"source", "mail"}, {"extras", {{"x", 1}}}}, {{"source", "ad"}}}}}},
+            {"query_params", {{"unique_id", "device-1"}}}};
+  }
+  static json device(const std::string& bid, const std::string& idfv) {
+    return {{"IDFV", idfv},
+            {"meta", {{"dev_pref", {{"push_p", true}}}, {"request_time", "now"}, {"bid", bid}}},
+            {"query_params", {{"unique_id", "device-1"}}}};
+  }
+
+  std::string directory_;
+  Options options_;
+  std::unique_ptr<Server> server_;
+  std::string answer_;
+};
+
+TEST_F(ServerTest, AReportStandsInEveryTableAndOnce) {
+  start();
+  EXPECT_EQ(postSigned("/v1/report/My%20App", report("1-A")), 200);
+  EXPECT_EQ(json::parse(answer_)["stored"], true);
+  EXPECT_EQ(postSigned("/v1/report/My%20App", report("1-A")), 200);
+  EXPECT_EQ(json::parse(answer_)["stored"], false);
+  EXPECT_EQ(postSigned("/v1/report/My%20App", report("1-B")), 200);
+
+  EXPECT_EQ(query("SELECT bid || ' ' || app_id || ' ' || request_time || ' ' || session_id || ' ' || start_time || ' ' "
+                  "|| user_id || ' ' || segment_id || ' ' || unique_id FROM batches ORDER BY id"),
+            "1-A My App now S1 then 42 seg device-1; 1-B My App now S1 then 42 seg device-1");
+  EXPECT_EQ(query("SELECT position || name || non_interactive || gmt_time || local_time || (attributes IS NULL) FROM "
+                  "events WHERE batch = 1 ORDER BY position"),
+            "0Bought1gl0; 1Left0g2l21");
+  EXPECT_EQ(json::parse(query("SELECT raw FROM events WHERE id = 1")), report("1-A")["viewsInfo"][0]);
+  EXPECT_EQ(query("SELECT name || ' ' || section || ' ' || type || ' ' || coalesce(value, '-') || ' ' || typeof(value) "
+                  "FROM attributes WHERE event = 1 ORDER BY id"),
+            "b plain boolean 1 integer; d plain real 2.5 real; i plain integer 9223372036854775807 integer; "
+            "l plain json [1,2] text; n plain null - null; s plain text it's text; "
+            "u plain integer 18446744073709551615 text; t timestamp real 1.5 real; t timestamp integer 2 integer; "
+            "p location text 1.0,2.0 text");
+  EXPECT_EQ(query("SELECT session_id || start_time || first_batch FROM sessions"), "S1then1");
+  EXPECT_EQ(query("SELECT source || coalesce(extras, '') FROM sources ORDER BY id"), "mail{\"x\":1}; ad");
+  EXPECT_EQ(summary(), json::parse(R"({"requests": {"200": 3}, "batches": 2, "events": 4, "sessions": 1, "sources": 2,
+      "devices": 0, "users": 1, "signatures_checked": 3, "signatures_bad": 0, "duplicates": 1})"));
+}
+
+TEST_F(ServerTest, ADeviceIsItsLastRegistration) {
+  start();
+  EXPECT_EQ(postSigned("/v1/device/APP", device("b1", "old")), 200);
+  EXPECT_EQ(postSigned("/v1/device/APP", device("b2", "new")), 200);
+  EXPECT_EQ(postSigned("/v1/device/APP", device("b1", "old")), 200);
+  EXPECT_EQ(postSigned("/v1/device/OTHER", device("b3", "x")), 200);
+  EXPECT_EQ(query("SELECT app_id || idfv || bid || registrations FROM devices ORDER BY app_id"),
+            "APPnewb22; OTHERxb31");
+  EXPECT_EQ(summary()["duplicates"], 1);
+}
+
+TEST_F(ServerTest, TheInspectorShowsUsersAndTheirDevices) {
+  start();
+  const auto rows = [this](const std::string& view) { return json::parse(client().Get("/api/" + view)->body); };
+  EXPECT_EQ(rows("users"), json::array());
+  json other = report("1-B");
+  other.erase("identifiers");
+  other["meta"]["session"]["session_id"] = "<b>S2";
+  EXPECT_EQ(postSigned("/v1/report/APP", report("1-A")), 200);
+  EXPECT_EQ(postSigned("/v1/report/APP", other), 200);
+  EXPECT_EQ(postSigned("/v1/report/APP", report("1-C")), 200);
+  json registration = device("b1", "V");
+  registration["ADVERTISING_IDENTIFIER"] = "AD";
+  EXPECT_EQ(postSigned("/v1/device/APP", registration), 200);
+
+  EXPECT_EQ(rows("users"), json::parse(R"([
+      {"app_id": "APP", "user_id": "42", "segment_id": "seg", "devices": 1, "sessions": 1, "batches": 2, "events": 4,
+       "first_batch": "now", "last_batch": "now"},
+      {"app_id": "APP", "user_id": null, "segment_id": null, "devices": 1, "sessions": 1, "batches": 1, "events": 2,
+       "first_batch": "now", "last_batch": "now"}])"));
+  json devices = rows("devices");
+  devices.at(0).erase("received_at");
+  EXPECT_EQ(devices, json::parse(R"([{"app_id": "APP", "unique_id": "device-1", "idfv": "V", "advertising_id": "AD",
+      "preferences": "{\"push_p\":true}", "query_params": "{\"unique_id\":\"device-1\"}", "registrations": 1,
+      "request_time": "now", "batches": 3}])"));
+  EXPECT_EQ(rows("sessions").at(0).at("session_id"), "<b>S2");
+  EXPECT_EQ(rows("sessions").at(1).at("sources"), "mail / -, ad / -");
+  EXPECT_EQ(rows("events").at(0).at("name"), "Left");
+  EXPECT_EQ(rows("events?limit=2").size(), 2u);
+  EXPECT_EQ(rows("events?limit=all").size(), 6u);
+  EXPECT_EQ(rows("sources").size(), 4u);
+  EXPECT_EQ(rows("batches").at(0).at("bid"), "1-C");
+  EXPECT_EQ(rows("requests").at(0).at("service"), "device");
+  EXPECT_EQ(client().Get("/api/colours")->status, 404);
+
+  const std::string page = client().Get("/")->body;
+  for (const View& view : allViews()) EXPECT_NE(page.find('"' + std::string(view.name) + '"'), page.npos) << view.name;
+}
+
+TEST_F(ServerTest, RefusedRequestsAreCountedAndLeaveNothingElse) {
+  start();
+  json unsignedBody = report("1-A");
+  unsignedBody.erase("meta");
+  unsignedBody.erase("query_params");
+  EXPECT_EQ(post("/v1/report/A", unsignedBody.dump()), 200);
+  EXPECT_EQ(post("/v1/report/A", unsignedBody.dump()), 200);  // without a bid, duplicates are not recognised
+  EXPECT_EQ(post("/v1/report/A", report("1-A").dump()), 401);
+  EXPECT_EQ(post("/v1/report/A", report("1-A").dump(), {{kSignatureHeader, "ABC"}}), 401);
+  EXPECT_EQ(post("/v1/report/A", "\xff{"), 400);
+  EXPECT_EQ(json::parse(answer_)["error"].get<std::string>().substr(0, 9), "not JSON:");
+  EXPECT_EQ(postSigned("/v1/device/A", report("1-A")), 400);
+  EXPECT_EQ(json::parse(answer_)["error"], "meta.dev_pref is missing");
+  EXPECT_EQ(post("/v1/report/", "{}"), 404);
+  EXPECT_EQ(post("/v1/report/" + std::string(8000, 'a'), "{}"), 400);
+  EXPECT_EQ(client().Put("/v1/report/A", "{}", "application/json")->status, 405);
+  EXPECT_EQ(summary()["requests"], json::parse(R"({"200": 2, "400": 3, "401": 2})"));
+  EXPECT_EQ(summary()["signatures_checked"], 2);
+  EXPECT_EQ(summary()["signatures_bad"], 2);
+  EXPECT_EQ(summary()["batches"], 2);
+  EXPECT_EQ(summary()["users"], 1);
+}
+
+TEST_F(ServerTest, OversizedBodiesAreRefusedHoweverTheyCome) {
+  start();
+  std::string large(kMaxBodyBytes + 1, ' ');
+  EXPECT_EQ(post("/v1/report/A", large), 413);
+  auto chunked = client();
+  const auto result = chunked.Post(
+      "/v1/report/A", {},
+      [&large](std::size_t offset, httplib::DataSink& sink) {
+        const std::size_t count = std::min<std::size_t>(1 << 16, large.size() - offset);
+        sink.write(large.data() + offset, count);
+        if (offset + count == large.size()) sink.done();
+        return true;
+      },
+      "application/json");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, 413);
+  large = report("1-A").dump() + std::string(kMaxBodyBytes - report("1-A").dump().size(), ' ');
+  EXPECT_EQ(post("/v1/report/A", large, {{kSignatureHeader, *signatureOf(report("1-A"))}}), 200);
+}
+
+TEST_F(ServerTest, ASlowClientIsCutOff) {
+  ConnectionLimits limits;
+  limits.request = std::chrono::milliseconds(400);
+  start(limits);
+  const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(server_->port()));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  const std::string begun = "POST /v1/report/A HTTP/1.1\r\nContent-Length: 100\r\n\r\n{";
+  ASSERT_EQ(::send(socket, begun.data(), begun.size(), 0), static_cast<ssize_t>(begun.size()));
+  char end = 0;
+  while (::recv(socket, &end, 1, 0) > 0) {
+  }
+  ::close(socket);
+  EXPECT_EQ(query("SELECT status FROM requests"), "400");
+}
+
+TEST_F(ServerTest, TheRecordHoldsEachRequestAsItCame) {
+  start();
+  const std::string spread = "{\"viewsCount\":\r\n 0.0,\n\"a\": 1, \"a\": \"\\n\"}";
+  EXPECT_EQ(post("/v1/report/A?x=%20", spread, {{"X-Name", "value"}}), 400);
+  EXPECT_EQ(post("/v1/device/B", "not\n\xffjson"), 400);
+  const auto lines = record();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0]["method"], "POST");
+  EXPECT_EQ(lines[0]["path"], "/v1/report/A?x=%20");
+  EXPECT_EQ(lines[0]["headers"]["X-Name"], "value");
+  EXPECT_EQ(lines[0]["body"], json::parse(spread));
+  EXPECT_EQ(lines[0]["status"], 400);
+  EXPECT_FALSE(lines[0]["headers"].contains("REMOTE_ADDR"));
+  EXPECT_EQ(lines[1]["body"], "not\n\xef\xbf\xbdjson");
+}
+
+TEST_F(ServerTest, APageOfAnotherSiteGetsNothing) {
+  start();
+  const std::string port = ":" + std::to_string(server_->port());
+  for (const std::string& host : {"127.0.0.1" + port, "localhost" + port, "10.0.2.2" + port, "[::1]" + port}) {
+    EXPECT_EQ(client().Get("/api/summary", {{"Host", host}})->status, 200) << host;
+    EXPECT_EQ(client().Get("/", {{"Host", host}})->get_header_value("X-Content-Type-Options"), "nosniff");
+  }
+  for (const std::string& host :
+       {"example.com" + port, "127.0.0.1.example.com" + port, std::string("localhost.evil")}) {
+    const auto answer = client().Get("/api/summary", {{"Host", host}});
+    EXPECT_EQ(answer->status, 403) << host;
+    EXPECT_EQ(json::parse(answer->body).size(), 1u);
+  }
+  const std::string host = "127.0.0.1" + port;
+  EXPECT_EQ(post("/v1/report/A", "{", {{"Host", host}, {"Origin", "http://" + host}}), 400);
+  for (const char* origin : {"http://example.com", "http://localhost", "null"}) {
+    EXPECT_EQ(post("/v1/report/A", "{", {{"Host", host}, {"Origin", origin}}), 403) << origin;
+  }
+}
+
+TEST_F(ServerTest, OnlyTheOwnerReadsTheFilesAndNoLinkIsFollowed) {
+  const auto permissionsOf = [](const std::filesystem::path& path) {
+    return std::filesystem::status(path).permissions();
+  };
+  const mode_t before = ::umask(0);
+  start();
+  EXPECT_EQ(postSigned("/v1/report/APP", report("1-A")), 200);
+  ::umask(before);
+  int files = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(directory_)) {
+    EXPECT_EQ(static_cast<int>(permissionsOf(entry.path())), 0600) << entry.path();
+    ++files;
+  }
+  EXPECT_EQ(files, 4) << "database, log and index of the log, record";
+  server_.reset();
+
+  std::filesystem::create_symlink(directory_ + "/elsewhere", directory_ + "/link");
+  options_.record = directory_ + "/link";
+  EXPECT_THROW(start(), std::runtime_error);
+  options_.record.clear();
+  options_.database = directory_ + "/link";
+  EXPECT_THROW(start(), std::runtime_error);
+  EXPECT_FALSE(std::filesystem::exists(directory_ + "/elsewhere"));
+  // Links to the folder are followed.
+  std::filesystem::create_directory(directory_ + "/folder");
+  std::filesystem::create_directory_symlink(directory_ + "/folder", directory_ + "/way");
+  options_.database = directory_ + "/way/collected.db";
+  start();
+  EXPECT_TRUE(std::filesystem::exists(directory_ + "/folder/collected.db"));
+}
+
+TEST_F(ServerTest, FaultsComeWhereTheyWereAskedFor) {
+  options_.failEvery = 3;
+  options_.dropEvery = 2;
+  start();
+  const auto send = [this](const char* bid) { return postSigned("/v1/report/A", report(bid)); };
+  // The third is failed; of the others, the second and the fourth are dropped.
+  EXPECT_EQ(send("1"), 200);
+  EXPECT_EQ(send("2"), -1);
+  EXPECT_EQ(send("3"), 503);
+  EXPECT_EQ(send("2"), 200);
+  EXPECT_EQ(send("5"), -1);
+  EXPECT_EQ(query("SELECT group_concat(bid, ' ') FROM batches"), "1 2 5");
+  EXPECT_EQ(summary()["requests"], json::parse(R"({"0": 2, "200": 2, "503": 1})"));
+  EXPECT_EQ(summary()["duplicates"], 1);
+  EXPECT_EQ(record()[1]["status"], 0);
+}
+
+TEST_F(ServerTest, ClientsAtTheSameTimeLoseNothing) {
+  start();
+  std::vector<std::future<int>> clients;
+  for (int c = 0; c < 8; ++c) {
+    clients.push_back(std::async(std::launch::async, [this, c] {
+      auto to = client();
+      int good = 0;
+      for (int i = 0; i < 20; ++i) {
+        const json body = report("bid-" + std::to_string((c / 2) * 20 + i));  // sent by two clients each
+        const auto result =
+            to.Post("/v1/report/A", {{kSignatureHeader, *signatureOf(body)}}, body.dump(), "application/json");
+        good += result && result->status == 200;
+      }
+      return good;
+    }));
+  }
+  for (auto& each : clients) EXPECT_EQ(each.get(), 20);
+  EXPECT_EQ(summary()["batches"], 80);
+  EXPECT_EQ(summary()["events"], 160);
+  EXPECT_EQ(summary()["duplicates"], 80);
+  EXPECT_EQ(record().size(), 163u);
+  server_.reset();  // with connections still open
+  start();
+  EXPECT_EQ(summary()["batches"], 80);
+}
+
+}  // namespace
+}  // namespace zorvane::collector

@@ -1,0 +1,16 @@
+# SOCI::soci_core and SOCI::soci_sqlite3: the database library and its SQLite backend. Debian 12 brings no CMake files for them.
+find_path(SOCI_INCLUDE_DIR soci/soci.h)
+find_library(SOCI_CORE_LIBRARY soci_core)
+find_library(SOCI_SQLITE3_LIBRARY soci_sqlite3)
+mark_as_advanced(SOCI_INCLUDE_DIR SOCI_CORE_LIBRARY SOCI_SQLITE3_LIBRARY)
+
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(SOCI REQUIRED_VARS SOCI_CORE_LIBRARY SOCI_SQLITE3_LIBRARY SOCI_INCLUDE_DIR)
+if(SOCI_FOUND AND NOT TARGET SOCI::soci_core)
+  add_library(SOCI::soci_core UNKNOWN IMPORTED)
+  set_target_properties(SOCI::soci_core PROPERTIES
+    IMPORTED_LOCATION "${SOCI_CORE_LIBRARY}" INTERFACE_INCLUDE_DIRECTORIES "${SOCI_INCLUDE_DIR}")
+  add_library(SOCI::soci_sqlite3 UNKNOWN IMPORTED)
+  set_target_properties(SOCI::soci_sqlite3 PROPERTIES
+    IMPORTED_LOCATION "${SOCI_SQLITE3_LIBRARY}" INTERFACE_LINK_LIBRARIES SOCI::soci_core)
+endif()
