@@ -15,8 +15,9 @@ bool ZRCurrentBatch::append(Dictionary record) {
          std::max<std::uint64_t>(static_cast<std::uint64_t>(threshold_), fullAfterFailure_.value_or(0));
 }
 
-Array ZRCurrentBatch::take() {
+Array ZRCurrentBatch::take(std::uint64_t& generation) {
   platform::MutexLock lock(mutex_);
+  generation = generation_;
   if (!events_ || events_->empty()) return {};
   Array events = std::move(*events_);
   events_.reset();
@@ -24,8 +25,9 @@ Array ZRCurrentBatch::take() {
   return events;
 }
 
-void ZRCurrentBatch::putBack(Array events) {
+void ZRCurrentBatch::putBack(Array events, std::uint64_t generation) {
   platform::MutexLock lock(mutex_);
+  if (generation != generation_) return;
   const auto threshold = static_cast<std::size_t>(std::max<std::int64_t>(threshold_, 0));
   fullAfterFailure_ = events.size() + std::max(threshold, events.size() / 4);
   if (events_) {
@@ -39,24 +41,24 @@ void ZRCurrentBatch::clear() {
   platform::MutexLock lock(mutex_);
   if (events_) events_->swap(dropped);
   fullAfterFailure_.reset();
+  ++generation_;
 }
 
-void ZRCurrentBatch::keepIf(const std::function<bool(const Dictionary& record)>& passes) {
-  Array events;
-  {
-    platform::MutexLock lock(mutex_);
-    if (!events_) return;
-    events_->swap(events);
-  }
+std::uint64_t ZRCurrentBatch::generation() const {
+  platform::MutexLock lock(mutex_);
+  return generation_;
+}
+
+void ZRCurrentBatch::keepIf(const std::function<bool(const Value& record)>& passes) {
+  std::optional<Array> held = events();
+  if (!held) return;
   Array kept;
-  for (Value& record : events) {
-    if (passes(*record.asDictionary())) kept.push_back(std::move(record));
+  for (const Value& record : *held) {
+    if (passes(record)) kept.push_back(record);
   }
   platform::MutexLock lock(mutex_);
-  if (events_) {
-    kept.insert(kept.end(), std::make_move_iterator(events_->begin()), std::make_move_iterator(events_->end()));
-  }
-  events_ = std::move(kept);
+  // Unless it was cleared meanwhile. The dropped events are destroyed with `held`, after the lock.
+  if (events_ && events_->size() == held->size()) events_->swap(kept);
 }
 
 std::optional<Array> ZRCurrentBatch::events() const {

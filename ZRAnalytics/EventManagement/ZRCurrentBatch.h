@@ -14,21 +14,25 @@ namespace zorvane {
 // Thread-safe. In memory only.
 class ZRCurrentBatch {
  public:
-  // Full with so many events; never when the number is negative.
+  // The batch is full when it holds `threshold` events; never if that is negative.
   explicit ZRCurrentBatch(std::int64_t threshold) : threshold_(threshold) {}
 
   std::int64_t threshold() const { return threshold_; }
   // True when the batch is full.
   bool append(Dictionary record);
-  // Takes the events out, in the order of recording; none when there are none.
-  Array take();
-  // Puts events that could not be saved in front of those that were recorded since. The batch then counts as full when
-  // it has grown by a batch's worth, and by a quarter: each attempt costs as much as the batch is large.
-  void putBack(Array events);
+  // Takes the events out, in the order of recording; none when there are none. The generation is the number of clears
+  // until then.
+  Array take(std::uint64_t& generation);
+  // Puts events that could not be saved in front of those that were recorded since, unless the batch was cleared after
+  // they were taken. The batch is full again after `threshold` more events, or a quarter of those put back if that is
+  // more: a larger batch is retried less often.
+  void putBack(Array events, std::uint64_t generation);
   // Drops the events.
   void clear();
-  // Drops the events that do not pass. The function is called with no lock held.
-  void keepIf(const std::function<bool(const Dictionary& record)>& passes);
+  std::uint64_t generation() const;
+  // Drops the events that do not pass. The function is called with no lock held. Call it where the batch is appended
+  // to, and while nobody takes it.
+  void keepIf(const std::function<bool(const Value& record)>& passes);
   // A copy; absent before the first event and after each take.
   std::optional<Array> events() const;
 
@@ -36,6 +40,7 @@ class ZRCurrentBatch {
   const std::int64_t threshold_;
   mutable platform::Mutex mutex_;
   std::optional<Array> events_ ZR_GUARDED_BY(mutex_);
+  std::uint64_t generation_ ZR_GUARDED_BY(mutex_) = 0;
   // While events that were put back are in the batch: the number of events with which it is full.
   std::optional<std::size_t> fullAfterFailure_ ZR_GUARDED_BY(mutex_);
 };

@@ -195,12 +195,9 @@ void ZREventsHandler::addEventToViewInfoWithEventDict(Dictionary eventDict) {
 
 void ZREventsHandler::saveCurrentBatch() {
   const ZRTurn::Scope turn(saveTurn_);
-  const std::uint64_t clearings = clearings_;
-  Array events = currentBatch_.take();
+  std::uint64_t generation = 0;
+  Array events = currentBatch_.take(generation);
   if (events.empty()) return;
-  const auto putBack = [&] {
-    if (clearings_ == clearings) currentBatch_.putBack(std::move(events));
-  };
   std::string batchID;
   ZRBatchFile::Outcome outcome = ZRBatchFile::Outcome::Failed;
   try {
@@ -214,17 +211,23 @@ void ZREventsHandler::saveCurrentBatch() {
     batch.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSite));
     outcome = batchFile_.store(batchID, batch);
   } catch (...) {
-    putBack();
+    currentBatch_.putBack(std::move(events), generation);
     throw;
   }
-  if (outcome == ZRBatchFile::Outcome::Failed) putBack();
-  if (outcome == ZRBatchFile::Outcome::Done && clearings_ != clearings) (void)batchFile_.remove({batchID});
+  if (outcome == ZRBatchFile::Outcome::Failed) currentBatch_.putBack(std::move(events), generation);
+  // Cleared while it was stored.
+  if (outcome == ZRBatchFile::Outcome::Done && currentBatch_.generation() != generation) {
+    (void)batchFile_.remove({batchID});
+  }
 }
 
 void ZREventsHandler::writeEventsToFileWithBatchID(const Value& events, const Value& batchID) {
   guarded({kFile, "writeEventsToFileWithBatchID", 708}, "Exception : %@", [&] {
+    const std::uint64_t generation = currentBatch_.generation();
     const ZRBatchFile::Outcome outcome = batchFile_.store(batchID.description(), events);
-    if (outcome == ZRBatchFile::Outcome::Failed && events.isArray()) currentBatch_.putBack(*events.asArray());
+    if (outcome == ZRBatchFile::Outcome::Failed && events.isArray()) {
+      currentBatch_.putBack(*events.asArray(), generation);
+    }
   });
 }
 
@@ -245,7 +248,7 @@ void ZREventsHandler::syncToServerFromDumpFile() {
     logLine("Reports API not called. AppID not present");
     return;
   }
-  const std::uint64_t clearings = clearings_;
+  const std::uint64_t generation = currentBatch_.generation();
   Array events = getEventsFromDumpFile();
   if (events.empty()) return;
   const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
@@ -254,30 +257,31 @@ void ZREventsHandler::syncToServerFromDumpFile() {
   removeDatFile();
   logLine("Report Add request initiated:");
   const std::size_t count = events.size();
-  (void)sendReport(batch, count, [this, events = Value(std::move(events)), batchID, clearings](bool success) {
+  (void)sendReport(batch, count, [this, events = Value(std::move(events)), batchID, generation](bool success) {
     if (success) {
       logLine("sync success from data file");
       return;
     }
     logLine("could not complete sync from dump file, will try again later");
-    if (clearings_ != clearings) return;
-    writeEventsToFileWithBatchID(events, batchID);
+    if (currentBatch_.generation() == generation) writeEventsToFileWithBatchID(events, batchID);
   });
 }
 
 void ZREventsHandler::clearEventsdata() {
-  ++clearings_;
+  // First, so that a save that is under way notices.
+  currentBatch_.clear();
   removeDatFile();
   removeEventsPlistFile();
-  currentBatch_.clear();
 }
 
 void ZREventsHandler::dropOptedOutEvents() {
   reports_serial_queue_.async([this] {
     reports_serial_queue_.assertCurrent();
-    currentBatch_.keepIf([this](const Dictionary& record) {
-      const Value name = record.objectForKey(kReportsKeyEventName);
-      return !name.isString() || (ZRCoreUtils::isSDKEnabled() && isTrackingAllowed(*name.asString()));
+    const ZRTurn::Scope turn(saveTurn_);
+    currentBatch_.keepIf([this](const Value& record) {
+      const Dictionary* event = record.asDictionary();
+      const Value name = event ? event->objectForKey(kReportsKeyEventName) : Value();
+      return ZRCoreUtils::isSDKEnabled() && name.isString() && isTrackingAllowed(*name.asString());
     });
   });
 }

@@ -1,7 +1,6 @@
 // The owner of tracked events, from the facade's hand-over to the service's acceptance.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -49,7 +48,7 @@ class ZREventsHandler {
   // A new event record, stamped with the current time.
   Dictionary getEventDictForEventAndProperties(const Value& name, const ZRProperties* properties) const;
 
-  // Read once, at construction.
+  // The number of events that fills a batch; read once, at construction.
   std::int64_t eventsBatchCountTreshold() const { return currentBatch_.threshold(); }
   // A copy of the current batch; absent before the first event and after each save.
   std::optional<Array> viewsInfoArray() const { return currentBatch_.events(); }
@@ -59,9 +58,8 @@ class ZREventsHandler {
   // "ZorvaneBatchEvents.plist" in the documents directory.
   std::string eventsPlistFilePath() const { return batchFile_.path(); }
   // Moves the current batch into the batch file, under the current session and its sources. When the file cannot be
-  // written, its events go back to the front of the current batch; that batch counts as full again when it has grown by
-  // a batch's worth, and by a quarter.
-  // Returns after the batch of a call that another thread makes at the same time is in the file, too.
+  // written, its events go back to the current batch (ZRCurrentBatch::putBack). If another thread is saving, waits for
+  // that save first.
   void saveCurrentBatch();
   // The saved batches; none without a file; absent when the file cannot be read.
   std::optional<std::vector<ZRStoredBatch>> getBatches() { return batchFile_.load(); }
@@ -73,11 +71,12 @@ class ZREventsHandler {
   bool checkIfFileExists() const { return dumpFile_.exists(); }
   Array getEventsFromDumpFile() const { return dumpFile_.events(); }
   void removeDatFile() { dumpFile_.remove(); }
-  // Sends the dump file's events as one batch and removes the file; when that fails they join the batch file.
+  // Sends the dump file's events as one batch and removes the file; if the service refuses them, they join the batch
+  // file.
   void syncToServerFromDumpFile();
 
   // Deletes both files and empties the current batch.
-  // A save that is under way, and the dump file's batch while its request is out, do not bring events back.
+  // A save in progress, or a refused dump-file request, does not bring events back.
   void clearEventsdata();
   // Drops recorded events that may not be tracked any more, on the event queue. To be called after an opt-out.
   void dropOptedOutEvents();
@@ -122,10 +121,8 @@ class ZREventsHandler {
   const std::unique_ptr<platform::Queue> ownedQueue_;
   platform::Queue& reports_serial_queue_;
   ZRCurrentBatch currentBatch_;
-  // Of the thread that takes the current batch and stores it.
+  // Held by the thread that is saving the current batch.
   ZRTurn saveTurn_;
-  // The number of calls of clearEventsdata.
-  std::atomic<std::uint64_t> clearings_{0};
   ZRBatchFile batchFile_;
   ZRDumpFile dumpFile_;
   ZRFlushTimer flushTimer_;

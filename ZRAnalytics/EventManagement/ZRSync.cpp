@@ -36,8 +36,7 @@ void ZRSync::flush(const ZRFlush& flush) {
     result = Result{false, true};
   }
   isResetPending_ = ledger_.isResetPending();
-  if (result) complete(flush.completion, *result);
-  if (parked) this->flush(*parked);
+  if (result) complete(flush.completion, *result, parked);
 }
 
 std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
@@ -107,8 +106,7 @@ void ZRSync::responseArrived(ZRSyncRun& run, const std::string& batchID, bool ac
           });
   if (!run.isComplete()) return;
   const std::optional<ZRFlush> parked = finish(run.flush.reset);
-  complete(run.flush.completion, {run.isSuccess(), true});
-  if (parked) flush(*parked);
+  complete(run.flush.completion, {run.isSuccess(), true}, parked);
 }
 
 std::optional<ZRFlush> ZRSync::finish(bool reset) {
@@ -136,9 +134,10 @@ std::optional<ZRFlush> ZRSync::finish(bool reset) {
   return parked;
 }
 
-void ZRSync::complete(const ZRFlushCompletion& completion, Result result) {
-  isResetPending_ = ledger_.isResetPending();
+void ZRSync::complete(const ZRFlushCompletion& completion, Result result, const std::optional<ZRFlush>& parked) {
+  isResetPending_ = parked || ledger_.isResetPending();
   callBlock(completion, result.success, result.attempted);
+  if (parked) flush(*parked);
 }
 
 void ZRSync::removeSettled() {

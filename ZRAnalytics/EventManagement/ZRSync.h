@@ -46,7 +46,9 @@ class ZRSync {
   void responseArrived(ZRSyncRun& run, const std::string& batchID, bool accepted) ZR_REQUIRES(queue_);
   // Returns the parked flush that is to run after the completion, if any.
   std::optional<ZRFlush> finish(bool reset) ZR_REQUIRES(queue_);
-  void complete(const ZRFlushCompletion& completion, Result result) ZR_REQUIRES(queue_);
+  // Then runs the parked flush, if there is one.
+  void complete(const ZRFlushCompletion& completion, Result result, const std::optional<ZRFlush>& parked)
+      ZR_REQUIRES(queue_);
   void removeSettled() ZR_REQUIRES(queue_);
 
   platform::Queue& queue_;

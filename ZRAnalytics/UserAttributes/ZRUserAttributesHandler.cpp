@@ -154,6 +154,7 @@ void ZRUserAttributesHandler::forceResetUserWithNewUserAttributeUniqueID(const s
     auto properties = ZRProperties::initWithAttributes({{"type", "forced"}});
     properties->setNonInteractive();
     setWantedUniqueID(uniqueID);
+    storeWantedUniqueID();
     ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(
         kEventNameLogout, std::move(properties), [this, reset = std::make_shared<PendingReset>(pendingResets_)] {
           guarded(kForcedReset, "exception : %@", [&] { flushForcedReset(reset); });
@@ -189,15 +190,14 @@ void ZRUserAttributesHandler::finishForcedReset() {
 void ZRUserAttributesHandler::applyStoredUniqueID() {
   const Value stored = ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
   if (stored.isNil() || isResetPending()) return;
-  setUserAttributeUniqueID(stored);
+  const auto wanted = wantedUniqueID();
+  setUserAttributeUniqueID(wanted ? Value(*wanted) : stored);
   removeStoredUniqueIDUnlessResetPending();
 }
 
 std::shared_ptr<ZRUserAttributesHandler::PendingReset> ZRUserAttributesHandler::beginReset() {
-  auto reset = std::make_shared<PendingReset>(pendingResets_);
   setWantedUniqueID(std::nullopt);
-  storeWantedUniqueID();
-  return reset;
+  return std::make_shared<PendingReset>(pendingResets_);
 }
 
 void ZRUserAttributesHandler::endReset(PendingReset& reset) {
@@ -226,19 +226,18 @@ void ZRUserAttributesHandler::setWantedUniqueID(std::optional<std::string> uniqu
 }
 
 void ZRUserAttributesHandler::storeWantedUniqueID() {
-  if (const auto uniqueID = wantedUniqueID()) {
-    keepInDefaults(*uniqueID, kUserDefaultsKeyModifiedUserAttrUniqueID);
-  } else if (!ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID).isNil()) {
-    removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID);
-  }
+  if (const auto uniqueID = wantedUniqueID()) keepInDefaults(*uniqueID, kUserDefaultsKeyModifiedUserAttrUniqueID);
 }
 
 void ZRUserAttributesHandler::removeStoredUniqueIDUnlessResetPending() {
-  if (isResetPending()) return;
-  if (ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID).isNil()) return;
+  const auto stored = [] {
+    return ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
+  };
+  const Value written = stored();
   // A kill after the removal must find the ID in the file.
-  if (!writeCache()) return;
-  removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID);
+  if (written.isNil() || isResetPending() || !writeCache()) return;
+  // Another login may have come meanwhile.
+  if (!isResetPending() && stored() == written) removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID);
 }
 
 void ZRUserAttributesHandler::updateUserAttributeUniqueID(const Value& value) {
@@ -380,8 +379,8 @@ void ZRUserAttributesHandler::migrateLegacyPlistValuesToNewFile() {
   for (const auto& [name, value] : identifiers) {
     if (!value.isNil()) userAttributeData()->saveAttributeWithValue(std::string(name), value);
   }
-  persistUserAttributesData();
-  userAttributeRemovePlistFile();
+  logLine("User Attributes Data persisted");
+  if (writeCache()) userAttributeRemovePlistFile();
 }
 
 void ZRUserAttributesHandler::applicationInActive() {
