@@ -1,7 +1,8 @@
 // The one place where a host gives its own services to the module.
 //
 // Fill in what the host has and call configureHost() once, before using anything else of the library. Every member left
-// empty has a portable default. The first call of hostServices() fixes the services for the life of the process.
+// empty has a portable default (advertising: there is no such service). The first call of hostServices() fixes the
+// services for the life of the process.
 #pragma once
 
 #include <memory>

@@ -13,8 +13,8 @@
 //
 // post() calls a worker only when none is looking or running. A running worker may be blocked without saying so. So
 // while tasks wait behind running ones, one more thread, the monitor, checks every millisecond that they get taken, and
-// calls another worker if they do not. It goes to sleep when nothing waits and nothing was taken. An idle pool never
-// wakes up.
+// calls another worker if they do not. It goes to sleep when nothing waits and nothing was taken, or when it has called
+// a worker. An idle pool never wakes up.
 #pragma once
 
 #include <array>
@@ -52,7 +52,7 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
     Task task;
     Priority priority = Priority::Default;
   };
-  // What to do once the mutex is free.
+  // The thread to wake or start after the mutex is released.
   enum class Call { None, WakeWorker, StartWorker, WakeMonitor, StartMonitor };
 
   static std::size_t indexOf(Priority priority) noexcept { return priority == Priority::Default ? 0 : 1; }
@@ -80,7 +80,7 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   void updateHint() ZR_REQUIRES(mutex_) { waiting_.store(runnable(), std::memory_order_relaxed); }
   // Who must be called so that the waiting tasks get taken. Counts the call as followed: pass it to carryOut().
   Call neededCall() ZR_REQUIRES(mutex_);
-  // A call for one more worker; None when all of them are busy. Pass it to carryOut().
+  // A call for one more worker; None when the maximum of workers is awake. Pass it to carryOut().
   Call callWorker() ZR_REQUIRES(mutex_);
   // Wakes or starts the thread. If the system has no thread to give, the next post tries again.
   void carryOut(Call call) ZR_EXCLUDES(mutex_);

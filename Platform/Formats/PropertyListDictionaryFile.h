@@ -27,8 +27,8 @@ class LazyPropertyListValue {
   std::size_t countOfKey(std::string_view key) const;
   bool isArray() const;
   bool isDictionary() const;
-  // Appends jsonText(decodeKey(key)), or the JSON of the whole value for an empty key. Of a binary file without
-  // building values.
+  // Appends jsonText(decodeKey(key)), or the JSON of the whole value for an empty key. For a binary file, no
+  // values are built.
   void appendJSONOfKey(std::string_view key, std::string& out) const;
 
   // A value in memory.

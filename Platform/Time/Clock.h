@@ -12,7 +12,7 @@ class Clock {
   virtual Date now() const = 0;
   // Seconds since an arbitrary start; never goes back.
   virtual double monotonicSeconds() const = 0;
-  // False for a clock that stands still until somebody moves it. Nobody waits for such a clock with a timeout.
+  // False for a clock that stands still until somebody moves it. Do not wait with a timeout on such a clock.
   virtual bool runsByItself() const { return true; }
 };
 

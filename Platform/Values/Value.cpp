@@ -69,7 +69,7 @@ T& uniqueCopy(std::shared_ptr<T>& holder) {
     holder = makeShared(T(*holder));
     return *holder;
   }
-  // use_count() is a relaxed read. The fence puts what former holders read before what is written now.
+  // use_count() is a relaxed read. The fence orders former holders' reads before the writes that follow.
 #if defined(ZR_THREAD_SANITIZER)
   std::shared_ptr<T>(holder).reset();  // the same by the count itself: the sanitizer does not see fences
 #else

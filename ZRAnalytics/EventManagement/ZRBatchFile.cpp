@@ -10,7 +10,7 @@ namespace {
 
 using platform::PropertyListDictionarySnapshot;
 
-// More than a phone's backlog of years.
+// Larger than years of unsent events on a phone.
 constexpr std::size_t kMaximumFileSize = 512u << 20;
 
 }  // namespace

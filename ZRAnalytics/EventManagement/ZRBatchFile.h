@@ -21,7 +21,7 @@ class ZRStoredBatch {
  public:
   // The batch identifier: the entry's key in the file.
   const std::string& id() const { return entry_.key; }
-  // A batch dictionary, or a bare array of events. Nothing else can be sent.
+  // Whether the entry can be sent: a batch dictionary, or a bare array of events.
   bool isBatch() const;
   // No "request_time" and no session: such a batch comes from the dump file of an earlier release.
   bool isBareArray() const { return entry_.value.isArray(); }
@@ -75,7 +75,7 @@ class ZRBatchFile {
   platform::Status removeAll();
 
  private:
-  // What is no success says why.
+  // Unless the outcome is Done, `failure` says why.
   Outcome read(platform::PropertyListDictionarySnapshot& snapshot, std::string& failure) ZR_REQUIRES(mutex_);
   Outcome write(platform::PropertyListDictionarySnapshot snapshot, std::string& failure) ZR_REQUIRES(mutex_);
   platform::Result<Outcome> removeFile() ZR_REQUIRES(mutex_);
@@ -84,7 +84,7 @@ class ZRBatchFile {
   const std::string path_;
   const FailureHandler onFailure_;
   mutable platform::Mutex mutex_;
-  // The content as it was last read or written; valid while the file on disk is that very one.
+  // The content as it was last read or written; valid while the file's identity is identity_.
   std::optional<platform::PropertyListDictionarySnapshot> snapshot_ ZR_GUARDED_BY(mutex_);
   platform::FileIdentity identity_ ZR_GUARDED_BY(mutex_);
   std::string lastReportedFailure_ ZR_GUARDED_BY(mutex_);

@@ -14,8 +14,8 @@ class ZRDumpFile {
 
   const std::string& path() const { return path_; }
   bool exists() const;
-  // The lines that are JSON objects or arrays, in order; none when the file cannot be read or is not UTF-8. A file of
-  // more than 64 MiB is not read, and of many lines no more than 4,000,000 values.
+  // The lines that are JSON objects or arrays, in order; none when the file cannot be read or is not UTF-8. A file
+  // above 64 MiB is not read. All lines together may hold 4,000,000 values; the rest is skipped.
   Array events() const;
   // Logs a failure.
   void remove();

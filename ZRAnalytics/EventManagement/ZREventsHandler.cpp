@@ -178,7 +178,7 @@ void ZREventsHandler::checkForTriggersForEventAndEventDict(const Value& name, Di
             [&] { delegate->eventTrackedWithNameAndEventAttr(name, eventDict); });
   };
   tell(facade.inappTriggerDelegate());
-  // Asked for only now: the first may have changed who the second is.
+  // Read after the first call, which may have set another messaging delegate.
   tell(facade.messagingTriggerDelegate());
 }
 

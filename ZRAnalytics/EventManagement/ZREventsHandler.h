@@ -34,13 +34,15 @@ class ZREventsHandler {
 
   // The name should be text; anything else is dropped with a log line. Events of one thread are recorded in the order
   // of these calls. The completion is called on the event queue once the event is recorded; at once, on the caller's
-  // thread, when the SDK is disabled; never when the event is rejected.
+  // thread, when the SDK is disabled (on the event queue when it is disabled meanwhile); never when the event is
+  // rejected.
   void trackEvent(const Value& name);
   void trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties);
   void trackEventWithPropertiesWithCompletionBlock(const Value& name, std::shared_ptr<const ZRProperties> properties,
                                                    std::function<void()> completion);
   bool shouldEventBeTrackedWithName(const Value& name) const;
-  // Whether the event is tracked even while the user has opted out of data tracking.
+  // Whether the name is on the module's own list of events that are tracked despite an opt-out. The service's list is
+  // separate.
   bool shouldEventSkippedFromDataOptOut(std::string_view name) const;
   static Array getAnalyticsWhitelistedEvents();
   // Adds names to those tracked despite an opt-out; what is no text is ignored.

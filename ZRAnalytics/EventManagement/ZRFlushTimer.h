@@ -9,7 +9,7 @@
 
 namespace zorvane {
 
-// Everything happens on the main thread: off it, each call waits for the main queue. Any thread.
+// Call from any thread. Timers live on the main thread; start, stop and disable wait for it.
 class ZRFlushTimer {
  public:
   // The work is called on the main thread at each interval.

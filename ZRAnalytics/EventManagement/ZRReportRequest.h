@@ -8,8 +8,8 @@
 
 namespace zorvane {
 
-// The body for a batch with so many events (docs/formats.md). Mirrors the user's identifiers into the application
-// group's defaults.
+// The body of a batch (docs/formats.md). The count is passed because the events may not be decoded yet. Mirrors the
+// user's identifiers into the application group's defaults.
 Dictionary reportAddBody(const Dictionary& batchInfo, std::size_t eventCount);
 
 // Builds, signs and starts the request. The completion is called once, on a thread of the core's choosing. False, with

@@ -11,8 +11,8 @@
 //   an entry that is no batch             settle            leaves the file at the end
 //   a batch was accepted                  respond, settled  leaves the file at the end
 //   a batch was refused                   respond, waiting  stays for the next flush
-//   the last response of a flush          finish            runs the parked flush: at once, or after a reset when the
-//                                                           end below is carried out and the completion was called
+//   the last response of a flush          finish            runs the parked flush: at once after a plain flush; last,
+//                                                           behind the end and the completion, after a reset
 //     then, with batches waiting          End::KeepRefused  removes the settled batches
 //     then, after a reset, with waiting   End::KeepAll      leaves the file as it is: it still holds the settled ones
 //     then, with none waiting             End::RemoveAll    removes the settled batches, which are all that it sent
@@ -60,9 +60,9 @@ class ZRSyncLedger {
   enum class Arrival { Start, Reload, Park };
   enum class End { KeepRefused, KeepAll, RemoveAll };
 
-  // Start: the ledger forgets the batches of the sync before, and runs.
+  // On Start, forgets the previous sync's batches and counts as running.
   Arrival arrive(const ZRFlush& flush);
-  // Takes down what the file holds.
+  // Call with the identifiers of all batches in the file.
   void load(const std::vector<std::string>& batchIDs);
   void settle(const std::string& batchID);
   // Counts a response of the run. A batch that another run's response has settled stays settled.
@@ -77,7 +77,8 @@ class ZRSyncLedger {
 
   // The sync is over. Returns the parked flush.
   std::optional<ZRFlush> finish();
-  // What the end of a finished sync does to the file. A parked flush that ran has loaded batches of its own by now.
+  // What the end of a finished sync does to the file. Call after finish(). If the parked flush was started in between,
+  // the result is about that flush's batches.
   End end(bool reset) const;
   // The sync is over without an end: nothing was sent, or an exception stopped it.
   void abandon() { isRunning_ = false; }

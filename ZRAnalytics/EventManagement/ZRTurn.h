@@ -1,4 +1,4 @@
-// One thread at a time, without a lock.
+// Lets one thread at a time do a piece of work; recursive. No mutex is held during the work.
 #pragma once
 
 #include <thread>

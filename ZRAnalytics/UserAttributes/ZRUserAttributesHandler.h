@@ -50,7 +50,8 @@ class ZRUserAttributesHandler {
   };
   // A logout without another ID was asked for: no unique ID is wanted until the next login.
   std::shared_ptr<PendingReset> beginReset();
-  // That logout's flush has completed. An ID that was logged in meanwhile was reset too, and is set again.
+  // That logout's flush has completed. Sets an ID again that was logged in since beginReset, because the reset removed
+  // it.
   void endReset(PendingReset& reset);
 
   // The value must be text or a number. With checkStorage it is sent only if it changed or its caching duration ran

@@ -10,7 +10,8 @@
 
 namespace zorvane {
 
-// The time of a request or batch: now, ISO 8601 with milliseconds, GMT. Nil when the clock stands beyond any date.
+// The time of a request or batch: now, ISO 8601 with milliseconds, GMT. Nil when the clock is outside the years 1 to
+// 9999.
 Value requestTimeNow();
 
 // The request, with its signature under "ZRV-REQUEST-ID" where the body has what is signed

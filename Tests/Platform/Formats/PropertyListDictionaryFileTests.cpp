@@ -147,7 +147,7 @@ TEST(PropertyListDictionaryFile, AMalformedEntryIsLeftOut) {
   EXPECT_EQ(contentOfFile(opened(file).withEntry("c", 3)), Value(Dictionary{{"b", 2}, {"c", 3}}));
 }
 
-TEST(PropertyListDictionaryFile, OneImageServesSeveralThreads) {
+TEST(PropertyListDictionaryFile, OneSnapshotServesSeveralThreads) {
   const Snapshot snapshot = opened(contentOf(Snapshot().withEntry("a", batch(1)).withEntry("b", batch(2))));
   std::vector<std::thread> threads;
   std::vector<Value> seen(4);
