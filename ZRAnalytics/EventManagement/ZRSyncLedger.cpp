@@ -62,9 +62,11 @@ ZRSyncLedger::End ZRSyncLedger::end(bool reset) const {
 
 std::vector<std::size_t> ZRSyncLedger::oldestFirst(const std::vector<std::string>& batchIDs) {
   std::vector<std::pair<std::int64_t, std::size_t>> order;
+  order.reserve(batchIDs.size());
   for (const std::string& id : batchIDs) order.emplace_back(platform::leadingInteger(id).value_or(0), order.size());
   std::sort(order.begin(), order.end());
   std::vector<std::size_t> positions;
+  positions.reserve(order.size());
   for (const auto& [milliseconds, position] : order) positions.push_back(position);
   return positions;
 }
