@@ -35,8 +35,11 @@ void ZRSync::flush(const ZRFlush& flush) {
                            "Exception while syncing : %@");
     result = Result{false, true};
   }
-  isResetPending_ = ledger_.isResetPending();
-  if (result) complete(flush.completion, *result, parked);
+  if (result) {
+    complete(flush.completion, *result, parked);
+  } else {
+    isResetPending_ = ledger_.isResetPending();
+  }
 }
 
 std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {

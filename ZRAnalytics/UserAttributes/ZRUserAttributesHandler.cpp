@@ -178,13 +178,15 @@ void ZRUserAttributesHandler::flushForcedReset(const std::shared_ptr<PendingRese
 void ZRUserAttributesHandler::finishForcedReset() {
   platform::hostServices().notificationCenter->post(kNotificationNameInitNewUser);
   // Not the ID of this reset: another one may be wanted by now, or none.
-  const auto uniqueID = wantedUniqueID();
-  if (uniqueID && setUserAttributeValueWithNameCheckStorage(*uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) {
-    logLine("User Attribute Unique ID tracked with Value %@", {*uniqueID});
-  } else {
-    logLine("User Attribute Unique ID wasn't tracked as value was invalid");
-  }
+  if (!setWantedUniqueIDAgain()) logLine("User Attribute Unique ID wasn't tracked as value was invalid");
   removeStoredUniqueIDUnlessResetPending();
+}
+
+bool ZRUserAttributesHandler::setWantedUniqueIDAgain() {
+  const auto uniqueID = wantedUniqueID();
+  if (!uniqueID || !setUserAttributeValueWithNameCheckStorage(*uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) return false;
+  logLine("User Attribute Unique ID tracked with Value %@", {*uniqueID});
+  return true;
 }
 
 void ZRUserAttributesHandler::applyStoredUniqueID() {
@@ -203,10 +205,7 @@ std::shared_ptr<ZRUserAttributesHandler::PendingReset> ZRUserAttributesHandler::
 void ZRUserAttributesHandler::endReset(PendingReset& reset) {
   reset.end();
   guarded({kFile, "endReset"}, "exception : %@", [this] {
-    const auto uniqueID = wantedUniqueID();
-    if (uniqueID && setUserAttributeValueWithNameCheckStorage(*uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) {
-      logLine("User Attribute Unique ID tracked with Value %@", {*uniqueID});
-    }
+    (void)setWantedUniqueIDAgain();
     removeStoredUniqueIDUnlessResetPending();
   });
 }

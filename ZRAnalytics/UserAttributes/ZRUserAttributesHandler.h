@@ -99,6 +99,8 @@ class ZRUserAttributesHandler {
   std::shared_ptr<ZRUserAttributeData> userAttributeData() const;
   void flushForcedReset(const std::shared_ptr<PendingReset>& reset);
   void finishForcedReset();
+  // True if there is one and it was tracked.
+  bool setWantedUniqueIDAgain();
   // A reset of the user is on its way, running or parked.
   bool isResetPending() const;
   std::optional<std::string> wantedUniqueID() const;
