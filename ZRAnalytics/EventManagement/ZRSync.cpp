@@ -55,6 +55,7 @@ std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
   if (batches.empty()) {
     logLine("All the tracked events are already synced with Zorvane :]");
     ledger_.abandon();
+    removeSettled();
     if (flush.reset) resetUser_();
     return Result{true, false};
   }
@@ -76,6 +77,7 @@ std::vector<ZRStoredBatch> ZRSync::load() {
   std::vector<ZRStoredBatch> sendable;
   for (const std::size_t position : ZRSyncLedger::oldestFirst(ids)) {
     const ZRStoredBatch& batch = (*loaded)[position];
+    if (ledger_.isSettled(batch.id())) continue;
     if (batch.isBatch()) {
       sendable.push_back(batch);
       continue;
