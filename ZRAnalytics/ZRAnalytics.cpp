@@ -173,7 +173,7 @@ void ZRAnalytics::zorvaneSDKStateUpdated() {
       sessions.reinitiateSession();
       return;
     }
-    ZRUserAttributesHandler::sharedHandler().clearUserAttributesData();
+    ZRUserAttributesHandler::sharedHandler().forgetUser();
     ZREventsHandler& events = ZREventsHandler::sharedInstance();
     events.clearEventsdata();
     events.dropOptedOutEvents();
