@@ -78,9 +78,10 @@ ZRBatchFile::Outcome ZRBatchFile::store(std::string_view batchID, const Value& b
   std::string failure;
   {
     platform::MutexLock lock(mutex_);
+    const platform::DirectoryLock processLock(path_);
     PropertyListDictionarySnapshot snapshot;
     outcome = read(snapshot, failure);
-    if (outcome == Outcome::Done) outcome = write(snapshot.withEntry(batchID, batch), failure);
+    if (outcome == Outcome::Done) outcome = write(snapshot.withEntry(batchID, batch), processLock, failure);
     if (outcome == Outcome::Done) lastReportedFailure_.clear();
   }
   if (outcome != Outcome::Done) report(failure);
@@ -93,6 +94,7 @@ platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const std::unordered_
   Outcome outcome;
   {
     platform::MutexLock lock(mutex_);
+    const platform::DirectoryLock processLock(path_);
     PropertyListDictionarySnapshot snapshot;
     outcome = read(snapshot, failure);
     if (outcome == Outcome::Done) {
@@ -102,7 +104,7 @@ platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const std::unordered_
       }
       if (kept.empty()) return exists() ? removeFile() : Outcome::Done;
       if (kept.size() == snapshot.entries().size()) return Outcome::Done;
-      outcome = write(PropertyListDictionarySnapshot::ofEntries(kept), failure);
+      outcome = write(PropertyListDictionarySnapshot::ofEntries(kept), processLock, failure);
     }
   }
   if (outcome != Outcome::Done) report(failure);
@@ -111,6 +113,7 @@ platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const std::unordered_
 
 platform::Status ZRBatchFile::removeAll() {
   platform::MutexLock lock(mutex_);
+  const platform::DirectoryLock processLock(path_);
   const auto removed = removeFile();
   if (!removed) return removed.error();
   return platform::Done{};
@@ -148,10 +151,11 @@ ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionarySnapshot& snapshot,
   return Outcome::Done;
 }
 
-ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionarySnapshot snapshot, std::string& failure) {
+ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionarySnapshot snapshot,
+                                        const platform::DirectoryLock& processLock, std::string& failure) {
   // If only the directory fsync failed, count the batch as stored, or it is saved twice.
   bool stands = false;
-  const auto written = platform::replaceFileAtomically(path_, snapshot.pieces(), &stands);
+  const auto written = platform::replaceFileAtomically(path_, snapshot.pieces(), processLock, &stands);
   if (!stands) {
     failure = written.error().message;
     return Outcome::Failed;
