@@ -1,5 +1,7 @@
 #include "Platform/Formats/PropertyList.h"
 
+#include <charconv>
+
 #include "Platform/Formats/BinaryEncoder.h"
 #include "Platform/Formats/BinaryObjects.h"
 #include "Platform/Formats/XMLPropertyList.h"
@@ -52,6 +54,25 @@ Value PropertyListUID::plainValue() const {
 bool PropertyListUID::isEqual(const Object& other) const {
   const auto* uid = dynamic_cast<const PropertyListUID*>(&other);
   return uid && uid->index_ == index_;
+}
+
+std::string LargeInteger::description() const {
+  char text[24];
+  return std::string(text, std::to_chars(text, text + sizeof text, number_).ptr);
+}
+
+bool LargeInteger::isEqual(const Object& other) const {
+  const auto* integer = dynamic_cast<const LargeInteger*>(&other);
+  return integer && integer->number_ == number_;
+}
+
+Value valueOfUnsigned(std::uint64_t number) {
+  if (number >> 63 == 0) return number;
+  return std::make_shared<const LargeInteger>(number);
+}
+
+bool isLargeInteger(const Value& value) {
+  return value.asObject<LargeInteger>() != nullptr;
 }
 
 Result<Value> parsePropertyList(std::string_view bytes) {

@@ -55,6 +55,7 @@ std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
   if (batches.empty()) {
     logLine("All the tracked events are already synced with Zorvane :]");
     ledger_.abandon();
+    removeSettled();
     if (flush.reset) resetUser_();
     return Result{true, false};
   }
