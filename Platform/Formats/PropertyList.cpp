@@ -1,7 +1,5 @@
 #include "Platform/Formats/PropertyList.h"
 
-#include <charconv>
-
 #include "Platform/Formats/BinaryEncoder.h"
 #include "Platform/Formats/BinaryObjects.h"
 #include "Platform/Formats/XMLPropertyList.h"
@@ -57,8 +55,7 @@ bool PropertyListUID::isEqual(const Object& other) const {
 }
 
 std::string LargeInteger::description() const {
-  char text[24];
-  return std::string(text, std::to_chars(text, text + sizeof text, number_).ptr);
+  return textOfInteger(static_cast<std::int64_t>(number_ / 10)) + static_cast<char>('0' + number_ % 10);
 }
 
 bool LargeInteger::isEqual(const Object& other) const {

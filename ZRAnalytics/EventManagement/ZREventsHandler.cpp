@@ -1,7 +1,6 @@
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 
 #include <algorithm>
-#include <unordered_set>
 #include <utility>
 
 #include "Platform/Files/FileSystem.h"
@@ -218,9 +217,9 @@ void ZREventsHandler::saveCurrentBatch() {
       }
       const auto begin = plain.asArray()->begin() + static_cast<std::ptrdiff_t>(first);
       const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
-      Dictionary batch{{kBatchKeyEvents, Array(begin, begin + static_cast<std::ptrdiff_t>(count))},
-                       {kBatchKeyBatchID, batchID}};
-      for (const auto& [key, value] : rest) batch.set(key, value);
+      Dictionary batch = rest;
+      batch.set(kBatchKeyEvents, Array(begin, begin + static_cast<std::ptrdiff_t>(count)));
+      batch.set(kBatchKeyBatchID, batchID);
       batches.set(batchID, std::move(batch));
     }
     outcome = batchFile_.store(batches);
@@ -231,9 +230,7 @@ void ZREventsHandler::saveCurrentBatch() {
   if (outcome == ZRBatchFile::Outcome::Failed) currentBatch_.putBack(std::move(events), generation);
   // Cleared while it was stored.
   if (outcome == ZRBatchFile::Outcome::Done && currentBatch_.generation() != generation) {
-    std::unordered_set<std::string> ids;
-    for (const auto& [batchID, batch] : batches) ids.insert(batchID);
-    (void)batchFile_.remove(ids);
+    for (const auto& [batchID, batch] : batches) (void)batchFile_.remove({batchID});
   }
 }
 
