@@ -120,7 +120,7 @@ void SaveOverABacklog(benchmark::State& state) {
     const std::string batchID = std::to_string(1795355200000 + ++number) + "-0B5B3C8E-9C1B-4E55-8D5A-1F6B3C8E9C1B";
     const Dictionary batch = batchOf30(batchID, number);
     const double start = secondsNow();
-    if (file.store(batchID, batch) != ZRBatchFile::Outcome::Done) state.SkipWithError("the save failed");
+    if (file.store({{batchID, batch}}) != ZRBatchFile::Outcome::Done) state.SkipWithError("the save failed");
     saveSeconds += secondsNow() - start;
     limitSeconds += secondsToWriteSyncRename(std::filesystem::file_size(file.path()));
   }

@@ -48,7 +48,7 @@ void checkReading(std::string_view content, const Array& events) {
     fuzz::check(events.empty(), "a file that is not UTF-8 is not read");
     return;
   }
-  for (const Value& event : events) fuzz::check(event.isDictionary() || event.isArray(), "a line is a container");
+  for (const Value& event : events) fuzz::check(event.isDictionary(), "a line is an object");
   for (const char* newline : {"\n", "\r\n", "\xC2\x85", "\xE2\x80\xA8"}) {
     std::string longer(content);
     longer.append(newline).append(kLastLine);
@@ -57,6 +57,7 @@ void checkReading(std::string_view content, const Array& events) {
   }
   const std::string_view half = content.substr(0, content.find('\n'));
   const std::string_view rest = content.substr(std::min(half.size() + 1, content.size()));
+  if (rest.starts_with("\xEF\xBB\xBF")) return;  // is skipped only at the start
   fuzz::check(joined(eventsOf(half), eventsOf(rest)) == events, "lines do not depend on each other");
 }
 

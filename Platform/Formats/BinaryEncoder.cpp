@@ -60,7 +60,7 @@ std::uint32_t BinaryEncoder::encode(const Value& value, int depth) {
       return finishScalar(start);
     }
     case Value::Kind::Integer:
-      return encodeInteger(*value.asInteger());
+      return encodeInteger(static_cast<std::uint64_t>(*value.asInteger()), false);
     case Value::Kind::Double:
       return encodeReal(0x23, *value.asDouble());
     case Value::Kind::String:
@@ -78,6 +78,7 @@ std::uint32_t BinaryEncoder::encode(const Value& value, int depth) {
       break;
   }
   if (const auto uid = value.asObject<PropertyListUID>()) return encodeUID(uid->index());
+  if (const auto large = value.asObject<LargeInteger>()) return encodeInteger(large->number(), true);
   return encode(plainValueOf(*value.asObject()), depth);
 }
 
@@ -96,8 +97,34 @@ std::uint32_t BinaryEncoder::encodeContainer(const Value& value, int depth) {
     for (const auto& [key, element] : dictionary) references_.push_back(encodeText(key));
     for (const auto& [key, element] : dictionary) references_.push_back(encode(element, depth + 1));
   }
+  return addContainer(value.isArray() ? 0xA0 : 0xD0, count, firstReference);
+}
+
+std::uint32_t BinaryEncoder::copy(const BinaryObjects& from, std::size_t index, int depth, Copies& copies) {
+  if (index >= copies.size()) return ScalarTable::kNotFound;
+  if (copies[index] != 0) return copies[index];
+  copies[index] = ScalarTable::kNotFound;  // while its elements are copied: it may contain itself
+  BinaryObject object;
+  if (depth > kMaxPropertyListDepth || !from.read(index, object)) return ScalarTable::kNotFound;
+  std::uint32_t copied = 0;
+  if (object.isContainer()) {
+    const bool isDictionary = object.kind == BinaryObject::Kind::Dictionary;
+    const std::size_t firstReference = references_.size();
+    for (std::size_t i = 0; i < object.count * (isDictionary ? 2 : 1); ++i) {
+      references_.push_back(copy(from, from.reference(object, i), depth + 1, copies));
+    }
+    copied = addContainer(isDictionary ? 0xD0 : 0xA0, object.count, firstReference);
+  } else {
+    const std::size_t start = bytes_.size();
+    bytes_ += from.bytes.from(object.position).substr(0, object.size);
+    copied = finishScalar(start);
+  }
+  return copies[index] = copied;
+}
+
+std::uint32_t BinaryEncoder::addContainer(unsigned char marker, std::size_t count, std::size_t firstReference) {
   const std::size_t start = bytes_.size();
-  appendMarker(value.isArray() ? 0xA0 : 0xD0, count, bytes_);
+  appendMarker(marker, count, bytes_);
   for (std::size_t i = firstReference; i < references_.size(); ++i) {
     appendBigEndian(references_[i], kReferenceSize, bytes_);
   }
@@ -107,7 +134,7 @@ std::uint32_t BinaryEncoder::encodeContainer(const Value& value, int depth) {
 
 std::uint32_t BinaryEncoder::encodeText(std::string_view text) {
   const std::size_t start = bytes_.size();
-  if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+  if (isASCII(text)) {
     appendMarker(0x50, text.size(), bytes_);
     bytes_ += text;
   } else {
@@ -120,13 +147,13 @@ std::uint32_t BinaryEncoder::encodeText(std::string_view text) {
   return finishScalar(start);
 }
 
-std::uint32_t BinaryEncoder::encodeInteger(std::int64_t number) {
+std::uint32_t BinaryEncoder::encodeInteger(std::uint64_t bits, bool isLarge) {
   const std::size_t start = bytes_.size();
-  const auto bits = static_cast<std::uint64_t>(number);
   // Only eight-byte integers are signed.
-  const unsigned power = bits <= 0xFF ? 0 : bits <= 0xFFFF ? 1 : bits <= 0xFFFFFFFF ? 2 : 3;
+  const unsigned power = isLarge ? 4 : bits <= 0xFF ? 0 : bits <= 0xFFFF ? 1 : bits <= 0xFFFFFFFF ? 2 : 3;
   bytes_ += static_cast<char>(0x10 + power);
-  appendBigEndian(bits, std::size_t{1} << power, bytes_);
+  if (isLarge) bytes_.append(8, '\0');
+  appendBigEndian(bits, std::size_t{1} << std::min(power, 3U), bytes_);
   return finishScalar(start);
 }
 

@@ -50,6 +50,11 @@ class BinaryEncoder {
   // Returns the index of the value's object. depth is the number of containers around the value. Nil becomes "".
   std::uint32_t encode(const Value& value, int depth);
   std::uint32_t encodeText(std::string_view text);
+  // Copies an object of another file with all that it refers to, without decoding it. Equal scalars are written once.
+  // A missing, malformed or too deep object and a cycle become references out of range. copies holds, for each
+  // object of that file, the index of its copy, or 0. It must not be shared by objects that can be decoded and others.
+  using Copies = std::vector<std::uint32_t>;
+  std::uint32_t copy(const BinaryObjects& from, std::size_t index, int depth, Copies& copies);
 
   // The new objects, and the position of each in the whole file.
   const std::string& bytes() const { return bytes_; }
@@ -57,10 +62,12 @@ class BinaryEncoder {
 
  private:
   std::uint32_t encodeContainer(const Value& value, int depth);
-  std::uint32_t encodeInteger(std::int64_t number);
+  std::uint32_t encodeInteger(std::uint64_t bits, bool isLarge);
   std::uint32_t encodeReal(unsigned char marker, double number);
   std::uint32_t encodeData(const Data& data);
   std::uint32_t encodeUID(std::uint32_t number);
+  // Writes a container of the references from firstReference on, and drops them.
+  std::uint32_t addContainer(unsigned char marker, std::size_t count, std::size_t firstReference);
   // Ends the object that begins at start. Drops it again if an equal one exists.
   std::uint32_t finishScalar(std::size_t start);
   std::uint32_t addObject(std::size_t start);

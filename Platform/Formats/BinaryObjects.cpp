@@ -15,11 +15,11 @@ constexpr std::size_t kJoinedSize = std::size_t{4} << 20;
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
 
+}  // namespace
+
 bool isASCII(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
-
-}  // namespace
 
 void ChunkedBytes::append(std::string_view bytes, std::shared_ptr<const std::string> owner) {
   if (bytes.empty()) return;
@@ -171,18 +171,10 @@ std::size_t BinaryObjects::reference(const BinaryObject& container, std::size_t 
   return bigEndian(container.content.substr(element * referenceSize, referenceSize));
 }
 
-bool DecodingAllowance::take(std::size_t valueCount, std::size_t byteCount) {
-  isExceeded = valueCount > values || byteCount > textBytes;
-  if (isExceeded) return false;
-  values -= valueCount;
-  textBytes -= byteCount;
-  return true;
-}
-
 Value integerOfObject(const BinaryObject& object) {
   const std::uint64_t number = bigEndian(object.content);
   // Only eight-byte integers are signed.
-  return object.count == 8 ? Value(static_cast<std::int64_t>(number)) : Value(number);
+  return object.count == 8 ? Value(static_cast<std::int64_t>(number)) : valueOfUnsigned(number);
 }
 
 double realOfObject(const BinaryObject& object) {

@@ -71,6 +71,7 @@ struct BinaryObject {
   bool isContainer() const { return kind >= Kind::List; }
 };
 
+bool isASCII(std::string_view text);
 // The number in the last 8 of 1 to 16 big-endian bytes.
 std::uint64_t bigEndian(std::string_view bytes);
 
@@ -100,10 +101,33 @@ struct BinaryObjects {
 struct DecodingAllowance {
   std::size_t values = 4'000'000;
   std::size_t textBytes = 256'000'000;
-  bool isExceeded = false;
 
-  // False, with isExceeded set, when less is left.
+  // False when less is left.
   bool take(std::size_t valueCount, std::size_t byteCount);
+  // Takes what decoding the value will cost at most, once it is encoded. depth is the number of containers around it.
+  bool takeEncoded(const Value& value, int depth);
+};
+
+// Tells which objects decodeObject can decode with a full allowance. Looks at each object once, however often it is
+// shared. The objects must outlive this one.
+class DecodableObjects {
+ public:
+  explicit DecodableObjects(const BinaryObjects& objects) : objects_(objects), costs_(objects.count) {}
+
+  // For an object with one container around it.
+  bool contains(std::size_t index) { return costOf(index, 1).height <= kMaxPropertyListDepth; }
+
+ private:
+  struct Cost {
+    std::uint32_t values = 0;
+    std::uint32_t textBytes = 0;
+    // The levels of the value; 0 while that is unknown.
+    int height = 0;
+  };
+  Cost costOf(std::size_t index, int depth);
+
+  const BinaryObjects& objects_;
+  std::vector<Cost> costs_;
 };
 
 // The object must be of that kind. Text is valid UTF-8: a view of the object, or of storage if it had to be converted.

@@ -2,6 +2,7 @@
 #include <unordered_set>
 
 #include "Platform/Formats/BinaryObjects.h"
+#include "Platform/Formats/JSON.h"
 #include "Platform/Formats/JSONText.h"
 #include "Platform/Text/NumberText.h"
 
@@ -174,15 +175,9 @@ class Transcoder : public ObjectVisitor {
       case Kind::True:
         out_ += "true";
         return true;
-      case Kind::Integer: {
-        const Value number = integerOfObject(object);
-        if (const std::int64_t* integer = number.asInteger()) {
-          appendJSONInteger(*integer, out_);
-        } else {
-          appendJSONDouble(number.doubleValue(), out_);
-        }
+      case Kind::Integer:
+        appendJSON(integerOfObject(object), out_);
         return true;
-      }
       case Kind::Real:
         appendJSONDouble(realOfObject(object), out_);
         return true;

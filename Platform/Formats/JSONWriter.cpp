@@ -5,6 +5,7 @@
 
 #include "Platform/Formats/JSON.h"
 #include "Platform/Formats/JSONText.h"
+#include "Platform/Formats/PropertyList.h"
 #include "Platform/Text/Hex.h"
 #include "Platform/Text/NumberText.h"
 #include "Platform/Time/DateFormat.h"
@@ -49,6 +50,8 @@ void append(const Value& value, int depth, std::string& out);
 void appendObject(const Object& object, int depth, std::string& out) {
   if (const auto* lazy = dynamic_cast<const LazyJSON*>(&object)) {
     lazy->write(out);
+  } else if (dynamic_cast<const LargeInteger*>(&object)) {
+    out += object.description();
   } else {
     append(plainValueOf(object), depth, out);
   }

@@ -110,6 +110,8 @@ class Reader {
         return content;
       case Value::Kind::Dictionary:
         break;
+      case Value::Kind::Object:
+        return isLargeInteger(content) ? content : Value();
       default:
         return {};
     }

@@ -35,6 +35,7 @@ class Writer {
       case Value::Kind::Dictionary:
         return depth < archive::kMaxDepth ? addContainer(value, depth) : kNil;
       case Value::Kind::Object:
+        if (isLargeInteger(value)) return addEntry(value);
         return depth < archive::kMaxDepth ? addObject(value.asObject(), depth) : kNil;
       default:
         return addEntry(value);

@@ -1,5 +1,4 @@
-#include "Platform/Formats/JSON.h"
-#include "Platform/Formats/LazyPropertyListSource.h"
+#include "Platform/Formats/BinaryObjects.h"
 #include "Platform/Formats/PropertyListDictionaryFile.h"
 
 namespace zorvane::platform {
@@ -28,66 +27,52 @@ bool findElement(const BinaryObjects& objects, std::size_t index, std::string_vi
 
 }  // namespace
 
-LazyPropertyListValue::LazyPropertyListValue(Value value) : value_(std::move(value)) {}
-
-LazyPropertyListValue::LazyPropertyListValue(std::shared_ptr<const LazyPropertyListSource> source, std::size_t object)
-    : source_(std::move(source)), object_(object) {}
+LazyPropertyListValue::LazyPropertyListValue(std::shared_ptr<const BinaryObjects> source, std::size_t object,
+                                             bool isDecodable)
+    : source_(std::move(source)), object_(object), isDecodable_(isDecodable) {}
 
 Value LazyPropertyListValue::decodeAt(std::size_t object, int depth) const {
-  DecodingAllowance allowance = source_->allowance();
-  auto decoded = decodeObject(source_->objects, object, depth, allowance);
-  source_->noteUse(allowance);
+  if (!isDecodable_) return {};
+  DecodingAllowance allowance;
+  auto decoded = decodeObject(*source_, object, depth, allowance);
   return decoded ? std::move(decoded).value() : Value();
 }
 
 Value LazyPropertyListValue::decode() const {
-  return source_ ? decodeAt(object_, kEntryDepth) : value_;
+  return decodeAt(object_, kEntryDepth);
 }
 
 Value LazyPropertyListValue::decodeKey(std::string_view key) const {
-  if (!source_) {
-    const Dictionary* dictionary = value_.asDictionary();
-    return dictionary ? dictionary->objectForKey(key) : Value();
-  }
   std::size_t element = 0;
-  return findElement(source_->objects, object_, key, element) ? decodeAt(element, kElementDepth) : Value();
+  return findElement(*source_, object_, key, element) ? decodeAt(element, kElementDepth) : Value();
 }
 
 std::size_t LazyPropertyListValue::countOfKey(std::string_view key) const {
-  if (!source_) {
-    const Value value = key.empty() ? value_ : decodeKey(key);
-    return value.isArray() ? value.asArray()->size() : 0;
-  }
   std::size_t element = object_;
   BinaryObject array;
-  if (!key.empty() && !findElement(source_->objects, object_, key, element)) return 0;
-  if (!source_->objects.read(element, array)) return 0;
+  if (!key.empty() && !findElement(*source_, object_, key, element)) return 0;
+  if (!source_->read(element, array)) return 0;
   return array.kind == BinaryObject::Kind::List ? array.count : 0;
 }
 
 bool LazyPropertyListValue::isArray() const {
-  if (!source_) return value_.isArray();
   BinaryObject object;
-  return source_->objects.read(object_, object) && object.kind == BinaryObject::Kind::List;
+  return source_->read(object_, object) && object.kind == BinaryObject::Kind::List;
 }
 
 bool LazyPropertyListValue::isDictionary() const {
-  if (!source_) return value_.isDictionary();
   BinaryObject object;
-  return source_->objects.read(object_, object) && object.kind == BinaryObject::Kind::Dictionary;
+  return source_->read(object_, object) && object.kind == BinaryObject::Kind::Dictionary;
 }
 
 void LazyPropertyListValue::appendJSONOfKey(std::string_view key, std::string& out) const {
-  if (!source_) return appendJSON(key.empty() ? value_ : decodeKey(key), out);
   std::size_t element = object_;
-  if (!key.empty() && !findElement(source_->objects, object_, key, element)) {
-    out += "null";
-    return;
-  }
-  DecodingAllowance allowance = source_->allowance();
+  DecodingAllowance allowance;
   const int depth = key.empty() ? kEntryDepth : kElementDepth;
-  if (!appendJSONOfObject(source_->objects, element, depth, allowance, out)) out += "null";
-  source_->noteUse(allowance);
+  if (!isDecodable_ || (!key.empty() && !findElement(*source_, object_, key, element)) ||
+      !appendJSONOfObject(*source_, element, depth, allowance, out)) {
+    out += "null";
+  }
 }
 
 }  // namespace zorvane::platform

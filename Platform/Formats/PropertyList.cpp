@@ -54,6 +54,24 @@ bool PropertyListUID::isEqual(const Object& other) const {
   return uid && uid->index_ == index_;
 }
 
+std::string LargeInteger::description() const {
+  return textOfInteger(static_cast<std::int64_t>(number_ / 10)) + static_cast<char>('0' + number_ % 10);
+}
+
+bool LargeInteger::isEqual(const Object& other) const {
+  const auto* integer = dynamic_cast<const LargeInteger*>(&other);
+  return integer && integer->number_ == number_;
+}
+
+Value valueOfUnsigned(std::uint64_t number) {
+  if (number >> 63 == 0) return number;
+  return std::make_shared<const LargeInteger>(number);
+}
+
+bool isLargeInteger(const Value& value) {
+  return value.asObject<LargeInteger>() != nullptr;
+}
+
 Result<Value> parsePropertyList(std::string_view bytes) {
   if (!bytes.starts_with("bplist")) return parseXMLPropertyList(bytes);
   const auto objects = BinaryObjects::open(bytes, nullptr);

@@ -27,13 +27,31 @@ class PropertyListUID final : public Object {
   std::uint32_t index_;
 };
 
+// An integer from 2^63 to 2^64-1, which Value has no kind for.
+class LargeInteger final : public Object {
+ public:
+  explicit LargeInteger(std::uint64_t number) : number_(number) {}
+  std::uint64_t number() const { return number_; }
+  // Decimal digits, also in JSON.
+  std::string description() const override;
+  // The nearest double.
+  Value plainValue() const override { return number_; }
+  bool isEqual(const Object& other) const override;
+
+ private:
+  std::uint64_t number_;
+};
+// An integer, or a LargeInteger.
+Value valueOfUnsigned(std::uint64_t number);
+bool isLargeInteger(const Value& value);
+
 // Reads either encoding, detected by content. Depth, sizes and offsets are checked; a file whose shared objects make a
-// huge value is refused. Strings come out as valid UTF-8.
+// huge value is refused. Strings come out as valid UTF-8, integers above 2^63-1 as a LargeInteger.
 Result<Value> parsePropertyList(std::string_view bytes);
 
 // The binary encoding. What a property list cannot hold is replaced: the null marker by "", a URL by its text, an
-// object by its plain value (a PropertyListUID is written as a UID), anything too deep by "". Nil is left out of an
-// array. Equal scalars are written once.
+// object by its plain value (a PropertyListUID is written as a UID, a LargeInteger as an integer), anything too deep by
+// "". Nil is left out of an array. Equal scalars are written once.
 std::string binaryPropertyList(const Value& root);
 
 }  // namespace zorvane::platform

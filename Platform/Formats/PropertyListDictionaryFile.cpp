@@ -2,29 +2,32 @@
 
 #include <algorithm>
 #include <mutex>
+#include <stdexcept>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
 #include "Platform/Dispatch/Mutex.h"
 #include "Platform/Formats/BinaryEncoder.h"
-#include "Platform/Formats/LazyPropertyListSource.h"
+#include "Platform/Formats/XMLPropertyList.h"
 #include "Platform/Text/NumberText.h"
 #include "Platform/Text/Utf8.h"
 
 namespace zorvane::platform {
 namespace {
 
-// The layout of files written here. Offsets of eight bytes and references of four always suffice, so they need no
-// change when objects are added. The root is object 0 and comes last, before the offset table: only it is written anew.
-constexpr std::size_t kOffsetSize = 8;
+// The layout of files written here. Offsets and references keep their size when objects are added. The root is object 0
+// and comes last, before the offset table: only it is written anew.
+constexpr std::size_t kOffsetSize = 4;
 constexpr std::size_t kReferenceSize = 4;
+constexpr std::size_t kMaximumSize = 0xFFFFFFFF;
 constexpr std::size_t kRootIndex = 0;
 
 // The object indices of an entry's key and value.
 struct Pair {
   std::size_t key;
   std::size_t value;
+  bool isDecodable;
 };
 
 BinaryObjects emptyObjects() {
@@ -41,15 +44,18 @@ BinaryObjects emptyObjects() {
 bool readPairs(const BinaryObjects& objects, const BinaryObject& root, std::vector<Pair>& pairs) {
   DecodingAllowance allowance;
   if (root.kind != BinaryObject::Kind::Dictionary || !allowance.take(root.count, 0)) return false;
+  DecodableObjects decodable(objects);
   std::unordered_set<std::size_t> indices;
   std::unordered_set<std::string> texts;
   std::string storage;
   for (std::size_t i = 0; i < root.count; ++i) {
-    const Pair pair{objects.reference(root, i), objects.reference(root, root.count + i)};
+    Pair pair{objects.reference(root, i), objects.reference(root, root.count + i), false};
     BinaryObject key;
     if (!indices.insert(pair.key).second || !objects.read(pair.key, key) || !key.isText()) continue;
     if (!allowance.take(0, key.content.size())) return false;
-    if (texts.emplace(textOfObject(key, storage)).second) pairs.push_back(pair);
+    if (!texts.emplace(textOfObject(key, storage)).second) continue;
+    pair.isDecodable = decodable.contains(pair.value);
+    pairs.push_back(pair);
   }
   return true;
 }
@@ -63,8 +69,7 @@ struct PropertyListDictionarySnapshot::State {
   std::string root;
   std::string trailer;
 
-  // The entries of a binary file. For XML they are in entries from the start.
-  std::shared_ptr<const LazyPropertyListSource> source;
+  std::shared_ptr<const BinaryObjects> source;
   std::vector<Pair> pairs;
   bool isOwnLayout = false;
 
@@ -87,8 +92,7 @@ class PropertyListDictionarySnapshot::Builder {
  public:
   Builder() : objects_(emptyObjects()), scalars_(std::make_unique<ScalarTable>()) {}
   // Check isValid() before use.
-  explicit Builder(const State& state)
-      : objects_(state.source->objects), pairs_(state.pairs), scalars_(state.takeScalars()) {
+  explicit Builder(const State& state) : objects_(*state.source), pairs_(state.pairs), scalars_(state.takeScalars()) {
     if (!scalars_) findScalars();
   }
 
@@ -97,24 +101,20 @@ class PropertyListDictionarySnapshot::Builder {
 
   void add(std::string_view key, const Value& value) {
     BinaryEncoder encoder(objects_, *scalars_);
-    const std::string validKey = validUtf8(std::string(key));
-    const std::size_t keyIndex = encoder.encodeText(validKey);
-    const std::size_t valueIndex = encoder.encode(value, 1);
-    if (valuesOfKeys_.empty()) {
-      for (std::size_t i = 0; i < pairs_.size(); ++i) valuesOfKeys_.emplace(pairs_[i].key, i);
+    DecodingAllowance allowance;
+    take(encoder, key, encoder.encode(value, 1), allowance.takeEncoded(value, 1));
+  }
+
+  // Copies an entry of another snapshot. Entries of one snapshot should follow one another.
+  void copy(const Entry& entry) {
+    const BinaryObjects& source = *entry.value.source_;
+    if (copiedFrom_ != &source) {
+      for (BinaryEncoder::Copies& copies : copies_) copies.assign(source.count, 0);
+      copiedFrom_ = &source;
     }
-    const auto [known, isNew] = valuesOfKeys_.emplace(keyIndex, pairs_.size());
-    if (isNew) {
-      pairs_.push_back({keyIndex, valueIndex});
-    } else {
-      pairs_[known->second].value = valueIndex;
-    }
-    std::string offsets;
-    offsets.reserve(encoder.offsets().size() * kOffsetSize);
-    for (const std::uint64_t offset : encoder.offsets()) appendBigEndian(offset, kOffsetSize, offsets);
-    objects_.bytes.append(encoder.bytes());
-    objects_.offsets.append(std::move(offsets));
-    objects_.count += encoder.offsets().size();
+    BinaryEncoder encoder(objects_, *scalars_);
+    const bool isDecodable = entry.value.isDecodable_;
+    take(encoder, entry.key, encoder.copy(source, entry.value.object_, 1, copies_[isDecodable ? 1 : 0]), isDecodable);
   }
 
   std::shared_ptr<const State> finish() {
@@ -124,23 +124,44 @@ class PropertyListDictionarySnapshot::Builder {
     for (const Pair& pair : pairs_) appendBigEndian(pair.key, kReferenceSize, state->root);
     for (const Pair& pair : pairs_) appendBigEndian(pair.value, kReferenceSize, state->root);
     const std::size_t tableStart = rootStart + state->root.size();
+    if (tableStart > kMaximumSize) throw std::length_error("too large a property list");
     appendBigEndian(rootStart, kOffsetSize, state->root);
     appendTrailer(kOffsetSize, kReferenceSize, objects_.count, kRootIndex, tableStart, state->trailer);
-    state->source = std::make_shared<const LazyPropertyListSource>(std::move(objects_));
+    state->source = std::make_shared<const BinaryObjects>(std::move(objects_));
     state->pairs = std::move(pairs_);
     state->isOwnLayout = true;
     {
       const MutexLock lock(state->mutex);
       state->scalars = std::move(scalars_);
     }
-    for (const auto& chunk : state->source->objects.bytes.chunks()) state->pieces.push_back(chunk.bytes);
+    for (const auto& chunk : state->source->bytes.chunks()) state->pieces.push_back(chunk.bytes);
     state->pieces.push_back(state->root);
-    for (const auto& chunk : state->source->objects.offsets.chunks()) state->pieces.push_back(chunk.bytes);
+    for (const auto& chunk : state->source->offsets.chunks()) state->pieces.push_back(chunk.bytes);
     state->pieces.push_back(state->trailer);
     return state;
   }
 
  private:
+  // Takes over what was encoded, with the entry's key.
+  void take(BinaryEncoder& encoder, std::string_view key, std::size_t valueIndex, bool isDecodable) {
+    const std::size_t keyIndex = encoder.encodeText(validUtf8(std::string(key)));
+    if (valuesOfKeys_.empty()) {
+      for (std::size_t i = 0; i < pairs_.size(); ++i) valuesOfKeys_.emplace(pairs_[i].key, i);
+    }
+    const auto [known, isNew] = valuesOfKeys_.emplace(keyIndex, pairs_.size());
+    if (isNew) {
+      pairs_.push_back({keyIndex, valueIndex, isDecodable});
+    } else {
+      pairs_[known->second] = {keyIndex, valueIndex, isDecodable};
+    }
+    std::string offsets;
+    offsets.reserve(encoder.offsets().size() * kOffsetSize);
+    for (const std::uint64_t offset : encoder.offsets()) appendBigEndian(offset, kOffsetSize, offsets);
+    objects_.bytes.append(encoder.bytes());
+    objects_.offsets.append(std::move(offsets));
+    objects_.count += encoder.offsets().size();
+  }
+
   void findScalars() {
     auto scalars = std::make_unique<ScalarTable>();
     for (std::size_t index = objects_.firstIndex; index < objects_.count; ++index) {
@@ -157,23 +178,26 @@ class PropertyListDictionarySnapshot::Builder {
   std::vector<Pair> pairs_;
   std::unordered_map<std::size_t, std::size_t> valuesOfKeys_;
   std::unique_ptr<ScalarTable> scalars_;
+  const BinaryObjects* copiedFrom_ = nullptr;
+  BinaryEncoder::Copies copies_[2];  // of entries that cannot be decoded, and of others
 };
 
 PropertyListDictionarySnapshot::PropertyListDictionarySnapshot() : state_(Builder().finish()) {}
 
 Result<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::open(std::string bytes) {
+  if (!bytes.starts_with("bplist")) {
+    Builder builder;
+    const auto parsed =
+        parseXMLPropertyList(bytes, [&](std::string_view key, const Value& value) { builder.add(key, value); });
+    if (!parsed) return parsed.error();
+    if (!parsed.value().isDictionary()) {
+      return Error{"no dictionary stands at the root of the property list at byte 0", 0};
+    }
+    return PropertyListDictionarySnapshot(builder.finish());
+  }
   const auto state = std::make_shared<State>();
   state->opened = std::make_shared<const std::string>(std::move(bytes));
   state->pieces.push_back(*state->opened);
-  PropertyListDictionarySnapshot snapshot{std::shared_ptr<const State>(state)};
-  if (!state->opened->starts_with("bplist")) {
-    const auto parsed = parsePropertyList(*state->opened);
-    if (!parsed) return parsed.error();
-    const Dictionary* root = parsed.value().asDictionary();
-    if (!root) return Error{"no dictionary stands at the root of the property list at byte 0", 0};
-    for (const auto& [key, value] : *root) state->entries.push_back({key, LazyPropertyListValue(value)});
-    return snapshot;
-  }
   auto parsed = BinaryObjects::open(*state->opened, state->opened);
   if (!parsed) return parsed.error();
   BinaryObjects& objects = parsed.value();
@@ -198,20 +222,20 @@ Result<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::open(std:
     own.firstIndex = kRootIndex + 1;
     objects = std::move(own);
   }
-  state->source = std::make_shared<const LazyPropertyListSource>(std::move(objects));
-  return snapshot;
+  state->source = std::make_shared<const BinaryObjects>(std::move(objects));
+  return PropertyListDictionarySnapshot(std::shared_ptr<const State>(state));
 }
 
 const std::vector<PropertyListDictionarySnapshot::Entry>& PropertyListDictionarySnapshot::entries() const {
   const State& state = *state_;
   std::call_once(state.entriesMade, [&state] {
-    state.entries.reserve(state.entries.size() + state.pairs.size());
+    state.entries.reserve(state.pairs.size());
     std::string storage;
     for (const Pair& pair : state.pairs) {
       BinaryObject key;
-      state.source->objects.read(pair.key, key);
+      state.source->read(pair.key, key);
       state.entries.push_back(
-          {std::string(textOfObject(key, storage)), LazyPropertyListValue(state.source, pair.value)});
+          {std::string(textOfObject(key, storage)), LazyPropertyListValue(state.source, pair.value, pair.isDecodable)});
     }
   });
   return state.entries;
@@ -228,21 +252,24 @@ PropertyListDictionarySnapshot PropertyListDictionarySnapshot::withEntry(std::st
     }
   }
   Builder builder;
-  for (const Entry& entry : entries()) {
-    const Value decoded = entry.value.decode();
-    if (!decoded.isNil()) builder.add(entry.key, decoded);
-  }
+  for (const Entry& entry : entries()) builder.copy(entry);
   builder.add(key, value);
   return PropertyListDictionarySnapshot(builder.finish());
 }
 
 PropertyListDictionarySnapshot PropertyListDictionarySnapshot::ofEntries(std::span<const Entry> entries) {
   Builder builder;
-  for (const Entry& entry : entries) {
-    const Value value = entry.value.decode();
-    if (!value.isNil()) builder.add(entry.key, value);
-  }
+  for (const Entry& entry : entries) builder.copy(entry);
   return PropertyListDictionarySnapshot(builder.finish());
+}
+
+std::size_t countForEntry(const Array& elements, std::size_t first, const Value& rest) {
+  constexpr int kElementDepth = 3;  // in the root, the entry and the array
+  DecodingAllowance allowance;
+  std::size_t end = first;
+  if (!allowance.takeEncoded(rest, 1) || !allowance.take(16, 1024)) return 0;
+  while (end < elements.size() && allowance.take(1, 0) && allowance.takeEncoded(elements[end], kElementDepth)) ++end;
+  return end - first;
 }
 
 std::vector<std::string_view> PropertyListDictionarySnapshot::pieces() const {

@@ -14,12 +14,15 @@
 
 namespace zorvane::platform {
 
-struct LazyPropertyListSource;
+struct BinaryObjects;
 
 // The value of an entry, decoded on demand. Keeps the file's bytes alive. Cheap to copy, immutable, thread-safe.
 class LazyPropertyListValue {
  public:
-  // The whole value; nil when its bytes are malformed.
+  // False when it is malformed, deeper than 128 levels, or larger than one entry may be: 4,000,000 elements and pairs,
+  // or 256 MB of texts and numbers. What follows then gives nil, null or what can be told without decoding.
+  bool isDecodable() const { return isDecodable_; }
+  // The whole value.
   Value decode() const;
   // The value under the key; nil when this value is no dictionary.
   Value decodeKey(std::string_view key) const;
@@ -27,25 +30,25 @@ class LazyPropertyListValue {
   std::size_t countOfKey(std::string_view key) const;
   bool isArray() const;
   bool isDictionary() const;
-  // Appends jsonText(decodeKey(key)), or the JSON of the whole value for an empty key. For a binary file, no
-  // values are built.
+  // Appends jsonText(decodeKey(key)), or the JSON of the whole value for an empty key, without building values.
   void appendJSONOfKey(std::string_view key, std::string& out) const;
-
-  // A value in memory.
-  explicit LazyPropertyListValue(Value value);
 
  private:
   friend class PropertyListDictionarySnapshot;
-  LazyPropertyListValue(std::shared_ptr<const LazyPropertyListSource> source, std::size_t object);
+  LazyPropertyListValue(std::shared_ptr<const BinaryObjects> source, std::size_t object, bool isDecodable);
   Value decodeAt(std::size_t object, int depth) const;
 
-  std::shared_ptr<const LazyPropertyListSource> source_;
-  std::size_t object_ = 0;
-  Value value_;
+  std::shared_ptr<const BinaryObjects> source_;
+  std::size_t object_;
+  bool isDecodable_;
 };
 
-// The content of such a file, immutable. Opens any property list with a dictionary at its root, XML too. Extends only
-// those by copying bytes that this class wrote.
+// How many elements, from the first on, an entry can hold in an array beside `rest` and a few short texts, so that it
+// can be decoded. 0 when the first is too large by itself. Objects are asked for their plain value.
+std::size_t countForEntry(const Array& elements, std::size_t first, const Value& rest);
+
+// The content of such a file, immutable. Opens any property list with a dictionary at its root. Extends by copying
+// bytes only what this class wrote; an XML file is encoded when it is opened.
 class PropertyListDictionarySnapshot {
  public:
   struct Entry {
@@ -56,14 +59,15 @@ class PropertyListDictionarySnapshot {
   // An empty dictionary.
   PropertyListDictionarySnapshot();
   // Of a repeated key the first value holds in a binary file, the last in an XML file. Entries with a malformed key are
-  // left out.
+  // left out. An XML file with an entry that cannot be decoded is refused.
   static Result<PropertyListDictionarySnapshot> open(std::string bytes);
 
   const std::vector<Entry>& entries() const;
-  // A new snapshot with the entry added or replaced; the same content for nil. Encodes the new value, and all others if
-  // this class did not write the file.
+  // A new snapshot with the entry added or replaced; the same content for nil. Encodes only the new value. Throws
+  // std::length_error beyond 4 GiB.
   PropertyListDictionarySnapshot withEntry(std::string_view key, const Value& value) const;
-  // A new snapshot of just these entries; malformed ones are left out. Encodes all of them again, one at a time.
+  // A new snapshot of just these entries. One that cannot be decoded is copied as far as its objects can be read, and
+  // stays undecodable.
   static PropertyListDictionarySnapshot ofEntries(std::span<const Entry> entries);
 
   // The file's content in pieces, in order; valid while this snapshot lives.

@@ -20,9 +20,11 @@ bool isBlank(char character) {
   return character == ' ' || character == '\t' || character == '\n' || character == '\r';
 }
 
+using EntryTaker = std::function<void(std::string_view key, const Value&)>;
+
 class Parser {
  public:
-  explicit Parser(std::string_view text) : text_(text) {}
+  Parser(std::string_view text, const EntryTaker& take) : text_(text), take_(take) {}
 
   Result<Value> parse() {
     Value value;
@@ -184,7 +186,12 @@ class Parser {
       if (!readText(next, key) || !skipToTag() || !readTag(next) || !parseElement(next, depth + 1, element)) {
         return false;
       }
-      dictionary.set(key, std::move(element));
+      if (depth == 0 && take_) {
+        take_(key, element);
+        count_ = 0;
+      } else {
+        dictionary.set(key, std::move(element));
+      }
     }
     // XML has no element for a UID; this is how one is written.
     const Value* uid = dictionary.size() == 1 ? dictionary.find("CF$UID") : nullptr;
@@ -249,6 +256,7 @@ class Parser {
   }
 
   std::string_view text_;
+  const EntryTaker& take_;
   std::size_t position_ = 0;
   std::size_t count_ = 0;
   std::string error_;
@@ -281,20 +289,20 @@ std::string declaredEncoding(std::string_view bytes) {
 
 }  // namespace
 
-Result<Value> parseXMLPropertyList(std::string_view bytes) {
-  if (bytes.starts_with("\xEF\xBB\xBF")) return Parser(bytes.substr(3)).parse();
-  if (bytes.starts_with("\xFE\xFF")) return Parser(fromUtf16(bytes.substr(2), true)).parse();
-  if (bytes.starts_with("\xFF\xFE")) return Parser(fromUtf16(bytes.substr(2), false)).parse();
-  if (bytes.starts_with(std::string_view("\0<", 2))) return Parser(fromUtf16(bytes, true)).parse();
-  if (bytes.starts_with(std::string_view("<\0", 2))) return Parser(fromUtf16(bytes, false)).parse();
+Result<Value> parseXMLPropertyList(std::string_view bytes, const EntryTaker& take) {
+  if (bytes.starts_with("\xEF\xBB\xBF")) return Parser(bytes.substr(3), take).parse();
+  if (bytes.starts_with("\xFE\xFF")) return Parser(fromUtf16(bytes.substr(2), true), take).parse();
+  if (bytes.starts_with("\xFF\xFE")) return Parser(fromUtf16(bytes.substr(2), false), take).parse();
+  if (bytes.starts_with(std::string_view("\0<", 2))) return Parser(fromUtf16(bytes, true), take).parse();
+  if (bytes.starts_with(std::string_view("<\0", 2))) return Parser(fromUtf16(bytes, false), take).parse();
   const std::string encoding = declaredEncoding(bytes);
   if (encoding == "iso-8859-1" || encoding == "latin1") {
     std::string text;
     for (const char byte : bytes) appendUtf8(static_cast<unsigned char>(byte), text);
-    return Parser(text).parse();
+    return Parser(text, take).parse();
   }
   if (encoding.empty() || encoding == "utf-8" || encoding == "utf8" || encoding == "us-ascii" || encoding == "ascii") {
-    return Parser(bytes).parse();
+    return Parser(bytes, take).parse();
   }
   return Error{"no property list: an unknown encoding is declared at byte 0", 0};
 }

@@ -5,6 +5,7 @@
 #include <limits>
 #include <string>
 
+#include "Platform/Formats/PropertyList.h"
 #include "Platform/Text/Ascii.h"
 #include "Platform/Text/NumberText.h"
 #include "Platform/Time/CivilTime.h"
@@ -66,7 +67,7 @@ std::optional<Value> integerOfXMLText(std::string_view text) {
   std::uint64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
   if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  if (!isNegative) return Value(number);
+  if (!isNegative) return valueOfUnsigned(number);
   if (number > std::uint64_t{1} << 63) return std::nullopt;
   return Value(static_cast<std::int64_t>(~number + 1));
 }

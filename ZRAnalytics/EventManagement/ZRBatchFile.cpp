@@ -6,14 +6,8 @@
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 
 namespace zorvane {
-namespace {
 
 using platform::PropertyListDictionarySnapshot;
-
-// Larger than years of unsent events on a phone.
-constexpr std::size_t kMaximumFileSize = 512u << 20;
-
-}  // namespace
 
 bool ZRStoredBatch::isBatch() const {
   return entry_.value.isDictionary() || entry_.value.isArray();
@@ -48,8 +42,8 @@ Dictionary ZRStoredBatch::info() const {
   return info;
 }
 
-ZRBatchFile::ZRBatchFile(std::string path, FailureHandler onFailure)
-    : path_(std::move(path)), onFailure_(std::move(onFailure)) {}
+ZRBatchFile::ZRBatchFile(std::string path, FailureHandler onFailure, std::size_t maxBytes)
+    : path_(std::move(path)), onFailure_(std::move(onFailure)), maxBytes_(maxBytes) {}
 
 bool ZRBatchFile::exists() const {
   return platform::fileExists(path_);
@@ -69,11 +63,26 @@ std::optional<std::vector<ZRStoredBatch>> ZRBatchFile::load() {
   }
   std::vector<ZRStoredBatch> batches;
   batches.reserve(snapshot.entries().size());
-  for (const auto& entry : snapshot.entries()) batches.push_back(ZRStoredBatch(entry));
+  std::string undecodable;
+  for (const auto& entry : snapshot.entries()) {
+    if (entry.value.isDecodable()) {
+      batches.push_back(ZRStoredBatch(entry));
+    } else {
+      undecodable += ' ';
+      undecodable += entry.key;
+    }
+  }
+  {
+    platform::MutexLock lock(mutex_);
+    if (reportedBatches_ == undecodable) return batches;
+    reportedBatches_ = undecodable;
+  }
+  if (!undecodable.empty() && onFailure_) onFailure_("cannot be decoded and are kept:" + undecodable);
   return batches;
 }
 
-ZRBatchFile::Outcome ZRBatchFile::store(std::string_view batchID, const Value& batch) {
+ZRBatchFile::Outcome ZRBatchFile::store(const Dictionary& batches) {
+  if (batches.empty()) return Outcome::Done;
   Outcome outcome;
   std::string failure;
   {
@@ -81,7 +90,10 @@ ZRBatchFile::Outcome ZRBatchFile::store(std::string_view batchID, const Value& b
     const platform::DirectoryLock processLock(path_);
     PropertyListDictionarySnapshot snapshot;
     outcome = read(snapshot, failure);
-    if (outcome == Outcome::Done) outcome = write(snapshot.withEntry(batchID, batch), processLock, failure);
+    if (outcome == Outcome::Done) {
+      for (const auto& [batchID, batch] : batches) snapshot = snapshot.withEntry(batchID, batch);
+      outcome = write(std::move(snapshot), processLock, failure);
+    }
     if (outcome == Outcome::Done) lastReportedFailure_.clear();
   }
   if (outcome != Outcome::Done) report(failure);
@@ -134,7 +146,7 @@ ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionarySnapshot& snapshot,
   const platform::FileIdentity identity = *found.value();
   if (!snapshot_ || !(identity_ == identity)) {
     snapshot_.reset();
-    auto bytes = platform::readFile(path_, kMaximumFileSize);
+    auto bytes = platform::readFile(path_, maxBytes_);
     if (!bytes) {
       failure = bytes.error().message;
       return Outcome::Failed;
@@ -153,6 +165,12 @@ ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionarySnapshot& snapshot,
 
 ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionarySnapshot snapshot,
                                         const platform::DirectoryLock& processLock, std::string& failure) {
+  std::size_t size = 0;
+  for (const std::string_view piece : snapshot.pieces()) size += piece.size();
+  if (size > maxBytes_) {
+    failure = "cannot write " + path_ + ": it would be too large to be read";
+    return Outcome::Failed;
+  }
   // If only the directory fsync failed, count the batch as stored, or it is saved twice.
   bool stands = false;
   const auto written = platform::replaceFileAtomically(path_, snapshot.pieces(), processLock, &stands);

@@ -48,8 +48,9 @@ class ZRBatchFile {
   using FailureHandler = std::function<void(const std::string& message)>;
 
   // The handler is called with no lock held, on the thread of the operation that failed; once for the same failure
-  // until a batch is stored.
-  explicit ZRBatchFile(std::string path, FailureHandler onFailure = nullptr);
+  // until a batch is stored; once for the same batches that cannot be decoded. A file of more than maxBytes is neither
+  // read nor written.
+  explicit ZRBatchFile(std::string path, FailureHandler onFailure = nullptr, std::size_t maxBytes = kMaximumSize);
 
   enum class Outcome {
     Done,
@@ -57,17 +58,21 @@ class ZRBatchFile {
     Removed,
     // The file exists and is no property list with a dictionary at its root. It was left as it is.
     Unreadable,
-    // The system refused to read or write. The file was left as it is.
+    // The system refused to read or write, or the file would be too large. It was left as it is.
     Failed,
   };
+
+  // Larger than years of unsent events on a phone.
+  static constexpr std::size_t kMaximumSize = 512u << 20;
 
   const std::string& path() const { return path_; }
   bool exists() const;
 
-  // The batches in the file's order; none when there is no file; absent when the file cannot be read.
+  // The batches in the file's order; none when there is no file; absent when the file cannot be read. Batches that
+  // cannot be decoded (LazyPropertyListValue::isDecodable) are left out. They stay in the file until it is removed.
   std::optional<std::vector<ZRStoredBatch>> load();
-  // Stores a batch (a dictionary, or a bare array of events) under its identifier. Never Removed.
-  Outcome store(std::string_view batchID, const Value& batch);
+  // Stores batches (dictionaries, or bare arrays of events) under their identifiers: all or none. Never Removed.
+  Outcome store(const Dictionary& batches);
   // Removes these batches and leaves all others; with the last one the file goes too. A failure to remove the file is
   // returned as its error and is not given to the handler.
   platform::Result<Outcome> remove(const std::unordered_set<std::string>& batchIDs);
@@ -84,11 +89,13 @@ class ZRBatchFile {
 
   const std::string path_;
   const FailureHandler onFailure_;
+  const std::size_t maxBytes_;
   mutable platform::Mutex mutex_;
   // The content as it was last read or written; valid while the file's identity is identity_.
   std::optional<platform::PropertyListDictionarySnapshot> snapshot_ ZR_GUARDED_BY(mutex_);
   platform::FileIdentity identity_ ZR_GUARDED_BY(mutex_);
   std::string lastReportedFailure_ ZR_GUARDED_BY(mutex_);
+  std::string reportedBatches_ ZR_GUARDED_BY(mutex_);
 };
 
 }  // namespace zorvane

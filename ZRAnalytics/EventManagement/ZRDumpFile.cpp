@@ -1,18 +1,24 @@
 #include "ZRAnalytics/EventManagement/ZRDumpFile.h"
 
-#include <algorithm>
+#include <cerrno>
 #include <string_view>
 #include <utility>
 
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/JSON.h"
 #include "Platform/Text/Utf8.h"
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 
 namespace zorvane {
 namespace {
 
 constexpr std::size_t kMaximumSize = 64u << 20;
+// Two bytes of JSON are at most one value, so such a part can be read back from the batch file.
+constexpr std::size_t kMaximumPartSize = (4u << 20) - 2;
+// More than one line of the file has.
+constexpr std::size_t kMaximumValues = 5'000'000;
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 // Calls take with each piece between the members of the platform's newline set: U+000A to U+000D, U+0085, U+2028,
 // U+2029. Empty pieces are left out.
@@ -33,37 +39,54 @@ void takeLines(std::string_view text, Take take) {
   if (start < text.size()) take(text.substr(start));
 }
 
-// With keys and values inside it. Of values from a file, which are not deep.
-std::size_t countOfValues(const Value& value) {
-  std::size_t count = 1;
-  if (const Array* array = value.asArray()) {
-    for (const Value& element : *array) count += countOfValues(element);
-  } else if (const Dictionary* dictionary = value.asDictionary()) {
-    for (const auto& [key, element] : *dictionary) count += 1 + countOfValues(element);
-  }
-  return count;
-}
-
 }  // namespace
 
 bool ZRDumpFile::exists() const {
   return platform::fileExists(path_);
 }
 
+void ZRDumpFile::read(const std::function<void(Value event)>& take) const {
+  const auto file = platform::readFile(path_, kMaximumSize);
+  const bool isText = file && platform::isValidUtf8(file.value());
+  if (!isText) {
+    if (file || file.error().code != ENOENT) {
+      logLine("Events dat file : %@", {file ? "cannot read " + path_ + ": no UTF-8" : file.error().message});
+    }
+    return;
+  }
+  std::string_view text = file.value();
+  if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
+  takeLines(text, [&](std::string_view line) {
+    auto parsed = platform::parseJSON(line);
+    if (parsed && parsed.value().isDictionary()) take(std::move(parsed).value());
+  });
+}
+
 Array ZRDumpFile::events() const {
   Array events;
-  const auto text = platform::readFile(path_, kMaximumSize);
-  if (!text || !platform::isValidUtf8(text.value())) return events;
-  platform::JSONLimits limits;  // For all lines together: a hostile file has a value on each of its short lines.
-  takeLines(text.value(), [&](std::string_view line) {
-    auto parsed = platform::parseJSON(line, limits);
-    // The platform's parser takes nothing but a container at the top.
-    if (parsed && (parsed.value().isDictionary() || parsed.value().isArray())) {
-      limits.values -= std::min(limits.values, countOfValues(parsed.value()));
-      events.push_back(std::move(parsed).value());
-    }
-  });
+  read([&](Value event) { events.push_back(std::move(event)); });
   return events;
+}
+
+std::vector<ZRDumpFile::Part> ZRDumpFile::parts() const {
+  std::vector<Part> parts;
+  std::string json = "[";
+  std::size_t count = 0;
+  const auto finishPart = [&] {
+    if (count == 0) return;
+    const auto text = std::make_shared<const std::string>(std::exchange(json, "[") + ']');
+    const auto parse = [text] { return platform::parseJSON(*text, {.values = kMaximumValues}).value(); };
+    const auto events = platform::lazyJSON([text](std::string& out) { out += *text; }, parse);
+    parts.push_back({Dictionary{{kBatchKeyEvents, events}}, std::exchange(count, 0)});
+  };
+  read([&](const Value& event) {
+    const std::string line = platform::jsonText(event);
+    if (json.size() + line.size() > kMaximumPartSize) finishPart();
+    if (count++ != 0) json += ',';
+    json += line;
+  });
+  finishPart();
+  return parts;
 }
 
 void ZRDumpFile::remove() {

@@ -1,8 +1,10 @@
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "Platform/Files/FileSystem.h"
+#include "Platform/Formats/PropertyListDictionaryFile.h"
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandlerSupport.h"
@@ -198,18 +200,29 @@ void ZREventsHandler::saveCurrentBatch() {
   std::uint64_t generation = 0;
   Array events = currentBatch_.take(generation);
   if (events.empty()) return;
-  std::string batchID;
+  Dictionary batches;
   ZRBatchFile::Outcome outcome = ZRBatchFile::Outcome::Failed;
   try {
     constexpr ReportSite kSite{kFile, "saveCurrentBatch"};
-    batchID = ZRAnalyticsUtils::createBatchIdentifier();
-    Dictionary batch{{kBatchKeyEvents, withoutObjects(events, kSite)},
-                     {kBatchKeyBatchID, batchID},
-                     {kBatchKeyRequestTime, requestTimeNow()}};
+    Dictionary rest{{kBatchKeyRequestTime, requestTimeNow()}};
     const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
-    if (auto session = sessions.getCurrentSessionInfoDict()) batch.set(kBatchKeySession, *std::move(session));
-    batch.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSite));
-    outcome = batchFile_.store(batchID, batch);
+    if (auto session = sessions.getCurrentSessionInfoDict()) rest.set(kBatchKeySession, *std::move(session));
+    rest.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSite));
+    const Value plain = withoutObjects(events, kSite);
+    for (std::size_t first = 0, count = 0; first < events.size(); first += std::max<std::size_t>(count, 1)) {
+      count = platform::countForEntry(*plain.asArray(), first, rest);
+      if (count == 0) {
+        logLine("Batch Events plist : an event is too large to be saved and is dropped");
+        continue;
+      }
+      const auto begin = plain.asArray()->begin() + static_cast<std::ptrdiff_t>(first);
+      const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
+      Dictionary batch = rest;
+      batch.set(kBatchKeyEvents, Array(begin, begin + static_cast<std::ptrdiff_t>(count)));
+      batch.set(kBatchKeyBatchID, batchID);
+      batches.set(batchID, std::move(batch));
+    }
+    outcome = batchFile_.store(batches);
   } catch (...) {
     currentBatch_.putBack(std::move(events), generation);
     throw;
@@ -217,14 +230,16 @@ void ZREventsHandler::saveCurrentBatch() {
   if (outcome == ZRBatchFile::Outcome::Failed) currentBatch_.putBack(std::move(events), generation);
   // Cleared while it was stored.
   if (outcome == ZRBatchFile::Outcome::Done && currentBatch_.generation() != generation) {
-    (void)batchFile_.remove({batchID});
+    for (const auto& [batchID, batch] : batches) (void)batchFile_.remove({batchID});
   }
 }
 
 void ZREventsHandler::writeEventsToFileWithBatchID(const Value& events, const Value& batchID) {
   guarded({kFile, "writeEventsToFileWithBatchID", 708}, "Exception : %@", [&] {
     const std::uint64_t generation = currentBatch_.generation();
-    const ZRBatchFile::Outcome outcome = batchFile_.store(batchID.description(), events);
+    Dictionary batches;
+    batches.setObjectNilHandledForKey(events, batchID.description());
+    const ZRBatchFile::Outcome outcome = batchFile_.store(batches);
     if (outcome == ZRBatchFile::Outcome::Failed && events.isArray()) {
       currentBatch_.putBack(*events.asArray(), generation);
     }
@@ -249,22 +264,31 @@ void ZREventsHandler::syncToServerFromDumpFile() {
     return;
   }
   const std::uint64_t generation = currentBatch_.generation();
-  Array events = getEventsFromDumpFile();
-  if (events.empty()) return;
-  const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
-  const Dictionary batch{
-      {kBatchKeyEvents, events}, {kBatchKeyBatchID, batchID}, {kBatchKeyRequestTime, requestTimeNow()}};
-  removeDatFile();
-  logLine("Report Add request initiated:");
-  const std::size_t count = events.size();
-  (void)sendReport(batch, count, [this, events = Value(std::move(events)), batchID, generation](bool success) {
-    if (success) {
-      logLine("sync success from data file");
-      return;
+  std::vector<ZRDumpFile::Part> parts;
+  {
+    const ZRTurn::Scope turn(dumpTurn_);
+    parts = dumpFile_.parts();
+    for (ZRDumpFile::Part& part : parts) {
+      part.batch.set(kBatchKeyBatchID, ZRAnalyticsUtils::createBatchIdentifier());
+      part.batch.setObjectNilHandledForKey(requestTimeNow(), kBatchKeyRequestTime);
     }
-    logLine("could not complete sync from dump file, will try again later");
-    if (currentBatch_.generation() == generation) writeEventsToFileWithBatchID(events, batchID);
-  });
+    if (parts.empty()) return;
+    removeDatFile();
+  }
+  for (const ZRDumpFile::Part& part : parts) {
+    logLine("Report Add request initiated:");
+    const bool isSent = sendReport(part.batch, part.count, [this, batch = part.batch, generation](bool success) {
+      if (success) {
+        logLine("sync success from data file");
+        return;
+      }
+      logLine("could not complete sync from dump file, will try again later");
+      if (currentBatch_.generation() != generation) return;
+      writeEventsToFileWithBatchID(batch.objectForKey(kBatchKeyEvents).asObject()->plainValue(),
+                                   batch.objectForKey(kBatchKeyBatchID));
+    });
+    if (!isSent) return;
+  }
 }
 
 void ZREventsHandler::clearEventsdata() {

@@ -59,9 +59,9 @@ class ZREventsHandler {
 
   // "ZorvaneBatchEvents.plist" in the documents directory.
   std::string eventsPlistFilePath() const { return batchFile_.path(); }
-  // Moves the current batch into the batch file, under the current session and its sources. When the file cannot be
-  // written, its events go back to the current batch (ZRCurrentBatch::putBack). If another thread is saving, waits for
-  // that save first.
+  // Moves the current batch into the batch file, under the current session and its sources; as several batches if it is
+  // too large to be decoded as one (platform::countForEntry). When the file cannot be written, its events go back to
+  // the current batch (ZRCurrentBatch::putBack). If another thread is saving, waits for that save first.
   void saveCurrentBatch();
   // The saved batches; none without a file; absent when the file cannot be read.
   std::optional<std::vector<ZRStoredBatch>> getBatches() { return batchFile_.load(); }
@@ -73,8 +73,8 @@ class ZREventsHandler {
   bool checkIfFileExists() const { return dumpFile_.exists(); }
   Array getEventsFromDumpFile() const { return dumpFile_.events(); }
   void removeDatFile() { dumpFile_.remove(); }
-  // Sends the dump file's events as one batch and removes the file; if the service refuses them, they join the batch
-  // file.
+  // Removes the dump file and sends its events, one request for each of its parts (ZRDumpFile::parts); those that the
+  // service refuses join the batch file. If another thread is doing that, waits until it has removed the file.
   void syncToServerFromDumpFile();
 
   // Deletes both files and empties the current batch.
@@ -127,6 +127,8 @@ class ZREventsHandler {
   ZRTurn saveTurn_;
   ZRBatchFile batchFile_;
   ZRDumpFile dumpFile_;
+  // Held by the thread that reads and removes the dump file.
+  ZRTurn dumpTurn_;
   ZRFlushTimer flushTimer_;
   ZRSync sync_;
 

@@ -1,48 +1,54 @@
 #include "ZRAnalytics/Utils/ZRPlainValue.h"
 
-#include <algorithm>
+#include <cstddef>
+#include <utility>
 
 #include "Platform/Formats/PropertyList.h"
 
 namespace zorvane {
 namespace {
 
-bool holdsObject(const Value& value, int depth) {
-  if (value.kind() == Value::Kind::Object) return true;
-  if (depth == platform::kMaxPropertyListDepth) return false;
-  const auto holds = [depth](const Value& element) { return holdsObject(element, depth + 1); };
-  if (const Array* array = value.asArray()) return std::any_of(array->begin(), array->end(), holds);
-  if (const Dictionary* dictionary = value.asDictionary()) {
-    return std::any_of(dictionary->begin(), dictionary->end(), [&](const auto& entry) { return holds(entry.value); });
-  }
-  return false;
-}
-
-Value plain(const Value& value, const ReportSite& site, int depth) {
-  if (!holdsObject(value, depth)) return value;
-  if (depth == platform::kMaxPropertyListDepth) return "";
+// Sets result and returns true if a host object stands in the value.
+bool replaceObjects(const Value& value, const ReportSite& site, int depth, Value& result) {
+  if (platform::isLargeInteger(value)) return false;
   if (const auto object = value.asObject()) {
-    Value replacement = "";
-    guarded(site, "exception is %@", [&] { replacement = object->plainValue(); });
-    return plain(replacement, site, depth + 1);
+    result = "";
+    if (depth == platform::kMaxPropertyListDepth) return true;
+    guarded(site, "exception is %@", [&] { result = object->plainValue(); });
+    Value plain;
+    if (replaceObjects(result, site, depth + 1, plain)) result = std::move(plain);
+    return true;
   }
-  Value result = value;
-  if (value.isArray()) {
-    for (Value& element : result.mutableArray()) element = plain(element, site, depth + 1);
-  } else {
-    Dictionary& dictionary = result.mutableDictionary();
-    for (const auto& [key, element] : *value.asDictionary()) {
-      dictionary.remove(key);
-      dictionary.setObjectNilHandledForKey(plain(element, site, depth + 1), key);
+  if (depth == platform::kMaxPropertyListDepth) return false;
+  bool isReplaced = false;
+  Value plain;
+  if (const Array* array = value.asArray()) {
+    for (std::size_t i = 0; i < array->size(); ++i) {
+      if (!replaceObjects((*array)[i], site, depth + 1, plain)) continue;
+      if (!isReplaced) result = value;
+      isReplaced = true;
+      result.mutableArray()[i] = std::move(plain);
+    }
+  } else if (const Dictionary* dictionary = value.asDictionary()) {
+    for (const auto& [key, element] : *dictionary) {
+      if (!replaceObjects(element, site, depth + 1, plain)) continue;
+      if (!isReplaced) result = value;
+      isReplaced = true;
+      if (plain.isNil()) {
+        result.mutableDictionary().remove(key);
+      } else {
+        result.mutableDictionary().set(key, std::move(plain));
+      }
     }
   }
-  return result;
+  return isReplaced;
 }
 
 }  // namespace
 
 Value withoutObjects(const Value& value, const ReportSite& site) {
-  return plain(value, site, 0);
+  Value result;
+  return replaceObjects(value, site, 0, result) ? result : value;
 }
 
 }  // namespace zorvane

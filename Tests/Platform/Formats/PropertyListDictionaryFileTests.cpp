@@ -65,14 +65,16 @@ TEST(PropertyListDictionaryFile, ExistingBytesAreCopied) {
   const Snapshot snapshot = opened(contentOf(Snapshot().withEntry("a", batch(1))));
   const std::string before = contentOf(snapshot);
   const std::string after = contentOf(snapshot.withEntry("b", batch(1)));
-  // All objects stay in place but the root, which is last before the offset table.
+  // All objects stay in place but the root, which is last before the offset table. Others refuse offsets of eight
+  // bytes.
+  EXPECT_EQ(before[before.size() - 26], 4);
   const std::size_t rootSize = 1 + 2 * 4;
-  const std::size_t tableSize = 8 * static_cast<std::size_t>(static_cast<unsigned char>(before[before.size() - 17]));
+  const std::size_t tableSize = 4 * static_cast<std::size_t>(static_cast<unsigned char>(before[before.size() - 17]));
   const std::size_t objects = before.size() - 32 - tableSize - rootSize;
   EXPECT_EQ(after.substr(0, objects), before.substr(0, objects));
   // The same batch again adds its containers and the new key. Its scalars exist.
   const std::size_t newObjects = 5 * (1 + 6 * 4) + (1 + 5 * 4) + (1 + 4 * 4) + 2;
-  EXPECT_EQ(after.size() - before.size(), newObjects + 8 * 8 + 2 * 4);
+  EXPECT_EQ(after.size() - before.size(), newObjects + 8 * 4 + 2 * 4);
   // Extending a snapshot, even twice, does not change it.
   const Snapshot left = snapshot.withEntry("left", 1);
   const Snapshot right = snapshot.withEntry("right", 2);
@@ -98,7 +100,7 @@ TEST(PropertyListDictionaryFile, OpensOtherFilesToo) {
   EXPECT_EQ(valuesOf(binary), Value(root));
   EXPECT_EQ(contentOfFile(binary.withEntry("c", 3)), Value(Dictionary{{"a", batch(1)}, {"b", Array{1, 2}}, {"c", 3}}));
   const Snapshot text = opened(xml);
-  EXPECT_EQ(contentOf(text), xml);
+  EXPECT_EQ(valuesOf(text), contentOfFile(text));
   EXPECT_EQ(text.entries()[0].value.countOfKey("k"), 1U);
   EXPECT_EQ(contentOfFile(text.withEntry("c", 3)),
             Value(Dictionary{{"a", Dictionary{{"k", Array{true}}}}, {"b", 2.0}, {"c", 3}}));
@@ -121,30 +123,57 @@ TEST(PropertyListDictionaryFile, AnEntryIsReadByKey) {
   EXPECT_TRUE(Snapshot().withEntry("x", Array{}).entries()[0].value.isArray());
 }
 
-TEST(PropertyListDictionaryFile, AMalformedEntryIsLeftOut) {
+TEST(PropertyListDictionaryFile, AnEntryThatCannotBeDecodedIsKept) {
   // The last key is a number; b contains itself, c an object beyond the end.
   const Snapshot snapshot =
       opened(binaryFile({"\xD4\x01\x02\x03\x04\x05\x06\x07\x08", "\x51"s + "a", "\x51"s + "b", "\x51"s + "c",
                          "\x10\x01", "\x10\x07", "\xA1\x06", "\xA1\x63", "\x10\x08"}));
   EXPECT_EQ(valuesOf(snapshot), Value(Dictionary{{"a", 7}}));
   ASSERT_EQ(snapshot.entries().size(), 3U);
-  for (const auto& [key, value] : snapshot.entries()) {
-    std::string text;
-    value.appendJSONOfKey("", text);
-    EXPECT_EQ(text, key == "a" ? "7" : "null");
+  for (const Snapshot& same : {snapshot, opened(contentOf(Snapshot::ofEntries(snapshot.entries())))}) {
+    for (const auto& [key, value] : same.entries()) {
+      std::string text;
+      value.appendJSONOfKey("", text);
+      EXPECT_EQ(text, key == "a" ? "7" : "null");
+      EXPECT_EQ(value.isDecodable(), key == "a");
+    }
+    const Snapshot grown = opened(contentOf(same.withEntry("d", 9)));
+    EXPECT_EQ(valuesOf(grown), Value(Dictionary{{"a", 7}, {"d", 9}}));
+    EXPECT_EQ(grown.entries().size(), 4U);
   }
-  EXPECT_EQ(contentOfFile(snapshot.withEntry("d", 9)), Value(Dictionary{{"a", 7}, {"d", 9}}));
-  EXPECT_EQ(contentOfFile(Snapshot::ofEntries(snapshot.entries())), Value(Dictionary{{"a", 7}}));
 
   // In the own layout: damage inside one entry, then an unknown marker.
   std::string file = contentOf(Snapshot().withEntry("a", Array{"text"}).withEntry("b", 2));
-  const std::size_t array = file.find("\xA1\0\0\0\x02"s);
+  const std::size_t array = file.find("\xA1\0\0\0\x01"s);
   ASSERT_NE(array, std::string::npos);
   file[array + 4] = '\x7F';
   EXPECT_EQ(valuesOf(opened(file)), Value(Dictionary{{"b", 2}}));
   EXPECT_EQ(valuesOf(opened(file).withEntry("c", 3)), Value(Dictionary{{"b", 2}, {"c", 3}}));
   file[array] = '\xCF';
-  EXPECT_EQ(contentOfFile(opened(file).withEntry("c", 3)), Value(Dictionary{{"b", 2}, {"c", 3}}));
+  EXPECT_EQ(valuesOf(opened(file).withEntry("c", 3)), Value(Dictionary{{"b", 2}, {"c", 3}}));
+}
+
+TEST(PropertyListDictionaryFile, ElementsAreCountedThatOneEntryCanHold) {
+  const Value million = Array(1'000'000, 1);
+  const Array elements{million, million, million, million, "x", Array(5, million), std::string(128'000'001, 'x')};
+  EXPECT_EQ(countForEntry(elements, 0, 0), 3U);
+  EXPECT_EQ(countForEntry(elements, 3, 0), 2U);
+  EXPECT_EQ(countForEntry(elements, 5, 0), 0U);
+  EXPECT_EQ(countForEntry(elements, 6, 0), 1U);
+  EXPECT_EQ(countForEntry(elements, 6, elements[6]), 0U);
+}
+
+TEST(PropertyListDictionaryFile, OfXMLAndBinaryFilesLargeIntegersArePassedOn) {
+  const std::string number = "18446744073709551615";
+  const Dictionary root{{"a", Array{valueOfUnsigned(18446744073709551615U)}}};
+  for (const std::string& file :
+       {binaryPropertyList(root), "<dict><key>a</key><array><integer>" + number + "</integer></array></dict>"}) {
+    const Snapshot grown = opened(file).withEntry("b", 1);
+    EXPECT_EQ(contentOfFile(grown).asDictionary()->objectForKey("a"), root.objectForKey("a"));
+    std::string text;
+    grown.entries()[0].value.appendJSONOfKey("", text);
+    EXPECT_EQ(text, "[" + number + "]");
+  }
 }
 
 TEST(PropertyListDictionaryFile, OneSnapshotServesSeveralThreads) {
@@ -172,8 +201,6 @@ TEST(PropertyListDictionaryFile, OfEntriesHoldsOnlyWhatTheyNeed) {
   const Snapshot kept = Snapshot::ofEntries(some);
   EXPECT_EQ(contentOfFile(kept), Value(Dictionary{{"key3", batch(3)}, {"key40", batch(40)}}));
   EXPECT_EQ(contentOf(kept), contentOf(Snapshot().withEntry("key3", batch(3)).withEntry("key40", batch(40))));
-  const std::vector<Snapshot::Entry> held = {{"x", LazyPropertyListValue(batch(1))}};
-  EXPECT_EQ(valuesOf(Snapshot::ofEntries(held)), Value(Dictionary{{"x", batch(1)}}));
 }
 
 }  // namespace

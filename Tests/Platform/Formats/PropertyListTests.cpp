@@ -18,6 +18,8 @@ Value nested(int levels) {
   return value;
 }
 
+const Value kLargest = valueOfUnsigned(18446744073709551615U);
+
 struct Plain final : Object {
   std::string description() const override { return "plain"; }
   Value plainValue() const override { return Array{1, "x"}; }
@@ -28,11 +30,13 @@ TEST(BinaryPropertyList, ReplacesWhatItCannotHold) {
                                  {"nil", Array{1, Value(), 2}},
                                  {"url", URL{"https://a/"}},
                                  {"object", std::make_shared<const Plain>()},
+                                 {"large", kLargest},
                                  {"infinite", INFINITY}};
   EXPECT_EQ(parsePropertyList(binaryPropertyList(value)).value(), Value(Dictionary{{"null", ""},
                                                                                    {"nil", Array{1, 2}},
                                                                                    {"url", "https://a/"},
                                                                                    {"object", Array{1, "x"}},
+                                                                                   {"large", kLargest},
                                                                                    {"infinite", INFINITY}}));
   EXPECT_TRUE(parsePropertyList(binaryPropertyList(nested(128))).value() == nested(128));
   Value cut = "";
@@ -58,7 +62,7 @@ TEST(BinaryPropertyList, ReadsWhatOtherWritersWrite) {
       {"\x11\xFF\xFF", 65535},
       {"\x12\xFF\xFF\xFF\xFF", 4294967295},
       {"\x13\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", -1},
-      {"\x14\0\0\0\0\0\0\0\0\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"s, 18446744073709551615.0},
+      {"\x14\0\0\0\0\0\0\0\0\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"s, kLargest},
       {"\x14\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x05"s, 5},
       {"\x22\x3F\xC0\0\0"s, 1.5},
       {"\x33\0\0\0\0\0\0\0\0"s, Date{978307200}},
@@ -117,7 +121,7 @@ TEST(XMLPropertyList, ReadsEachElement) {
       {"<integer> -5</integer>", -5},
       {"<integer>+0x7f</integer>", 127},
       {"<integer>-9223372036854775808</integer>", std::numeric_limits<std::int64_t>::min()},
-      {"<integer>18446744073709551615</integer>", 18446744073709551615.0},
+      {"<integer>18446744073709551615</integer>", kLargest},
       {"<real>5</real>", 5.0},
       {"<real> -.5e1</real>", -5.0},
       {"<real>+Infinity</real>", INFINITY},

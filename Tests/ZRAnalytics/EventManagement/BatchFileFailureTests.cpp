@@ -51,6 +51,37 @@ TEST_F(BatchFileFailureTest, FailedSaveIsRepeatedAfterAnotherBatchOfEventsAndLog
   EXPECT_EQ(reportedEvents().size(), 33u) << "clearing forgets the failure";
 }
 
+TEST_F(BatchFileFailureTest, BatchThatCannotBeDecodedIsKeptAndLoggedOnce) {
+  startWithSession();
+  save({"broken"});
+  std::string file = readAll(batchPath());
+  const std::string id = idOf(0);
+  file[file.find("batch_id") - 1] = '\x0F';  // no marker
+  writeAll(batchPath(), file);
+  for (int i = 0; i < 3; ++i) {
+    save({"a"});
+    Answers answers;
+    flush(answers);
+    settle();
+    EXPECT_EQ(answers, (Answers{{true, true}}));
+    EXPECT_NE(readAll(batchPath()).find(id), std::string::npos);
+  }
+  EXPECT_EQ(sentNames(), (Batches{{"a"}, {"a"}, {"a"}}));
+  EXPECT_EQ(log_->count("Batch Events plist : cannot be decoded and are kept: " + id), 1u);
+}
+
+TEST_F(BatchFileFailureTest, FileThatWouldBeTooLargeToBeReadIsNotWritten) {
+  int failures = 0;
+  ZRBatchFile file(
+      batchPath(), [&](const std::string&) { ++failures; }, 800);
+  const Value events = Array{Dictionary{{"EVENT_ACTION", std::string(400, 'x')}}};
+  EXPECT_EQ(file.store({{"1-A", events}}), ZRBatchFile::Outcome::Done);
+  const Value more = Array{Dictionary{{"EVENT_ACTION", std::string(400, 'y')}}};
+  EXPECT_EQ(file.store({{"2-B", more}}), ZRBatchFile::Outcome::Failed);
+  EXPECT_EQ(file.load()->size(), 1u);
+  EXPECT_EQ(failures, 1);
+}
+
 TEST_F(BatchFileFailureTest, EntryThatIsNotABatchIsDroppedAndNeverSent) {
   startWithSession();
   const Dictionary batch{{"events", Array{Dictionary{{"EVENT_ACTION", "a"}}}}, {"batch_id", "6-B"}};
@@ -61,6 +92,11 @@ TEST_F(BatchFileFailureTest, EntryThatIsNotABatchIsDroppedAndNeverSent) {
   EXPECT_EQ(answers, (Answers{{true, true}}));
   EXPECT_EQ(sentNames(), (Batches{{"a"}}));
   EXPECT_TRUE(log_->has("Batch Events plist : the entry 5-A is no batch and is dropped"));
+  EXPECT_FALSE(std::filesystem::exists(batchPath()));
+  // So is a file without any batch.
+  writeAll(batchPath(), platform::binaryPropertyList(Dictionary{{"5-A", "text"}}));
+  flush(answers);
+  settle();
   EXPECT_FALSE(std::filesystem::exists(batchPath()));
 }
 

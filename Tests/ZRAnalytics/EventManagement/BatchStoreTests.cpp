@@ -150,6 +150,22 @@ struct SavingMeanwhile final : Object {
   mutable std::atomic<bool> isDone{false};
 };
 
+TEST_F(BatchStoreTest, BatchThatIsTooLargeToBeDecodedIsSavedAsSeveral) {
+  startWithSession();
+  const Value list = Array(1'500'000, true);
+  for (const char* name : {"a", "b", "c", "too large", "d"}) {
+    const Value value = name == std::string_view("too large") ? Value(Array(3, list)) : list;
+    events().trackEventWithProperties(name, ZRProperties::initWithAttributes({{"x", value}}));
+  }
+  settle();
+  events().saveCurrentBatch();
+  Batches saved;
+  const auto batches = events().getBatches();
+  for (const ZRStoredBatch& batch : *batches) saved.push_back(namesOf(batch.value()));
+  EXPECT_EQ(saved, (Batches{{"a", "b"}, {"c"}, {"d"}}));
+  EXPECT_TRUE(log_->has("Batch Events plist : an event is too large to be saved and is dropped"));
+}
+
 TEST_F(BatchStoreTest, SecondSaveReturnsWhenTheFirstHasStored) {
   startWithSession();
   const auto object = std::make_shared<SavingMeanwhile>();
@@ -207,11 +223,12 @@ TEST_F(BatchStoreTest, DumpFileIsReadLineByLineAndBrokenLinesAreSkipped) {
   } cases[] = {
       {"", {}},
       {"{\"n\":1}", {one}},
+      {"\xEF\xBB\xBF{\"n\":1}\n{\"n\":1}", {one, one}},
       {"{\"n\":1}\n\n{\"n\":\n", {one}},
       {"{\"n\":1}\r\n{\"n\":1}\v{\"n\":1}\f{\"n\":1}\r{\"n\":1}", Array(5, one)},
       {"{\"n\":1}\xC2\x85{\"n\":1}\xE2\x80\xA8{\"n\":1}\xE2\x80\xA9{\"n\":1}", Array(4, one)},
       {"{\"n\":\"cut\xE2\x80\xA8here\"}\n{\"n\":1}", {one}},
-      {"5\n\"text\"\nnull\ntrue\n[1]\n{\"n\":1} x\n", {Value(Array{1})}},
+      {"5\n\"text\"\nnull\ntrue\n[1]\n{\"n\":1} x\n", {}},
       {"{\"n\":null}", {Dictionary{{"n", null}}}},
       {"{\"n\":1}\n\xFF", {}},
   };
@@ -223,12 +240,30 @@ TEST_F(BatchStoreTest, DumpFileIsReadLineByLineAndBrokenLinesAreSkipped) {
   EXPECT_TRUE(events().getEventsFromDumpFile().empty());
 }
 
-TEST_F(BatchStoreTest, DumpFileOfEndlessLinesIsReadUpToFourMillionValues) {
+TEST_F(BatchStoreTest, EveryLineOfALargeDumpFileIsSentInOrder) {
   startWithSession();
+  constexpr int kLines = 300'000;
   std::string content;
-  for (int i = 0; i < 2'100'000; ++i) content += "[1]\n";
+  for (int i = 0; i < kLines; ++i) {
+    const std::string number = std::to_string(i);
+    content += "{\"EVENT_ACTION\":\"" + number + "\",\"x\":[1,2,3,4,5,6,7,8,9,0]}\n";
+  }
   writeAll(dumpPath(), content);
-  EXPECT_EQ(events().getEventsFromDumpFile().size(), 2'000'000u);
+  events().syncToServerFromDumpFile();
+  settle();
+  int next = 0;
+  for (const Names& names : sentNames()) {
+    for (const std::string& name : names) EXPECT_EQ(name, std::to_string(next++));
+  }
+  EXPECT_EQ(next, kLines);
+
+  std::filesystem::remove(dumpPath());
+  writeAll(dumpPath(), "{}");
+  std::filesystem::resize_file(dumpPath(), (64u << 20) + 1);
+  log_->clear();
+  events().syncToServerFromDumpFile();
+  EXPECT_TRUE(std::filesystem::exists(dumpPath()));
+  EXPECT_EQ(log_->messages(), Names{"Events dat file : cannot read " + dumpPath() + ": File too large (fstat)"});
 }
 
 constexpr char kDump[] = "{\"EVENT_ACTION\":\"a\"}\n\nbroken\n{\"EVENT_ACTION\":\"b\"}\n";
