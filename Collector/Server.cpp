@@ -15,8 +15,9 @@ namespace {
 constexpr std::int64_t kDefaultRows = 100;
 constexpr std::int64_t kMaximumRows = 10'000;
 
-// Bodies up to this size are not counted.
+// Bodies up to this size are neither counted nor handled one at a time.
 constexpr std::size_t kSmallBody = 64u << 10;
+// After larger ones freed memory goes back to the system.
 constexpr std::size_t kTrimmedBody = 1u << 20;
 constexpr const char* kRetryAfterSeconds = "5";
 
