@@ -2,7 +2,10 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <array>
+#include <charconv>
+#include <iterator>
 
 namespace zorvane::collector {
 
@@ -141,18 +144,52 @@ std::string upperCaseSHA1(const std::string& text) {
   return hex;
 }
 
+// Bounds the depth while it builds the value: dump() recurses, and would exhaust the stack on deeper values.
+// json::parse with a callback would do, too, but takes quadratic time on an array of objects.
+class BoundedParser : public nlohmann::detail::json_sax_dom_parser<json> {
+  using Base = nlohmann::detail::json_sax_dom_parser<json>;
+
+ public:
+  explicit BoundedParser(json& value) : Base(value) {}
+  bool start_object(std::size_t size) { return open() && Base::start_object(size); }
+  bool start_array(std::size_t size) { return open() && Base::start_array(size); }
+  bool end_object() { return --depth_, Base::end_object(); }
+  bool end_array() { return --depth_, Base::end_array(); }
+
+ private:
+  bool open() {
+    if (++depth_ > kMaxBodyDepth) {
+      throw BadRequest("nested deeper than " + std::to_string(kMaxBodyDepth) + " levels");
+    }
+    return true;
+  }
+  int depth_ = 0;
+};
+
+// A number as the client signs it: the shortest text that reads back as the same, without a point for a whole one, with
+// an exponent from 1e17 on and below 1e-4.
+std::string signedNumber(const json& number) {
+  if (!number.is_number_float()) return number.dump();
+  const double value = number.get<double>();
+  char text[64];
+  char* end = std::to_chars(text, std::end(text), value, std::chars_format::scientific).ptr;
+  int exponent = 0;
+  const char* digits = std::find(text, end, 'e') + 1;
+  std::from_chars(digits + (*digits == '+' ? 1 : 0), end, exponent);
+  if (exponent >= -4 && exponent <= 16) {
+    end = std::to_chars(text, std::end(text), value, std::chars_format::fixed).ptr;
+  }
+  return {text, end};
+}
+
 }  // namespace
 
 json parseBody(std::string_view body) {
-  // Bounded while parsing: dump() recurses, and would exhaust the stack on deeper values.
-  const auto bounded = [](int depth, json::parse_event_t event, json&) {
-    const bool opens = event == json::parse_event_t::object_start || event == json::parse_event_t::array_start;
-    if (opens && depth >= kMaxBodyDepth)
-      throw BadRequest("nested deeper than " + std::to_string(kMaxBodyDepth) + " levels");
-    return true;
-  };
   try {
-    return json::parse(body, bounded);
+    json parsed;
+    BoundedParser parser(parsed);
+    json::sax_parse(body, &parser);
+    return parsed;
   } catch (const json::parse_error& error) {
     const std::string what = error.what();  // "[json.exception.parse_error.101] parse error at …"
     throw BadRequest("not JSON: " + what.substr(what.find("] ") + 2));
@@ -174,7 +211,7 @@ std::optional<std::string> textAt(const json& body, std::initializer_list<const 
     if (!value) return std::nullopt;
   }
   if (value->is_string()) return value->get<std::string>();
-  if (value->is_number()) return value->dump();
+  if (value->is_number()) return signedNumber(*value);
   return std::nullopt;
 }
 

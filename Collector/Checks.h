@@ -41,7 +41,7 @@ enum class Signature {
 };
 Signature checkSignature(const json& body, const std::optional<std::string>& sent);
 
-// The string or number at the path of keys, as text; none if there is neither.
+// The string or number at the path of keys, as text; none if there is neither. A whole double has no point: "5".
 std::optional<std::string> textAt(const json& body, std::initializer_list<const char*> path);
 
 }  // namespace zorvane::collector

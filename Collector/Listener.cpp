@@ -7,18 +7,31 @@
 #include <cstring>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 namespace zorvane::collector {
 
 namespace {
 
-constexpr std::size_t kThreads = 32;  // one per open connection
+constexpr std::size_t kPlaces = 128;
+constexpr int kBacklog = 1024;
 thread_local Exchange* currentExchangeOfThread = nullptr;
+
+class PlacesQueue final : public httplib::TaskQueue {
+ public:
+  explicit PlacesQueue(Places& places) : places_(places) {}
+  void enqueue(std::function<void()> task) override { places_.serve(std::move(task)); }
+  void shutdown() override { places_.finish(); }
+
+ private:
+  Places& places_;
+};
 
 }  // namespace
 
-Listener::Listener(const ConnectionLimits& limits) : limits_(limits) {
-  new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
+Listener::Listener(const ConnectionLimits& limits, BodyBudget& budget)
+    : limits_(limits), budget_(budget), places_(kPlaces) {
+  new_task_queue = [this] { return new PlacesQueue(places_); };
   set_tcp_nodelay(true);
   set_keep_alive_max_count(std::numeric_limits<int>::max());
   set_keep_alive_timeout(static_cast<time_t>(limits.idle.count() / 1000));
@@ -36,6 +49,8 @@ int Listener::bindLoopback(int port) {
     throw std::runtime_error("cannot listen on 127.0.0.1:" + std::to_string(port) + ": " +
                              (errno != 0 ? std::strerror(errno) : "refused"));
   }
+  // httplib listens with a backlog of 5: further clients that come at once would wait for a second.
+  ::listen(svr_sock_, kBacklog);
   return bound;
 }
 
@@ -64,10 +79,10 @@ void Listener::releaseConnections() {
 
 bool Listener::process_and_close_socket(socket_t socket) {
   if (enter(socket)) {
-    Connection connection(socket, limits_);
+    Connection connection(socket, limits_, places_);
     bool closed = false;
     while (!closed && connection.canGoOn() && connection.waitForRequest()) {
-      Exchange exchange{connection, {}, false, {}};
+      Exchange exchange{connection, {}, false, {}, BodyBudget::Share(budget_)};
       currentExchangeOfThread = &exchange;
       if (!process_request(connection, false, closed, nullptr)) break;
     }

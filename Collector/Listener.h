@@ -7,7 +7,9 @@
 #include <set>
 #include <string>
 
+#include "Collector/BodyBudget.h"
 #include "Collector/Connection.h"
+#include "Collector/Places.h"
 
 namespace zorvane::collector {
 
@@ -17,11 +19,13 @@ struct Exchange {
   std::string body;
   bool bodyIsJSON = false;
   std::string error;
+  BodyBudget::Share share;
 };
 
 class Listener final : public httplib::Server {
  public:
-  explicit Listener(const ConnectionLimits& limits);
+  // The budget must outlive the listener.
+  Listener(const ConnectionLimits& limits, BodyBudget& budget);
 
   // Port 0 takes a free port. Returns the port. Throws std::runtime_error.
   int bindLoopback(int port);
@@ -37,6 +41,8 @@ class Listener final : public httplib::Server {
   void leaveAndClose(socket_t socket);
 
   const ConnectionLimits limits_;
+  BodyBudget& budget_;
+  Places places_;
   std::mutex mutex_;
   std::set<socket_t> open_;
   bool released_ = false;

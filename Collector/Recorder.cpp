@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <utility>
 
 namespace zorvane::collector {
 
@@ -15,7 +17,7 @@ using nlohmann::json;
 
 namespace {
 
-std::string quoted(const std::string& text) {
+std::string jsonString(const std::string& text) {
   return json(text).dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
@@ -36,21 +38,26 @@ Recorder::Recorder(const std::string& path) : path_(path), file_(openPrivate(pat
   if (!file_) throw std::runtime_error("cannot write the record " + path + ": " + std::strerror(errno));
 }
 
-void Recorder::write(const ReceivedRequest& request, bool bodyIsJSON, int status) {
+void Recorder::write(ReceivedRequest request, bool bodyIsJSON, int status) {
   json headers = json::object();
   for (const auto& [name, value] : request.headers) {
     // HTTP joins the values of a repeated header with a comma.
     headers[name] = headers.contains(name) ? headers[name].get<std::string>() + ", " + value : value;
   }
-  std::string body = bodyIsJSON ? request.body : quoted(request.body);
+  std::string body = bodyIsJSON ? std::move(request.body) : jsonString(request.body);
   // In JSON, line breaks occur only between tokens; a space means the same there.
   std::replace(body.begin(), body.end(), '\n', ' ');
   std::replace(body.begin(), body.end(), '\r', ' ');
-  const std::string line = "{\"method\": " + quoted(request.method) + ", \"path\": " + quoted(request.target) +
-                           ", \"headers\": " + headers.dump(-1, ' ', false, json::error_handler_t::replace) +
-                           ", \"body\": " + body + ", \"status\": " + std::to_string(status) + "}\n";
+  const std::string before =
+      "{\"method\": " + jsonString(request.method) + ", \"path\": " + jsonString(request.target) +
+      ", \"headers\": " + headers.dump(-1, ' ', false, json::error_handler_t::replace) + ", \"body\": ";
+  const std::string after = ", \"status\": " + std::to_string(status) + "}\n";
   const std::lock_guard lock(mutex_);
-  if (std::fwrite(line.data(), 1, line.size(), file_.get()) != line.size() || std::fflush(file_.get()) != 0) {
+  bool written = true;
+  for (const std::string& part : {std::cref(before), std::cref(body), std::cref(after)}) {
+    written = std::fwrite(part.data(), 1, part.size(), file_.get()) == part.size() && written;
+  }
+  if (std::fflush(file_.get()) != 0 || !written) {
     throw std::runtime_error("cannot write the record " + path_ + ": " + std::strerror(errno));
   }
 }

@@ -26,7 +26,7 @@ class Recorder {
 
   // {"method", "path", "headers", "body", "status"}; whole and flushed when the call returns. The body is written as it
   // came if bodyIsJSON, else as a string; status 0: no response was sent. Throws std::runtime_error.
-  void write(const ReceivedRequest& request, bool bodyIsJSON, int status);
+  void write(ReceivedRequest request, bool bodyIsJSON, int status);
 
  private:
   struct Close {

@@ -1,5 +1,9 @@
 #include "Collector/Server.h"
 
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
@@ -10,6 +14,12 @@ namespace {
 
 constexpr std::int64_t kDefaultRows = 100;
 constexpr std::int64_t kMaximumRows = 10'000;
+
+// Bodies up to this size are neither counted nor handled one at a time.
+constexpr std::size_t kSmallBody = 64u << 10;
+// After larger ones freed memory goes back to the system.
+constexpr std::size_t kTrimmedBody = 1u << 20;
+constexpr const char* kRetryAfterSeconds = "5";
 
 // httplib adds these to the received headers.
 bool isAddedHeader(const std::string& name) {
@@ -58,6 +68,18 @@ void closeAfterResponse() {
   Listener::currentExchange().connection.closeAfterResponse();
 }
 
+// glibc keeps what a thread has freed for that thread. With many threads this adds up to gigabytes.
+void trimMemory() {
+#if defined(__GLIBC__)
+  ::malloc_trim(0);
+#endif
+}
+
+void giveBackBody(Exchange& exchange) {
+  std::string().swap(exchange.body);
+  exchange.share.giveBack();
+}
+
 bool isEvery(std::uint64_t n, std::atomic<std::uint64_t>& count) {
   return (++count % n) == 0;
 }
@@ -65,7 +87,11 @@ bool isEvery(std::uint64_t n, std::atomic<std::uint64_t>& count) {
 }  // namespace
 
 Server::Server(const Options& options, const ConnectionLimits& limits)
-    : options_(options), listener_(limits), port_(listener_.bindLoopback(options.port)), store_(options.database) {
+    : options_(options),
+      budget_(limits.bodyBytes, limits.bodyPatience),
+      listener_(limits, budget_),
+      port_(listener_.bindLoopback(options.port)),
+      store_(options.database) {
   if (!options.record.empty()) recorder_ = std::make_unique<Recorder>(options.record);
   setRoutes();
 }
@@ -85,6 +111,7 @@ void Server::stop() {
     stopping_ = true;
   }
   stopped_.notify_all();
+  budget_.close();
   if (!thread_.joinable()) return;
   listener_.stop();
   listener_.releaseConnections();
@@ -113,13 +140,13 @@ void Server::setRoutes() {
     return httplib::Server::HandlerResponse::Handled;
   });
   for (const auto& [pattern, service] :
-       {std::pair("/v1/report/(.+)", Service::Report), std::pair("/v1/device/(.+)", Service::Device)}) {
+       {std::pair("/v1/report/([^]+)", Service::Report), std::pair("/v1/device/([^]+)", Service::Device)}) {
     listener_.Post(pattern, [this, service = service](const httplib::Request& request, httplib::Response& response,
                                                       const httplib::ContentReader& reader) {
       takePost(service, request.matches[1], request, response, reader);
     });
   }
-  listener_.Post(".*", [](const httplib::Request&, httplib::Response& response, const httplib::ContentReader&) {
+  listener_.Post("[^]*", [](const httplib::Request&, httplib::Response& response, const httplib::ContentReader&) {
     response.status = 404;
     closeAfterResponse();
   });
@@ -162,20 +189,31 @@ int Server::readBody(const httplib::Request& request, const httplib::ContentRead
     return 400;
   }
   std::size_t size = 0;
+  bool fits = true;
   const bool whole = reader([&](const char* data, std::size_t count) {
     size += count;
-    if (size <= kMaxBodyBytes) exchange.body.append(data, count);
+    if (fits && size > kSmallBody && size <= kMaxBodyBytes) {
+      const auto start = std::chrono::steady_clock::now();
+      fits = exchange.share.take(count);
+      exchange.connection.doNotCountSince(start);
+      if (!fits) giveBackBody(exchange);
+    }
+    if (fits && size <= kMaxBodyBytes) exchange.body.append(data, count);
     // Many clients read the response only after sending everything, so read on, up to a limit.
     return size <= 4 * kMaxBodyBytes;
   });
-  if (whole && size <= kMaxBodyBytes) return 200;
+  if (whole && fits && size <= kMaxBodyBytes) return 200;
   exchange.connection.closeAfterResponse();
   const bool declared = request.has_header("Content-Length") &&
                         std::strtoull(request.get_header_value("Content-Length").c_str(), nullptr, 10) > kMaxBodyBytes;
   if (size > kMaxBodyBytes || declared || exchange.connection.exceeded()) {
-    exchange.body.clear();
+    giveBackBody(exchange);
     exchange.error = "the body is larger than " + std::to_string(kMaxBodyBytes) + " bytes";
     return 413;
+  }
+  if (!fits) {
+    exchange.error = "too many large bodies at once";
+    return 503;
   }
   exchange.error = "the body did not arrive whole";
   return 400;
@@ -218,14 +256,26 @@ void Server::takePost(Service service, const std::string& appID, const httplib::
   const bool fail = options_.failEvery != 0 && isEvery(options_.failEvery, posts_);
   const bool drop = !fail && options_.dropEvery != 0 && isEvery(options_.dropEvery, otherPosts_);
 
-  json body;
+  if (row.status == 503) response.set_header("Retry-After", kRetryAfterSeconds);
   if (row.status == 200 && fail) {
     exchange.bodyIsJSON = json::accept(exchange.body);
     exchange.error = "failed on purpose";
     row.status = 503;
-  } else if (row.status == 200) {
-    row.status = judge(row, request, body);
   }
+  if (exchange.body.size() <= kSmallBody) {
+    judgeAndStore(row, request, response, drop);
+  } else {
+    const std::lock_guard lock(largeBody_);
+    judgeAndStore(row, request, response, drop);
+    if (exchange.body.size() > kTrimmedBody) trimMemory();
+  }
+  delay();
+}
+
+void Server::judgeAndStore(RequestRow& row, const httplib::Request& request, httplib::Response& response, bool drop) {
+  Exchange& exchange = Listener::currentExchange();
+  json body;
+  if (row.status == 200) row.status = judge(row, request, body);
   row.error = exchange.error;
   response.status = row.status;
   const bool accepted = row.status == 200;
@@ -239,7 +289,6 @@ void Server::takePost(Service service, const std::string& appID, const httplib::
   } else {
     store_.addRefused(row);
   }
-  delay();
 }
 
 void Server::delay() {
@@ -263,7 +312,7 @@ void Server::finish(const httplib::Request& request, httplib::Response& response
     if (!isAddedHeader(name)) received.headers.emplace_back(name, value);
   }
   try {
-    recorder_->write(received, exchange.bodyIsJSON, status);
+    recorder_->write(std::move(received), exchange.bodyIsJSON, status);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "zrcollector: %s\n", error.what());
   }

@@ -38,14 +38,18 @@ class Server {
                 const httplib::ContentReader& reader);
   int readBody(const httplib::Request& request, const httplib::ContentReader& reader);
   int judge(RequestRow& row, const httplib::Request& request, json& body);
+  void judgeAndStore(RequestRow& row, const httplib::Request& request, httplib::Response& response, bool drop);
   void delay();
   void finish(const httplib::Request& request, httplib::Response& response);
 
   const Options options_;
+  BodyBudget budget_;
   Listener listener_;
   const int port_;
   Store store_;
   std::unique_ptr<Recorder> recorder_;
+  // Held while a large body is parsed and stored: its values take many times its size.
+  std::mutex largeBody_;
   std::thread thread_;
   std::atomic<std::uint64_t> posts_{0}, otherPosts_{0};
   std::mutex stopMutex_;

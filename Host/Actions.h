@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "Host/Runtime.h"
@@ -12,8 +13,11 @@ namespace zorvane::host {
 
 struct Action {
   std::string_view name;
-  // Its fields, for --help.
+  // The names of its fields, separated by spaces. Every action also has "do" and "async".
+  std::string_view keys;
+  // For --help: the fields with their values if the names do not say enough, and what happens.
   std::string_view fields;
+  std::string_view effect;
   // Does not wait for what its calls start. If the line's fields are wrong, throws NotAnAction before doing anything.
   void (*play)(Runtime& runtime, const ScriptLine& line);
 };
@@ -22,6 +26,9 @@ struct Action {
 std::span<const Action> allActions();
 // Throws NotAnAction for an unknown name.
 const Action& actionNamed(std::string_view name);
+
+// Its fields with their values, for --help; empty if it has none.
+std::string helpOf(const Action& action);
 
 // The actions of ActionsEvents.cpp, ActionsConditions.cpp, ActionsLinks.cpp, ActionsUser.cpp and Print.cpp.
 void playTrack(Runtime& runtime, const ScriptLine& line);

@@ -99,8 +99,7 @@ void playOptOut(Runtime& runtime, const ScriptLine& line) {
 
 void playOptOutEvents(Runtime& runtime, const ScriptLine& line) {
   const Array* events = line.array("events");
-  if (!events) throw NotAnAction("\"events\" is missing");
-  runtime.analytics().updateOptOutEvents(*events);
+  runtime.analytics().updateOptOutEvents(events ? *events : Array());
 }
 
 void playAppStatus(Runtime& runtime, const ScriptLine& line) {

@@ -6,6 +6,8 @@ namespace zorvane::host {
 namespace {
 
 constexpr double kMicrosecondsPerSecond = 1e6;
+// Less than the scheduler's tolerance, a microsecond, and more than the rounding of a deadline to microseconds.
+constexpr double kDueBefore = 0.75e-6;
 
 std::int64_t microsecondsOf(double seconds) {
   return static_cast<std::int64_t>(std::round(seconds * kMicrosecondsPerSecond));
@@ -47,9 +49,9 @@ std::int64_t StandingClock::ticks() const {
   return monotonic_;
 }
 
-std::int64_t StandingClock::ticksReaching(double monotonicSeconds) {
+std::int64_t StandingClock::ticksOfDeadline(double monotonicSeconds) {
   std::int64_t ticks = microsecondsOf(monotonicSeconds);
-  while (secondsOf(ticks) < monotonicSeconds) ++ticks;
+  while (secondsOf(ticks) + kDueBefore < monotonicSeconds) ++ticks;
   return ticks;
 }
 

@@ -37,9 +37,11 @@ class StandingClock final : public HostClock {
   bool runsByItself() const override { return false; }
   void setNow(platform::Date date) override;
 
-  // Ticks are microseconds of the monotonic clock. ticksReaching: the first tick at or after that many seconds.
+  // Ticks are microseconds of the monotonic clock.
   std::int64_t ticks() const;
-  static std::int64_t ticksReaching(double monotonicSeconds);
+  // The first tick at which a timer with that deadline is due. Deadlines are sums of doubles: the tick may be a
+  // fraction of a microsecond before.
+  static std::int64_t ticksOfDeadline(double monotonicSeconds);
   static std::int64_t ticksOf(double duration);
   // Advances both clocks until the monotonic one has reached that tick.
   void advanceTo(std::int64_t ticks);

@@ -9,13 +9,18 @@
 namespace zorvane::host {
 
 void LineFile::write(const platform::Dictionary& line) {
-  writeText(platform::jsonText(line));
+  const std::string text = platform::jsonText(line) + '\n';
+  platform::MutexLock lock(mutex_);
+  writeBytes(text);
 }
 
-void LineFile::writeText(std::string line) {
-  line += '\n';
+void LineFile::writePieces(const std::function<void(const Put& put)>& write) {
   platform::MutexLock lock(mutex_);
-  std::string_view rest = line;
+  write([this](std::string_view piece) ZR_REQUIRES(mutex_) { writeBytes(piece); });
+  writeBytes("\n");
+}
+
+void LineFile::writeBytes(std::string_view rest) {
   while (!rest.empty() && !failed_) {
     const ssize_t count = ::write(descriptor_, rest.data(), rest.size());
     if (count >= 0) {

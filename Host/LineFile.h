@@ -2,7 +2,7 @@
 #pragma once
 
 #include <atomic>
-#include <string>
+#include <functional>
 #include <string_view>
 
 #include "Platform/Dispatch/Mutex.h"
@@ -18,13 +18,17 @@ class LineFile {
   LineFile& operator=(const LineFile&) = delete;
 
   void write(const platform::Dictionary& line);
-  // One line of JSON, without the line break.
-  void writeText(std::string line);
+  // A line that is made piece by piece, so that it need not fit in memory: calls write, which calls its argument with
+  // each piece. Other lines wait until write returns.
+  using Put = std::function<void(std::string_view piece)>;
+  void writePieces(const std::function<void(const Put& put)>& write);
 
   // Whether a write has failed; nothing is written after that.
   bool failed() const { return failed_.load(); }
 
  private:
+  void writeBytes(std::string_view bytes) ZR_REQUIRES(mutex_);
+
   const int descriptor_;
   platform::Mutex mutex_;
   std::atomic<bool> failed_{false};

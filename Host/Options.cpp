@@ -36,7 +36,7 @@ std::string helpFooter() {
   std::string text =
       "Actions, {\"do\": NAME, ...}, each also with \"async\": true to go on without waiting for what it starts:\n";
   for (const Action& action : allActions()) {
-    std::string fields(action.fields);
+    std::string fields = helpOf(action);
     for (std::size_t end = 0; (end = fields.find('\n', end)) != std::string::npos; end += kActionFieldColumn) {
       fields.replace(end, 1, "\n" + std::string(kActionFieldColumn, ' '));
     }
@@ -46,12 +46,37 @@ std::string helpFooter() {
   }
   return text +
          "\n"
-         "Exit status: 0 the script was played, 1 it could not be played to its end, 2 wrong usage, 3 a line is not an "
-         "action.\n"
+         "--help ACTION describes one. Ctrl-C ends the script as its end does, a second one the process.\n"
+         "\n"
+         "Exit status: 0 the script was played, 1 it could not be played to its end, 2 wrong usage, 3 a line is not "
+         "an\n"
+         "action, 4 with --strict: a batch was refused and is still unsent.\n"
          "\n"
          "Example, with a zrcollector that listens on port 8080:\n"
          "  printf '%s\\n' '{\"do\": \"launch\"}' '{\"do\": \"track\", \"event\": \"Hello\"}' '{\"do\": \"flush\"}' |\n"
          "    zrhost --data ./app --endpoint http://127.0.0.1:8080";
+}
+
+// The action named after --help; none if the arguments do not ask for one. Throws UsageError for an unknown name.
+std::optional<std::string> helpAsked(const std::vector<std::string>& arguments) {
+  for (std::size_t i = 0; i < arguments.size() && arguments[i] != "--"; ++i) {
+    std::string name;
+    if (arguments[i].starts_with("--help=")) {
+      name = arguments[i].substr(7);
+    } else if ((arguments[i] == "--help" || arguments[i] == "-h") && i + 1 < arguments.size()) {
+      name = arguments[i + 1];
+    }
+    if (name.empty() || name.starts_with('-')) continue;
+    try {
+      const Action& action = actionNamed(name);
+      const std::string fields = helpOf(action);
+      return "{\"do\": \"" + name + (fields.empty() ? "\"}" : "\", ...}") + ": " + std::string(action.effect) + "\n" +
+             (fields.empty() ? "" : "Fields: " + fields + "\n");
+    } catch (const NotAnAction& unknown) {
+      throw UsageError("--help: " + std::string(unknown.what()) + " (see --help)");
+    }
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -63,6 +88,10 @@ std::optional<platform::Date> parseTime(const std::string& text) {
 
 Options parseOptions(const std::vector<std::string>& arguments) {
   Options options;
+  if (auto help = helpAsked(arguments)) {
+    options.information = *std::move(help);
+    return options;
+  }
   std::string clock;
   CommandLine line("zrhost",
                    "Embeds the analytics module like an application and plays a script of what the application's user\n"
@@ -88,6 +117,7 @@ Options parseOptions(const std::vector<std::string>& arguments) {
   line.add_option("--clock", clock, "the clocks stand at this ISO 8601 time and move only by \"wait\" and \"clock\"")
       ->type_name("TIME")
       ->check(checkTime);
+  line.add_flag("--strict", options.strict, "exit status 4 if a batch was refused and is still unsent at the end");
   line.add_flag("--quiet", options.quiet, "no \"done\" lines");
   line.add_option("SCRIPT", options.script, "a file of JSON lines, one action each; \"-\" or none: standard input")
       ->option_text(" ")

@@ -24,6 +24,7 @@ struct Options {
   // A file; "-" is the standard input.
   std::string script = "-";
   bool quiet = false;
+  bool strict = false;
   // The text of --help or --version: print it and exit. Empty: play.
   std::string information;
 };

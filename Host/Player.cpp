@@ -5,13 +5,17 @@
 #include <exception>
 
 #include "Host/Actions.h"
+#include "Host/Interruption.h"
 #include "Host/Progress.h"
+#include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 
 namespace zorvane::host {
 namespace {
 
 void playLine(Runtime& runtime, const ScriptLine& line, bool quiet) {
-  actionNamed(line.action()).play(runtime, line);
+  const Action& action = actionNamed(line.action());
+  line.expectOnly(action.keys);
+  action.play(runtime, line);
   if (!line.async()) runtime.settle();
   if (!quiet) runtime.output().write({{"done", line.number()}, {"do", line.action()}});
 }
@@ -22,18 +26,31 @@ void reportRequests(const CountingTransport::Counts& counts) {
                counts.answered, counts.lastFailure.c_str());
 }
 
+void reportInterruption(Runtime& runtime, std::int64_t line) {
+  std::size_t events = 0;
+  // Not asked before there is an event: asking creates the module.
+  if (runtime.trace().eventsRecorded() > 0) {
+    events = ZREventsHandler::sharedInstance().viewsInfoArray().value_or(Array()).size();
+  }
+  std::fprintf(stderr, "zrhost: ended by Ctrl-C after line %" PRId64 "; events that were not saved: %zu\n", line,
+               events);
+}
+
 }  // namespace
 
-int playScript(Runtime& runtime, LineReader& script, bool quiet) {
+int playScript(Runtime& runtime, LineReader& script, bool quiet, bool strict) {
   Progress progress(quiet);
   int status = kStatusPlayed;
   std::string refusal;
   std::int64_t number = 0;
   try {
-    while (!runtime.output().failed()) {
+    while (!runtime.output().failed() && !isInterrupted()) {
       ++number;
       const auto text = script.next();
-      if (!text) break;
+      if (!text) {
+        --number;
+        break;
+      }
       if (!ScriptLine::isSkipped(*text)) playLine(runtime, ScriptLine(number, *text), quiet);
       if (progress.isDue()) {
         progress.show(number, runtime.trace().eventsRecorded(), runtime.transport().counts().started);
@@ -57,7 +74,12 @@ int playScript(Runtime& runtime, LineReader& script, bool quiet) {
   failWhere(runtime.output().failed(), "to the standard output");
   failWhere(runtime.trace().failed(), "the trace");
   reportRequests(runtime.transport().counts());
-  return status;
+  if (isInterrupted()) reportInterruption(runtime, number);
+  if (!strict || status != kStatusPlayed) return status;
+  const std::size_t unsent = runtime.refusedUnsentBatches();
+  if (unsent == 0) return status;
+  std::fprintf(stderr, "zrhost: batches that were refused and are still unsent: %zu\n", unsent);
+  return kStatusUnsent;
 }
 
 }  // namespace zorvane::host

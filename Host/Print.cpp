@@ -2,20 +2,22 @@
 
 #include <dirent.h>
 
+#include <charconv>
+#include <cinttypes>
+#include <cstdio>
 #include <set>
 #include <string>
 
 #include "Host/Actions.h"
+#include "Host/BatchText.h"
 #include "Platform/Files/DefaultsStore.h"
 #include "Platform/Files/FileSystem.h"
 #include "Platform/HostServices.h"
-#include "ZRAnalytics/EventManagement/ZRBatchFile.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZorvaneCore/CoreSetup.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
-#include "ZorvaneCore/ZRCoreUtils.h"
 
 namespace zorvane::host {
 namespace {
@@ -45,20 +47,26 @@ Value userAttributes() {
   return all;
 }
 
-// Read from the file, not from the module's memory.
-Value batches() {
-  ZRBatchFile file(platform::joinPath(ZRCoreUtils::getDocumentsDirectoryPath(), "ZorvaneBatchEvents.plist"));
-  if (!file.exists()) return null;
-  const auto stored = file.load();
-  if (!stored) return null;
-  Dictionary all;
-  for (const ZRStoredBatch& batch : *stored) all.setObjectNilHandledForKey(batch.value(), batch.id());
-  return all;
-}
-
 Value currentBatch() {
   const auto events = ZREventsHandler::sharedInstance().viewsInfoArray();
   return events ? Value(*events) : Value(null);
+}
+
+// The name of the group whose file has that name: "%2f" is a slash.
+std::string groupOfFileName(std::string_view fileName) {
+  std::string group;
+  for (std::size_t i = 0; i < fileName.size(); ++i) {
+    std::uint8_t byte = 0;
+    const char* const digits = fileName.data() + i + 1;
+    if (fileName[i] == '%' && i + 2 < fileName.size() &&
+        std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
+      group += static_cast<char>(byte);
+      i += 2;
+    } else {
+      group += fileName[i];
+    }
+  }
+  return group;
 }
 
 // The application groups that have a defaults file, and the configured one.
@@ -71,7 +79,7 @@ std::set<std::string> groupNames() {
       std::string_view name = entry->d_name;
       if (name.starts_with('.') || !name.ends_with(kExtension)) continue;
       name.remove_suffix(kExtension.size());
-      names.emplace(name);
+      names.insert(groupOfFileName(name));
     }
     ::closedir(listing);
   }
@@ -103,16 +111,37 @@ struct Printed {
 };
 
 constexpr Printed kPrinted[] = {
-    {"session", session},         {"sources", sources},
-    {"identifiers", identifiers}, {"userAttributes", userAttributes},
-    {"batches", batches},         {"currentBatch", currentBatch},
-    {"defaults", defaults},       {"config", config},
+    {"session", session},
+    {"sources", sources},
+    {"identifiers", identifiers},
+    {"userAttributes", userAttributes},
+    {"currentBatch", currentBatch},
+    {"defaults", defaults},
+    {"config", config},
 };
+
+void printBatches(Runtime& runtime, std::int64_t line) {
+  std::size_t leftOut = 0;
+  runtime.output().writePieces([&](const LineFile::Put& put) {
+    put("{\"line\":" + std::to_string(line) + ",\"value\":");
+    leftOut = writeBatches(batchFilePath(), put);
+    put("}");
+  });
+  if (leftOut == 0) return;
+  std::fprintf(stderr,
+               "zrhost: line %" PRId64 ": values of the batch file too large or malformed, printed as null: %zu\n",
+               line, leftOut);
+}
 
 }  // namespace
 
 void playPrint(Runtime& runtime, const ScriptLine& line) {
   const std::string what = line.requiredText("what");
+  if (what == "batches") {
+    if (!line.async()) runtime.settle();
+    printBatches(runtime, line.number());
+    return;
+  }
   for (const Printed& printed : kPrinted) {
     if (printed.what != what) continue;
     if (!line.async()) runtime.settle();

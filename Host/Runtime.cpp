@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -10,13 +11,14 @@
 #include <cstring>
 #include <exception>
 #include <mutex>
-#include <thread>
 #include <utility>
 
+#include "Host/Interruption.h"
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"
 #include "Transport/CurlTransport.h"
+#include "ZRAnalytics/EventManagement/ZRBatchFile.h"
 #ifdef ZR_HAS_ICU
 #include "Locale/ICULocale.h"
 #endif
@@ -146,6 +148,11 @@ Runtime::Runtime(const Options& options) : output_(STDOUT_FILENO), trace_(openTr
   setup.remoteConfiguration = configuration;
   setup.transport = transport_;
   trace_.hookInto(setup);
+  setup.didReceiveResponse = [this, traced = std::move(setup.didReceiveResponse)](
+                                 std::int64_t service, const std::optional<std::string>& bid, bool success) {
+    if (bid) noteResponse(*bid, success);
+    if (traced) traced(service, bid, success);
+  };
   try {
     configureCore(std::move(setup));
   } catch (const ValueError& error) {
@@ -181,22 +188,46 @@ void Runtime::settle() {
   }
 }
 
+void Runtime::noteResponse(const std::string& bid, bool success) {
+  const std::lock_guard lock(refusedMutex_);
+  if (success) {
+    refused_.erase(bid);
+  } else {
+    refused_.insert(bid);
+  }
+}
+
 void Runtime::passTime(double seconds) {
   if (!standingClock_) {
-    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    sleepUninterrupted(std::chrono::duration<double>(seconds));
     return;
   }
   // Tasks posted earlier run before time passes.
   scheduler_->waitUntilIdle();
   const std::int64_t end = standingClock_->ticks() + StandingClock::ticksOf(seconds);
-  while (true) {
+  while (!isInterrupted()) {
     const double deadline = scheduler_->nextTimerDeadline();
-    if (deadline < 0 || StandingClock::ticksReaching(deadline) > end) break;
-    standingClock_->advanceTo(StandingClock::ticksReaching(deadline));
+    if (deadline < 0 || StandingClock::ticksOfDeadline(deadline) > end) break;
+    standingClock_->advanceTo(StandingClock::ticksOfDeadline(deadline));
     scheduler_->fireDueTimers();
     settle();
   }
-  standingClock_->advanceTo(end);
+  if (!isInterrupted()) standingClock_->advanceTo(end);
+}
+
+std::size_t Runtime::refusedUnsentBatches() {
+  const std::lock_guard lock(refusedMutex_);
+  if (refused_.empty()) return 0;
+  ZRBatchFile file(batchFilePath());
+  const auto stored = file.load();
+  // A file that cannot be read may hold all of them.
+  if (!stored) return refused_.size();
+  return static_cast<std::size_t>(std::count_if(
+      stored->begin(), stored->end(), [this](const ZRStoredBatch& batch) { return refused_.contains(batch.id()); }));
+}
+
+std::string batchFilePath() {
+  return platform::joinPath(platform::hostServices().directories.documents, "ZorvaneBatchEvents.plist");
 }
 
 }  // namespace zorvane::host

@@ -3,6 +3,9 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <set>
+#include <string>
 
 #include "Host/CountingTransport.h"
 #include "Host/HostApplication.h"
@@ -39,12 +42,17 @@ class Runtime {
 
   // Returns when all queues are idle and all requests have their responses.
   void settle();
-  // Sleeps; or moves standing clocks from timer to timer, and settles after each.
+  // Sleeps; or moves standing clocks from timer to timer, and settles after each. Returns early on Ctrl-C.
   void passTime(double seconds);
   // Sets the wall clock.
   void setNow(platform::Date date) { clock_->setNow(date); }
 
+  // The batches in the batch file whose last request was refused or failed.
+  std::size_t refusedUnsentBatches();
+
  private:
+  void noteResponse(const std::string& bid, bool success);
+
   LineFile output_;
   Trace trace_;
   std::shared_ptr<HostClock> clock_;
@@ -53,6 +61,12 @@ class Runtime {
   std::shared_ptr<platform::ThreadScheduler> scheduler_;
   std::shared_ptr<HostApplication> application_;
   std::shared_ptr<CountingTransport> transport_;
+  std::mutex refusedMutex_;
+  // The "meta.bid" of the requests whose last response was no success.
+  std::set<std::string> refused_;
 };
+
+// The file of saved batches in the container.
+std::string batchFilePath();
 
 }  // namespace zorvane::host

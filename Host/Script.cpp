@@ -1,11 +1,14 @@
 #include "Host/Script.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <set>
+#include <vector>
 
 #include "Platform/Formats/JSON.h"
 
@@ -17,6 +20,23 @@ constexpr std::string_view kBlanks = " \t\r\n\v\f";
 
 [[noreturn]] void wrongType(std::string_view field, std::string_view wanted) {
   throw NotAnAction("\"" + std::string(field) + "\" must be " + std::string(wanted));
+}
+
+// The first key that an object in the text has twice, at any depth. The text must be valid JSON.
+std::optional<std::string> repeatedKey(std::string_view json) {
+  std::vector<std::set<std::string>> keys;  // of the objects around the position
+  for (std::size_t at = 0; at < json.size(); ++at) {
+    if (json[at] == '{') keys.emplace_back();
+    if (json[at] == '}') keys.pop_back();
+    if (json[at] != '"') continue;
+    const std::size_t start = at++;
+    while (json[at] != '"') at += json[at] == '\\' ? 2 : 1;
+    const std::size_t after = json.find_first_not_of(kBlanks, at + 1);
+    if (after == std::string_view::npos || json[after] != ':') continue;
+    std::string key = *platform::parseJSON(json.substr(start, at + 1 - start)).value().asString();
+    if (!keys.back().insert(key).second) return key;
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -40,6 +60,13 @@ platform::Result<int> LineReader::open(const std::string& path) {
   return descriptor;
 }
 
+bool LineReader::waitForInput() const {
+  pollfd entries[] = {{descriptor_, POLLIN, 0}, {interruption_, POLLIN, 0}};
+  while (::poll(entries, 2, -1) < 0 && errno == EINTR) {
+  }
+  return entries[1].revents == 0;
+}
+
 std::optional<std::string_view> LineReader::next() {
   std::size_t searched = start_;
   while (true) {
@@ -55,6 +82,7 @@ std::optional<std::string_view> LineReader::next() {
     start_ = 0;
     const std::size_t kept = buffer_.size();
     if (kept > kMaximumLine) throw NotAnAction("the line is longer than 64 MB");
+    if (!waitForInput()) return std::nullopt;
     searched = kept;
     buffer_.resize(kept + kReadSize);
     ssize_t count = 0;
@@ -77,6 +105,7 @@ ScriptLine::ScriptLine(std::int64_t number, std::string_view text) : number_(num
   if (!parsed) throw NotAnAction("not JSON: " + parsed.error().message);
   if (!parsed.value().isDictionary()) throw NotAnAction("not a JSON object");
   fields_ = std::move(parsed.value().mutableDictionary());
+  if (const auto key = repeatedKey(text)) throw NotAnAction("the key \"" + *key + "\" stands twice");
   action_ = requiredText("do");
   async_ = flag("async");
 }
@@ -87,6 +116,15 @@ ScriptLine::Location ScriptLine::locationOf(const platform::Value& value, std::s
     wrongType(name, "[latitude, longitude]");
   }
   return {pair->front().doubleValue(), pair->back().doubleValue()};
+}
+
+void ScriptLine::expectOnly(std::string_view keys) const {
+  const std::string known = " do async " + std::string(keys) + " ";
+  for (const auto& [key, value] : fields_) {
+    if (key.empty() || key.find(' ') != std::string::npos || known.find(" " + key + " ") == std::string::npos) {
+      throw NotAnAction("\"" + action_ + "\" has no key \"" + key + "\"");
+    }
+  }
 }
 
 const platform::Value* ScriptLine::find(std::string_view field, bool required) const {

@@ -24,8 +24,8 @@ class LineReader {
  public:
   static constexpr std::size_t kMaximumLine = 64u << 20;
 
-  // Owns the descriptor.
-  explicit LineReader(int descriptor) : descriptor_(descriptor) {}
+  // Owns the descriptor. The lines end when the other one becomes readable; negative: none.
+  explicit LineReader(int descriptor, int interruption = -1) : descriptor_(descriptor), interruption_(interruption) {}
   ~LineReader();
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
@@ -38,13 +38,18 @@ class LineReader {
   std::optional<std::string_view> next();
 
  private:
+  // False once the interruption is readable.
+  bool waitForInput() const;
+
   int descriptor_;
+  int interruption_;
   bool ended_ = false;
   std::string buffer_;
   std::size_t start_ = 0;
 };
 
-// One line's action. The accessors throw NotAnAction if a required field is missing or a field has the wrong type.
+// One line's action. A line in which an object has the same key twice is none. The accessors throw NotAnAction if a
+// required field is missing or a field has the wrong type.
 class ScriptLine {
  public:
   struct Location {
@@ -62,6 +67,9 @@ class ScriptLine {
   std::int64_t number() const { return number_; }
   const std::string& action() const { return action_; }
   bool async() const { return async_; }
+
+  // Throws NotAnAction if the line has another key than "do", "async" and these names, which spaces separate.
+  void expectOnly(std::string_view keys) const;
 
   bool has(std::string_view field) const { return fields_.contains(field); }
   // Any value, as the module gets it; nil if the field is absent.

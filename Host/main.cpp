@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "Host/Interruption.h"
 #include "Host/Options.h"
 #include "Host/Player.h"
 #include "Host/Runtime.h"
@@ -22,11 +23,12 @@ int play(const Options& options) {
   const auto script = LineReader::open(options.script);
   if (!script) throw UsageError(script.error().message);
   // Never destroyed: the module's threads outlive this function.
+  noteInterruption();
   static auto* const runtime = new Runtime(options);
   int status = kStatusPlayed;
   std::thread player([&] {
-    LineReader reader(script.value());
-    status = playScript(*runtime, reader, options.quiet);
+    LineReader reader(script.value(), interruptionDescriptor());
+    status = playScript(*runtime, reader, options.quiet, options.strict);
     runtime->scheduler().stopMainLoop();
   });
   runtime->scheduler().runMainLoop();

@@ -11,7 +11,7 @@
 namespace zorvane::platform {
 
 // How many of these locks the calling thread holds. Tests check with it that no outside code is called under a lock.
-// 0 unless the whole build defines ZR_COUNT_LOCKS.
+// Always 0 without ZR_COUNT_LOCKS, which the CMake targets of debug and sanitizer builds define for whoever links them.
 #if defined(ZR_COUNT_LOCKS)
 inline constexpr bool kLocksAreCounted = true;
 inline thread_local int locksHeldByThread = 0;

@@ -91,6 +91,9 @@ TEST(Checks, ARefusalNamesThePlace) {
 
 TEST(Checks, WhatIsNoJSONIsRefusedWhateverItIs) {
   const std::string deepest(kMaxBodyDepth, '[');
+  std::string objects = "[{}";
+  for (int i = 0; i < 1'000'000; ++i) objects += ",{}";
+  EXPECT_EQ(parseBody(objects + "]").size(), 1'000'001u) << "takes hours unless the time is linear";
   EXPECT_NO_THROW(parseBody(deepest + std::string(kMaxBodyDepth, ']')));
   const std::string bad[] = {"",
                              "{",
@@ -119,8 +122,15 @@ TEST(Checks, TheSignatureIsOfBidTimeAndIdentifierInThatOrder) {
   EXPECT_EQ(checkSignature(body, expected), Signature::Good);
   EXPECT_EQ(checkSignature(body, lower), Signature::Wrong);
   EXPECT_EQ(checkSignature(body, std::nullopt), Signature::Missing);
-  body["query_params"]["unique_id"] = 7;
-  EXPECT_TRUE(signatureOf(body));
+  const std::pair<json, const char*> numbers[] = {
+      {7, "7"},        {5.0, "5"},        {0.5, "0.5"}, {-2.0, "-2"}, {1e16, "10000000000000000"},
+      {1e17, "1e+17"}, {0.00001, "1e-05"}};
+  for (const auto& [number, text] : numbers) {
+    json same = body;
+    body["query_params"]["unique_id"] = number;
+    same["query_params"]["unique_id"] = text;
+    EXPECT_EQ(signatureOf(body), signatureOf(same)) << text;
+  }
   for (const char* pointer : {"/meta/bid", "/meta/request_time", "/query_params/unique_id"}) {
     json without = body;
     const json::json_pointer at(pointer);

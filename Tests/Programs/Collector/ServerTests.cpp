@@ -48,6 +48,17 @@ class ServerTest : public ::testing::Test {
   int postSigned(const std::string& path, const json& body) {
     return post(path, body.dump(), {{kSignatureHeader, signatureOf(body).value()}});
   }
+  // A connection that has sent just that.
+  int begin(const std::string& text) const {
+    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(server_->port()));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(::send(socket, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+    return socket;
+  }
   std::string query(const char* sql) const {
     soci::session session;
     openSQLite(session, options_.database);
@@ -104,15 +115,15 @@ class ServerTest : public ::testing::Test {
 
 TEST_F(ServerTest, AReportStandsInEveryTableAndOnce) {
   start();
-  EXPECT_EQ(postSigned("/v1/report/My%20App", report("1-A")), 200);
+  EXPECT_EQ(postSigned("/v1/report/My%0AApp", report("1-A")), 200);
   EXPECT_EQ(json::parse(answer_)["stored"], true);
-  EXPECT_EQ(postSigned("/v1/report/My%20App", report("1-A")), 200);
+  EXPECT_EQ(postSigned("/v1/report/My%0AApp", report("1-A")), 200);
   EXPECT_EQ(json::parse(answer_)["stored"], false);
-  EXPECT_EQ(postSigned("/v1/report/My%20App", report("1-B")), 200);
+  EXPECT_EQ(postSigned("/v1/report/My%0AApp", report("1-B")), 200);
 
   EXPECT_EQ(query("SELECT bid || ' ' || app_id || ' ' || request_time || ' ' || session_id || ' ' || start_time || ' ' "
                   "|| user_id || ' ' || segment_id || ' ' || unique_id FROM batches ORDER BY id"),
-            "1-A My App now S1 then 42 seg device-1; 1-B My App now S1 then 42 seg device-1");
+            "1-A My\nApp now S1 then 42 seg device-1; 1-B My\nApp now S1 then 42 seg device-1");
   EXPECT_EQ(query("SELECT position || name || non_interactive || gmt_time || local_time || (attributes IS NULL) FROM "
                   "events WHERE batch = 1 ORDER BY position"),
             "0Bought1gl0; 1Left0g2l21");
@@ -225,19 +236,68 @@ TEST_F(ServerTest, ASlowClientIsCutOff) {
   ConnectionLimits limits;
   limits.request = std::chrono::milliseconds(400);
   start(limits);
-  const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(server_->port()));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  const std::string begun = "POST /v1/report/A HTTP/1.1\r\nContent-Length: 100\r\n\r\n{";
-  ASSERT_EQ(::send(socket, begun.data(), begun.size(), 0), static_cast<ssize_t>(begun.size()));
+  const int socket = begin("POST /v1/report/A HTTP/1.1\r\nContent-Length: 100\r\n\r\n{");
   char end = 0;
   while (::recv(socket, &end, 1, 0) > 0) {
   }
   ::close(socket);
   EXPECT_EQ(query("SELECT status FROM requests"), "400");
+}
+
+TEST_F(ServerTest, ClientsThatFinishNoRequestGiveWay) {
+  ConnectionLimits limits;
+  limits.idle = limits.request = limits.response = std::chrono::hours(1);
+  limits.patience = std::chrono::milliseconds(20);
+  start(limits);
+  std::vector<int> sockets;
+  for (int i = 0; i < 100; ++i) {
+    for (const char* text :
+         {"", "POST /v1/re", "GET / HTTP/1.1\r\n\r\n", "POST /v1/report/A HTTP/1.1\r\nContent-Length: 9\r\n\r\n{"}) {
+      sockets.push_back(begin(text));
+    }
+  }
+  auto honest = client();
+  honest.set_read_timeout(std::chrono::minutes(10));
+  const auto answer = honest.Get("/api/summary");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 200);
+  for (const int socket : sockets) ::close(socket);
+}
+
+TEST_F(ServerTest, LargeBodiesBeyondTheBoundAreAskedToComeAgain) {
+  ConnectionLimits limits;
+  limits.bodyBytes = 0;
+  limits.bodyPatience = std::chrono::milliseconds(0);
+  start(limits);
+  json large = report("1-A");
+  large["viewsInfo"][0]["EVENT_ATTRS"]["s"] = std::string(200'000, 's');
+  EXPECT_EQ(postSigned("/v1/report/A", large), 200);
+  const int socket = begin("POST /v1/report/A HTTP/1.1\r\nContent-Length: 999999\r\n\r\n" + std::string(100'000, ' '));
+  while (postSigned("/v1/report/A", large) == 200) {
+  }
+  auto to = client();
+  const auto refused = to.Post("/v1/report/A", large.dump(), "application/json");
+  EXPECT_EQ(refused->status, 503);
+  EXPECT_EQ(refused->get_header_value("Retry-After"), "5");
+  EXPECT_EQ(postSigned("/v1/report/A", report("1-B")), 200) << "a small one";
+  ::close(socket);
+  while (postSigned("/v1/report/A", large) == 503) {
+  }
+  EXPECT_EQ(json::parse(answer_)["stored"], false);
+}
+
+TEST(BodyBudget, ABodyWaitsUntilAnotherGivesBackOrTheServerStops) {
+  BodyBudget budget(10, std::chrono::hours(1));
+  BodyBudget::Share first(budget), second(budget), third(budget);
+  EXPECT_TRUE(first.take(8));
+  EXPECT_TRUE(second.take(8)) << "one goes beyond";
+  auto waiting = std::async(std::launch::async, [&] { return third.take(8); });
+  second.giveBack();
+  EXPECT_TRUE(waiting.get());
+  waiting = std::async(std::launch::async, [&] { return second.take(8); });
+  budget.close();
+  EXPECT_FALSE(waiting.get());
+  EXPECT_TRUE(third.take(8)) << "what has begun may end";
 }
 
 TEST_F(ServerTest, TheRecordHoldsEachRequestAsItCame) {

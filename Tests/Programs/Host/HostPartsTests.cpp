@@ -3,9 +3,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <fstream>
+
+#include "Host/BatchText.h"
 #include "Host/HostApplication.h"
 #include "Host/HostClock.h"
 #include "Host/Script.h"
+#include "Support/TemporaryDirectory.h"
 
 namespace zorvane::host {
 namespace {
@@ -39,10 +43,45 @@ TEST(StandingClock, ShortWaitsAddUp) {
   clock.setNow({0});
   EXPECT_EQ(clock.monotonicSeconds(), 100.0);
   EXPECT_EQ(clock.now().secondsSince1970, 0);
-  for (const double deadline : {100.1, 100.2000001, 123.4567891, 1e9 / 3}) {
-    clock.advanceTo(StandingClock::ticksReaching(deadline));
-    EXPECT_GE(clock.monotonicSeconds(), deadline);
+  EXPECT_EQ(StandingClock::ticksOfDeadline(10.002 + 30 + 30), 70'002'000) << "due at the end of a wait";
+  for (const double deadline : {100.1, 100.2000001, 123.4567891, 1e9 / 3, 1e10 / 3}) {
+    clock.advanceTo(StandingClock::ticksOfDeadline(deadline));
+    EXPECT_GE(clock.monotonicSeconds() + 1e-6, deadline) << "where a timer is not due";
     EXPECT_LT(clock.monotonicSeconds(), deadline + 2e-6);
+  }
+}
+
+TEST(BatchText, ASmallFileThatStandsForAHugeValueStaysSmall) {
+  // Objects: two keys, a text, and arrays that hold the one before twice; then a batch of them, and the file.
+  for (const int arrays : {3, 24}) {
+    std::vector<std::string> objects{
+        "\x51"
+        "b",
+        "\x56"
+        "events",
+        "\x51x"};
+    const auto last = [&] { return static_cast<char>(objects.size() - 1); };
+    for (int i = 0; i < arrays; ++i) objects.push_back({'\xa2', last(), last()});
+    objects.push_back({'\xd1', 1, last()});
+    objects.push_back({'\xd1', 0, last()});
+    std::string file = "bplist00";
+    std::string offsets;
+    for (const std::string& object : objects) {
+      offsets += static_cast<char>(file.size());
+      file += object;
+    }
+    std::string trailer(32, '\0');
+    trailer[6] = trailer[7] = 1;
+    trailer[15] = static_cast<char>(objects.size());
+    trailer[23] = last();
+    trailer[31] = static_cast<char>(file.size());
+    const platform::TemporaryDirectory directory;
+    std::ofstream(directory.file("batches")) << file << offsets << trailer;
+    std::string text;
+    const std::size_t leftOut = writeBatches(directory.file("batches"), [&](std::string_view piece) { text += piece; });
+    EXPECT_EQ(text, arrays == 3 ? R"({"b":{"events":[[["x","x"],["x","x"]],[["x","x"],["x","x"]]]}})"
+                                : R"({"b":{"events":[null,null]}})");
+    EXPECT_EQ(leftOut, arrays == 3 ? 0u : 2u);
   }
 }
 

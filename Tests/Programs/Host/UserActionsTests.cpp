@@ -53,6 +53,7 @@ TEST_F(ZRHost, UserAndDeviceActionsBecomeEvents) {
       {R"({"do": "deviceModel"})",
        {kDevice + R"({"device_model":"M1"})", kDevice + R"({"device_model_name":""})",
         kDevice + R"({"os_version":"9"})", kDevice + R"({"device_IDFV":"V"})"}},
+      {R"({"do": "optOutEvents"})", {}},
       {R"({"do": "appStatus", "status": 0})", {"INSTALL"}},
       {R"({"do": "appStatus", "status": 0, "version": "2.0"})", {"UPDATE"}},
       {R"({"do": "sdkVersion", "version": "3.1"})", {"REINSTALL"}},

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
+#include <signal.h>
 
 #include <functional>
 #include <mutex>
@@ -62,6 +63,7 @@ class HostProcess {
   void write(const std::string& line) { process_.write(line); }
   // Null at the end of the output.
   Json readLine();
+  void interrupt() const { process_.send(SIGINT); }
   // Ends the script and waits for the end of the process.
   HostResult finish();
 

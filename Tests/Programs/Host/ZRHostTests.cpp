@@ -85,6 +85,10 @@ TEST_F(ZRHost, LineThatIsNoActionEndsTheScriptAndIsNamed) {
       {"[]", "not a JSON object"},
       {R"({"event": "a"})", "\"do\" is missing"},
       {R"({"do": "dance"})", "unknown action \"dance\""},
+      {R"({"do": "track", "evnt": "Purchase"})", "\"track\" has no key \"evnt\""},
+      {R"({"do": "flush", "async": false, "": 1})", "\"flush\" has no key \"\""},
+      {R"({"do": "track", "event": "a", "event": "a"})", "the key \"event\" stands twice"},
+      {R"({"do": "track", "event": "b:", "attributes": {"c": ["\"", {}], "b": 1, "\u0062": 2}})", "\"b\" stands twice"},
       {R"({"do": "attribute", "key": "a", "value": 1, "date": "x"})", "\"value\" and \"date\" exclude"},
       {R"({"do": "attribute", "key": "a", "date": 5})", "\"date\" must be text"},
       {R"({"do": "attribute", "key": "a", "timestamp": "5"})", "\"timestamp\" must be a number"},
@@ -132,8 +136,9 @@ TEST_F(ZRHost, RefusedRequestsAreSaidAndTheirBatchesStay) {
   const HostResult refused =
       run({R"({"do": "launch"})", R"({"do": "track", "event": "a"})", R"({"do": "save"})",
            R"({"do": "track", "event": "b"})", R"({"do": "rawFlush", "background": false})", R"({"do": "save"})",
-           R"({"do": "rawFlush", "background": false})", R"({"do": "print", "what": "batches"})"});
-  EXPECT_EQ(refused.status, 0);
+           R"({"do": "rawFlush", "background": false})", R"({"do": "print", "what": "batches"})"},
+          arguments({"--strict"}));
+  EXPECT_EQ(refused.status, 4);
   EXPECT_THAT(refused.errors, HasSubstr("1 of 2 requests were not accepted"));
   EXPECT_THAT(refused.errors, HasSubstr("/v1/report/DEMO: HTTP status 500"));
   EXPECT_THAT(refused.output, testing::Contains(Json{
@@ -142,10 +147,14 @@ TEST_F(ZRHost, RefusedRequestsAreSaidAndTheirBatchesStay) {
 
   std::vector<std::string> offline = arguments();
   offline[3] = "http://127.0.0.1:1";
-  EXPECT_THAT(run({R"({"do": "launch"})"}, offline).errors, HasSubstr("http://127.0.0.1:1/v1/report/DEMO: "));
+  const HostResult unheard = run({R"({"do": "launch"})"}, offline);
+  EXPECT_EQ(unheard.status, 0);
+  EXPECT_THAT(unheard.errors, HasSubstr("http://127.0.0.1:1/v1/report/DEMO: "));
 
   service_.answerWith([](const Json&) { return 200; });
-  const HostResult accepted = run({R"({"do": "launch"})", R"({"do": "print", "what": "batches"})"});
+  const HostResult accepted =
+      run({R"({"do": "launch"})", R"({"do": "print", "what": "batches"})"}, arguments({"--strict"}));
+  EXPECT_EQ(accepted.status, 0);
   EXPECT_THAT(service_.acceptedEvents(), ElementsAre("a", "b"));
   EXPECT_THAT(accepted.values(), ElementsAre(Json(nullptr)));
   EXPECT_EQ(accepted.errors, "");
@@ -159,6 +168,34 @@ TEST_F(ZRHost, CrashKeepsWhatWasSaved) {
   EXPECT_TRUE(service_.bodies().empty());
   run({R"({"do": "launch"})"});
   EXPECT_THAT(service_.acceptedEvents(), ElementsAre("saved"));
+}
+
+TEST_F(ZRHost, CtrlCEndsTheScriptAsItsEndDoes) {
+  // The second script sleeps in real time when the signal comes.
+  for (const char* last : {R"({"do": "print", "what": "config"})", R"({"do": "wait", "seconds": 100000})"}) {
+    std::vector<std::string> all = arguments();
+    all.resize(4);  // no --clock
+    HostProcess host(all, directory_.file("stderr"));
+    for (const char* line : {R"({"do": "launch"})", R"({"do": "track", "event": "a"})", last}) host.write(line);
+    for (int line = 1; line <= 2; ++line) EXPECT_EQ(host.readLine().at("done"), line);
+    host.interrupt();
+    while (!host.readLine().is_null()) {
+    }
+    const HostResult result = host.finish();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.errors, HasSubstr("zrhost: ended by Ctrl-C after line "));
+    EXPECT_THAT(result.errors, HasSubstr("events that were not saved: 2"));
+    EXPECT_TRUE(service_.bodies().empty());
+  }
+}
+
+TEST_F(ZRHost, DefaultsShowGroupsOfAnyName) {
+  const HostResult result =
+      run({R"({"do": "config", "set": {"app_group_id": ".a/b%2F"}})", R"({"do": "launch"})",
+           R"({"do": "uniqueID", "value": "u"})", R"({"do": "flush"})",
+           R"({"do": "config", "set": {"app_group_id": ""}})", R"({"do": "print", "what": "defaults"})"});
+  EXPECT_EQ(result.values().at(0).at("groups"),
+            Json::parse(R"({".a/b%2F": {"DEMO": {"zrv_identifiers": {"zrv_user_id": "u"}}}})"));
 }
 
 TEST_F(ZRHost, EachLineIsAnsweredBeforeTheNextIsWritten) {
