@@ -129,7 +129,7 @@ TEST_F(BatchFileFailureTest, TwoProcessesKeepEachOthersBatches) {
     processes.emplace_back([this, name] {
       ZRBatchFile file(batchPath());
       for (int i = 0; i < 100; ++i) {
-        EXPECT_EQ(file.store(name + std::to_string(i), Array{i}), ZRBatchFile::Outcome::Done);
+        EXPECT_EQ(file.store({{name + std::to_string(i), Array{i}}}), ZRBatchFile::Outcome::Done);
       }
     });
   }
