@@ -183,6 +183,10 @@ Status DefaultsStore::synchronize() {
 }
 
 Status DefaultsStore::writeChanges() {
+  {
+    MutexLock lock(mutex_);
+    if (writtenChanges_ == changes_) return Done{};
+  }
   Status written = writeContent();
   reportProblem(written);
   return written;
@@ -193,7 +197,6 @@ Status DefaultsStore::writeContent() {
   std::uint64_t changes = 0;
   {
     MutexLock lock(mutex_);
-    if (writtenChanges_ == changes_) return Done{};
     if (!loaded_) {
       // Merge the file's content first, or this write loses it.
       Status loaded = load();

@@ -100,18 +100,16 @@ TEST_F(CoreTest, MalformedConfigurationNamesItsKeyAndChangesNothing) {
 
 TEST_F(CoreTest, ChoiceThatCouldNotBeWrittenIsWrittenLater) {
   start();
-  const std::function<void()> occasions[] = {[this] { center_->post(platform::kWillResignActiveNotification); },
-                                             [this] { center_->post(platform::kDidEnterBackgroundNotification); },
-                                             [] { (void)platform::sdkDefaults().synchronize(); }};
   bool optedOut = false;
-  for (const auto& occasion : occasions) {
+  for (const auto left :
+       {platform::kWillResignActiveNotification, platform::kDidEnterBackgroundNotification, std::string_view()}) {
     optedOut = !optedOut;
     platform::FileFaults full(0, platform::FaultKind::FromThereOn, ENOSPC);
     store().setDataTrackingOptedOut(optedOut);
     full.lift();
-    occasion();
+    left.empty() ? (void)platform::sdkDefaults().synchronize() : center_->post(left);
     platform::DefaultsStore written("written", library("core.plist"));
-    EXPECT_EQ(written.boolForKey("data_tracking_opted_out"), optedOut);
+    EXPECT_EQ(written.boolForKey("data_tracking_opted_out"), optedOut) << left;
   }
 }
 
