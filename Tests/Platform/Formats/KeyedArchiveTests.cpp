@@ -40,7 +40,8 @@ TEST(KeyedArchive, NumbersDepthFirstWithEachClassBehindItsFirstInstance) {
   item->encodeObject("date", Date{978307200.5});
   item->encodeObject("nothing", Value());
   item->encodeBool("yes", true);
-  item->encodeObject("extras", Dictionary{{"k", Array{1, 2.5, true, null}}});
+  const Value large = valueOfUnsigned(18446744073709551615U);
+  item->encodeObject("extras", Dictionary{{"k", Array{large, 2.5, true, null}}});
   const auto root = std::make_shared<ArchivedObject>("Root");
   root->encodeObject("items", Array{item, item});
   root->encodeObject("$own", Date{978307201});
@@ -51,7 +52,7 @@ TEST(KeyedArchive, NumbersDepthFirstWithEachClassBehindItsFirstInstance) {
             R"({"text":#4,"date":#5,"nothing":#0,"yes":true,"extras":#7,"$class":#17},)"
             R"("t",{"NS.time":0.5,"$class":#6},{"$classname":"NSDate","$classes":["NSDate","NSObject"]},)"
             R"({"NS.keys":[#8],"NS.objects":[#9],"$class":#16},"k",)"
-            R"({"NS.objects":[#10,#11,#12,#13],"$class":#15},1,2.5,true,)"
+            R"({"NS.objects":[#10,#11,#12,#13],"$class":#15},18446744073709551615,2.5,true,)"
             R"({"$class":#14},{"$classname":"NSNull","$classes":["NSNull","NSObject"]},)"
             R"({"$classname":"NSArray","$classes":["NSArray","NSObject"]},)"
             R"({"$classname":"NSDictionary","$classes":["NSDictionary","NSObject"]},)"
@@ -69,7 +70,7 @@ TEST(KeyedArchive, NumbersDepthFirstWithEachClassBehindItsFirstInstance) {
   EXPECT_EQ(readItem->className(), "Item");
   EXPECT_TRUE(readItem->decodeBool("yes"));
   EXPECT_EQ(readItem->decodeObject("date"), Value(Date{978307200.5}));
-  EXPECT_EQ(readItem->decodeObject("extras"), Value(Dictionary{{"k", Array{1, 2.5, true, null}}}));
+  EXPECT_EQ(readItem->decodeObject("extras"), Value(Dictionary{{"k", Array{large, 2.5, true, null}}}));
   for (const char* key : {"nothing", "missing", "yes"}) EXPECT_TRUE(readItem->decodeObject(key).isNil()) << key;
   for (const char* key : {"text", "missing"}) EXPECT_FALSE(readItem->decodeBool(key)) << key;
 }
