@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Host/Actions.h"
+#include "Platform/HostServices.h"
 #include "ZRAnalytics/SessionAndSource/ZRSource.h"
 #include "ZRAnalytics/Utils/AppDelegateSwizzler/ZRAppDelegateAnalyticsProxy.h"
 #include "ZorvaneCore/ZRAppDelegateSwizzler.h"
@@ -17,6 +18,10 @@ void tellDelegate(Runtime& runtime, const Callback& callback) {
   runtime.onMainThread([&] { ZRAppDelegateSwizzler::forEachInterceptor(callback); });
 }
 
+platform::Application& application() {
+  return *platform::hostServices().application;
+}
+
 }  // namespace
 
 void playOpenURL(Runtime& runtime, const ScriptLine& line) {
@@ -24,11 +29,13 @@ void playOpenURL(Runtime& runtime, const ScriptLine& line) {
   const std::optional<URL> url = text ? std::optional(URL{*text}) : std::nullopt;
   const std::string via = line.text("via").value_or("app");
   if (via == "app" || via == "proxy") {
-    tellDelegate(runtime, [&](UIApplicationDelegate& interceptor) { interceptor.applicationOpenURLOptions(url, {}); });
+    tellDelegate(runtime, [&](UIApplicationDelegate& interceptor) {
+      interceptor.applicationOpenURLOptions(application(), url, {});
+    });
   } else if (via == "activity") {
     tellDelegate(runtime, [&](UIApplicationDelegate& interceptor) {
-      interceptor.applicationContinueUserActivityRestorationHandler({std::string(NSUserActivityTypeBrowsingWeb), url},
-                                                                    [](const Array&) {});
+      interceptor.applicationContinueUserActivityRestorationHandler(
+          application(), {std::string(NSUserActivityTypeBrowsingWeb), url}, [](const Array&) {});
     });
   } else if (via != "facade") {
     throw NotAnAction("\"via\" must be \"app\", \"facade\", \"proxy\" or \"activity\"");

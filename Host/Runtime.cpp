@@ -31,7 +31,8 @@ constexpr std::size_t kMaximumConfigurationFile = 16u << 20;
 // Reads the advertising identifier from the current configuration.
 class ConfiguredAdvertising final : public platform::AdvertisingService {
  public:
-  int trackingAuthorizationStatus() const override {
+  bool isAvailable() const override { return effectiveConfiguration().objectForKey("idfa").isString(); }
+  std::optional<int> trackingAuthorizationStatus() const override {
     return static_cast<int>(effectiveConfiguration().objectForKey("idfa_authorization").integerValue());
   }
   std::optional<std::string> advertisingIdentifier() const override {

@@ -17,6 +17,14 @@ namespace zorvane {
 
 using namespace facade;
 
+namespace {
+
+// The source file in error reports.
+constexpr char kFile[] = "ZRAnalytics";
+constexpr char kSyncNowException[] = "SyncNow exception : %@";
+
+}  // namespace
+
 ZRAnalytics& ZRAnalytics::sharedInstance() {
   // The core keeps a weak reference, so a shared pointer must own the facade. It is never released.
   static const std::shared_ptr<ZRAnalytics>* const shared = [] {
@@ -86,8 +94,8 @@ void ZRAnalytics::updateModules() {
 }
 
 void ZRAnalytics::trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties) {
-  if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
   guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
+    if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
     globalQueue(platform::Priority::Default).async([name, properties = std::move(properties)]() mutable {
       ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(name, std::move(properties),
                                                                                     nullptr);
@@ -101,12 +109,15 @@ void ZRAnalytics::trackEventBuilderPayload(const Value& name, const std::shared_
 }
 
 void ZRAnalytics::flushWithCompletionBlock(std::function<void(bool)> completion) {
-  guarded({kFile, "flushWithCompletionBlock"}, "SyncNow exception : %@", [&] {
+  guarded({kFile, "flushWithCompletionBlock"}, kSyncNowException, [&] {
     if (!isAccountActive()) return;
     globalQueue(platform::Priority::Background).async([completion = std::move(completion)] {
       logLine("Flush Initiated");
-      ZREventsHandler::sharedInstance().flushWithCompletionBlock(
-          [completion](bool success, bool /*attempted*/) { callBlock(completion, success); });
+      guarded({kFile, "flushWithCompletionBlock"}, kSyncNowException, [&] {
+        ZREventsHandler::sharedInstance().flushWithCompletionBlock([completion](bool success, bool /*attempted*/) {
+          callBlock({kFile, "flushWithCompletionBlock"}, kSyncNowException, completion, success);
+        });
+      });
     });
   });
 }
@@ -116,11 +127,13 @@ void ZRAnalytics::syncNow() {
 }
 
 void ZRAnalytics::disablePeriodicFlush() {
-  ZREventsHandler::sharedInstance().disablePeriodicFlush();
+  guarded({kFile, "disablePeriodicFlush"}, "exception is %@",
+          [] { ZREventsHandler::sharedInstance().disablePeriodicFlush(); });
 }
 
 void ZRAnalytics::setFlushInterval(std::int64_t seconds) {
-  ZREventsHandler::sharedInstance().setFlushInterval(seconds);
+  guarded({kFile, "setFlushInterval"}, "exception is %@",
+          [&] { ZREventsHandler::sharedInstance().setFlushInterval(seconds); });
 }
 
 void ZRAnalytics::processURL(const std::optional<URL>& url) {
@@ -163,7 +176,7 @@ void ZRAnalytics::setMessagingTriggerDelegate(std::weak_ptr<ZREventTriggerDelega
 void ZRAnalytics::appIDChangeHandledWithCompletionBlock(std::function<void()> completion) {
   flushWithCompletionBlock([completion = std::move(completion)](bool /*success*/) {
     ZREventsHandler::sharedInstance().cleanUp();
-    callBlock(completion);
+    callBlock({kFile, "appIDChangeHandledWithCompletionBlock"}, "exception is %@", completion);
   });
 }
 

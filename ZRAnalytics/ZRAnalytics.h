@@ -162,19 +162,19 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
 
   // --- Lifecycle
   //
-  // Observers of the host's lifecycle notifications, on the main thread. A host that posts the notifications does not
-  // call these. Gate: account.
+  // Observers of the host's lifecycle notifications, on the main thread; the notification's name is ignored. A host
+  // that posts the notifications does not call these. Gate: account.
 
   // Tracks the session start.
-  void applicationIsActive();
+  void applicationIsActive(std::string_view notification = {});
   // Writes the SDK defaults (no gate), repeats a failed registration, tracks the session end and flushes within a
   // background task.
-  void applicationIsInactive();
+  void applicationIsInactive(std::string_view notification = {});
   // As updateModules.
-  void applicationEnteredForeground();
+  void applicationEnteredForeground(std::string_view notification = {});
   // Also called when the application terminates. Tracks the exit and, once that event is recorded, flushes within a
   // background task.
-  void applicationEnteredBackground();
+  void applicationEnteredBackground(std::string_view notification = {});
   // Observer of "ZRVInitNewUser", on any thread. Begins a new session, registers the device, sends the device
   // attributes if that was accepted, then posts "ZRVUpdateModules". Gates: account, SDK.
   void initNewUser();
@@ -194,16 +194,18 @@ class ZRAnalytics final : public ZRAppIDUpdateDelegate {
   platform::BackgroundTaskId zrvAppExitBGTask() const { return zrvAppExitBGTask_; }
   void setZrvAppExitBGTask(platform::BackgroundTaskId task) { zrvAppExitBGTask_ = task; }
 
-  // The body of a device registration. Empty without a unique identifier or time, absent without query parameters.
+  // The body of a device registration. Empty without a unique identifier or time, absent without query parameters and
+  // after an error.
   std::optional<Dictionary> getDeviceAddRequestBody() const;
 
  private:
   ZRAnalytics() = default;
+  static std::optional<Dictionary> deviceAddBody();
   void migrateSDKUserDefaultsInfo();
   void addObserverForApplicationLifeCycle();
   // Main thread.
   void configureAppDelegateProxy();
-  void flushOnSessionEnd(std::string_view operation, std::function<void()> completion);
+  void flushOnSessionEnd(const char* operation, std::function<void()> completion);
 
   // Written on the main thread, read by completions on any thread.
   std::atomic<platform::BackgroundTaskId> reportsBGTask_{platform::kNoBackgroundTask};

@@ -20,6 +20,8 @@ using namespace facade;
 
 namespace {
 
+// The source file in error reports.
+constexpr char kFile[] = "ZRAnalyticsDevice";
 constexpr std::int64_t kStatusInstall = 0;
 constexpr std::int64_t kStatusUpdate = 1;
 
@@ -105,6 +107,12 @@ void ZRAnalytics::updateDeviceWithCompletion(std::function<void(bool)> completio
 }
 
 std::optional<Dictionary> ZRAnalytics::getDeviceAddRequestBody() const {
+  std::optional<Dictionary> body;
+  guarded({kFile, "getDeviceAddRequestBody"}, "Exception in device add call %@", [&] { body = deviceAddBody(); });
+  return body;
+}
+
+std::optional<Dictionary> ZRAnalytics::deviceAddBody() {
   const Value requestTime = requestTimeNow();
   Dictionary body;
   if (requestTime.isNil() || !ZRCoreUtils::getSDKUniqueIdForUser()) return body;

@@ -15,7 +15,9 @@ using namespace facade;
 
 namespace {
 
-constexpr std::string_view kSyncException = "exception while trying to sync data : %@";
+// The source file in error reports.
+constexpr char kFile[] = "ZRAnalyticsLifecycle";
+constexpr char kSyncException[] = "exception while trying to sync data : %@";
 
 platform::Application& sharedApplication() {
   return *platform::hostServices().application;
@@ -25,18 +27,18 @@ platform::Application& sharedApplication() {
 
 void ZRAnalytics::addObserverForApplicationLifeCycle() {
   platform::NotificationCenter& center = *platform::hostServices().notificationCenter;
-  const auto observe = [&](std::string_view name, void (ZRAnalytics::*operation)()) {
-    center.addObserver(name, [this, operation](std::string_view) { (this->*operation)(); });
+  const auto observe = [&](std::string_view name, void (ZRAnalytics::*operation)(std::string_view notification)) {
+    center.addObserver(name, [this, operation](std::string_view notification) { (this->*operation)(notification); });
   };
   observe(platform::kDidBecomeActiveNotification, &ZRAnalytics::applicationIsActive);
   observe(platform::kWillResignActiveNotification, &ZRAnalytics::applicationIsInactive);
   observe(platform::kWillEnterForegroundNotification, &ZRAnalytics::applicationEnteredForeground);
   observe(platform::kDidEnterBackgroundNotification, &ZRAnalytics::applicationEnteredBackground);
   observe(platform::kWillTerminateNotification, &ZRAnalytics::applicationEnteredBackground);
-  observe(kNotificationNameInitNewUser, &ZRAnalytics::initNewUser);
+  center.addObserver(kNotificationNameInitNewUser, [this](std::string_view) { initNewUser(); });
 }
 
-void ZRAnalytics::applicationIsActive() {
+void ZRAnalytics::applicationIsActive(std::string_view /*notification*/) {
   guarded({kFile, "applicationIsActive"}, "exception in application is active : %@", [this] {
     if (isAccountActive()) sessionStarted();
   });
@@ -47,7 +49,7 @@ void ZRAnalytics::sessionStarted() {
           [] { ZREventsHandler::sharedInstance().trackEvent(kEventNameSessionStart); });
 }
 
-void ZRAnalytics::applicationIsInactive() {
+void ZRAnalytics::applicationIsInactive(std::string_view /*notification*/) {
   guarded({kFile, "applicationIsInactive"}, "exception in application is Inactive : %@", [this] {
     platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
     (void)defaults.synchronize();
@@ -61,11 +63,11 @@ void ZRAnalytics::applicationIsInactive() {
   });
 }
 
-void ZRAnalytics::applicationEnteredForeground() {
+void ZRAnalytics::applicationEnteredForeground(std::string_view /*notification*/) {
   updateModules();
 }
 
-void ZRAnalytics::applicationEnteredBackground() {
+void ZRAnalytics::applicationEnteredBackground(std::string_view /*notification*/) {
   guarded({kFile, "applicationEnteredBackground"}, "exception in application did enter Background is %@", [this] {
     if (!isAccountActive()) return;
     // The last sync begins only when the event is recorded, so that it is sent too.
@@ -76,7 +78,7 @@ void ZRAnalytics::applicationEnteredBackground() {
   });
 }
 
-void ZRAnalytics::flushOnSessionEnd(std::string_view operation, std::function<void()> completion) {
+void ZRAnalytics::flushOnSessionEnd(const char* operation, std::function<void()> completion) {
   globalQueue(platform::Priority::Default).async([operation, completion = std::move(completion)] {
     guarded({kFile, operation}, kSyncException, [&] {
       ZREventsHandler& events = ZREventsHandler::sharedInstance();
@@ -121,7 +123,7 @@ void ZRAnalytics::deviceUpdateOnSessionTerminationWithApplication(platform::Appl
 }
 
 void ZRAnalytics::endBGTaskWithIdentifier(platform::BackgroundTaskId task) {
-  sharedApplication().endBackgroundTask(task);
+  guarded({kFile, "endBGTaskWithIdentifier"}, kSyncException, [&] { sharedApplication().endBackgroundTask(task); });
 }
 
 }  // namespace zorvane

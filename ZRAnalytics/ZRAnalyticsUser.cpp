@@ -22,13 +22,16 @@ using namespace facade;
 
 namespace {
 
+// The source file in error reports.
+constexpr char kFile[] = "ZRAnalyticsUser";
+
 void post(std::string_view notification) {
   platform::hostServices().notificationCenter->post(notification);
 }
 
 // Runs the work of a user-attribute operation on the default global queue, if attributes may be tracked.
 template <typename Work>
-void onAttributeQueue(std::string_view operation, Work work) {
+void onAttributeQueue(const char* operation, Work work) {
   guarded({kFile, operation}, "exception : %@", [&] {
     if (!ZRAnalyticsUtils::shouldTrackUserAttribute()) return;
     globalQueue(platform::Priority::Default).async([operation, work = std::move(work)] {
@@ -70,9 +73,7 @@ void ZRAnalytics::setUserAttributeISODateStringForKey(const Value& text, const V
     if (!ZRAnalyticsUtils::shouldTrackUserAttribute() || text.isNil()) return;
     const auto date = dateOfISOText(text);
     if (!date) return;
-    globalQueue(platform::Priority::Default).async([seconds = date->secondsSince1970, key] {
-      ZRUserAttributesHandler::sharedHandler().setUserAttributeTimestampForKey(seconds, key);
-    });
+    setUserAttributeDateForKey(date, key);
   });
 }
 
@@ -83,14 +84,14 @@ void ZRAnalytics::setUserAttributeLocationLatitudeLongitudeForKey(double latitud
 }
 
 void ZRAnalytics::setAlias(const Value& uniqueID) {
-  if (!ZRAnalyticsUtils::shouldTrackUserAttribute()) return;
-  ZRUserAttributesHandler::sharedHandler().updateUserAttributeUniqueID(uniqueID);
+  guarded({kFile, "setAlias"}, "exception : %@", [&] {
+    if (!ZRAnalyticsUtils::shouldTrackUserAttribute()) return;
+    ZRUserAttributesHandler::sharedHandler().updateUserAttributeUniqueID(uniqueID);
+  });
 }
 
 void ZRAnalytics::trackUserPushPreference(bool preference) {
-  if (ZRAnalyticsUtils::shouldTrackUserAttribute()) {
-    setUserAttributeForKey(preference, kUserAttributeNamePushPreference);
-  }
+  setUserAttributeForKey(preference, kUserAttributeNamePushPreference);
 }
 
 void ZRAnalytics::resetUser() {
@@ -113,7 +114,7 @@ void ZRAnalytics::resetUserWithCompletionBlock(std::function<void(bool)> complet
       }
       post(kNotificationNameInitNewUser);
       ZRUserAttributesHandler::sharedHandler().endReset(*reset);
-      callBlock(completion, attempted && success);
+      callBlock({kFile, "resetUserWithCompletionBlock"}, "Reset User exception : %@", completion, attempted && success);
     };
     ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(
         kEventNameLogout, std::move(properties), [flushed = std::move(flushed)] {
@@ -129,8 +130,8 @@ void ZRAnalytics::resetUserWithCompletionBlock(std::function<void(bool)> complet
 }
 
 void ZRAnalytics::initNewUser() {
-  if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
   guarded({kFile, "initNewUser"}, "exception : %@", [this] {
+    if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
     ZRSessionManager::sharedSessionManager().reinitiateSession();
     logLine("Creating new user now");
     updateDeviceWithCompletion([this](bool success) {
@@ -198,11 +199,14 @@ void ZRAnalytics::optOutOfIDFATracking(bool optOut) {
 }
 
 void ZRAnalytics::updateOptOutEvents(const Array& names) {
-  ZREventsHandler::sharedInstance().updateSDKWhiteListedEvents(names);
+  guarded({kFile, "updateOptOutEvents"}, "exception is %@",
+          [&] { ZREventsHandler::sharedInstance().updateSDKWhiteListedEvents(names); });
 }
 
 void ZRAnalytics::setPushGDPROptOutStatusForKey(const Value& value, const Value& key) {
-  ZRUserAttributesHandler::sharedHandler().setUserAttributeValueWithNameCheckStorage(value, key, false);
+  guarded({kFile, "setPushGDPROptOutStatusForKey"}, "exception is %@", [&] {
+    ZRUserAttributesHandler::sharedHandler().setUserAttributeValueWithNameCheckStorage(value, key, false);
+  });
 }
 
 void ZRAnalytics::trackLocale() {

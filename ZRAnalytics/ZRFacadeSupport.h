@@ -1,15 +1,10 @@
 // Shared by the facade's source files; not for users of the module.
 #pragma once
 
-#include <string_view>
-
 #include "Platform/HostServices.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 
 namespace zorvane::facade {
-
-// The source file named in error reports.
-inline constexpr std::string_view kFile = "ZRAnalytics";
 
 inline bool isAccountActive() {
   return ZRConfigDataManager::sharedInstance().isAccountActive();

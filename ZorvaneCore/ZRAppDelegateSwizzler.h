@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Application/Application.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
 namespace zorvane {
@@ -23,16 +24,19 @@ struct NSUserActivity {
 class UIApplicationDelegate {
  public:
   virtual ~UIApplicationDelegate() = default;
-  virtual bool applicationOpenURLOptions(const std::optional<URL>& /*url*/, const Dictionary& /*options*/) {
+  virtual bool applicationOpenURLOptions(platform::Application& /*application*/, const std::optional<URL>& /*url*/,
+                                         const Dictionary& /*options*/) {
     return false;
   }
-  virtual bool applicationOpenURLSourceApplicationAnnotation(const std::optional<URL>& /*url*/,
+  virtual bool applicationOpenURLSourceApplicationAnnotation(platform::Application& /*application*/,
+                                                             const std::optional<URL>& /*url*/,
                                                              const std::string& /*sourceApplication*/,
                                                              const Value& /*annotation*/) {
     return false;
   }
   virtual bool applicationContinueUserActivityRestorationHandler(
-      const NSUserActivity& /*activity*/, const std::function<void(const Array&)>& /*restorationHandler*/) {
+      platform::Application& /*application*/, const NSUserActivity& /*activity*/,
+      const std::function<void(const Array&)>& /*restorationHandler*/) {
     return false;
   }
 };

@@ -15,8 +15,14 @@ namespace zorvane::platform {
 class AdvertisingService {
  public:
   virtual ~AdvertisingService() = default;
-  // The platform's numbers: 3 is authorised.
-  virtual int trackingAuthorizationStatus() const = 0;
+  // Whether this device has advertising identifiers. If not, nothing else is asked. Default: true.
+  virtual bool isAvailable() const { return true; }
+  // The user's answer in the platform's numbers: 3 is authorised. Absent on a platform that does not ask the user;
+  // there isAdvertisingTrackingEnabled decides.
+  virtual std::optional<int> trackingAuthorizationStatus() const = 0;
+  // False if the user has limited ad tracking. Default: true.
+  virtual bool isAdvertisingTrackingEnabled() const { return true; }
+  // Asked for only with the user's permission.
   virtual std::optional<std::string> advertisingIdentifier() const = 0;
 };
 

@@ -1,18 +1,24 @@
-// Every public operation from eight threads at once, and the end of the process while they run.
+// Every public operation from eight threads at once, over a host that throws, and the end of the process while they
+// run.
 //
 // scripts/torture sets ZR_STRESS_SECONDS, ZR_STRESS_SEED and ZR_EXIT_ROUNDS for the long form.
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
 #include <thread>
 
 #include "Platform/Dispatch/Mutex.h"
 #include "Platform/Files/DefaultsStore.h"
 #include "Reliability/HostFakes.h"
+#include "ZRAnalytics/DeviceAttribute/ZRDeviceAttributesHandler.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
+#include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 
 namespace zorvane::testing {
@@ -55,7 +61,7 @@ std::shared_ptr<ZRProperties> numbered(std::int64_t number) {
 }
 
 void checked(bool) {
-  expectNoLockHeld("a completion");
+  hostIsAsked("a completion");
 }
 
 // Destroys the old delegate, perhaps while it is being called.
@@ -167,6 +173,70 @@ const Operation kOperations[] = {
     [](ZRAnalytics&, Random& r) { shared().host->setShift((static_cast<double>(r() % 41) - 20) * kYear); },
 };
 
+// The other classes' operations that reach the host. A host's object stands wherever any value may.
+const Value kObject = std::make_shared<HostObject>();
+constexpr auto& events = ZREventsHandler::sharedInstance;
+constexpr auto& sessions = ZRSessionManager::sharedSessionManager;
+constexpr auto& attributes = ZRUserAttributesHandler::sharedHandler;
+
+const Operation kOtherOperations[] = {
+    [](auto&, auto&) { events().trackEventWithPropertiesWithCompletionBlock("E", nullptr, [] { checked(true); }); },
+    [](auto&, auto&) { events().getEventDictForEventAndProperties(kObject, nullptr); },
+    [](auto&, auto&) { events().saveCurrentBatch(); },
+    [](auto&, auto&) { events().writeEventsToFileWithBatchID(Array{kObject}, kObject); },
+    [](auto&, auto&) {
+      std::ofstream(events().oldDatFilePath()) << "{\"EVENT_ACTION\":\"dumped\"}\n";
+      events().syncToServerFromDumpFile();
+    },
+    [](auto&, auto&) { events().periodicSync(); },
+    [](auto&, auto&) { events().flushWithCompletionBlock([](bool, bool) { checked(true); }); },
+    [](auto&, auto&) {
+      events().flushEventsInBackgroundAndResetWithCompletionBlock(true, true, [](bool, bool) { checked(true); });
+    },
+    [](auto&, auto&) {
+      sessions().setIsAppInBackground(true);
+      sessions().checkSessionForEventWithPropertiesWithCompletionBlock("E", nullptr, nullptr);
+      sessions().checkSessionForEventWithPropertiesWithCompletionBlock("E", nullptr, [] { checked(true); });
+      sessions().applicationEnteredForeground();
+    },
+    [](auto&, auto&) {
+      sessions().initiateNewSessionWithSourcesAndCompletionBlock(std::nullopt, [](const auto&) { checked(true); });
+    },
+    [](auto&, auto&) { sessions().appOpenedWithSourceArray({}); },
+    [](auto&, auto&) {
+      sessions().updateSourcesForCurrentSession(ZRSourceArray{ZRSource::initSourceWithURL(kObject)});
+    },
+    [](auto&, auto&) { sessions().reinitiateSession(); },
+    [](auto&, auto&) { sessions().hasCurrentSessionExpired(); },
+    [](auto&, auto&) { sessions().isAppInBackgroundState(); },
+    [](auto&, auto&) { sessions().applicationInActive(); },
+    [](auto&, auto&) { attributes().setUserAttributeUniqueID(kObject); },
+    [](auto&, auto&) { attributes().forceResetUserWithNewUserAttributeUniqueID("forced"); },
+    [](auto&, auto&) { attributes().setUserAttributeValueWithNameCheckStorage(1, kObject, true); },
+    [](auto&, auto&) { attributes().setUserAttributeTimestampForKey(1, kObject); },
+    [](auto&, auto&) { attributes().trackLocale(); },
+    [](auto&, auto&) { ZRDeviceAttributesHandler::sharedInstance().setDeviceAttributeForKey(1, kObject); },
+    [](auto&, auto&) { ZRAnalyticsUtils::createBatchIdentifier(); },
+    [](auto&, auto&) { ZRAnalyticsUtils::advertiserID(); },
+    [](auto&, auto&) { ZRProperties().addAttributeWithName(1, kObject); },
+    [](auto&, auto&) { ZRPayloadBuilder().setTimeStampForKey(1, kObject); },
+};
+
+// Whether the report names a line of its file where reports are made, or a number that is fixed.
+bool namesItsPlace(const LogRecorder::ErrorRecord& error) {
+  constexpr std::int64_t kFixed[] = {65,  76,  84,  89,  90,  98,  108, 113, 116, 128, 129, 138, 146,
+                                     169, 181, 184, 190, 325, 411, 525, 538, 572, 644, 664, 708};
+  if (std::find(std::begin(kFixed), std::end(kFixed), error.line) != std::end(kFixed)) return true;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(ZR_SOURCE_DIR "/ZRAnalytics")) {
+    if (entry.path().filename() != error.file + ".cpp") continue;
+    std::ifstream source(entry.path());
+    std::string line;
+    for (std::int64_t i = 0; i < error.line; ++i) std::getline(source, line);
+    return line.find("{kFile, ") != std::string::npos;
+  }
+  return false;
+}
+
 void callAtRandom(unsigned seed, int calls) {
   Random random(seed);
   for (int i = 0; i < calls; ++i) {
@@ -182,7 +252,7 @@ class ThreadTest : public ModuleTest {
   void startModule(unsigned seed) {
     shared().service = std::make_shared<HostService>(seed);
     host_.clock = shared().host;
-    host_.scheduler = platform::makeThreadScheduler(shared().host);
+    if (!host_.scheduler) host_.scheduler = platform::makeThreadScheduler(shared().host);
     host_.application = shared().host;
     host_.advertising = shared().host;
     host_.locale = shared().host;
@@ -274,6 +344,38 @@ TEST_F(ThreadTest, NoEventIsLostBetweenSavesFlushesAndRefusals) {
   expectAFlushDeliversEverything();
   for (std::int64_t number = 1; number <= shared().lastNumber; ++number) {
     EXPECT_TRUE(shared().service->accepted(number)) << number;
+  }
+}
+
+TEST_F(ThreadTest, ExceptionOfTheHostCostsOneCallAndIsReportedOnce) {
+  host_.scheduler = scheduler_;
+  startModule(seed_);
+  waitUntilIdle();
+  const auto escaped = [](std::exception_ptr) { ADD_FAILURE() << "an exception left the module"; };
+  scheduler_->setUncaughtHandler(escaped);
+  center_->setUncaughtHandler(escaped);
+  Random random(seed_);
+  std::vector<Operation> operations(std::begin(kOperations), std::end(kOperations));
+  operations.insert(operations.end(), std::begin(kOtherOperations), std::end(kOtherOperations));
+  for (std::size_t i = 0; i < operations.size(); ++i) {
+    for (const bool servicesThrow : {true, false}) {
+      SCOPED_TRACE("operation " + std::to_string(i) + (servicesThrow ? ", all throws" : ", callbacks throw"));
+      ZRAnalytics::sharedInstance().trackEventWithProperties("E", numbered(++shared().lastNumber));
+      waitUntilIdle();
+      log_->clear();
+      hostExceptions = 0;
+      hostThrows = [servicesThrow](std::string_view what) { return servicesThrow || what[0] == 'a'; };
+      EXPECT_NO_THROW(operations[i](ZRAnalytics::sharedInstance(), random));
+      waitUntilIdle();
+      shared().host->expireOldest();
+      hostThrows = [](std::string_view) { return false; };
+      EXPECT_EQ(log_->errors().size(), hostExceptions);
+      for (const auto& error : log_->errors()) {
+        EXPECT_TRUE(namesItsPlace(error)) << error.file << ' ' << error.line << ' ' << error.operation;
+      }
+      log_->clear();
+      expectAFlushDeliversEverything();
+    }
   }
 }
 

@@ -47,6 +47,9 @@ TEST_F(FacadeTest, FlushReportsItsResultAndClosedGatesDropEvents) {
   settle();
   service_->decide = [](const auto&) { return 503; };
   flush();
+  facade().flushWithCompletionBlock([](bool) { throw std::runtime_error("completion"); });
+  settle();
+  EXPECT_TRUE(reportedError("ZRAnalytics", "flushWithCompletionBlock", "SyncNow exception : completion"));
   EXPECT_EQ(results, (std::vector<bool>{true, false}));
 
   updateRemoteConfiguration({{"account_active", false}});
@@ -67,7 +70,7 @@ TEST_F(FacadeTest, FlushReportsItsResultAndClosedGatesDropEvents) {
   service_->decide = [](const auto&) { return 200; };
   facade().syncNow();
   settle();
-  EXPECT_EQ(sentNames(), (Batches{{"a"}, {"a"}}));
+  EXPECT_EQ(sentNames(), (Batches{{"a"}, {"a"}, {"a"}}));
   EXPECT_EQ(reportedEvents()[1].objectForKey("EVENT_ATTRS"), Value(Dictionary{{"n", 1}}));
 }
 

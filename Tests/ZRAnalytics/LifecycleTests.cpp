@@ -161,7 +161,8 @@ TEST_F(LifecycleTest, ExceptionsAreReportedUnderTheirOwnOperation) {
   post(kBackground);
   for (const char* operation : {"deviceUpdateOnSessionTerminationWithApplication",
                                 "syncOnSessionTerminationWithApplication", "syncOnZrvAppExitWithApplication"}) {
-    EXPECT_TRUE(reportedError("ZRAnalytics", operation, "exception while trying to sync data : no time")) << operation;
+    EXPECT_TRUE(reportedError("ZRAnalyticsLifecycle", operation, "exception while trying to sync data : no time"))
+        << operation;
   }
   EXPECT_EQ(currentNames(), (Names{"EVENT_ACTION_IOS_SESSION_END", "ZRV_APP_EXIT"})) << "the events are kept";
 }

@@ -58,7 +58,7 @@ TEST_F(UserLifeTest, AttributesOfEveryTypeAreSetOnTheirQueue) {
   }
   facade().setUserAttributeISODateStringForKey(7, "i");
   EXPECT_TRUE(
-      reportedError("ZRAnalytics", "setUserAttributeISODateStringForKey", "exception : the date is no text: 7"));
+      reportedError("ZRAnalyticsUser", "setUserAttributeISODateStringForKey", "exception : the date is no text: 7"));
 }
 
 TEST_F(UserLifeTest, ResetLogsOutAndStartsANewUser) {

@@ -40,12 +40,16 @@ class FakeApplication final : public platform::Application {
 
 class FakeAdvertising final : public platform::AdvertisingService {
  public:
-  int trackingAuthorizationStatus() const override { return status; }
+  bool isAvailable() const override { return isAvailable_; }
+  std::optional<int> trackingAuthorizationStatus() const override { return status; }
+  bool isAdvertisingTrackingEnabled() const override { return !isLimited; }
   std::optional<std::string> advertisingIdentifier() const override {
     if (throws) throw std::runtime_error("no service");
     return identifier;
   }
-  int status = 3;  // authorized
+  bool isAvailable_ = true;
+  std::optional<int> status = 3;  // authorized
+  bool isLimited = false;
   std::optional<std::string> identifier = "IDFA-1";
   bool throws = false;
 };

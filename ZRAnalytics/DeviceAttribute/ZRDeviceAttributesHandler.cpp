@@ -7,6 +7,12 @@
 #include "ZorvaneCore/ZRCoreUtils.h"
 
 namespace zorvane {
+namespace {
+
+constexpr char kFile[] = "ZRDeviceAttributesHandler";
+constexpr char kException[] = "exception is %@";
+
+}  // namespace
 
 ZRDeviceAttributesHandler& ZRDeviceAttributesHandler::sharedInstance() {
   static ZRDeviceAttributesHandler* const handler = new ZRDeviceAttributesHandler;
@@ -14,7 +20,7 @@ ZRDeviceAttributesHandler& ZRDeviceAttributesHandler::sharedInstance() {
 }
 
 void ZRDeviceAttributesHandler::setDeviceAttributeForKey(const Value& value, const Value& name) {
-  guarded({"ZRDeviceAttributesHandler", "setDeviceAttributeForKey"}, "exception is %@", [&] {
+  guarded({kFile, "setDeviceAttributeForKey"}, kException, [&] {
     if (!ZRCoreUtils::isSDKEnabled()) return;
     if (value.isNil()) {
       logLine("Tried setting nil user attribute for key %@", {name});
@@ -24,7 +30,8 @@ void ZRDeviceAttributesHandler::setDeviceAttributeForKey(const Value& value, con
       logLine("The attribue value should be either of string, integer or bool");
       return;
     }
-    // The name is not checked: if the properties reject it, the event is tracked without the attribute.
+    if (name.isNil()) throw ValueError("a device attribute needs a name");
+    // If the properties reject another name, the event is tracked without the attribute.
     auto properties = std::make_shared<ZRProperties>();
     properties->addAttributeWithName(value, name);
     ZREventsHandler::sharedInstance().trackEventWithProperties(kEventNameDeviceAttributeAction, std::move(properties));
@@ -32,12 +39,14 @@ void ZRDeviceAttributesHandler::setDeviceAttributeForKey(const Value& value, con
 }
 
 void ZRDeviceAttributesHandler::setDeviceModelAttributes() {
-  setDeviceAttributeForKey(ZRCoreUtils::getDeviceModel(), "device_model");
-  setDeviceAttributeForKey(ZRCoreUtils::getDeviceName(), "device_model_name");
-  setDeviceAttributeForKey(ZRCoreUtils::getDeviceSystemVersion(), "os_version");
-  if (ZRConfigDataManager::sharedInstance().isIDFVTrackingEnabled()) {
-    setDeviceAttributeForKey(ZRCoreUtils::getIDFV(), kDeviceAttributeNameIDFV);
-  }
+  guarded({kFile, "setDeviceModelAttributes"}, kException, [this] {
+    setDeviceAttributeForKey(ZRCoreUtils::getDeviceModel(), "device_model");
+    setDeviceAttributeForKey(ZRCoreUtils::getDeviceName(), "device_model_name");
+    setDeviceAttributeForKey(ZRCoreUtils::getDeviceSystemVersion(), "os_version");
+    if (ZRConfigDataManager::sharedInstance().isIDFVTrackingEnabled()) {
+      setDeviceAttributeForKey(ZRCoreUtils::getIDFV(), kDeviceAttributeNameIDFV);
+    }
+  });
 }
 
 }  // namespace zorvane

@@ -11,7 +11,8 @@ class ZRDeviceAttributesHandler {
  public:
   static ZRDeviceAttributesHandler& sharedInstance();
 
-  // The value must be text or a number; others are dropped with a log line. Gate: SDK.
+  // The value must be text or a number; others are dropped with a log line. Without a name nothing is sent; that is
+  // logged as an error. Gate: SDK.
   void setDeviceAttributeForKey(const Value& value, const Value& name);
   // Sends "device_model", "device_model_name", "os_version" and, if vendor-identifier tracking is enabled,
   // "device_IDFV".

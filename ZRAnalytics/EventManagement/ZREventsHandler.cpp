@@ -29,6 +29,8 @@ using eventshandler::kFile;
 namespace {
 
 constexpr std::int64_t kDefaultBatchCount = 30;
+constexpr char kFlush[] = "flushWithCompletionBlock";
+constexpr char kTrackEvent[] = "trackEventWithPropertiesWithCompletionBlock";
 
 std::int64_t batchCountFromConfiguration() {
   const std::int64_t count = ZRConfigDataManager::sharedInstance().getEventBatchCount();
@@ -62,11 +64,11 @@ ZREventsHandler::ZREventsHandler()
       sync_(reports_serial_queue_, batchFile_, [this] { cleanUp(); }),
       sdkWhitelistedEvents_(getAnalyticsWhitelistedEvents()) {
   const platform::HostServices& host = platform::hostServices();
-  host.scheduler->mainQueue().async([this] { initiateTimer(); });
+  guarded({kFile, "init"}, "exception is %@", [&] { host.scheduler->mainQueue().async([this] { initiateTimer(); }); });
   host.notificationCenter->addObserver(platform::kWillEnterForegroundNotification,
-                                       [this](std::string_view) { applicationEnteredForeground(); });
+                                       [this](std::string_view name) { applicationEnteredForeground(name); });
   host.notificationCenter->addObserver(platform::kDidEnterBackgroundNotification,
-                                       [this](std::string_view) { applicationEnteredBackground(); });
+                                       [this](std::string_view name) { applicationEnteredBackground(name); });
 }
 
 void ZREventsHandler::trackEvent(const Value& name) {
@@ -80,33 +82,54 @@ void ZREventsHandler::trackEventWithProperties(const Value& name, std::shared_pt
 void ZREventsHandler::trackEventWithPropertiesWithCompletionBlock(const Value& name,
                                                                   std::shared_ptr<const ZRProperties> properties,
                                                                   std::function<void()> completion) {
-  if (!ZRCoreUtils::isSDKEnabled()) {
-    callBlock(completion);
-    return;
-  }
-  guarded({kFile, "trackEventWithPropertiesWithCompletionBlock", 190}, "exception is %@", [&] {
+  bool enabled = true;
+  guarded({kFile, kTrackEvent, 190}, "exception is %@", [&] {
+    enabled = ZRCoreUtils::isSDKEnabled();
+    if (!enabled) return;
     reports_serial_queue_.async([this, name, properties = std::move(properties), completion = std::move(completion)] {
       reports_serial_queue_.assertCurrent();
-      if (!shouldEventBeTrackedWithName(name)) return;
-      ZRSessionManager::sharedSessionManager().checkSessionForEventWithPropertiesWithCompletionBlock(
-          name, properties.get(), [&] {
-            // A further task, so that the event lands behind whatever the session check queued.
-            reports_serial_queue_.async([this, name, properties, completion] {
-              reports_serial_queue_.assertCurrent();
-              // The user or the service may have decided otherwise meanwhile.
-              if (ZRCoreUtils::isSDKEnabled()) {
-                if (!isTrackingAllowed(*name.asString())) return;
-                recordEvent(name, properties.get());
-              }
-              callBlock(completion);
-            });
-          });
+      acceptEvent(name, properties, completion);
     });
   });
+  if (!enabled) callBlock({kFile, kTrackEvent}, "exception is %@", completion);
+}
+
+void ZREventsHandler::acceptEvent(const Value& name, const std::shared_ptr<const ZRProperties>& properties,
+                                  const std::function<void()>& completion) {
+  bool handled = false;
+  guarded({kFile, kTrackEvent}, "exception is %@", [&] {
+    handled = !shouldEventBeTrackedWithName(name);
+    if (handled) return;
+    ZRSessionManager::sharedSessionManager().checkSessionForEventWithPropertiesWithCompletionBlock(
+        name, properties.get(), [&] {
+          // A further task, so that the event lands behind whatever the session check queued.
+          reports_serial_queue_.async([this, name, properties, completion] {
+            reports_serial_queue_.assertCurrent();
+            recordAcceptedEvent(name, properties.get(), completion);
+          });
+          handled = true;
+        });
+  });
+  // The event is lost; whoever waits for it goes on.
+  if (!handled) callBlock({kFile, kTrackEvent}, "exception is %@", completion);
+}
+
+void ZREventsHandler::recordAcceptedEvent(const Value& name, const ZRProperties* properties,
+                                          const std::function<void()>& completion) {
+  bool rejected = false;
+  guarded({kFile, kTrackEvent}, "exception is %@", [&] {
+    reports_serial_queue_.assertCurrent();
+    // The user or the service may have decided otherwise meanwhile.
+    if (!ZRCoreUtils::isSDKEnabled()) return;
+    rejected = !isTrackingAllowed(*name.asString());
+    if (!rejected) recordEvent(name, properties);
+  });
+  if (!rejected) callBlock({kFile, kTrackEvent}, "exception is %@", completion);
 }
 
 void ZREventsHandler::recordEvent(const Value& name, const ZRProperties* properties) {
   Dictionary record = getEventDictForEventAndProperties(name, properties);
+  if (record.empty()) return;
   checkForTriggersForEventAndEventDict(name, record);
   addEventToViewInfoWithEventDict(std::move(record));
 }
@@ -153,6 +176,13 @@ void ZREventsHandler::updateSDKWhiteListedEvents(const Array& names) {
 
 Dictionary ZREventsHandler::getEventDictForEventAndProperties(const Value& name, const ZRProperties* properties) const {
   Dictionary record;
+  guarded({kFile, "getEventDictForEventAndProperties"}, "exception is %@",
+          [&] { record = makeRecord(name, properties); });
+  return record;
+}
+
+Dictionary ZREventsHandler::makeRecord(const Value& name, const ZRProperties* properties) {
+  Dictionary record;
   record.reserve(6);
   record.set(kReportsKeyEventName, name);
   if (properties && !properties->getAttributesDict().empty()) {
@@ -196,6 +226,10 @@ void ZREventsHandler::addEventToViewInfoWithEventDict(Dictionary eventDict) {
 // --- Batch store
 
 void ZREventsHandler::saveCurrentBatch() {
+  guarded({kFile, "saveCurrentBatch"}, "exception is %@", [this] { storeCurrentBatch(); });
+}
+
+void ZREventsHandler::storeCurrentBatch() {
   const ZRTurn::Scope turn(saveTurn_);
   std::uint64_t generation = 0;
   Array events = currentBatch_.take(generation);
@@ -257,6 +291,10 @@ void ZREventsHandler::removeEventsPlistFile() {
 }
 
 void ZREventsHandler::syncToServerFromDumpFile() {
+  guarded({kFile, "syncToServerFromDumpFile"}, "exception is %@", [this] { sendDumpFile(); });
+}
+
+void ZREventsHandler::sendDumpFile() {
   const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
   if (!store.isAccountActive() || !checkIfFileExists()) return;
   if (!store.getZrvAppID()) {
@@ -277,7 +315,7 @@ void ZREventsHandler::syncToServerFromDumpFile() {
   }
   for (const ZRDumpFile::Part& part : parts) {
     logLine("Report Add request initiated:");
-    const bool isSent = sendReport(part.batch, part.count, [this, batch = part.batch, generation](bool success) {
+    const auto answered = [this, batch = part.batch, generation](bool success) {
       if (success) {
         logLine("sync success from data file");
         return;
@@ -286,8 +324,12 @@ void ZREventsHandler::syncToServerFromDumpFile() {
       if (currentBatch_.generation() != generation) return;
       writeEventsToFileWithBatchID(batch.objectForKey(kBatchKeyEvents).asObject()->plainValue(),
                                    batch.objectForKey(kBatchKeyBatchID));
-    });
-    if (!isSent) return;
+    };
+    bool hasAppID = true;
+    const bool sent = guarded({kFile, "syncToServerFromDumpFile"}, "exception is %@",
+                              [&] { hasAppID = sendReport(part.batch, part.count, answered); });
+    if (!sent) answered(false);
+    if (!hasAppID) return;
   }
 }
 
@@ -299,13 +341,15 @@ void ZREventsHandler::clearEventsdata() {
 }
 
 void ZREventsHandler::dropOptedOutEvents() {
-  reports_serial_queue_.async([this] {
-    reports_serial_queue_.assertCurrent();
-    const ZRTurn::Scope turn(saveTurn_);
-    currentBatch_.keepIf([this](const Value& record) {
-      const Dictionary* event = record.asDictionary();
-      const Value name = event ? event->objectForKey(kReportsKeyEventName) : Value();
-      return ZRCoreUtils::isSDKEnabled() && name.isString() && isTrackingAllowed(*name.asString());
+  guarded({kFile, "dropOptedOutEvents"}, "exception is %@", [this] {
+    reports_serial_queue_.async([this] {
+      reports_serial_queue_.assertCurrent();
+      const ZRTurn::Scope turn(saveTurn_);
+      currentBatch_.keepIf([this](const Value& record) {
+        const Dictionary* event = record.asDictionary();
+        const Value name = event ? event->objectForKey(kReportsKeyEventName) : Value();
+        return ZRCoreUtils::isSDKEnabled() && name.isString() && isTrackingAllowed(*name.asString());
+      });
     });
   });
 }
@@ -324,38 +368,43 @@ void ZREventsHandler::periodicSync() {
   flushWithCompletionBlock(nullptr);
 }
 
-void ZREventsHandler::applicationEnteredForeground() {
+void ZREventsHandler::applicationEnteredForeground(std::string_view /*notification*/) {
   guarded({kFile, "applicationEnteredForeground", 76}, "exception in application did enter Foreground is %@",
           [this] { initiateTimer(); });
 }
 
-void ZREventsHandler::applicationEnteredBackground() {
+void ZREventsHandler::applicationEnteredBackground(std::string_view /*notification*/) {
   guarded({kFile, "applicationEnteredBackground", 84}, "exception in application did enter Background is %@",
           [this] { stopPeriodicSyncTimer(); });
 }
 
 void ZREventsHandler::flushWithCompletionBlock(FlushCompletion completion) {
-  guarded({kFile, "flushWithCompletionBlock", 325}, "exception in flush %@", [&] {
+  guarded({kFile, kFlush, 325}, "exception in flush %@", [&] {
     saveCurrentBatch();
-    flushEventsInBackgroundAndResetWithCompletionBlock(false, false, std::move(completion));
+    flushEventsInBackgroundAndResetWithCompletionBlock(
+        false, false, [completion = std::move(completion)](bool success, bool attempted) {
+          callBlock({kFile, kFlush, 325}, "exception in flush %@", completion, success, attempted);
+        });
   });
 }
 
 void ZREventsHandler::flushEventsInBackgroundAndResetWithCompletionBlock(bool background, bool reset,
                                                                          FlushCompletion completion) {
-  if (!ZRConfigDataManager::sharedInstance().isAccountActive() || !ZRCoreUtils::isSDKEnabled()) {
-    logLine("Reports API Blocked");
-    callBlock(completion, false, false);
-    return;
-  }
-  const bool submitted =
-      guarded({kFile, "flushEventsInBackgroundAndResetWithCompletionBlock", 411}, "Exception while syncing : %@", [&] {
-        reports_serial_queue_.async([this, flush = ZRFlush{background, reset, completion}] {
-          reports_serial_queue_.assertCurrent();
-          sync_.flush(flush);
-        });
-      });
-  if (!submitted) callBlock(completion, false, false);
+  constexpr ReportSite kSite{kFile, "flushEventsInBackgroundAndResetWithCompletionBlock", 411};
+  constexpr char kPattern[] = "Exception while syncing : %@";
+  bool submitted = false;
+  guarded(kSite, kPattern, [&] {
+    if (!ZRConfigDataManager::sharedInstance().isAccountActive() || !ZRCoreUtils::isSDKEnabled()) {
+      logLine("Reports API Blocked");
+      return;
+    }
+    reports_serial_queue_.async([this, flush = ZRFlush{background, reset, completion}] {
+      reports_serial_queue_.assertCurrent();
+      sync_.flush(flush);
+    });
+    submitted = true;
+  });
+  if (!submitted) callBlock(kSite, kPattern, completion, false, false);
 }
 
 Dictionary ZREventsHandler::reportAddPayloadForBatchInfo(const Dictionary& batchInfo) {

@@ -23,7 +23,8 @@ namespace zorvane {
 
 // Events are accepted, recorded and gathered in the current batch on one serial queue. A full batch is saved to the
 // batch file and sent as one request. It leaves the file only after the service accepted it. Operations may be called
-// from any thread unless they say otherwise. The record, the batch and the request: docs/formats.md.
+// from any thread unless they say otherwise, and throw nothing: errors are logged. The record, the batch and the
+// request: docs/formats.md.
 class ZREventsHandler {
  public:
   using FlushCompletion = ZRFlushCompletion;
@@ -33,9 +34,9 @@ class ZREventsHandler {
   // --- Acceptance and recording
 
   // The name should be text; anything else is dropped with a log line. Events of one thread are recorded in the order
-  // of these calls. The completion is called on the event queue once the event is recorded; at once, on the caller's
-  // thread, when the SDK is disabled (on the event queue when it is disabled meanwhile); never when the event is
-  // rejected.
+  // of these calls. The completion is called on the event queue once the event is recorded, or lost by an error; at
+  // once, on the caller's thread, when the SDK is disabled (on the event queue when it is disabled meanwhile); never
+  // when the event is rejected or cannot be posted to the queue.
   void trackEvent(const Value& name);
   void trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties);
   void trackEventWithPropertiesWithCompletionBlock(const Value& name, std::shared_ptr<const ZRProperties> properties,
@@ -47,7 +48,7 @@ class ZREventsHandler {
   static Array getAnalyticsWhitelistedEvents();
   // Adds names to those tracked despite an opt-out; what is no text is ignored.
   void updateSDKWhiteListedEvents(const Array& names);
-  // A new event record, stamped with the current time.
+  // A new event record, stamped with the current time; empty after an error.
   Dictionary getEventDictForEventAndProperties(const Value& name, const ZRProperties* properties) const;
 
   // The number of events that fills a batch; read once, at construction.
@@ -91,8 +92,8 @@ class ZREventsHandler {
   void initiateTimer() { flushTimer_.start(); }
   void stopPeriodicSyncTimer() { flushTimer_.stop(); }
   void periodicSync();
-  void applicationEnteredForeground();
-  void applicationEnteredBackground();
+  void applicationEnteredForeground(std::string_view notification = {});
+  void applicationEnteredBackground(std::string_view notification = {});
   // Stops the timer; the choice is kept over restarts.
   void disablePeriodicFlush() { flushTimer_.disable(); }
   // Seconds; ignored unless above the remote minimum and different from the current interval. Kept over restarts.
@@ -116,9 +117,16 @@ class ZREventsHandler {
 
   // Whether the user's choice allows the event.
   bool isTrackingAllowed(std::string_view name) const;
+  static Dictionary makeRecord(const Value& name, const ZRProperties* properties);
+  void acceptEvent(const Value& name, const std::shared_ptr<const ZRProperties>& properties,
+                   const std::function<void()>& completion) ZR_REQUIRES(reports_serial_queue_);
+  void recordAcceptedEvent(const Value& name, const ZRProperties* properties, const std::function<void()>& completion)
+      ZR_REQUIRES(reports_serial_queue_);
   void recordEvent(const Value& name, const ZRProperties* properties) ZR_REQUIRES(reports_serial_queue_);
   void checkForTriggersForEventAndEventDict(const Value& name, Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
   void addEventToViewInfoWithEventDict(Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
+  void storeCurrentBatch();
+  void sendDumpFile();
 
   const std::unique_ptr<platform::Queue> ownedQueue_;
   platform::Queue& reports_serial_queue_;

@@ -6,6 +6,6 @@
 namespace zorvane::eventshandler {
 
 // The source file in error reports.
-inline constexpr std::string_view kFile = "ZREventsHandler";
+inline constexpr char kFile[] = "ZREventsHandler";
 
 }  // namespace zorvane::eventshandler

@@ -25,7 +25,7 @@ void ZRSync::flush(const ZRFlush& flush) {
       parked = finish(true);
     } else {
       ledger_.abandon();
-      guarded({kFile, "synchronousFlushInBackgroundAndResetWithCompletionBlock"}, "Exception while syncing : %@",
+      guarded({kFile, "synchronousFlushInBackgroundAndResetWithCompletionBlock", 538}, "Exception while syncing : %@",
               [this] {
                 queue_.assertCurrent();
                 removeSettled();
@@ -141,7 +141,8 @@ std::optional<ZRFlush> ZRSync::finish(bool reset) {
 
 void ZRSync::complete(const ZRFlushCompletion& completion, Result result, const std::optional<ZRFlush>& parked) {
   isResetPending_ = parked || ledger_.isResetPending();
-  callBlock(completion, result.success, result.attempted);
+  callBlock({kFile, "flushEventsInBackgroundAndResetWithCompletionBlock", 411}, "Exception while syncing : %@",
+            completion, result.success, result.attempted);
   if (parked) flush(*parked);
 }
 

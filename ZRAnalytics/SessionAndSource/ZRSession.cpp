@@ -10,6 +10,7 @@
 namespace zorvane {
 namespace {
 
+constexpr char kFile[] = "ZRSession";
 constexpr double kLateSourceSeconds = 5.0;
 
 ZRSourceArray withoutNulls(ZRSourceArray sources) {
@@ -23,17 +24,16 @@ Date now() {
 
 }  // namespace
 
-std::shared_ptr<ZRSession> ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated(ZRSourceArray sources,
-                                                                                        bool backgroundInitiated) {
+std::shared_ptr<ZRSession> ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated(
+    std::optional<ZRSourceArray> sources, bool backgroundInitiated) {
   auto session = std::make_shared<ZRSession>();
-  const Date start = now();
-  const Date lastInteraction = now();
-  platform::MutexLock lock(session->mutex_);
-  session->sessionID_ = generateSessionID();
-  session->sessionStartTime_ = start;
-  session->sessionLastInteractionTime_ = lastInteraction;
-  session->backgroundInitiated_ = backgroundInitiated;
-  session->sessionSources_ = withoutNulls(std::move(sources));
+  session->setSessionID(generateSessionID());
+  guarded({kFile, "initNewSessionWithSourcesAndIsBackgroundInitiated"}, "exception is %@", [&] {
+    session->setSessionStartTime(now());
+    session->setSessionLastInteractionTime(now());
+  });
+  session->setBackgroundInitiated(backgroundInitiated);
+  if (sources) session->setSessionSources(*std::move(sources));
   return session;
 }
 
@@ -74,23 +74,22 @@ std::string ZRSession::generateSessionID() {
 }
 
 void ZRSession::updateLastInteractionTime() {
-  const Date time = now();
-  Value sessionID;
-  {
-    platform::MutexLock lock(mutex_);
-    sessionLastInteractionTime_ = time;
-    sessionID = sessionID_;
-  }
-  logLine("Session(%@) Last Interaction Updated to %@", {sessionID, time});
+  guarded({kFile, "updateLastInteractionTime"}, "exception is %@", [this] {
+    const Date time = now();
+    setSessionLastInteractionTime(time);
+    logLine("Session(%@) Last Interaction Updated to %@", {sessionID(), time});
+  });
 }
 
 bool ZRSession::updateSessionWithSources(const std::optional<ZRSourceArray>& sources) {
   if (!sources) return false;
-  const Date time = now();
+  std::optional<Date> time;
+  guarded({kFile, "updateSessionWithSources"}, "exception is %@", [&] { time = now(); });
+  if (!time) return false;
   {
     platform::MutexLock lock(mutex_);
     if (!sessionSources_.empty() || !sessionStartTime_) return false;
-    if (!(sessionStartTime_->secondsSince1970 + kLateSourceSeconds > time.secondsSince1970)) return false;
+    if (!(sessionStartTime_->secondsSince1970 + kLateSourceSeconds > time->secondsSince1970)) return false;
     sessionSources_ = withoutNulls(*sources);
   }
   logLine("-- Analytics -- Source Updated");
@@ -126,6 +125,28 @@ std::optional<Date> ZRSession::sessionLastInteractionTime() const {
 bool ZRSession::backgroundInitiated() const {
   platform::MutexLock lock(mutex_);
   return backgroundInitiated_;
+}
+
+void ZRSession::setSessionID(Value sessionID) {
+  platform::MutexLock lock(mutex_);
+  std::swap(sessionID_, sessionID);
+}
+void ZRSession::setSessionSources(ZRSourceArray sources) {
+  sources = withoutNulls(std::move(sources));
+  platform::MutexLock lock(mutex_);
+  sessionSources_.swap(sources);
+}
+void ZRSession::setSessionStartTime(std::optional<Date> time) {
+  platform::MutexLock lock(mutex_);
+  sessionStartTime_ = time;
+}
+void ZRSession::setSessionLastInteractionTime(std::optional<Date> time) {
+  platform::MutexLock lock(mutex_);
+  sessionLastInteractionTime_ = time;
+}
+void ZRSession::setBackgroundInitiated(bool backgroundInitiated) {
+  platform::MutexLock lock(mutex_);
+  backgroundInitiated_ = backgroundInitiated;
 }
 
 std::shared_ptr<ZRSessionInfo> ZRSessionInfo::initWithCoder(const platform::ArchivedObject& coder) {

@@ -13,14 +13,15 @@ namespace zorvane {
 
 using ZRSourceArray = std::vector<std::shared_ptr<const ZRSource>>;
 
-// Thread-safe.
+// Thread-safe. Nothing here throws; errors are logged.
 class ZRSession {
  public:
   static constexpr std::string_view kClassName = "ZRSession";
 
-  // A session that starts now. Null sources are left out.
-  static std::shared_ptr<ZRSession> initNewSessionWithSourcesAndIsBackgroundInitiated(ZRSourceArray sources,
-                                                                                      bool backgroundInitiated);
+  // A session that starts now; without times when the host's clock fails. Absent sources count as empty, null ones are
+  // left out.
+  static std::shared_ptr<ZRSession> initNewSessionWithSourcesAndIsBackgroundInitiated(
+      std::optional<ZRSourceArray> sources, bool backgroundInitiated);
   // Archive keys "session_id", "background_initiated", "start_time", "last_interaction_time", "sources".
   static std::shared_ptr<ZRSession> initWithCoder(const platform::ArchivedObject& coder);
   std::shared_ptr<platform::ArchivedObject> encodeWithCoder() const;
@@ -35,12 +36,19 @@ class ZRSession {
   // The wire form: "session_id", "start_time" (ISO 8601 with milliseconds, GMT).
   Dictionary getSessionInfoDict() const;
 
-  // Nil if the archive lacks it.
+  // Nil or absent if the archive lacks it. A session that lacks the last interaction has expired.
   Value sessionID() const;
+  void setSessionID(Value sessionID);
+  // Null sources are left out.
   ZRSourceArray sessionSources() const;
+  void setSessionSources(ZRSourceArray sources);
   std::optional<Date> sessionStartTime() const;
+  void setSessionStartTime(std::optional<Date> time);
   std::optional<Date> sessionLastInteractionTime() const;
+  void setSessionLastInteractionTime(std::optional<Date> time);
+  // Whether it began while the application was in the background.
   bool backgroundInitiated() const;
+  void setBackgroundInitiated(bool backgroundInitiated);
 
  private:
   mutable platform::Mutex mutex_;

@@ -11,7 +11,8 @@
 namespace zorvane {
 namespace {
 
-constexpr std::string_view kFile = "ZRSessionManager";
+constexpr char kFile[] = "ZRSessionManager";
+constexpr char kException[] = "exception is %@";
 constexpr std::int64_t kDefaultInactiveSeconds = 1800;
 constexpr std::string_view kArchiveClasses[] = {ZRSessionInfo::kClassName, ZRSession::kClassName, ZRSource::kClassName};
 
@@ -32,24 +33,28 @@ ZRSessionManager::ZRSessionManager() {
 
   platform::NotificationCenter& center = *platform::hostServices().notificationCenter;
   center.addObserver(platform::kWillEnterForegroundNotification,
-                     [this](std::string_view) { applicationEnteredForeground(); });
+                     [this](std::string_view name) { applicationEnteredForeground(name); });
   center.addObserver(platform::kDidEnterBackgroundNotification,
-                     [this](std::string_view) { applicationEnteredBackground(); });
-  center.addObserver(platform::kWillResignActiveNotification, [this](std::string_view) { applicationInActive(); });
+                     [this](std::string_view name) { applicationEnteredBackground(name); });
+  center.addObserver(platform::kWillResignActiveNotification,
+                     [this](std::string_view name) { applicationInActive(name); });
 }
 
 void ZRSessionManager::appOpenedWithSourceArray(const ZRSourceArray& sources) {
-  if (!gatesAreOpen()) return;
-  isAppInBackground_ = false;
-  if (hasCurrentSessionExpired()) {
-    startSession(sources);
-  } else if (isCurrentSessionSourceSameAs(sources)) {
-    const auto session = sessionInfo_->currentSession();
-    logLine("App Opened with same Source, Session(%@) will remain active", {session ? session->sessionID() : Value()});
-  } else {
-    logLine("App Opened with different source. Initiate New Session.");
-    startSession(sources);
-  }
+  guarded({kFile, "appOpenedWithSourceArray"}, kException, [&] {
+    if (!gatesAreOpen()) return;
+    isAppInBackground_ = false;
+    if (hasCurrentSessionExpired()) {
+      startSession(sources);
+    } else if (isCurrentSessionSourceSameAs(sources)) {
+      const auto session = sessionInfo_->currentSession();
+      logLine("App Opened with same Source, Session(%@) will remain active",
+              {session ? session->sessionID() : Value()});
+    } else {
+      logLine("App Opened with different source. Initiate New Session.");
+      startSession(sources);
+    }
+  });
 }
 
 void ZRSessionManager::startSession(const ZRSourceArray& sources) {
@@ -59,62 +64,83 @@ void ZRSessionManager::startSession(const ZRSourceArray& sources) {
 }
 
 void ZRSessionManager::updateSourcesForCurrentSession(const std::optional<ZRSourceArray>& sources) {
-  if (!gatesAreOpen()) return;
-  if (const auto session = sessionInfo_->currentSession()) {
-    if (!sources || sources->empty() || session->updateSessionWithSources(sources)) return;
-  }
-  appOpenedWithSourceArray(sources.value_or(ZRSourceArray()));
+  guarded({kFile, "updateSourcesForCurrentSession"}, kException, [&] {
+    if (!gatesAreOpen()) return;
+    if (const auto session = sessionInfo_->currentSession()) {
+      if (!sources || sources->empty() || session->updateSessionWithSources(sources)) return;
+    }
+    appOpenedWithSourceArray(sources.value_or(ZRSourceArray()));
+  });
 }
 
 void ZRSessionManager::processURL(const URL& url) {
-  if (!gatesAreOpen()) return;
-  logLine("Incoming URL : %@", {url});
-  const auto source = ZRSource::initSourceWithURL(url.absoluteString);
-  if (source->isValidSource()) sharedSessionManager().updateSourcesForCurrentSession(ZRSourceArray{source});
+  guarded({kFile, "processURL"}, kException, [&] {
+    if (!gatesAreOpen()) return;
+    logLine("Incoming URL : %@", {url});
+    const auto source = ZRSource::initSourceWithURL(url.absoluteString);
+    if (source->isValidSource()) sharedSessionManager().updateSourcesForCurrentSession(ZRSourceArray{source});
+  });
 }
 
 void ZRSessionManager::checkSessionForEventWithPropertiesWithCompletionBlock(const Value& /*eventName*/,
                                                                              const ZRProperties* properties,
                                                                              const std::function<void()>& completion) {
-  if ((properties && properties->isNonInteractiveEvent()) || !isAppInBackground()) {
-    completion();
-    return;
-  }
-  if (hasCurrentSessionExpired()) {
-    initiateNewSessionWithSourcesAndCompletionBlock({}, [&completion](const std::shared_ptr<ZRSession>& session) {
-      if (session) logLine("New Session Initiated: %@", {session->sessionID()});
-      completion();
-    });
-    return;
-  }
-  touchCurrentSession();
-  completion();
+  constexpr char kOperation[] = "checkSessionForEventWithPropertiesWithCompletionBlock";
+  guarded({kFile, kOperation}, kException, [&] {
+    if ((properties && properties->isNonInteractiveEvent()) || !isAppInBackground()) return;
+    if (hasCurrentSessionExpired()) {
+      initiateNewSessionWithSourcesAndCompletionBlock({}, [](const std::shared_ptr<ZRSession>& session) {
+        if (session) logLine("New Session Initiated: %@", {session->sessionID()});
+      });
+    } else {
+      touchCurrentSession();
+    }
+  });
+  callBlock({kFile, kOperation}, kException, completion);
 }
 
 void ZRSessionManager::initiateNewSessionWithSourcesAndCompletionBlock(
-    const ZRSourceArray& sources, const std::function<void(const std::shared_ptr<ZRSession>&)>& completion) {
-  ZREventsHandler::sharedInstance().flushWithCompletionBlock(nullptr);
+    const std::optional<ZRSourceArray>& sources,
+    const std::function<void(const std::shared_ptr<ZRSession>&)>& completion) {
+  constexpr char kOperation[] = "initiateNewSessionWithSourcesAndCompletionBlock";
+  std::shared_ptr<ZRSession> session;
+  guarded({kFile, kOperation}, kException, [&] {
+    ZREventsHandler::sharedInstance().flushWithCompletionBlock(nullptr);
+    session = makeCurrentSession(sources);
+  });
+  callBlock({kFile, kOperation}, kException, completion, session);
+}
+
+std::shared_ptr<ZRSession> ZRSessionManager::makeCurrentSession(const std::optional<ZRSourceArray>& sources) {
   const auto session = ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated(sources, isAppInBackground());
   sessionInfo_->setCurrentSession(session);
   saveSessionInfo();
-  completion(session);
+  return session;
 }
 
 void ZRSessionManager::reinitiateSession() {
-  const auto session = ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated({}, isAppInBackground());
-  sessionInfo_->setCurrentSession(session);
-  saveSessionInfo();
-  logLine("New Session Initiated: %@", {session->sessionID()});
+  guarded({kFile, "reinitiateSession"}, kException, [this] {
+    const auto session = makeCurrentSession(std::nullopt);
+    logLine("New Session Initiated: %@", {session->sessionID()});
+  });
 }
 
 void ZRSessionManager::resetSession() {
-  if (!sessionInfo_->currentSession()) return;
-  sessionInfo_->setCurrentSession(nullptr);
-  saveSessionInfo();
-  logLine("Session Reset");
+  guarded({kFile, "resetSession"}, kException, [this] {
+    if (!sessionInfo_->currentSession()) return;
+    sessionInfo_->setCurrentSession(nullptr);
+    saveSessionInfo();
+    logLine("Session Reset");
+  });
 }
 
 bool ZRSessionManager::hasCurrentSessionExpired() const {
+  bool expired = false;
+  guarded({kFile, "hasCurrentSessionExpired"}, kException, [&] { expired = isExpired(); });
+  return expired;
+}
+
+bool ZRSessionManager::isExpired() const {
   const auto session = sessionInfo_->currentSession();
   if (!session) {
     logLine("-- Analytics -- Session Expired");
@@ -143,16 +169,20 @@ std::int64_t ZRSessionManager::getSessionInactiveDuration() const {
   return duration == 0 ? kDefaultInactiveSeconds : duration;
 }
 
-bool ZRSessionManager::isCurrentSessionSourceSameAs(const ZRSourceArray& sources) const {
+bool ZRSessionManager::isCurrentSessionSourceSameAs(const std::optional<ZRSourceArray>& sources) const {
   const auto session = sessionInfo_->currentSession();
   if (!session) return false;
-  if (sources.empty()) return true;
+  if (!sources || sources->empty()) return true;
   const ZRSourceArray current = session->sessionSources();
-  return !current.empty() && current.front()->isEqual(sources.front().get());
+  return !current.empty() && current.front()->isEqual(sources->front().get());
 }
 
 bool ZRSessionManager::isAppInBackgroundState() const {
-  return platform::hostServices().application->state() == platform::ApplicationState::Background;
+  bool isInBackground = false;
+  guarded({kFile, "isAppInBackgroundState"}, kException, [&] {
+    isInBackground = platform::hostServices().application->state() == platform::ApplicationState::Background;
+  });
+  return isInBackground;
 }
 
 std::string ZRSessionManager::getFilePathForSessionInfo() const {
@@ -160,7 +190,8 @@ std::string ZRSessionManager::getFilePathForSessionInfo() const {
 }
 
 void ZRSessionManager::saveSessionInfo() {
-  archive_.write(getFilePathForSessionInfo(), [this] { return sessionInfo_->encodeWithCoder(); });
+  guarded({kFile, "saveSessionInfo"}, kException,
+          [this] { archive_.write(getFilePathForSessionInfo(), [this] { return sessionInfo_->encodeWithCoder(); }); });
 }
 
 std::optional<Dictionary> ZRSessionManager::getCurrentSessionInfoDict() const {
@@ -183,19 +214,19 @@ void ZRSessionManager::touchCurrentSession() {
   }
 }
 
-void ZRSessionManager::applicationEnteredForeground() {
+void ZRSessionManager::applicationEnteredForeground(std::string_view /*notification*/) {
   guarded({kFile, "applicationEnteredForeground"}, "exception in application did enter Foreground is %@",
           [this] { isAppInBackground_ = false; });
 }
 
-void ZRSessionManager::applicationEnteredBackground() {
+void ZRSessionManager::applicationEnteredBackground(std::string_view /*notification*/) {
   guarded({kFile, "applicationEnteredBackground"}, "exception in application did enter Background is %@", [this] {
     applicationInActive();
     isAppInBackground_ = true;
   });
 }
 
-void ZRSessionManager::applicationInActive() {
+void ZRSessionManager::applicationInActive(std::string_view /*notification*/) {
   guarded({kFile, "applicationInActive"}, "exception in UIApplicationWillResignActiveNotification is %@",
           [this] { touchCurrentSession(); });
 }

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "ZRAnalytics/SessionAndSource/ZRSession.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
@@ -15,7 +16,8 @@ namespace zorvane {
 
 // There is at most one current session. It is stored in "ZrvData/ZRSessionInfo" below the SDK's library directory at
 // each change. It expires without an interaction for the inactive duration, and is replaced when the application is
-// opened with another source. Thread-safe: overlapping calls see either the old or the new session.
+// opened with another source. Thread-safe: overlapping calls see either the old or the new session. Nothing here
+// throws; errors are logged.
 class ZRSessionManager {
  public:
   static ZRSessionManager& sharedSessionManager();
@@ -30,28 +32,32 @@ class ZRSessionManager {
   // parameter changes nothing. Gates: account, SDK.
   static void processURL(const URL& url);
   // Called for each event before it is recorded. An interactive event in the background extends the session, or starts
-  // a new one if it has expired. The completion is called once, on this thread.
+  // a new one if it has expired. The completion is called once, on this thread, also after an error.
   void checkSessionForEventWithPropertiesWithCompletionBlock(const Value& eventName, const ZRProperties* properties,
                                                              const std::function<void()>& completion);
   // Flushes what was recorded under the old session, then makes a new one current and stores it. The completion is
-  // required; it is called with the session on this thread.
+  // called on this thread with the session, or with null after an error.
   void initiateNewSessionWithSourcesAndCompletionBlock(
-      const ZRSourceArray& sources, const std::function<void(const std::shared_ptr<ZRSession>&)>& completion);
+      const std::optional<ZRSourceArray>& sources,
+      const std::function<void(const std::shared_ptr<ZRSession>&)>& completion);
   // Makes a new session without sources current and stores it. No flush.
   void reinitiateSession();
   // Removes the current session, also from the file.
   void resetSession();
 
-  // True without a session. Logs the times compared.
+  // True without a session, false after an error. Logs the times compared.
   bool hasCurrentSessionExpired() const;
   // Seconds; 1800 if the remote configuration says 0.
   std::int64_t getSessionInactiveDuration() const;
-  // Compares only the first sources. False without a session, else true for an empty array.
-  bool isCurrentSessionSourceSameAs(const ZRSourceArray& sources) const;
-  // The application state that the host reports.
+  // Compares only the first sources. False without a session, else true for an absent or empty array.
+  bool isCurrentSessionSourceSameAs(const std::optional<ZRSourceArray>& sources) const;
+  // The application state that the host reports; false after an error.
   bool isAppInBackgroundState() const;
   // The manager's own flag: set at the launch and in the background, cleared in the foreground and when opened.
   bool isAppInBackground() const { return isAppInBackground_.load(); }
+  void setIsAppInBackground(bool isInBackground) { isAppInBackground_ = isInBackground; }
+  // Holds the current session; never null. Changing it writes no file.
+  const std::shared_ptr<ZRSessionInfo>& sessionInfo() const { return sessionInfo_; }
 
   std::string getFilePathForSessionInfo() const;
   // Writes the file on this thread. A write error is logged.
@@ -62,14 +68,17 @@ class ZRSessionManager {
   // The dictionaries of the session's sources, in order; empty without a session.
   Array getCurrentSessionSourceInfoArray() const;
 
-  // Observers of the lifecycle notifications, on the main thread. The last two count as an interaction.
-  void applicationEnteredForeground();
-  void applicationEnteredBackground();
-  void applicationInActive();
+  // Observers of the lifecycle notifications, on the main thread; the notification's name is ignored. The last two
+  // count as an interaction.
+  void applicationEnteredForeground(std::string_view notification = {});
+  void applicationEnteredBackground(std::string_view notification = {});
+  void applicationInActive(std::string_view notification = {});
 
  private:
   ZRSessionManager();
+  bool isExpired() const;
   void startSession(const ZRSourceArray& sources);
+  std::shared_ptr<ZRSession> makeCurrentSession(const std::optional<ZRSourceArray>& sources);
   void touchCurrentSession();
 
   std::atomic<bool> isAppInBackground_{true};

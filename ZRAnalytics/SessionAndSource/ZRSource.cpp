@@ -5,6 +5,7 @@
 #include "Platform/Text/URLComponents.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/Utils/ZRPlainValue.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRDictionaryUtils.h"
 
@@ -16,6 +17,8 @@ Value preferred(const Dictionary& info, std::string_view key, std::string_view f
   Value value = validObjectForKey(info, key);
   return value.isNil() ? validObjectForKey(info, fallback) : value;
 }
+
+constexpr char kFile[] = "ZRSource";
 
 bool hasLength(const Value& value) {
   if (value.isNil()) return false;
@@ -99,8 +102,10 @@ std::shared_ptr<ZRSource> ZRSource::initZrvSourceWithPushPayload(const Value& pa
 
 std::shared_ptr<ZRSource> ZRSource::initSourceWithURL(const Value& url) {
   auto source = std::make_shared<ZRSource>();
-  if (url.isNil()) return source;
-  const std::string text = url.description();
+  std::string text;
+  if (url.isNil() || !guarded({kFile, "initSourceWithURL"}, "exception is %@", [&] { text = url.description(); })) {
+    return source;
+  }
   const auto items = platform::queryItemsOfURL(text);
   if (!items.empty()) {
     // Only the last item of a name counts. If that has no value, the name is left out.
@@ -139,9 +144,13 @@ bool ZRSource::isValidSource() const {
 
 bool ZRSource::isEqual(const ZRSource* other) const {
   if (!other) return false;
-  return std::all_of(std::begin(kFields), std::end(kFields), [&](const Field& field) {
-    return field.key == kAnalyticsSourceURL || this->*field.value == other->*field.value;
+  bool isEqual = false;
+  guarded({kFile, "isEqual"}, "exception is %@", [&] {
+    isEqual = std::all_of(std::begin(kFields), std::end(kFields), [&](const Field& field) {
+      return field.key == kAnalyticsSourceURL || this->*field.value == other->*field.value;
+    });
   });
+  return isEqual;
 }
 
 Dictionary ZRSource::getSourceInfoDict() const {

@@ -3,13 +3,14 @@
 
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "Platform/Formats/KeyedArchive.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
 namespace zorvane {
 
-// Built once and not changed afterwards. Values are taken as found, usually text; absent fields are nil.
+// Not thread-safe: set its fields before you hand it over, and do not change it afterwards. Values are taken as found.
 //
 // Input keys: "utm_source", "utm_campaign", "utm_medium", "utm_term", "utm_content", each with the name without "utm_"
 // as fallback; for the campaign identifier "utm_id" without a fallback.
@@ -17,7 +18,8 @@ class ZRSource {
  public:
   static constexpr std::string_view kClassName = "ZRSource";
 
-  // From the query of a URL. sourceURL is the whole text, even if it does not parse. Nil gives an empty source.
+  // From the query of a URL. sourceURL is the whole text, even if it does not parse. Nil gives an empty source, and so
+  // does an object without a text.
   static std::shared_ptr<ZRSource> initSourceWithURL(const Value& url);
   // From a push payload's top level. Nil gives an empty source.
   static std::shared_ptr<ZRSource> initSourceWithPushPayload(const Value& payload);
@@ -43,20 +45,29 @@ class ZRSource {
 
   // Whether a named field is present and not empty, or there are extras.
   bool isValidSource() const;
-  // Whether all fields but the URL are equal. False for null.
+  // Whether all fields but the URL are equal. False for null and after an error.
   bool isEqual(const ZRSource* other) const;
   // The wire form: "source", "medium", "campaign_name", "campaign_id", "term", "source_url", "content", "extras", each
   // if present.
   Dictionary getSourceInfoDict() const;
 
+  // Nil if absent. The extras are a dictionary, the others usually text.
   const Value& sourceName() const { return sourceName_; }
+  void setSourceName(Value value) { sourceName_ = std::move(value); }
   const Value& campaignID() const { return campaignID_; }
+  void setCampaignID(Value value) { campaignID_ = std::move(value); }
   const Value& campaignName() const { return campaignName_; }
+  void setCampaignName(Value value) { campaignName_ = std::move(value); }
   const Value& medium() const { return medium_; }
+  void setMedium(Value value) { medium_ = std::move(value); }
   const Value& term() const { return term_; }
+  void setTerm(Value value) { term_ = std::move(value); }
   const Value& content() const { return content_; }
+  void setContent(Value value) { content_ = std::move(value); }
   const Value& sourceURL() const { return sourceURL_; }
+  void setSourceURL(Value value) { sourceURL_ = std::move(value); }
   const Value& extras() const { return extras_; }
+  void setExtras(Value value) { extras_ = std::move(value); }
 
  private:
   struct Field {

@@ -1,5 +1,7 @@
 #include "ZRAnalytics/UserAttributes/ZRUserAttribute.h"
 
+#include <cmath>
+
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/Utils/ZRArchiving.h"
 #include "ZRAnalytics/Utils/ZRPlainValue.h"
@@ -13,6 +15,16 @@ namespace {
 constexpr std::string_view kNameKey = "zrv_usr_attr_name";
 constexpr std::string_view kValueKey = "zrv_usr_attr_val";
 constexpr std::string_view kTrackedDateKey = "zrv_usr_attr_tracked_date";
+
+bool isNaN(const Value& value) {
+  const double* number = value.asDouble();
+  return number && std::isnan(*number);
+}
+
+// As ==, but not-a-number equals itself: otherwise it would be sent again each time.
+bool isSameValue(const Value& left, const Value& right) {
+  return left == right || (isNaN(left) && isNaN(right));
+}
 
 }  // namespace
 
@@ -42,7 +54,7 @@ std::shared_ptr<platform::ArchivedObject> ZRUserAttribute::encodeWithCoder() con
 
 ZRUserAttribute::Update ZRUserAttribute::updateWithNewValue(const Value& newValue, std::int64_t cachingDuration,
                                                             Date now) const {
-  if (newValue.isNil() || !(newValue == attributeValue_)) return Update::ValueChanged;
+  if (newValue.isNil() || !isSameValue(newValue, attributeValue_)) return Update::ValueChanged;
   std::optional<Date> expiry;
   if (lastTracked_) expiry = Date{lastTracked_->secondsSince1970 + static_cast<double>(cachingDuration)};
   return ZRDateUtils::isDate1EarlierToDate2(expiry, now) ? Update::DurationExpired : Update::None;

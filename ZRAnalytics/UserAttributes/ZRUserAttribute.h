@@ -5,13 +5,14 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "Platform/Formats/KeyedArchive.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
 namespace zorvane {
 
-// Not thread-safe: its owner (ZRUserAttributeData) guards it.
+// Not thread-safe: its owner (ZRUserAttributeData) guards it. An exception of the host's clock reaches the caller.
 class ZRUserAttribute {
  public:
   static constexpr std::string_view kClassName = "ZRUserAttribute";
@@ -31,9 +32,12 @@ class ZRUserAttribute {
   bool shouldUpdateAttributeWithNewValue(const Value& newValue) const;
 
   const std::string& attributeName() const { return attributeName_; }
+  void setAttributeName(std::string name) { attributeName_ = std::move(name); }
   const Value& attributeValue() const { return attributeValue_; }
-  // When the value was last accepted for sending.
+  void setAttributeValue(Value value) { attributeValue_ = std::move(value); }
+  // When the value was last accepted for sending. An attribute without this date never expires.
   std::optional<Date> lastTracked() const { return lastTracked_; }
+  void setLastTracked(std::optional<Date> date) { lastTracked_ = date; }
 
  private:
   std::string attributeName_;

@@ -19,7 +19,7 @@
 namespace zorvane {
 namespace {
 
-constexpr std::string_view kFile = "ZRUserAttributesHandler";
+constexpr char kFile[] = "ZRUserAttributesHandler";
 constexpr ReportSite kForcedReset{kFile, "forceResetUserWithNewUserAttributeUniqueID"};
 constexpr std::string_view kArchiveClasses[] = {ZRUserAttributeData::kClassName, ZRUserAttribute::kClassName};
 constexpr std::size_t kMaximumLegacyFileSize = 16u << 20;
@@ -57,8 +57,8 @@ ZRUserAttributesHandler::ZRUserAttributesHandler() {
     userAttributeData_ = root ? ZRUserAttributeData::initWithCoder(*root) : std::make_shared<ZRUserAttributeData>();
   }
   migrateLegacyPlistValuesToNewFile();
-  platform::hostServices().notificationCenter->addObserver(platform::kWillResignActiveNotification,
-                                                           [this](std::string_view) { applicationInActive(); });
+  platform::hostServices().notificationCenter->addObserver(
+      platform::kWillResignActiveNotification, [this](std::string_view name) { applicationInActive(name); });
 }
 
 std::shared_ptr<ZRUserAttributeData> ZRUserAttributesHandler::userAttributeData() const {
@@ -407,7 +407,7 @@ void ZRUserAttributesHandler::migrateLegacyPlistValuesToNewFile() {
   if (writeCache()) userAttributeRemovePlistFile();
 }
 
-void ZRUserAttributesHandler::applicationInActive() {
+void ZRUserAttributesHandler::applicationInActive(std::string_view /*notification*/) {
   guarded({kFile, "applicationInActive"}, "exception in UIApplicationWillResignActiveNotification is %@",
           [this] { persistUserAttributesData(); });
 }

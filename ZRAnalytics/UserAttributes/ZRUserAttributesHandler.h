@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
@@ -66,6 +67,8 @@ class ZRUserAttributesHandler {
 
   // {"zrv_user_id", "segment_id"}, each if cached; absent if neither is.
   std::optional<Dictionary> getIdentifierDictionary();
+  // The cache itself; never null. Another one takes its place when the user's data is cleared.
+  std::shared_ptr<ZRUserAttributeData> userAttributeData() const;
   // A copy of the cache.
   std::vector<ZRUserAttribute> getUserAttributesArray() const;
   // Whether the name is present and the value is text or a number; logs what is wrong.
@@ -94,12 +97,11 @@ class ZRUserAttributesHandler {
   // If the legacy file exists: caches its two identifiers without an event, writes the cache, removes the file.
   void migrateLegacyPlistValuesToNewFile();
 
-  // Observer of the will-resign-active notification: writes the cache.
-  void applicationInActive();
+  // Observer of the will-resign-active notification, whose name is ignored: writes the cache.
+  void applicationInActive(std::string_view notification = {});
 
  private:
   ZRUserAttributesHandler();
-  std::shared_ptr<ZRUserAttributeData> userAttributeData() const;
   void flushForcedReset(const std::shared_ptr<PendingReset>& reset);
   void finishForcedReset();
   // True if there is one and it was tracked.

@@ -17,6 +17,7 @@
 namespace zorvane {
 namespace {
 
+constexpr char kFile[] = "ZRAnalyticsUtils";
 constexpr int kTrackingAuthorized = 3;
 
 std::atomic<bool> proxyConfigured{false};
@@ -30,9 +31,12 @@ std::string hexDigest(std::string_view text, std::string_view digits) {
 }  // namespace
 
 std::string ZRAnalyticsUtils::createBatchIdentifier() {
-  const double seconds = platform::hostServices().clock->now().secondsSince1970;
-  // integerValue clamps: a clock may be set beyond the range of an integer.
-  const std::int64_t milliseconds = Value(seconds * 1000.0).integerValue();
+  std::int64_t milliseconds = 0;
+  guarded({kFile, "createBatchIdentifier"}, "exception is %@", [&] {
+    const double seconds = platform::hostServices().clock->now().secondsSince1970;
+    // integerValue clamps: a clock may be set beyond the range of an integer.
+    milliseconds = Value(seconds * 1000.0).integerValue();
+  });
   return platform::textOfInteger(milliseconds) + "-" + platform::randomUUID();
 }
 
@@ -71,16 +75,22 @@ Dictionary ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(bool on
 }
 
 std::optional<std::string> ZRAnalyticsUtils::advertiserID() {
-  const auto& service = platform::hostServices().advertising;
-  auto identifier = service ? service->advertisingIdentifier() : std::nullopt;
-  if (!identifier) {
-    logLine("ADSupport Framework unavailable");
-    return std::nullopt;
-  }
-  if (service->trackingAuthorizationStatus() != kTrackingAuthorized) {
-    logLine("ATTrackingManager trackingAuthorizationStatus is Not Authorized");
-    return std::nullopt;
-  }
+  std::optional<std::string> identifier;
+  guarded({kFile, "advertiserID"}, "Exception : %@", [&] {
+    const auto& service = platform::hostServices().advertising;
+    if (!service || !service->isAvailable()) {
+      logLine("ADSupport Framework unavailable");
+      return;
+    }
+    const std::optional<int> status = service->trackingAuthorizationStatus();
+    if (status && *status != kTrackingAuthorized) {
+      logLine("ATTrackingManager trackingAuthorizationStatus is Not Authorized");
+    } else if (!status && !service->isAdvertisingTrackingEnabled()) {
+      logLine("Limited ad tracking. Can't track advertising identifier");
+    } else {
+      identifier = service->advertisingIdentifier();
+    }
+  });
   return identifier;
 }
 

@@ -9,10 +9,10 @@
 
 namespace zorvane {
 
-// Static operations only; any thread.
+// Static operations only; any thread. An object among a signature's components may throw; nothing else does.
 class ZRAnalyticsUtils {
  public:
-  // "{milliseconds since 1970}-{random UUID in upper case}".
+  // "{milliseconds since 1970}-{random UUID in upper case}". The milliseconds are 0 when the host's clock fails.
   static std::string createBatchIdentifier();
 
   // The signature of a request body: upper-case SHA-1 of "meta.bid", "meta.request_time" and "query_params.unique_id".
@@ -26,7 +26,8 @@ class ZRAnalyticsUtils {
   // {"e_t_p", "push_p", "in_app_p"}, true if enabled; with onlyDisabled just those that are false.
   static Dictionary getDevicePreferencesDictionaryForReportsAPI(bool onlyDisabled);
 
-  // The host's advertising identifier; absent, with a log line, without a service or authorization.
+  // The host's advertising identifier, asked for only when it may be used. Absent, with a log line, without a service
+  // or without the user's permission, and after an error.
   static std::optional<std::string> advertiserID();
   // Stored in the SDK defaults under "ZRV_ADVERTISING_ID". Saving an absent one does nothing; a missing one reads as
   // nil.

@@ -1,6 +1,7 @@
 #include "ZRAnalytics/Utils/ZRReport.h"
 
 #include <cstdlib>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -39,12 +40,12 @@ std::string currentExceptionText() {
 
 }  // namespace
 
-void logLine(std::string_view pattern, std::initializer_list<Value> arguments) {
+void logLine(const char* pattern, std::initializer_list<Value> arguments) {
   ZRLogger& logger = ZRLogger::sharedInstance();
   if (logger.hasSink()) logger.logWithTypeAndFormatArgs(1, Array{platform::formatText(pattern, arguments)});
 }
 
-void reportCurrentException(const ReportSite& site, std::string_view pattern) noexcept {
+void reportCurrentException(const ReportSite& site, const char* pattern) noexcept {
   try {
     ZRLogger& logger = ZRLogger::sharedInstance();
     if (!logger.hasSink()) return;
@@ -52,6 +53,16 @@ void reportCurrentException(const ReportSite& site, std::string_view pattern) no
                           platform::formatText(pattern, {currentExceptionText()})};
     logger.logErrorWithFormatArgsAndStackTrace(arguments, callStackSymbols());
   } catch (...) {  // no memory for the report: drop it
+  }
+}
+
+bool runGuarded(const ReportSite& site, const char* pattern, void (*run)(const void* work), const void* work) noexcept {
+  try {
+    run(work);
+    return true;
+  } catch (...) {
+    reportCurrentException(site, pattern);
+    return false;
   }
 }
 

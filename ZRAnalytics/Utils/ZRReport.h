@@ -2,50 +2,45 @@
 #pragma once
 
 #include <cstdint>
-#include <exception>
 #include <initializer_list>
-#include <string_view>
-#include <utility>
 
 #include "ZorvaneCore/ZRCoreTypes.h"
 
 namespace zorvane {
 
 // Logs one line of type 1. The pattern is one of platform::formatText.
-void logLine(std::string_view pattern, std::initializer_list<Value> arguments = {});
+void logLine(const char* pattern, std::initializer_list<Value> arguments = {});
 
 // Where a report comes from: source file base name, operation, line number. Log analysis identifies the place by the
-// number, so a given number is fixed and need not be a line of this source. The default is the caller's line.
+// number, so a given number is fixed and need not be a line of this source. The default is the caller's line: the file
+// must then be the caller's.
 struct ReportSite {
-  constexpr ReportSite(std::string_view fileName, std::string_view operationName,
-                       std::int64_t lineNumber = __builtin_LINE())
+  constexpr ReportSite(const char* fileName, const char* operationName, std::int64_t lineNumber = __builtin_LINE())
       : file(fileName), operation(operationName), line(lineNumber) {}
-  std::string_view file;
-  std::string_view operation;
+  const char* file;
+  const char* operation;
   std::int64_t line;
 };
 
 // Logs the exception being handled as an error; its text replaces the pattern's "%@". Call only in a catch block.
-void reportCurrentException(const ReportSite& site, std::string_view pattern) noexcept;
+void reportCurrentException(const ReportSite& site, const char* pattern) noexcept;
 
-// Runs the work. An exception is reported and stops here. True if there was none.
+// Calls run(work). An exception is reported and stops here. True if there was none.
+bool runGuarded(const ReportSite& site, const char* pattern, void (*run)(const void* work), const void* work) noexcept;
+
+// The same for a function object.
 template <typename Work>
-bool guarded(const ReportSite& site, std::string_view pattern, Work&& work) noexcept {
-  try {
-    std::forward<Work>(work)();
-    return true;
-  } catch (...) {
-    reportCurrentException(site, pattern);
-    return false;
-  }
+bool guarded(const ReportSite& site, const char* pattern, const Work& work) noexcept {
+  return runGuarded(
+      site, pattern, [](const void* function) { (*static_cast<const Work*>(function))(); }, &work);
 }
 
-// Calls a block of the host, if there is one. An exception is reported and stops here.
+// Calls a block of the host, if there is one. The site and the pattern are those of the operation that took the block:
+// an exception is reported under them and stops here.
 template <typename Block, typename... Arguments>
-void callBlock(const Block& block, Arguments&&... arguments) noexcept {
-  if (!block) return;
-  guarded({"ZRReport", "callBlock"}, "exception in completion block : %@",
-          [&] { block(std::forward<Arguments>(arguments)...); });
+void callBlock(const ReportSite& site, const char* pattern, const Block& block,
+               const Arguments&... arguments) noexcept {
+  if (block) guarded(site, pattern, [&] { block(arguments...); });
 }
 
 }  // namespace zorvane

@@ -133,7 +133,8 @@ TEST_F(DeviceTest, RegistrationCountsAsFailedUntilItIsAccepted) {
   service_->hold = false;
   service_->decide = [](const auto&) -> int { throw std::runtime_error("no radio"); };
   update();
-  EXPECT_TRUE(reportedError("ZRAnalytics", "updateDeviceWithCompletion", "Exception in device add call no radio"));
+  EXPECT_TRUE(
+      reportedError("ZRAnalyticsDevice", "updateDeviceWithCompletion", "Exception in device add call no radio"));
   EXPECT_EQ(kept(kUserDefaultsKeyHasDeviceAddFailed), Value(true));
 }
 
@@ -189,7 +190,7 @@ TEST_F(DeviceTest, AdvertisingIdentifierIsSentWhenItChanges) {
   EXPECT_EQ(facade().getTrackedIDFA(), Value("IDFA-2"));
   advertising_->throws = true;
   EXPECT_EQ(track(), Names{});
-  EXPECT_TRUE(reportedError("ZRAnalytics", "trackAdvertisingIdentifier", "Exception : no service"));
+  EXPECT_TRUE(reportedError("ZRAnalyticsUtils", "advertiserID", "Exception : no service"));
 }
 
 TEST_F(DeviceTest, DeviceAttributesAreSentAtEachCall) {
@@ -207,6 +208,9 @@ TEST_F(DeviceTest, DeviceAttributesAreSentAtEachCall) {
                                      "The attribue value should be either of string, integer or bool",
                                      "The attribue value should be either of string, integer or bool",
                                      "Tried setting nil user attribute for key a"}));
+  device.setDeviceAttributeForKey("x", nullptr);
+  EXPECT_TRUE(reportedError("ZRDeviceAttributesHandler", "setDeviceAttributeForKey",
+                            "exception is a device attribute needs a name"));
   setSDKEnabled(false);
   device.setDeviceAttributeForKey(Value(), "a");
   EXPECT_EQ(log_->messages().size(), 4u);

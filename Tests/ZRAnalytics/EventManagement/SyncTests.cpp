@@ -331,20 +331,19 @@ TEST_F(SyncTest, ExceptionWhileSendingEndsTheSyncAndKeepsTheBatches) {
   EXPECT_FALSE(std::filesystem::exists(batchPath()));
 }
 
-TEST_F(SyncTest, ThrowingCompletionOrObserverCostsItsOwnCallOnly) {
+TEST_F(SyncTest, ExceptionOfACompletionIsReportedUnderItsOperation) {
   startWithSession();
-  center_->addObserver(kNotificationNameUserReset, [](std::string_view) { throw std::runtime_error("observer"); });
-  for (const bool reset : {false, true}) {
-    save({"a"});
-    events().flushEventsInBackgroundAndResetWithCompletionBlock(
-        false, reset, [](bool, bool) { throw std::runtime_error("completion"); });
-    settle();
-    EXPECT_FALSE(std::filesystem::exists(batchPath())) << reset;
-  }
-  events().trackEventWithPropertiesWithCompletionBlock("a", nullptr, [] { throw std::runtime_error("completion"); });
+  const auto refuse = [](auto...) { throw std::runtime_error("completion"); };
+  save({"a"});
+  events().flushEventsInBackgroundAndResetWithCompletionBlock(false, true, refuse);
+  events().flushWithCompletionBlock(refuse);
+  events().trackEventWithPropertiesWithCompletionBlock("a", nullptr, refuse);
   track({"b"});
   EXPECT_EQ(currentNames(), (Names{"a", "b"}));
   EXPECT_EQ(log_->errors().size(), 3u);
+  EXPECT_TRUE(
+      hasError("flushEventsInBackgroundAndResetWithCompletionBlock", 411, "Exception while syncing : completion"));
+  EXPECT_TRUE(hasError("flushWithCompletionBlock", 325, "exception in flush completion"));
 }
 
 // --- The timer

@@ -157,6 +157,7 @@ TEST_F(SessionTest, InvalidSourcesChangeNothing) {
   manager().updateSourcesForCurrentSession(ZRSourceArray());
   EXPECT_EQ(sessionID(), id);
   EXPECT_TRUE(manager().getCurrentSessionSourceInfoArray().empty());
+  EXPECT_TRUE(manager().isCurrentSessionSourceSameAs(std::nullopt));
   manager().resetSession();
   manager().updateSourcesForCurrentSession(std::nullopt);
   EXPECT_NE(sessionID(), "(null)") << "without a session it opens one";

@@ -60,5 +60,12 @@ TEST_F(UserAttributeCacheTest, EqualValueIsSentAgainAfterTheCachingDuration) {
   }
 }
 
+TEST_F(UserAttributeCacheTest, NotANumberEqualsItself) {
+  for (const bool sent : {true, false}) {
+    EXPECT_EQ(cache_.saveAttributeWithValue("a", std::numeric_limits<double>::quiet_NaN()), sent);
+  }
+  EXPECT_TRUE(cache_.saveAttributeWithValue("a", 1.0));
+}
+
 }  // namespace
 }  // namespace zorvane::testing

@@ -63,10 +63,21 @@ TEST_F(AnalyticsUtilsTest, AdvertisingIdentifierNeedsServiceAndPermission) {
   }
   EXPECT_EQ(log_->messages(),
             std::vector<std::string>(4, "ATTrackingManager trackingAuthorizationStatus is Not Authorized"));
-  service->status = 3;
-  service->identifier.reset();
+  service->status.reset();
+  EXPECT_EQ(ZRAnalyticsUtils::advertiserID(), "IDFA-1") << "an older platform does not ask the user";
+  log_->clear();
+  service->throws = true;  // whoever may not have the identifier does not ask for it
+  service->isLimited = true;
   EXPECT_FALSE(ZRAnalyticsUtils::advertiserID());
-  EXPECT_EQ(log_->messages().back(), "ADSupport Framework unavailable");
+  service->status = 0;
+  EXPECT_FALSE(ZRAnalyticsUtils::advertiserID());
+  service->isAvailable_ = false;
+  EXPECT_FALSE(ZRAnalyticsUtils::advertiserID());
+  EXPECT_EQ(log_->messages(),
+            (std::vector<std::string>{"Limited ad tracking. Can't track advertising identifier",
+                                      "ATTrackingManager trackingAuthorizationStatus is Not Authorized",
+                                      "ADSupport Framework unavailable"}));
+  EXPECT_TRUE(log_->errors().empty());
 }
 
 }  // namespace

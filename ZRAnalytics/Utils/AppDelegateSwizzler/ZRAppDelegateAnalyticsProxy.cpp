@@ -13,10 +13,10 @@ ZRHandlerRegistry& registry() {
   return ZRHandlerRegistry::sharedRegistry();
 }
 
-constexpr std::string_view kFile = "ZRAppDelegateAnalyticsProxy";
+constexpr char kFile[] = "ZRAppDelegateAnalyticsProxy";
 
 // Guarded: an exception must not reach the application's callbacks.
-void process(const std::optional<URL>& url, std::string_view operation) {
+void process(const std::optional<URL>& url, const char* operation) {
   guarded({kFile, operation}, "exception in processing URL : %@", [&] {
     if (url) ZRSessionManager::processURL(*url);
   });
@@ -112,20 +112,23 @@ ZRImplementation ZRAppDelegateAnalyticsProxy::nonExistantMethodImplementationFor
   return registry().implementation(className, "aNonExistantMethod");
 }
 
-bool ZRAppDelegateAnalyticsProxy::applicationOpenURLOptions(const std::optional<URL>& url,
+bool ZRAppDelegateAnalyticsProxy::applicationOpenURLOptions(platform::Application& /*application*/,
+                                                            const std::optional<URL>& url,
                                                             const Dictionary& /*options*/) {
   process(url, "applicationOpenURLOptions");
   return false;
 }
 
 bool ZRAppDelegateAnalyticsProxy::applicationOpenURLSourceApplicationAnnotation(
-    const std::optional<URL>& url, const std::string& /*sourceApplication*/, const Value& /*annotation*/) {
+    platform::Application& /*application*/, const std::optional<URL>& url, const std::string& /*sourceApplication*/,
+    const Value& /*annotation*/) {
   process(url, "applicationOpenURLSourceApplicationAnnotation");
   return false;
 }
 
 bool ZRAppDelegateAnalyticsProxy::applicationContinueUserActivityRestorationHandler(
-    const NSUserActivity& activity, const std::function<void(const Array&)>& /*restorationHandler*/) {
+    platform::Application& /*application*/, const NSUserActivity& activity,
+    const std::function<void(const Array&)>& /*restorationHandler*/) {
   if (activity.activityType == NSUserActivityTypeBrowsingWeb) {
     process(activity.webpageURL, "applicationContinueUserActivityRestorationHandler");
   }

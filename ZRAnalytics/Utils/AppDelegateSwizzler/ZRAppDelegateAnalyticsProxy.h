@@ -50,14 +50,16 @@ class ZRAppDelegateAnalyticsProxy final : public UIApplicationDelegate,
   // The class's forwarding implementation.
   static ZRImplementation nonExistantMethodImplementationForClass(std::string_view className);
 
-  // These pass a present URL to the session manager and return false. Only web-browsing activities count; the
-  // restoration handler is not called.
-  bool applicationOpenURLOptions(const std::optional<URL>& url, const Dictionary& options) override;
-  bool applicationOpenURLSourceApplicationAnnotation(const std::optional<URL>& url,
+  // These pass a present URL to the session manager and return false. Only web-browsing activities count. The
+  // application and the restoration handler are not used.
+  bool applicationOpenURLOptions(platform::Application& application, const std::optional<URL>& url,
+                                 const Dictionary& options) override;
+  bool applicationOpenURLSourceApplicationAnnotation(platform::Application& application, const std::optional<URL>& url,
                                                      const std::string& sourceApplication,
                                                      const Value& annotation) override;
   bool applicationContinueUserActivityRestorationHandler(
-      const NSUserActivity& activity, const std::function<void(const Array&)>& restorationHandler) override;
+      platform::Application& application, const NSUserActivity& activity,
+      const std::function<void(const Array&)>& restorationHandler) override;
 
   using SelectorsByClass = std::map<std::string, std::vector<std::string>, std::less<>>;
   bool didSwizzleMethods() const { return didSwizzleMethods_; }

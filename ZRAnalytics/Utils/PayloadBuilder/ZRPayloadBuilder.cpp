@@ -9,7 +9,7 @@
 namespace zorvane {
 namespace {
 
-constexpr std::string_view kFile = "ZRPayloadBuilder";
+constexpr char kFile[] = "ZRPayloadBuilder";
 
 // Calls the work with each pair of each entry.
 template <typename Work>

@@ -1,6 +1,7 @@
 // Collects an event's attributes and builds its properties on request.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 
@@ -18,6 +19,10 @@ class ZRPayloadBuilder {
   // "zrv_non_interactive", the value 1 sets the flag, and a copy without the key replaces the dictionary.
   static std::shared_ptr<ZRPayloadBuilder> initWithDictionary(std::shared_ptr<Dictionary> attributes);
   static std::shared_ptr<ZRPayloadBuilder> initWithDictionary(Dictionary attributes);
+  // Also for {}.
+  static std::shared_ptr<ZRPayloadBuilder> initWithDictionary(std::nullptr_t) {
+    return initWithDictionary(std::shared_ptr<Dictionary>());
+  }
 
   void setNonInteractive() { isNonInteractive_ = true; }
   // These two arrive in the properties as seconds since 1970 times 1,000,000. For milliseconds, as everywhere else, put

@@ -12,7 +12,7 @@
 namespace zorvane {
 namespace {
 
-constexpr std::string_view kFile = "ZRProperties";
+constexpr char kFile[] = "ZRProperties";
 
 // Throws if the name is present but no text; the caller's guard reports that.
 bool isUsableName(const Value& name) {
@@ -22,7 +22,7 @@ bool isUsableName(const Value& name) {
   return false;
 }
 
-bool isPresent(bool present, std::string_view message, const Value& name) {
+bool isPresent(bool present, const char* message, const Value& name) {
   if (!present) logLine(message, {name});
   return present;
 }
@@ -64,6 +64,10 @@ std::shared_ptr<ZRProperties> ZRProperties::initWithAttributes(const Dictionary&
   properties->attributeDict_.reserve(attributes.size());
   for (const auto& [name, value] : attributes) properties->addAttributeWithName(value, name);
   return properties;
+}
+
+std::shared_ptr<ZRProperties> ZRProperties::initWithAttributes(const Dictionary* attributes) {
+  return attributes ? initWithAttributes(*attributes) : std::make_shared<ZRProperties>();
 }
 
 void ZRProperties::addAttributeWithName(const Value& value, const Value& name) {

@@ -16,8 +16,9 @@ namespace zorvane {
 class ZRProperties {
  public:
   ZRProperties() = default;
-  // Calls addAttributeWithName for each pair.
+  // Calls addAttributeWithName for each pair; null means no attributes.
   static std::shared_ptr<ZRProperties> initWithAttributes(const Dictionary& attributes);
+  static std::shared_ptr<ZRProperties> initWithAttributes(const Dictionary* attributes);
 
   // Takes any value. A date goes to the date-time section, a ZRGeoLocation to the location section, everything else to
   // the plain section, where it replaces an earlier value of that name. Data becomes hexadecimal text, a URL its text,

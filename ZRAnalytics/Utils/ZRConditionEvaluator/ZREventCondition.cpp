@@ -7,7 +7,7 @@
 namespace zorvane {
 namespace {
 
-constexpr std::string_view kFile = "ZREventCondition";
+constexpr char kFile[] = "ZREventCondition";
 constexpr std::int32_t kMatchAny = 1;
 
 const Dictionary& dictionaryIn(const Value& value) {

@@ -10,9 +10,10 @@ namespace {
 class AppDelegateProxyTest : public EventPipelineTest {
  protected:
   static ZRAppDelegateAnalyticsProxy& proxy() { return ZRAppDelegateAnalyticsProxy::sharedProxy(); }
+  static platform::Application& application() { return *platform::hostServices().application; }
   static void open(const URL& url) {
     ZRAppDelegateSwizzler::forEachInterceptor(
-        [&](auto& interceptor) { EXPECT_FALSE(interceptor.applicationOpenURLOptions(url, {})); });
+        [&](auto& interceptor) { EXPECT_FALSE(interceptor.applicationOpenURLOptions(application(), url, {})); });
   }
 };
 
@@ -58,14 +59,14 @@ TEST_F(AppDelegateProxyTest, OpenedURLsAndWebActivitiesArriveOnceWhileRegistered
   bool restored = false;
   const auto restore = [&](const Array&) { restored = true; };
   const std::string web = "NSUserActivityTypeBrowsingWeb";
-  EXPECT_FALSE(proxy().applicationOpenURLSourceApplicationAnnotation(url, "mail", 1));
-  EXPECT_FALSE(proxy().applicationContinueUserActivityRestorationHandler({web, url}, restore));
+  EXPECT_FALSE(proxy().applicationOpenURLSourceApplicationAnnotation(application(), url, "mail", 1));
+  EXPECT_FALSE(proxy().applicationContinueUserActivityRestorationHandler(application(), {web, url}, restore));
   EXPECT_EQ(incoming(), 3u);
   log_->clear();
-  EXPECT_FALSE(proxy().applicationContinueUserActivityRestorationHandler({"handoff", url}, restore));
-  EXPECT_FALSE(proxy().applicationContinueUserActivityRestorationHandler({web, {}}, restore));
-  EXPECT_FALSE(proxy().applicationOpenURLSourceApplicationAnnotation(std::nullopt, "", {}));
-  EXPECT_FALSE(proxy().applicationOpenURLOptions(std::nullopt, {}));
+  EXPECT_FALSE(proxy().applicationContinueUserActivityRestorationHandler(application(), {"handoff", url}, restore));
+  EXPECT_FALSE(proxy().applicationContinueUserActivityRestorationHandler(application(), {web, {}}, restore));
+  EXPECT_FALSE(proxy().applicationOpenURLSourceApplicationAnnotation(application(), std::nullopt, "", {}));
+  EXPECT_FALSE(proxy().applicationOpenURLOptions(application(), std::nullopt, {}));
   EXPECT_TRUE(log_->messages().empty());
   EXPECT_FALSE(restored);
 

@@ -40,6 +40,8 @@ TEST_F(PayloadBuilderTest, LaterChangesOfTheCallersDictionaryCount) {
   EXPECT_TRUE(properties->isNonInteractiveEvent()) << "read by the properties";
   EXPECT_FALSE(builder->isNonInteractive());
   EXPECT_TRUE(ZRPayloadBuilder::initWithDictionary(std::shared_ptr<Dictionary>())->eventDict()->empty());
+  EXPECT_TRUE(ZRPayloadBuilder::initWithDictionary({})->eventDict()->empty());
+  EXPECT_TRUE(ZRProperties::initWithAttributes(nullptr)->getAttributesDict().empty());
   builder->setEventDict(nullptr);
   EXPECT_EQ(builder->getProperties()->getAttributesDict(), Dictionary());
 }
