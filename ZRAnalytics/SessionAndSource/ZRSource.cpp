@@ -132,7 +132,7 @@ std::shared_ptr<ZRSource> ZRSource::initWithCoder(const platform::ArchivedObject
 std::shared_ptr<platform::ArchivedObject> ZRSource::encodeWithCoder() const {
   auto coder = std::make_shared<platform::ArchivedObject>(std::string(kClassName));
   for (const Field& field : kFields) {
-    coder->encodeObject(field.key, withoutObjects(this->*field.value, {"ZRSource", "encodeWithCoder"}));
+    coder->encodeObject(field.key, withoutObjects(this->*field.value, {kFile, "encodeWithCoder"}));
   }
   return coder;
 }

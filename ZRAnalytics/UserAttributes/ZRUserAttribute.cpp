@@ -12,6 +12,8 @@
 namespace zorvane {
 namespace {
 
+constexpr std::string_view kFile = "ZRUserAttribute";
+
 constexpr std::string_view kNameKey = "zrv_usr_attr_name";
 constexpr std::string_view kValueKey = "zrv_usr_attr_val";
 constexpr std::string_view kTrackedDateKey = "zrv_usr_attr_tracked_date";
@@ -47,7 +49,7 @@ std::shared_ptr<ZRUserAttribute> ZRUserAttribute::initWithCoder(const platform::
 std::shared_ptr<platform::ArchivedObject> ZRUserAttribute::encodeWithCoder() const {
   auto coder = std::make_shared<platform::ArchivedObject>(std::string(kClassName));
   coder->encodeObject(kNameKey, attributeName_);
-  coder->encodeObject(kValueKey, withoutObjects(attributeValue_, {"ZRUserAttribute", "encodeWithCoder"}));
+  coder->encodeObject(kValueKey, withoutObjects(attributeValue_, {kFile, "encodeWithCoder"}));
   coder->encodeObject(kTrackedDateKey, valueOf(lastTracked_));
   return coder;
 }
