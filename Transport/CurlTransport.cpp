@@ -11,6 +11,7 @@
 #include <deque>
 #include <exception>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -34,6 +35,12 @@ TransportResponse failure(std::string why) {
   TransportResponse response;
   response.error = std::move(why);
   return response;
+}
+
+// Scheme, host and port.
+std::string_view originOf(std::string_view url) {
+  const std::size_t scheme = url.find("://");
+  return url.substr(0, url.find('/', scheme == std::string_view::npos ? 0 : scheme + 3));
 }
 
 CURLM* makeMultiHandle() {
@@ -112,6 +119,7 @@ class CurlTransport::Driver {
   struct Slot {
     CurlHandle handle;
     Completion completion;
+    std::string url;
     bool busy = false;
   };
   struct Cleanup {
@@ -135,6 +143,24 @@ class CurlTransport::Driver {
     return true;
   }
 
+  // Nobody is there: completes the queued requests to that origin without making their bodies.
+  void failWaiting(std::string_view origin, const TransportResponse& response) ZR_EXCLUDES(mutex_) {
+    std::vector<Waiting> failed;
+    {
+      const MutexLock lock(mutex_);
+      std::deque<Waiting> others;
+      for (Waiting& each : waiting_) {
+        if (originOf(each.request.url) == origin) {
+          failed.push_back(std::move(each));
+        } else {
+          others.push_back(std::move(each));
+        }
+      }
+      waiting_.swap(others);
+    }
+    for (Waiting& each : failed) complete(std::move(each.completion), response);
+  }
+
   // Sends the first queued request. False if there is none, or no free slot.
   bool startNext() {
     Slot* free = nullptr;
@@ -145,6 +171,7 @@ class CurlTransport::Driver {
     if (!free || closing_ || !takeWaiting(next)) return false;
     free->busy = true;
     free->completion = std::move(next.completion);
+    free->url = next.request.url;
     std::string problem;
     try {
       std::string body = next.request.makeBody();
@@ -183,7 +210,13 @@ class CurlTransport::Driver {
       }
       for (const auto& [slot, result] : done) curl_multi_remove_handle(multi_.get(), slot->handle.get());
     });
-    for (const auto& [slot, result] : done) finish(*slot, slot->handle.takeResponse(result));
+    for (const auto& [slot, result] : done) {
+      const TransportResponse response = slot->handle.takeResponse(result);
+      if (result == CURLE_COULDNT_CONNECT || result == CURLE_COULDNT_RESOLVE_HOST) {
+        failWaiting(originOf(slot->url), response);
+      }
+      finish(*slot, response);
+    }
     return !done.empty();
   }
 

@@ -23,7 +23,8 @@ struct CurlTransportOptions {
 };
 
 // Runs makeBody and the completions on its own thread, without a lock held. An exception of theirs affects only their
-// own request. At most six requests are in progress, over connections that are reused.
+// own request. At most six requests are in progress, over connections that are reused. If a server cannot be connected
+// to, the requests that wait for it fail at once.
 //
 // TLS 1.2 or later; certificates and host names are verified. Redirects are not followed: a 3xx is the response. Only
 // http and https are allowed. If the server closed a connection while it was idle, the request is sent again over a new

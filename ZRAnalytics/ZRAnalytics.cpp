@@ -41,7 +41,8 @@ void ZRAnalytics::migrateSDKUserDefaultsInfo() {
     own.setObjectForKey(std::move(value), key);
     standard.removeObjectForKey(key);
   }
-  (void)standard.synchronize();
+  // The keys leave one file only when they are in the other: a kill or a full disk costs none.
+  if (own.writeChanges()) (void)standard.synchronize();
   (void)own.synchronize();
 }
 
@@ -173,7 +174,7 @@ void ZRAnalytics::zorvaneSDKStateUpdated() {
       sessions.reinitiateSession();
       return;
     }
-    ZRUserAttributesHandler::sharedHandler().clearUserAttributesData();
+    ZRUserAttributesHandler::sharedHandler().forgetUser();
     ZREventsHandler& events = ZREventsHandler::sharedInstance();
     events.clearEventsdata();
     events.dropOptedOutEvents();

@@ -151,7 +151,7 @@ void ZRAnalytics::optOutOfDataTracking(bool optOut) {
     ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
     const bool wasEnabled = store.isDataTrackingEnabled();
     if (optOut && wasEnabled) {
-      ZRUserAttributesHandler::sharedHandler().clearUserAttributesData();
+      ZRUserAttributesHandler::sharedHandler().forgetUser();
       ZREventsHandler::sharedInstance().clearEventsdata();
       removeFromDefaults(kUserDefaultsKeyIDFA);
     }

@@ -147,6 +147,14 @@ void CoreState::configure(CoreSetup setup) {
     appId_ = replaced->appId;
     setup_.swap(replaced);
   }
+  // A choice that could not be written, for example on a full disk, is written again until it stands.
+  platform::sdkDefaults().synchronizeWith(choices_);
+  for (const std::string_view left :
+       {platform::kWillResignActiveNotification, platform::kDidEnterBackgroundNotification,
+        platform::kWillTerminateNotification}) {
+    platform::hostServices().notificationCenter->addObserver(
+        left, [this](std::string_view) { (void)choices_.writeChanges(); });
+  }
   refreshGates();
 }
 
@@ -198,7 +206,7 @@ bool CoreState::choice(std::string_view key) {
 
 void CoreState::setChoice(std::string_view key, Value value) {
   choices_.setObjectForKey(std::move(value), key);
-  // If the write fails, the choice holds in this process and is written with the next one.
+  // If the write fails, the choice holds in this process and is written again later, see configure().
   (void)choices_.writeChanges();
   refreshGates();
 }
@@ -222,7 +230,7 @@ void CoreState::setSdkConfiguration(const ZRSDKConfiguration& configuration) {
   keep(configuration.analyticsDisablePeriodicFlush_, kChoicePeriodicFlushDisabled);
   const auto& duration = configuration.analyticsPeriodicFlushDuration_;
   if (duration.changed) choices_.setObjectForKey(*duration.value, kChoicePeriodicFlushDuration);
-  // If the write fails, the choice holds in this process and is written with the next one.
+  // If the write fails, the choice holds in this process and is written again later, see configure().
   (void)choices_.writeChanges();
 }
 

@@ -72,7 +72,8 @@ class CoreState {
   bool isAccountActive() const { return accountActive_.load(std::memory_order_acquire); }
   bool isSDKEnabled() const { return sdkEnabled_.load(std::memory_order_acquire); }
 
-  // The choices kept over restarts, in "core.plist" in the library directory.
+  // The choices kept over restarts, in "core.plist" in the library directory. One that cannot be written is written
+  // again with the next synchronize of the SDK defaults and each time the application leaves the foreground.
   bool choice(std::string_view key);
   void setChoice(std::string_view key, Value value);
   ZRSDKConfiguration sdkConfiguration();

@@ -1,6 +1,6 @@
 #include "ZorvaneCore/ZRDateUtils.h"
 
-#include <cstdio>
+#include <string>
 
 #include "Platform/HostServices.h"
 #include "Platform/Time/DateFormat.h"
@@ -50,19 +50,20 @@ bool ZRDateUtils::isDate1LaterToDate2(std::optional<Date> date1, std::optional<D
 }
 
 std::string ZRDateUtils::getGMTtime() {
-  const Date now = platform::hostServices().clock->now();
-  return platform::textOfDate(now, kZRDateFormatISO8601MilliSec, 0).value_or("");
+  auto text = platform::isoTextOfDate(platform::hostServices().clock->now(), 0);
+  return text ? *text += 'Z' : "";
 }
 
 std::string ZRDateUtils::getLocalTime() {
   const Date now = platform::hostServices().clock->now();
   const std::int64_t offset = deviceOffset(now);
-  std::string text = platform::textOfDate(now, "yyyy-MM-dd'T'HH:mm:ss.SSS", offset).value_or("");
-  if (text.empty()) return text;
-  const long long minutes = (offset < 0 ? -offset : offset) / 60;
-  char zone[32];
-  std::snprintf(zone, sizeof zone, "%c%02lld%02lld", offset < 0 ? '-' : '+', minutes / 60, minutes % 60);
-  return text + zone;
+  auto text = platform::isoTextOfDate(now, offset);
+  if (!text) return "";
+  const std::int64_t minutes = (offset < 0 ? -offset : offset) / 60;
+  const std::string zone = std::to_string(minutes / 60 * 100 + minutes % 60);
+  *text += offset < 0 ? '-' : '+';
+  text->append(zone.size() < 4 ? 4 - zone.size() : 0, '0');
+  return *text += zone;
 }
 
 }  // namespace zorvane

@@ -14,10 +14,9 @@ namespace {
 constexpr int kMaxWorkers = 8;
 // Leaves workers free for default tasks.
 constexpr int kMaxBackgroundTasks = 2;
-// Some ten microseconds: in a stream of short tasks with short gaps, no post has to wake the worker.
-constexpr int kSpinRounds = 200;
-// How long tasks wait behind a stuck one before another worker is called.
-constexpr double kMonitorSeconds = 0.001;
+// How long tasks wait behind a stuck one before another worker is called. At a steady pace of short tasks the monitor
+// stays awake, so a shorter time costs energy.
+constexpr double kMonitorSeconds = 0.01;
 
 }  // namespace
 
@@ -79,15 +78,9 @@ bool WorkerPool::take(Item& item) {
   Call call = Call::None;
   {
     MutexLock lock(mutex_);
-    bool taken = tryTake(item);
-    if (!taken && !spinning_) {
-      spinForTask();
-      taken = tryTake(item);
-    }
-    while (!taken) {
+    while (!tryTake(item)) {
       if (isShutDown()) return false;
       sleepUntilCalled();
-      taken = tryTake(item);
     }
     call = neededCall();
   }
@@ -107,14 +100,6 @@ bool WorkerPool::tryTake(Item& item) {
   ++running_;
   if (item.priority == Priority::Background) ++runningBackground_;
   return true;
-}
-
-void WorkerPool::spinForTask() {
-  spinning_ = true;
-  mutex_.unlock();
-  for (int round = 0; round < kSpinRounds && !isBehind() && !isShutDown(); ++round) std::this_thread::yield();
-  mutex_.lock();
-  spinning_ = false;
 }
 
 void WorkerPool::sleepUntilCalled() {

@@ -12,9 +12,9 @@
 //       +--- found nothing -------+   +------- task done -------+
 //
 // post() calls a worker only when none is looking or running. A running worker may be blocked without saying so. So
-// while tasks wait behind running ones, one more thread, the monitor, checks every millisecond that they get taken, and
-// calls another worker if they do not. It goes to sleep when nothing waits and nothing was taken, or when it has called
-// a worker. An idle pool never wakes up.
+// while tasks wait behind running ones, one more thread, the monitor, checks every 10 milliseconds that they get taken,
+// and calls another worker if they do not. It goes to sleep when nothing waits and nothing was taken, or when it has
+// called a worker. An idle pool never wakes up.
 #pragma once
 
 #include <array>
@@ -63,8 +63,6 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   bool take(Item& item) ZR_EXCLUDES(mutex_);
   // Takes a task if one may start. The calling worker is looking, then running.
   bool tryTake(Item& item) ZR_REQUIRES(mutex_);
-  // Spins, without the mutex, until a task waits or some ten microseconds have passed.
-  void spinForTask() ZR_REQUIRES(mutex_);
   // The calling worker is looking, then asleep, and looking again when it was called. Returns at shutdown too.
   void sleepUntilCalled() ZR_REQUIRES(mutex_);
   // The calling worker was running and is looking now.
@@ -72,7 +70,7 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
 
   // The body of the monitor. Ends at shutdown.
   void runMonitor() noexcept;
-  // Waits until tasks have waited for a millisecond, then returns the call they need, if any.
+  // Waits until tasks have waited for 10 milliseconds, then returns the call they need, if any.
   Call checkProgress() ZR_EXCLUDES(mutex_);
 
   // How many waiting tasks may start now.
@@ -98,8 +96,6 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   int running_ ZR_GUARDED_BY(mutex_) = 0;
   int asleep_ ZR_GUARDED_BY(mutex_) = 0;
   int runningBackground_ ZR_GUARDED_BY(mutex_) = 0;
-  // At most one worker spins.
-  bool spinning_ ZR_GUARDED_BY(mutex_) = false;
   // Calls that no sleeping worker has seen yet.
   int unseenCalls_ ZR_GUARDED_BY(mutex_) = 0;
   Condition workerCalled_;

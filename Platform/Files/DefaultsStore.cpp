@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <map>
 #include <utility>
 
 #include "Platform/Files/FileSystem.h"
@@ -146,7 +145,7 @@ std::string DefaultsStore::textForKeyOrStored(std::string_view key, std::string 
   MutexLock lock(mutex_);
   if (const Value* kept = content_.find(key); kept && kept->isString()) return *kept->asString();
   content_.set(key, text);
-  changed_ = true;
+  ++changes_;
   return text;
 }
 
@@ -158,7 +157,7 @@ void DefaultsStore::setObjectForKey(Value value, std::string_view key) {
   loadIfNeeded();
   MutexLock lock(mutex_);
   content_.set(key, std::move(value));
-  changed_ = true;
+  ++changes_;
 }
 
 void DefaultsStore::removeObjectForKey(std::string_view key) {
@@ -166,9 +165,9 @@ void DefaultsStore::removeObjectForKey(std::string_view key) {
   MutexLock lock(mutex_);
   if (!loaded_) {
     removedUnread_.emplace_back(key);
-    changed_ = true;
+    ++changes_;
   }
-  if (content_.remove(key)) changed_ = true;
+  if (content_.remove(key)) ++changes_;
 }
 
 Dictionary DefaultsStore::dictionaryRepresentation() const {
@@ -179,36 +178,41 @@ Dictionary DefaultsStore::dictionaryRepresentation() const {
 
 Status DefaultsStore::synchronize() {
   synchronizeHook().call(name_);
+  if (DefaultsStore* const other = other_.load()) (void)other->writeChanges();
   return writeChanges();
 }
 
 Status DefaultsStore::writeChanges() {
-  Status written = Done{};
-  {
-    MutexLock writing(writeMutex_);
-    written = writeContent();
-  }
+  Status written = writeContent();
   reportProblem(written);
   return written;
 }
 
 Status DefaultsStore::writeContent() {
   Dictionary content;
+  std::uint64_t changes = 0;
   {
     MutexLock lock(mutex_);
-    if (!changed_) return Done{};
+    if (writtenChanges_ == changes_) return Done{};
     if (!loaded_) {
       // Merge the file's content first, or this write loses it.
       Status loaded = load();
       if (!loaded_) return loaded;
     }
     content = content_;
-    changed_ = false;
+    changes = changes_;
   }
-  Status written = replaceFileAtomically(path_, binaryPropertyList(std::move(content)));
-  if (!written) {
+  // May call a host's object among the values, so no lock is held.
+  const std::string bytes = binaryPropertyList(std::move(content));
+  MutexLock writing(writeMutex_);
+  {
     MutexLock lock(mutex_);
-    changed_ = true;
+    if (writtenChanges_ >= changes) return Done{};
+  }
+  Status written = replaceFileAtomically(path_, bytes);
+  if (written) {
+    MutexLock lock(mutex_);
+    writtenChanges_ = changes;
   }
   return written;
 }
@@ -226,13 +230,15 @@ DefaultsStore& sdkDefaults() {
 DefaultsStore& groupDefaults(const std::string& name) {
   struct Groups {
     Mutex mutex;
-    std::map<std::string, DefaultsStore*> stores ZR_GUARDED_BY(mutex);
+    std::vector<DefaultsStore*> stores ZR_GUARDED_BY(mutex);
   };
   static Groups& groups = *new Groups;
   MutexLock lock(groups.mutex);
-  DefaultsStore*& store = groups.stores[name];
-  if (!store) store = &makeStore(name, "groups/" + safeFileName(name) + ".plist");
-  return *store;
+  for (DefaultsStore* store : groups.stores) {
+    if (store->name() == name) return *store;
+  }
+  groups.stores.push_back(&makeStore(name, "groups/" + safeFileName(name) + ".plist"));
+  return *groups.stores.back();
 }
 
 void setSynchronizeHook(std::function<void(const std::string& store)> hook) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -18,7 +19,7 @@ namespace zorvane::platform {
 // directory if need be. A missing file is an empty store. So is a damaged file: it is renamed to its name and
 // ".damaged", replacing an earlier one, and reported to the problem hook. A file that cannot be read at the moment is
 // tried again at each use and never overwritten: until then the store holds what was set, which is then merged over the
-// file's content. Changes by other processes are not seen after the file was read.
+// file's content. Changes by other processes are not seen after the file was read, and the next write replaces them.
 class DefaultsStore {
  public:
   // The file is read at the first use.
@@ -37,6 +38,8 @@ class DefaultsStore {
   Status synchronize();
   // The same without the synchronize hook.
   Status writeChanges();
+  // From now on synchronize() first writes the other store's changes too. The other store must outlive this one.
+  void synchronizeWith(DefaultsStore& other) { other_.store(&other); }
 
   const std::string& name() const { return name_; }
 
@@ -44,7 +47,7 @@ class DefaultsStore {
   // Reports a failure to the problem hook, with no lock held.
   void loadIfNeeded() const ZR_EXCLUDES(mutex_);
   Status load() const ZR_REQUIRES(mutex_);
-  Status writeContent() ZR_REQUIRES(writeMutex_) ZR_EXCLUDES(mutex_);
+  Status writeContent() ZR_EXCLUDES(writeMutex_, mutex_);
   // Calls the problem hook, unless this is the problem reported last.
   void reportProblem(const Status& status) const ZR_EXCLUDES(mutex_);
 
@@ -57,7 +60,9 @@ class DefaultsStore {
   // Keys removed before the file could be read.
   mutable std::vector<std::string> removedUnread_ ZR_GUARDED_BY(mutex_);
   mutable std::string lastReportedProblem_ ZR_GUARDED_BY(mutex_);
-  bool changed_ ZR_GUARDED_BY(mutex_) = false;
+  std::uint64_t changes_ ZR_GUARDED_BY(mutex_) = 0;         // so many were made
+  std::uint64_t writtenChanges_ ZR_GUARDED_BY(mutex_) = 0;  // so many of them are in the file
+  std::atomic<DefaultsStore*> other_{nullptr};
 };
 
 // The application's standard defaults ("standard.plist"), the SDK's own ("sdk.plist") and an application group's suite

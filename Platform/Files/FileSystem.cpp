@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,7 +11,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <set>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -74,8 +74,8 @@ int openDirectory(const std::string& path) {
 }
 
 // EINVAL: the file system cannot sync directories. Nothing more can be done.
-bool syncDirectory(const File& directory) {
-  return retryOnEINTR([&] { return systemCalls().fsync(directory.descriptor()); }) == 0 || errno == EINVAL;
+bool syncDirectory(int directory) {
+  return retryOnEINTR([&] { return systemCalls().fsync(directory); }) == 0 || errno == EINVAL;
 }
 
 int statusOf(const std::string& path, struct stat& status, int flags) {
@@ -105,35 +105,61 @@ std::vector<std::string> temporaryFilesIn(const std::string& path) {
 // The directories in which stale files were removed.
 struct SweptDirectories {
   Mutex mutex;
-  std::set<std::string> paths ZR_GUARDED_BY(mutex);
+  std::vector<std::string> paths ZR_GUARDED_BY(mutex);
 };
 
-// Removes the temporary files of killed processes, once per directory and process. Whoever replaces a file holds a
-// shared lock on its directory, so nothing is removed without the exclusive lock; the next replacement tries again.
-// Returns with the shared lock held.
+// Removes the temporary files of killed processes, once per directory and process. Whoever replaces a file holds a lock
+// on its directory, so nothing is removed without the exclusive lock. Without it the next replacement tries again.
 void removeStaleTemporaryFiles(const std::string& path, int directory) {
   static SweptDirectories& swept = *new SweptDirectories;
-  const SystemCalls& calls = systemCalls();
-  bool isFirst = false;
   {
     const MutexLock lock(swept.mutex);
-    isFirst = !swept.paths.contains(path);
+    for (const std::string& known : swept.paths) {
+      if (known == path) return;
+    }
   }
-  if (isFirst && calls.flock(directory, LOCK_EX | LOCK_NB) == 0) {
-    for (const std::string& name : temporaryFilesIn(path)) calls.unlinkat(directory, name.c_str(), 0);
-    const MutexLock lock(swept.mutex);
-    swept.paths.insert(path);
-  }
-  // If this fails, another process is removing files right now: it may remove ours, and the replacement fails.
-  calls.flock(directory, LOCK_SH | LOCK_NB);
+  if (systemCalls().flock(directory, LOCK_EX | LOCK_NB) != 0) return;
+  for (const std::string& name : temporaryFilesIn(path)) systemCalls().unlinkat(directory, name.c_str(), 0);
+  const MutexLock lock(swept.mutex);
+  swept.paths.push_back(path);
 }
+
+// A write beyond the process's file-size limit (RLIMIT_FSIZE) raises SIGXFSZ on this thread, which ends the process by
+// default. While this object lives, such a write only fails with EFBIG.
+class FileSizeSignalBlock {
+ public:
+  FileSizeSignalBlock() {
+    sigemptyset(&signal_);
+    sigaddset(&signal_, SIGXFSZ);
+    pthread_sigmask(SIG_BLOCK, &signal_, &previousMask_);
+    wasPending_ = isPending();
+  }
+  ~FileSizeSignalBlock() {
+    int taken = 0;
+    if (!wasPending_ && isPending()) sigwait(&signal_, &taken);
+    pthread_sigmask(SIG_SETMASK, &previousMask_, nullptr);
+  }
+  FileSizeSignalBlock(const FileSizeSignalBlock&) = delete;
+  FileSizeSignalBlock& operator=(const FileSizeSignalBlock&) = delete;
+
+ private:
+  static bool isPending() {
+    sigset_t pending;
+    return sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == 1;
+  }
+
+  sigset_t signal_;
+  sigset_t previousMask_;
+  bool wasPending_ = false;
+};
 
 // Writes all pieces. False with errno set on failure.
 bool writeAll(int file, std::span<const std::string_view> pieces) {
   constexpr std::size_t kMaxPieces = 256;
   constexpr std::size_t kMaxBytes = std::size_t{1} << 30;  // some systems refuse more in one call
-  std::size_t next = 0;                                    // the next piece to write
-  std::size_t offset = 0;                                  // bytes of it already written
+  const FileSizeSignalBlock block;
+  std::size_t next = 0;    // the next piece to write
+  std::size_t offset = 0;  // bytes of it already written
   while (next < pieces.size()) {
     std::array<iovec, kMaxPieces> vectors;
     std::size_t count = 0;
@@ -242,36 +268,55 @@ Result<std::string> readFile(const std::string& path, std::size_t maxBytes) {
   return content;
 }
 
+DirectoryLock::DirectoryLock(const std::string& path, Kind kind) {
+  const std::string directory = parentOf(path);
+  descriptor_ = openDirectory(directory);
+  if (descriptor_ < 0 && errno == ENOENT) {
+    status_ = makeDirectories(directory);
+    if (!status_) return;
+    descriptor_ = openDirectory(directory);
+  }
+  if (descriptor_ < 0) {
+    status_ = errorOf("write", path, errno, "open");
+    return;
+  }
+  removeStaleTemporaryFiles(directory, descriptor_);
+  retryOnEINTR([&] { return systemCalls().flock(descriptor_, kind == Kind::Exclusive ? LOCK_EX : LOCK_SH); });
+}
+
+DirectoryLock::~DirectoryLock() {
+  if (descriptor_ < 0) return;
+  // Closing is not enough: a child process that was forked meanwhile has the descriptor, too.
+  systemCalls().flock(descriptor_, LOCK_UN);
+  systemCalls().close(descriptor_);
+}
+
 Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces, bool* isReplaced) {
+  return replaceFileAtomically(path, pieces, DirectoryLock(path, DirectoryLock::Kind::Shared), isReplaced);
+}
+
+Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces,
+                             const DirectoryLock& lock, bool* isReplaced) {
   if (isReplaced) *isReplaced = false;
   const auto failure = [&](int code, const char* call) { return errorOf("write", path, code, call); };
-  const std::string directoryPath = parentOf(path);
   const std::string name = path.substr(path.rfind('/') + 1);
   if (!isUsablePath(path) || name.empty()) return failure(EINVAL, "open");
+  if (!lock.status_) return lock.status_;
   const SystemCalls& calls = systemCalls();
-  int descriptor = openDirectory(directoryPath);
-  if (descriptor < 0 && errno == ENOENT) {
-    if (Status made = makeDirectories(directoryPath); !made) return made;
-    descriptor = openDirectory(directoryPath);
-  }
-  const File directory(descriptor);
-  if (!directory) return failure(errno, "open");
-  removeStaleTemporaryFiles(directoryPath, directory.descriptor());
+  const int directory = lock.descriptor_;
 
   std::string temporary;
-  File file(createTemporaryFile(directory.descriptor(), temporary));
+  File file(createTemporaryFile(directory, temporary));
   if (!file) return failure(errno, "openat");
   const auto cleanUp = [&](const char* call) {
     const int code = errno;
-    retryOnEINTR([&] { return calls.unlinkat(directory.descriptor(), temporary.c_str(), 0); });
+    retryOnEINTR([&] { return calls.unlinkat(directory, temporary.c_str(), 0); });
     return failure(code, call);
   };
   if (!writeAll(file.descriptor(), pieces)) return cleanUp("write");
   if (retryOnEINTR([&] { return calls.fsync(file.descriptor()); }) != 0) return cleanUp("fsync");
   if (!file.close()) return cleanUp("close");
-  if (retryOnEINTR([&] {
-        return calls.renameat(directory.descriptor(), temporary.c_str(), directory.descriptor(), name.c_str());
-      }) != 0) {
+  if (retryOnEINTR([&] { return calls.renameat(directory, temporary.c_str(), directory, name.c_str()); }) != 0) {
     return cleanUp("rename");
   }
   if (isReplaced) *isReplaced = true;
@@ -291,7 +336,7 @@ Status removeFile(const std::string& path) {
     if (errno == ENOENT) return Done{};
     return failure(errno, "unlink");
   }
-  if (directory && !syncDirectory(directory)) return failure(errno, "fsync of the directory");
+  if (directory && !syncDirectory(directory.descriptor())) return failure(errno, "fsync of the directory");
   return Done{};
 }
 
@@ -304,7 +349,7 @@ Status renameFile(const std::string& path, const std::string& newName) {
   if (retryOnEINTR([&] { return systemCalls().renameat(AT_FDCWD, path.c_str(), AT_FDCWD, target.c_str()); }) != 0) {
     return failure(errno, "rename");
   }
-  if (!syncDirectory(directory)) return failure(errno, "fsync of the directory");
+  if (!syncDirectory(directory.descriptor())) return failure(errno, "fsync of the directory");
   return Done{};
 }
 
@@ -319,7 +364,7 @@ Status makeDirectory(const std::string& path) {
   }
   // A parent that is writable but not readable cannot be synced.
   const File parent(openDirectory(parentOf(path.substr(0, path.find_last_not_of('/') + 1))));
-  if (parent && !syncDirectory(parent)) return failure(errno, "fsync of the directory");
+  if (parent && !syncDirectory(parent.descriptor())) return failure(errno, "fsync of the directory");
   return Done{};
 }
 

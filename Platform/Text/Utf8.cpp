@@ -40,6 +40,10 @@ std::size_t validPrefix(std::string_view text) noexcept {
         continue;
       }
     }
+    if (static_cast<unsigned char>(text[position]) < 0x80) {
+      ++position;
+      continue;
+    }
     const auto [length, valid] = firstSequence(text.substr(position));
     if (!valid) return position;
     position += length;

@@ -135,9 +135,7 @@ bool readNumber(std::string_view& text, std::size_t width, int& number) {
   return true;
 }
 
-}  // namespace
-
-std::optional<std::string> textOfDate(Date date, std::string_view pattern, std::int64_t secondsFromGMT) {
+std::optional<Fields> fieldsOfDate(Date date, std::int64_t secondsFromGMT) {
   constexpr double kBeyondCalendar = 1e12;
   if (!(std::abs(date.secondsSince1970) < kBeyondCalendar)) return std::nullopt;
   if (secondsFromGMT < -kMaxShift || secondsFromGMT > kMaxShift) return std::nullopt;
@@ -146,9 +144,21 @@ std::optional<std::string> textOfDate(Date date, std::string_view pattern, std::
   const double tolerance = 1e-3 + std::abs(exact) * 0x1p-51;
   const auto milliseconds = static_cast<std::int64_t>(std::floor(exact + tolerance));
   const std::int64_t seconds = milliseconds >= 0 ? milliseconds / 1000 : -((999 - milliseconds) / 1000);
-
   const Fields fields{civilTimeFromSeconds(seconds + secondsFromGMT), static_cast<int>(milliseconds - seconds * 1000)};
   if (fields.time.year < 1 || fields.time.year > 9999) return std::nullopt;
+  return fields;
+}
+
+// Writes the last `width` digits of the number.
+void writeNumber(int number, char* to, std::size_t width) {
+  for (std::size_t i = width; i-- > 0; number /= 10) to[i] = static_cast<char>('0' + number % 10);
+}
+
+}  // namespace
+
+std::optional<std::string> textOfDate(Date date, std::string_view pattern, std::int64_t secondsFromGMT) {
+  const auto fields = fieldsOfDate(date, secondsFromGMT);
+  if (!fields) return std::nullopt;
   std::string text;
   PatternReader reader(pattern);
   for (Element element; reader.next(element);) {
@@ -156,12 +166,26 @@ std::optional<std::string> textOfDate(Date date, std::string_view pattern, std::
       text += element.letter;
       continue;
     }
-    int number = fields.get(element.letter);
     const std::size_t start = text.size();
     text.append(element.width, '0');
-    for (std::size_t i = text.size(); i > start; number /= 10) text[--i] = static_cast<char>('0' + number % 10);
+    writeNumber(fields->get(element.letter), text.data() + start, element.width);
   }
   if (!reader.atEnd()) return std::nullopt;
+  return text;
+}
+
+std::optional<std::string> isoTextOfDate(Date date, std::int64_t secondsFromGMT) {
+  const auto fields = fieldsOfDate(date, secondsFromGMT);
+  if (!fields) return std::nullopt;
+  const CivilTime& time = fields->time;
+  std::string text("yyyy-MM-ddTHH:mm:ss.SSS");
+  writeNumber(static_cast<int>(time.year), &text[0], 4);
+  writeNumber(time.month, &text[5], 2);
+  writeNumber(time.day, &text[8], 2);
+  writeNumber(time.hour, &text[11], 2);
+  writeNumber(time.minute, &text[14], 2);
+  writeNumber(time.second, &text[17], 2);
+  writeNumber(fields->millisecond, &text[20], 3);
   return text;
 }
 

@@ -95,10 +95,13 @@ Value plainValueOf(const Object& object) {
 }
 
 Value::Value(const char* text) {
-  if (text) storage_ = validUtf8(text);
+  if (text) *this = Value(std::string_view(text));
 }
-Value::Value(std::string text) : storage_(validUtf8(std::move(text))) {}
-Value::Value(std::string_view text) : storage_(validUtf8(std::string(text))) {}
+Value::Value(std::string text) : storage_(std::in_place_type<std::string>, std::move(text)) {
+  auto& held = *std::get_if<std::string>(&storage_);
+  if (!isValidUtf8(held)) held = validUtf8(std::move(held));
+}
+Value::Value(std::string_view text) : Value(std::string(text)) {}
 Value::Value(Data data) : storage_(std::make_shared<const Data>(std::move(data))) {}
 Value::Value(URL url) : storage_(std::make_shared<const URL>(URL{validUtf8(std::move(url.absoluteString))})) {}
 Value::Value(Array array) : storage_(makeShared(std::move(array))) {}
@@ -191,14 +194,14 @@ Value Dictionary::objectForKey(std::string_view key) const {
 
 void Dictionary::set(std::string_view key, Value value) {
   if (value.isNil()) throw ValueError("nil for the key " + std::string(key));
-  std::string validKey = validUtf8(std::string(key));
-  const std::size_t index = indexOf(validKey);
+  if (!isValidUtf8(key)) return set(validUtf8(std::string(key)), std::move(value));
+  const std::size_t index = indexOf(key);
   if (index != kNotFound) {
     entries_[index].value = std::move(value);
     return;
   }
   if (entries_.empty() && entries_.capacity() == 0) entries_.reserve(4);
-  entries_.push_back({std::move(validKey), std::move(value)});
+  entries_.push_back({std::string(key), std::move(value)});
   if (entries_.size() <= kIndexedSize) return;
   if (entries_.size() * 2 > slots_.size()) {
     rebuildIndex();

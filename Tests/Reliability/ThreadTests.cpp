@@ -218,6 +218,7 @@ class ThreadTest : public ModuleTest {
   // With all gates open and a service that accepts everything, one flush delivers all that is left.
   void expectAFlushDeliversEverything() {
     ZRAnalytics& facade = ZRAnalytics::sharedInstance();
+    ZREventsHandler::sharedInstance().stopPeriodicSyncTimer();  // its flush would turn this one away
     waitUntilIdle();
     shared().service->setRefuses(false);
     updateRemoteConfiguration({{"account_active", true}});

@@ -18,7 +18,12 @@ TEST_F(FacadeTest, KeysOfEarlierReleasesMoveIntoTheSDKsStore) {
   standard.setObjectForKey("IDFA", kUserDefaultsKeyIDFA);
   standard.setObjectForKey("other", "hosts_own");
   Names synchronized;
-  platform::setSynchronizeHook([&](const std::string& store) { synchronized.push_back(store); });
+  platform::setSynchronizeHook([&](const std::string& store) {
+    synchronized.push_back(store);
+    // Before the standard store is written: a kill in between must not lose the keys.
+    const platform::DefaultsStore written("written", (directory_ / "Defaults" / "sdk.plist").string());
+    EXPECT_EQ(written.objectForKey(kUserDefaultsKeyIDFA), Value("IDFA"));
+  });
   facade();
   EXPECT_EQ(standard.dictionaryRepresentation(), (Dictionary{{"hosts_own", "other"}}));
   EXPECT_EQ(own.dictionaryRepresentation(), (Dictionary{{"ZRV_SDK_Version", "new"},

@@ -201,6 +201,7 @@ TEST_F(UserLifeTest, IdentifiersAreSentAgainAfterOptingBackIn) {
 
 TEST_F(UserLifeTest, RemovedIdentifiersAreRemovedFromTheFileToo) {
   const std::pair<std::string_view, std::function<void()>> cases[] = {
+      {kUserDefaultsKeyModifiedUserAttrUniqueID, [] { facade().updateModules(); }},
       {kUserDefaultsKeyIDFA, [] { facade().optOutOfDataTracking(true); }},
       {kUserDefaultsKeyIDFA, [] { facade().optOutOfIDFATracking(true); }},
       {kUserDefaultsKeyIDFA,
@@ -209,7 +210,6 @@ TEST_F(UserLifeTest, RemovedIdentifiersAreRemovedFromTheFileToo) {
          facade().zorvaneSDKStateUpdated();
        }},
       {kUserDefaultsKeyIDFA, [] { events().cleanUp(); }},
-      {kUserDefaultsKeyModifiedUserAttrUniqueID, [] { facade().updateModules(); }},
   };
   for (const auto& [key, remove] : cases) {
     inEarlierLaunch([&, name = key, work = remove] {

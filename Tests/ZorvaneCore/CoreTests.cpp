@@ -1,5 +1,6 @@
 #include "Platform/Files/DefaultsStore.h"
 #include "Platform/Formats/JSON.h"
+#include "Support/FileFaults.h"
 #include "Support/ModuleTest.h"
 #include "ZorvaneCore/ZRAppDelegateSwizzler.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
@@ -94,6 +95,23 @@ TEST_F(CoreTest, MalformedConfigurationNamesItsKeyAndChangesNothing) {
       EXPECT_NE(std::string(error.what()).find(key), std::string::npos) << error.what();
     }
     EXPECT_EQ(effectiveConfiguration(), before) << entry;
+  }
+}
+
+TEST_F(CoreTest, ChoiceThatCouldNotBeWrittenIsWrittenLater) {
+  start();
+  const std::function<void()> occasions[] = {[this] { center_->post(platform::kWillResignActiveNotification); },
+                                             [this] { center_->post(platform::kDidEnterBackgroundNotification); },
+                                             [] { (void)platform::sdkDefaults().synchronize(); }};
+  bool optedOut = false;
+  for (const auto& occasion : occasions) {
+    optedOut = !optedOut;
+    platform::FileFaults full(0, platform::FaultKind::FromThereOn, ENOSPC);
+    store().setDataTrackingOptedOut(optedOut);
+    full.lift();
+    occasion();
+    platform::DefaultsStore written("written", library("core.plist"));
+    EXPECT_EQ(written.boolForKey("data_tracking_opted_out"), optedOut);
   }
 }
 

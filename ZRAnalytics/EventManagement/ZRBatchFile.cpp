@@ -87,11 +87,12 @@ ZRBatchFile::Outcome ZRBatchFile::store(const Dictionary& batches) {
   std::string failure;
   {
     platform::MutexLock lock(mutex_);
+    const platform::DirectoryLock processLock(path_);
     PropertyListDictionarySnapshot snapshot;
     outcome = read(snapshot, failure);
     if (outcome == Outcome::Done) {
       for (const auto& [batchID, batch] : batches) snapshot = snapshot.withEntry(batchID, batch);
-      outcome = write(std::move(snapshot), failure);
+      outcome = write(std::move(snapshot), processLock, failure);
     }
     if (outcome == Outcome::Done) lastReportedFailure_.clear();
   }
@@ -105,6 +106,7 @@ platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const std::unordered_
   Outcome outcome;
   {
     platform::MutexLock lock(mutex_);
+    const platform::DirectoryLock processLock(path_);
     PropertyListDictionarySnapshot snapshot;
     outcome = read(snapshot, failure);
     if (outcome == Outcome::Done) {
@@ -114,7 +116,7 @@ platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const std::unordered_
       }
       if (kept.empty()) return exists() ? removeFile() : Outcome::Done;
       if (kept.size() == snapshot.entries().size()) return Outcome::Done;
-      outcome = write(PropertyListDictionarySnapshot::ofEntries(kept), failure);
+      outcome = write(PropertyListDictionarySnapshot::ofEntries(kept), processLock, failure);
     }
   }
   if (outcome != Outcome::Done) report(failure);
@@ -123,6 +125,7 @@ platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const std::unordered_
 
 platform::Status ZRBatchFile::removeAll() {
   platform::MutexLock lock(mutex_);
+  const platform::DirectoryLock processLock(path_);
   const auto removed = removeFile();
   if (!removed) return removed.error();
   return platform::Done{};
@@ -160,7 +163,8 @@ ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionarySnapshot& snapshot,
   return Outcome::Done;
 }
 
-ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionarySnapshot snapshot, std::string& failure) {
+ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionarySnapshot snapshot,
+                                        const platform::DirectoryLock& processLock, std::string& failure) {
   std::size_t size = 0;
   for (const std::string_view piece : snapshot.pieces()) size += piece.size();
   if (size > maxBytes_) {
@@ -169,7 +173,7 @@ ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionarySnapshot snapshot,
   }
   // If only the directory fsync failed, count the batch as stored, or it is saved twice.
   bool stands = false;
-  const auto written = platform::replaceFileAtomically(path_, snapshot.pieces(), &stands);
+  const auto written = platform::replaceFileAtomically(path_, snapshot.pieces(), processLock, &stands);
   if (!stands) {
     failure = written.error().message;
     return Outcome::Failed;

@@ -42,7 +42,7 @@ class ZRStoredBatch {
   platform::PropertyListDictionarySnapshot::Entry entry_;
 };
 
-// Thread-safe: each operation is one uninterrupted load, change and write.
+// Thread-safe: each operation is one uninterrupted load, change and write, also for other processes that use the file.
 class ZRBatchFile {
  public:
   using FailureHandler = std::function<void(const std::string& message)>;
@@ -82,7 +82,8 @@ class ZRBatchFile {
  private:
   // Unless the outcome is Done, `failure` says why.
   Outcome read(platform::PropertyListDictionarySnapshot& snapshot, std::string& failure) ZR_REQUIRES(mutex_);
-  Outcome write(platform::PropertyListDictionarySnapshot snapshot, std::string& failure) ZR_REQUIRES(mutex_);
+  Outcome write(platform::PropertyListDictionarySnapshot snapshot, const platform::DirectoryLock& processLock,
+                std::string& failure) ZR_REQUIRES(mutex_);
   platform::Result<Outcome> removeFile() ZR_REQUIRES(mutex_);
   void report(const std::string& failure) ZR_EXCLUDES(mutex_);
 

@@ -48,10 +48,13 @@ void ZRFlushTimer::stop() {
 
 void ZRFlushTimer::disable() {
   guarded({kFile, "disablePeriodicFlush", 644}, "Exception : %@", [this] {
-    stop();
-    ZRSDKConfiguration configuration = ZorvaneCore::sharedInstance().getDefaultSDKConfiguration();
-    configuration.setAnalyticsDisablePeriodicFlush(true);
-    ZorvaneCore::sharedInstance().updateSDKConfigWithCompletionBlock(configuration, nullptr);
+    // In one task, so that no start comes in between.
+    mainQueue().sync([this] {
+      stop();
+      ZRSDKConfiguration configuration = ZorvaneCore::sharedInstance().getDefaultSDKConfiguration();
+      configuration.setAnalyticsDisablePeriodicFlush(true);
+      ZorvaneCore::sharedInstance().updateSDKConfigWithCompletionBlock(configuration, nullptr);
+    });
   });
 }
 

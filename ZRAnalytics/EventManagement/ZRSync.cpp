@@ -77,6 +77,7 @@ std::vector<ZRStoredBatch> ZRSync::load() {
   std::vector<ZRStoredBatch> sendable;
   for (const std::size_t position : ZRSyncLedger::oldestFirst(ids)) {
     const ZRStoredBatch& batch = (*loaded)[position];
+    if (ledger_.isSettled(batch.id())) continue;
     if (batch.isBatch()) {
       sendable.push_back(batch);
       continue;

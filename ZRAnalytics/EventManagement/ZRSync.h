@@ -21,7 +21,8 @@ class ZRSync {
   ZRSync(platform::Queue& queue, ZRBatchFile& file, std::function<void()> resetUser)
       : queue_(queue), file_(file), resetUser_(std::move(resetUser)) {}
 
-  // Sends every batch of the file as one request each. The completion is called on the queue:
+  // Sends every batch of the file as one request each, except those that were accepted before. The completion is
+  // called on the queue:
   //   (false, false)  without an application identifier, or at once while another flush runs; a reset flush then runs
   //                   right after that one, and its completion is called again
   //   (true, false)   there was nothing to send

@@ -12,7 +12,6 @@ ZRSyncLedger::Arrival ZRSyncLedger::arrive(const ZRFlush& flush) {
   if (!isRunning_) {
     isRunning_ = true;
     isReset_ = flush.reset;
-    batches_.clear();
     return Arrival::Start;
   }
   if (!flush.reset) return Arrival::Reload;
@@ -21,13 +20,14 @@ ZRSyncLedger::Arrival ZRSyncLedger::arrive(const ZRFlush& flush) {
 }
 
 void ZRSyncLedger::load(const std::vector<std::string>& batchIDs) {
-  for (auto& [id, state] : batches_) state = State::Settled;
-  for (const std::string& id : batchIDs) batches_[id] = State::Waiting;
+  std::unordered_map<std::string, State> loaded;
+  for (const std::string& id : batchIDs) loaded[id] = isSettled(id) ? State::Settled : State::Waiting;
+  batches_.swap(loaded);
 }
 
-void ZRSyncLedger::settle(const std::string& batchID) {
+bool ZRSyncLedger::isSettled(const std::string& batchID) const {
   const auto found = batches_.find(batchID);
-  if (found != batches_.end()) found->second = State::Settled;
+  return found != batches_.end() && found->second == State::Settled;
 }
 
 void ZRSyncLedger::respond(ZRSyncRun& run, const std::string& batchID, bool accepted) {

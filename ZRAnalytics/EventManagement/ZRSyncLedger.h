@@ -6,16 +6,19 @@
 //   a flush, while idle                   Arrival::Start    reads the file and sends every batch, oldest first
 //   a flush, while running                Arrival::Reload   reads the file again; tells (false, false)
 //   a reset flush, while running          Arrival::Park     tells (false, false); the flush replaces a parked one
-//   batches read from the file            load              those in the file wait for a response, also when accepted
-//                                                           before; those no longer in the file are settled
+//   batches read from the file            load              sends those that are not settled; forgets those that are no
+//                                                           longer in the file
 //   an entry that is no batch             settle            leaves the file at the end
-//   a batch was accepted                  respond, settled  leaves the file at the end
+//   a batch was accepted                  respond, settled  leaves the file at the end; this process never sends it
+//                                                           again
 //   a batch was refused                   respond, waiting  stays for the next flush
 //   the last response of a flush          finish            runs the parked flush: at once after a plain flush; last,
 //                                                           behind the end and the completion, after a reset
 //     then, with batches waiting          End::KeepRefused  removes the settled batches
-//     then, after a reset, with waiting   End::KeepAll      leaves the file as it is: it still holds the settled ones
+//     then, after a reset, with waiting   End::KeepAll      leaves the file as it is; the next sync removes the settled
+//                                                           batches
 //     then, with none waiting             End::RemoveAll    removes the settled batches, which are all that it sent
+//   nothing to send                       abandon           removes the settled batches
 //   an exception before the responses     abandon           removes the settled batches
 //
 // A batch that is saved while the sync runs is unknown to the ledger, so it stays in the file. A batch that is cleared
@@ -60,15 +63,16 @@ class ZRSyncLedger {
   enum class Arrival { Start, Reload, Park };
   enum class End { KeepRefused, KeepAll, RemoveAll };
 
-  // On Start, forgets the previous sync's batches and counts as running.
+  // On Start, counts as running.
   Arrival arrive(const ZRFlush& flush);
   // Call with the identifiers of all batches in the file.
   void load(const std::vector<std::string>& batchIDs);
-  void settle(const std::string& batchID);
+  // The batch was accepted or can never be sent. It stays settled for as long as it is in the file.
+  void settle(const std::string& batchID) { batches_[batchID] = State::Settled; }
+  bool isSettled(const std::string& batchID) const;
   // Counts a response of the run. A batch that another run's response has settled stays settled.
   void respond(ZRSyncRun& run, const std::string& batchID, bool accepted);
 
-  bool isRunning() const { return isRunning_; }
   // A reset flush is running or parked.
   bool isResetPending() const { return (isRunning_ && isReset_) || parked_; }
   // The number of batches that are not settled.
@@ -92,7 +96,7 @@ class ZRSyncLedger {
 
   bool isRunning_ = false;
   bool isReset_ = false;
-  // Every batch that the running sync, or else the last one, has loaded.
+  // The batches of the last load, and those settled since.
   std::unordered_map<std::string, State> batches_;
   std::optional<ZRFlush> parked_;
 };

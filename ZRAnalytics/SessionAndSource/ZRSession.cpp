@@ -58,13 +58,13 @@ std::shared_ptr<ZRSession> ZRSession::initWithCoder(const platform::ArchivedObje
 
 std::shared_ptr<platform::ArchivedObject> ZRSession::encodeWithCoder() const {
   auto coder = std::make_shared<platform::ArchivedObject>(std::string(kClassName));
+  Array sources;  // may call host objects, so no lock is held
+  for (const auto& source : sessionSources()) sources.emplace_back(source->encodeWithCoder());
   platform::MutexLock lock(mutex_);
   coder->encodeObject(kAnalyticsSessionID, sessionID_);
   coder->encodeBool(kAnalyticsSessionBgInitiated, backgroundInitiated_);
   coder->encodeObject(kAnalyticsSessionStartTime, valueOf(sessionStartTime_));
   coder->encodeObject(kAnalyticsSessionLastInteractionTime, valueOf(sessionLastInteractionTime_));
-  Array sources;
-  for (const auto& source : sessionSources_) sources.emplace_back(source->encodeWithCoder());
   coder->encodeObject(kAnalyticsSessionSources, std::move(sources));
   return coder;
 }

@@ -4,6 +4,7 @@
 
 #include "Platform/Text/URLComponents.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Utils/ZRPlainValue.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRDictionaryUtils.h"
 
@@ -125,7 +126,9 @@ std::shared_ptr<ZRSource> ZRSource::initWithCoder(const platform::ArchivedObject
 
 std::shared_ptr<platform::ArchivedObject> ZRSource::encodeWithCoder() const {
   auto coder = std::make_shared<platform::ArchivedObject>(std::string(kClassName));
-  for (const Field& field : kFields) coder->encodeObject(field.key, this->*field.value);
+  for (const Field& field : kFields) {
+    coder->encodeObject(field.key, withoutObjects(this->*field.value, {"ZRSource", "encodeWithCoder"}));
+  }
   return coder;
 }
 

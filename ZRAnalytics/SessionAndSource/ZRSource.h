@@ -27,6 +27,7 @@ class ZRSource {
   static std::shared_ptr<ZRSource> initSourceWithSourceInfoDict(const Value& info);
   // The archive keys are those of getSourceInfoDict.
   static std::shared_ptr<ZRSource> initWithCoder(const platform::ArchivedObject& coder);
+  // Host objects are encoded as their plain values; one that throws is reported and becomes "".
   std::shared_ptr<platform::ArchivedObject> encodeWithCoder() const;
 
   // Sets the six named fields, to nil if a key is missing. If info is no dictionary, nothing changes.

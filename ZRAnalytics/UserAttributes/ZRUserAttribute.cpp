@@ -2,6 +2,7 @@
 
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/Utils/ZRArchiving.h"
+#include "ZRAnalytics/Utils/ZRPlainValue.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRDateUtils.h"
@@ -34,7 +35,7 @@ std::shared_ptr<ZRUserAttribute> ZRUserAttribute::initWithCoder(const platform::
 std::shared_ptr<platform::ArchivedObject> ZRUserAttribute::encodeWithCoder() const {
   auto coder = std::make_shared<platform::ArchivedObject>(std::string(kClassName));
   coder->encodeObject(kNameKey, attributeName_);
-  coder->encodeObject(kValueKey, attributeValue_);
+  coder->encodeObject(kValueKey, withoutObjects(attributeValue_, {"ZRUserAttribute", "encodeWithCoder"}));
   coder->encodeObject(kTrackedDateKey, valueOf(lastTracked_));
   return coder;
 }

@@ -35,6 +35,10 @@ void trackUserAttributeEvent(std::shared_ptr<const ZRProperties> properties) {
   ZREventsHandler::sharedInstance().trackEventWithProperties(kEventNameUserAttributeAction, std::move(properties));
 }
 
+Value storedUniqueID() {
+  return ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
+}
+
 bool isRestricted(const std::string& uniqueID) {
   return ZRConfigDataManager::sharedInstance().isUniqueIDRestricted(uniqueID);
 }
@@ -144,8 +148,7 @@ void ZRUserAttributesHandler::setUserAttributeUniqueID(const Value& value) {
     if (setUserAttributeValueWithNameCheckStorage(uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) {
       logLine("User Attribute Unique ID tracked with Value %@", {uniqueID});
     }
-    // The reset will clear the cache and then set the wanted ID.
-    if (isResetPending()) storeWantedUniqueID();
+    keepStoredUniqueIDInStep();
   });
 }
 
@@ -190,7 +193,7 @@ bool ZRUserAttributesHandler::setWantedUniqueIDAgain() {
 }
 
 void ZRUserAttributesHandler::applyStoredUniqueID() {
-  const Value stored = ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
+  const Value stored = storedUniqueID();
   if (stored.isNil() || isResetPending()) return;
   const auto wanted = wantedUniqueID();
   setUserAttributeUniqueID(wanted ? Value(*wanted) : stored);
@@ -198,7 +201,7 @@ void ZRUserAttributesHandler::applyStoredUniqueID() {
 }
 
 std::shared_ptr<ZRUserAttributesHandler::PendingReset> ZRUserAttributesHandler::beginReset() {
-  setWantedUniqueID(std::nullopt);
+  wantNoUniqueID();
   return std::make_shared<PendingReset>(pendingResets_);
 }
 
@@ -224,19 +227,33 @@ void ZRUserAttributesHandler::setWantedUniqueID(std::optional<std::string> uniqu
   wantedUniqueID_.swap(uniqueID);
 }
 
+void ZRUserAttributesHandler::wantNoUniqueID() {
+  const ZRTurn::Scope turn(storedIDTurn_);
+  setWantedUniqueID(std::nullopt);
+  if (!storedUniqueID().isNil()) removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID);
+}
+
 void ZRUserAttributesHandler::storeWantedUniqueID() {
+  const ZRTurn::Scope turn(storedIDTurn_);
   if (const auto uniqueID = wantedUniqueID()) keepInDefaults(*uniqueID, kUserDefaultsKeyModifiedUserAttrUniqueID);
 }
 
+void ZRUserAttributesHandler::keepStoredUniqueIDInStep() {
+  const ZRTurn::Scope turn(storedIDTurn_);
+  const Value stored = storedUniqueID();
+  // A pending reset will clear the cache and then set the wanted ID.
+  if (stored.isNil() ? isResetPending() : stored != Value(wantedUniqueID().value_or(""))) storeWantedUniqueID();
+}
+
 void ZRUserAttributesHandler::removeStoredUniqueIDUnlessResetPending() {
-  const auto stored = [] {
-    return ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID);
-  };
-  const Value written = stored();
+  const Value written = storedUniqueID();
+  if (written.isNil() || !ZRCoreUtils::isSDKEnabled() || !ZRConfigDataManager::sharedInstance().isDataTrackingEnabled())
+    return;  // The ID is not in effect.
   // A kill after the removal must find the ID in the file.
-  if (written.isNil() || isResetPending() || !writeCache()) return;
+  if (isResetPending() || !writeCache()) return;
+  const ZRTurn::Scope turn(storedIDTurn_);
   // Another login may have come meanwhile.
-  if (!isResetPending() && stored() == written) removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID);
+  if (!isResetPending() && storedUniqueID() == written) removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID);
 }
 
 void ZRUserAttributesHandler::updateUserAttributeUniqueID(const Value& value) {
@@ -258,7 +275,7 @@ void ZRUserAttributesHandler::updateUserAttributeUniqueID(const Value& value) {
     const bool saved = data->saveAttributeWithValue(std::string(USER_ATTRIBUTE_UNIQUE_ID), uniqueID);
     setWantedUniqueID(uniqueID);
     if (saved) persistUserAttributesData();
-    if (isResetPending()) storeWantedUniqueID();
+    keepStoredUniqueIDInStep();
     if (oldText == uniqueID) {
       logLine("Set Alias is called with existing value(%@) of USER_ATTRIBUTE_UNIQUE_ID", {oldText});
       if (saved) setUserAttributeValueWithNameCheckStorage(uniqueID, USER_ATTRIBUTE_UNIQUE_ID, false);
@@ -304,10 +321,18 @@ std::vector<ZRUserAttribute> ZRUserAttributesHandler::getUserAttributesArray() c
 
 void ZRUserAttributesHandler::clearUserAttributesData() {
   guarded({kFile, "clearUserAttributesData"}, "Exception : %@", [this] {
-    auto empty = std::make_shared<ZRUserAttributeData>();
-    platform::MutexLock lock(dataMutex_);
-    userAttributeData_.swap(empty);
+    {
+      auto empty = std::make_shared<ZRUserAttributeData>();
+      platform::MutexLock lock(dataMutex_);
+      userAttributeData_.swap(empty);
+    }
+    (void)writeCache();
   });
+}
+
+void ZRUserAttributesHandler::forgetUser() {
+  guarded({kFile, "forgetUser"}, "Exception : %@", [this] { wantNoUniqueID(); });
+  clearUserAttributesData();
 }
 
 void ZRUserAttributesHandler::clearUserDefaultsOnLogout() {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
+#include "ZRAnalytics/EventManagement/ZRTurn.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributeData.h"
 #include "ZRAnalytics/Utils/ZRArchiving.h"
 
@@ -70,8 +71,10 @@ class ZRUserAttributesHandler {
   // Whether the name is present and the value is text or a number; logs what is wrong.
   bool isAValidUserAttributeValueForKey(const Value& value, const Value& name);
 
-  // Empties the cache. The file keeps its content until the next persistUserAttributesData.
+  // Empties the cache and its file. The unique ID that is wanted stays.
   void clearUserAttributesData();
+  // After an opt-out: also forgets the unique ID that is wanted, and the stored one.
+  void forgetUser();
   // Removes "ZRV_SDK_Unique_ID", "ZRV_Device_Add_Failed" and "ZRV_ADVERTISING_ID" from the SDK defaults.
   void clearUserDefaultsOnLogout();
   // Writes the cache to its file on this thread. A write error is logged.
@@ -105,8 +108,12 @@ class ZRUserAttributesHandler {
   bool isResetPending() const;
   std::optional<std::string> wantedUniqueID() const;
   void setWantedUniqueID(std::optional<std::string> uniqueID);
+  // No unique ID is wanted until the next login.
+  void wantNoUniqueID();
   // "Zrv_MODIFIED_USER_ID" in the SDK defaults.
   void storeWantedUniqueID();
+  // Stores the wanted ID if an older one is stored or a reset is pending.
+  void keepStoredUniqueIDInStep();
   void removeStoredUniqueIDUnlessResetPending();
   bool writeCache();
 
@@ -115,6 +122,8 @@ class ZRUserAttributesHandler {
   std::shared_ptr<ZRUserAttributeData> userAttributeData_ ZR_GUARDED_BY(dataMutex_);
   // The unique ID of the last login or alias; absent before the first one and after a logout.
   std::optional<std::string> wantedUniqueID_ ZR_GUARDED_BY(dataMutex_);
+  // Held while the stored unique ID is compared with the wanted one and written.
+  ZRTurn storedIDTurn_;
   // Resets whose flush has not completed for the first time.
   std::atomic<int> pendingResets_{0};
   ZRArchiveWriter archive_;

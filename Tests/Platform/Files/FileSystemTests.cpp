@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <thread>
 #include <vector>
 
 #include "Support/FileFaults.h"
@@ -101,6 +103,33 @@ TEST(ReplaceFile, ASignalAtAnyCallCostsNothing) {
     EXPECT_EQ(directory.entries(), 1U);
     if (!faults.reached()) break;
   }
+}
+
+TEST(ReplaceFile, FirstWritesOfSeveralThreadsInADirectoryAllStand) {
+  skipFsync();
+  for (int round = 0; round < 500; ++round) {
+    TemporaryDirectory directory;
+    std::vector<std::thread> threads;
+    for (const char* name : {"a", "b", "c", "d"}) {
+      threads.emplace_back([&, name] { EXPECT_TRUE(replaceFileAtomically(directory.file(name), "content")); });
+    }
+    for (std::thread& thread : threads) thread.join();
+  }
+}
+
+TEST(ReplaceFile, AFileSizeLimitIsAnErrorAndNotASignal) {
+  TemporaryDirectory directory;
+  ASSERT_TRUE(replaceFileAtomically(directory.file("file"), "old"));
+  rlimit limit{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+  const rlimit small{4096, limit.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+  const Status status = replaceFileAtomically(directory.file("file"), std::string(8192, 'x'));
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+  ASSERT_FALSE(status);
+  EXPECT_EQ(status.error().code, EFBIG);
+  EXPECT_EQ(contentOf(directory.file("file")), "old");
+  EXPECT_EQ(directory.entries(), 1U);
 }
 
 TEST(ReplaceFile, RefusesWhatIsNoPath) {

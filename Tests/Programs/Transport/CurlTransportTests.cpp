@@ -190,6 +190,24 @@ TEST_F(CurlTransportTest, EveryFailureIsAnAnswerWithItsReason) {
     EXPECT_THAT(response.error, HasSubstr(c.error));
   }
 
+  // With nobody there, what waits fails without its body; what goes elsewhere is sent.
+  std::promise<void> queued;
+  std::atomic<int> bodies{0}, failures{0}, sent{0};
+  for (int i = 0; i < 30; ++i) {
+    TransportRequest made = request(silentURL);
+    made.makeBody = [&, i] {
+      if (i == 0) queued.get_future().wait();
+      return std::to_string(++bodies);
+    };
+    transport.send(std::move(made), [&](const auto& response) { failures += response.status == 0; });
+  }
+  transport.send(request(url("/full")), [&](const auto& response) { sent += response.status == 200; });
+  queued.set_value();
+  transport.waitUntilIdle();
+  EXPECT_EQ(failures, 30);
+  EXPECT_EQ(bodies, 6);
+  EXPECT_EQ(sent, 1);
+
   ASSERT_EQ(::listen(silent, 8), 0);
   options.totalTimeout = std::chrono::milliseconds(50);
   CurlTransport hasty(options);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <thread>
 
 #include "Platform/Files/SystemCalls.h"
 #include "Platform/Formats/PropertyList.h"
@@ -120,6 +121,20 @@ TEST_F(BatchFileFailureTest, FileThatCannotBeReadAtTheEndOfASyncIsNotReplaced) {
   platform::setSystemCalls(nullptr);
   EXPECT_GT(failures, 0);
   EXPECT_EQ(savedNames(), (Batches{{"a"}, {"b"}})) << "a batch was saved meanwhile";
+}
+
+TEST_F(BatchFileFailureTest, TwoProcessesKeepEachOthersBatches) {
+  std::vector<std::thread> processes;  // file locks keep two objects apart like two processes
+  for (const std::string name : {"a", "b"}) {
+    processes.emplace_back([this, name] {
+      ZRBatchFile file(batchPath());
+      for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(file.store({{name + std::to_string(i), Array{i}}}), ZRBatchFile::Outcome::Done);
+      }
+    });
+  }
+  for (std::thread& process : processes) process.join();
+  EXPECT_EQ(batchFile().size(), 200u);
 }
 
 }  // namespace

@@ -21,40 +21,32 @@ TEST(SyncLedgerTest, AcceptedBatchIsSettledAndRefusedOneWaits) {
   ledger.settle("3");  // no batch
   ledger.respond(run, "1", true);
   EXPECT_FALSE(run.isComplete());
-  EXPECT_TRUE(ledger.isRunning());
   ledger.respond(run, "2", false);
   ledger.respond(run, "unknown", true);
   EXPECT_TRUE(run.isComplete());
   EXPECT_FALSE(run.isSuccess());
   EXPECT_FALSE(ledger.finish());
-  EXPECT_FALSE(ledger.isRunning());
   EXPECT_EQ(ledger.end(false), Ledger::End::KeepRefused);
   EXPECT_EQ(ledger.end(true), Ledger::End::KeepAll);
-  EXPECT_EQ(ledger.settled(), (IDs{"1", "3"})) << "and nothing that it never loaded";
+  EXPECT_EQ(ledger.settled(), (IDs{"1", "3", "unknown"}));
 }
 
-TEST(SyncLedgerTest, NextSyncForgetsTheOneBefore) {
-  Ledger ledger;
-  ZRSyncRun first = startedRun(ledger, {"1"});
-  ledger.respond(first, "1", true);
-  EXPECT_TRUE(first.isSuccess());
-  (void)ledger.finish();
-  EXPECT_EQ(ledger.end(false), Ledger::End::RemoveAll);
-  (void)startedRun(ledger, {"2"});
-  EXPECT_EQ(ledger.waiting(), 1u);
-  EXPECT_TRUE(ledger.settled().empty());
-  ledger.abandon();
-  EXPECT_FALSE(ledger.isRunning());
-}
-
-TEST(SyncLedgerTest, ReloadMakesWhatIsInTheFileWaitAgain) {
+TEST(SyncLedgerTest, SettledBatchStaysSettledWhileItIsInTheFile) {
   Ledger ledger;
   ZRSyncRun run = startedRun(ledger, {"accepted", "out", "cleared"});
   ledger.respond(run, "accepted", true);
   EXPECT_EQ(ledger.arrive({}), Ledger::Arrival::Reload);
   ledger.load({"accepted", "out", "saved meanwhile"});
-  EXPECT_EQ(ledger.waiting(), 3u);
-  EXPECT_EQ(ledger.settled(), (IDs{"cleared"}));
+  EXPECT_EQ(ledger.waiting(), 2u);
+  EXPECT_EQ(ledger.settled(), (IDs{"accepted"}));
+
+  (void)ledger.finish();
+  (void)startedRun(ledger, {"accepted", "out"});
+  EXPECT_EQ(ledger.settled(), (IDs{"accepted"})) << "the file still holds it";
+  ledger.abandon();
+  (void)startedRun(ledger, {"new"});
+  EXPECT_EQ(ledger.settled(), IDs{});
+  EXPECT_EQ(ledger.waiting(), 1u);
 }
 
 TEST(SyncLedgerTest, ResponseOfAnAbandonedRunCountsForTheNext) {

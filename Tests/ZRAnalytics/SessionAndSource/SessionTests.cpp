@@ -286,6 +286,20 @@ TEST_F(SessionTest, FileOfAnEarlierReleaseIsRead) {
   EXPECT_EQ(session->sessionLastInteractionTime(), Date{kStart});
 }
 
+struct Unspeakable final : Object {
+  std::string description() const override { throw std::runtime_error("unspeakable"); }
+};
+
+TEST_F(SessionTest, HostObjectThatThrowsCostsItselfAndNotTheSession) {
+  start({{"source_extra_keys", Array{"odd", "sku"}}});
+  const Dictionary info{{"source", "a"}, {"odd", std::make_shared<Unspeakable>()}, {"sku", "A1"}};
+  manager().appOpenedWithSourceArray({ZRSource::initSourceWithSourceInfoDict(info)});
+  const auto session = savedSession();
+  ASSERT_TRUE(session);
+  EXPECT_EQ(session->sessionSources().front()->extras(), Value(Dictionary{{"odd", ""}, {"sku", "A1"}}));
+  EXPECT_EQ(log_->errors().size(), 1u);
+}
+
 TEST_F(SessionTest, UnreadableFileMeansNoSession) {
   const std::string archive = archiveOfAnEarlierRelease();
   const auto with = [&](const char* what, const char* by) { return std::regex_replace(archive, std::regex(what), by); };

@@ -290,6 +290,40 @@ TEST_F(UserAttributesHandlerTest, InterruptedForcedLogoutIsCompletedByTheNextLau
   }
 }
 
+TEST_F(UserAttributesHandlerTest, LaterChoiceReplacesTheStoredIdentifierOfAnInterruptedLogout) {
+  const auto loginInterrupted = [this] {
+    startWithSession();
+    handler().setUserAttributeUniqueID("a");
+    service_->hold = true;
+    handler().setUserAttributeUniqueID("b");
+    settle();
+    EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value("b"));
+  };
+  const auto nextLaunch = [this](const Value& expected) {
+    inEarlierLaunch([&] {
+      startWithSession();
+      facade().updateModules();
+      settle();
+      EXPECT_EQ(uniqueID(), expected);
+    });
+  };
+  inEarlierLaunch(loginInterrupted);
+  inEarlierLaunch([this] {
+    startWithSession();
+    handler().updateUserAttributeUniqueID("c");
+  });
+  nextLaunch("c");
+  inEarlierLaunch([&] {
+    loginInterrupted();
+    facade().optOutOfDataTracking(true);
+    EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value());
+    while (service_->heldCount() != 0) service_->answerNext(200);
+    settle();
+    facade().optOutOfDataTracking(false);
+  });
+  nextLaunch(Value());
+}
+
 TEST_F(UserAttributesHandlerTest, RemovedStoredIdentifierIsNotLost) {
   startWithSession();
   handler().setUserAttributeUniqueID("a");
@@ -407,7 +441,7 @@ TEST_F(UserAttributesHandlerTest, CacheIsWrittenWhenTheApplicationLeavesTheForeg
     EXPECT_FALSE(handler().getIdentifierDictionary());
   });
   startWithSession();
-  EXPECT_FALSE(set(1, "kept")) << "only the memory was cleared";
+  EXPECT_TRUE(set(1, "kept")) << "the file was cleared too";
 }
 
 TEST_F(UserAttributesHandlerTest, CacheFileOfAnEarlierReleaseIsReadAndWritten) {
