@@ -96,9 +96,9 @@ void ZRAnalytics::updateModules() {
 void ZRAnalytics::trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties) {
   guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
     if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
-    globalQueue(platform::Priority::Default).async([name, properties = std::move(properties)]() mutable {
-      ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(name, std::move(properties),
-                                                                                    nullptr);
+    globalQueue(platform::Priority::Default).async([name, properties = std::move(properties)] {
+      guarded({kFile, "trackEventWithProperties"}, "exception is %@",
+              [&] { ZREventsHandler::sharedInstance().trackEventWithProperties(name, properties); });
     });
   });
 }

@@ -153,19 +153,5 @@ TEST_F(LifecycleTest, InactiveAccountOnlyWritesTheDefaults) {
   EXPECT_EQ(recorded(), Names{});
 }
 
-TEST_F(LifecycleTest, ExceptionsAreReportedUnderTheirOwnOperation) {
-  startFacade();
-  setDeviceAddFailed(true);
-  application_->refuses = true;
-  post(kResign);
-  post(kBackground);
-  for (const char* operation : {"deviceUpdateOnSessionTerminationWithApplication",
-                                "syncOnSessionTerminationWithApplication", "syncOnZrvAppExitWithApplication"}) {
-    EXPECT_TRUE(reportedError("ZRAnalyticsLifecycle", operation, "exception while trying to sync data : no time"))
-        << operation;
-  }
-  EXPECT_EQ(currentNames(), (Names{"EVENT_ACTION_IOS_SESSION_END", "ZRV_APP_EXIT"})) << "the events are kept";
-}
-
 }  // namespace
 }  // namespace zorvane::testing

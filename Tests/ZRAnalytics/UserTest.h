@@ -24,7 +24,6 @@ class FakeApplication final : public platform::Application {
   platform::ApplicationState state() const override { return platform::ApplicationState::Active; }
   platform::BackgroundTaskId beginBackgroundTask(std::string_view name,
                                                  std::function<void()> expirationHandler) override {
-    if (refuses) throw std::runtime_error("no time");
     if (!hasTasks) return platform::kNoBackgroundTask;
     expirations.push_back(std::move(expirationHandler));
     calls.push_back("begin " + std::string(name) + " " + std::to_string(expirations.size()));
@@ -32,7 +31,6 @@ class FakeApplication final : public platform::Application {
   }
   void endBackgroundTask(platform::BackgroundTaskId id) override { calls.push_back("end " + std::to_string(id)); }
 
-  bool refuses = false;
   bool hasTasks = true;
   std::vector<std::string> calls;
   std::vector<std::function<void()>> expirations;

@@ -188,9 +188,6 @@ TEST_F(DeviceTest, AdvertisingIdentifierIsSentWhenItChanges) {
   advertising_->identifier = std::nullopt;
   EXPECT_EQ(track(), Names{});
   EXPECT_EQ(facade().getTrackedIDFA(), Value("IDFA-2"));
-  advertising_->throws = true;
-  EXPECT_EQ(track(), Names{});
-  EXPECT_TRUE(reportedError("ZRAnalyticsUtils", "advertiserID", "Exception : no service"));
 }
 
 TEST_F(DeviceTest, DeviceAttributesAreSentAtEachCall) {
