@@ -6,7 +6,31 @@
 
 namespace zorvane::platform {
 
-std::string formatText(std::string_view pattern, std::initializer_list<Value> arguments) {
+Value FormatArgument::asValue() const {
+  switch (kind_) {
+    case Kind::Value:
+      return *value_;
+    case Kind::Text:
+      return text_;
+    case Kind::Integer:
+      return integer_;
+    case Kind::Double:
+      return double_;
+  }
+  return {};
+}
+
+std::string FormatArgument::description() const {
+  return kind_ == Kind::Text ? std::string(text_) : asValue().description();
+}
+std::int64_t FormatArgument::integerValue() const {
+  return asValue().integerValue();
+}
+double FormatArgument::doubleValue() const {
+  return asValue().doubleValue();
+}
+
+std::string formatText(std::string_view pattern, std::initializer_list<FormatArgument> arguments) {
   std::string text;
   text.reserve(pattern.size() + arguments.size() * 16);
   auto argument = arguments.begin();

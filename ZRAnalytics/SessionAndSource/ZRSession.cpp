@@ -77,7 +77,7 @@ void ZRSession::updateLastInteractionTime() {
   guarded({kFile, "updateLastInteractionTime"}, "exception is %@", [this] {
     const Date time = now();
     setSessionLastInteractionTime(time);
-    logLine("Session(%@) Last Interaction Updated to %@", {sessionID(), time});
+    logLine("Session(%@) Last Interaction Updated to %@", {sessionID(), Value(time)});
   });
 }
 

@@ -76,7 +76,7 @@ void ZRSessionManager::updateSourcesForCurrentSession(const std::optional<ZRSour
 void ZRSessionManager::processURL(const URL& url) {
   guarded({kFile, "processURL"}, kException, [&] {
     if (!gatesAreOpen()) return;
-    logLine("Incoming URL : %@", {url});
+    logLine("Incoming URL : %@", {url.absoluteString});
     const auto source = ZRSource::initSourceWithURL(url.absoluteString);
     if (source->isValidSource()) sharedSessionManager().updateSourcesForCurrentSession(ZRSourceArray{source});
   });
@@ -155,7 +155,7 @@ bool ZRSessionManager::isExpired() const {
   logLine(
       "-- Analytics -- Session Expiry Check: \n Current Session(%@), Last Interaction Time(%@), Last Interaction + "
       "s_i_d(%@), current time(%@)",
-      {session->sessionID(), valueOf(lastInteraction), valueOf(expiry), now});
+      {session->sessionID(), valueOf(lastInteraction), valueOf(expiry), Value(now)});
   if (ZRDateUtils::isDate1LaterToDate2(expiry, now)) {
     logLine("-- Analytics -- Current Session has not expired.");
     return false;

@@ -12,8 +12,7 @@
 namespace zorvane {
 namespace {
 
-constexpr std::string_view kFile = "ZRUserAttribute";
-
+constexpr char kFile[] = "ZRUserAttribute";
 constexpr std::string_view kNameKey = "zrv_usr_attr_name";
 constexpr std::string_view kValueKey = "zrv_usr_attr_val";
 constexpr std::string_view kTrackedDateKey = "zrv_usr_attr_tracked_date";

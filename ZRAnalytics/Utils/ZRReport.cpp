@@ -40,7 +40,7 @@ std::string currentExceptionText() {
 
 }  // namespace
 
-void logLine(const char* pattern, std::initializer_list<Value> arguments) {
+void logLine(const char* pattern, std::initializer_list<platform::FormatArgument> arguments) {
   ZRLogger& logger = ZRLogger::sharedInstance();
   if (logger.hasSink()) logger.logWithTypeAndFormatArgs(1, Array{platform::formatText(pattern, arguments)});
 }

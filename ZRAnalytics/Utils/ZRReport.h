@@ -4,12 +4,13 @@
 #include <cstdint>
 #include <initializer_list>
 
+#include "Platform/Values/FormatText.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
 namespace zorvane {
 
 // Logs one line of type 1. The pattern is one of platform::formatText.
-void logLine(const char* pattern, std::initializer_list<Value> arguments = {});
+void logLine(const char* pattern, std::initializer_list<platform::FormatArgument> arguments = {});
 
 // Where a report comes from: source file base name, operation, line number. Log analysis identifies the place by the
 // number, so a given number is fixed and need not be a line of this source. The default is the caller's line: the file

@@ -221,7 +221,7 @@ bool ZREventFilter::dateAttrCheckWithValue(const Value& value) const {
   const double attrEpoch = attrDate.secondsSince1970;
   const auto attrDay = getDateStringFromDate(attrDate);
   logLine("Date Condition Check : Attr Date(%@), EpochValue(%f), StringVal(%@)",
-          {attrDate, attrEpoch, valueOf(attrDay)});
+          {Value(attrDate), attrEpoch, valueOf(attrDay)});
   const Array* bounds = condValue_.asArray();
   if (bounds && filterOperator_ == ZRFilterOperatorBetween) {
     return negated(bounds->size() == 2 &&
