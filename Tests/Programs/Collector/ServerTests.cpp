@@ -36,6 +36,7 @@ class ServerTest : public ::testing::Test {
   httplib::Client client() const {
     httplib::Client made("127.0.0.1", server_->port());
     made.set_keep_alive(true);
+    made.set_read_timeout(300);  // a sanitizer on a busy machine
     return made;
   }
   // The response's status, -1 if there was none.

@@ -141,7 +141,7 @@ struct SavingMeanwhile final : Object {
       isSaved = std::filesystem::exists(ZREventsHandler::sharedInstance().eventsPlistFilePath());
       isDone = true;
     });
-    for (int i = 0; i < 100000 && !isDone; ++i) std::this_thread::yield();
+    for (int i = 0; i < 2000 && !isDone; ++i) std::this_thread::yield();
     ZREventsHandler::sharedInstance().saveCurrentBatch();  // does not wait for itself
     return "x";
   }
