@@ -94,10 +94,27 @@ std::uint32_t BinaryEncoder::encodeContainer(const Value& value, int depth) {
   } else {
     const Dictionary& dictionary = *value.asDictionary();
     count = dictionary.size();
-    for (const auto& [key, element] : dictionary) references_.push_back(encodeText(key));
+    addKeys(dictionary);
     for (const auto& [key, element] : dictionary) references_.push_back(encode(element, depth + 1));
   }
   return addContainer(value.isArray() ? 0xA0 : 0xD0, count, firstReference);
+}
+
+void BinaryEncoder::addKeys(const Dictionary& dictionary) {
+  const auto isSame = [](const Dictionary::Entry& entry, const std::string& key) { return entry.key == key; };
+  for (const KeySet& known : keySets_) {
+    if (std::equal(dictionary.begin(), dictionary.end(), known.keys.begin(), known.keys.end(), isSame)) {
+      references_.insert(references_.end(), known.references.begin(), known.references.end());
+      return;
+    }
+  }
+  KeySet& replaced = keySets_[nextKeySet_++ % keySets_.size()];
+  replaced = {};
+  for (const auto& [key, element] : dictionary) {
+    replaced.keys.push_back(key);
+    replaced.references.push_back(encodeText(key));
+  }
+  references_.insert(references_.end(), replaced.references.begin(), replaced.references.end());
 }
 
 std::uint32_t BinaryEncoder::copy(const BinaryObjects& from, std::size_t index, int depth, Copies& copies) {
@@ -125,8 +142,11 @@ std::uint32_t BinaryEncoder::copy(const BinaryObjects& from, std::size_t index, 
 std::uint32_t BinaryEncoder::addContainer(unsigned char marker, std::size_t count, std::size_t firstReference) {
   const std::size_t start = bytes_.size();
   appendMarker(marker, count, bytes_);
+  const std::size_t first = bytes_.size();
+  bytes_.resize(first + (references_.size() - firstReference) * kReferenceSize);
+  char* out = &bytes_[first];
   for (std::size_t i = firstReference; i < references_.size(); ++i) {
-    appendBigEndian(references_[i], kReferenceSize, bytes_);
+    for (int shift = 24; shift >= 0; shift -= 8) *out++ = static_cast<char>(references_[i] >> shift & 0xFF);
   }
   references_.resize(firstReference);
   return addObject(start);

@@ -1,6 +1,7 @@
 // Encodes values as the objects of a binary property list. Equal scalars are written once.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -62,6 +63,8 @@ class BinaryEncoder {
 
  private:
   std::uint32_t encodeContainer(const Value& value, int depth);
+  // Appends the references of the dictionary's keys to references_.
+  void addKeys(const Dictionary& dictionary);
   std::uint32_t encodeInteger(std::uint64_t bits, bool isLarge);
   std::uint32_t encodeReal(unsigned char marker, double number);
   std::uint32_t encodeData(const Data& data);
@@ -78,6 +81,13 @@ class BinaryEncoder {
   std::string bytes_;
   std::vector<std::uint64_t> offsets_;
   std::vector<std::uint32_t> references_;  // of the containers being encoded, innermost last
+  // The keys of recent dictionaries: events have few different sets.
+  struct KeySet {
+    std::vector<std::string> keys;
+    std::vector<std::uint32_t> references;
+  };
+  std::array<KeySet, 4> keySets_;
+  std::size_t nextKeySet_ = 0;
 };
 
 // Appends the number as size big-endian bytes.

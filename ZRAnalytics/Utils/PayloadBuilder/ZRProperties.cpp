@@ -1,5 +1,8 @@
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "Platform/Formats/PropertyList.h"
 #include "Platform/Values/FormatText.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
@@ -57,12 +60,23 @@ Dictionary transformedDictionary(const Dictionary& dictionary, int depth) {
   return result;
 }
 
+// Whether addAttributeWithName would add the attribute to the plain section, unchanged.
+bool isStoredAsItIs(const Dictionary::Entry& attribute) {
+  const bool isPlain =
+      attribute.value.isNumber() || attribute.value.isString() || attribute.value.kind() == Value::Kind::Array;
+  return isPlain && !attribute.key.empty() && attribute.key != kAttributeNameNonInteractive;
+}
+
 }  // namespace
 
-std::shared_ptr<ZRProperties> ZRProperties::initWithAttributes(const Dictionary& attributes) {
+std::shared_ptr<ZRProperties> ZRProperties::initWithAttributes(Dictionary attributes) {
   auto properties = std::make_shared<ZRProperties>();
-  properties->attributeDict_.reserve(attributes.size());
-  for (const auto& [name, value] : attributes) properties->addAttributeWithName(value, name);
+  if (std::all_of(attributes.begin(), attributes.end(), isStoredAsItIs)) {
+    properties->attributeDict_ = std::move(attributes);
+  } else {
+    properties->attributeDict_.reserve(attributes.size());
+    for (const auto& [name, value] : attributes) properties->addAttributeWithName(value, name);
+  }
   return properties;
 }
 

@@ -17,7 +17,7 @@ class ZRProperties {
  public:
   ZRProperties() = default;
   // Calls addAttributeWithName for each pair; null means no attributes.
-  static std::shared_ptr<ZRProperties> initWithAttributes(const Dictionary& attributes);
+  static std::shared_ptr<ZRProperties> initWithAttributes(Dictionary attributes);
   static std::shared_ptr<ZRProperties> initWithAttributes(const Dictionary* attributes);
 
   // Takes any value. A date goes to the date-time section, a ZRGeoLocation to the location section, everything else to
