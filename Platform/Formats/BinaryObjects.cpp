@@ -17,10 +17,6 @@ constexpr std::size_t kTrailerSize = 32;
 
 }  // namespace
 
-bool isASCII(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
-
 void ChunkedBytes::append(std::string_view bytes, std::shared_ptr<const std::string> owner) {
   if (bytes.empty()) return;
   chunks_.push_back({size_, bytes, std::move(owner)});

@@ -71,7 +71,6 @@ struct BinaryObject {
   bool isContainer() const { return kind >= Kind::List; }
 };
 
-bool isASCII(std::string_view text);
 // The number in the last 8 of 1 to 16 big-endian bytes.
 std::uint64_t bigEndian(std::string_view bytes);
 

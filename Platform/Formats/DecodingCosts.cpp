@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "Platform/Formats/BinaryObjects.h"
+#include "Platform/Text/Utf8.h"
 
 namespace zorvane::platform {
 namespace {
@@ -24,13 +25,23 @@ bool DecodingAllowance::take(std::size_t valueCount, std::size_t byteCount) {
 }
 
 bool DecodingAllowance::takeEncoded(const Value& value, int depth) {
-  if (const auto object = value.asObject()) return takeEncoded(plainValueOf(*object), depth);
+  switch (value.kind()) {
+    case Value::Kind::String:
+      return take(0, encodedSize(*value.asString()));
+    case Value::Kind::URL:
+      return take(0, encodedSize(value.asURL()->absoluteString));
+    case Value::Kind::Data:
+      return take(0, value.asData()->bytes.size());
+    case Value::Kind::Object:
+      return takeEncoded(plainValueOf(*value.asObject()), depth);
+    case Value::Kind::Array:
+    case Value::Kind::Dictionary:
+      break;
+    default:
+      return take(0, kNumberSize);
+  }
   const Array* array = value.asArray();
   const Dictionary* dictionary = value.asDictionary();
-  if (!array && !dictionary) {
-    const std::string* text = value.asURL() ? &value.asURL()->absoluteString : value.asString();
-    return take(0, text ? encodedSize(*text) : value.asData() ? value.asData()->bytes.size() : kNumberSize);
-  }
   if (depth >= kMaxPropertyListDepth) return true;
   const std::size_t count = array ? array->size() : dictionary->size();
   if (!take(count, 0)) return false;

@@ -29,21 +29,20 @@ Sequence firstSequence(std::string_view text) noexcept {
   return {read, read == length};
 }
 
+// The position of the first byte that is not ASCII, from `position` on, or the end.
+std::size_t asciiPrefix(std::string_view text, std::size_t position) noexcept {
+  std::uint64_t block;
+  for (; text.size() - position >= sizeof block; position += sizeof block) {
+    std::memcpy(&block, text.data() + position, sizeof block);
+    if ((block & 0x8080808080808080U) != 0) break;
+  }
+  while (position < text.size() && static_cast<unsigned char>(text[position]) < 0x80) ++position;
+  return position;
+}
+
 std::size_t validPrefix(std::string_view text) noexcept {
   std::size_t position = 0;
-  while (position < text.size()) {
-    std::uint64_t block;
-    if (text.size() - position >= sizeof block) {
-      std::memcpy(&block, text.data() + position, sizeof block);
-      if ((block & 0x8080808080808080U) == 0) {
-        position += sizeof block;
-        continue;
-      }
-    }
-    if (static_cast<unsigned char>(text[position]) < 0x80) {
-      ++position;
-      continue;
-    }
+  while ((position = asciiPrefix(text, position)) < text.size()) {
     const auto [length, valid] = firstSequence(text.substr(position));
     if (!valid) return position;
     position += length;
@@ -52,6 +51,10 @@ std::size_t validPrefix(std::string_view text) noexcept {
 }
 
 }  // namespace
+
+bool isASCII(std::string_view text) noexcept {
+  return asciiPrefix(text, 0) == text.size();
+}
 
 bool isValidUtf8(std::string_view text) noexcept {
   return validPrefix(text) == text.size();

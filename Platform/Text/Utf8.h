@@ -8,6 +8,7 @@
 
 namespace zorvane::platform {
 
+bool isASCII(std::string_view text) noexcept;
 bool isValidUtf8(std::string_view text) noexcept;
 // The text with U+FFFD for each invalid sequence: one for a truncated character, one for any other bad byte.
 std::string validUtf8(std::string text);

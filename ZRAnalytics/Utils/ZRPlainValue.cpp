@@ -10,11 +10,11 @@ namespace {
 
 // Sets result and returns true if a host object stands in the value.
 bool replaceObjects(const Value& value, const ReportSite& site, int depth, Value& result) {
-  if (platform::isLargeInteger(value)) return false;
-  if (const auto object = value.asObject()) {
+  if (value.kind() == Value::Kind::Object) {
+    if (platform::isLargeInteger(value)) return false;
     result = "";
     if (depth == platform::kMaxPropertyListDepth) return true;
-    guarded(site, "exception is %@", [&] { result = object->plainValue(); });
+    guarded(site, "exception is %@", [&] { result = value.asObject()->plainValue(); });
     Value plain;
     if (replaceObjects(result, site, depth + 1, plain)) result = std::move(plain);
     return true;
