@@ -239,7 +239,8 @@ void ZREventsHandler::storeCurrentBatch() {
   try {
     constexpr ReportSite kSite{kFile, "saveCurrentBatch"};
     Dictionary rest{{kBatchKeyRequestTime, requestTimeNow()}};
-    const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
+    ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
+    sessions.saveNewSession();
     if (auto session = sessions.getCurrentSessionInfoDict()) rest.set(kBatchKeySession, *std::move(session));
     rest.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSite));
     const Value plain = withoutObjects(events, kSite);

@@ -114,7 +114,8 @@ void ZRSessionManager::initiateNewSessionWithSourcesAndCompletionBlock(
 std::shared_ptr<ZRSession> ZRSessionManager::makeCurrentSession(const std::optional<ZRSourceArray>& sources) {
   const auto session = ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated(sources, isAppInBackground());
   sessionInfo_->setCurrentSession(session);
-  saveSessionInfo();
+  ++newSessions_;
+  platform::hostServices().scheduler->globalQueue(platform::Priority::Default).async([this] { saveNewSession(); });
   return session;
 }
 
@@ -190,8 +191,18 @@ std::string ZRSessionManager::getFilePathForSessionInfo() const {
 }
 
 void ZRSessionManager::saveSessionInfo() {
-  guarded({kFile, "saveSessionInfo"}, kException,
-          [this] { archive_.write(getFilePathForSessionInfo(), [this] { return sessionInfo_->encodeWithCoder(); }); });
+  guarded({kFile, "saveSessionInfo"}, kException, [this] {
+    const std::uint64_t sessions = newSessions_;
+    archive_.write(getFilePathForSessionInfo(), [this] { return sessionInfo_->encodeWithCoder(); });
+    // Also after a failure, which the next touch of the session mends: a full disk must not cost a write per batch.
+    std::uint64_t saved = savedSessions_;
+    while (saved < sessions && !savedSessions_.compare_exchange_weak(saved, sessions)) {
+    }
+  });
+}
+
+void ZRSessionManager::saveNewSession() {
+  if (savedSessions_ < newSessions_) saveSessionInfo();
 }
 
 std::optional<Dictionary> ZRSessionManager::getCurrentSessionInfoDict() const {

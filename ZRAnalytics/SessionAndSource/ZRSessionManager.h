@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -35,12 +36,12 @@ class ZRSessionManager {
   // a new one if it has expired. The completion is called once, on this thread, also after an error.
   void checkSessionForEventWithPropertiesWithCompletionBlock(const Value& eventName, const ZRProperties* properties,
                                                              const std::function<void()>& completion);
-  // Flushes what was recorded under the old session, then makes a new one current and stores it. The completion is
-  // called on this thread with the session, or with null after an error.
+  // Flushes what was recorded under the old session, then makes a new one current. The completion is called on this
+  // thread with the session, or with null after an error. The default global queue writes the file.
   void initiateNewSessionWithSourcesAndCompletionBlock(
       const std::optional<ZRSourceArray>& sources,
       const std::function<void(const std::shared_ptr<ZRSession>&)>& completion);
-  // Makes a new session without sources current and stores it. No flush.
+  // The same without sources and without a flush.
   void reinitiateSession();
   // Removes the current session, also from the file.
   void resetSession();
@@ -62,6 +63,8 @@ class ZRSessionManager {
   std::string getFilePathForSessionInfo() const;
   // Writes the file on this thread. A write error is logged.
   void saveSessionInfo();
+  // The same, if a new session is not in the file yet. Call before a batch of the session is saved.
+  void saveNewSession();
 
   // {"session_id", "start_time"}; absent without a session.
   std::optional<Dictionary> getCurrentSessionInfoDict() const;
@@ -84,6 +87,9 @@ class ZRSessionManager {
   std::atomic<bool> isAppInBackground_{true};
   std::shared_ptr<ZRSessionInfo> sessionInfo_;
   ZRArchiveWriter archive_;
+  // New sessions so far, and how many of them are in the file.
+  std::atomic<std::uint64_t> newSessions_{0};
+  std::atomic<std::uint64_t> savedSessions_{0};
 };
 
 }  // namespace zorvane

@@ -29,14 +29,27 @@ class SessionTest : public ModuleTest {
     return completions;
   }
   // The session in the file; null without a readable file.
-  std::shared_ptr<ZRSession> savedSession() const {
+  std::shared_ptr<ZRSession> savedSession() {
+    settle();
     const std::string_view classes[] = {"ZRSessionInfo", "ZRSession", "ZRSource"};
     const auto root = platform::unarchiveRootObject(readAll(file()), "ZRSessionInfo", classes);
     return root ? ZRSessionInfo::initWithCoder(*root.value())->currentSession() : nullptr;
   }
-  std::string savedSessionID() const { return savedSession() ? savedSession()->sessionID().description() : "(null)"; }
+  std::string savedSessionID() { return savedSession() ? savedSession()->sessionID().description() : "(null)"; }
   std::string file() const { return library("ZrvData/ZRSessionInfo"); }
 };
+
+TEST_F(SessionTest, NewSessionIsInTheFileBeforeItsFirstBatch) {
+  start();
+  ZREventsHandler::sharedInstance().trackEvent("a");
+  settle();
+  std::filesystem::remove(file());
+  manager().reinitiateSession();
+  EXPECT_FALSE(platform::fileExists(file())) << "not on this thread";
+  ZREventsHandler::sharedInstance().saveCurrentBatch();
+  EXPECT_TRUE(platform::fileExists(file()));
+  EXPECT_EQ(savedSessionID(), sessionID());
+}
 
 TEST_F(SessionTest, NoSessionBeforeTheFirstOpening) {
   start();
