@@ -112,7 +112,7 @@ void ZRSessionManager::initiateNewSessionWithSourcesAndCompletionBlock(
 }
 
 std::shared_ptr<ZRSession> ZRSessionManager::makeCurrentSession(const std::optional<ZRSourceArray>& sources) {
-  const auto session = ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated(sources, isAppInBackground());
+  auto session = ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated(sources, isAppInBackground());
   sessionInfo_->setCurrentSession(session);
   ++newSessions_;
   platform::hostServices().scheduler->globalQueue(platform::Priority::Default).async([this] { saveNewSession(); });
