@@ -120,9 +120,11 @@ void BinaryEncoder::addKeys(const Dictionary& dictionary) {
 std::uint32_t BinaryEncoder::copy(const BinaryObjects& from, std::size_t index, int depth, Copies& copies) {
   if (index >= copies.size()) return ScalarTable::kNotFound;
   if (copies[index] != 0) return copies[index];
-  copies[index] = ScalarTable::kNotFound;  // while its elements are copied: it may contain itself
   BinaryObject object;
-  if (depth > kMaxPropertyListDepth || !from.read(index, object)) return ScalarTable::kNotFound;
+  if (!from.read(index, object)) return ScalarTable::kNotFound;
+  // Not remembered: elsewhere it may be less deep.
+  if (object.isContainer() && depth > kMaxPropertyListDepth) return ScalarTable::kNotFound;
+  copies[index] = ScalarTable::kNotFound;  // while its elements are copied: it may contain itself
   std::uint32_t copied = 0;
   if (object.isContainer()) {
     const bool isDictionary = object.kind == BinaryObject::Kind::Dictionary;

@@ -57,9 +57,11 @@ DecodableObjects::Cost DecodableObjects::costOf(std::size_t index, int depth) {
   const Cost undecodable{0, 0, kUndecodable};
   if (index >= costs_.size()) return undecodable;
   if (costs_[index].height != 0) return costs_[index];
-  costs_[index] = undecodable;  // while its elements are looked at: it may contain itself
   BinaryObject object;
-  if (depth > kMaxPropertyListDepth || !objects_.read(index, object)) return undecodable;
+  if (!objects_.read(index, object)) return undecodable;
+  // Not remembered: elsewhere it may be less deep.
+  if (object.isContainer() && depth > kMaxPropertyListDepth) return undecodable;
+  costs_[index] = undecodable;  // while its elements are looked at: it may contain itself
 
   constexpr DecodingAllowance kFull;
   DecodingAllowance rest;

@@ -75,7 +75,9 @@ std::vector<ZRDumpFile::Part> ZRDumpFile::parts() const {
   const auto finishPart = [&] {
     if (count == 0) return;
     const auto text = std::make_shared<const std::string>(std::exchange(json, "[") + ']');
-    const auto parse = [text] { return platform::parseJSON(*text, {.values = kMaximumValues}).value(); };
+    // One level deeper than a line.
+    const platform::JSONLimits limits{.depth = platform::JSONLimits().depth + 1, .values = kMaximumValues};
+    const auto parse = [text, limits] { return platform::parseJSON(*text, limits).value(); };
     const auto events = platform::lazyJSON([text](std::string& out) { out += *text; }, parse);
     parts.push_back({Dictionary{{kBatchKeyEvents, events}}, std::exchange(count, 0)});
   };

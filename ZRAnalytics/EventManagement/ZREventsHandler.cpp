@@ -30,6 +30,7 @@ namespace {
 
 constexpr std::int64_t kDefaultBatchCount = 30;
 constexpr char kFlush[] = "flushWithCompletionBlock";
+constexpr ReportSite kDumpFileSync{kFile, "syncToServerFromDumpFile"};
 constexpr char kTrackEvent[] = "trackEventWithPropertiesWithCompletionBlock";
 
 std::int64_t batchCountFromConfiguration() {
@@ -240,14 +241,15 @@ void ZREventsHandler::storeCurrentBatch() {
     constexpr ReportSite kSite{kFile, "saveCurrentBatch"};
     Dictionary rest{{kBatchKeyRequestTime, requestTimeNow()}};
     ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
-    sessions.saveNewSession();
     if (auto session = sessions.getCurrentSessionInfoDict()) rest.set(kBatchKeySession, *std::move(session));
     rest.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSite));
+    sessions.saveNewSession();
     const Value plain = withoutObjects(events, kSite);
+    std::size_t tooLarge = 0;
     for (std::size_t first = 0, count = 0; first < events.size(); first += std::max<std::size_t>(count, 1)) {
       count = platform::countForEntry(*plain.asArray(), first, rest);
       if (count == 0) {
-        logLine("Batch Events plist : an event is too large to be saved and is dropped");
+        ++tooLarge;
         continue;
       }
       const auto begin = plain.asArray()->begin() + static_cast<std::ptrdiff_t>(first);
@@ -258,6 +260,10 @@ void ZREventsHandler::storeCurrentBatch() {
       batches.set(batchID, std::move(batch));
     }
     outcome = batchFile_.store(batches);
+    if (outcome != ZRBatchFile::Outcome::Done) tooLarge = 0;
+    for (; tooLarge > 0; --tooLarge) {
+      logLine("Batch Events plist : an event is too large to be saved and is dropped");
+    }
   } catch (...) {
     currentBatch_.putBack(std::move(events), generation);
     throw;
@@ -273,7 +279,7 @@ void ZREventsHandler::writeEventsToFileWithBatchID(const Value& events, const Va
   guarded({kFile, "writeEventsToFileWithBatchID", 708}, "Exception : %@", [&] {
     const std::uint64_t generation = currentBatch_.generation();
     Dictionary batches;
-    batches.setObjectNilHandledForKey(events, batchID.description());
+    batches.setObjectNilHandledForKey(withoutObjects(events), batchID.description());
     const ZRBatchFile::Outcome outcome = batchFile_.store(batches);
     if (outcome == ZRBatchFile::Outcome::Failed && events.isArray()) {
       currentBatch_.putBack(*events.asArray(), generation);
@@ -317,17 +323,19 @@ void ZREventsHandler::sendDumpFile() {
   for (const ZRDumpFile::Part& part : parts) {
     logLine("Report Add request initiated:");
     const auto answered = [this, batch = part.batch, generation](bool success) {
-      if (success) {
-        logLine("sync success from data file");
-        return;
-      }
-      logLine("could not complete sync from dump file, will try again later");
-      if (currentBatch_.generation() != generation) return;
-      writeEventsToFileWithBatchID(batch.objectForKey(kBatchKeyEvents).asObject()->plainValue(),
-                                   batch.objectForKey(kBatchKeyBatchID));
+      guarded(kDumpFileSync, "exception is %@", [&] {
+        if (success) {
+          logLine("sync success from data file");
+          return;
+        }
+        logLine("could not complete sync from dump file, will try again later");
+        if (currentBatch_.generation() != generation) return;
+        writeEventsToFileWithBatchID(batch.objectForKey(kBatchKeyEvents).asObject()->plainValue(),
+                                     batch.objectForKey(kBatchKeyBatchID));
+      });
     };
     bool hasAppID = true;
-    const bool sent = guarded({kFile, "syncToServerFromDumpFile"}, "exception is %@",
+    const bool sent = guarded(kDumpFileSync, "exception is %@",
                               [&] { hasAppID = sendReport(part.batch, part.count, answered); });
     if (!sent) answered(false);
     if (!hasAppID) return;

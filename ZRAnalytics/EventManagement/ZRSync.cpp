@@ -55,7 +55,8 @@ std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
   if (batches.empty()) {
     logLine("All the tracked events are already synced with Zorvane :]");
     ledger_.abandon();
-    removeSettled();
+    // A parked reset leaves that to the end of the sync that it waited for.
+    if (!flush.reset) removeSettled();
     if (flush.reset) resetUser_();
     return Result{true, false};
   }

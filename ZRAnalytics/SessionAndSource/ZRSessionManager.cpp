@@ -30,6 +30,10 @@ ZRSessionManager& ZRSessionManager::sharedSessionManager() {
 ZRSessionManager::ZRSessionManager() {
   const auto root = readArchive(getFilePathForSessionInfo(), ZRSessionInfo::kClassName, kArchiveClasses);
   sessionInfo_ = root ? ZRSessionInfo::initWithCoder(*root) : std::make_shared<ZRSessionInfo>();
+  {
+    platform::MutexLock lock(savedMutex_);
+    savedSession_ = sessionInfo_->currentSession();
+  }
 
   platform::NotificationCenter& center = *platform::hostServices().notificationCenter;
   center.addObserver(platform::kWillEnterForegroundNotification,
@@ -107,6 +111,7 @@ void ZRSessionManager::initiateNewSessionWithSourcesAndCompletionBlock(
   guarded({kFile, kOperation}, kException, [&] {
     ZREventsHandler::sharedInstance().flushWithCompletionBlock(nullptr);
     session = makeCurrentSession(sources);
+    platform::hostServices().scheduler->globalQueue(platform::Priority::Default).async([this] { saveNewSession(); });
   });
   callBlock({kFile, kOperation}, kException, completion, session);
 }
@@ -114,14 +119,13 @@ void ZRSessionManager::initiateNewSessionWithSourcesAndCompletionBlock(
 std::shared_ptr<ZRSession> ZRSessionManager::makeCurrentSession(const std::optional<ZRSourceArray>& sources) {
   auto session = ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated(sources, isAppInBackground());
   sessionInfo_->setCurrentSession(session);
-  ++newSessions_;
-  platform::hostServices().scheduler->globalQueue(platform::Priority::Default).async([this] { saveNewSession(); });
   return session;
 }
 
 void ZRSessionManager::reinitiateSession() {
   guarded({kFile, "reinitiateSession"}, kException, [this] {
     const auto session = makeCurrentSession(std::nullopt);
+    saveSessionInfo();  // at once: after a kill the next user must not continue the session of the one before
     logLine("New Session Initiated: %@", {session->sessionID()});
   });
 }
@@ -192,17 +196,20 @@ std::string ZRSessionManager::getFilePathForSessionInfo() const {
 
 void ZRSessionManager::saveSessionInfo() {
   guarded({kFile, "saveSessionInfo"}, kException, [this] {
-    const std::uint64_t sessions = newSessions_;
+    auto session = sessionInfo_->currentSession();
     archive_.write(getFilePathForSessionInfo(), [this] { return sessionInfo_->encodeWithCoder(); });
-    // Also after a failure, which the next touch of the session mends: a full disk must not cost a write per batch.
-    std::uint64_t saved = savedSessions_;
-    while (saved < sessions && !savedSessions_.compare_exchange_weak(saved, sessions)) {
-    }
+    platform::MutexLock lock(savedMutex_);
+    savedSession_.swap(session);  // also after a failure: a full disk must not cost a write per batch
   });
 }
 
 void ZRSessionManager::saveNewSession() {
-  if (savedSessions_ < newSessions_) saveSessionInfo();
+  const auto session = sessionInfo_->currentSession();
+  {
+    platform::MutexLock lock(savedMutex_);
+    if (session == savedSession_) return;
+  }
+  saveSessionInfo();
 }
 
 std::optional<Dictionary> ZRSessionManager::getCurrentSessionInfoDict() const {

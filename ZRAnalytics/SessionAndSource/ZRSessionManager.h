@@ -37,11 +37,12 @@ class ZRSessionManager {
   void checkSessionForEventWithPropertiesWithCompletionBlock(const Value& eventName, const ZRProperties* properties,
                                                              const std::function<void()>& completion);
   // Flushes what was recorded under the old session, then makes a new one current. The completion is called on this
-  // thread with the session, or with null after an error. The default global queue writes the file.
+  // thread with the session, or with null after an error. The default global queue stores the session, or the save of
+  // its first batch if that comes earlier.
   void initiateNewSessionWithSourcesAndCompletionBlock(
       const std::optional<ZRSourceArray>& sources,
       const std::function<void(const std::shared_ptr<ZRSession>&)>& completion);
-  // The same without sources and without a flush.
+  // Makes a new session without sources current and stores it. No flush.
   void reinitiateSession();
   // Removes the current session, also from the file.
   void resetSession();
@@ -87,9 +88,9 @@ class ZRSessionManager {
   std::atomic<bool> isAppInBackground_{true};
   std::shared_ptr<ZRSessionInfo> sessionInfo_;
   ZRArchiveWriter archive_;
-  // New sessions so far, and how many of them are in the file.
-  std::atomic<std::uint64_t> newSessions_{0};
-  std::atomic<std::uint64_t> savedSessions_{0};
+  platform::Mutex savedMutex_;
+  // The session of the last saveSessionInfo.
+  std::shared_ptr<ZRSession> savedSession_ ZR_GUARDED_BY(savedMutex_);
 };
 
 }  // namespace zorvane

@@ -22,7 +22,8 @@ class ZRUserAttributeData {
   std::shared_ptr<platform::ArchivedObject> encodeWithCoder() const;
 
   // Caches the value. True if it must be sent: the name is new, the value changed, or its caching duration ran out.
-  // When several threads bring the same value at a time, only one gets true.
+  // When several threads bring the same value at a time, only one gets true. Throws what
+  // the host's clock throws.
   bool saveAttributeWithValue(const std::string& name, const Value& value);
 
   // {"zrv_user_id", "segment_id"}, each if cached; absent if neither is.

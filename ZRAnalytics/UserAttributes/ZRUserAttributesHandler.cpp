@@ -395,16 +395,18 @@ void ZRUserAttributesHandler::userAttributeRemovePlistFile() {
 }
 
 void ZRUserAttributesHandler::migrateLegacyPlistValuesToNewFile() {
-  if (!checkIfUserAttributePlistExists()) return;
-  const std::pair<std::string_view, Value> identifiers[] = {
-      {USER_ATTRIBUTE_UNIQUE_ID, getZrvUserUniqueIDFromPlist()},
-      {USER_ATTRIBUTE_SEGMENT_ID, getSegAnonymousIDFromPlist()},
-  };
-  for (const auto& [name, value] : identifiers) {
-    if (!value.isNil()) userAttributeData()->saveAttributeWithValue(std::string(name), value);
-  }
-  logLine("User Attributes Data persisted");
-  if (writeCache()) userAttributeRemovePlistFile();
+  guarded({kFile, "migrateLegacyPlistValuesToNewFile"}, "Exception : %@", [this] {
+    if (!checkIfUserAttributePlistExists()) return;
+    const std::pair<std::string_view, Value> identifiers[] = {
+        {USER_ATTRIBUTE_UNIQUE_ID, getZrvUserUniqueIDFromPlist()},
+        {USER_ATTRIBUTE_SEGMENT_ID, getSegAnonymousIDFromPlist()},
+    };
+    for (const auto& [name, value] : identifiers) {
+      if (!value.isNil()) userAttributeData()->saveAttributeWithValue(std::string(name), value);
+    }
+    logLine("User Attributes Data persisted");
+    if (writeCache()) userAttributeRemovePlistFile();
+  });
 }
 
 void ZRUserAttributesHandler::applicationInActive(std::string_view /*notification*/) {

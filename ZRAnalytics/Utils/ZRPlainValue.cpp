@@ -8,13 +8,18 @@
 namespace zorvane {
 namespace {
 
-// Sets result and returns true if a host object stands in the value.
-bool replaceObjects(const Value& value, const ReportSite& site, int depth, Value& result) {
+// Sets result and returns true if a host object stands in the value. Without a site an exception is not caught.
+bool replaceObjects(const Value& value, const ReportSite* site, int depth, Value& result) {
   if (value.kind() == Value::Kind::Object) {
     if (platform::isLargeInteger(value)) return false;
     result = "";
     if (depth == platform::kMaxPropertyListDepth) return true;
-    guarded(site, "exception is %@", [&] { result = value.asObject()->plainValue(); });
+    const auto ask = [&] { result = value.asObject()->plainValue(); };
+    if (site) {
+      guarded(*site, "exception is %@", ask);
+    } else {
+      ask();
+    }
     Value plain;
     if (replaceObjects(result, site, depth + 1, plain)) result = std::move(plain);
     return true;
@@ -48,7 +53,12 @@ bool replaceObjects(const Value& value, const ReportSite& site, int depth, Value
 
 Value withoutObjects(const Value& value, const ReportSite& site) {
   Value result;
-  return replaceObjects(value, site, 0, result) ? result : value;
+  return replaceObjects(value, &site, 0, result) ? result : value;
+}
+
+Value withoutObjects(const Value& value) {
+  Value result;
+  return replaceObjects(value, nullptr, 0, result) ? result : value;
 }
 
 }  // namespace zorvane

@@ -41,10 +41,13 @@ class SessionTest : public ModuleTest {
 
 TEST_F(SessionTest, NewSessionIsInTheFileBeforeItsFirstBatch) {
   start();
-  ZREventsHandler::sharedInstance().trackEvent("a");
+  manager().appOpenedWithSourceArray({});
   settle();
+  ZREventsHandler::sharedInstance().trackEvent("a");
+  scheduler_->runOne();  // accepted
   std::filesystem::remove(file());
-  manager().reinitiateSession();
+  manager().appOpenedWithSourceArray(sourcesOf({"other"}));
+  scheduler_->runOne();  // recorded
   EXPECT_FALSE(platform::fileExists(file())) << "not on this thread";
   ZREventsHandler::sharedInstance().saveCurrentBatch();
   EXPECT_TRUE(platform::fileExists(file()));
