@@ -44,6 +44,8 @@ void Recorder::write(ReceivedRequest request, bool bodyIsJSON, int status) {
     // HTTP joins the values of a repeated header with a comma.
     headers[name] = headers.contains(name) ? headers[name].get<std::string>() + ", " + value : value;
   }
+  // JSON has no byte order mark, but parsers skip one.
+  bodyIsJSON = bodyIsJSON && !request.body.starts_with("\xEF\xBB\xBF");
   std::string body = bodyIsJSON ? std::move(request.body) : jsonString(request.body);
   // In JSON, line breaks occur only between tokens; a space means the same there.
   std::replace(body.begin(), body.end(), '\n', ' ');

@@ -14,13 +14,15 @@ int main(int argc, char** argv) {
   try {
     options = parseOptions(std::vector<std::string>(argv + 1, argv + argc));
   } catch (const zorvane::UsageError& error) {
-    std::fprintf(stderr, "zrcollector: %s\n", error.what());
+    std::fprintf(stderr, "zrcollector: %s\n", zorvane::inOneLine(error.what()).c_str());
     return 2;
   }
   if (!options.information.empty()) {
     std::fputs(options.information.c_str(), stdout);
     return 0;
   }
+  // A write beyond a file-size limit fails instead of ending the process.
+  std::signal(SIGXFSZ, SIG_IGN);
   // Blocked before other threads start, so that only sigwait() below receives them.
   sigset_t signals;
   sigemptyset(&signals);

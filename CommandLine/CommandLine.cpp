@@ -52,4 +52,18 @@ std::string refuseEmpty(const std::string& value) {
   return value.empty() ? "must not be empty" : "";
 }
 
+std::string inOneLine(const std::string& text) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string line;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte != 0x7F) {
+      line += c;
+    } else {
+      line += {'\\', 'x', kDigits[byte / 16], kDigits[byte % 16]};
+    }
+  }
+  return line;
+}
+
 }  // namespace zorvane

@@ -24,6 +24,9 @@ class CommandLine : public CLI::App {
   std::string read(std::vector<std::string> arguments);
 };
 
+// The text in one line: control characters become "\x1B" and the like, so that no input can steer the terminal.
+std::string inOneLine(const std::string& text);
+
 // For CLI::Option::check: refuses the empty text.
 std::string refuseEmpty(const std::string& value);
 

@@ -65,7 +65,8 @@ int playScript(Runtime& runtime, LineReader& script, bool quiet, bool strict) {
   }
   runtime.settle();
   progress.finish();
-  if (status != kStatusPlayed) std::fprintf(stderr, "zrhost: line %" PRId64 ": %s\n", number, refusal.c_str());
+  if (status != kStatusPlayed)
+    std::fprintf(stderr, "zrhost: line %" PRId64 ": %s\n", number, inOneLine(refusal).c_str());
   const auto failWhere = [&status](bool failed, const char* what) {
     if (!failed) return;
     std::fprintf(stderr, "zrhost: cannot write %s\n", what);

@@ -14,11 +14,14 @@
 #include <utility>
 
 #include "Host/Interruption.h"
+#include "Host/Script.h"
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"
 #include "Transport/CurlTransport.h"
 #include "ZRAnalytics/EventManagement/ZRBatchFile.h"
+#include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZorvaneCore/ZRCoreConstants.h"
 #ifdef ZR_HAS_ICU
 #include "Locale/ICULocale.h"
 #endif
@@ -33,7 +36,8 @@ class ConfiguredAdvertising final : public platform::AdvertisingService {
  public:
   bool isAvailable() const override { return effectiveConfiguration().objectForKey("idfa").isString(); }
   std::optional<int> trackingAuthorizationStatus() const override {
-    return static_cast<int>(effectiveConfiguration().objectForKey("idfa_authorization").integerValue());
+    const std::int64_t status = effectiveConfiguration().objectForKey("idfa_authorization").integerValue();
+    return std::in_range<int>(status) ? static_cast<int>(status) : -1;
   }
   std::optional<std::string> advertisingIdentifier() const override {
     const Value identifier = effectiveConfiguration().objectForKey("idfa");
@@ -101,6 +105,9 @@ Dictionary readConfiguration(const std::string& path) {
   auto parsed = platform::parseJSON(text.value());
   if (!parsed) throw UsageError("--config: " + path + " is not JSON: " + parsed.error().message);
   if (!parsed.value().isDictionary()) throw UsageError("--config: " + path + " is not a JSON object");
+  if (const auto key = repeatedKey(text.value())) {
+    throw UsageError("--config: " + path + ": the key \"" + *key + "\" stands twice");
+  }
   return *parsed.value().asDictionary();
 }
 
@@ -151,7 +158,7 @@ Runtime::Runtime(const Options& options) : output_(STDOUT_FILENO), trace_(openTr
   trace_.hookInto(setup);
   setup.didReceiveResponse = [this, traced = std::move(setup.didReceiveResponse)](
                                  std::int64_t service, const std::optional<std::string>& bid, bool success) {
-    if (bid) noteResponse(*bid, success);
+    if (service == kServiceReportAdd) noteResponse(bid.value_or(""), success);
     if (traced) traced(service, bid, success);
   };
   try {
@@ -223,8 +230,15 @@ std::size_t Runtime::refusedUnsentBatches() {
   const auto stored = file.load();
   // A file that cannot be read may hold all of them.
   if (!stored) return refused_.size();
-  return static_cast<std::size_t>(std::count_if(
-      stored->begin(), stored->end(), [this](const ZRStoredBatch& batch) { return refused_.contains(batch.id()); }));
+  // A request without an identifier may have been that of any batch.
+  const bool any = refused_.contains("");
+  const auto inFile =
+      static_cast<std::size_t>(std::count_if(stored->begin(), stored->end(), [&](const ZRStoredBatch& batch) {
+        return any || refused_.contains(batch.id());
+      }));
+  if (inFile != 0) return inFile;
+  // Refused events of a dump file that could not be stored have joined the current batch.
+  return ZREventsHandler::sharedInstance().viewsInfoArray().value_or(Array()).empty() ? 0 : 1;
 }
 
 std::string batchFilePath() {

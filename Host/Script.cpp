@@ -22,7 +22,8 @@ constexpr std::string_view kBlanks = " \t\r\n\v\f";
   throw NotAnAction("\"" + std::string(field) + "\" must be " + std::string(wanted));
 }
 
-// The first key that an object in the text has twice, at any depth. The text must be valid JSON.
+}  // namespace
+
 std::optional<std::string> repeatedKey(std::string_view json) {
   std::vector<std::set<std::string>> keys;  // of the objects around the position
   for (std::size_t at = 0; at < json.size(); ++at) {
@@ -38,8 +39,6 @@ std::optional<std::string> repeatedKey(std::string_view json) {
   }
   return std::nullopt;
 }
-
-}  // namespace
 
 LineReader::~LineReader() {
   ::close(descriptor_);

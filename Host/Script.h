@@ -48,6 +48,9 @@ class LineReader {
   std::size_t start_ = 0;
 };
 
+// The first key that an object in the text has twice, at any depth. The text must be valid JSON.
+std::optional<std::string> repeatedKey(std::string_view json);
+
 // One line's action. A line in which an object has the same key twice is none. The accessors throw NotAnAction if a
 // required field is missing or a field has the wrong type.
 class ScriptLine {

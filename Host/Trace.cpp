@@ -1,7 +1,9 @@
 #include "Host/Trace.h"
 
+#include <cstdio>
 #include <utility>
 
+#include "CommandLine/CommandLine.h"
 #include "Platform/Files/DefaultsStore.h"
 #include "Platform/HostServices.h"
 #include "ZorvaneCore/ZRLogger.h"
@@ -12,6 +14,10 @@ class Trace::LogSink final : public ZRLogSink {
  public:
   explicit LogSink(Trace& trace) : trace_(trace) {}
   void logMessage(std::int64_t /*type*/, const std::string& message) override {
+    // A save that failed is worth a line to the user, too.
+    if (message.starts_with("Batch Events plist : ")) {
+      std::fprintf(stderr, "zrhost: %s\n", inOneLine(message).c_str());
+    }
     trace_.write({{"t", "log"}, {"message", message}});
   }
   void logError(const std::string& file, std::int64_t line, const std::string& operation, const std::string& message,
@@ -42,8 +48,8 @@ std::shared_ptr<ZREventTriggerDelegate> Trace::makeDelegate(std::string_view nam
 }
 
 void Trace::hookIn() {
-  if (!writes_) return;
   ZRLogger::sharedInstance().setSink(std::make_shared<LogSink>(*this));
+  if (!writes_) return;
   platform::hostServices().notificationCenter->setPostHook([this](std::string_view name) {
     write({{"t", "notification"}, {"name", name}});
   });

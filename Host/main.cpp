@@ -41,6 +41,7 @@ int play(const Options& options) {
 int main(int argc, char** argv) {
   // If the reader of the output is gone, write() fails instead of ending the process.
   ::signal(SIGPIPE, SIG_IGN);
+  ::signal(SIGXFSZ, SIG_IGN);  // the same for a file-size limit
   try {
     const Options options = parseOptions(std::vector<std::string>(argv + 1, argv + argc));
     if (!options.information.empty()) {
@@ -49,7 +50,7 @@ int main(int argc, char** argv) {
     }
     return play(options);
   } catch (const UsageError& error) {
-    std::fprintf(stderr, "zrhost: %s\n", error.what());
+    std::fprintf(stderr, "zrhost: %s\n", zorvane::inOneLine(error.what()).c_str());
     return kStatusWrongUsage;
   }
 }

@@ -335,8 +335,8 @@ void ZREventsHandler::sendDumpFile() {
       });
     };
     bool hasAppID = true;
-    const bool sent = guarded(kDumpFileSync, "exception is %@",
-                              [&] { hasAppID = sendReport(part.batch, part.count, answered); });
+    const bool sent =
+        guarded(kDumpFileSync, "exception is %@", [&] { hasAppID = sendReport(part.batch, part.count, answered); });
     if (!sent) answered(false);
     if (!hasAppID) return;
   }
