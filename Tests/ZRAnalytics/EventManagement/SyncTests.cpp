@@ -243,8 +243,8 @@ TEST_F(SyncTest, ResetDuringASyncRunsAtItsEndAndCompletesTwice) {
 
   order_.clear();
   answer(200);
-  EXPECT_EQ(order_, (Names{"sync success from batch " + id, kAllSynced, "reset", "second reset yes no",
-                           kSyncedAll, "Batch Events plist deleted", "flush yes yes"}));
+  EXPECT_EQ(order_, (Names{"sync success from batch " + id, kAllSynced, "reset", "second reset yes no", kSyncedAll,
+                           "Batch Events plist deleted", "flush yes yes"}));
   EXPECT_FALSE(std::filesystem::exists(batchPath()));
   EXPECT_EQ(sentNames(), (Batches{{"a"}}));
 
