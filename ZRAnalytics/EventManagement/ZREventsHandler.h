@@ -15,8 +15,8 @@
 #include "ZRAnalytics/EventManagement/ZRDumpFile.h"
 #include "ZRAnalytics/EventManagement/ZRFlushTimer.h"
 #include "ZRAnalytics/EventManagement/ZRSync.h"
-#include "ZRAnalytics/EventManagement/ZRTurn.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
+#include "ZRAnalytics/Utils/ZRTurn.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
 namespace zorvane {

@@ -55,9 +55,11 @@ std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
   if (batches.empty()) {
     logLine("All the tracked events are already synced with Zorvane :]");
     ledger_.abandon();
-    // A parked reset leaves that to the end of the sync that it waited for.
-    if (!flush.reset) removeSettled();
-    if (flush.reset) resetUser_();
+    if (flush.reset) {
+      resetUser_();  // a parked reset leaves the settled batches to the end of the sync that it waited for
+    } else {
+      removeSettled();
+    }
     return Result{true, false};
   }
   const auto run = std::make_shared<ZRSyncRun>(ZRSyncRun{flush, batches.size()});

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
-#include "ZRAnalytics/EventManagement/ZRTurn.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributeData.h"
 #include "ZRAnalytics/Utils/ZRArchiving.h"
+#include "ZRAnalytics/Utils/ZRTurn.h"
 
 namespace zorvane {
 
