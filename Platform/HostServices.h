@@ -11,6 +11,7 @@
 #include "Platform/Application/Application.h"
 #include "Platform/Application/DeviceServices.h"
 #include "Platform/Dispatch/Scheduler.h"
+#include "Platform/Export.h"
 #include "Platform/Notifications/NotificationCenter.h"
 #include "Platform/Time/Clock.h"
 
@@ -44,9 +45,9 @@ struct HostServices {
 };
 
 // Returns false and changes nothing when the services are already in use.
-[[nodiscard]] bool configureHost(HostServices services);
+[[nodiscard]] ZR_PUBLIC bool configureHost(HostServices services);
 
 // The services in use; every pointer except advertising is set. Thread-safe.
-const HostServices& hostServices();
+ZR_PUBLIC const HostServices& hostServices();
 
 }  // namespace zorvane::platform

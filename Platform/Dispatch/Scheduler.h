@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Platform/Dispatch/Queue.h"
+#include "Platform/Export.h"
 #include "Platform/Time/Clock.h"
 
 namespace zorvane::platform {
@@ -61,6 +62,7 @@ class ThreadScheduler : public Scheduler {
   virtual void stopMainLoop() = 0;
 };
 
-std::unique_ptr<ThreadScheduler> makeThreadScheduler(std::shared_ptr<Clock> clock, MainLoopOptions options = {});
+ZR_PUBLIC std::unique_ptr<ThreadScheduler> makeThreadScheduler(std::shared_ptr<Clock> clock,
+                                                               MainLoopOptions options = {});
 
 }  // namespace zorvane::platform

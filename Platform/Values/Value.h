@@ -16,6 +16,7 @@
 #include <variant>
 #include <vector>
 
+#include "Platform/Export.h"
 #include "Platform/Time/Date.h"
 
 namespace zorvane::platform {
@@ -41,7 +42,7 @@ class Dictionary;
 using Array = std::vector<Value>;
 
 // Thrown when a value is read as something that its kind cannot give (an array as a number).
-class ValueError : public std::runtime_error {
+class ZR_PUBLIC ValueError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
@@ -63,7 +64,7 @@ struct URL {
 };
 
 // Base class of the objects that a Value can hold. They must be immutable or thread-safe.
-class Object {
+class ZR_PUBLIC Object {
  public:
   virtual ~Object() = default;
   // The "%@" rendering.
@@ -81,7 +82,7 @@ concept IntegerValue =
 template <typename T>
 concept OtherPointee = !std::same_as<T, char>;
 
-class Value {
+class ZR_PUBLIC Value {
  public:
   using Kind = ValueKind;
 
@@ -161,7 +162,7 @@ class Value {
   std::string description() const;
 
   // Numbers compare by value whatever their kind; text never equals a number; nil equals only nil.
-  friend bool operator==(const Value& left, const Value& right);
+  friend ZR_PUBLIC bool operator==(const Value& left, const Value& right);
 
  private:
   using Storage = std::variant<std::monostate, NullMarker, bool, std::int64_t, double, std::string,
@@ -179,11 +180,11 @@ class Value {
 
 // The object's plain value. Where that is an object again, against the rule, its plain value, and so on for eight
 // steps; then nil.
-Value plainValueOf(const Object& object);
+ZR_PUBLIC Value plainValueOf(const Object& object);
 
 // Text keys to values, in insertion order; a key that is set again keeps its place. Copies are independent and cheap:
 // nested containers are copied on write.
-class Dictionary {
+class ZR_PUBLIC Dictionary {
  public:
   struct Entry {
     std::string key;
@@ -219,7 +220,7 @@ class Dictionary {
   void reserve(std::size_t count) { entries_.reserve(count); }
 
   // Same keys with equal values, in any order.
-  friend bool operator==(const Dictionary& left, const Dictionary& right);
+  friend ZR_PUBLIC bool operator==(const Dictionary& left, const Dictionary& right);
 
  private:
   static constexpr std::size_t kNotFound = static_cast<std::size_t>(-1);
