@@ -22,6 +22,8 @@
 namespace zorvane::bench {
 namespace {
 
+constexpr int kMostAttributes = 100;
+
 class ShiftedClock final : public platform::Clock {
  public:
   explicit ShiftedClock(double secondsAhead) : secondsAhead_(secondsAhead) {}
@@ -87,9 +89,14 @@ std::shared_ptr<ZRProperties> sixAttributes(int number) {
 }
 
 std::shared_ptr<ZRProperties> manyAttributes(int number, int count) {
+  static const auto names = [] {
+    std::vector<std::string> made;
+    for (int i = 0; i < kMostAttributes; ++i) made.push_back("attribute " + std::to_string(i));
+    return made;
+  }();
   Dictionary attributes;
-  for (int i = 0; i < count; ++i) {
-    const std::string name = "attribute " + std::to_string(i);
+  for (int i = 0; i < std::min(count, kMostAttributes); ++i) {
+    const std::string& name = names[static_cast<std::size_t>(i)];
     if (i % 6 < 3) attributes.set(name, "Trail running shoe");
     if (i % 6 == 3) attributes.set(name, number);
     if (i % 6 == 4) attributes.set(name, 119.95);

@@ -31,7 +31,7 @@ std::shared_ptr<NetworkTransport> makeTransport(bool online);
 
 // Three short strings, an integer, a double and a boolean.
 std::shared_ptr<ZRProperties> sixAttributes(int number);
-// So many attributes, of the same kinds in turn.
+// So many attributes, at most 100, of the same kinds in turn.
 std::shared_ptr<ZRProperties> manyAttributes(int number, int count);
 // A batch of recorded events.
 Dictionary makeBatch(const std::string& batchID, int firstNumber, int events);

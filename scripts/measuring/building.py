@@ -1,4 +1,4 @@
-"""Builds a preset's targets as the other scripts do."""
+"""Builds a preset's targets as the other scripts do, and writes into documents."""
 
 import pathlib
 import subprocess
@@ -16,7 +16,7 @@ def build(preset, *targets):
 
 def replace_part(path, name, text):
     """Replaces what stands between the two comments of that name in a Markdown file."""
-    begin, end = f"<!-- {name}: written by a script -->\n", f"<!-- end of {name} -->\n"
+    begin, end = f"<!-- {name}: written by scripts/bench --record -->\n", f"<!-- end of {name} -->\n"
     head, rest = path.read_text().split(begin)
     tail = rest.split(end)[1]
     path.write_text(head + begin + "\n" + text.strip("\n") + "\n\n" + end + tail)

@@ -11,7 +11,7 @@ COLORS = ("#0b6bcb", "#c2410c", "#6b7280")
 # (title, quantity, its axis, ((series, number), ...))
 PANELS = (
     ("Save over waiting batches, ms", "waiting", "waiting batches",
-     (("a save", "ms"), ("the first after a start", "first_ms"), ("writing those bytes", "limit_ms"))),
+     (("a save", "ms"), ("the first after a start", "first_ms"), ("the bare write", "limit_ms"))),
     ("The caller, µs", "threads", "threads", (("median", "p50_us"), ("99th percentile", "p99_us"))),
     ("Events a second until stored", "threads", "threads", (("all threads together", "events_per_s"),)),
     ("The caller, µs", "attributes", "attributes of an event", (("median", "p50_us"), ("99th percentile", "p99_us"))),
@@ -62,15 +62,14 @@ def panel(title, axis, series, numbers):
     for x in xs:
         out += text(x_of.at(x), HEIGHT - BOTTOM + 15, short(x))
     out += text((LEFT + WIDTH - RIGHT) / 2, HEIGHT - BOTTOM + 29, axis)
-    legend = LEFT - 40
+    legend = ""
     for (label, curve), color in zip(points.items(), COLORS):
         path = " ".join(f"{x_of.at(x):.1f},{y_of.at(y):.1f}" for x, y in curve)
         out += f'<polyline points="{path}" fill="none" stroke="{color}" stroke-width="2"/>\n'
         for x, y in curve:
             out += f'<circle cx="{x_of.at(x):.1f}" cy="{y_of.at(y):.1f}" r="3" fill="{color}"/>\n'
-        out += text(legend, 33, label, anchor="start", color=color)
-        legend += 6.2 * len(label) + 10
-    return out
+        legend += f'<tspan fill="{color}" dx="{10 if legend else 0}">{escape(label)}</tspan>'
+    return out + f'<text x="{LEFT - 40}" y="33" font-size="11">{legend}</text>\n'
 
 
 def growth_svg(growth):

@@ -46,8 +46,8 @@ ROWS = [
 ]
 
 # How often each is run. What varies little or takes long is run less often.
-ROUNDS = {"burst": 7, "burst_small": 7, "paced": 5, "paced_sent": 5, "pace": 2, "paced_long": 2, "deliver": 7, "refuse": 7,
-          "start": 15, "save": 5, "save_first": 5, "shopping_day": 3, "size": 1, "disk": 7}
+ROUNDS = {"burst": 7, "burst_small": 7, "paced": 5, "paced_sent": 5, "pace": 2, "paced_long": 2, "deliver": 7,
+          "refuse": 7, "start": 15, "save": 5, "save_first": 5, "shopping_day": 3, "size": 1, "disk": 7}
 
 GROWTH = {
     "waiting": (1, 10, 100, 1000, 10_000),
@@ -132,9 +132,12 @@ def growth_tables(growth):
 
 
 def plain(lines):
-    widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]))]
-    return "".join("  ".join([line[0].ljust(widths[0]), *(cell.rjust(width) for cell, width in zip(line[1:], widths[1:]))])
-                   .rstrip() + "\n" for line in lines)
+    widths = [max(len(cell) for cell in column) for column in zip(*lines)]
+    out = ""
+    for first, *others in lines:
+        cells = [first.ljust(widths[0]), *(cell.rjust(width) for cell, width in zip(others, widths[1:]))]
+        out += "  ".join(cells).rstrip() + "\n"
+    return out
 
 
 def markdown(lines):
