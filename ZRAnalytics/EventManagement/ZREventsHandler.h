@@ -38,9 +38,9 @@ class ZREventsHandler {
   // of these calls. The completion is called on the event queue once the event is recorded, or lost by an error; at
   // once, on the caller's thread, when the SDK is disabled (on the event queue when it is disabled meanwhile); never
   // when the event is rejected or cannot be posted to the queue.
-  void trackEvent(const Value& name);
-  void trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties);
-  void trackEventWithPropertiesWithCompletionBlock(const Value& name, std::shared_ptr<const ZRProperties> properties,
+  void trackEvent(Value name);
+  void trackEventWithProperties(Value name, std::shared_ptr<const ZRProperties> properties);
+  void trackEventWithPropertiesWithCompletionBlock(Value name, std::shared_ptr<const ZRProperties> properties,
                                                    std::function<void()> completion);
   bool shouldEventBeTrackedWithName(const Value& name) const;
   // Whether the name is on the module's own list of events that are tracked despite an opt-out. The service's list is
@@ -117,12 +117,18 @@ class ZREventsHandler {
   // Whether the user's choice allows the event.
   bool isTrackingAllowed(std::string_view name) const;
   static Dictionary makeRecord(const Value& name, const ZRProperties* properties);
-  void acceptEvent(const Value& name, const std::shared_ptr<const ZRProperties>& properties,
-                   const std::function<void()>& completion) ZR_REQUIRES(reports_serial_queue_);
-  void recordAcceptedEvent(const Value& name, const ZRProperties* properties, const std::function<void()>& completion)
-      ZR_REQUIRES(reports_serial_queue_);
+  // An event on its way to the current batch.
+  struct TrackedEvent {
+    Value name;
+    std::shared_ptr<const ZRProperties> properties;
+    std::function<void()> completion;
+  };
+  void acceptEvent(TrackedEvent& event) ZR_REQUIRES(reports_serial_queue_);
+  void recordAcceptedEvent(const TrackedEvent& event) ZR_REQUIRES(reports_serial_queue_);
   void recordEvent(const Value& name, const ZRProperties* properties) ZR_REQUIRES(reports_serial_queue_);
-  void checkForTriggersForEventAndEventDict(const Value& name, Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
+  // Calls the delegates with a copy of the record.
+  void checkForTriggersForEventAndEventDict(const Value& name, const Dictionary& record)
+      ZR_REQUIRES(reports_serial_queue_);
   void addEventToViewInfoWithEventDict(Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
   void sendDumpFile();
 
