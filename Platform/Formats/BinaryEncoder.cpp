@@ -158,7 +158,7 @@ std::uint32_t BinaryEncoder::copy(const BinaryObjects& from, std::size_t index, 
 std::uint32_t BinaryEncoder::addContainer(unsigned char marker, std::size_t count, std::size_t firstReference) {
   const std::size_t start = bytes_.size();
   appendMarker(marker, count, bytes_);
-  appendBigEndian(std::span(references_).subspan(firstReference), bytes_);
+  appendBigEndian(std::span(references_).subspan(firstReference), objects_.referenceSize, bytes_);
   references_.resize(firstReference);
   return addObject(start);
 }
@@ -247,7 +247,7 @@ void BinaryEncoder::beginEntry() {
 
 void BinaryEncoder::commit() {
   std::string offsets;
-  appendBigEndian(offsets_, offsets);
+  appendBigEndian(offsets_, 4, offsets);
   objects_.bytes.append(bytes_);
   objects_.offsets.append(offsets);
   objects_.count += offsets_.size();
@@ -263,13 +263,15 @@ void appendBigEndian(std::uint64_t number, std::size_t size, std::string& out) {
   out.append(bytes, size);
 }
 
-void appendBigEndian(std::span<const std::uint32_t> numbers, std::string& out) {
+void appendBigEndian(std::span<const std::uint32_t> numbers, std::size_t size, std::string& out) {
   const std::size_t first = out.size();
-  out.resize(first + numbers.size() * 4);
+  out.resize(first + numbers.size() * size);
   auto* to = reinterpret_cast<unsigned char*>(out.data() + first);
-  for (const std::uint32_t number : numbers) {  // a form that compilers make one instruction
-    *to++ = static_cast<unsigned char>(number >> 24);
-    *to++ = static_cast<unsigned char>(number >> 16);
+  for (const std::uint32_t number : numbers) {
+    if (size == 4) {
+      *to++ = static_cast<unsigned char>(number >> 24);
+      *to++ = static_cast<unsigned char>(number >> 16);
+    }
     *to++ = static_cast<unsigned char>(number >> 8);
     *to++ = static_cast<unsigned char>(number);
   }

@@ -41,12 +41,12 @@ class ScalarTable {
   std::size_t nextKeySet_ = 0;
 };
 
-// Appends objects to those of an existing file. References take four bytes. Each object comes after those it refers to.
-// A scalar that equals a recent one is not written again.
+// Appends objects to those of an existing file. Each object comes after those it refers to. A scalar that equals a
+// recent one is not written again.
 class BinaryEncoder {
  public:
-  // The objects must outlive the encoder. The table is that of an encoder of the same objects, or null: then the first
-  // of the objects are looked at.
+  // The objects must outlive the encoder and have references of two or four bytes. The table is that of an encoder of
+  // the same objects, or null: then the first of the objects are looked at.
   explicit BinaryEncoder(BinaryObjects& objects, std::unique_ptr<ScalarTable> table = nullptr);
 
   // Returns the index of the value's object. depth is the number of containers around the value. Nil becomes "".
@@ -65,6 +65,8 @@ class BinaryEncoder {
   // The new objects, and the position of each in the whole file.
   const std::string& bytes() const { return bytes_; }
   const std::vector<std::uint32_t>& offsets() const { return offsets_; }
+  // Whether all objects can be referred to: references of two bytes reach the first 65,535.
+  bool fits() const { return objects_.referenceSize > 2 || objects_.count + offsets_.size() <= 0xFFFF; }
   // Moves the new objects to the existing ones.
   void commit();
   // The encoder must not be used any more.
@@ -98,8 +100,8 @@ class BinaryEncoder {
 
 // Appends the number as size big-endian bytes.
 void appendBigEndian(std::uint64_t number, std::size_t size, std::string& out);
-// Appends each number as four big-endian bytes.
-void appendBigEndian(std::span<const std::uint32_t> numbers, std::string& out);
+// Appends each number, or its last 16 bits, as size big-endian bytes, 4 or 2.
+void appendBigEndian(std::span<const std::uint32_t> numbers, std::size_t size, std::string& out);
 // Appends a marker with its length: in the marker's low four bits, or as an integer after it.
 void appendMarker(unsigned char marker, std::size_t count, std::string& out);
 void appendTrailer(std::size_t offsetSize, std::size_t referenceSize, std::size_t count, std::size_t top,

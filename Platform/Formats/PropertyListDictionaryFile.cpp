@@ -1,5 +1,6 @@
 #include "Platform/Formats/PropertyListDictionaryFile.h"
 
+#include <algorithm>
 #include <functional>
 #include <optional>
 #include <stdexcept>
@@ -15,9 +16,10 @@ namespace zorvane::platform {
 namespace {
 
 // The layout of files written here. Offsets and references keep their size when objects are added. The root is object 0
-// and comes last, before the offset table: only it is written anew.
+// and comes last, before the offset table: only it is written anew. References of two bytes, half of a small file, grow
+// to four when there are too many objects; then the file is written anew.
 constexpr std::size_t kOffsetSize = 4;
-constexpr std::size_t kReferenceSize = 4;
+constexpr std::size_t kReferenceSizes[] = {2, 4};
 constexpr std::size_t kMaximumSize = 0xFFFFFFFF;
 constexpr std::size_t kRootIndex = 0;
 
@@ -33,11 +35,11 @@ std::uint32_t hashOf(std::string_view key) {
   return static_cast<std::uint32_t>(std::hash<std::string_view>{}(key));
 }
 
-BinaryObjects emptyObjects() {
+BinaryObjects emptyObjects(std::size_t referenceSize) {
   BinaryObjects objects;
   objects.bytes.append("bplist00");
   objects.offsetSize = kOffsetSize;
-  objects.referenceSize = kReferenceSize;
+  objects.referenceSize = referenceSize;
   objects.firstIndex = kRootIndex + 1;
   objects.count = kRootIndex + 1;
   return objects;
@@ -92,7 +94,7 @@ struct PropertyListDictionarySnapshot::State {
 // Adds entries to a snapshot in the own layout.
 class PropertyListDictionarySnapshot::Builder {
  public:
-  Builder() : objects_(emptyObjects()), encoder_(objects_) {}
+  explicit Builder(std::size_t referenceSize) : objects_(emptyObjects(referenceSize)), encoder_(objects_) {}
   explicit Builder(const State& state) : objects_(*state.source), encoder_(objects_, state.take(pairs_)) {}
 
   // The position of the entry, or the number of entries.
@@ -128,6 +130,9 @@ class PropertyListDictionarySnapshot::Builder {
     put(pairs_.size(), entry.key, index, isDecodable);
   }
 
+  // When false, finish() must not be called.
+  bool fits() const { return encoder_.fits(); }
+
   std::shared_ptr<const State> finish() {
     encoder_.commit();
     auto state = std::make_shared<State>();
@@ -137,11 +142,11 @@ class PropertyListDictionarySnapshot::Builder {
     for (const Pair& pair : pairs_) references.push_back(static_cast<std::uint32_t>(pair.key));
     for (const Pair& pair : pairs_) references.push_back(static_cast<std::uint32_t>(pair.value));
     appendMarker(0xD0, pairs_.size(), state->root);
-    appendBigEndian(references, state->root);
+    appendBigEndian(references, objects_.referenceSize, state->root);
     const std::size_t tableStart = rootStart + state->root.size();
     if (tableStart > kMaximumSize) throw std::length_error("too large a property list");
     appendBigEndian(rootStart, kOffsetSize, state->root);
-    appendTrailer(kOffsetSize, kReferenceSize, objects_.count, kRootIndex, tableStart, state->trailer);
+    appendTrailer(kOffsetSize, objects_.referenceSize, objects_.count, kRootIndex, tableStart, state->trailer);
     state->source = std::make_shared<const BinaryObjects>(std::move(objects_));
     state->isOwnLayout = true;
     {
@@ -172,13 +177,13 @@ class PropertyListDictionarySnapshot::Builder {
 };
 
 PropertyListDictionarySnapshot::PropertyListDictionarySnapshot() {
-  static const auto* const empty = new std::shared_ptr<const State>(Builder().finish());
+  static const auto* const empty = new std::shared_ptr<const State>(Builder(kReferenceSizes[0]).finish());
   state_ = *empty;
 }
 
 Result<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::open(std::string bytes) {
   if (!bytes.starts_with("bplist")) {
-    Builder builder;
+    Builder builder(kReferenceSizes[1]);
     Dictionary positions;
     const auto parsed = parseXMLPropertyList(bytes, [&](std::string_view key, const Value& value) {
       const Value* known = positions.find(key);
@@ -206,8 +211,9 @@ Result<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::open(std:
                  0};
   }
   const std::size_t tableStart = objects.bytes.size();
-  state->isOwnLayout = objects.offsetSize == kOffsetSize && objects.referenceSize == kReferenceSize &&
-                       objects.top == kRootIndex && root.position + root.size == tableStart;
+  state->isOwnLayout = objects.offsetSize == kOffsetSize &&
+                       std::ranges::count(kReferenceSizes, objects.referenceSize) != 0 && objects.top == kRootIndex &&
+                       root.position + root.size == tableStart;
   if (state->isOwnLayout) {
     // Without the root: each snapshot has its own.
     const std::string_view file = *state->opened;
@@ -250,24 +256,28 @@ const std::vector<PropertyListDictionarySnapshot::Entry>& PropertyListDictionary
 PropertyListDictionarySnapshot PropertyListDictionarySnapshot::withEntry(std::string_view key,
                                                                          const Value& value) const {
   if (value.isNil()) return *this;
-  const auto with = [&](Builder& builder) {
-    const std::string validKey = validUtf8(std::string(key));
-    builder.set(builder.find(validKey), validKey, value);
-    return PropertyListDictionarySnapshot(builder.finish());
-  };
+  const std::string validKey = validUtf8(std::string(key));
   if (state_->isOwnLayout) {
     Builder builder(*state_);
-    return with(builder);
+    builder.set(builder.find(validKey), validKey, value);
+    if (builder.fits()) return PropertyListDictionarySnapshot(builder.finish());
   }
-  Builder builder;
-  for (const Entry& entry : entries()) builder.copy(entry);
-  return with(builder);
+  return build(entries(), validKey, value);
+}
+
+PropertyListDictionarySnapshot PropertyListDictionarySnapshot::build(std::span<const Entry> entries,
+                                                                     const std::string& key, const Value& value) {
+  for (const std::size_t referenceSize : kReferenceSizes) {
+    Builder builder(referenceSize);
+    for (auto entry = entries.begin(); entry != entries.end() && builder.fits(); ++entry) builder.copy(*entry);
+    if (!value.isNil()) builder.set(builder.find(key), key, value);
+    if (builder.fits()) return PropertyListDictionarySnapshot(builder.finish());
+  }
+  throw std::length_error("too large a property list");
 }
 
 PropertyListDictionarySnapshot PropertyListDictionarySnapshot::ofEntries(std::span<const Entry> entries) {
-  Builder builder;
-  for (const Entry& entry : entries) builder.copy(entry);
-  return PropertyListDictionarySnapshot(builder.finish());
+  return build(entries, {}, {});
 }
 
 std::size_t countForEntry(const Array& elements, std::size_t first, const Value& rest) {
