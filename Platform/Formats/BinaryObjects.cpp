@@ -55,13 +55,12 @@ std::string_view ChunkedBytes::from(std::size_t position) const {
 }
 
 std::uint64_t bigEndian(const char* bytes, std::size_t size) {
-  const auto* const unsignedBytes = reinterpret_cast<const unsigned char*>(bytes);
-  if (size == 4) {  // the usual size of references and offsets, in a form that compilers make one instruction
-    return std::uint32_t{unsignedBytes[0]} << 24 | std::uint32_t{unsignedBytes[1]} << 16 |
-           std::uint32_t{unsignedBytes[2]} << 8 | std::uint32_t{unsignedBytes[3]};
-  }
+  const auto byte = [&](std::size_t i) { return static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[i])); };
+  // The usual sizes, in a form that compilers make one instruction.
+  if (size == 2) return byte(0) << 8 | byte(1);
+  if (size == 4) return byte(0) << 24 | byte(1) << 16 | byte(2) << 8 | byte(3);
   std::uint64_t number = 0;
-  for (std::size_t i = 0; i < size; ++i) number = number << 8 | unsignedBytes[i];
+  for (std::size_t i = 0; i < size; ++i) number = number << 8 | byte(i);
   return number;
 }
 
