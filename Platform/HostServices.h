@@ -17,7 +17,8 @@
 
 namespace zorvane::platform {
 
-// Absolute paths. Default: "Documents", "Library" and "Defaults" in $XDG_DATA_HOME/zorvane or
+// A relative path means one below the folder that is current when configureHost is called; it stays there when the
+// process changes to another folder. Default: "Documents", "Library" and "Defaults" in $XDG_DATA_HOME/zorvane or
 // $HOME/.local/share/zorvane, else in "zorvane" of the current folder.
 struct Directories {
   std::string documents;

@@ -31,7 +31,9 @@ set(zr_public_headers
   ZorvaneCore/ZREventTriggerDelegate.h
   ZorvaneCore/ZRLogger.h
   ZorvaneCore/ZRModelObject.h
+  ZorvaneCore/ZRStandardErrorLog.h
   ZorvaneCore/ZorvaneCore.h
+  ZRAnalytics/All.h
   ZRAnalytics/Constants/ZRAnalyticsConstants.h
   ZRAnalytics/SessionAndSource/ZRSession.h
   ZRAnalytics/SessionAndSource/ZRSource.h
@@ -41,6 +43,7 @@ set(zr_public_headers
   ZRAnalytics/Utils/ZRConditionEvaluator/ZREventFilter.h
   ZRAnalytics/Utils/ZRGeoLocation.h
   ZRAnalytics/ZRAnalytics.h
+  ZRAnalytics/ZRHosting.h
   ZRAnalytics/ZRVersion.h)
 set(zr_headers_folder "${CMAKE_INSTALL_INCLUDEDIR}/zranalytics")
 set(zr_cmake_folder "${CMAKE_INSTALL_LIBDIR}/cmake/ZRAnalytics")
@@ -67,6 +70,9 @@ function(zr_add_shared name)
   target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
   target_compile_features(${name} INTERFACE cxx_std_20)
   target_compile_definitions(${name} INTERFACE ZR_SHARED_LIBRARY)
+  set(exports "${PROJECT_SOURCE_DIR}/cmake/exports.map")
+  target_link_options(${name} PRIVATE "-Wl,--version-script=${exports}")
+  set_target_properties(${name} PROPERTIES LINK_DEPENDS "${exports}")
   # The layout of C++ classes may change with each minor version.
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
@@ -95,11 +101,14 @@ endif()
 if(BUILD_SHARED_LIBS)
   set(ZR_PC_DEFINITIONS "${ZR_PC_DEFINITIONS} -DZR_SHARED_LIBRARY")
   set(ZR_PC_LIBRARIES "-lzranalytics-cpp")
+  find_package(Threads REQUIRED)
   zr_add_shared(zr_shared OBJECTS zr_platform zr_core zr_analytics PUBLIC Threads::Threads)
   if(TARGET zr_curl_transport)
+    find_package(CURL REQUIRED)
     zr_add_shared(zr_shared_curl_transport OBJECTS zr_curl_transport PUBLIC zr_shared PRIVATE CURL::libcurl)
   endif()
   if(TARGET zr_icu_locale)
+    find_package(ICU REQUIRED COMPONENTS uc data)
     zr_add_shared(zr_shared_icu_locale OBJECTS zr_icu_locale PUBLIC zr_shared PRIVATE ICU::uc ICU::data)
   endif()
   set(zr_prefix zr_shared)
@@ -152,3 +161,35 @@ foreach(header ${zr_public_headers})
   get_filename_component(folder "${header}" DIRECTORY)
   install(FILES "${PROJECT_SOURCE_DIR}/${header}" DESTINATION "${zr_headers_folder}/${folder}" COMPONENT development)
 endforeach()
+
+# cpack -G DEB: zranalytics-dev, zranalytics-tools with the programs, libzranalytics-cpp1.0 with shared libraries.
+if(PROJECT_IS_TOP_LEVEL)
+  set(CPACK_PACKAGE_NAME zranalytics)
+  set(CPACK_PACKAGE_VENDOR "Zorvane")
+  set(CPACK_PACKAGE_CONTACT "Zorvane <sdk@zorvane.example>")
+  set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Analytics of mobile and desktop applications: events, sessions, batches")
+  set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+  set(CPACK_STRIP_FILES ON)
+  set(CPACK_COMPONENTS_ALL development)
+  set(CPACK_DEB_COMPONENT_INSTALL ON)
+  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME zranalytics-dev)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+  # For the transport and the locale.
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "libcurl4-openssl-dev | libcurl4-gnutls-dev, libicu-dev, pkg-config")
+  if(BUILD_SHARED_LIBS)
+    set(zr_runtime "libzranalytics-cpp${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}")
+    list(APPEND CPACK_COMPONENTS_ALL runtime)
+    set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME "${zr_runtime}")
+    set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+    set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+    set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${zr_runtime} (= ${PROJECT_VERSION})")
+  endif()
+  if(ZR_BUILD_PROGRAMS)
+    list(APPEND CPACK_COMPONENTS_ALL programs)
+    set(CPACK_DEBIAN_PROGRAMS_PACKAGE_NAME zranalytics-tools)
+    set(CPACK_DEBIAN_PROGRAMS_PACKAGE_SECTION utils)
+  endif()
+  include(CPack)
+endif()
