@@ -48,6 +48,7 @@ void BinaryEncoder::findExisting() {
 }
 
 std::uint32_t BinaryEncoder::encode(const Value& value, int depth) {
+  if (!isDecodable_) return 0;
   const std::size_t start = bytes_.size();
   switch (value.kind()) {
     case Value::Kind::Nil:
@@ -241,11 +242,12 @@ bool BinaryEncoder::isEqualTo(std::uint32_t index, std::string_view encoded) con
 }
 
 void BinaryEncoder::beginEntry() {
-  allowance_ = {};
+  allowance_ = DecodingAllowance();
   isDecodable_ = true;
 }
 
 void BinaryEncoder::commit() {
+  if (offsets_.empty()) return;
   std::string offsets;
   appendBigEndian(offsets_, 4, offsets);
   objects_.bytes.append(bytes_);
