@@ -133,10 +133,11 @@ class PropertyListDictionarySnapshot::Builder {
     encoder_.commit();
     auto state = std::make_shared<State>();
     const std::size_t rootStart = objects_.bytes.size();
-    std::vector<std::uint32_t> references;
-    references.reserve(2 * pairs_.size());
-    for (const Pair& pair : pairs_) references.push_back(static_cast<std::uint32_t>(pair.key));
-    for (const Pair& pair : pairs_) references.push_back(static_cast<std::uint32_t>(pair.value));
+    std::vector<std::uint32_t> references(2 * pairs_.size());
+    for (std::size_t i = 0; i < pairs_.size(); ++i) {
+      references[i] = static_cast<std::uint32_t>(pairs_[i].key);
+      references[pairs_.size() + i] = static_cast<std::uint32_t>(pairs_[i].value);
+    }
     appendMarker(0xD0, pairs_.size(), state->root);
     appendBigEndian(references, objects_.referenceSize, state->root);
     const std::size_t tableStart = rootStart + state->root.size();
@@ -162,9 +163,9 @@ class PropertyListDictionarySnapshot::Builder {
   std::size_t find(std::string_view key) const {
     const std::uint32_t hash = hashOf(key);
     std::string storage;
+    BinaryObject object;
     std::size_t i = 0;
     for (; i < pairs_.size(); ++i) {
-      BinaryObject object;
       if (pairs_[i].keyHash == hash && objects_.read(pairs_[i].key, object) && textOfObject(object, storage) == key) {
         break;
       }
