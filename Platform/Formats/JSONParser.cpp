@@ -28,7 +28,7 @@ class Parser {
   // Every step returns false on failure, after the first failure has set error_.
   bool fail(std::string_view what) { return failAt(what, position_); }
   bool failAt(std::string_view what, std::size_t position) {
-    error_ = std::string(what) + " at byte " + textOfInteger(static_cast<std::int64_t>(position));
+    error_ = textAtByte(what, position);
     return false;
   }
 

@@ -43,8 +43,8 @@ class Parser {
   // Every step returns false on failure, after the first failure has set error_.
   bool fail(std::string_view what) { return failAt(what, position_); }
   bool failAt(std::string_view what, std::size_t position) {
-    error_ =
-        "no property list: " + std::string(what) + " at byte " + textOfInteger(static_cast<std::int64_t>(position));
+    error_ = "no property list: ";
+    error_ += textAtByte(what, position);
     return false;
   }
 

@@ -60,6 +60,13 @@ std::string textOfInteger(std::int64_t value) {
   return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
 }
 
+std::string textAtByte(std::string_view what, std::size_t position) {
+  std::string text(what);
+  text += " at byte ";
+  text += textOfInteger(static_cast<std::int64_t>(position));
+  return text;
+}
+
 std::optional<std::int64_t> leadingInteger(std::string_view text) noexcept {
   text = numberPart(text);
   std::int64_t number = 0;

@@ -13,6 +13,8 @@ std::string textOfDouble(double value);
 // As "%.*f" in the C locale.
 std::string fixedTextOfDouble(double value, int digits);
 std::string textOfInteger(std::int64_t value);
+// "what at byte 5", for errors.
+std::string textAtByte(std::string_view what, std::size_t position);
 
 // The number at the start of the text, after blanks and a sign; nullopt when there is none. A number out of range is
 // clamped (integers) or infinite (doubles).
