@@ -166,8 +166,9 @@ class Parser {
   // "uXXXX"
   bool parseUnit(std::uint32_t& unit) {
     const std::string_view digits = text_.substr(std::min(position_ + 1, text_.size()), 4);
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), unit, 16);
-    if (digits.size() != 4 || error != std::errc() || end != digits.data() + 4) return fail("an unsound \\u escape");
+    const auto number = wholeUnsigned(digits, 16);
+    if (digits.size() != 4 || !number) return fail("an unsound \\u escape");
+    unit = static_cast<std::uint32_t>(*number);
     position_ += 5;
     return true;
   }

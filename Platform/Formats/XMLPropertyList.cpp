@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <charconv>
 #include <limits>
 #include <optional>
 
@@ -245,12 +244,11 @@ class Parser {
     name.remove_prefix(1);
     const int base = name.starts_with('x') ? 16 : 10;
     if (base == 16) name.remove_prefix(1);
-    std::uint32_t character = 0;
-    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), character, base);
-    if (error != std::errc() || end != name.data() + name.size() || isSurrogate(character) || character > 0x10FFFF) {
+    const auto character = wholeUnsigned(name, base);
+    if (!character || *character > 0x10FFFF || isSurrogate(static_cast<std::uint32_t>(*character))) {
       return fail("a reference to no character");
     }
-    appendUtf8(character, out);
+    appendUtf8(static_cast<std::uint32_t>(*character), out);
     position_ += length + 2;
     return true;
   }

@@ -87,4 +87,11 @@ std::optional<double> leadingDouble(std::string_view text) noexcept {
   return readDouble(text);
 }
 
+std::optional<std::uint64_t> wholeUnsigned(std::string_view text, int base) noexcept {
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
 }  // namespace zorvane::platform

@@ -20,5 +20,7 @@ std::string textAtByte(std::string_view what, std::size_t position);
 // clamped (integers) or infinite (doubles).
 std::optional<std::int64_t> leadingInteger(std::string_view text) noexcept;
 std::optional<double> leadingDouble(std::string_view text) noexcept;
+// The number that the whole text is, digits of base 10 or 16; nullopt for any other text and beyond 64 bits.
+std::optional<std::uint64_t> wholeUnsigned(std::string_view text, int base) noexcept;
 
 }  // namespace zorvane::platform
