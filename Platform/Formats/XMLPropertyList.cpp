@@ -288,21 +288,26 @@ std::string declaredEncoding(std::string_view bytes) {
 }  // namespace
 
 Result<Value> parseXMLPropertyList(std::string_view bytes, const EntryTaker& take) {
-  if (bytes.starts_with("\xEF\xBB\xBF")) return Parser(bytes.substr(3), take).parse();
-  if (bytes.starts_with("\xFE\xFF")) return Parser(fromUtf16(bytes.substr(2), true), take).parse();
-  if (bytes.starts_with("\xFF\xFE")) return Parser(fromUtf16(bytes.substr(2), false), take).parse();
-  if (bytes.starts_with(std::string_view("\0<", 2))) return Parser(fromUtf16(bytes, true), take).parse();
-  if (bytes.starts_with(std::string_view("<\0", 2))) return Parser(fromUtf16(bytes, false), take).parse();
-  const std::string encoding = declaredEncoding(bytes);
-  if (encoding == "iso-8859-1" || encoding == "latin1") {
-    std::string text;
-    for (const char byte : bytes) appendUtf8(static_cast<unsigned char>(byte), text);
-    return Parser(text, take).parse();
+  const auto startsWith = [bytes](const char* text, std::size_t size) { return bytes.starts_with({text, size}); };
+  const bool hasMark = startsWith("\xFE\xFF", 2) || startsWith("\xFF\xFE", 2);
+  const bool isBigEndian = startsWith("\xFE\xFF", 2) || startsWith("\0<", 2);
+  std::string converted;
+  if (isBigEndian || hasMark || startsWith("<\0", 2)) {
+    converted = fromUtf16(bytes.substr(hasMark ? 2 : 0), isBigEndian);
+    bytes = converted;
+  } else if (startsWith("\xEF\xBB\xBF", 3)) {
+    bytes.remove_prefix(3);
+  } else {
+    const std::string encoding = declaredEncoding(bytes);
+    if (encoding == "iso-8859-1" || encoding == "latin1") {
+      for (const char byte : bytes) appendUtf8(static_cast<unsigned char>(byte), converted);
+      bytes = converted;
+    } else if (!encoding.empty() && encoding != "utf-8" && encoding != "utf8" && encoding != "us-ascii" &&
+               encoding != "ascii") {
+      return Error{"no property list: an unknown encoding is declared at byte 0", 0};
+    }
   }
-  if (encoding.empty() || encoding == "utf-8" || encoding == "utf8" || encoding == "us-ascii" || encoding == "ascii") {
-    return Parser(bytes, take).parse();
-  }
-  return Error{"no property list: an unknown encoding is declared at byte 0", 0};
+  return Parser(bytes, take).parse();
 }
 
 }  // namespace zorvane::platform
