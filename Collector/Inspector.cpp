@@ -16,6 +16,10 @@ namespace {
 
 using std::chrono::hours;
 
+constexpr std::chrono::seconds kRecent{1};
+constexpr std::size_t kRecentTexts = 8;
+constexpr std::size_t kRecentBytes = 1u << 20;  // of each
+
 struct Span {
   hours length;
   int characters;  // of a time
@@ -77,6 +81,24 @@ std::string arrivals(Reader& reader, const httplib::Request& request) {
 
 }  // namespace
 
+std::string Inspector::recent(const std::string& target, const std::function<std::string()>& make) {
+  const std::uint64_t stored = live_.stored();
+  const auto now = std::chrono::steady_clock::now();
+  {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(recent_, [&](const Recent& each) { return each.stored != stored || now - each.made > kRecent; });
+    for (const Recent& each : recent_) {
+      if (each.target == target) return each.text;
+    }
+  }
+  std::string text = make();
+  if (text.size() > kRecentBytes) return text;
+  const std::lock_guard lock(mutex_);
+  recent_.push_back({target, text, stored, now});
+  if (recent_.size() > kRecentTexts) recent_.pop_front();
+  return text;
+}
+
 void Inspector::setRoutes(Listener& listener) {
   for (const PageFile& file : pageFiles()) {
     listener.Get(std::string(file.path), [&file](const httplib::Request&, httplib::Response& response) {
@@ -86,7 +108,8 @@ void Inspector::setRoutes(Listener& listener) {
   }
   for (const View& view : allViews()) {
     listener.Get(std::string("/api/") + view.name, handler([this, &view](const httplib::Request& request) {
-                   return reader_.list(view, parseQuery(request.params, filtersOf(view)));
+                   const Query query = parseQuery(request.params, filtersOf(view));
+                   return recent(request.target, [&] { return reader_.list(view, query); });
                  }));
   }
   listener.Get("/api/summary", handler([this](const httplib::Request& request) {

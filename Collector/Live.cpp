@@ -21,8 +21,8 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr std::size_t kPages = 256;
-// Several arrivals within this time are one message.
-constexpr milliseconds kPause{150};
+// Several arrivals within this time are one message. The more pages, the longer: each answers a message with requests.
+constexpr milliseconds kShortestPause{150}, kPausePerPage{10}, kLongestPause{700};
 // A comment after this time finds pages whose connection is gone.
 constexpr milliseconds kHeartbeat{15'000};
 
@@ -86,7 +86,7 @@ void Live::work() {
     if (stored != told && now >= nextMessage) {
       send(pages, false, message);
       told = stored;
-      nextMessage = now + kPause;
+      nextMessage = now + std::min(kShortestPause + kPausePerPage * static_cast<int>(pages.size()), kLongestPause);
       nextHeartbeat = now + kHeartbeat;
     } else if (now >= nextHeartbeat) {
       send(pages, false, ":\n\n");

@@ -24,9 +24,11 @@ class Live {
   // Takes over a socket whose response header was sent, and closes it in the end. Its first message follows at once. A
   // socket too many is closed.
   void take(int socket);
-  // Something was stored: each page gets a message {"started": TIME, "stored": NUMBER} within a fifth of a second. Does
-  // no I/O but a wake.
+  // Something was stored: each page gets a message {"started": TIME, "stored": NUMBER} within a second, the sooner the
+  // fewer they are. Does no I/O but a wake.
   void announce();
+  // How often something was announced.
+  std::uint64_t stored() const { return stored_; }
   // Closes the sockets. What is taken from now on is closed at once.
   void stop();
 

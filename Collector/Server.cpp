@@ -98,7 +98,7 @@ Server::Server(const Options& options, const ConnectionLimits& limits)
       port_(listener_.bindLoopback(options.port)),
       store_(options.database),
       reader_(store_.reader()),
-      inspector_(reader_) {
+      inspector_(reader_, live_) {
   if (!options.record.empty()) recorder_ = std::make_unique<Recorder>(options.record);
   setRoutes();
 }

@@ -144,6 +144,7 @@ export function eventsView(page) {
       isReady = true;
       showNote();
       markSelected();
+      selected()?.scrollIntoView({block: "nearest"});
     } catch (error) {
       if (error.name === "AbortError") return;
       setText(note, error.message);

@@ -45,7 +45,7 @@ export function filterBar() {
   const element = h("form", {class: "filters", role: "search", onsubmit: event => {
     event.preventDefault();
     apply();
-  }}, search, name, nameList, kind, status, chipList);
+  }}, search, name, nameList, kind, status, chipList, h("button", {class: "unseen", tabindex: "-1"}, "Search"));
 
   let timer = 0;
   search.addEventListener("input", () => {

@@ -89,8 +89,8 @@ function showSpark(found) {
   byId("spark").replaceChildren(spark(columnsOf(found, "minute", coloursOf(found.arrivals)), "Arrivals in the last hour"));
 }
 
-// At most once in a second.
-let summaryIsRecent = false, summaryIsDue = false;
+// At most once in a second; the line of the last hour once in five.
+let summaryIsRecent = false, summaryIsDue = false, sparkTime = 0;
 async function updateSummary() {
   summaryIsDue = true;
   if (summaryIsRecent) return;
@@ -99,7 +99,10 @@ async function updateSummary() {
   try {
     summary = await get("summary");
     showSummary();
-    showSpark(await get("arrivals"));
+    if (Date.now() - sparkTime > 5000) {
+      sparkTime = Date.now();
+      showSpark(await get("arrivals"));
+    }
   } catch {
     // The state of the connection says so.
   }

@@ -15,7 +15,7 @@ OPTIONS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--n
 ELEMENT = "element-6066-11e4-a52e-4f735466cecf"
 KEYS = {"Enter": "\ue007", "Escape": "\ue00c"}
 # Only against a test that hangs: a busy machine with sanitizers is slow.
-PATIENCE = 120
+PATIENCE = int(os.environ.get("ZR_PATIENCE", "120"))
 
 
 def missing():
