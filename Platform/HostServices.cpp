@@ -39,6 +39,10 @@ std::string containerFolder() {
   return currentFolder() + "/zorvane";
 }
 
+void makeAbsolute(std::string& path) {
+  if (!path.empty() && path[0] != '/') path = currentFolder() + '/' + path;
+}
+
 HostServices completed(HostServices services) {
   if (!services.clock) services.clock = std::make_shared<SystemClock>();
   if (!services.scheduler) services.scheduler = makeThreadScheduler(services.clock);
@@ -64,6 +68,8 @@ HostServices taken() {
 }  // namespace
 
 bool configureHost(HostServices services) {
+  Directories& directories = services.directories;
+  for (std::string* path : {&directories.documents, &directories.library, &directories.defaults}) makeAbsolute(*path);
   Configuration& given = configuration();
   MutexLock lock(given.mutex);
   if (given.inUse) return false;

@@ -11,12 +11,14 @@
 #include "Platform/Application/Application.h"
 #include "Platform/Application/DeviceServices.h"
 #include "Platform/Dispatch/Scheduler.h"
+#include "Platform/Export.h"
 #include "Platform/Notifications/NotificationCenter.h"
 #include "Platform/Time/Clock.h"
 
 namespace zorvane::platform {
 
-// Absolute paths. Default: "Documents", "Library" and "Defaults" in $XDG_DATA_HOME/zorvane or
+// A relative path means one below the folder that is current when configureHost is called; it stays there when the
+// process changes to another folder. Default: "Documents", "Library" and "Defaults" in $XDG_DATA_HOME/zorvane or
 // $HOME/.local/share/zorvane, else in "zorvane" of the current folder.
 struct Directories {
   std::string documents;
@@ -44,9 +46,9 @@ struct HostServices {
 };
 
 // Returns false and changes nothing when the services are already in use.
-[[nodiscard]] bool configureHost(HostServices services);
+[[nodiscard]] ZR_PUBLIC bool configureHost(HostServices services);
 
 // The services in use; every pointer except advertising is set. Thread-safe.
-const HostServices& hostServices();
+ZR_PUBLIC const HostServices& hostServices();
 
 }  // namespace zorvane::platform

@@ -96,9 +96,10 @@ bool ManualScheduler::runOne() {
   return true;
 }
 
-void ManualScheduler::waitUntilIdle() {
+bool ManualScheduler::waitUntilIdle(double /*seconds*/) {
   while (runOne()) {
   }
+  return true;
 }
 
 void ManualScheduler::advance(double seconds) {

@@ -28,7 +28,8 @@ class ManualScheduler final : public Scheduler {
   std::unique_ptr<Queue> makeSerialQueue(std::string label) override;
   Queue& globalQueue(Priority priority) override;
   MainQueue& mainQueue() override;
-  void waitUntilIdle() override;
+  // Never waits, so the time does not matter.
+  bool waitUntilIdle(double seconds = 0) override;
   double nextTimerDeadline() override;
   void fireDueTimers() override;
   void setUncaughtHandler(std::function<void(std::exception_ptr)> handler) override;

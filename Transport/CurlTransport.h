@@ -8,6 +8,7 @@
 #include <string>
 #include <thread>
 
+#include "Platform/Export.h"
 #include "ZorvaneCore/NetworkTransport.h"
 
 namespace zorvane {
@@ -31,7 +32,7 @@ struct CurlTransportOptions {
 // one.
 //
 // The process may exit at any moment, even with requests in progress.
-class CurlTransport final : public NetworkTransport {
+class ZR_PUBLIC CurlTransport final : public NetworkTransport {
  public:
   // Throws std::runtime_error if libcurl cannot be set up, std::system_error if the thread cannot be started.
   explicit CurlTransport(CurlTransportOptions options = {});

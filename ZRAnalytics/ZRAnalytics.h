@@ -10,6 +10,7 @@
 
 #include "Platform/Application/Application.h"
 #include "Platform/Dispatch/Mutex.h"
+#include "Platform/Export.h"
 #include "ZRAnalytics/SessionAndSource/ZRSession.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRPayloadBuilder.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
@@ -25,7 +26,7 @@ namespace zorvane {
 // literals, strings or numbers (Platform/Values/Value.h). Completions may be empty. None runs on the main thread unless
 // its operation says so; exceptions from them are logged. Configure the host services and the core before the first use
 // (Platform/HostServices.h, ZorvaneCore/CoreSetup.h).
-class ZRAnalytics final : public ZRAppIDUpdateDelegate {
+class ZR_PUBLIC ZRAnalytics final : public ZRAppIDUpdateDelegate {
  public:
   // Created on first use, never destroyed. Construction moves four keys of earlier releases from the standard defaults
   // store into the SDK defaults store.

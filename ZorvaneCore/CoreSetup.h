@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Export.h"
 #include "ZorvaneCore/NetworkTransport.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
@@ -28,15 +29,15 @@ struct CoreSetup {
 
 // Call once, before the module starts. Throws ValueError for an unknown key or a value of the wrong kind in the remote
 // configuration; its message names the key, and nothing changes.
-void configureCore(CoreSetup setup);
+ZR_PUBLIC void configureCore(CoreSetup setup);
 
 // These take effect at once; the module is not notified. Thread-safe. updateRemoteConfiguration throws as
 // configureCore.
-void updateRemoteConfiguration(const Dictionary& changes);
+ZR_PUBLIC void updateRemoteConfiguration(const Dictionary& changes);
 // The values in effect, by the keys of the remote configuration.
-Dictionary effectiveConfiguration();
-void setAppIdentifier(std::string appId);
+ZR_PUBLIC Dictionary effectiveConfiguration();
+ZR_PUBLIC void setAppIdentifier(std::string appId);
 // Kept over restarts.
-void setSDKEnabled(bool enabled);
+ZR_PUBLIC void setSDKEnabled(bool enabled);
 
 }  // namespace zorvane

@@ -7,13 +7,14 @@
 #include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
+#include "Platform/Export.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
 namespace zorvane {
 
 // Receives log lines, on any thread, with no lock held. It may be called while one of the module's singletons is being
 // constructed, so it must not call the module. Exceptions are dropped.
-class ZRLogSink {
+class ZR_PUBLIC ZRLogSink {
  public:
   virtual ~ZRLogSink() = default;
   virtual void logMessage(std::int64_t type, const std::string& message) = 0;
@@ -23,7 +24,7 @@ class ZRLogSink {
 };
 
 // Thread-safe. Without a sink nothing is logged.
-class ZRLogger {
+class ZR_PUBLIC ZRLogger {
  public:
   static ZRLogger& sharedInstance();
 

@@ -7,10 +7,11 @@
 #include <optional>
 
 #include "Platform/Dispatch/Mutex.h"
+#include "Platform/Export.h"
 
 namespace zorvane {
 
-class ZRAppIDUpdateDelegate {
+class ZR_PUBLIC ZRAppIDUpdateDelegate {
  public:
   virtual ~ZRAppIDUpdateDelegate() = default;
   // The host has switched to another application identifier. The completion is called when the change is handled.
@@ -45,7 +46,7 @@ class ZRSDKConfiguration {
 };
 
 // Thread-safe.
-class ZorvaneCore {
+class ZR_PUBLIC ZorvaneCore {
  public:
   static ZorvaneCore& sharedInstance();
 

@@ -1,19 +1,24 @@
 # What every target of the project shares: the language level, the warnings, the sanitizers of the preset.
 
-set(CMAKE_CXX_STANDARD 20)
+if(NOT DEFINED CMAKE_CXX_STANDARD)
+  set(CMAKE_CXX_STANDARD 20)
+endif()
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
-set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
-if(NOT CMAKE_BUILD_TYPE)
-  set(CMAKE_BUILD_TYPE RelWithDebInfo)
-endif()
 
 set(ZR_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize takes them")
 option(ZR_WARNINGS_AS_ERRORS "Treat warnings as errors" OFF)
-option(ZR_USE_CCACHE "Use ccache where it is installed" ON)
+option(ZR_USE_CCACHE "Use ccache where it is installed" ${PROJECT_IS_TOP_LEVEL})
 option(ZR_LIBCXX "Build with libc++ (clang only)" OFF)
 
+if(PROJECT_IS_TOP_LEVEL)
+  set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+  if(NOT CMAKE_BUILD_TYPE)
+    set(CMAKE_BUILD_TYPE RelWithDebInfo)
+  endif()
+endif()
 find_program(ZR_CCACHE ccache)
+mark_as_advanced(ZR_CCACHE)
 if(ZR_USE_CCACHE AND ZR_CCACHE)
   set(CMAKE_CXX_COMPILER_LAUNCHER "${ZR_CCACHE}")
 endif()
@@ -41,23 +46,34 @@ function(zr_left_out text)
   message(STATUS "Left out: ${text}")
 endfunction()
 
-# zr_add_library(NAME [LINKS ...]): a static library of every source below the current folder, whose headers are
-# included by their path from the repository's root.
+# zr_include_folder(NAME): headers of the current folder are included by their path from the repository's root. One
+# symbolic link per target, so that headers of a library that is not linked are not found.
+function(zr_include_folder name)
+  get_filename_component(folder "${CMAKE_CURRENT_SOURCE_DIR}" NAME)
+  file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/include/${name}")
+  file(CREATE_LINK "${CMAKE_CURRENT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}/include/${name}/${folder}" SYMBOLIC)
+  target_include_directories(${name} PUBLIC "$<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include/${name}>")
+endfunction()
+
+# zr_add_library(NAME [LINKS ...]): a static library of every source below the current folder. Its code may be linked
+# into a shared library, too. cmake/ZRPackage.cmake makes the package of some.
 function(zr_add_library name)
   cmake_parse_arguments(ARG "" "" "LINKS" ${ARGN})
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp" "${CMAKE_CURRENT_SOURCE_DIR}/*.h")
   add_library(${name} STATIC ${sources})
-  target_include_directories(${name} PUBLIC "${PROJECT_BINARY_DIR}/include/${name}")
-  # One symbolic link per library, so that headers of a library that is not linked are not found.
-  file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/include/${name}")
-  get_filename_component(folder "${CMAKE_CURRENT_SOURCE_DIR}" NAME)
-  file(CREATE_LINK "${CMAKE_CURRENT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}/include/${name}/${folder}" SYMBOLIC)
+  zr_include_folder(${name})
+  set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  target_compile_features(${name} PUBLIC cxx_std_20)
   # Optimise for size: applications ship this code and rarely wait for it.
-  target_compile_options(${name} PRIVATE -fvisibility=hidden -ffunction-sections -fdata-sections $<$<CONFIG:Release>:-Os>)
-  target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE zr_warnings)
+  target_compile_options(${name} PRIVATE -fvisibility=hidden -ffunction-sections -fdata-sections $<$<CONFIG:Release>:-Os>
+    $<TARGET_PROPERTY:zr_warnings,INTERFACE_COMPILE_OPTIONS>)
+  target_link_libraries(${name} PUBLIC ${ARG_LINKS})
   # In these builds the tests fail when host code is called under a lock. Public: it changes inline code of a header, so
   # whoever links the library must compile with it.
   if(ZR_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL "Debug")
     target_compile_definitions(${name} PUBLIC ZR_COUNT_LOCKS)
+  endif()
+  if(BUILD_SHARED_LIBS)
+    target_compile_definitions(${name} PRIVATE ZR_SHARED_LIBRARY)
   endif()
 endfunction()

@@ -6,6 +6,8 @@
 #include <memory>
 #include <string_view>
 
+#include "Platform/Export.h"
+
 namespace zorvane::platform {
 
 enum class ApplicationState { Active = 0, Inactive = 1, Background = 2 };
@@ -33,6 +35,6 @@ class Application {
   virtual void endBackgroundTask(BackgroundTaskId id) = 0;
 };
 
-std::shared_ptr<Application> makePortableApplication();
+ZR_PUBLIC std::shared_ptr<Application> makePortableApplication();
 
 }  // namespace zorvane::platform

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Export.h"
 #include "Platform/Time/Date.h"
 
 namespace zorvane::platform {
@@ -27,7 +28,7 @@ class AdvertisingService {
 };
 
 // The user's current locale; each result is empty when unknown. Called from any thread.
-class LocaleService {
+class ZR_PUBLIC LocaleService {
  public:
   virtual ~LocaleService() = default;
   // "en_US", "zh_Hans_CN".
@@ -50,18 +51,18 @@ class TimeZone {
 
 // The parts of a locale identifier ("de_AT", "zh-Hans-CN", "en_US@currency=USD"), the language in lower case and the
 // country in upper case; empty where the identifier has none.
-std::optional<std::string> languageCodeOfLocale(std::string_view identifier);
-std::optional<std::string> countryCodeOfLocale(std::string_view identifier);
+ZR_PUBLIC std::optional<std::string> languageCodeOfLocale(std::string_view identifier);
+ZR_PUBLIC std::optional<std::string> countryCodeOfLocale(std::string_view identifier);
 
 // The identifier in a locale's name, without encoding and modifier, its parts joined by "_" ("de_AT.UTF-8@euro" gives
 // "de_AT", "sr-Latn" gives "sr_Latn"). Empty for "C", "POSIX" and "".
-std::optional<std::string> identifierOfLocaleName(std::string_view name);
+ZR_PUBLIC std::optional<std::string> identifierOfLocaleName(std::string_view name);
 
 // The locale of the process's environment at the time of the call: the first that is set of LC_ALL, LC_MESSAGES and
 // LANG. For "C" and "POSIX" everything is unknown. No display names.
-std::shared_ptr<LocaleService> makeProcessLocale();
+ZR_PUBLIC std::shared_ptr<LocaleService> makeProcessLocale();
 // The process's time zone (TZ, else the machine's) at the time of the call. Before the year 1 and after the year 9999,
 // the offset is that of the first or last second of these years.
-std::shared_ptr<TimeZone> makeProcessTimeZone();
+ZR_PUBLIC std::shared_ptr<TimeZone> makeProcessTimeZone();
 
 }  // namespace zorvane::platform

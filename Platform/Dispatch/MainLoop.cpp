@@ -48,6 +48,7 @@ bool MainLoop::enqueue(Task task) {
     start = claimThreadStart();
   }
   if (wake) wake_.notifyOne();
+  context_->tasks.mainTaskWaits();
   if (pump_ == Pump::Host) options_.postToHostLoop([self] { self->runNext(); });
   return !start || startOwnThread();
 }
@@ -209,15 +210,21 @@ void MainLoop::runCounted(Task& task) {
   context_->tasks.done();
 }
 
-void MainLoop::runNext() {
+void MainLoop::runWaiting() {
+  while (runNext()) {
+  }
+}
+
+bool MainLoop::runNext() {
   Task task;
   {
     MutexLock lock(mutex_);
-    if (stopped_ || tasks_.empty()) return;
+    if (stopped_ || tasks_.empty()) return false;
     task = std::move(tasks_.front());
     tasks_.popFront();
   }
   runCounted(task);
+  return true;
 }
 
 void MainLoop::serveTimers() noexcept {

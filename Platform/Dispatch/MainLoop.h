@@ -27,6 +27,8 @@ class MainLoop final : public MainQueue, public std::enable_shared_from_this<Mai
   TimerId startRepeatingTimer(double intervalSeconds, std::function<void()> work) override;
   void cancelTimer(TimerId id) override;
 
+  // Runs the tasks that wait. Main thread.
+  void runWaiting();
   // As Scheduler and ThreadScheduler say.
   void runAdopted();
   void stop();
@@ -50,8 +52,8 @@ class MainLoop final : public MainQueue, public std::enable_shared_from_this<Mai
   void pump();
   // Waits for the next task, or the work of a due timer. False when the loop is stopped.
   bool waitForWork(Task& task);
-  // Runs one task on a host's loop.
-  void runNext();
+  // Runs the next task. False if none waits, or the loop is stopped.
+  bool runNext();
   // Runs and destroys the task, then counts it as done.
   void runCounted(Task& task);
   // The body of the timer thread of a host's loop: posts the firing of timers when they are due.

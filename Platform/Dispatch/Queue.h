@@ -11,10 +11,11 @@
 
 #include "Platform/Dispatch/Task.h"
 #include "Platform/Dispatch/ThreadAnnotations.h"
+#include "Platform/Export.h"
 
 namespace zorvane::platform {
 
-class ZR_CAPABILITY("queue") Queue {
+class ZR_PUBLIC ZR_CAPABILITY("queue") Queue {
  public:
   Queue() = default;
   explicit Queue(std::string label) : label_(std::move(label)) {}

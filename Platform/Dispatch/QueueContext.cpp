@@ -1,5 +1,8 @@
 #include "Platform/Dispatch/QueueContext.h"
 
+#include <chrono>
+#include <utility>
+
 namespace zorvane::platform {
 
 // done() lowers the count, then reads waiters_. waitForNone() raises waiters_, then reads the count. All of it is
@@ -10,13 +13,29 @@ void TaskCounter::done(std::size_t count) noexcept {
   changed_.notifyAll();
 }
 
-void TaskCounter::waitForNone() {
+bool TaskCounter::waitForNone(double seconds, const std::function<void()>& runMainTasks) {
+  const auto start = std::chrono::steady_clock::now();
   waiters_.fetch_add(1);
-  {
+  bool ended = false;
+  double left = seconds;
+  for (;;) {
+    if (runMainTasks) runMainTasks();
     MutexLock lock(mutex_);
-    while (outstanding_.load() != 0 && !released_) changed_.wait(mutex_);
+    ended = outstanding_.load() == 0 || released_;
+    left = seconds - std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (ended || left <= 0) break;
+    // A task that came after runMainTasks() runs in the next round.
+    if (!runMainTasks || !std::exchange(mainTaskWaits_, false)) changed_.waitFor(mutex_, left);
   }
   waiters_.fetch_sub(1);
+  return outstanding_.load() == 0;
+}
+
+void TaskCounter::mainTaskWaits() noexcept {
+  if (waiters_.load() == 0) return;
+  MutexLock lock(mutex_);
+  mainTaskWaits_ = true;
+  changed_.notifyAll();
 }
 
 void TaskCounter::release() {

@@ -4,10 +4,12 @@
 
 #include <exception>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <string>
 
 #include "Platform/Dispatch/Queue.h"
+#include "Platform/Export.h"
 #include "Platform/Time/Clock.h"
 
 namespace zorvane::platform {
@@ -23,10 +25,11 @@ class Scheduler {
   virtual Queue& globalQueue(Priority priority) = 0;
   virtual MainQueue& mainQueue() = 0;
 
-  // Waits until no task waits or runs on any queue, including tasks that tasks post. Ignores timers that are not due
-  // and the tasks of a stopped main queue. Returns immediately when the process is about to exit. Must not be called
-  // from a task, nor on the main thread of a scheduler over real threads.
-  virtual void waitUntilIdle() = 0;
+  // Waits until no task waits or runs on any queue, including tasks that tasks post, or until that many seconds of real
+  // time are over; false if tasks are left then. Ignores timers that are not due and the tasks of a stopped main queue.
+  // Returns immediately when the process is about to exit. On the main thread, runs the main queue's tasks meanwhile.
+  // Must not be called from a task.
+  virtual bool waitUntilIdle(double seconds = std::numeric_limits<double>::infinity()) = 0;
 
   // For a clock that does not run by itself. The monotonic time at which the next timer is due; negative when there is
   // no timer.
@@ -61,6 +64,7 @@ class ThreadScheduler : public Scheduler {
   virtual void stopMainLoop() = 0;
 };
 
-std::unique_ptr<ThreadScheduler> makeThreadScheduler(std::shared_ptr<Clock> clock, MainLoopOptions options = {});
+ZR_PUBLIC std::unique_ptr<ThreadScheduler> makeThreadScheduler(std::shared_ptr<Clock> clock,
+                                                               MainLoopOptions options = {});
 
 }  // namespace zorvane::platform

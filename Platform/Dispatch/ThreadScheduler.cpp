@@ -86,7 +86,10 @@ class ThreadSchedulerOverPool final : public ThreadScheduler {
     return priority == Priority::Default ? defaultQueue_ : backgroundQueue_;
   }
   MainQueue& mainQueue() override { return *main_; }
-  void waitUntilIdle() override { context_->tasks.waitForNone(); }
+  bool waitUntilIdle(double seconds) override {
+    return context_->tasks.waitForNone(
+        seconds, main_->isCurrent() ? [loop = main_] { loop->runWaiting(); } : std::function<void()>());
+  }
   double nextTimerDeadline() override { return main_->nextTimerDeadline(); }
   void fireDueTimers() override { main_->fireDueTimers(); }
   void setUncaughtHandler(std::function<void(std::exception_ptr)> handler) override {

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Export.h"
 #include "Platform/Values/Result.h"
 #include "Platform/Values/Value.h"
 
@@ -21,17 +22,18 @@ struct JSONLimits {
 // One JSON value with nothing but blanks around it. 2.0 is a double, 2 an integer; integers beyond 64 bits are doubles;
 // null is the null marker; of a repeated key the last value holds. A lone surrogate escape becomes U+FFFD. A number
 // beyond the range of a double is an error.
-Result<Value> parseJSON(std::string_view text, JSONLimits limits = {});
+ZR_PUBLIC Result<Value> parseJSON(std::string_view text, JSONLimits limits = {});
 
 // Compact JSON. Doubles keep a point or an exponent ("2.0"), so that kinds survive a round trip. What JSON cannot hold
 // is replaced: nil, not-a-number and infinity by null, a date by its ISO 8601 text with milliseconds in UTC, data by
 // its lower-case hexadecimal digits, a URL by its text, an object by its plain value, anything beyond 512 levels by
 // null.
-std::string jsonText(const Value& value);
-void appendJSON(const Value& value, std::string& out);
+ZR_PUBLIC std::string jsonText(const Value& value);
+ZR_PUBLIC void appendJSON(const Value& value, std::string& out);
 
 // A part of a value whose JSON is made when it is written: writer appends it. Comparison and descriptions use
 // plainValue. Both functions are called on any thread.
-std::shared_ptr<const Object> lazyJSON(std::function<void(std::string& out)> writer, std::function<Value()> plainValue);
+ZR_PUBLIC std::shared_ptr<const Object> lazyJSON(std::function<void(std::string& out)> writer,
+                                                 std::function<Value()> plainValue);
 
 }  // namespace zorvane::platform

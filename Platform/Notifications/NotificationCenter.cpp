@@ -3,7 +3,12 @@
 #include <algorithm>
 #include <utility>
 
+#include "Platform/Dispatch/UncaughtHandler.h"
+
 namespace zorvane::platform {
+
+NotificationCenter::NotificationCenter() : uncaught_(std::make_unique<UncaughtHandler>()) {}
+NotificationCenter::~NotificationCenter() = default;
 
 // Replaced lists and functions are destroyed after the lock is released: what they hold may call back.
 
@@ -42,10 +47,10 @@ void NotificationCenter::post(std::string_view name) {
     hook = postHook_;
     if (const auto place = registrations_.find(name); place != registrations_.end()) observers = place->second;
   }
-  if (hook) uncaught_.guard([&] { (*hook)(name); });
+  if (hook) uncaught_->guard([&] { (*hook)(name); });
   if (!observers) return;
   for (const Registration& registration : *observers) {
-    uncaught_.guard([&] { (*registration.observer)(name); });
+    uncaught_->guard([&] { (*registration.observer)(name); });
   }
 }
 
@@ -56,7 +61,7 @@ void NotificationCenter::setPostHook(Observer hook) {
 }
 
 void NotificationCenter::setUncaughtHandler(std::function<void(std::exception_ptr)> handler) {
-  uncaught_.set(std::move(handler));
+  uncaught_->set(std::move(handler));
 }
 
 }  // namespace zorvane::platform

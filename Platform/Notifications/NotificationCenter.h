@@ -11,17 +11,22 @@
 #include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
-#include "Platform/Dispatch/UncaughtHandler.h"
+#include "Platform/Export.h"
 
 namespace zorvane::platform {
+
+class UncaughtHandler;
 
 using ObserverId = std::uint64_t;
 
 // Thread-safe. Observers run on the poster's thread, in the order of registration, with no lock held. If one throws,
 // the others still run. Adding or removing an observer during a post takes effect with the next post.
-class NotificationCenter {
+class ZR_PUBLIC NotificationCenter {
  public:
   using Observer = std::function<void(std::string_view name)>;
+
+  NotificationCenter();
+  ~NotificationCenter();
 
   ObserverId addObserver(std::string_view name, Observer observer);
   void removeObserver(ObserverId id);
@@ -44,7 +49,7 @@ class NotificationCenter {
   std::map<std::string, Registrations, std::less<>> registrations_ ZR_GUARDED_BY(mutex_);
   std::shared_ptr<const Observer> postHook_ ZR_GUARDED_BY(mutex_);
   ObserverId lastId_ ZR_GUARDED_BY(mutex_) = 0;
-  UncaughtHandler uncaught_;
+  const std::unique_ptr<UncaughtHandler> uncaught_;
 };
 
 }  // namespace zorvane::platform

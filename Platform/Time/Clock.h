@@ -1,6 +1,7 @@
 // The two clocks: wall time for dates, monotonic time for timers.
 #pragma once
 
+#include "Platform/Export.h"
 #include "Platform/Time/Date.h"
 
 namespace zorvane::platform {
@@ -16,7 +17,7 @@ class Clock {
   virtual bool runsByItself() const { return true; }
 };
 
-class SystemClock final : public Clock {
+class ZR_PUBLIC SystemClock final : public Clock {
  public:
   Date now() const override;
   double monotonicSeconds() const override;

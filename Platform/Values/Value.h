@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/Export.h"
 #include "Platform/Time/Date.h"
 
 namespace zorvane::platform {
@@ -41,7 +42,7 @@ class Dictionary;
 using Array = std::vector<Value>;
 
 // Thrown when a value is read as something that its kind cannot give (an array as a number).
-class ValueError : public std::runtime_error {
+class ZR_PUBLIC ValueError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
@@ -63,7 +64,7 @@ struct URL {
 };
 
 // Base class of the objects that a Value can hold. They must be immutable or thread-safe.
-class Object {
+class ZR_PUBLIC Object {
  public:
   virtual ~Object() = default;
   // The "%@" rendering.
@@ -81,7 +82,7 @@ concept IntegerValue =
 template <typename T>
 concept OtherPointee = !std::same_as<T, char>;
 
-class Value {
+class ZR_PUBLIC Value {
  public:
   using Kind = ValueKind;
 
@@ -173,7 +174,7 @@ class Value {
   std::string description() const;
 
   // Numbers compare by value whatever their kind; text never equals a number; nil equals only nil.
-  friend bool operator==(const Value& left, const Value& right);
+  friend ZR_PUBLIC bool operator==(const Value& left, const Value& right);
 
  private:
   // Whether a content of that kind must be destroyed.
@@ -208,11 +209,11 @@ class Value {
 
 // The object's plain value. Where that is an object again, against the rule, its plain value, and so on for eight
 // steps; then nil.
-Value plainValueOf(const Object& object);
+ZR_PUBLIC Value plainValueOf(const Object& object);
 
 // Text keys to values, in insertion order; a key that is set again keeps its place. Copies are independent and cheap:
 // nested containers are copied on write.
-class Dictionary {
+class ZR_PUBLIC Dictionary {
  public:
   struct Entry {
     Entry(std::string_view theKey, Value&& theValue) : key(theKey), value(std::move(theValue)) {}
@@ -254,7 +255,7 @@ class Dictionary {
   void reserve(std::size_t count) { entries_.reserve(count); }
 
   // Same keys with equal values, in any order.
-  friend bool operator==(const Dictionary& left, const Dictionary& right);
+  friend ZR_PUBLIC bool operator==(const Dictionary& left, const Dictionary& right);
 
  private:
   static constexpr std::size_t kNotFound = static_cast<std::size_t>(-1);

@@ -60,6 +60,8 @@ ZREventsHandler::ZREventsHandler()
       currentBatch_(batchCountFromConfiguration()),
       batchFile_(inDocuments("ZorvaneBatchEvents.plist"),
                  [](const std::string& failure) { logLine("Batch Events plist : %@", {failure}); }),
+      saver_(currentBatch_, batchFile_,
+             [this] { flushEventsInBackgroundAndResetWithCompletionBlock(false, false, nullptr); }),
       dumpFile_(inDocuments("zorvaneEvents.dat")),
       flushTimer_([this] { periodicSync(); }),
       sync_(reports_serial_queue_, batchFile_, [this] { cleanUp(); }),
@@ -224,59 +226,10 @@ void ZREventsHandler::addEventToViewInfoWithEventDict(Dictionary eventDict) {
   const Value* const name = eventDict.find(kReportsKeyEventName);
   const bool isInstant =
       name && name->isString() && ZRConfigDataManager::sharedInstance().isEventInstantFlushEvent(*name->asString());
-  if (currentBatch_.append(std::move(eventDict)) || isInstant) flushWithCompletionBlock(nullptr);
+  if (currentBatch_.append(std::move(eventDict)) || isInstant) saver_.saveSoon();
 }
 
 // --- Batch store
-
-void ZREventsHandler::saveCurrentBatch() {
-  guarded({kFile, "saveCurrentBatch"}, "exception is %@", [this] { storeCurrentBatch(); });
-}
-
-void ZREventsHandler::storeCurrentBatch() {
-  const ZRTurn::Scope turn(saveTurn_);
-  std::uint64_t generation = 0;
-  Array events = currentBatch_.take(generation);
-  if (events.empty()) return;
-  Dictionary batches;
-  ZRBatchFile::Outcome outcome = ZRBatchFile::Outcome::Failed;
-  try {
-    constexpr ReportSite kSite{kFile, "saveCurrentBatch"};
-    Dictionary rest{{kBatchKeyRequestTime, requestTimeNow()}};
-    ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
-    if (auto session = sessions.getCurrentSessionInfoDict()) rest.set(kBatchKeySession, *std::move(session));
-    rest.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSite));
-    sessions.saveNewSession();
-    const Value plain = withoutObjects(events, kSite);
-    std::size_t tooLarge = 0;
-    for (std::size_t first = 0, count = 0; first < events.size(); first += std::max<std::size_t>(count, 1)) {
-      count = platform::countForEntry(*plain.asArray(), first, rest);
-      if (count == 0) {
-        ++tooLarge;
-        continue;
-      }
-      const auto begin = plain.asArray()->begin() + static_cast<std::ptrdiff_t>(first);
-      const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
-      Dictionary batch = rest;
-      batch.set(kBatchKeyEvents, Array(begin, begin + static_cast<std::ptrdiff_t>(count)));
-      batch.set(kBatchKeyBatchID, batchID);
-      batches.set(batchID, std::move(batch));
-    }
-    outcome = batchFile_.store(batches);
-    if (outcome != ZRBatchFile::Outcome::Done) tooLarge = 0;
-    for (; tooLarge > 0; --tooLarge) {
-      logLine("Batch Events plist : an event is too large to be saved and is dropped");
-    }
-  } catch (...) {
-    currentBatch_.putBack(std::move(events), generation);
-    throw;
-  }
-  if (outcome == ZRBatchFile::Outcome::Failed) currentBatch_.putBack(std::move(events), generation);
-  // Cleared while it was stored.
-  if (outcome == ZRBatchFile::Outcome::Done && currentBatch_.generation() != generation) {
-    for (const auto& [batchID, batch] : batches) (void)batchFile_.remove({batchID});
-  }
-}
 
 void ZREventsHandler::writeEventsToFileWithBatchID(const Value& events, const Value& batchID) {
   guarded({kFile, "writeEventsToFileWithBatchID", 708}, "Exception : %@", [&] {
@@ -356,8 +309,7 @@ void ZREventsHandler::dropOptedOutEvents() {
   guarded({kFile, "dropOptedOutEvents"}, "exception is %@", [this] {
     reports_serial_queue_.async([this] {
       reports_serial_queue_.assertCurrent();
-      const ZRTurn::Scope turn(saveTurn_);
-      currentBatch_.keepIf([this](const Value& record) {
+      saver_.keepIf([this](const Value& record) {
         const Dictionary* event = record.asDictionary();
         const Value name = event ? event->objectForKey(kReportsKeyEventName) : Value();
         return ZRCoreUtils::isSDKEnabled() && name.isString() && isTrackingAllowed(*name.asString());

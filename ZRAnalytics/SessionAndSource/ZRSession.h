@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
+#include "Platform/Export.h"
 #include "ZRAnalytics/SessionAndSource/ZRSource.h"
 
 namespace zorvane {
@@ -14,7 +15,7 @@ namespace zorvane {
 using ZRSourceArray = std::vector<std::shared_ptr<const ZRSource>>;
 
 // Thread-safe. Nothing here throws; errors are logged.
-class ZRSession {
+class ZR_PUBLIC ZRSession {
  public:
   static constexpr std::string_view kClassName = "ZRSession";
 

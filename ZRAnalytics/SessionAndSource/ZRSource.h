@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Platform/Export.h"
 #include "Platform/Formats/KeyedArchive.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
@@ -14,7 +15,7 @@ namespace zorvane {
 //
 // Input keys: "utm_source", "utm_campaign", "utm_medium", "utm_term", "utm_content", each with the name without "utm_"
 // as fallback; for the campaign identifier "utm_id" without a fallback.
-class ZRSource {
+class ZR_PUBLIC ZRSource {
  public:
   static constexpr std::string_view kClassName = "ZRSource";
 

@@ -3,12 +3,13 @@
 
 #include <memory>
 
+#include "Platform/Export.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
 namespace zorvane {
 
 // In degrees; the range is not checked. Not thread-safe: do not change it after handing it over.
-class ZRGeoLocation final : public Object {
+class ZR_PUBLIC ZRGeoLocation final : public Object {
  public:
   static std::shared_ptr<ZRGeoLocation> initWithLatitudeAndLongitude(double latitude, double longitude);
 

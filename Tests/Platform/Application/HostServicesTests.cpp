@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 namespace zorvane::platform {
 namespace {
@@ -27,9 +28,15 @@ TEST(HostServices, WhatTheHostLeavesOutHasADefault) {
   EXPECT_EQ(services.clock, given.clock);
 }
 
-TEST(HostServices, DirectoriesFollowTheEnvironment) {
+TEST(HostServices, DirectoriesFollowTheEnvironmentAndRelativeOnesTheCurrentFolder) {
   setenv("XDG_DATA_HOME", "/data", 1);
+  HostServices given;
+  given.directories.library = "shop/Library";
+  ASSERT_EQ(chdir("/tmp"), 0);
+  ASSERT_TRUE(configureHost(given));
+  ASSERT_EQ(chdir("/"), 0);
   EXPECT_EQ(hostServices().directories.defaults, "/data/zorvane/Defaults");
+  EXPECT_EQ(hostServices().directories.library, "/tmp/shop/Library") << "where the process was then";
 }
 
 }  // namespace

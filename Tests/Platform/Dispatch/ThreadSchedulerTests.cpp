@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <latch>
 #include <thread>
 #include <utility>
@@ -30,6 +31,23 @@ TEST(ThreadScheduler, BlockedTasksDoNotStarveTheRest) {
   freeSerial->async([&] { scheduler->globalQueue(Priority::Default).async([&] { release.count_down(); }); });
   scheduler->waitUntilIdle();
   EXPECT_EQ(released, 12);
+}
+
+TEST(ThreadScheduler, TheMainThreadRunsItsTasksWhileItWaits) {
+  const auto scheduler = makeThreadScheduler(std::make_shared<SystemClock>(), {.adoptedByHost = true});
+  std::latch release(1);
+  scheduler->globalQueue(Priority::Default).async([&] { release.wait(); });
+  EXPECT_FALSE(scheduler->waitUntilIdle(0)) << "a task is left";
+  release.count_down();
+  int hops = 0;
+  std::function<void()> hop = [&] {
+    if (++hops < 100) {
+      scheduler->globalQueue(Priority::Default).async([&] { scheduler->mainQueue().async(hop); });
+    }
+  };
+  scheduler->mainQueue().async(hop);
+  EXPECT_TRUE(scheduler->waitUntilIdle());
+  EXPECT_EQ(hops, 100);
 }
 
 TEST(ThreadScheduler, StoppingTheMainLoopReleasesWhoWaitsForIt) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 
+#include "Platform/Export.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
@@ -12,7 +13,7 @@ namespace zorvane {
 
 // Not thread-safe. Nothing here throws. An entry without a value or a key is left out with a log line. An empty key is
 // accepted here, and left out by the properties.
-class ZRPayloadBuilder {
+class ZR_PUBLIC ZRPayloadBuilder {
  public:
   ZRPayloadBuilder();
   // Shares the caller's dictionary, so later additions count too; null means a new one. If it has the key

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "Platform/Export.h"
 #include "ZRAnalytics/Utils/ZRGeoLocation.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
@@ -13,7 +14,7 @@ namespace zorvane {
 //
 // Not thread-safe: one thread fills it, hands it over with the event and does not change it afterwards. Nothing here
 // throws. An attribute without a name or a value, or with an unparsable date, is left out with a log line.
-class ZRProperties {
+class ZR_PUBLIC ZRProperties {
  public:
   ZRProperties() : ZRProperties(Dictionary()) {}
   // The attributes become the plain section as they are.

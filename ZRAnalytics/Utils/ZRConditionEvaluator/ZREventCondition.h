@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "Platform/Export.h"
 #include "ZRAnalytics/Utils/ZRConditionEvaluator/ZREventFilter.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 #include "ZorvaneCore/ZRModelObject.h"
@@ -12,7 +13,7 @@
 namespace zorvane {
 
 // Immutable and thread-safe.
-class ZREventCondition final : public ZRModelObject {
+class ZR_PUBLIC ZREventCondition final : public ZRModelObject {
  public:
   explicit ZREventCondition(const Dictionary& dictionary);
   // Keys: "eventName"; "filter_operator": "or" if one filter suffices, else all must be satisfied; "filters": an array

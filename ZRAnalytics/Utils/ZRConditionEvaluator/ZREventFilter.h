@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Export.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 #include "ZorvaneCore/ZRModelObject.h"
 
@@ -53,7 +54,7 @@ enum ZRFilterValueType : std::int32_t {
 //
 // A check throws ValueError if it cannot convert a value: an array to a number, an array element that is no text to
 // lower case.
-class ZREventFilter final : public ZRModelObject {
+class ZR_PUBLIC ZREventFilter final : public ZRModelObject {
  public:
   explicit ZREventFilter(const Dictionary& dictionary);
   // Keys: "name", "data_type", "operator", "negate", "case_sensitive", "value_type" (dates only), "value", "value1". A

@@ -1,0 +1,80 @@
+#include "ZRAnalytics/ZRHosting.h"
+
+#include "ZRAnalytics/UserTest.h"
+
+namespace zorvane::testing {
+namespace {
+
+class HostingTest : public UserTest {
+ protected:
+  // A device without locale, so that the order below holds what every device tracks.
+  void SetUp() override {
+    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) unsetenv(name);
+  }
+  platform::Status startModule(const Dictionary& configuration = {}) {
+    ZRStartOptions options;
+    options.host.clock = clock_;
+    options.host.scheduler = scheduler_;
+    options.host.application = application_;
+    options.host.directories = {documents(""), library(""), (directory_ / "Defaults").string()};
+    options.core.endpoint = "http://service";
+    options.core.appId = "APP";
+    options.core.transport = service_;
+    options.core.remoteConfiguration = configuration;
+    options.log = log_;
+    return startAnalytics(std::move(options));
+  }
+  std::size_t registrations() const {
+    std::size_t count = 0;
+    for (const auto& request : service_->requests()) count += request.url == "http://service/v1/device/APP" ? 1 : 0;
+    return count;
+  }
+  std::shared_ptr<FakeApplication> application_ = std::make_shared<FakeApplication>();
+};
+
+TEST_F(HostingTest, AStartRegistersTheDeviceOnceAndAnEndLeavesNothingUnsent) {
+  inEarlierLaunch([this] {
+    EXPECT_TRUE(startModule({{"device_model", "Phone"}}));
+    facade().trackEventWithProperties("first", nullptr);
+    EXPECT_TRUE(endAnalytics(60));
+    EXPECT_EQ(registrations(), 1u);
+    EXPECT_EQ(reported(),
+              (Names{"INSTALL", R"(EVENT_ACTION_DEVICE_ATTRIBUTE {"device_model":"Phone"})",
+                     R"(EVENT_ACTION_DEVICE_ATTRIBUTE {"device_model_name":""})",
+                     R"(EVENT_ACTION_DEVICE_ATTRIBUTE {"os_version":""})",
+                     R"(EVENT_ACTION_DEVICE_ATTRIBUTE {"device_IDFV":""})", "EVENT_ACTION_IOS_SESSION_START", "first",
+                     "EVENT_ACTION_IOS_SESSION_END", "ZRV_APP_EXIT"}));
+  });
+  ASSERT_TRUE(startModule({{"device_model", "Phone"}}));
+  EXPECT_TRUE(endAnalytics(60));
+  EXPECT_EQ(registrations(), 0u);
+  EXPECT_EQ(reported(), (Names{"EVENT_ACTION_IOS_SESSION_START", "EVENT_ACTION_IOS_SESSION_END", "ZRV_APP_EXIT"}));
+}
+
+TEST_F(HostingTest, WhatIsRefusedOrNotAnsweredIsSavedForTheNextLaunch) {
+  ASSERT_TRUE(startModule());
+  service_->decide = [](const auto&) { return 503; };
+  facade().trackEventWithProperties("kept", nullptr);
+  EXPECT_FALSE(endAnalytics(60));
+  EXPECT_FALSE(batchFile().empty());
+  service_->decide = [](const auto&) { return 200; };
+  service_->hold = true;
+  facade().trackEventWithProperties("late", nullptr);
+  EXPECT_FALSE(endAnalytics(0));
+  EXPECT_FALSE(ZREventsHandler::sharedInstance().viewsInfoArray()) << "saved";
+  service_->hold = false;
+  while (service_->heldCount() > 0) service_->answerNext(200);
+  EXPECT_TRUE(endAnalytics(60));
+  EXPECT_TRUE(batchFile().empty());
+}
+
+TEST_F(HostingTest, AWrongStartChangesNothing) {
+  const auto wrong = startModule({{"event_batch_count", "many"}});
+  ASSERT_FALSE(wrong);
+  EXPECT_NE(wrong.error().message.find("event_batch_count"), std::string::npos);
+  ASSERT_TRUE(startModule());
+  EXPECT_FALSE(startModule()) << "a second start";
+}
+
+}  // namespace
+}  // namespace zorvane::testing

@@ -1,0 +1,160 @@
+#include "ZRAnalytics/ZRHosting.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/ZRAnalytics.h"
+#include "ZorvaneCore/RemoteConfiguration.h"
+#include "ZorvaneCore/ZRCoreConstants.h"
+#include "ZorvaneCore/ZRCoreUtils.h"
+
+namespace zorvane {
+namespace {
+
+class Deadline {
+ public:
+  explicit Deadline(double seconds) : end_(now() + seconds) {}
+  double secondsLeft() const { return std::max(0.0, end_ - now()); }
+
+ private:
+  static double now() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+  }
+  const double end_;
+};
+
+// Forwards to the host's transport and counts what it has not answered.
+class CountingTransport final : public NetworkTransport {
+ public:
+  explicit CountingTransport(std::shared_ptr<NetworkTransport> transport) : transport_(std::move(transport)) {}
+
+  void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override {
+    {
+      platform::MutexLock lock(mutex_);
+      ++started_;
+    }
+    transport_->send(std::move(request), [this, completion = std::move(completion)](const TransportResponse& response) {
+      completion(response);
+      platform::MutexLock lock(mutex_);
+      ++answered_;
+      changed_.notifyAll();
+    });
+  }
+
+  std::uint64_t started() const {
+    platform::MutexLock lock(mutex_);
+    return started_;
+  }
+  // Waits until every request is answered. False if some are not after that many seconds.
+  bool waitUntilAnswered(double seconds) {
+    platform::MutexLock lock(mutex_);
+    if (answered_ != started_) changed_.waitFor(mutex_, seconds);
+    return answered_ == started_;
+  }
+
+ private:
+  const std::shared_ptr<NetworkTransport> transport_;
+  mutable platform::Mutex mutex_;
+  platform::Condition changed_;
+  std::uint64_t started_ ZR_GUARDED_BY(mutex_) = 0;
+  std::uint64_t answered_ ZR_GUARDED_BY(mutex_) = 0;
+};
+
+// Null before the start, and if the host gave no transport. Never destroyed.
+CountingTransport* transportInUse = nullptr;
+
+void post(std::string_view notification) {
+  platform::hostServices().notificationCenter->post(notification);
+}
+
+bool isApplicationActive() {
+  return platform::hostServices().application->state() == platform::ApplicationState::Active;
+}
+
+bool isDeviceRegistered() {
+  const Value failed = ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyHasDeviceAddFailed);
+  return !failed.isNil() && !failed.boolValue();
+}
+
+void startOnMainThread(std::int64_t appStatus) {
+  ZRAnalytics& analytics = ZRAnalytics::sharedInstance();
+  analytics.initializeAnalytics();
+  analytics.trackSDKVersion();
+  analytics.appStatus(appStatus);
+  if (!isDeviceRegistered()) {
+    analytics.updateDeviceWithCompletion(nullptr);
+    if (!ZRCoreUtils::getDeviceModel().empty()) analytics.setDeviceModelAttributes();
+  }
+  analytics.trackLocale();
+  if (isApplicationActive()) post(platform::kDidBecomeActiveNotification);
+}
+
+// Waits until the queues are idle, the requests are answered, and what the answers posted is done.
+bool settle(const Deadline& deadline) {
+  platform::Scheduler& scheduler = *platform::hostServices().scheduler;
+  // Waits for answers are short: on the main thread, they hold up the tasks of the main queue.
+  constexpr double kLongestWaitForAnswers = 0.05;
+  for (;;) {
+    const std::uint64_t before = transportInUse ? transportInUse->started() : 0;
+    const bool answered =
+        !transportInUse || transportInUse->waitUntilAnswered(std::min(deadline.secondsLeft(), kLongestWaitForAnswers));
+    if (!scheduler.waitUntilIdle(deadline.secondsLeft())) return false;
+    if (answered && (!transportInUse || transportInUse->started() == before)) return true;
+    if (deadline.secondsLeft() == 0) return false;
+  }
+}
+
+}  // namespace
+
+platform::Status startAnalytics(ZRStartOptions options) {
+  ZRLogger::sharedInstance().setSink(std::move(options.log));
+  try {
+    RemoteConfiguration().apply(options.core.remoteConfiguration);
+  } catch (const ValueError& error) {
+    return platform::Error{error.what()};
+  }
+  if (!platform::configureHost(std::move(options.host))) return platform::Error{"the host services are in use already"};
+  if (options.core.transport) {
+    auto* const transport =
+        new std::shared_ptr<CountingTransport>(std::make_shared<CountingTransport>(std::move(options.core.transport)));
+    options.core.transport = *transport;
+    transportInUse = transport->get();
+  }
+  configureCore(std::move(options.core));
+  platform::hostServices().scheduler->mainQueue().sync([&] { startOnMainThread(options.appStatus); });
+  return platform::Done{};
+}
+
+bool endAnalytics(double seconds) {
+  const Deadline deadline(seconds);
+  // A registration that is not answered counts as failed: leaving the foreground would repeat it.
+  settle(Deadline(seconds / 2));
+  platform::MainQueue& mainQueue = platform::hostServices().scheduler->mainQueue();
+  const auto leave = [] {
+    if (!isApplicationActive()) return;
+    post(platform::kWillResignActiveNotification);
+    post(platform::kWillTerminateNotification);
+  };
+  if (mainQueue.isCurrent()) {
+    leave();
+  } else {
+    mainQueue.async(leave);
+  }
+  bool settled = settle(deadline);
+  ZREventsHandler& events = ZREventsHandler::sharedInstance();
+  if (events.viewsInfoArray()) events.saveCurrentBatch();
+  const auto allSent = [&events] {
+    const auto batches = events.getBatches();
+    return batches && batches->empty();
+  };
+  if (!allSent()) {
+    // Saved since the last sync began, or refused.
+    ZRAnalytics::sharedInstance().syncNow();
+    settled = settle(deadline);
+  }
+  return settled && allSent() && isDeviceRegistered();
+}
+
+}  // namespace zorvane

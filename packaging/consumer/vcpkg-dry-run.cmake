@@ -1,0 +1,28 @@
+# cmake -DWORK=FOLDER -P vcpkg-dry-run.cmake: runs the port with stand-ins for vcpkg's functions. Configures, builds
+# nothing; fails if the port names an option that the project does not have.
+set(PORT zranalytics)
+set(CURRENT_PACKAGES_DIR "${WORK}/packages")
+set(port "${CMAKE_CURRENT_LIST_DIR}/../vcpkg/ports/zranalytics")
+
+function(vcpkg_check_features)
+  cmake_parse_arguments(ARG "" "OUT_FEATURE_OPTIONS" "FEATURES" ${ARGN})
+  set(options "")
+  while(ARG_FEATURES)
+    list(POP_FRONT ARG_FEATURES feature option)
+    list(APPEND options "-D${option}=ON")
+  endwhile()
+  set(${ARG_OUT_FEATURE_OPTIONS} ${options} PARENT_SCOPE)
+endfunction()
+function(vcpkg_cmake_configure)
+  cmake_parse_arguments(ARG "" "SOURCE_PATH" "OPTIONS" ${ARGN})
+  execute_process(COMMAND "${CMAKE_COMMAND}" -S "${ARG_SOURCE_PATH}" -B "${WORK}/build" ${ARG_OPTIONS}
+    RESULT_VARIABLE failed ERROR_VARIABLE errors OUTPUT_QUIET)
+  if(failed OR errors)
+    message(FATAL_ERROR "the port does not configure: ${errors}")
+  endif()
+endfunction()
+foreach(name vcpkg_cmake_install vcpkg_cmake_config_fixup vcpkg_fixup_pkgconfig)
+  function(${name})
+  endfunction()
+endforeach()
+include("${port}/portfile.cmake")
