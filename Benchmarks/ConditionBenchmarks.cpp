@@ -2,30 +2,10 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
-#include <cstdlib>
-#include <new>
 #include <string>
 
+#include "Counters.h"
 #include "ZRAnalytics/Utils/ZRConditionEvaluator/ZREventCondition.h"
-
-namespace {
-
-thread_local std::int64_t allocations = 0;
-
-}  // namespace
-
-// Not inlined, else the compiler warns of a mismatched new and delete.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
 
 namespace zorvane::bench {
 namespace {
@@ -80,12 +60,12 @@ void EvaluateCondition(benchmark::State& state, Array filters) {
   if (!condition->checkIfAttributeConditionSatisfiedForEventAndAttributes(name, record)) {
     state.SkipWithError("the condition does not hold");
   }
-  const std::int64_t before = allocations;
+  const std::int64_t before = allocationsOfThread();
   for (auto _ : state) {
     benchmark::DoNotOptimize(condition->checkIfAttributeConditionSatisfiedForEventAndAttributes(name, record));
   }
   state.counters["allocations"] =
-      benchmark::Counter(static_cast<double>(allocations - before), benchmark::Counter::kAvgIterations);
+      benchmark::Counter(static_cast<double>(allocationsOfThread() - before), benchmark::Counter::kAvgIterations);
 }
 
 BENCHMARK_CAPTURE(EvaluateCondition, FiveFilters, fiveFilters(true));

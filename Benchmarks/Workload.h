@@ -1,26 +1,58 @@
-// Shared by the benchmarks: a host in its own folder, typical events, the machine's limits.
+// Shared by the programs that measure: a module in a folder of its own, typical events, the machine's own limits.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
+#include "ZorvaneCore/NetworkTransport.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
 namespace zorvane::bench {
 
-// This run's folder, made at the first call. main removes it.
+struct ModuleSetup {
+  // Holds "Documents", "Library" and "Defaults"; the module makes what is missing.
+  std::string folder;
+  std::string endpoint = "https://collect.example.com";
+  std::shared_ptr<NetworkTransport> transport = nullptr;
+  std::int64_t batchSize = 30;
+  // How far the wall clock is ahead of the machine's.
+  double secondsAhead = 0;
+};
+
+// Configures and initialises the module, without a flush timer. Returns at once.
+void startModule(ModuleSetup setup);
+
+// Accepts every request after making its body, or has no network; completes on the caller's thread.
+std::shared_ptr<NetworkTransport> makeTransport(bool online);
+
+// Three short strings, an integer, a double and a boolean.
+std::shared_ptr<ZRProperties> sixAttributes(int number);
+// So many attributes, at most 100, of the same kinds in turn.
+std::shared_ptr<ZRProperties> manyAttributes(int number, int count);
+// A batch of recorded events.
+Dictionary makeBatch(const std::string& batchID, int firstNumber, int events);
+// Writes a batch file of so many batches into the container, as a module without a network would have left it.
+void writeBacklog(const std::string& folder, int batches, int eventsPerBatch);
+std::string batchFilePath(const std::string& folder);
+
+// This process's folder for benchmarks that need one, made at the first call. main removes it.
 const std::string& workFolder();
 void removeWorkFolder();
-void startModule();
-
-// Six typical attributes.
-std::shared_ptr<ZRProperties> sixAttributes(int number);
-// A batch of 30 recorded events.
-Dictionary batchOf30(const std::string& batchID, int firstNumber);
 
 double secondsNow();
-// The machine's limit for a save: writes so many bytes to a new file, syncs it and renames it over the old one.
-double secondsToWriteSyncRename(std::size_t bytes);
+// The processor time of all threads.
+double processorSeconds();
+std::size_t residentBytes();
+// What this process has handed to write and its kin.
+std::uint64_t bytesWritten();
+// The machine's limit for a save: writes so many bytes to a new file in the folder, syncs it and renames it over the
+// old one.
+double secondsToWriteSyncRename(const std::string& folder, std::size_t bytes);
+// Sorts the samples.
+double percentile(std::vector<double>& samples, double part);
 
 }  // namespace zorvane::bench

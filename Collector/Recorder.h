@@ -5,15 +5,13 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace zorvane::collector {
 
 struct ReceivedRequest {
   std::string method;
-  std::string target;  // path and query, as received
-  std::vector<std::pair<std::string, std::string>> headers;
+  std::string target;   // path and query, as received
+  std::string headers;  // a JSON object
   std::string body;
 };
 

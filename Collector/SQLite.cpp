@@ -77,8 +77,8 @@ void openSQLite(soci::session& session, const std::string& path) {
     int version = 0;
     session << "PRAGMA user_version", soci::into(version);
     if (version != 0 && version != kSchemaVersion) {
-      throw DatabaseError("its tables are of version " + std::to_string(version) + ", not " +
-                          std::to_string(kSchemaVersion));
+      throw DatabaseError("another release wrote it (tables of version " + std::to_string(version) + ", not " +
+                          std::to_string(kSchemaVersion) + "); name a new file");
     }
     execute(backend.conn_, "PRAGMA journal_mode = WAL");
     execute(backend.conn_, path.empty() ? "PRAGMA synchronous = OFF" : "PRAGMA synchronous = FULL");

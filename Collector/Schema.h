@@ -1,31 +1,47 @@
 // The tables.
 //
 //   requests    one row per POST to a service, whatever its response. status: the response's, 0 if the connection was
-//               closed without one. signature: "good", "missing", "wrong", or "none" if not computable; NULL if the
-//               body was not checked. bid: NULL if the body has none. accepted: 1 if this request stored its content;
-//               duplicate: 1 if an earlier one had. error: why it was refused.
-//   batches     one row per accepted report. request: the key of its row in requests. user_id and segment_id are its
-//               identifiers; session_id and start_time its session; each NULL if the body has none. A report without
-//               a bid is always stored: duplicates of it cannot be recognised.
-//   events      the batch's records in their order, position counting from 0; raw is the whole record, attributes its
-//               "EVENT_ATTRS", both JSON.
-//   attributes  one row per attribute of an event. section: "plain", "timestamp" or "location". type: "text",
-//               "integer", "real", "boolean", "null" or "json"; value has SQLite's type for it (booleans 0 and 1; json
-//               its text).
-//   sessions    one row per session identifier, from the first batch that names it.
+//               closed without one. accepted: 1 if this request stored its content; duplicate: 1 if an earlier one had;
+//               injected: "failed" or "dropped" if that happened on purpose. signature: "good", "missing", "wrong", or
+//               "none" if not computable; NULL if the body was not checked; expected: the right signature when it was
+//               missing or wrong. headers: as received, a JSON object. error: why it was refused. The columns from bid
+//               to events are the body's, NULL if it has none; events is the number of events in it. Of a refused
+//               request, names holds the names of its events, a JSON array, and body the beginning of its body.
+//   batches     a view: the accepted reports. A report without a bid is always stored: duplicates of it cannot be
+//               recognised.
+//   events      the records of the accepted reports. id: kEventIDs times the batch, plus the position from 1, so ids
+//   grow
+//               in the order of arrival. module: 1 for an event of the module itself. gmt_time: when it happened.
+//               raw: the whole record, JSON.
+//   attributes  a view: one row per attribute of an event. section: "plain", "timestamp" or "location"; type: as
+//               json_type() names it.
+//   sessions    one row per session identifier. first_batch: the first batch that names it.
+//   visits      one row per combination of user, device and session in the batches, with its first and last batch and
+//   the
+//               numbers of batches and events. Absent identifiers are "".
 //   sources     one row per different source of a session ("" for batches without a session).
-//   devices     one row per device, from its last registration. Key: application and unique identifier, or the bid if
-//               the identifier is missing.
+//   devices     one row per device, from its last registration, which is the key request. Application and unique
+//               identifier tell devices apart, or the bid if the identifier is missing.
+//   arrivals    what came, counted by minute ("2026-11-21T10:00"). kind and name: "event" and the event's name; "delay"
+//   and
+//               the upper bound in seconds of the time from happening to arriving ("" above all, "ahead" if it arrived
+//               before it happened); "refused" and the status; "duplicate" and ""; "injected" and the fault.
 //
 // Times are as the client wrote them; received_at is this machine's UTC, ISO 8601 with milliseconds.
 // Increase kSchemaVersion when a column is dropped or changes its meaning: files of another version are refused.
 //
-// Specific to SQLite: generated keys ("id INTEGER PRIMARY KEY"), attributes.value without a type, "WITHOUT ROWID".
+// Specific to SQLite: generated keys ("id INTEGER PRIMARY KEY"), "WITHOUT ROWID", CREATE VIEW IF NOT EXISTS, and
+// json_each() in the view attributes.
 #pragma once
+
+#include <cstdint>
 
 namespace zorvane::collector {
 
-inline constexpr int kSchemaVersion = 1;
+inline constexpr int kSchemaVersion = 2;
+
+// More than the events of the largest body.
+inline constexpr std::int64_t kEventIDs = 1'000'000;
 
 inline constexpr const char* kSchema = R"sql(
 CREATE TABLE IF NOT EXISTS requests (
@@ -34,55 +50,72 @@ CREATE TABLE IF NOT EXISTS requests (
   service TEXT NOT NULL,
   app_id TEXT NOT NULL,
   status INTEGER NOT NULL,
-  signature TEXT,
-  bid TEXT,
   accepted INTEGER NOT NULL,
   duplicate INTEGER NOT NULL,
+  injected TEXT,
+  signature TEXT,
+  expected TEXT,
+  headers TEXT NOT NULL,
   bytes INTEGER NOT NULL,
-  error TEXT
-);
-CREATE TABLE IF NOT EXISTS batches (
-  id INTEGER PRIMARY KEY,
-  request INTEGER NOT NULL REFERENCES requests(id),
-  bid TEXT UNIQUE,
-  app_id TEXT NOT NULL,
+  error TEXT,
+  bid TEXT,
   request_time TEXT,
   session_id TEXT,
   start_time TEXT,
   user_id TEXT,
   segment_id TEXT,
   unique_id TEXT,
-  received_at TEXT NOT NULL
+  events INTEGER NOT NULL,
+  names TEXT,
+  body TEXT
 );
-CREATE INDEX IF NOT EXISTS batches_by_device ON batches(app_id, unique_id);
+-- A bid is accepted once for both services.
+CREATE UNIQUE INDEX IF NOT EXISTS accepted_bids ON requests(bid) WHERE accepted = 1;
+CREATE INDEX IF NOT EXISTS requests_by_user ON requests(user_id, id);
+CREATE INDEX IF NOT EXISTS requests_by_session ON requests(session_id, id);
+CREATE INDEX IF NOT EXISTS requests_by_device ON requests(unique_id, id);
+CREATE INDEX IF NOT EXISTS refused_requests ON requests(id) WHERE accepted = 0 AND duplicate = 0;
+CREATE INDEX IF NOT EXISTS counted_requests ON requests(status, service, accepted, duplicate, signature);
+CREATE VIEW IF NOT EXISTS batches AS
+  SELECT id, bid, app_id, request_time, session_id, start_time, user_id, segment_id, unique_id, events, received_at
+  FROM requests WHERE accepted = 1 AND service = 'report';
 CREATE TABLE IF NOT EXISTS events (
   id INTEGER PRIMARY KEY,
-  batch INTEGER NOT NULL REFERENCES batches(id),
-  position INTEGER NOT NULL,
+  batch INTEGER NOT NULL REFERENCES requests(id),
   name TEXT NOT NULL,
-  non_interactive INTEGER NOT NULL,
+  module INTEGER NOT NULL,
   gmt_time TEXT,
-  local_time TEXT,
-  attributes TEXT,
-  raw TEXT NOT NULL,
-  UNIQUE (batch, position)
+  raw TEXT NOT NULL
 );
-CREATE INDEX IF NOT EXISTS events_by_name ON events(name);
-CREATE TABLE IF NOT EXISTS attributes (
-  id INTEGER PRIMARY KEY,
-  event INTEGER NOT NULL REFERENCES events(id),
-  name TEXT NOT NULL,
-  section TEXT NOT NULL,
-  value,
-  type TEXT NOT NULL
-);
-CREATE INDEX IF NOT EXISTS attributes_by_event ON attributes(event);
+CREATE INDEX IF NOT EXISTS events_by_name ON events(name, id);
+CREATE VIEW IF NOT EXISTS attributes AS
+  SELECT events.id AS event, pair.key AS name, 'plain' AS section, pair.value AS value, pair.type AS type
+  FROM events, json_each(events.raw, '$.EVENT_ATTRS') AS pair
+  UNION ALL
+  SELECT events.id, pair.key, part.key, pair.value, pair.type
+  FROM events, json_each(events.raw, '$.EVENT_ATTRS_CUST') AS part, json_each(part.value) AS item,
+       json_each(item.value) AS pair
+  WHERE part.key IN ('timestamp', 'location');
 CREATE TABLE IF NOT EXISTS sessions (
-  session_id TEXT PRIMARY KEY,
+  first_batch INTEGER PRIMARY KEY REFERENCES requests(id),
+  session_id TEXT NOT NULL UNIQUE,
   start_time TEXT,
+  app_id TEXT NOT NULL
+);
+CREATE TABLE IF NOT EXISTS visits (
   app_id TEXT NOT NULL,
-  first_batch INTEGER NOT NULL REFERENCES batches(id)
+  user_id TEXT NOT NULL,
+  segment_id TEXT NOT NULL,
+  unique_id TEXT NOT NULL,
+  session_id TEXT NOT NULL,
+  first_batch INTEGER NOT NULL REFERENCES requests(id),
+  last_batch INTEGER NOT NULL REFERENCES requests(id),
+  batches INTEGER NOT NULL,
+  events INTEGER NOT NULL,
+  PRIMARY KEY (app_id, user_id, segment_id, unique_id, session_id)
 ) WITHOUT ROWID;
+CREATE INDEX IF NOT EXISTS visits_by_device ON visits(unique_id);
+CREATE INDEX IF NOT EXISTS visits_by_session ON visits(session_id);
 CREATE TABLE IF NOT EXISTS sources (
   id INTEGER PRIMARY KEY,
   session_id TEXT NOT NULL,
@@ -98,6 +131,7 @@ CREATE TABLE IF NOT EXISTS sources (
   UNIQUE (session_id, raw)
 );
 CREATE TABLE IF NOT EXISTS devices (
+  request INTEGER PRIMARY KEY REFERENCES requests(id),
   app_id TEXT NOT NULL,
   unique_id TEXT NOT NULL,
   idfv TEXT,
@@ -108,10 +142,15 @@ CREATE TABLE IF NOT EXISTS devices (
   request_time TEXT NOT NULL,
   registrations INTEGER NOT NULL DEFAULT 1,
   received_at TEXT NOT NULL,
-  PRIMARY KEY (app_id, unique_id)
+  UNIQUE (app_id, unique_id)
+);
+CREATE TABLE IF NOT EXISTS arrivals (
+  minute TEXT NOT NULL,
+  kind TEXT NOT NULL,
+  name TEXT NOT NULL,
+  number INTEGER NOT NULL,
+  PRIMARY KEY (minute, kind, name)
 ) WITHOUT ROWID;
--- A bid is accepted once for both services.
-CREATE UNIQUE INDEX IF NOT EXISTS accepted_bids ON requests(bid) WHERE accepted = 1;
 )sql";
 
 }  // namespace zorvane::collector

@@ -17,6 +17,8 @@ constexpr std::int64_t kMaximumRows = 10'000;
 
 // Bodies up to this size are neither counted nor handled one at a time.
 constexpr std::size_t kSmallBody = 64u << 10;
+// Of the body of a refused request, that much is stored.
+constexpr std::size_t kKeptBody = 64u << 10;
 // After larger ones freed memory goes back to the system.
 constexpr std::size_t kTrimmedBody = 1u << 20;
 constexpr const char* kRetryAfterSeconds = "5";
@@ -29,6 +31,23 @@ bool isAddedHeader(const std::string& name) {
 // Escaped, so that a client cannot send control characters to the terminal.
 std::string forTerminal(const std::string& text) {
   return json(text).dump(-1, ' ', true, json::error_handler_t::replace);
+}
+
+// As received, a JSON object.
+std::string headersOf(const httplib::Request& request) {
+  json headers = json::object();
+  for (const auto& [name, value] : request.headers) {
+    if (isAddedHeader(name)) continue;
+    // HTTP joins the values of a repeated header with a comma.
+    headers[name] = headers.contains(name) ? headers[name].get<std::string>() + ", " + value : value;
+  }
+  return headers.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+// The beginning of a body; malformed UTF-8 is replaced.
+std::string beginningOf(const std::string& body) {
+  const std::string text = json(body.substr(0, kKeptBody)).dump(-1, ' ', false, json::error_handler_t::replace);
+  return json::parse(text).get<std::string>();
 }
 
 template <typename JSON = json>
@@ -236,10 +255,12 @@ int Server::judge(RequestRow& row, const httplib::Request& request, json& body) 
   row.signature = checkSignature(body, sent);
   if (row.signature == Signature::Missing) {
     exchange.error = std::string(kSignatureHeader) + " is missing";
+    row.expected = signatureOf(body);
     return 401;
   }
   if (row.signature == Signature::Wrong) {
     exchange.error = std::string(kSignatureHeader) + " is not the signature of the body";
+    row.expected = signatureOf(body);
     return 401;
   }
   return 200;
@@ -258,9 +279,9 @@ void Server::takePost(Service service, const std::string& appID, const httplib::
 
   if (row.status == 503) response.set_header("Retry-After", kRetryAfterSeconds);
   if (row.status == 200 && fail) {
-    exchange.bodyIsJSON = json::accept(exchange.body);
     exchange.error = "failed on purpose";
     row.status = 503;
+    row.injected = "failed";
   }
   if (exchange.body.size() <= kSmallBody) {
     judgeAndStore(row, request, response, drop);
@@ -275,19 +296,32 @@ void Server::takePost(Service service, const std::string& appID, const httplib::
 void Server::judgeAndStore(RequestRow& row, const httplib::Request& request, httplib::Response& response, bool drop) {
   Exchange& exchange = Listener::currentExchange();
   json body;
-  if (row.status == 200) row.status = judge(row, request, body);
+  if (row.status == 200) {
+    row.status = judge(row, request, body);
+  } else if (row.injected) {
+    try {
+      body = parseBody(exchange.body);
+      exchange.bodyIsJSON = true;
+      row.bid = textAt(body, {"meta", "bid"});
+    } catch (const BadRequest&) {
+      // It fails in any case.
+    }
+  }
   row.error = exchange.error;
+  row.headers = headersOf(request);
   response.status = row.status;
   const bool accepted = row.status == 200;
   if (drop) {
     row.status = 0;
+    row.injected = "dropped";
     exchange.connection.drop();
   }
   if (accepted) {
     const bool stored = store_.addAccepted(row, body);
     setJSON(response, {{"stored", stored}});
   } else {
-    store_.addRefused(row);
+    row.body = beginningOf(exchange.body);
+    store_.addRefused(row, body);
   }
 }
 
@@ -307,12 +341,9 @@ void Server::finish(const httplib::Request& request, httplib::Response& response
                  exchange.error.empty() ? "" : ": ", exchange.error.empty() ? "" : forTerminal(exchange.error).c_str());
   }
   if (!recorder_) return;
-  ReceivedRequest received{request.method, request.target, {}, std::move(exchange.body)};
-  for (const auto& [name, value] : request.headers) {
-    if (!isAddedHeader(name)) received.headers.emplace_back(name, value);
-  }
   try {
-    recorder_->write(std::move(received), exchange.bodyIsJSON, status);
+    recorder_->write({request.method, request.target, headersOf(request), std::move(exchange.body)},
+                     exchange.bodyIsJSON, status);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "zrcollector: %s\n", error.what());
   }

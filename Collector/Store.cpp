@@ -1,32 +1,15 @@
 #include "Collector/Store.h"
 
-#include <chrono>
-#include <cstdio>
-#include <ctime>
+#include <algorithm>
+#include <map>
 #include <utility>
-#include <vector>
 
 #include "Collector/SQLite.h"
+#include "Collector/Schema.h"
 
 namespace zorvane::collector {
 
 namespace {
-
-using Text = std::optional<std::string>;
-
-constexpr const char* kAttributeColumns = "event, name, section, value, type";
-
-std::string timeNow() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-  const std::time_t seconds = static_cast<std::time_t>(milliseconds / 1000);
-  std::tm parts{};
-  gmtime_r(&seconds, &parts);
-  char text[64];
-  const std::size_t size = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-  std::snprintf(text + size, sizeof text - size, ".%03dZ", static_cast<int>(milliseconds % 1000));
-  return text;
-}
 
 const char* nameOf(Service service) {
   return service == Service::Report ? "report" : "device";
@@ -46,11 +29,24 @@ const char* nameOf(Signature signature) {
   return "none";
 }
 
-// A string as it is, any other value as JSON; absent for null.
-Text textOf(const json& object, const char* key) {
-  const auto found = object.find(key);
-  if (found == object.end() || found->is_null()) return std::nullopt;
-  return found->is_string() ? found->get<std::string>() : found->dump();
+// A JSON array.
+std::string namesOf(const Contents& contents) {
+  json names = json::array();
+  for (const auto& [name, number] : contents.names) names.push_back(name);
+  return names.dump();
+}
+
+// Commits after the work, rolls back if it throws.
+template <typename Work>
+auto inTransaction(soci::session& session, Work work) {
+  try {
+    soci::transaction transaction(session);
+    auto result = work();
+    transaction.commit();
+    return result;
+  } catch (const soci::soci_error& error) {
+    throw DatabaseError(error);
+  }
 }
 
 }  // namespace
@@ -66,135 +62,133 @@ Store::Session::Session(const std::string& path) {
 Store::Inserts::Inserts(soci::session& database)
     :  // A conflict: the bid was accepted before.
       request(database, "requests",
-              "received_at, service, app_id, status, signature, bid, accepted, duplicate, bytes, error",
+              "received_at, service, app_id, status, accepted, duplicate, injected, signature, expected, headers, "
+              "bytes, error, bid, request_time, session_id, start_time, user_id, segment_id, unique_id, events, names, "
+              "body",
               "ON CONFLICT DO NOTHING RETURNING id"),
-      batch(database, "batches",
-            "request, bid, app_id, request_time, session_id, start_time, user_id, segment_id, unique_id, received_at",
-            "RETURNING id"),
-      event(database, "events", "batch, position, name, non_interactive, gmt_time, local_time, attributes, raw",
-            "RETURNING id"),
-      integerAttribute(database, "attributes", kAttributeColumns),
-      realAttribute(database, "attributes", kAttributeColumns),
-      textAttribute(database, "attributes", kAttributeColumns),
-      session(database, "sessions", "session_id, start_time, app_id, first_batch", "ON CONFLICT DO NOTHING"),
+      event(database, "events", "id, batch, name, module, gmt_time, raw"),
+      session(database, "sessions", "first_batch, session_id, start_time, app_id", "ON CONFLICT DO NOTHING"),
+      visit(database, "visits",
+            "app_id, user_id, segment_id, unique_id, session_id, first_batch, last_batch, batches, events",
+            "ON CONFLICT (app_id, user_id, segment_id, unique_id, session_id) DO UPDATE SET "
+            "last_batch = excluded.last_batch, batches = visits.batches + 1, events = visits.events + excluded.events"),
       source(database, "sources",
              "session_id, source, medium, campaign_name, campaign_id, term, content, source_url, extras, raw",
              "ON CONFLICT DO NOTHING"),
       device(database, "devices",
-             "app_id, unique_id, idfv, advertising_id, preferences, query_params, bid, request_time, received_at",
-             "ON CONFLICT (app_id, unique_id) DO UPDATE SET idfv = excluded.idfv, "
+             "request, app_id, unique_id, idfv, advertising_id, preferences, query_params, bid, request_time, "
+             "received_at",
+             "ON CONFLICT (app_id, unique_id) DO UPDATE SET request = excluded.request, idfv = excluded.idfv, "
              "advertising_id = excluded.advertising_id, preferences = excluded.preferences, "
              "query_params = excluded.query_params, bid = excluded.bid, request_time = excluded.request_time, "
-             "received_at = excluded.received_at, registrations = devices.registrations + 1") {}
+             "received_at = excluded.received_at, registrations = devices.registrations + 1"),
+      arrival(database, "arrivals", "minute, kind, name, number",
+              "ON CONFLICT (minute, kind, name) DO UPDATE SET number = arrivals.number + excluded.number") {}
 
-Store::Store(const std::string& path) : session_(path), insert_(session_) {}
+Store::Store(const std::string& path)
+    : writer_(path), reader_(path.empty() ? nullptr : std::make_unique<Session>(path)), insert_(writer_) {}
 
-template <typename Work>
-auto Store::inTransaction(Work work) {
-  const std::lock_guard lock(mutex_);
-  try {
-    soci::transaction transaction(session_);
-    auto result = work();
-    transaction.commit();
-    return result;
-  } catch (const soci::soci_error& error) {
-    throw DatabaseError(error);
-  }
-}
-
-void Store::addRefused(const RequestRow& row) {
-  inTransaction([&] { return addRow(row, false, false, timeNow()); });
+void Store::addRefused(const RequestRow& row, const json& body) {
+  Write write{row, body, false, false, false, nullptr};
+  commit(write);
 }
 
 bool Store::addAccepted(const RequestRow& row, const json& body) {
-  return inTransaction([&] {
-    const std::string now = timeNow();
-    const auto request = addRow(row, true, false, now);
-    if (!request) {
-      addRow(row, false, true, now);
-    } else if (row.service == Service::Report) {
-      addBatch(row, body, *request, now);
+  Write write{row, body, true, false, false, nullptr};
+  commit(write);
+  return write.stored;
+}
+
+void Store::commit(Write& write) {
+  std::unique_lock lock(mutex_);
+  waiting_.push_back(&write);
+  changed_.wait(lock, [&] { return write.done || !writing_; });
+  if (!write.done) {
+    writing_ = true;
+    const std::vector<Write*> writes = std::exchange(waiting_, {});
+    lock.unlock();
+    writeTogether(writes);
+    lock.lock();
+    writing_ = false;
+    for (Write* each : writes) each->done = true;
+    changed_.notify_all();
+  }
+  if (write.failure) std::rethrow_exception(write.failure);
+}
+
+void Store::writeTogether(const std::vector<Write*>& writes) {
+  try {
+    const std::lock_guard lock(writer_.mutex);
+    inTransaction(writer_, [&] {
+      for (Write* write : writes) add(*write);
+      return true;
+    });
+  } catch (...) {
+    if (writes.size() == 1) {
+      writes[0]->failure = std::current_exception();
     } else {
-      addDevice(row, body, now);
+      // One that fails does not cost the others.
+      for (Write* write : writes) writeTogether({write});
     }
-    return request.has_value();
-  });
+  }
 }
 
-std::optional<std::int64_t> Store::addRow(const RequestRow& row, bool accepted, bool duplicate,
+void Store::add(Write& write) {
+  const RequestRow& row = write.row;
+  const Contents contents = contentsOf(write.body);
+  const std::string now = timeNow();
+  if (row.injected) addArrival(now, "injected", *row.injected);
+  if (!write.accepted) {
+    addRow(write, contents, false, false, now);
+    addArrival(now, "refused", std::to_string(row.status));
+    return;
+  }
+  const auto id = addRow(write, contents, true, false, now);
+  write.stored = id.has_value();
+  if (!id) {
+    addRow(write, contents, false, true, now);
+    addArrival(now, "duplicate", "");
+  } else if (row.service == Service::Report) {
+    addBatch(row, write.body, contents, *id, now);
+  } else {
+    addDevice(row, write.body, *id, now);
+  }
+}
+
+std::optional<std::int64_t> Store::addRow(const Write& write, const Contents& contents, bool accepted, bool duplicate,
                                           const std::string& now) {
-  return insert_.request.run(now, nameOf(row.service), row.appID, row.status,
-                             row.signature ? Text(nameOf(*row.signature)) : std::nullopt, row.bid, accepted, duplicate,
-                             static_cast<std::int64_t>(row.bytes), row.error.empty() ? std::nullopt : Text(row.error));
+  const RequestRow& row = write.row;
+  return insert_.request.run(now, nameOf(row.service), row.appID, row.status, accepted, duplicate, row.injected,
+                             row.signature ? Text(nameOf(*row.signature)) : std::nullopt, row.expected, row.headers,
+                             static_cast<std::int64_t>(row.bytes), row.error.empty() ? std::nullopt : Text(row.error),
+                             row.bid, contents.requestTime, contents.sessionID, contents.startTime, contents.userID,
+                             contents.segmentID, contents.uniqueID, contents.events,
+                             write.accepted ? std::nullopt : Text(namesOf(contents)), row.body);
 }
 
-void Store::addBatch(const RequestRow& row, const json& body, std::int64_t request, const std::string& now) {
-  const json none = json::object();
-  const auto section = [&none](const json& object, const char* key) -> const json& {
-    const auto found = object.find(key);
-    return found == object.end() ? none : *found;
-  };
-  const json& meta = section(body, "meta");
-  const json& session = section(meta, "session");
-  const json& identifiers = section(body, "identifiers");
-  const auto sessionID = textOf(session, "session_id");
-  const auto startTime = textOf(session, "start_time");
-
-  const std::int64_t batch = insert_.batch
-                                 .run(request, row.bid, row.appID, textOf(meta, "request_time"), sessionID, startTime,
-                                      textOf(identifiers, "zrv_user_id"), textOf(identifiers, "segment_id"),
-                                      textOf(section(body, "query_params"), "unique_id"), now)
-                                 .value();
-  if (sessionID) insert_.session.run(*sessionID, startTime, row.appID, batch);
-  for (const json& source : section(meta, "source")) addSource(source, sessionID.value_or(""));
-  std::int64_t position = 0;
-  for (const json& event : section(body, "viewsInfo")) addEvent(event, batch, position++);
+void Store::addBatch(const RequestRow& row, const json& body, const Contents& contents, std::int64_t id,
+                     const std::string& now) {
+  const std::string session = contents.sessionID.value_or("");
+  if (contents.sessionID) insert_.session.run(id, session, contents.startTime, row.appID);
+  insert_.visit.run(row.appID, contents.userID.value_or(""), contents.segmentID.value_or(""),
+                    contents.uniqueID.value_or(""), session, id, id, 1, contents.events);
+  for (const json& source : sectionOf(sectionOf(body, "meta"), "source")) addSource(source, session);
+  for (const auto& [name, number] : contents.names) addArrival(now, "event", name, number);
+  addEvents(body, id, now);
 }
 
-void Store::addEvent(const json& event, std::int64_t batch, std::int64_t position) {
-  const std::int64_t id =
-      insert_.event
-          .run(batch, position, textOf(event, "EVENT_ACTION"), event.contains("N_I_E"), textOf(event, "EVENT_G_TIME"),
-               textOf(event, "EVENT_L_TIME"), textOf(event, "EVENT_ATTRS"), event.dump())
-          .value();
-  if (const auto plain = event.find("EVENT_ATTRS"); plain != event.end()) {
-    for (const auto& [name, value] : plain->items()) addAttribute(id, name, "plain", value);
+void Store::addEvents(const json& body, std::int64_t batch, const std::string& now) {
+  std::map<std::string_view, std::int64_t> delays;
+  const double arrived = secondsOf(now).value_or(0);
+  std::int64_t id = batch * kEventIDs;
+  for (const json& event : sectionOf(body, "viewsInfo")) {
+    const Text happened = textOf(event, "EVENT_G_TIME");
+    if (const auto time = happened ? secondsOf(*happened) : std::nullopt) ++delays[delayName(arrived - *time)];
+    std::string name = event.at("EVENT_ACTION").get<std::string>();
+    const bool isOfModule = isModuleEvent(name);
+    insert_.event.run(++id, batch, std::move(name), isOfModule, happened, event.dump());
   }
-  const auto custom = event.find("EVENT_ATTRS_CUST");
-  if (custom == event.end()) return;
-  for (const char* section : {"timestamp", "location"}) {
-    const auto pairs = custom->find(section);
-    if (pairs == custom->end()) continue;
-    for (const json& pair : *pairs) addAttribute(id, pair.begin().key(), section, pair.begin().value());
-  }
-}
-
-void Store::addAttribute(std::int64_t event, const std::string& name, const char* section, const json& value) {
-  const auto addText = [&](Text text, const char* type) {
-    insert_.textAttribute.run(event, name, section, std::move(text), type);
-  };
-  const auto addInteger = [&](std::int64_t integer, const char* type) {
-    insert_.integerAttribute.run(event, name, section, integer, type);
-  };
-  switch (value.type()) {
-    case json::value_t::null:
-      return addText(std::nullopt, "null");
-    case json::value_t::boolean:
-      return addInteger(value.get<bool>(), "boolean");
-    case json::value_t::number_unsigned:
-      // The column holds integers up to 2^63 - 1; larger ones are stored as text.
-      if (value.get<std::uint64_t>() > INT64_MAX) return addText(value.dump(), "integer");
-      [[fallthrough]];
-    case json::value_t::number_integer:
-      return addInteger(value.get<std::int64_t>(), "integer");
-    case json::value_t::number_float:
-      insert_.realAttribute.run(event, name, section, value.get<double>(), "real");
-      return;
-    case json::value_t::string:
-      return addText(value.get_ref<const std::string&>(), "text");
-    default:
-      return addText(value.dump(), "json");
-  }
+  for (const auto& [name, number] : delays) addArrival(now, "delay", std::string(name), number);
 }
 
 void Store::addSource(const json& source, const std::string& session) {
@@ -203,51 +197,69 @@ void Store::addSource(const json& source, const std::string& session) {
                      textOf(source, "source_url"), textOf(source, "extras"), source.dump());
 }
 
-void Store::addDevice(const RequestRow& row, const json& body, const std::string& now) {
+void Store::addDevice(const RequestRow& row, const json& body, std::int64_t request, const std::string& now) {
   const json& meta = body.at("meta");
   const json& params = body.at("query_params");
-  insert_.device.run(row.appID, textOf(params, "unique_id").value_or(row.bid.value_or("")), textOf(body, "IDFV"),
-                     textOf(body, "ADVERTISING_IDENTIFIER"), meta.at("dev_pref").dump(), params.dump(), row.bid,
-                     textOf(meta, "request_time"), now);
+  insert_.device.run(request, row.appID, textOf(params, "unique_id").value_or(row.bid.value_or("")),
+                     textOf(body, "IDFV"), textOf(body, "ADVERTISING_IDENTIFIER"), meta.at("dev_pref").dump(),
+                     params.dump(), row.bid, textOf(meta, "request_time"), now);
+}
+
+void Store::addArrival(const std::string& now, std::string_view kind, const std::string& name, std::int64_t number) {
+  insert_.arrival.run(now.substr(0, std::string_view("2026-11-21T10:00").size()), std::string(kind), name, number);
 }
 
 json Store::summary() {
-  return inTransaction([&] {
+  const std::lock_guard lock(reader().mutex);
+  return inTransaction(reader(), [&] {
     const auto count = [this](const char* what) {
       std::int64_t number = 0;
-      session_ << "SELECT " << what, soci::into(number);
+      reader() << "SELECT " << what, soci::into(number);
       return number;
     };
-    json requests = json::object();
-    int status = 0;
+    std::map<int, std::int64_t> byStatus;
+    std::int64_t batches = 0, checked = 0, bad = 0, duplicates = 0;
+    int status = 0, accepted = 0, duplicate = 0;
+    std::string service, signature;
     std::int64_t number = 0;
-    soci::statement byStatus =
-        (session_.prepare << "SELECT status, count(*) FROM requests GROUP BY status ORDER BY status",
-         soci::into(status), soci::into(number));
-    byStatus.execute();
-    while (byStatus.fetch()) requests[std::to_string(status)] = number;
+    soci::statement counts =
+        (reader().prepare << "SELECT status, service, accepted, duplicate, coalesce(signature, ''), count(*) FROM "
+                             "requests GROUP BY status, service, accepted, duplicate, signature",
+         soci::into(status), soci::into(service), soci::into(accepted), soci::into(duplicate), soci::into(signature),
+         soci::into(number));
+    counts.execute();
+    while (counts.fetch()) {
+      byStatus[status] += number;
+      if (accepted == 1 && service == "report") batches += number;
+      if (signature == "missing" || signature == "wrong") bad += number;
+      if (signature == "good") checked += number;
+      if (duplicate == 1) duplicates += number;
+    }
+    json requests = json::object();
+    for (const auto& [each, times] : byStatus) requests[std::to_string(each)] = times;
     return json{{"requests", requests},
-                {"batches", count("count(*) FROM batches")},
+                {"batches", batches},
                 {"events", count("count(*) FROM events")},
                 {"sessions", count("count(*) FROM sessions")},
                 {"sources", count("count(*) FROM sources")},
                 {"devices", count("count(*) FROM devices")},
-                {"users", count("count(DISTINCT user_id) FROM batches")},
-                {"signatures_checked", count("count(*) FROM requests WHERE signature IN ('good', 'missing', 'wrong')")},
-                {"signatures_bad", count("count(*) FROM requests WHERE signature IN ('missing', 'wrong')")},
-                {"duplicates", count("count(*) FROM requests WHERE duplicate = 1")}};
+                {"users", count("count(DISTINCT user_id) FROM visits WHERE user_id <> ''")},
+                {"signatures_checked", checked + bad},
+                {"signatures_bad", bad},
+                {"duplicates", duplicates}};
   });
 }
 
 nlohmann::ordered_json Store::rows(const View& view, std::int64_t limit) {
-  return inTransaction([&] {
+  const std::lock_guard lock(reader().mutex);
+  return inTransaction(reader(), [&] {
     struct Cell {
       std::int64_t integer = 0;
       Text text;
       soci::indicator state = soci::i_ok;
     };
     std::vector<Cell> cells(view.columns.size());
-    soci::statement statement(session_);
+    soci::statement statement(reader());
     for (std::size_t i = 0; i < cells.size(); ++i) {
       if (view.columns[i].type == Column::Type::Integer) {
         statement.exchange(soci::into(cells[i].integer, cells[i].state));

@@ -1,37 +1,47 @@
 // Everything that was received, in a database (tables: Collector/Schema.h).
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
+#include <exception>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "Collector/Checks.h"
+#include "Collector/Contents.h"
 #include "Collector/Database.h"
 #include "Collector/Views.h"
 
 namespace zorvane::collector {
 
-// One row of the table requests.
+// What the server knows of a request to a service beside its contents.
 struct RequestRow {
   Service service = Service::Report;
   std::string appID;
   std::size_t bytes = 0;
   int status = 0;  // 0: no response is sent
   std::optional<Signature> signature;
-  std::optional<std::string> bid;
+  Text expected;  // the right signature if it is missing or wrong
+  Text bid;
+  Text injected;
+  std::string headers;  // a JSON object
   std::string error;
+  Text body;  // of a refused request, as far as it is kept
 };
 
-// Thread-safe. Each operation is one transaction, committed when the call returns. If it throws DatabaseError, nothing
-// changed. In a file, committed data survives a power loss.
+// Thread-safe. Requests that wait for the database at the same time share a transaction, which is committed when the
+// calls return. If a call throws DatabaseError, it stored nothing. In a file, committed data survives a power loss.
 class Store {
  public:
   // An empty path: in memory. Throws std::runtime_error that names the file.
   explicit Store(const std::string& path);
 
-  // Stores the row of a request that was refused.
-  void addRefused(const RequestRow& row);
+  // Stores the row of a request that was refused. The body is null if it is no JSON.
+  void addRefused(const RequestRow& row, const json& body);
   // Stores a request whose body passed the checks. False if its bid was accepted before: then only the row is stored.
   bool addAccepted(const RequestRow& row, const json& body);
 
@@ -42,39 +52,58 @@ class Store {
   nlohmann::ordered_json rows(const View& view, std::int64_t limit);
 
  private:
-  using Text = std::optional<std::string>;
-  // Opens the session before statements are prepared on it.
+  // A connection to the database. Its statements and transactions need the mutex.
   struct Session : soci::session {
     explicit Session(const std::string& path);
+    std::mutex mutex;
   };
   // Prepared once. The types are those of the columns, in their order.
   struct Inserts {
     explicit Inserts(soci::session& database);
-    Insert<std::string, std::string, std::string, int, Text, Text, int, int, std::int64_t, Text> request;
-    Insert<std::int64_t, Text, std::string, Text, Text, Text, Text, Text, Text, std::string> batch;
-    Insert<std::int64_t, std::int64_t, Text, int, Text, Text, Text, std::string> event;
-    // One for each type of value.
-    Insert<std::int64_t, std::string, std::string, std::int64_t, std::string> integerAttribute;
-    Insert<std::int64_t, std::string, std::string, double, std::string> realAttribute;
-    Insert<std::int64_t, std::string, std::string, Text, std::string> textAttribute;
-    Insert<std::string, Text, std::string, std::int64_t> session;
+    Insert<std::string, std::string, std::string, int, int, int, Text, Text, Text, std::string, std::int64_t, Text,
+           Text, Text, Text, Text, Text, Text, Text, std::int64_t, Text, Text>
+        request;
+    Insert<std::int64_t, std::int64_t, std::string, int, Text, std::string> event;
+    Insert<std::int64_t, std::string, Text, std::string> session;
+    Insert<std::string, std::string, std::string, std::string, std::string, std::int64_t, std::int64_t, int,
+           std::int64_t>
+        visit;
     Insert<std::string, Text, Text, Text, Text, Text, Text, Text, Text, std::string> source;
-    Insert<std::string, std::string, Text, Text, std::string, std::string, Text, Text, std::string> device;
+    Insert<std::int64_t, std::string, std::string, Text, Text, std::string, std::string, Text, Text, std::string>
+        device;
+    Insert<std::string, std::string, std::string, std::int64_t> arrival;
+  };
+  // A request that waits to be stored, on the stack of its thread.
+  struct Write {
+    const RequestRow& row;
+    const json& body;
+    const bool accepted;
+    bool stored = false;
+    bool done = false;
+    std::exception_ptr failure;
   };
 
-  // Commits after the work, rolls back if it throws. Turns SOCI's errors into DatabaseError.
-  template <typename Work>
-  auto inTransaction(Work work);
-  std::optional<std::int64_t> addRow(const RequestRow& row, bool accepted, bool duplicate, const std::string& now);
-  void addBatch(const RequestRow& row, const json& body, std::int64_t request, const std::string& now);
-  void addEvent(const json& event, std::int64_t batch, std::int64_t position);
-  void addAttribute(std::int64_t event, const std::string& name, const char* section, const json& value);
+  // Returns when the write is committed. Throws its failure.
+  void commit(Write& write);
+  void writeTogether(const std::vector<Write*>& writes);
+  void add(Write& write);
+  std::optional<std::int64_t> addRow(const Write& write, const Contents& contents, bool accepted, bool duplicate,
+                                     const std::string& now);
+  void addBatch(const RequestRow& row, const json& body, const Contents& contents, std::int64_t id,
+                const std::string& now);
+  void addEvents(const json& body, std::int64_t batch, const std::string& now);
   void addSource(const json& source, const std::string& session);
-  void addDevice(const RequestRow& row, const json& body, const std::string& now);
+  void addDevice(const RequestRow& row, const json& body, std::int64_t request, const std::string& now);
+  void addArrival(const std::string& now, std::string_view kind, const std::string& name, std::int64_t number = 1);
+  Session& reader() { return reader_ ? *reader_ : writer_; }
 
-  std::mutex mutex_;
-  Session session_;
+  Session writer_;
+  std::unique_ptr<Session> reader_;  // none for a database in memory, which has one connection only
   Inserts insert_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<Write*> waiting_;
+  bool writing_ = false;
 };
 
 }  // namespace zorvane::collector

@@ -8,14 +8,14 @@ constexpr Column::Type kInteger = Column::Type::Integer;
 // group_concat is specific to SQLite; other databases have string_agg.
 constexpr Column kUsers[] = {
     {"app_id"},
-    {"user_id"},
-    {"segment_id"},
-    {"devices", kInteger, "count(DISTINCT unique_id)"},
-    {"sessions", kInteger, "count(DISTINCT session_id)"},
-    {"batches", kInteger, "count(*)"},
-    {"events", kInteger, "sum((SELECT count(*) FROM events WHERE batch = batches.id))"},
-    {"first_batch", Column::Type::Text, "min(request_time)"},
-    {"last_batch", Column::Type::Text, "max(request_time)"},
+    {"user_id", Column::Type::String, "nullif(user_id, '')"},
+    {"segment_id", Column::Type::String, "nullif(segment_id, '')"},
+    {"devices", kInteger},
+    {"sessions", kInteger},
+    {"batches", kInteger},
+    {"events", kInteger},
+    {"first_batch", Column::Type::String, "(SELECT request_time FROM requests WHERE id = first_id)"},
+    {"last_batch", Column::Type::String, "(SELECT request_time FROM requests WHERE id = last_id)"},
 };
 constexpr Column kDevices[] = {
     {"app_id"},
@@ -27,15 +27,16 @@ constexpr Column kDevices[] = {
     {"registrations", kInteger},
     {"request_time"},
     {"batches", kInteger,
-     "(SELECT count(*) FROM batches WHERE batches.app_id = devices.app_id AND batches.unique_id = devices.unique_id)"},
+     "coalesce((SELECT sum(batches) FROM visits WHERE visits.app_id = devices.app_id AND visits.unique_id = "
+     "devices.unique_id), 0)"},
     {"received_at"},
 };
 constexpr Column kSessions[] = {
-    {"session_id", Column::Type::Text, "sessions.session_id"},
-    {"start_time", Column::Type::Text, "sessions.start_time"},
-    {"app_id", Column::Type::Text, "sessions.app_id"},
+    {"session_id", Column::Type::String, "sessions.session_id"},
+    {"start_time", Column::Type::String, "sessions.start_time"},
+    {"app_id", Column::Type::String, "sessions.app_id"},
     {"user_id"},
-    {"sources", Column::Type::Text,
+    {"sources", Column::Type::String,
      "(SELECT group_concat(coalesce(source, '-') || ' / ' || coalesce(medium, '-'), ', ') FROM sources WHERE "
      "sources.session_id = sessions.session_id)"},
 };
@@ -44,14 +45,12 @@ constexpr Column kSources[] = {
     {"term"},       {"content"}, {"source_url"}, {"extras"},
 };
 constexpr Column kBatches[] = {
-    {"id", kInteger}, {"bid"},          {"app_id"},
-    {"user_id"},      {"segment_id"},   {"unique_id"},
-    {"session_id"},   {"request_time"}, {"events", kInteger, "(SELECT count(*) FROM events WHERE batch = batches.id)"},
-    {"received_at"},
+    {"id", kInteger}, {"bid"},        {"app_id"},       {"user_id"},          {"segment_id"},
+    {"unique_id"},    {"session_id"}, {"request_time"}, {"events", kInteger}, {"received_at"},
 };
 constexpr Column kEvents[] = {
-    {"id", kInteger, "events.id"}, {"name"}, {"user_id"},         {"session_id"}, {"gmt_time"}, {"local_time"},
-    {"non_interactive", kInteger}, {"raw"},  {"batch", kInteger},
+    {"id", kInteger, "events.id"}, {"name"}, {"user_id"},         {"session_id"}, {"gmt_time"},
+    {"module", kInteger},          {"raw"},  {"batch", kInteger},
 };
 constexpr Column kRequests[] = {
     {"id", kInteger}, {"received_at"},         {"service"},         {"app_id"}, {"status", kInteger}, {"signature"},
@@ -59,8 +58,13 @@ constexpr Column kRequests[] = {
 };
 
 constexpr View kViews[] = {
-    {"users", kUsers, "FROM batches GROUP BY app_id, user_id, segment_id ORDER BY max(id) DESC LIMIT :limit"},
-    {"devices", kDevices, "FROM devices ORDER BY received_at DESC, unique_id LIMIT :limit"},
+    {"users", kUsers,
+     "FROM (SELECT app_id, user_id, segment_id, count(DISTINCT nullif(unique_id, '')) AS devices, "
+     "count(DISTINCT nullif(session_id, '')) AS sessions, sum(batches) AS batches, sum(events) AS events, "
+     "min(first_batch) AS first_id, max(last_batch) AS last_id FROM visits GROUP BY app_id, user_id, segment_id) AS "
+     "users "
+     "ORDER BY last_id DESC LIMIT :limit"},
+    {"devices", kDevices, "FROM devices ORDER BY request DESC LIMIT :limit"},
     {"sessions", kSessions,
      "FROM sessions JOIN batches ON batches.id = first_batch ORDER BY first_batch DESC LIMIT :limit"},
     {"sources", kSources, "FROM sources ORDER BY id DESC LIMIT :limit"},

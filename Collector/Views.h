@@ -7,9 +7,9 @@
 namespace zorvane::collector {
 
 struct Column {
-  enum class Type { Text, Integer };
+  enum class Type { String, Integer };
   const char* name;
-  Type type = Type::Text;
+  Type type = Type::String;
   const char* expression = nullptr;  // in SQL; null: the name
 };
 

@@ -93,13 +93,15 @@ void ZRAnalytics::updateModules() {
   });
 }
 
-void ZRAnalytics::trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties) {
+void ZRAnalytics::trackEventWithProperties(Value name, std::shared_ptr<const ZRProperties> properties) {
   guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
     if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
-    globalQueue(platform::Priority::Default).async([name, properties = std::move(properties)] {
-      guarded({kFile, "trackEventWithProperties"}, "exception is %@",
-              [&] { ZREventsHandler::sharedInstance().trackEventWithProperties(name, properties); });
-    });
+    globalQueue(platform::Priority::Default)
+        .async([name = std::move(name), properties = std::move(properties)]() mutable {
+          guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
+            ZREventsHandler::sharedInstance().trackEventWithProperties(std::move(name), std::move(properties));
+          });
+        });
   });
 }
 

@@ -45,7 +45,7 @@ class ZR_PUBLIC ZRAnalytics final : public ZRAppIDUpdateDelegate {
 
   // Records the event and returns; it is sent with its batch. The name must be text, the properties may be null. Two
   // events of one thread may be recorded in either order. Gates: account, SDK.
-  void trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties);
+  void trackEventWithProperties(Value name, std::shared_ptr<const ZRProperties> properties);
   // The same with what the builder holds now; a null builder means no properties.
   void trackEventBuilderPayload(const Value& name, const std::shared_ptr<const ZRPayloadBuilder>& builder);
 

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "Platform/HostServices.h"
+#include "Platform/Text/NumberText.h"
 #include "Platform/Time/DateFormat.h"
 
 namespace zorvane {
@@ -50,20 +51,17 @@ bool ZRDateUtils::isDate1LaterToDate2(std::optional<Date> date1, std::optional<D
 }
 
 std::string ZRDateUtils::getGMTtime() {
-  auto text = platform::isoTextOfDate(platform::hostServices().clock->now(), 0);
-  return text ? *text += 'Z' : "";
+  return platform::isoTextOfDate(platform::hostServices().clock->now(), 0, "Z");
 }
 
 std::string ZRDateUtils::getLocalTime() {
   const Date now = platform::hostServices().clock->now();
   const std::int64_t offset = deviceOffset(now);
-  auto text = platform::isoTextOfDate(now, offset);
-  if (!text) return "";
   const std::int64_t minutes = (offset < 0 ? -offset : offset) / 60;
-  const std::string zone = std::to_string(minutes / 60 * 100 + minutes % 60);
-  *text += offset < 0 ? '-' : '+';
-  text->append(zone.size() < 4 ? 4 - zone.size() : 0, '0');
-  return *text += zone;
+  const std::string digits = platform::textOfInteger(minutes / 60 * 100 + minutes % 60);
+  std::string zone(1, offset < 0 ? '-' : '+');
+  zone.append(digits.size() < 4 ? 4 - digits.size() : 0, '0') += digits;
+  return platform::isoTextOfDate(now, offset, zone);
 }
 
 }  // namespace zorvane

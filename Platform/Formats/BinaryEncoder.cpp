@@ -10,8 +10,6 @@
 namespace zorvane::platform {
 namespace {
 
-constexpr std::size_t kReferenceSize = 4;
-
 void appendUtf16Units(std::string_view text, std::string& out) {
   for (std::size_t position = 0; position < text.size();) {
     const std::uint32_t character = nextCharacter(text, position);
@@ -24,62 +22,73 @@ void appendUtf16Units(std::string_view text, std::string& out) {
   }
 }
 
-}  // namespace
-
-std::uint32_t ScalarTable::hashOf(std::string_view encoded) {
+std::uint32_t hashOf(std::string_view encoded) {
   return static_cast<std::uint32_t>(std::hash<std::string_view>{}(encoded));
 }
 
-void ScalarTable::place(Slot slot) {
-  const std::size_t mask = slots_.size() - 1;
-  std::size_t i = slot.hash & mask;
-  while (slots_[i].index != kNotFound) i = (i + 1) & mask;
-  slots_[i] = slot;
+}  // namespace
+
+BinaryEncoder::BinaryEncoder(BinaryObjects& objects, std::unique_ptr<ScalarTable> table)
+    : objects_(objects), table_(std::move(table)) {
+  if (table_) return;
+  table_ = std::make_unique<ScalarTable>();
+  findExisting();
 }
 
-void ScalarTable::insert(std::uint32_t hash, std::uint32_t index) {
-  if ((used_ + 1) * 3 > slots_.size() * 2) {
-    std::vector<Slot> old(std::max<std::size_t>(64, slots_.size() * 2));
-    old.swap(slots_);
-    for (const Slot& slot : old) {
-      if (slot.index != kNotFound) place(slot);
-    }
+void BinaryEncoder::findExisting() {
+  constexpr std::size_t kLooked = 512;
+  for (std::size_t i = objects_.firstIndex; i < std::min(objects_.count, objects_.firstIndex + kLooked); ++i) {
+    BinaryObject object;
+    if (!objects_.read(i, object) || object.isContainer()) continue;
+    const std::string_view encoded = objects_.bytes.from(object.position).substr(0, object.size);
+    const std::uint32_t hash = hashOf(encoded);
+    bool isEqual = false;
+    slotOf(hash, encoded, isEqual) = {hash, static_cast<std::uint32_t>(i)};
   }
-  place({hash, index});
-  ++used_;
 }
 
 std::uint32_t BinaryEncoder::encode(const Value& value, int depth) {
+  const std::size_t start = bytes_.size();
   switch (value.kind()) {
     case Value::Kind::Nil:
     case Value::Kind::Null:
       return encodeText("");
-    case Value::Kind::Bool: {
-      const std::size_t start = bytes_.size();
+    case Value::Kind::Bool:
       bytes_ += *value.asBool() ? '\x09' : '\x08';
-      return finishScalar(start);
-    }
+      break;
     case Value::Kind::Integer:
-      return encodeInteger(static_cast<std::uint64_t>(*value.asInteger()), false);
+      appendInteger(static_cast<std::uint64_t>(*value.asInteger()), false);
+      break;
     case Value::Kind::Double:
-      return encodeReal(0x23, *value.asDouble());
+      appendReal(0x23, *value.asDouble());
+      break;
     case Value::Kind::String:
       return encodeText(*value.asString());
-    case Value::Kind::Data:
-      return encodeData(*value.asData());
+    case Value::Kind::Data: {
+      const auto& data = value.asData()->bytes;
+      appendMarker(0x40, data.size(), bytes_);
+      bytes_.append(data.begin(), data.end());
+      break;
+    }
     case Value::Kind::Date:
-      return encodeReal(0x33, value.asDate()->secondsSince1970 - kPropertyListEpoch);
+      appendReal(0x33, value.asDate()->secondsSince1970 - kPropertyListEpoch);
+      break;
     case Value::Kind::URL:
       return encodeText(value.asURL()->absoluteString);
     case Value::Kind::Array:
     case Value::Kind::Dictionary:
       return depth < kMaxPropertyListDepth ? encodeContainer(value, depth) : encodeText("");
     case Value::Kind::Object:
+      if (const auto uid = value.asObject<PropertyListUID>()) {
+        appendUID(uid->index());
+      } else if (const auto large = value.asObject<LargeInteger>()) {
+        appendInteger(large->number(), true);
+      } else {
+        return encode(plainValueOf(*value.asObject()), depth);
+      }
       break;
   }
-  if (const auto uid = value.asObject<PropertyListUID>()) return encodeUID(uid->index());
-  if (const auto large = value.asObject<LargeInteger>()) return encodeInteger(large->number(), true);
-  return encode(plainValueOf(*value.asObject()), depth);
+  return finishScalar(start);
 }
 
 std::uint32_t BinaryEncoder::encodeContainer(const Value& value, int depth) {
@@ -97,34 +106,39 @@ std::uint32_t BinaryEncoder::encodeContainer(const Value& value, int depth) {
     addKeys(dictionary);
     for (const auto& [key, element] : dictionary) references_.push_back(encode(element, depth + 1));
   }
+  isDecodable_ = allowance_.take(count, 0) && isDecodable_;
   return addContainer(value.isArray() ? 0xA0 : 0xD0, count, firstReference);
 }
 
 void BinaryEncoder::addKeys(const Dictionary& dictionary) {
   const auto isSame = [](const Dictionary::Entry& entry, const std::string& key) { return entry.key == key; };
-  for (const KeySet& known : keySets_) {
-    if (std::equal(dictionary.begin(), dictionary.end(), known.keys.begin(), known.keys.end(), isSame)) {
-      references_.insert(references_.end(), known.references.begin(), known.references.end());
-      return;
+  auto& sets = table_->keySets_;
+  auto known = std::find_if(sets.begin(), sets.end(), [&](const ScalarTable::KeySet& set) {
+    return std::equal(dictionary.begin(), dictionary.end(), set.keys.begin(), set.keys.end(), isSame);
+  });
+  if (known != sets.end()) {
+    isDecodable_ = allowance_.take(0, known->byteCount) && isDecodable_;
+  } else {
+    known = sets.begin() + static_cast<std::ptrdiff_t>(table_->nextKeySet_++ % sets.size());
+    *known = {};
+    const std::size_t left = allowance_.textBytes;
+    for (const auto& [key, element] : dictionary) {
+      known->keys.push_back(key);
+      known->references.push_back(encodeText(key));
     }
+    known->byteCount = left - allowance_.textBytes;
   }
-  KeySet& replaced = keySets_[nextKeySet_++ % keySets_.size()];
-  replaced = {};
-  for (const auto& [key, element] : dictionary) {
-    replaced.keys.push_back(key);
-    replaced.references.push_back(encodeText(key));
-  }
-  references_.insert(references_.end(), replaced.references.begin(), replaced.references.end());
+  references_.insert(references_.end(), known->references.begin(), known->references.end());
 }
 
 std::uint32_t BinaryEncoder::copy(const BinaryObjects& from, std::size_t index, int depth, Copies& copies) {
-  if (index >= copies.size()) return ScalarTable::kNotFound;
+  if (index >= copies.size()) return ScalarTable::kNone;
   if (copies[index] != 0) return copies[index];
   BinaryObject object;
-  if (!from.read(index, object)) return ScalarTable::kNotFound;
+  if (!from.read(index, object)) return ScalarTable::kNone;
   // Not remembered: elsewhere it may be less deep.
-  if (object.isContainer() && depth > kMaxPropertyListDepth) return ScalarTable::kNotFound;
-  copies[index] = ScalarTable::kNotFound;  // while its elements are copied: it may contain itself
+  if (object.isContainer() && depth > kMaxPropertyListDepth) return ScalarTable::kNone;
+  copies[index] = ScalarTable::kNone;  // while its elements are copied: it may contain itself
   std::uint32_t copied = 0;
   if (object.isContainer()) {
     const bool isDictionary = object.kind == BinaryObject::Kind::Dictionary;
@@ -144,12 +158,7 @@ std::uint32_t BinaryEncoder::copy(const BinaryObjects& from, std::size_t index, 
 std::uint32_t BinaryEncoder::addContainer(unsigned char marker, std::size_t count, std::size_t firstReference) {
   const std::size_t start = bytes_.size();
   appendMarker(marker, count, bytes_);
-  const std::size_t first = bytes_.size();
-  bytes_.resize(first + (references_.size() - firstReference) * kReferenceSize);
-  char* out = &bytes_[first];
-  for (std::size_t i = firstReference; i < references_.size(); ++i) {
-    for (int shift = 24; shift >= 0; shift -= 8) *out++ = static_cast<char>(references_[i] >> shift & 0xFF);
-  }
+  appendBigEndian(std::span(references_).subspan(firstReference), objects_.referenceSize, bytes_);
   references_.resize(firstReference);
   return addObject(start);
 }
@@ -169,66 +178,81 @@ std::uint32_t BinaryEncoder::encodeText(std::string_view text) {
   return finishScalar(start);
 }
 
-std::uint32_t BinaryEncoder::encodeInteger(std::uint64_t bits, bool isLarge) {
-  const std::size_t start = bytes_.size();
+void BinaryEncoder::appendInteger(std::uint64_t bits, bool isLarge) {
   // Only eight-byte integers are signed.
   const unsigned power = isLarge ? 4 : bits <= 0xFF ? 0 : bits <= 0xFFFF ? 1 : bits <= 0xFFFFFFFF ? 2 : 3;
   bytes_ += static_cast<char>(0x10 + power);
   if (isLarge) bytes_.append(8, '\0');
   appendBigEndian(bits, std::size_t{1} << std::min(power, 3U), bytes_);
-  return finishScalar(start);
 }
 
-std::uint32_t BinaryEncoder::encodeReal(unsigned char marker, double number) {
-  const std::size_t start = bytes_.size();
+void BinaryEncoder::appendReal(unsigned char marker, double number) {
   bytes_ += static_cast<char>(marker);
   appendBigEndian(std::bit_cast<std::uint64_t>(number), 8, bytes_);
-  return finishScalar(start);
 }
 
-std::uint32_t BinaryEncoder::encodeData(const Data& data) {
-  const std::size_t start = bytes_.size();
-  appendMarker(0x40, data.bytes.size(), bytes_);
-  bytes_.append(data.bytes.begin(), data.bytes.end());
-  return finishScalar(start);
-}
-
-std::uint32_t BinaryEncoder::encodeUID(std::uint32_t number) {
-  const std::size_t start = bytes_.size();
+void BinaryEncoder::appendUID(std::uint32_t number) {
   const std::size_t size = number <= 0xFF ? 1 : number <= 0xFFFF ? 2 : 4;
   bytes_ += static_cast<char>(static_cast<unsigned char>(0x80 + size - 1));
   appendBigEndian(number, size, bytes_);
-  return finishScalar(start);
 }
 
 std::uint32_t BinaryEncoder::finishScalar(std::size_t start) {
-  const std::string_view encoded = std::string_view(bytes_).substr(start);
-  const std::uint32_t hash = ScalarTable::hashOf(encoded);
-  std::uint32_t index = table_.find(hash, [&](std::uint32_t other) { return isEqualTo(other, encoded); });
-  if (index != ScalarTable::kNotFound) {
+  const std::string_view encoded(bytes_.data() + start, bytes_.size() - start);
+  isDecodable_ = allowance_.take(0, encoded.size()) && isDecodable_;
+  const std::uint32_t hash = hashOf(encoded);
+  bool isEqual = false;
+  ScalarTable::Slot& slot = slotOf(hash, encoded, isEqual);
+  if (isEqual) {
     bytes_.resize(start);
-    return index;
+  } else {
+    slot = {hash, addObject(start)};
   }
-  index = addObject(start);
-  table_.insert(hash, index);
-  return index;
+  return slot.index;
 }
 
 std::uint32_t BinaryEncoder::addObject(std::size_t start) {
-  const std::size_t index = existing_.count + offsets_.size();
-  if (index >= ScalarTable::kNotFound) throw std::length_error("too many objects in a property list");
-  offsets_.push_back(existing_.bytes.size() + start);
+  const std::size_t index = objects_.count + offsets_.size();
+  const std::size_t offset = objects_.bytes.size() + start;
+  if (std::max(index, offset) >= ScalarTable::kNone) throw std::length_error("too large a property list");
+  offsets_.push_back(static_cast<std::uint32_t>(offset));
   return static_cast<std::uint32_t>(index);
+}
+
+ScalarTable::Slot& BinaryEncoder::slotOf(std::uint32_t hash, std::string_view encoded, bool& isEqual) {
+  constexpr std::size_t kTried = 4;
+  for (std::size_t i = 0; i < kTried; ++i) {
+    ScalarTable::Slot& slot = table_->slots_[(hash + i) % ScalarTable::kSlots];
+    if (slot.index == ScalarTable::kNone) return slot;
+    isEqual = slot.hash == hash && isEqualTo(slot.index, encoded);
+    if (isEqual) return slot;
+  }
+  return table_->slots_[hash % ScalarTable::kSlots];
 }
 
 bool BinaryEncoder::isEqualTo(std::uint32_t index, std::string_view encoded) const {
   // Encodings are prefix-free, so starts_with means equal.
-  if (index >= existing_.count) {
-    const std::size_t start = offsets_[index - existing_.count] - existing_.bytes.size();
+  if (index >= objects_.count) {
+    const std::size_t start = offsets_[index - objects_.count] - objects_.bytes.size();
     return std::string_view(bytes_).substr(start).starts_with(encoded);
   }
-  const std::string_view offset = existing_.offsets.from((index - existing_.firstIndex) * existing_.offsetSize);
-  return existing_.bytes.from(bigEndian(offset.substr(0, existing_.offsetSize))).starts_with(encoded);
+  const std::string_view offset = objects_.offsets.from((index - objects_.firstIndex) * objects_.offsetSize);
+  return objects_.bytes.from(bigEndian(offset.data(), objects_.offsetSize)).starts_with(encoded);
+}
+
+void BinaryEncoder::beginEntry() {
+  allowance_ = {};
+  isDecodable_ = true;
+}
+
+void BinaryEncoder::commit() {
+  std::string offsets;
+  appendBigEndian(offsets_, 4, offsets);
+  objects_.bytes.append(bytes_);
+  objects_.offsets.append(offsets);
+  objects_.count += offsets_.size();
+  bytes_.clear();
+  offsets_.clear();
 }
 
 void appendBigEndian(std::uint64_t number, std::size_t size, std::string& out) {
@@ -237,6 +261,20 @@ void appendBigEndian(std::uint64_t number, std::size_t size, std::string& out) {
     bytes[i] = static_cast<char>(static_cast<unsigned char>(number >> (8 * (size - 1 - i)) & 0xFF));
   }
   out.append(bytes, size);
+}
+
+void appendBigEndian(std::span<const std::uint32_t> numbers, std::size_t size, std::string& out) {
+  const std::size_t first = out.size();
+  out.resize(first + numbers.size() * size);
+  auto* to = reinterpret_cast<unsigned char*>(out.data() + first);
+  for (const std::uint32_t number : numbers) {
+    if (size == 4) {
+      *to++ = static_cast<unsigned char>(number >> 24);
+      *to++ = static_cast<unsigned char>(number >> 16);
+    }
+    *to++ = static_cast<unsigned char>(number >> 8);
+    *to++ = static_cast<unsigned char>(number);
+  }
 }
 
 void appendMarker(unsigned char marker, std::size_t count, std::string& out) {

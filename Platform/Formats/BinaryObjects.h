@@ -28,8 +28,8 @@ class ChunkedBytes {
 
   // Without an owner the bytes must outlive this object and its copies.
   void append(std::string_view bytes, std::shared_ptr<const std::string> owner);
-  // Joins short chunks at the end with it, so that the number of chunks stays small.
-  void append(std::string bytes);
+  // Copies the bytes. Joins short chunks at the end with them, so that the number of chunks stays small.
+  void append(std::string_view bytes);
 
   std::size_t size() const { return size_; }
   const std::vector<Chunk>& chunks() const { return chunks_; }
@@ -72,7 +72,10 @@ struct BinaryObject {
 };
 
 // The number in the last 8 of 1 to 16 big-endian bytes.
-std::uint64_t bigEndian(std::string_view bytes);
+std::uint64_t bigEndian(const char* bytes, std::size_t size);
+inline std::uint64_t bigEndian(std::string_view bytes) {
+  return bigEndian(bytes.data(), bytes.size());
+}
 
 struct BinaryObjects {
   ChunkedBytes bytes;
@@ -92,7 +95,7 @@ struct BinaryObjects {
   // False when the index is out of range or the object's bytes are malformed.
   bool read(std::size_t index, BinaryObject& object) const;
   // The index of a container's element: of a dictionary 0 to count-1 are its keys, count to 2*count-1 its values. The
-  // result may be out of range.
+  // element must exist; the result may be out of range.
   std::size_t reference(const BinaryObject& container, std::size_t element) const;
 };
 
@@ -121,9 +124,10 @@ class DecodableObjects {
     std::uint32_t values = 0;
     std::uint32_t textBytes = 0;
     // The levels of the value; 0 while that is unknown.
-    int height = 0;
+    std::uint8_t height = 0;
+    bool isText = false;
   };
-  Cost costOf(std::size_t index, int depth);
+  const Cost& costOf(std::size_t index, int depth);
 
   const BinaryObjects& objects_;
   std::vector<Cost> costs_;

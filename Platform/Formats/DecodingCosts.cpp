@@ -8,7 +8,7 @@ namespace {
 
 // The size of the largest number, an integer of 16 bytes.
 constexpr std::size_t kNumberSize = 16;
-constexpr int kUndecodable = kMaxPropertyListDepth + 1;
+constexpr std::uint8_t kUndecodable = kMaxPropertyListDepth + 1;
 
 // A character outside ASCII makes every character two bytes.
 std::size_t encodedSize(std::string_view text) {
@@ -53,37 +53,36 @@ bool DecodingAllowance::takeEncoded(const Value& value, int depth) {
   return true;
 }
 
-DecodableObjects::Cost DecodableObjects::costOf(std::size_t index, int depth) {
-  const Cost undecodable{0, 0, kUndecodable};
-  if (index >= costs_.size()) return undecodable;
-  if (costs_[index].height != 0) return costs_[index];
+const DecodableObjects::Cost& DecodableObjects::costOf(std::size_t index, int depth) {
+  static constexpr Cost kTooDeep{0, 0, kUndecodable, false};
+  if (index >= costs_.size()) return kTooDeep;
+  Cost& cost = costs_[index];
+  if (cost.height != 0) return cost;
   BinaryObject object;
-  if (!objects_.read(index, object)) return undecodable;
+  const bool isSound = objects_.read(index, object);
   // Not remembered: elsewhere it may be less deep.
-  if (object.isContainer() && depth > kMaxPropertyListDepth) return undecodable;
-  costs_[index] = undecodable;  // while its elements are looked at: it may contain itself
+  if (isSound && object.isContainer() && depth > kMaxPropertyListDepth) return kTooDeep;
+  cost.height = kUndecodable;  // while its elements are looked at: it may contain itself
+  if (!isSound) return cost;
 
   constexpr DecodingAllowance kFull;
-  DecodingAllowance rest;
-  int height = 0;
-  if (!object.isContainer()) {
-    if (!rest.take(0, object.content.size())) return undecodable;
-  } else {
-    if (!rest.take(object.count, 0)) return undecodable;
-    const bool isDictionary = object.kind == BinaryObject::Kind::Dictionary;
-    for (std::size_t i = 0; i < object.count; ++i) {
-      BinaryObject key;
-      if (isDictionary &&
-          (!objects_.read(objects_.reference(object, i), key) || !key.isText() || !rest.take(0, key.content.size()))) {
-        return undecodable;
-      }
-      const Cost element = costOf(objects_.reference(object, isDictionary ? object.count + i : i), depth + 1);
-      if (element.height >= kMaxPropertyListDepth || !rest.take(element.values, element.textBytes)) return undecodable;
-      height = std::max(height, element.height);
-    }
+  const bool isDictionary = object.kind == BinaryObject::Kind::Dictionary;
+  std::size_t values = object.isContainer() ? object.count : 0;
+  std::size_t textBytes = object.isContainer() ? 0 : object.content.size();
+  std::uint8_t height = 0;
+  const std::size_t elements = isDictionary ? 2 * values : values;
+  for (std::size_t i = 0; i < elements && values <= kFull.values && textBytes <= kFull.textBytes; ++i) {
+    const std::size_t reference = objects_.reference(object, i);
+    const bool isKnown = reference < costs_.size() && costs_[reference].height != 0;
+    const Cost& element = isKnown ? costs_[reference] : costOf(reference, depth + 1);
+    if (element.height >= kMaxPropertyListDepth || (isDictionary && i < object.count && !element.isText)) return cost;
+    values += element.values;
+    textBytes += element.textBytes;
+    height = std::max(height, element.height);
   }
-  return costs_[index] = {static_cast<std::uint32_t>(kFull.values - rest.values),
-                          static_cast<std::uint32_t>(kFull.textBytes - rest.textBytes), height + 1};
+  if (values > kFull.values || textBytes > kFull.textBytes) return cost;
+  return cost = {static_cast<std::uint32_t>(values), static_cast<std::uint32_t>(textBytes),
+                 static_cast<std::uint8_t>(height + 1), object.isText()};
 }
 
 }  // namespace zorvane::platform

@@ -1,7 +1,8 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
+#include <cstdint>
+#include <cstring>
 
 #include "Platform/Formats/JSON.h"
 #include "Platform/Formats/JSONText.h"
@@ -29,6 +30,26 @@ constexpr std::array<char, 256> makeEscapes() {
   return escapes;
 }
 constexpr std::array<char, 256> kEscapes = makeEscapes();
+
+// Whether one of the eight bytes has an escape: a control character, a quote or a backslash.
+bool hasEscape(std::uint64_t bytes) {
+  constexpr std::uint64_t kOnes = 0x0101010101010101U;
+  const std::uint64_t quotes = bytes ^ (kOnes * '"');
+  const std::uint64_t backslashes = bytes ^ (kOnes * '\\');
+  return ((((bytes - kOnes * 0x20) & ~bytes) | ((quotes - kOnes) & ~quotes) | ((backslashes - kOnes) & ~backslashes)) &
+          (kOnes * 0x80)) != 0;
+}
+
+// The position of the first byte with an escape, from `position` on, or the end.
+std::size_t nextEscape(std::string_view text, std::size_t position) {
+  std::uint64_t block;
+  for (; text.size() - position >= sizeof block; position += sizeof block) {
+    std::memcpy(&block, text.data() + position, sizeof block);
+    if (hasEscape(block)) break;
+  }
+  while (position < text.size() && kEscapes[static_cast<unsigned char>(text[position])] == 0) ++position;
+  return position;
+}
 
 class LazyJSON final : public Object {
  public:
@@ -112,10 +133,9 @@ void append(const Value& value, int depth, std::string& out) {
 void appendJSONString(std::string_view text, std::string& out) {
   out += '"';
   std::size_t written = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
+  for (std::size_t i = nextEscape(text, 0); i < text.size(); i = nextEscape(text, written)) {
     const auto byte = static_cast<unsigned char>(text[i]);
     const char escape = kEscapes[byte];
-    if (escape == 0) continue;
     out.append(text, written, i - written);
     written = i + 1;
     out += '\\';

@@ -82,9 +82,8 @@ Result<Value> parsePropertyList(std::string_view bytes) {
 
 std::string binaryPropertyList(const Value& root) {
   std::string file = "bplist00";
-  ScalarTable table;
-  const BinaryObjects none;
-  BinaryEncoder encoder(none, table);
+  BinaryObjects none;
+  BinaryEncoder encoder(none);
   const std::uint32_t top = encoder.encode(root, 0);
   const std::size_t count = encoder.offsets().size();
   // The size must hold the count, though the largest index is one less.

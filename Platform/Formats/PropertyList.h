@@ -51,7 +51,7 @@ Result<Value> parsePropertyList(std::string_view bytes);
 
 // The binary encoding. What a property list cannot hold is replaced: the null marker by "", a URL by its text, an
 // object by its plain value (a PropertyListUID is written as a UID, a LargeInteger as an integer), anything too deep by
-// "". Nil is left out of an array. Equal scalars are written once.
+// "". Nil is left out of an array. Most equal scalars are written once.
 std::string binaryPropertyList(const Value& root);
 
 }  // namespace zorvane::platform

@@ -1,10 +1,9 @@
 #include "Platform/Formats/PropertyListDictionaryFile.h"
 
 #include <algorithm>
-#include <mutex>
+#include <functional>
+#include <optional>
 #include <stdexcept>
-#include <unordered_map>
-#include <unordered_set>
 #include <utility>
 
 #include "Platform/Dispatch/Mutex.h"
@@ -17,24 +16,30 @@ namespace zorvane::platform {
 namespace {
 
 // The layout of files written here. Offsets and references keep their size when objects are added. The root is object 0
-// and comes last, before the offset table: only it is written anew.
+// and comes last, before the offset table: only it is written anew. References of two bytes, half of a small file, grow
+// to four when there are too many objects; then the file is written anew.
 constexpr std::size_t kOffsetSize = 4;
-constexpr std::size_t kReferenceSize = 4;
+constexpr std::size_t kReferenceSizes[] = {2, 4};
 constexpr std::size_t kMaximumSize = 0xFFFFFFFF;
 constexpr std::size_t kRootIndex = 0;
 
-// The object indices of an entry's key and value.
+// An entry: the object indices of its key and its value.
 struct Pair {
   std::size_t key;
   std::size_t value;
-  bool isDecodable;
+  std::uint32_t keyHash;
+  std::optional<bool> isDecodable;  // empty until somebody asks
 };
 
-BinaryObjects emptyObjects() {
+std::uint32_t hashOf(std::string_view key) {
+  return static_cast<std::uint32_t>(std::hash<std::string_view>{}(key));
+}
+
+BinaryObjects emptyObjects(std::size_t referenceSize) {
   BinaryObjects objects;
-  objects.bytes.append(std::string("bplist00"));
+  objects.bytes.append("bplist00");
   objects.offsetSize = kOffsetSize;
-  objects.referenceSize = kReferenceSize;
+  objects.referenceSize = referenceSize;
   objects.firstIndex = kRootIndex + 1;
   objects.count = kRootIndex + 1;
   return objects;
@@ -44,17 +49,17 @@ BinaryObjects emptyObjects() {
 bool readPairs(const BinaryObjects& objects, const BinaryObject& root, std::vector<Pair>& pairs) {
   DecodingAllowance allowance;
   if (root.kind != BinaryObject::Kind::Dictionary || !allowance.take(root.count, 0)) return false;
-  DecodableObjects decodable(objects);
-  std::unordered_set<std::size_t> indices;
-  std::unordered_set<std::string> texts;
+  Dictionary known;
   std::string storage;
   for (std::size_t i = 0; i < root.count; ++i) {
-    Pair pair{objects.reference(root, i), objects.reference(root, root.count + i), false};
+    Pair pair{objects.reference(root, i), objects.reference(root, root.count + i), 0, std::nullopt};
     BinaryObject key;
-    if (!indices.insert(pair.key).second || !objects.read(pair.key, key) || !key.isText()) continue;
+    if (!objects.read(pair.key, key) || !key.isText()) continue;
     if (!allowance.take(0, key.content.size())) return false;
-    if (!texts.emplace(textOfObject(key, storage)).second) continue;
-    pair.isDecodable = decodable.contains(pair.value);
+    const std::string_view text = textOfObject(key, storage);
+    known.set(text, null);
+    if (known.size() == pairs.size()) continue;
+    pair.keyHash = hashOf(text);
     pairs.push_back(pair);
   }
   return true;
@@ -70,19 +75,18 @@ struct PropertyListDictionarySnapshot::State {
   std::string trailer;
 
   std::shared_ptr<const BinaryObjects> source;
-  std::vector<Pair> pairs;
   bool isOwnLayout = false;
 
-  mutable std::once_flag entriesMade;
-  mutable std::vector<Entry> entries;
-
-  // The source's scalars, or null. Moved to the next snapshot, so that adding entries one after the other finds them
-  // once.
   mutable Mutex mutex;
+  mutable std::vector<Pair> pairs ZR_GUARDED_BY(mutex);
+  // Made at the first use, under the mutex; then constant.
+  mutable std::vector<Entry> entries;
+  // Moved to the next snapshot, so that entries which are added one after the other share their scalars.
   mutable std::unique_ptr<ScalarTable> scalars ZR_GUARDED_BY(mutex);
 
-  std::unique_ptr<ScalarTable> takeScalars() const {
+  std::unique_ptr<ScalarTable> take(std::vector<Pair>& copyOfPairs) const {
     const MutexLock lock(mutex);
+    copyOfPairs = pairs;
     return std::move(scalars);
   }
 };
@@ -90,19 +94,28 @@ struct PropertyListDictionarySnapshot::State {
 // Adds entries to a snapshot in the own layout.
 class PropertyListDictionarySnapshot::Builder {
  public:
-  Builder() : objects_(emptyObjects()), scalars_(std::make_unique<ScalarTable>()) {}
-  // Check isValid() before use.
-  explicit Builder(const State& state) : objects_(*state.source), pairs_(state.pairs), scalars_(state.takeScalars()) {
-    if (!scalars_) findScalars();
+  explicit Builder(std::size_t referenceSize) : objects_(emptyObjects(referenceSize)), encoder_(objects_) {}
+  explicit Builder(const State& state) : objects_(*state.source), encoder_(objects_, state.take(pairs_)) {}
+
+  // The position of the entry, or the number of entries.
+  std::size_t find(std::string_view key) const {
+    const std::uint32_t hash = hashOf(key);
+    std::string storage;
+    std::size_t i = 0;
+    for (; i < pairs_.size(); ++i) {
+      BinaryObject object;
+      if (pairs_[i].keyHash == hash && objects_.read(pairs_[i].key, object) && textOfObject(object, storage) == key) {
+        break;
+      }
+    }
+    return i;
   }
 
-  // False when an object of the file is malformed: its bytes cannot be copied.
-  bool isValid() const { return scalars_ != nullptr; }
-
-  void add(std::string_view key, const Value& value) {
-    BinaryEncoder encoder(objects_, *scalars_);
-    DecodingAllowance allowance;
-    take(encoder, key, encoder.encode(value, 1), allowance.takeEncoded(value, 1));
+  // Replaces the entry at the position, or adds one.
+  void set(std::size_t position, std::string_view key, const Value& value) {
+    encoder_.beginEntry();
+    const std::uint32_t index = encoder_.encode(value, 1);
+    put(position, key, index, encoder_.isDecodable());
   }
 
   // Copies an entry of another snapshot. Entries of one snapshot should follow one another.
@@ -112,27 +125,34 @@ class PropertyListDictionarySnapshot::Builder {
       for (BinaryEncoder::Copies& copies : copies_) copies.assign(source.count, 0);
       copiedFrom_ = &source;
     }
-    BinaryEncoder encoder(objects_, *scalars_);
     const bool isDecodable = entry.value.isDecodable_;
-    take(encoder, entry.key, encoder.copy(source, entry.value.object_, 1, copies_[isDecodable ? 1 : 0]), isDecodable);
+    const std::uint32_t index = encoder_.copy(source, entry.value.object_, 1, copies_[isDecodable ? 1 : 0]);
+    put(pairs_.size(), entry.key, index, isDecodable);
   }
 
+  // When false, finish() must not be called.
+  bool fits() const { return encoder_.fits(); }
+
   std::shared_ptr<const State> finish() {
+    encoder_.commit();
     auto state = std::make_shared<State>();
     const std::size_t rootStart = objects_.bytes.size();
+    std::vector<std::uint32_t> references;
+    references.reserve(2 * pairs_.size());
+    for (const Pair& pair : pairs_) references.push_back(static_cast<std::uint32_t>(pair.key));
+    for (const Pair& pair : pairs_) references.push_back(static_cast<std::uint32_t>(pair.value));
     appendMarker(0xD0, pairs_.size(), state->root);
-    for (const Pair& pair : pairs_) appendBigEndian(pair.key, kReferenceSize, state->root);
-    for (const Pair& pair : pairs_) appendBigEndian(pair.value, kReferenceSize, state->root);
+    appendBigEndian(references, objects_.referenceSize, state->root);
     const std::size_t tableStart = rootStart + state->root.size();
     if (tableStart > kMaximumSize) throw std::length_error("too large a property list");
     appendBigEndian(rootStart, kOffsetSize, state->root);
-    appendTrailer(kOffsetSize, kReferenceSize, objects_.count, kRootIndex, tableStart, state->trailer);
+    appendTrailer(kOffsetSize, objects_.referenceSize, objects_.count, kRootIndex, tableStart, state->trailer);
     state->source = std::make_shared<const BinaryObjects>(std::move(objects_));
-    state->pairs = std::move(pairs_);
     state->isOwnLayout = true;
     {
       const MutexLock lock(state->mutex);
-      state->scalars = std::move(scalars_);
+      state->pairs = std::move(pairs_);
+      state->scalars = encoder_.takeTable();
     }
     for (const auto& chunk : state->source->bytes.chunks()) state->pieces.push_back(chunk.bytes);
     state->pieces.push_back(state->root);
@@ -142,53 +162,35 @@ class PropertyListDictionarySnapshot::Builder {
   }
 
  private:
-  // Takes over what was encoded, with the entry's key.
-  void take(BinaryEncoder& encoder, std::string_view key, std::size_t valueIndex, bool isDecodable) {
-    const std::size_t keyIndex = encoder.encodeText(validUtf8(std::string(key)));
-    if (valuesOfKeys_.empty()) {
-      for (std::size_t i = 0; i < pairs_.size(); ++i) valuesOfKeys_.emplace(pairs_[i].key, i);
-    }
-    const auto [known, isNew] = valuesOfKeys_.emplace(keyIndex, pairs_.size());
-    if (isNew) {
-      pairs_.push_back({keyIndex, valueIndex, isDecodable});
-    } else {
-      pairs_[known->second] = {keyIndex, valueIndex, isDecodable};
-    }
-    std::string offsets;
-    offsets.reserve(encoder.offsets().size() * kOffsetSize);
-    for (const std::uint64_t offset : encoder.offsets()) appendBigEndian(offset, kOffsetSize, offsets);
-    objects_.bytes.append(encoder.bytes());
-    objects_.offsets.append(std::move(offsets));
-    objects_.count += encoder.offsets().size();
-  }
-
-  void findScalars() {
-    auto scalars = std::make_unique<ScalarTable>();
-    for (std::size_t index = objects_.firstIndex; index < objects_.count; ++index) {
-      BinaryObject object;
-      if (!objects_.read(index, object) || index >= ScalarTable::kNotFound) return;
-      if (object.isContainer()) continue;
-      const std::string_view encoded = objects_.bytes.from(object.position).substr(0, object.size);
-      scalars->insert(ScalarTable::hashOf(encoded), static_cast<std::uint32_t>(index));
-    }
-    scalars_ = std::move(scalars);
+  void put(std::size_t position, std::string_view key, std::uint32_t value, bool isDecodable) {
+    constexpr std::size_t kCommitted = std::size_t{256} << 10;
+    if (position == pairs_.size()) pairs_.emplace_back();
+    pairs_[position] = {encoder_.encodeText(key), value, hashOf(key), isDecodable};
+    if (encoder_.bytes().size() > kCommitted) encoder_.commit();
   }
 
   BinaryObjects objects_;
   std::vector<Pair> pairs_;
-  std::unordered_map<std::size_t, std::size_t> valuesOfKeys_;
-  std::unique_ptr<ScalarTable> scalars_;
+  BinaryEncoder encoder_;
   const BinaryObjects* copiedFrom_ = nullptr;
   BinaryEncoder::Copies copies_[2];  // of entries that cannot be decoded, and of others
 };
 
-PropertyListDictionarySnapshot::PropertyListDictionarySnapshot() : state_(Builder().finish()) {}
+PropertyListDictionarySnapshot::PropertyListDictionarySnapshot() {
+  static const auto* const empty = new std::shared_ptr<const State>(Builder(kReferenceSizes[0]).finish());
+  state_ = *empty;
+}
 
 Result<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::open(std::string bytes) {
   if (!bytes.starts_with("bplist")) {
-    Builder builder;
-    const auto parsed =
-        parseXMLPropertyList(bytes, [&](std::string_view key, const Value& value) { builder.add(key, value); });
+    Builder builder(kReferenceSizes[1]);
+    Dictionary positions;
+    const auto parsed = parseXMLPropertyList(bytes, [&](std::string_view key, const Value& value) {
+      const Value* known = positions.find(key);
+      const std::size_t position = known ? static_cast<std::size_t>(known->integerValue()) : positions.size();
+      builder.set(position, key, value);
+      if (!known) positions.set(key, position);
+    });
     if (!parsed) return parsed.error();
     if (!parsed.value().isDictionary()) {
       return Error{"no dictionary stands at the root of the property list at byte 0", 0};
@@ -202,14 +204,16 @@ Result<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::open(std:
   if (!parsed) return parsed.error();
   BinaryObjects& objects = parsed.value();
   BinaryObject root;
-  if (!objects.read(objects.top, root) || !readPairs(objects, root, state->pairs)) {
+  std::vector<Pair> pairs;
+  if (!objects.read(objects.top, root) || !readPairs(objects, root, pairs)) {
     return Error{"no sound dictionary stands at the root of the binary property list, object " +
                      textOfInteger(static_cast<std::int64_t>(objects.top)),
                  0};
   }
   const std::size_t tableStart = objects.bytes.size();
-  state->isOwnLayout = objects.offsetSize == kOffsetSize && objects.referenceSize == kReferenceSize &&
-                       objects.top == kRootIndex && root.position + root.size == tableStart;
+  state->isOwnLayout = objects.offsetSize == kOffsetSize &&
+                       std::ranges::count(kReferenceSizes, objects.referenceSize) != 0 && objects.top == kRootIndex &&
+                       root.position + root.size == tableStart;
   if (state->isOwnLayout) {
     // Without the root: each snapshot has its own.
     const std::string_view file = *state->opened;
@@ -223,44 +227,57 @@ Result<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::open(std:
     objects = std::move(own);
   }
   state->source = std::make_shared<const BinaryObjects>(std::move(objects));
+  const MutexLock lock(state->mutex);
+  state->pairs = std::move(pairs);
   return PropertyListDictionarySnapshot(std::shared_ptr<const State>(state));
 }
 
 const std::vector<PropertyListDictionarySnapshot::Entry>& PropertyListDictionarySnapshot::entries() const {
   const State& state = *state_;
-  std::call_once(state.entriesMade, [&state] {
-    state.entries.reserve(state.pairs.size());
-    std::string storage;
-    for (const Pair& pair : state.pairs) {
-      BinaryObject key;
-      state.source->read(pair.key, key);
-      state.entries.push_back(
-          {std::string(textOfObject(key, storage)), LazyPropertyListValue(state.source, pair.value, pair.isDecodable)});
+  const MutexLock lock(state.mutex);
+  if (state.entries.size() == state.pairs.size()) return state.entries;
+  state.entries.clear();
+  state.entries.reserve(state.pairs.size());
+  std::optional<DecodableObjects> decodable;
+  std::string storage;
+  for (Pair& pair : state.pairs) {
+    if (!pair.isDecodable) {
+      if (!decodable) decodable.emplace(*state.source);
+      pair.isDecodable = decodable->contains(pair.value);
     }
-  });
+    BinaryObject key;
+    state.source->read(pair.key, key);
+    state.entries.push_back(
+        {std::string(textOfObject(key, storage)), LazyPropertyListValue(state.source, pair.value, *pair.isDecodable)});
+  }
   return state.entries;
 }
 
 PropertyListDictionarySnapshot PropertyListDictionarySnapshot::withEntry(std::string_view key,
                                                                          const Value& value) const {
   if (value.isNil()) return *this;
+  const std::string validKey = validUtf8(std::string(key));
   if (state_->isOwnLayout) {
     Builder builder(*state_);
-    if (builder.isValid()) {
-      builder.add(key, value);
-      return PropertyListDictionarySnapshot(builder.finish());
-    }
+    builder.set(builder.find(validKey), validKey, value);
+    if (builder.fits()) return PropertyListDictionarySnapshot(builder.finish());
   }
-  Builder builder;
-  for (const Entry& entry : entries()) builder.copy(entry);
-  builder.add(key, value);
-  return PropertyListDictionarySnapshot(builder.finish());
+  return build(entries(), validKey, value);
+}
+
+PropertyListDictionarySnapshot PropertyListDictionarySnapshot::build(std::span<const Entry> entries,
+                                                                     const std::string& key, const Value& value) {
+  for (const std::size_t referenceSize : kReferenceSizes) {
+    Builder builder(referenceSize);
+    for (auto entry = entries.begin(); entry != entries.end() && builder.fits(); ++entry) builder.copy(*entry);
+    if (!value.isNil()) builder.set(builder.find(key), key, value);
+    if (builder.fits()) return PropertyListDictionarySnapshot(builder.finish());
+  }
+  throw std::length_error("too large a property list");
 }
 
 PropertyListDictionarySnapshot PropertyListDictionarySnapshot::ofEntries(std::span<const Entry> entries) {
-  Builder builder;
-  for (const Entry& entry : entries) builder.copy(entry);
-  return PropertyListDictionarySnapshot(builder.finish());
+  return build(entries, {}, {});
 }
 
 std::size_t countForEntry(const Array& elements, std::size_t first, const Value& rest) {

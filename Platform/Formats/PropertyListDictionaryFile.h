@@ -76,6 +76,9 @@ class PropertyListDictionarySnapshot {
  private:
   struct State;
   class Builder;
+  // A new file of the entries, and of one with the key, unless the value is nil.
+  static PropertyListDictionarySnapshot build(std::span<const Entry> entries, const std::string& key,
+                                              const Value& value);
   explicit PropertyListDictionarySnapshot(std::shared_ptr<const State> state) : state_(std::move(state)) {}
 
   std::shared_ptr<const State> state_;

@@ -39,18 +39,11 @@ std::string_view numberPart(std::string_view text) noexcept {
 std::string textOfDouble(double value) {
   if (std::isnan(value)) return "nan";
   if (std::isinf(value)) return value > 0 ? "inf" : "-inf";
+  const double magnitude = std::abs(value);
+  const bool isFixed = magnitude == 0 || (magnitude >= 1e-4 && magnitude < 1e17);
   char text[32];
-  const auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::scientific).ptr;
-  // "d.ddde+XX"; between 1e-4 and 1e17 without an exponent.
-  const std::string_view scientific(text, static_cast<std::size_t>(end - text));
-  const std::size_t mark = scientific.find('e');
-  int exponent = 0;
-  const char* exponentText = text + mark + 1 + (text[mark + 1] == '+' ? 1 : 0);
-  std::from_chars(exponentText, end, exponent);
-  if (exponent < -4 || exponent > 16) return std::string(scientific);
-  char fixed[64];
-  const auto fixedEnd = std::to_chars(fixed, fixed + sizeof fixed, value, std::chars_format::fixed).ptr;
-  return std::string(fixed, fixedEnd);
+  const auto format = isFixed ? std::chars_format::fixed : std::chars_format::scientific;
+  return std::string(text, std::to_chars(text, text + sizeof text, value, format).ptr);
 }
 
 std::string fixedTextOfDouble(double value, int digits) {

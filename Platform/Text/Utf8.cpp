@@ -31,11 +31,13 @@ Sequence firstSequence(std::string_view text) noexcept {
 
 // The position of the first byte that is not ASCII, from `position` on, or the end.
 std::size_t asciiPrefix(std::string_view text, std::size_t position) noexcept {
-  std::uint64_t block;
-  for (; text.size() - position >= sizeof block; position += sizeof block) {
+  const auto isNext = [&](auto block) {
+    if (text.size() - position < sizeof block) return false;
     std::memcpy(&block, text.data() + position, sizeof block);
-    if ((block & 0x8080808080808080U) != 0) break;
-  }
+    return (block & static_cast<decltype(block)>(0x8080808080808080U)) == 0;
+  };
+  while (isNext(std::uint64_t{})) position += 8;
+  if (isNext(std::uint32_t{})) position += 4;
   while (position < text.size() && static_cast<unsigned char>(text[position]) < 0x80) ++position;
   return position;
 }

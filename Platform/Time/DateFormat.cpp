@@ -174,11 +174,14 @@ std::optional<std::string> textOfDate(Date date, std::string_view pattern, std::
   return text;
 }
 
-std::optional<std::string> isoTextOfDate(Date date, std::int64_t secondsFromGMT) {
+std::string isoTextOfDate(Date date, std::int64_t secondsFromGMT, std::string_view zone) {
+  std::string text;
   const auto fields = fieldsOfDate(date, secondsFromGMT);
-  if (!fields) return std::nullopt;
+  if (!fields) return text;
   const CivilTime& time = fields->time;
-  std::string text("yyyy-MM-ddTHH:mm:ss.SSS");
+  constexpr std::string_view kPattern = "yyyy-MM-ddTHH:mm:ss.SSS";
+  text.reserve(kPattern.size() + zone.size());
+  text.append(kPattern).append(zone);
   writeNumber(static_cast<int>(time.year), &text[0], 4);
   writeNumber(time.month, &text[5], 2);
   writeNumber(time.day, &text[8], 2);

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <functional>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "Platform/Text/Utf8.h"
@@ -27,55 +27,24 @@ constexpr int kMaxDestructionDepth = 64;
 
 thread_local int destructionDepth = 0;
 // Set while the outermost queueing destructor empties its queue.
-thread_local std::vector<std::variant<Array, Dictionary>>* destructionQueue = nullptr;
-
-// A container as copies of a Value share it.
-template <typename T>
-class Shared final : public T {
- public:
-  explicit Shared(T content) : T(std::move(content)) {}
-  Shared(const Shared&) = delete;
-  Shared& operator=(const Shared&) = delete;
-  ~Shared() {
-    if (destructionDepth < kMaxDestructionDepth) {
-      ++destructionDepth;
-      T::clear();
-      --destructionDepth;
-    } else if (destructionQueue) {
-      destructionQueue->emplace_back(static_cast<T&&>(*this));
-    } else {
-      std::vector<std::variant<Array, Dictionary>> queue;
-      destructionQueue = &queue;
-      T::clear();
-      while (!queue.empty()) {
-        const auto next = std::move(queue.back());
-        queue.pop_back();
-      }
-      destructionQueue = nullptr;
-    }
-  }
-};
+thread_local std::vector<std::shared_ptr<const void>>* destructionQueue = nullptr;
 
 template <typename T>
-std::shared_ptr<T> makeShared(T content) {
-  return std::make_shared<Shared<T>>(std::move(content));
-}
-
-template <typename T>
-T& uniqueCopy(std::shared_ptr<T>& holder) {
+T& uniqueCopy(std::shared_ptr<const void>& holder) {
   // Only the last holder writes in place. No holder can join now: that takes a copy of this Value, which its owner does
   // not make while writing.
   if (holder.use_count() != 1) {
-    holder = makeShared(T(*holder));
-    return *holder;
+    auto copy = std::make_shared<T>(*static_cast<const T*>(holder.get()));
+    holder = copy;
+    return *copy;
   }
   // use_count() is a relaxed read. The fence orders former holders' reads before the writes that follow.
 #if defined(ZR_THREAD_SANITIZER)
-  std::shared_ptr<T>(holder).reset();  // the same by the count itself: the sanitizer does not see fences
+  std::shared_ptr<const void>(holder).reset();  // the same by the count itself: the sanitizer does not see fences
 #else
   std::atomic_thread_fence(std::memory_order_acquire);
 #endif
-  return *holder;
+  return *const_cast<T*>(static_cast<const T*>(holder.get()));
 }
 
 }  // namespace
@@ -95,53 +64,108 @@ Value plainValueOf(const Object& object) {
 }
 
 Value::Value(const char* text) {
-  if (text) *this = Value(std::string_view(text));
+  if (text) setText(text);
 }
-Value::Value(std::string text) : storage_(std::in_place_type<std::string>, std::move(text)) {
-  auto& held = *std::get_if<std::string>(&storage_);
-  if (!isValidUtf8(held)) held = validUtf8(std::move(held));
+Value::Value(std::string text) : kind_(Kind::String), text_(std::move(text)) {
+  if (!isValidUtf8(text_)) text_ = validUtf8(std::move(text_));
 }
-Value::Value(std::string_view text) : Value(std::string(text)) {}
-Value::Value(Data data) : storage_(std::make_shared<const Data>(std::move(data))) {}
-Value::Value(URL url) : storage_(std::make_shared<const URL>(URL{validUtf8(std::move(url.absoluteString))})) {}
-Value::Value(Array array) : storage_(makeShared(std::move(array))) {}
-Value::Value(Dictionary dictionary) : storage_(makeShared(std::move(dictionary))) {}
+Value::Value(std::string_view text) {
+  setText(text);
+}
+Value::Value(Data data) {
+  share(Kind::Data, std::make_shared<const Data>(std::move(data)));
+}
+Value::Value(URL url) {
+  share(Kind::URL, std::make_shared<const URL>(URL{validUtf8(std::move(url.absoluteString))}));
+}
+Value::Value(Array array) {
+  share(Kind::Array, std::make_shared<Array>(std::move(array)));
+}
+Value::Value(Dictionary dictionary) {
+  share(Kind::Dictionary, std::make_shared<Dictionary>(std::move(dictionary)));
+}
 
-const Data* Value::asData() const noexcept {
-  const auto* shared = std::get_if<std::shared_ptr<const Data>>(&storage_);
-  return shared ? shared->get() : nullptr;
+// A content that needs no destruction is copied as bytes.
+Value::Value(const Value& other) {
+  if (other.kind_ == Kind::String) {
+    new (&text_) std::string(other.text_);
+  } else if (isManaged(other.kind_)) {
+    new (&shared_) std::shared_ptr<const void>(other.shared_);
+  } else {
+    std::memcpy(&integer_, &other.integer_, sizeof integer_);
+  }
+  kind_ = other.kind_;
 }
-const URL* Value::asURL() const noexcept {
-  const auto* shared = std::get_if<std::shared_ptr<const URL>>(&storage_);
-  return shared ? shared->get() : nullptr;
+
+// Only for a value that is nil.
+void Value::setText(std::string_view text) {
+  if (isValidUtf8(text)) {
+    new (&text_) std::string(text);
+  } else {
+    new (&text_) std::string(validUtf8(std::string(text)));
+  }
+  kind_ = Kind::String;
 }
-const Array* Value::asArray() const noexcept {
-  const auto* shared = std::get_if<std::shared_ptr<Array>>(&storage_);
-  return shared ? shared->get() : nullptr;
+
+void Value::take(Value& other) noexcept {
+  const Kind kind = std::exchange(other.kind_, Kind::Nil);
+  if (kind == Kind::String) {
+    new (&text_) std::string(std::move(other.text_));
+    other.text_.~basic_string();
+  } else if (isManaged(kind)) {
+    new (&shared_) std::shared_ptr<const void>(std::move(other.shared_));
+    other.shared_.~shared_ptr();
+  } else {
+    std::memcpy(&integer_, &other.integer_, sizeof integer_);
+  }
+  kind_ = kind;
 }
-const Dictionary* Value::asDictionary() const noexcept {
-  const auto* shared = std::get_if<std::shared_ptr<Dictionary>>(&storage_);
-  return shared ? shared->get() : nullptr;
+
+void Value::destroy() noexcept {
+  if (std::exchange(kind_, Kind::Nil) == Kind::String) {
+    text_.~basic_string();
+    return;
+  }
+  std::shared_ptr<const void> content = std::move(shared_);
+  shared_.~shared_ptr();
+  if (destructionDepth < kMaxDestructionDepth) {
+    ++destructionDepth;
+    content.reset();
+    --destructionDepth;
+  } else if (destructionQueue) {
+    destructionQueue->push_back(std::move(content));
+  } else {
+    std::vector<std::shared_ptr<const void>> queue;
+    destructionQueue = &queue;
+    content.reset();
+    while (!queue.empty()) {
+      content = std::move(queue.back());
+      queue.pop_back();
+      content.reset();
+    }
+    destructionQueue = nullptr;
+  }
 }
+
 std::shared_ptr<const Object> Value::asObject() const noexcept {
-  const auto* shared = std::get_if<std::shared_ptr<const Object>>(&storage_);
-  return shared ? *shared : nullptr;
+  if (kind_ != Kind::Object) return nullptr;
+  return std::static_pointer_cast<const Object>(shared_);
 }
 
 Array& Value::mutableArray() {
-  auto* shared = std::get_if<std::shared_ptr<Array>>(&storage_);
-  if (!shared) throw ValueError("no array in " + description());
-  return uniqueCopy(*shared);
+  if (!isArray()) throw ValueError("no array in " + description());
+  return uniqueCopy<Array>(shared_);
 }
 Dictionary& Value::mutableDictionary() {
-  auto* shared = std::get_if<std::shared_ptr<Dictionary>>(&storage_);
-  if (!shared) throw ValueError("no dictionary in " + description());
-  return uniqueCopy(*shared);
+  if (!isDictionary()) throw ValueError("no dictionary in " + description());
+  return uniqueCopy<Dictionary>(shared_);
 }
 
-Dictionary::Dictionary(std::initializer_list<std::pair<std::string_view, Value>> pairs) {
+Dictionary::Dictionary(std::initializer_list<Pair> pairs) {
   reserve(pairs.size());
-  for (const auto& [key, value] : pairs) setObjectNilHandledForKey(value, key);
+  for (const Pair& pair : pairs) {
+    if (!pair.value.isNil()) put(pair.key, std::move(pair.value));
+  }
 }
 
 std::size_t Dictionary::indexOf(std::string_view key) const noexcept {
@@ -194,14 +218,18 @@ Value Dictionary::objectForKey(std::string_view key) const {
 
 void Dictionary::set(std::string_view key, Value value) {
   if (value.isNil()) throw ValueError("nil for the key " + std::string(key));
-  if (!isValidUtf8(key)) return set(validUtf8(std::string(key)), std::move(value));
+  put(key, std::move(value));
+}
+
+void Dictionary::put(std::string_view key, Value&& value) {
+  if (!isValidUtf8(key)) return put(validUtf8(std::string(key)), std::move(value));
   const std::size_t index = indexOf(key);
   if (index != kNotFound) {
     entries_[index].value = std::move(value);
     return;
   }
   if (entries_.empty() && entries_.capacity() == 0) entries_.reserve(4);
-  entries_.push_back({std::string(key), std::move(value)});
+  entries_.emplace_back(key, std::move(value));
   if (entries_.size() <= kIndexedSize) return;
   if (entries_.size() * 2 > slots_.size()) {
     rebuildIndex();
@@ -214,7 +242,7 @@ void Dictionary::set(std::string_view key, Value value) {
 }
 
 void Dictionary::setObjectNilHandledForKey(Value value, std::string_view key) {
-  if (!value.isNil()) set(key, std::move(value));
+  if (!value.isNil()) put(key, std::move(value));
 }
 
 bool Dictionary::remove(std::string_view key) {

@@ -9,11 +9,11 @@
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "Platform/Export.h"
@@ -86,39 +86,51 @@ class ZR_PUBLIC Value {
  public:
   using Kind = ValueKind;
 
-  Value() noexcept = default;
+  Value() noexcept {}
   Value(std::nullptr_t) noexcept {}
-  Value(NullMarker) noexcept : storage_(NullMarker{}) {}
+  Value(NullMarker) noexcept : kind_(Kind::Null) {}
   template <std::same_as<bool> T>
-  Value(T value) noexcept : storage_(value) {}
+  Value(T value) noexcept : kind_(Kind::Bool), bool_(value) {}
   template <IntegerValue T>
   Value(T value) noexcept {
     if (std::in_range<std::int64_t>(value)) {
-      storage_ = static_cast<std::int64_t>(value);
+      kind_ = Kind::Integer;
+      integer_ = static_cast<std::int64_t>(value);
     } else {
-      storage_ = static_cast<double>(value);
+      kind_ = Kind::Double;
+      double_ = static_cast<double>(value);
     }
   }
   template <std::floating_point T>
-  Value(T value) noexcept : storage_(static_cast<double>(value)) {}
+  Value(T value) noexcept : kind_(Kind::Double), double_(static_cast<double>(value)) {}
   // A null pointer is nil.
   Value(const char* text);
   Value(std::string text);
   Value(std::string_view text);
   Value(Data data);
-  Value(Date date) noexcept : storage_(date) {}
+  Value(Date date) noexcept : kind_(Kind::Date), date_(date) {}
   Value(URL url);
   Value(Array array);
   Value(Dictionary dictionary);
   template <std::derived_from<Object> T>
   Value(std::shared_ptr<T> object) noexcept {
-    if (object) storage_ = std::shared_ptr<const Object>(std::move(object));
+    if (object) share(Kind::Object, std::shared_ptr<const Object>(std::move(object)));
   }
   // Other pointers do not convert, not even to bool.
   template <OtherPointee T>
   Value(T*) = delete;
 
-  Kind kind() const noexcept { return static_cast<Kind>(storage_.index()); }
+  Value(const Value& other);
+  // Leaves nil behind.
+  Value(Value&& other) noexcept { take(other); }
+  Value& operator=(Value other) noexcept {
+    release();
+    take(other);
+    return *this;
+  }
+  ~Value() { release(); }
+
+  Kind kind() const noexcept { return kind_; }
   bool isNil() const noexcept { return kind() == Kind::Nil; }
   bool isNull() const noexcept { return kind() == Kind::Null; }
   bool isString() const noexcept { return kind() == Kind::String; }
@@ -128,15 +140,15 @@ class ZR_PUBLIC Value {
   bool isDictionary() const noexcept { return kind() == Kind::Dictionary; }
 
   // Null if the value is of another kind. Valid until this Value is changed.
-  const bool* asBool() const noexcept { return std::get_if<bool>(&storage_); }
-  const std::int64_t* asInteger() const noexcept { return std::get_if<std::int64_t>(&storage_); }
-  const double* asDouble() const noexcept { return std::get_if<double>(&storage_); }
-  const std::string* asString() const noexcept { return std::get_if<std::string>(&storage_); }
-  const Data* asData() const noexcept;
-  const Date* asDate() const noexcept { return std::get_if<Date>(&storage_); }
-  const URL* asURL() const noexcept;
-  const Array* asArray() const noexcept;
-  const Dictionary* asDictionary() const noexcept;
+  const bool* asBool() const noexcept { return kind_ == Kind::Bool ? &bool_ : nullptr; }
+  const std::int64_t* asInteger() const noexcept { return kind_ == Kind::Integer ? &integer_ : nullptr; }
+  const double* asDouble() const noexcept { return kind_ == Kind::Double ? &double_ : nullptr; }
+  const std::string* asString() const noexcept { return kind_ == Kind::String ? &text_ : nullptr; }
+  const Data* asData() const noexcept { return sharedAs<Data>(Kind::Data); }
+  const Date* asDate() const noexcept { return kind_ == Kind::Date ? &date_ : nullptr; }
+  const URL* asURL() const noexcept { return sharedAs<URL>(Kind::URL); }
+  const Array* asArray() const noexcept { return sharedAs<Array>(Kind::Array); }
+  const Dictionary* asDictionary() const noexcept { return sharedAs<Dictionary>(Kind::Dictionary); }
   // The shared object itself; null if the value is no object.
   std::shared_ptr<const Object> asObject() const noexcept;
   template <std::derived_from<Object> T>
@@ -165,17 +177,34 @@ class ZR_PUBLIC Value {
   friend ZR_PUBLIC bool operator==(const Value& left, const Value& right);
 
  private:
-  using Storage = std::variant<std::monostate, NullMarker, bool, std::int64_t, double, std::string,
-                               std::shared_ptr<const Data>, Date, std::shared_ptr<const URL>, std::shared_ptr<Array>,
-                               std::shared_ptr<Dictionary>, std::shared_ptr<const Object>>;
-  template <Kind kKind>
-  using Alternative = std::variant_alternative_t<static_cast<std::size_t>(kKind), Storage>;
-  // kind() is the alternative's index.
-  static_assert(std::variant_size_v<Storage> == static_cast<std::size_t>(Kind::Object) + 1);
-  static_assert(std::same_as<Alternative<Kind::Bool>, bool> && std::same_as<Alternative<Kind::Double>, double> &&
-                std::same_as<Alternative<Kind::Date>, Date> &&
-                std::same_as<Alternative<Kind::Dictionary>, std::shared_ptr<Dictionary>>);
-  Storage storage_;
+  // Whether a content of that kind must be destroyed.
+  static bool isManaged(Kind kind) noexcept { return kind >= Kind::String && kind != Kind::Date; }
+  template <typename T>
+  const T* sharedAs(Kind kind) const noexcept {
+    return kind_ == kind ? static_cast<const T*>(shared_.get()) : nullptr;
+  }
+  // Only for a value that is nil.
+  void share(Kind kind, std::shared_ptr<const void> content) noexcept {
+    new (&shared_) std::shared_ptr<const void>(std::move(content));
+    kind_ = kind;
+  }
+  void setText(std::string_view text);
+  void take(Value& other) noexcept;
+  void release() noexcept {
+    if (isManaged(kind_)) destroy();
+  }
+  void destroy() noexcept;
+
+  Kind kind_ = Kind::Nil;
+  union {
+    bool bool_;
+    std::int64_t integer_ = 0;
+    double double_;
+    Date date_;
+    std::string text_;
+    // Data, URL, array, dictionary or object.
+    std::shared_ptr<const void> shared_;
+  };
 };
 
 // The object's plain value. Where that is an object again, against the rule, its plain value, and so on for eight
@@ -187,14 +216,20 @@ ZR_PUBLIC Value plainValueOf(const Object& object);
 class ZR_PUBLIC Dictionary {
  public:
   struct Entry {
+    Entry(std::string_view theKey, Value&& theValue) : key(theKey), value(std::move(theValue)) {}
     std::string key;
     Value value;
+  };
+  // What an initializer list holds. The value is mutable because the dictionary moves it out of the list.
+  struct Pair {
+    std::string_view key;
+    mutable Value value;
   };
   using const_iterator = std::vector<Entry>::const_iterator;
 
   Dictionary() = default;
-  // Leaves out nil values; of a repeated key the last value holds.
-  Dictionary(std::initializer_list<std::pair<std::string_view, Value>> pairs);
+  // Leaves out nil values; of a repeated key the last value holds. Empties the list.
+  Dictionary(std::initializer_list<Pair> pairs);
 
   std::size_t size() const noexcept { return entries_.size(); }
   bool empty() const noexcept { return entries_.empty(); }
@@ -225,6 +260,7 @@ class ZR_PUBLIC Dictionary {
  private:
   static constexpr std::size_t kNotFound = static_cast<std::size_t>(-1);
   std::size_t indexOf(std::string_view key) const noexcept;
+  void put(std::string_view key, Value&& value);
   void rebuildIndex();
 
   std::vector<Entry> entries_;

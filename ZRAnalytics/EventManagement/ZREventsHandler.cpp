@@ -60,6 +60,8 @@ ZREventsHandler::ZREventsHandler()
       currentBatch_(batchCountFromConfiguration()),
       batchFile_(inDocuments("ZorvaneBatchEvents.plist"),
                  [](const std::string& failure) { logLine("Batch Events plist : %@", {failure}); }),
+      saver_(currentBatch_, batchFile_,
+             [this] { flushEventsInBackgroundAndResetWithCompletionBlock(false, false, nullptr); }),
       dumpFile_(inDocuments("zorvaneEvents.dat")),
       flushTimer_([this] { periodicSync(); }),
       sync_(reports_serial_queue_, batchFile_, [this] { cleanUp(); }),
@@ -72,60 +74,62 @@ ZREventsHandler::ZREventsHandler()
                                        [this](std::string_view name) { applicationEnteredBackground(name); });
 }
 
-void ZREventsHandler::trackEvent(const Value& name) {
-  trackEventWithPropertiesWithCompletionBlock(name, nullptr, nullptr);
+void ZREventsHandler::trackEvent(Value name) {
+  trackEventWithPropertiesWithCompletionBlock(std::move(name), nullptr, nullptr);
 }
 
-void ZREventsHandler::trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties) {
-  trackEventWithPropertiesWithCompletionBlock(name, std::move(properties), nullptr);
+void ZREventsHandler::trackEventWithProperties(Value name, std::shared_ptr<const ZRProperties> properties) {
+  trackEventWithPropertiesWithCompletionBlock(std::move(name), std::move(properties), nullptr);
 }
 
-void ZREventsHandler::trackEventWithPropertiesWithCompletionBlock(const Value& name,
+void ZREventsHandler::trackEventWithPropertiesWithCompletionBlock(Value name,
                                                                   std::shared_ptr<const ZRProperties> properties,
                                                                   std::function<void()> completion) {
   bool enabled = true;
   guarded({kFile, kTrackEvent, 190}, "exception is %@", [&] {
     enabled = ZRCoreUtils::isSDKEnabled();
     if (!enabled) return;
-    reports_serial_queue_.async([this, name, properties = std::move(properties), completion = std::move(completion)] {
-      reports_serial_queue_.assertCurrent();
-      acceptEvent(name, properties, completion);
-    });
+    reports_serial_queue_.async(
+        [this, event = TrackedEvent{std::move(name), std::move(properties), std::move(completion)}]() mutable {
+          reports_serial_queue_.assertCurrent();
+          acceptEvent(event);
+        });
   });
   if (!enabled) callBlock({kFile, kTrackEvent}, "exception is %@", completion);
 }
 
-void ZREventsHandler::acceptEvent(const Value& name, const std::shared_ptr<const ZRProperties>& properties,
-                                  const std::function<void()>& completion) {
+void ZREventsHandler::acceptEvent(TrackedEvent& event) {
   bool handled = false;
+  // A further task, so that the event lands behind whatever the session check queued. The completion is copied: if the
+  // task cannot be posted, it is still to be called.
+  const auto record = [&] {
+    reports_serial_queue_.async(
+        [this, accepted = TrackedEvent{std::move(event.name), std::move(event.properties), event.completion}] {
+          reports_serial_queue_.assertCurrent();
+          recordAcceptedEvent(accepted);
+        });
+    handled = true;
+  };
   guarded({kFile, kTrackEvent}, "exception is %@", [&] {
-    handled = !shouldEventBeTrackedWithName(name);
+    handled = !shouldEventBeTrackedWithName(event.name);
     if (handled) return;
     ZRSessionManager::sharedSessionManager().checkSessionForEventWithPropertiesWithCompletionBlock(
-        name, properties.get(), [&] {
-          // A further task, so that the event lands behind whatever the session check queued.
-          reports_serial_queue_.async([this, name, properties, completion] {
-            reports_serial_queue_.assertCurrent();
-            recordAcceptedEvent(name, properties.get(), completion);
-          });
-          handled = true;
-        });
+        event.name, event.properties.get(), std::ref(record));
   });
   // The event is lost; whoever waits for it goes on.
-  if (!handled) callBlock({kFile, kTrackEvent}, "exception is %@", completion);
+  if (!handled) callBlock({kFile, kTrackEvent}, "exception is %@", event.completion);
 }
 
-void ZREventsHandler::recordAcceptedEvent(const Value& name, const ZRProperties* properties,
-                                          const std::function<void()>& completion) {
+void ZREventsHandler::recordAcceptedEvent(const TrackedEvent& event) {
   bool rejected = false;
   guarded({kFile, kTrackEvent}, "exception is %@", [&] {
     reports_serial_queue_.assertCurrent();
     // The user or the service may have decided otherwise meanwhile.
     if (!ZRCoreUtils::isSDKEnabled()) return;
-    rejected = !isTrackingAllowed(*name.asString());
-    if (!rejected) recordEvent(name, properties);
+    rejected = !isTrackingAllowed(*event.name.asString());
+    if (!rejected) recordEvent(event.name, event.properties.get());
   });
-  if (!rejected) callBlock({kFile, kTrackEvent}, "exception is %@", completion);
+  if (!rejected) callBlock({kFile, kTrackEvent}, "exception is %@", event.completion);
 }
 
 void ZREventsHandler::recordEvent(const Value& name, const ZRProperties* properties) {
@@ -187,7 +191,7 @@ Dictionary ZREventsHandler::makeRecord(const Value& name, const ZRProperties* pr
   record.reserve(6);
   record.set(kReportsKeyEventName, name);
   if (properties && !properties->getAttributesDict().empty()) {
-    record.set(kReportsKeyEventAttrs, properties->getAttributesDict());
+    record.set(kReportsKeyEventAttrs, properties->plainAttributes());
   }
   record.set(kReportsKeyGMT_Time, ZRDateUtils::getGMTtime());
   record.set(kReportsKeyDevice_Time, ZRDateUtils::getLocalTime());
@@ -203,12 +207,15 @@ Dictionary ZREventsHandler::makeRecord(const Value& name, const ZRProperties* pr
   return record;
 }
 
-void ZREventsHandler::checkForTriggersForEventAndEventDict(const Value& name, Dictionary eventDict) {
+void ZREventsHandler::checkForTriggersForEventAndEventDict(const Value& name, const Dictionary& record) {
   const ZRAnalytics& facade = ZRAnalytics::sharedInstance();
+  std::optional<Dictionary> eventDict;  // both delegates get the same copy
   const auto tell = [&](const std::shared_ptr<ZREventTriggerDelegate>& delegate) {
     if (!delegate) return;
-    guarded({kFile, "checkForTriggersForEventAndEventDict"}, "exception is %@",
-            [&] { delegate->eventTrackedWithNameAndEventAttr(name, eventDict); });
+    guarded({kFile, "checkForTriggersForEventAndEventDict"}, "exception is %@", [&] {
+      if (!eventDict) eventDict = record;
+      delegate->eventTrackedWithNameAndEventAttr(name, *eventDict);
+    });
   };
   tell(facade.inappTriggerDelegate());
   // Read after the first call, which may have set another messaging delegate.
@@ -216,64 +223,13 @@ void ZREventsHandler::checkForTriggersForEventAndEventDict(const Value& name, Di
 }
 
 void ZREventsHandler::addEventToViewInfoWithEventDict(Dictionary eventDict) {
-  const Value name = validObjectForKey(eventDict, kReportsKeyEventName);
-  const bool batchIsFull = currentBatch_.append(std::move(eventDict));
-  if (batchIsFull ||
-      (name.isString() && ZRConfigDataManager::sharedInstance().isEventInstantFlushEvent(*name.asString()))) {
-    flushWithCompletionBlock(nullptr);
-  }
+  const Value* const name = eventDict.find(kReportsKeyEventName);
+  const bool isInstant =
+      name && name->isString() && ZRConfigDataManager::sharedInstance().isEventInstantFlushEvent(*name->asString());
+  if (currentBatch_.append(std::move(eventDict)) || isInstant) saver_.saveSoon();
 }
 
 // --- Batch store
-
-void ZREventsHandler::saveCurrentBatch() {
-  guarded({kFile, "saveCurrentBatch"}, "exception is %@", [this] { storeCurrentBatch(); });
-}
-
-void ZREventsHandler::storeCurrentBatch() {
-  const ZRTurn::Scope turn(saveTurn_);
-  std::uint64_t generation = 0;
-  Array events = currentBatch_.take(generation);
-  if (events.empty()) return;
-  Dictionary batches;
-  ZRBatchFile::Outcome outcome = ZRBatchFile::Outcome::Failed;
-  try {
-    constexpr ReportSite kSite{kFile, "saveCurrentBatch"};
-    Dictionary rest{{kBatchKeyRequestTime, requestTimeNow()}};
-    ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
-    if (auto session = sessions.getCurrentSessionInfoDict()) rest.set(kBatchKeySession, *std::move(session));
-    rest.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSite));
-    sessions.saveNewSession();
-    const Value plain = withoutObjects(events, kSite);
-    std::size_t tooLarge = 0;
-    for (std::size_t first = 0, count = 0; first < events.size(); first += std::max<std::size_t>(count, 1)) {
-      count = platform::countForEntry(*plain.asArray(), first, rest);
-      if (count == 0) {
-        ++tooLarge;
-        continue;
-      }
-      const auto begin = plain.asArray()->begin() + static_cast<std::ptrdiff_t>(first);
-      const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
-      Dictionary batch = rest;
-      batch.set(kBatchKeyEvents, Array(begin, begin + static_cast<std::ptrdiff_t>(count)));
-      batch.set(kBatchKeyBatchID, batchID);
-      batches.set(batchID, std::move(batch));
-    }
-    outcome = batchFile_.store(batches);
-    if (outcome != ZRBatchFile::Outcome::Done) tooLarge = 0;
-    for (; tooLarge > 0; --tooLarge) {
-      logLine("Batch Events plist : an event is too large to be saved and is dropped");
-    }
-  } catch (...) {
-    currentBatch_.putBack(std::move(events), generation);
-    throw;
-  }
-  if (outcome == ZRBatchFile::Outcome::Failed) currentBatch_.putBack(std::move(events), generation);
-  // Cleared while it was stored.
-  if (outcome == ZRBatchFile::Outcome::Done && currentBatch_.generation() != generation) {
-    for (const auto& [batchID, batch] : batches) (void)batchFile_.remove({batchID});
-  }
-}
 
 void ZREventsHandler::writeEventsToFileWithBatchID(const Value& events, const Value& batchID) {
   guarded({kFile, "writeEventsToFileWithBatchID", 708}, "Exception : %@", [&] {
@@ -353,8 +309,7 @@ void ZREventsHandler::dropOptedOutEvents() {
   guarded({kFile, "dropOptedOutEvents"}, "exception is %@", [this] {
     reports_serial_queue_.async([this] {
       reports_serial_queue_.assertCurrent();
-      const ZRTurn::Scope turn(saveTurn_);
-      currentBatch_.keepIf([this](const Value& record) {
+      saver_.keepIf([this](const Value& record) {
         const Dictionary* event = record.asDictionary();
         const Value name = event ? event->objectForKey(kReportsKeyEventName) : Value();
         return ZRCoreUtils::isSDKEnabled() && name.isString() && isTrackingAllowed(*name.asString());

@@ -11,6 +11,7 @@
 
 #include "Platform/Dispatch/Queue.h"
 #include "ZRAnalytics/EventManagement/ZRBatchFile.h"
+#include "ZRAnalytics/EventManagement/ZRBatchSaver.h"
 #include "ZRAnalytics/EventManagement/ZRCurrentBatch.h"
 #include "ZRAnalytics/EventManagement/ZRDumpFile.h"
 #include "ZRAnalytics/EventManagement/ZRFlushTimer.h"
@@ -22,9 +23,9 @@
 namespace zorvane {
 
 // Events are accepted, recorded and gathered in the current batch on one serial queue. A full batch is saved to the
-// batch file and sent as one request. It leaves the file only after the service accepted it. Operations may be called
-// from any thread unless they say otherwise, and throw nothing: errors are logged. The record, the batch and the
-// request: docs/formats.md.
+// batch file by a background task, in one write with others that fill meanwhile, and sent as one request. It leaves the
+// file only after the service accepted it. Operations may be called from any thread unless they say otherwise, and
+// throw nothing: errors are logged. The record, the batch and the request: docs/formats.md.
 class ZREventsHandler {
  public:
   using FlushCompletion = ZRFlushCompletion;
@@ -37,9 +38,9 @@ class ZREventsHandler {
   // of these calls. The completion is called on the event queue once the event is recorded, or lost by an error; at
   // once, on the caller's thread, when the SDK is disabled (on the event queue when it is disabled meanwhile); never
   // when the event is rejected or cannot be posted to the queue.
-  void trackEvent(const Value& name);
-  void trackEventWithProperties(const Value& name, std::shared_ptr<const ZRProperties> properties);
-  void trackEventWithPropertiesWithCompletionBlock(const Value& name, std::shared_ptr<const ZRProperties> properties,
+  void trackEvent(Value name);
+  void trackEventWithProperties(Value name, std::shared_ptr<const ZRProperties> properties);
+  void trackEventWithPropertiesWithCompletionBlock(Value name, std::shared_ptr<const ZRProperties> properties,
                                                    std::function<void()> completion);
   bool shouldEventBeTrackedWithName(const Value& name) const;
   // Whether the name is on the module's own list of events that are tracked despite an opt-out. The service's list is
@@ -60,10 +61,8 @@ class ZREventsHandler {
 
   // "ZorvaneBatchEvents.plist" in the documents directory.
   std::string eventsPlistFilePath() const { return batchFile_.path(); }
-  // Moves the current batch into the batch file, under the current session and its sources; as several batches if it is
-  // too large to be decoded as one (platform::countForEntry). When the file cannot be written, its events go back to
-  // the current batch (ZRCurrentBatch::putBack). If another thread is saving, waits for that save first.
-  void saveCurrentBatch();
+  // Moves the current batch into the batch file, under the current session and its sources (ZRBatchSaver::save).
+  void saveCurrentBatch() { saver_.save(); }
   // The saved batches; none without a file; absent when the file cannot be read.
   std::optional<std::vector<ZRStoredBatch>> getBatches() { return batchFile_.load(); }
   void writeEventsToFileWithBatchID(const Value& events, const Value& batchID);
@@ -118,22 +117,26 @@ class ZREventsHandler {
   // Whether the user's choice allows the event.
   bool isTrackingAllowed(std::string_view name) const;
   static Dictionary makeRecord(const Value& name, const ZRProperties* properties);
-  void acceptEvent(const Value& name, const std::shared_ptr<const ZRProperties>& properties,
-                   const std::function<void()>& completion) ZR_REQUIRES(reports_serial_queue_);
-  void recordAcceptedEvent(const Value& name, const ZRProperties* properties, const std::function<void()>& completion)
-      ZR_REQUIRES(reports_serial_queue_);
+  // An event on its way to the current batch.
+  struct TrackedEvent {
+    Value name;
+    std::shared_ptr<const ZRProperties> properties;
+    std::function<void()> completion;
+  };
+  void acceptEvent(TrackedEvent& event) ZR_REQUIRES(reports_serial_queue_);
+  void recordAcceptedEvent(const TrackedEvent& event) ZR_REQUIRES(reports_serial_queue_);
   void recordEvent(const Value& name, const ZRProperties* properties) ZR_REQUIRES(reports_serial_queue_);
-  void checkForTriggersForEventAndEventDict(const Value& name, Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
+  // Calls the delegates with a copy of the record.
+  void checkForTriggersForEventAndEventDict(const Value& name, const Dictionary& record)
+      ZR_REQUIRES(reports_serial_queue_);
   void addEventToViewInfoWithEventDict(Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
-  void storeCurrentBatch();
   void sendDumpFile();
 
   const std::unique_ptr<platform::Queue> ownedQueue_;
   platform::Queue& reports_serial_queue_;
   ZRCurrentBatch currentBatch_;
-  // Held by the thread that is saving the current batch.
-  ZRTurn saveTurn_;
   ZRBatchFile batchFile_;
+  ZRBatchSaver saver_;
   ZRDumpFile dumpFile_;
   // Held by the thread that reads and removes the dump file.
   ZRTurn dumpTurn_;

@@ -57,8 +57,8 @@ class Collector:
         """(number, session) of each stored event that has a number."""
         with contextlib.closing(sqlite3.connect(self.database)) as database:
             rows = database.execute(
-                "SELECT e.attributes, b.session_id FROM events e JOIN batches b ON b.id = e.batch").fetchall()
-        attributes = ((json.loads(text or "{}"), session) for text, session in rows)
+                "SELECT e.raw, b.session_id FROM events e JOIN batches b ON b.id = e.batch").fetchall()
+        attributes = ((json.loads(text).get("EVENT_ATTRS", {}), session) for text, session in rows)
         return [(held["n"], session) for held, session in attributes if "n" in held]
 
 

@@ -186,7 +186,9 @@ TEST(Value, CopiesAreIndependent) {
   const Array* unshared = copy.asArray();
   copy.mutableArray().push_back(3);
   EXPECT_EQ(copy.asArray(), unshared);
-  EXPECT_THROW(copy.mutableDictionary(), ValueError);
+  copy = copy.asArray()->at(1);  // an element of itself
+  EXPECT_EQ(copy, Value(Dictionary{{"a", 2}}));
+  EXPECT_THROW(copy.mutableArray(), ValueError);
   EXPECT_THROW(Value().mutableArray(), ValueError);
 }
 

@@ -125,16 +125,19 @@ TEST_F(ServerTest, AReportStandsInEveryTableAndOnce) {
   EXPECT_EQ(query("SELECT bid || ' ' || app_id || ' ' || request_time || ' ' || session_id || ' ' || start_time || ' ' "
                   "|| user_id || ' ' || segment_id || ' ' || unique_id FROM batches ORDER BY id"),
             "1-A My\nApp now S1 then 42 seg device-1; 1-B My\nApp now S1 then 42 seg device-1");
-  EXPECT_EQ(query("SELECT position || name || non_interactive || gmt_time || local_time || (attributes IS NULL) FROM "
-                  "events WHERE batch = 1 ORDER BY position"),
-            "0Bought1gl0; 1Left0g2l21");
-  EXPECT_EQ(json::parse(query("SELECT raw FROM events WHERE id = 1")), report("1-A")["viewsInfo"][0]);
-  EXPECT_EQ(query("SELECT name || ' ' || section || ' ' || type || ' ' || coalesce(value, '-') || ' ' || typeof(value) "
-                  "FROM attributes WHERE event = 1 ORDER BY id"),
-            "b plain boolean 1 integer; d plain real 2.5 real; i plain integer 9223372036854775807 integer; "
-            "l plain json [1,2] text; n plain null - null; s plain text it's text; "
-            "u plain integer 18446744073709551615 text; t timestamp real 1.5 real; t timestamp integer 2 integer; "
-            "p location text 1.0,2.0 text");
+  EXPECT_EQ(query("SELECT id || name || module || gmt_time FROM events WHERE batch = 1 ORDER BY id"),
+            "1000001Bought0g; 1000002Left0g2");
+  EXPECT_EQ(json::parse(query("SELECT raw FROM events WHERE id = 1000001")), report("1-A")["viewsInfo"][0]);
+  EXPECT_EQ(query("SELECT name || ' ' || section || ' ' || type || ' ' || coalesce(value, '-') FROM attributes "
+                  "WHERE event = 1000001"),
+            "b plain true 1; d plain real 2.5; i plain integer 9223372036854775807; l plain array [1,2]; "
+            "n plain null -; s plain text it's; u plain integer 1.84467440737096e+19; p location text 1.0,2.0; "
+            "t timestamp real 1.5; t timestamp integer 2");
+  EXPECT_EQ(query("SELECT user_id || unique_id || session_id || first_batch || last_batch || batches || events FROM "
+                  "visits"),
+            "42device-1S11324");
+  EXPECT_EQ(query("SELECT kind || ' ' || name || ' ' || sum(number) FROM arrivals GROUP BY kind, name"),
+            "duplicate  1; event Bought 2; event Left 2");
   EXPECT_EQ(query("SELECT session_id || start_time || first_batch FROM sessions"), "S1then1");
   EXPECT_EQ(query("SELECT source || coalesce(extras, '') FROM sources ORDER BY id"), "mail{\"x\":1}; ad");
   EXPECT_EQ(summary(), json::parse(R"({"requests": {"200": 3}, "batches": 2, "events": 4, "sessions": 1, "sources": 2,
@@ -207,6 +210,10 @@ TEST_F(ServerTest, RefusedRequestsAreCountedAndLeaveNothingElse) {
   EXPECT_EQ(post("/v1/report/" + std::string(8000, 'a'), "{}"), 400);
   EXPECT_EQ(client().Put("/v1/report/A", "{}", "application/json")->status, 405);
   EXPECT_EQ(summary()["requests"], json::parse(R"({"200": 2, "400": 3, "401": 2})"));
+  EXPECT_EQ(query("SELECT signature || ' ' || expected || ' ' || user_id || events || names FROM requests WHERE "
+                  "status = 401 AND signature = 'wrong'"),
+            "wrong " + *signatureOf(report("1-A")) + " 422[\"Bought\",\"Left\"]");
+  EXPECT_EQ(query("SELECT body FROM requests WHERE error LIKE 'not JSON%'"), "\xef\xbf\xbd{");
   EXPECT_EQ(summary()["signatures_checked"], 2);
   EXPECT_EQ(summary()["signatures_bad"], 2);
   EXPECT_EQ(summary()["batches"], 2);
@@ -343,6 +350,22 @@ TEST_F(ServerTest, APageOfAnotherSiteGetsNothing) {
   }
 }
 
+TEST_F(ServerTest, AFileOfAnotherReleaseIsRefused) {
+  {
+    soci::session session;
+    openSQLite(session, options_.database);
+    session << "PRAGMA user_version = 1";
+  }
+  try {
+    start();
+    FAIL();
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(std::string(error.what()),
+              "cannot use the database " + options_.database +
+                  ": another release wrote it (tables of version 1, not 2); name a new file");
+  }
+}
+
 TEST_F(ServerTest, OnlyTheOwnerReadsTheFilesAndNoLinkIsFollowed) {
   const auto permissionsOf = [](const std::filesystem::path& path) {
     return std::filesystem::status(path).permissions();
@@ -386,6 +409,7 @@ TEST_F(ServerTest, FaultsComeWhereTheyWereAskedFor) {
   EXPECT_EQ(send("2"), 200);
   EXPECT_EQ(send("5"), -1);
   EXPECT_EQ(query("SELECT group_concat(bid, ' ') FROM batches"), "1 2 5");
+  EXPECT_EQ(query("SELECT bid || injected FROM requests WHERE injected IS NOT NULL"), "2dropped; 3failed; 5dropped");
   EXPECT_EQ(summary()["requests"], json::parse(R"({"0": 2, "200": 2, "503": 1})"));
   EXPECT_EQ(summary()["duplicates"], 1);
   EXPECT_EQ(record()[1]["status"], 0);

@@ -70,13 +70,12 @@ bool isStoredAsItIs(const Dictionary::Entry& attribute) {
 }  // namespace
 
 std::shared_ptr<ZRProperties> ZRProperties::initWithAttributes(Dictionary attributes) {
-  auto properties = std::make_shared<ZRProperties>();
   if (std::all_of(attributes.begin(), attributes.end(), isStoredAsItIs)) {
-    properties->attributeDict_ = std::move(attributes);
-  } else {
-    properties->attributeDict_.reserve(attributes.size());
-    for (const auto& [name, value] : attributes) properties->addAttributeWithName(value, name);
+    return std::make_shared<ZRProperties>(std::move(attributes));
   }
+  auto properties = std::make_shared<ZRProperties>();
+  properties->attributeDict().reserve(attributes.size());
+  for (const auto& [name, value] : attributes) properties->addAttributeWithName(value, name);
   return properties;
 }
 
@@ -96,7 +95,7 @@ void ZRProperties::addAttributeWithName(const Value& value, const Value& name) {
     } else if (auto location = value.asObject<ZRGeoLocation>()) {
       addLocationAttributeWithName(location, name);
     } else {
-      attributeDict_.setObjectNilHandledForKey(transformAttrForIncompatibleTypes(value), *name.asString());
+      attributeDict().setObjectNilHandledForKey(transformAttrForIncompatibleTypes(value), *name.asString());
     }
   });
 }

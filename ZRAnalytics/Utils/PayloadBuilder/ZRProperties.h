@@ -16,7 +16,11 @@ namespace zorvane {
 // throws. An attribute without a name or a value, or with an unparsable date, is left out with a log line.
 class ZR_PUBLIC ZRProperties {
  public:
-  ZRProperties() = default;
+  ZRProperties() : ZRProperties(Dictionary()) {}
+  // The attributes become the plain section as they are.
+  explicit ZRProperties(Dictionary plain) : attributeDict_(std::move(plain)) {}
+  ZRProperties(const ZRProperties&) = default;
+  ZRProperties& operator=(const ZRProperties&) = default;
   // Calls addAttributeWithName for each pair; null means no attributes.
   static std::shared_ptr<ZRProperties> initWithAttributes(Dictionary attributes);
   static std::shared_ptr<ZRProperties> initWithAttributes(const Dictionary* attributes);
@@ -38,11 +42,14 @@ class ZR_PUBLIC ZRProperties {
   bool isNonInteractiveEvent() const { return isNonInteractive_; }
 
   // The live containers. The arrays hold dictionaries of one pair, in the order added.
-  const Dictionary& getAttributesDict() const { return attributeDict_; }
+  const Dictionary& getAttributesDict() const { return *attributeDict_.asDictionary(); }
   const Array& getDateTimeAttributesArray() const { return dateAttrArray_; }
   const Array& getLocationAttributesArray() const { return locationAttrArray_; }
 
-  Dictionary& attributeDict() { return attributeDict_; }
+  // The plain section, shared until one side changes it: a copy of this value keeps what stands here now.
+  const Value& plainAttributes() const { return attributeDict_; }
+
+  Dictionary& attributeDict() { return attributeDict_.mutableDictionary(); }
   void setAttributeDict(Dictionary attributes) { attributeDict_ = std::move(attributes); }
   Array& dateAttrArray() { return dateAttrArray_; }
   void setDateAttrArray(Array attributes) { dateAttrArray_ = std::move(attributes); }
@@ -57,7 +64,7 @@ class ZR_PUBLIC ZRProperties {
 
  private:
   bool isNonInteractive_ = false;
-  Dictionary attributeDict_;
+  Value attributeDict_;
   Array dateAttrArray_;
   Array locationAttrArray_;
 };

@@ -1,0 +1,106 @@
+#include "Collector/Contents.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <utility>
+
+namespace zorvane::collector {
+
+namespace {
+
+constexpr std::string_view kModuleEvents[] = {
+    "EVENT_ACTION_DEVICE_ATTRIBUTE",
+    "EVENT_ACTION_IOS_SESSION_END",
+    "EVENT_ACTION_IOS_SESSION_START",
+    "EVENT_ACTION_USER_ATTRIBUTE",
+    "INSTALL",
+    "REINSTALL",
+    "UPDATE",
+    "ZRV_APP_EXIT",
+    "ZRV_LOGOUT",
+};
+
+// Seconds; one of them is the name of a delay.
+constexpr std::pair<double, std::string_view> kDelays[] = {{1, "1"},     {10, "10"},     {60, "60"},
+                                                           {600, "600"}, {3600, "3600"}, {86400, "86400"}};
+// A clock may run that much ahead.
+constexpr double kClockTolerance = 1;
+
+Text identifierOf(const json& object, const char* key) {
+  Text text = textOf(object, key);
+  return text && text->empty() ? std::nullopt : text;
+}
+
+}  // namespace
+
+Text textOf(const json& object, const char* key) {
+  const auto found = object.find(key);
+  if (found == object.end() || found->is_null()) return std::nullopt;
+  return found->is_string() ? found->get<std::string>() : found->dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+const json& sectionOf(const json& object, const char* key) {
+  static const json none = json::object();
+  const auto found = object.find(key);
+  return found == object.end() ? none : *found;
+}
+
+Contents contentsOf(const json& body) {
+  Contents contents;
+  const json& meta = sectionOf(body, "meta");
+  const json& session = sectionOf(meta, "session");
+  const json& identifiers = sectionOf(body, "identifiers");
+  contents.requestTime = textOf(meta, "request_time");
+  contents.sessionID = identifierOf(session, "session_id");
+  contents.startTime = textOf(session, "start_time");
+  contents.userID = identifierOf(identifiers, "zrv_user_id");
+  contents.segmentID = identifierOf(identifiers, "segment_id");
+  contents.uniqueID = identifierOf(sectionOf(body, "query_params"), "unique_id");
+  const json& events = sectionOf(body, "viewsInfo");
+  if (!events.is_array()) return contents;
+  contents.events = static_cast<std::int64_t>(events.size());
+  for (const json& event : events) {
+    const auto name = event.find("EVENT_ACTION");
+    if (name != event.end() && name->is_string()) ++contents.names[name->get_ref<const std::string&>()];
+  }
+  return contents;
+}
+
+bool isModuleEvent(std::string_view name) {
+  return std::ranges::binary_search(kModuleEvents, name);
+}
+
+std::string timeNow() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+  const std::time_t seconds = static_cast<std::time_t>(milliseconds / 1000);
+  std::tm parts{};
+  gmtime_r(&seconds, &parts);
+  char text[64];
+  const std::size_t size = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+  std::snprintf(text + size, sizeof text - size, ".%03dZ", static_cast<int>(milliseconds % 1000));
+  return text;
+}
+
+std::optional<double> secondsOf(const std::string& time) {
+  std::tm parts{};
+  const char* const rest = ::strptime(time.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
+  int milliseconds = 0;
+  int end = 0;
+  if (!rest) return std::nullopt;
+  if (*rest == '.' && (std::sscanf(rest, ".%3d%n", &milliseconds, &end) != 1 || end != 4)) return std::nullopt;
+  if (std::string_view(rest + end) != "Z") return std::nullopt;
+  return static_cast<double>(::timegm(&parts)) + milliseconds / 1000.0;
+}
+
+std::string_view delayName(double seconds) {
+  if (seconds < -kClockTolerance) return "ahead";
+  for (const auto& [bound, name] : kDelays) {
+    if (seconds <= bound) return name;
+  }
+  return "";
+}
+
+}  // namespace zorvane::collector

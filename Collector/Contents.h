@@ -1,0 +1,42 @@
+// What the body of a request says. Pure functions.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Collector/Checks.h"
+
+namespace zorvane::collector {
+
+using Text = std::optional<std::string>;
+
+// Of a body of any shape; what cannot be read is absent. An empty identifier is absent.
+struct Contents {
+  Text requestTime, sessionID, startTime, userID, segmentID, uniqueID;
+  std::map<std::string, std::int64_t> names;  // of the events, with their numbers
+  std::int64_t events = 0;
+};
+Contents contentsOf(const json& body);
+
+// The member as text: a string as it is, any other value as JSON; none for null and in what is no object.
+Text textOf(const json& object, const char* key);
+
+// The member; an empty object if there is none.
+const json& sectionOf(const json& object, const char* key);
+
+// Whether the module itself tracks events of this name.
+bool isModuleEvent(std::string_view name);
+
+// This moment in UTC, ISO 8601 with milliseconds.
+std::string timeNow();
+
+// Seconds since 1970; none if it is no such time. Milliseconds may be left out.
+std::optional<double> secondsOf(const std::string& time);
+
+// The name in the table arrivals of the seconds from happening to arriving.
+std::string_view delayName(double seconds);
+
+}  // namespace zorvane::collector

@@ -1,0 +1,62 @@
+#include "Platform/Files/FileSystem.h"
+#include "ZRAnalytics/EventManagement/EventPipelineTest.h"
+
+namespace zorvane::testing {
+namespace {
+
+class BatchSaverTest : public EventPipelineTest {
+ protected:
+  // Three batches of three events are full, and nothing is stored yet.
+  void fillThree() {
+    startWithSession({{"event_batch_count", 3}});
+    int recorded = 0;
+    for (const Names& names : kThree) {
+      for (const std::string& name : names) {
+        events().trackEventWithPropertiesWithCompletionBlock(name, nullptr, [&recorded] { ++recorded; });
+      }
+    }
+    while (recorded < 9) scheduler_->runOne();
+    EXPECT_EQ(batchFile().size(), 0u);
+    EXPECT_EQ(currentNames(), Names());
+  }
+
+  const Batches kThree = {{"a", "b", "c"}, {"d", "e", "f"}, {"g", "h", "i"}};
+};
+
+TEST_F(BatchSaverTest, BatchesThatFillTogetherAreStoredInOneWriteAndSent) {
+  fillThree();
+  int writes = 0;
+  platform::FileIdentity last;
+  while (scheduler_->runOne()) {
+    const auto identity = platform::fileIdentity(batchPath());
+    if (!identity || !identity.value() || *identity.value() == last) continue;
+    last = *identity.value();
+    ++writes;
+  }
+  EXPECT_EQ(writes, 1);
+  EXPECT_EQ(sentNames(), kThree);
+}
+
+TEST_F(BatchSaverTest, SaveReturnsWithEveryFullBatchOnTheDisk) {
+  fillThree();
+  events().saveCurrentBatch();
+  EXPECT_EQ(savedNames(), kThree);
+}
+
+TEST_F(BatchSaverTest, FullBatchThatWasClearedIsNotStored) {
+  fillThree();
+  events().clearEventsdata();
+  settle();
+  EXPECT_EQ(sentNames(), Batches());
+  EXPECT_FALSE(std::filesystem::exists(batchPath()));
+}
+
+TEST_F(BatchSaverTest, FullBatchesThatCannotBeStoredGoBackInTheirOrder) {
+  fillThree();
+  std::filesystem::create_directory(batchPath());
+  track({"j"});
+  EXPECT_EQ(currentNames(), (Names{"a", "b", "c", "d", "e", "f", "g", "h", "i", "j"}));
+}
+
+}  // namespace
+}  // namespace zorvane::testing

@@ -1,0 +1,145 @@
+#include "ZRAnalytics/EventManagement/ZRBatchSaver.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <unordered_set>
+#include <utility>
+
+#include "Platform/Formats/PropertyListDictionaryFile.h"
+#include "Platform/HostServices.h"
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
+#include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZRAnalytics/Utils/ZRPlainValue.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZRAnalytics/Utils/ZRSignedRequest.h"
+
+namespace zorvane {
+namespace {
+
+constexpr char kFile[] = "ZRBatchSaver";
+constexpr ReportSite kSave{kFile, "saveCurrentBatch"};
+
+}  // namespace
+
+ZRBatchSaver::ZRBatchSaver(ZRCurrentBatch& current, ZRBatchFile& file, std::function<void()> flush)
+    : current_(current),
+      file_(file),
+      flush_(std::move(flush)),
+      queue_(platform::hostServices().scheduler->makeSerialQueue("com.zorvane.analytics.batchfile")) {}
+
+void ZRBatchSaver::save() {
+  guarded(kSave, "exception is %@", [this] {
+    const ZRTurn::Scope turn(storeTurn_);
+    close();
+    storeClosed();
+  });
+}
+
+void ZRBatchSaver::saveSoon() {
+  guarded(kSave, "exception is %@", [this] { close(); });
+  if (isTaskWaiting_.exchange(true)) return;
+  const bool isPosted = guarded(kSave, "exception is %@", [this] {
+    queue_->async([this] {
+      isTaskWaiting_ = false;
+      guarded(kSave, "exception is %@", [this] { storeClosed(); });
+      flush_();
+    });
+  });
+  if (!isPosted) isTaskWaiting_ = false;
+}
+
+void ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes) {
+  const ZRTurn::Scope turn(storeTurn_);
+  current_.keepIf(passes);
+}
+
+void ZRBatchSaver::close() {
+  const ZRTurn::Scope turn(closeTurn_);
+  ClosedBatch batch;
+  batch.events = current_.take(batch.generation);
+  if (batch.events.empty()) return;
+  try {
+    const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
+    batch.rest.set(kBatchKeyRequestTime, requestTimeNow());
+    if (auto session = sessions.getCurrentSessionInfoDict()) batch.rest.set(kBatchKeySession, *std::move(session));
+    batch.rest.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSave));
+    platform::MutexLock lock(mutex_);
+    closed_.push_back(std::move(batch));
+  } catch (...) {
+    current_.putBack(std::move(batch.events), batch.generation);
+    throw;
+  }
+}
+
+void ZRBatchSaver::storeClosed() {
+  const ZRTurn::Scope turn(storeTurn_);
+  const std::uint64_t generation = current_.generation();
+  std::vector<ClosedBatch> batches = takeClosed();
+  std::erase_if(batches, [generation](const ClosedBatch& batch) { return batch.generation != generation; });
+  if (batches.empty()) return;
+  Dictionary entries;
+  ZRBatchFile::Outcome outcome = ZRBatchFile::Outcome::Failed;
+  try {
+    ZRSessionManager::sharedSessionManager().saveNewSession();
+    std::size_t tooLarge = 0;
+    for (const ClosedBatch& batch : batches) tooLarge += addEntries(batch, entries);
+    outcome = file_.store(entries);
+    if (outcome != ZRBatchFile::Outcome::Done) tooLarge = 0;
+    for (; tooLarge > 0; --tooLarge) {
+      logLine("Batch Events plist : an event is too large to be saved and is dropped");
+    }
+  } catch (...) {
+    reopen(std::move(batches));
+    throw;
+  }
+  if (outcome == ZRBatchFile::Outcome::Failed) reopen(std::move(batches));
+  // Cleared while they were stored.
+  if (outcome == ZRBatchFile::Outcome::Done && current_.generation() != generation) {
+    std::unordered_set<std::string> batchIDs;
+    for (const auto& [batchID, entry] : entries) batchIDs.insert(batchID);
+    (void)file_.remove(batchIDs);
+  }
+}
+
+std::size_t ZRBatchSaver::addEntries(const ClosedBatch& batch, Dictionary& entries) {
+  const Value plain = withoutObjects(batch.events, kSave);
+  const Array& events = *plain.asArray();
+  std::size_t tooLarge = 0;
+  for (std::size_t first = 0, count = 0; first < events.size(); first += std::max<std::size_t>(count, 1)) {
+    count = platform::countForEntry(events, first, batch.rest);
+    if (count == 0) {
+      ++tooLarge;
+      continue;
+    }
+    const auto begin = events.begin() + static_cast<std::ptrdiff_t>(first);
+    const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
+    Dictionary entry = batch.rest;
+    entry.set(kBatchKeyEvents, Array(begin, begin + static_cast<std::ptrdiff_t>(count)));
+    entry.set(kBatchKeyBatchID, batchID);
+    entries.set(batchID, std::move(entry));
+  }
+  return tooLarge;
+}
+
+void ZRBatchSaver::reopen(std::vector<ClosedBatch> batches) {
+  const ZRTurn::Scope turn(closeTurn_);
+  // Those that were closed meanwhile stay behind them.
+  for (ClosedBatch& batch : takeClosed()) batches.push_back(std::move(batch));
+  const std::uint64_t generation = current_.generation();
+  Array events;
+  for (ClosedBatch& batch : batches) {
+    if (batch.generation != generation) continue;
+    events.insert(events.end(), std::make_move_iterator(batch.events.begin()),
+                  std::make_move_iterator(batch.events.end()));
+  }
+  if (!events.empty()) current_.putBack(std::move(events), generation);
+}
+
+std::vector<ZRBatchSaver::ClosedBatch> ZRBatchSaver::takeClosed() {
+  platform::MutexLock lock(mutex_);
+  return std::exchange(closed_, {});
+}
+
+}  // namespace zorvane

@@ -1,0 +1,65 @@
+// Moves the current batch into the batch file.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "Platform/Dispatch/Mutex.h"
+#include "Platform/Dispatch/Queue.h"
+#include "ZRAnalytics/EventManagement/ZRBatchFile.h"
+#include "ZRAnalytics/EventManagement/ZRCurrentBatch.h"
+#include "ZRAnalytics/Utils/ZRTurn.h"
+
+namespace zorvane {
+
+// Thread-safe. A batch is closed first: from then on its events, session, sources and time are fixed. Then it is
+// stored, as several entries if it is too large to be decoded as one (platform::countForEntry). When the file cannot be
+// written, the events of all closed batches go back to the current batch (ZRCurrentBatch::putBack).
+class ZRBatchSaver {
+ public:
+  // flush sends what the file holds. Batch and file outlive the saver.
+  ZRBatchSaver(ZRCurrentBatch& current, ZRBatchFile& file, std::function<void()> flush);
+
+  // Closes the current batch and stores all closed batches before it returns. If another thread is storing, waits for
+  // it first.
+  void save();
+  // Closes the current batch. A background task stores it, in one write with those that are closed until it gets there,
+  // and then calls flush, also if it could not store them.
+  void saveSoon();
+  // ZRCurrentBatch::keepIf, while no thread is storing.
+  void keepIf(const std::function<bool(const Value& record)>& passes);
+
+ private:
+  struct ClosedBatch {
+    Array events;
+    // Of the current batch when the events were taken.
+    std::uint64_t generation = 0;
+    // What stands beside the events, except the identifier.
+    Dictionary rest;
+  };
+
+  void close();
+  void storeClosed();
+  // Adds the batch to the entries; returns the number of events that are too large to be stored.
+  static std::size_t addEntries(const ClosedBatch& batch, Dictionary& entries);
+  void reopen(std::vector<ClosedBatch> batches);
+  std::vector<ClosedBatch> takeClosed();
+
+  ZRCurrentBatch& current_;
+  ZRBatchFile& file_;
+  const std::function<void()> flush_;
+  const std::unique_ptr<platform::Queue> queue_;
+  // A task on the queue has not begun yet.
+  std::atomic<bool> isTaskWaiting_{false};
+  // Held while closed batches are stored. Taken before closeTurn_.
+  ZRTurn storeTurn_;
+  // Held while events change between the current and the closed batches, so that they stay in their order.
+  ZRTurn closeTurn_;
+  platform::Mutex mutex_;
+  std::vector<ClosedBatch> closed_ ZR_GUARDED_BY(mutex_);
+};
+
+}  // namespace zorvane

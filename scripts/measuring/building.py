@@ -1,0 +1,22 @@
+"""Builds a preset's targets as the other scripts do, and writes into documents."""
+
+import pathlib
+import subprocess
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+
+
+def build(preset, *targets):
+    """Returns the preset's folder."""
+    command = f'source "{ROOT}/scripts/common.sh"; build "$@"'
+    script = ROOT / "scripts" / "bench"
+    subprocess.run(["bash", "-c", command, script, preset, "-DZR_BUILD_BENCHMARKS=ON", *targets], check=True)
+    return ROOT / "build" / preset
+
+
+def replace_part(path, name, text):
+    """Replaces what stands between the two comments of that name in a Markdown file."""
+    begin, end = f"<!-- {name}: written by scripts/bench --record -->\n", f"<!-- end of {name} -->\n"
+    head, rest = path.read_text().split(begin)
+    tail = rest.split(end)[1]
+    path.write_text(head + begin + "\n" + text.strip("\n") + "\n\n" + end + tail)
