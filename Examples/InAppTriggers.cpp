@@ -15,7 +15,6 @@
 #include "ZRAnalytics/Utils/ZRConditionEvaluator/ZREventCondition.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/CoreSetup.h"
-#include "ZorvaneCore/ZRDictionaryUtils.h"
 
 using namespace zorvane;
 
@@ -45,7 +44,7 @@ class InAppModule final : public ZREventTriggerDelegate {
     const Array* const list = parsed ? parsed.value().asArray() : nullptr;
     if (!list) throw ValueError("the messages are no JSON array");
     for (const Value& entry : *list) {
-      const Value condition = entry.isDictionary() ? validObjectForKey(*entry.asDictionary(), "condition") : Value();
+      const Value condition = entry.isDictionary() ? entry.asDictionary()->objectForKey("condition") : Value();
       if (!condition.isDictionary()) throw ValueError("a message has no condition");
       messages_.push_back({entry.asDictionary()->objectForKey("text").description(),
                            ZREventCondition::initWithDictionary(*condition.asDictionary())});

@@ -1,6 +1,10 @@
+#include <cstdlib>
+
+#include "Platform/Formats/JSON.h"
 #include "Platform/Formats/PropertyList.h"
 #include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 
 namespace zorvane::testing {
@@ -71,6 +75,49 @@ TEST_F(ReportRequestTest, RequestIsSignedOverBatchTimeAndUser) {
   EXPECT_EQ(request.url, "http://service.test/v1/report/APP");
   EXPECT_EQ(request.header("ZRV-REQUEST-ID"),
             ZRAnalyticsUtils::getSignatureWithComponents({id, "2026-11-21T10:00:01.000Z", "U"}));
+}
+
+// docs/formats.md shows a request. Its events are recorded and its batch is sent here.
+TEST_F(ReportRequestTest, TheDocumentedRequestIsTheOneThatIsSent) {
+  std::string text = readAll(std::string(ZR_SOURCE_DIR) + "/docs/formats.md");
+  text = text.substr(text.find("```http\n") + 8);
+  text = text.substr(0, text.find("```"));
+  const std::string head = text.substr(0, text.find("\n\n"));
+  const auto documented = platform::parseJSON(text.substr(head.size()));
+  ASSERT_TRUE(documented);
+  const Dictionary& body = *documented.value().asDictionary();
+  const Array& records = *body.objectForKey("viewsInfo").asArray();
+  const Dictionary meta = *body.objectForKey("meta").asDictionary();
+
+  setenv("TZ", "IST-5:30", 1);
+  startWithSession({{"push_enabled", false}, {"query_params", body.objectForKey("query_params")}}, "SHOP 1");
+  updateRemoteConfiguration({{"unique_id", "5C1B7D0E-2F4A-4E7B-8D93-1A6F0C4E2B75"}});
+  ZRAnalytics::sharedInstance().setUserAttributeForKey("ingrid@shop.example", "USER_ATTRIBUTE_UNIQUE_ID");
+  settle();
+  EXPECT_EQ(events().viewsInfoArray(), (Array{records[1]}));
+  const auto properties = ZRProperties::initWithAttributes(
+      {{"price", 10.5}, {"count", 2}, {"gift", true}, {"sku", "A1"}, {"tags", Array{"new", "blue"}}});
+  properties->addDateEpochAttributeWithName(kStart + 3 * 86400, "delivery");
+  properties->addLocationAttributeWithName(ZRGeoLocation::initWithLatitudeAndLongitude(12.971599, 77.594563), "shop");
+  EXPECT_EQ(Value(events().getEventDictForEventAndProperties("Purchase", properties.get())), records[0]);
+
+  events().clearEventsdata();
+  const Value id = meta.objectForKey("bid");
+  const Dictionary batch{{"events", records},
+                         {"batch_id", id},
+                         {"request_time", meta.objectForKey("request_time")},
+                         {"session", meta.objectForKey("session")},
+                         {"source", meta.objectForKey("source")}};
+  writeAll(batchPath(), platform::binaryPropertyList(Dictionary{{id.description(), batch}}));
+  Answers answers;
+  flush(answers);
+  settle();
+  ASSERT_EQ(service_->requests().size(), 1u);
+  const auto request = service_->requests()[0];
+  EXPECT_EQ(request.body, documented.value());
+  EXPECT_NE(head.find("POST " + request.url.substr(std::string("http://service.test").size()) + " "), head.npos)
+      << head;
+  EXPECT_NE(head.find("ZRV-REQUEST-ID: " + request.header("ZRV-REQUEST-ID")), head.npos) << head;
 }
 
 TEST_F(ReportRequestTest, StoredBatchIsSentAsItStandsInTheFile) {
