@@ -88,8 +88,11 @@ void ZRAnalytics::updateDeviceWithCompletion(std::function<void(bool)> completio
       logLine("updateDeviceWithCompletion: App ID is not present.");
       return;
     }
-    // Before anything is sent: a request that never completes counts as failed.
-    keepInDefaults(true, kUserDefaultsKeyHasDeviceAddFailed);
+    // Before anything is sent: a request that never completes counts as failed. A new unique identifier is written with
+    // it, in one write.
+    ZRCoreUtils::getSDKUserDefault().setObjectForKey(true, kUserDefaultsKeyHasDeviceAddFailed);
+    (void)ZRCoreUtils::getSDKUniqueIdForUser();
+    (void)ZRCoreUtils::getSDKUserDefault().synchronize();
     std::optional<Dictionary> body = getDeviceAddRequestBody();
     if (!body) {
       logLine("Device Add request not made as Body is nil");

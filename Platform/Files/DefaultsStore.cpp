@@ -156,6 +156,9 @@ void DefaultsStore::setObjectForKey(Value value, std::string_view key) {
   }
   loadIfNeeded();
   MutexLock lock(mutex_);
+  // Containers and objects are not compared: that could call the host.
+  const Value* const kept = content_.find(key);
+  if (kept && kept->kind() == value.kind() && (value.isNumber() || value.isString()) && *kept == value) return;
   content_.set(key, std::move(value));
   ++changes_;
 }

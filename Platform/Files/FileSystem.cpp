@@ -296,7 +296,7 @@ Status replaceFileAtomically(const std::string& path, std::span<const std::strin
 }
 
 Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces,
-                             const DirectoryLock& lock, bool* isReplaced) {
+                             const DirectoryLock& lock, bool* isReplaced, Durability durability) {
   if (isReplaced) *isReplaced = false;
   const auto failure = [&](int code, const char* call) { return errorOf("write", path, code, call); };
   const std::string name = path.substr(path.rfind('/') + 1);
@@ -320,37 +320,40 @@ Status replaceFileAtomically(const std::string& path, std::span<const std::strin
     return cleanUp("rename");
   }
   if (isReplaced) *isReplaced = true;
-  if (!syncDirectory(directory)) return failure(errno, "fsync of the directory");
+  if (durability == Durability::Lasting && !syncDirectory(directory)) return failure(errno, "fsync of the directory");
   return Done{};
 }
 
-Status replaceFileAtomically(const std::string& path, std::string_view content) {
-  return replaceFileAtomically(path, std::span(&content, 1));
+Status replaceFileAtomically(const std::string& path, std::string_view content, Durability durability) {
+  return replaceFileAtomically(path, std::span(&content, 1), DirectoryLock(path, DirectoryLock::Kind::Shared), nullptr,
+                               durability);
 }
 
-Status removeFile(const std::string& path) {
+Status removeFile(const std::string& path, Durability durability) {
   const auto failure = [&](int code, const char* call) { return errorOf("remove", path, code, call); };
   if (!isUsablePath(path)) return failure(EINVAL, "unlink");
-  const File directory(openDirectory(parentOf(path)));
-  if (retryOnEINTR([&] { return systemCalls().unlinkat(AT_FDCWD, path.c_str(), 0); }) != 0) {
-    if (errno == ENOENT) return Done{};
+  // A missing file may have been removed without a sync.
+  if (retryOnEINTR([&] { return systemCalls().unlinkat(AT_FDCWD, path.c_str(), 0); }) != 0 && errno != ENOENT) {
     return failure(errno, "unlink");
   }
-  if (directory && !syncDirectory(directory.descriptor())) return failure(errno, "fsync of the directory");
-  return Done{};
+  return durability == Durability::Lasting ? syncDirectoryOf(path) : Status(Done{});
+}
+
+Status syncDirectoryOf(const std::string& path) {
+  const File directory(openDirectory(parentOf(path)));
+  // A directory that is writable but not readable cannot be synced.
+  if (!directory || syncDirectory(directory.descriptor())) return Done{};
+  return errorOf("sync the directory of", path, errno, "fsync of the directory");
 }
 
 Status renameFile(const std::string& path, const std::string& newName) {
   const auto failure = [&](int code, const char* call) { return errorOf("rename", path, code, call); };
   const std::string target = joinPath(parentOf(path), newName);
   if (!isUsablePath(path) || !isUsablePath(target)) return failure(EINVAL, "rename");
-  const File directory(openDirectory(parentOf(path)));
-  if (!directory) return failure(errno, "open");
   if (retryOnEINTR([&] { return systemCalls().renameat(AT_FDCWD, path.c_str(), AT_FDCWD, target.c_str()); }) != 0) {
     return failure(errno, "rename");
   }
-  if (!syncDirectory(directory.descriptor())) return failure(errno, "fsync of the directory");
-  return Done{};
+  return syncDirectoryOf(path);
 }
 
 Status makeDirectory(const std::string& path) {
@@ -362,10 +365,7 @@ Status makeDirectory(const std::string& path) {
     if (code != ENOENT && statusOf(path, status, 0) == 0 && S_ISDIR(status.st_mode)) return Done{};
     return failure(code, "mkdir");
   }
-  // A parent that is writable but not readable cannot be synced.
-  const File parent(openDirectory(parentOf(path.substr(0, path.find_last_not_of('/') + 1))));
-  if (parent && !syncDirectory(parent.descriptor())) return failure(errno, "fsync of the directory");
-  return Done{};
+  return syncDirectoryOf(path.substr(0, path.find_last_not_of('/') + 1));
 }
 
 Status makeDirectories(const std::string& path) {

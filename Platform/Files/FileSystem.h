@@ -30,6 +30,15 @@ Result<std::optional<FileIdentity>> fileIdentity(const std::string& path);
 // The whole file. Fails for more than maxBytes and for anything but a regular file. Does not follow a link.
 Result<std::string> readFile(const std::string& path, std::size_t maxBytes);
 
+// What a power loss may do to a change after the call that made it has succeeded.
+enum class Durability {
+  // Nothing.
+  Lasting,
+  // Undo it, until a lasting change in the same directory, or the system by itself, has written the directory. Saves an
+  // fsync.
+  Eventual
+};
+
 // Keeps other processes, and other threads, from replacing files in a directory. Hold an exclusive one while you read a
 // file, change its content and replace it. The lock of a process that ends is released.
 class DirectoryLock {
@@ -47,30 +56,36 @@ class DirectoryLock {
 
  private:
   friend Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces,
-                                      const DirectoryLock& lock, bool* isReplaced);
+                                      const DirectoryLock& lock, bool* isReplaced, Durability durability);
   int descriptor_ = -1;
   Status status_ = Done{};  // why the directory cannot be opened
 };
 
 // Replaces the file's content by the joined pieces: temporary file in the same directory (mode 0600), write, fsync,
-// rename, fsync of the directory. After a crash or a power loss the file is the old one or the new one; once the call
-// has succeeded, the new one. On failure the temporary file is removed and the old file stays. The exception: if only
-// the fsync of the directory failed, the file is the new one, and a power loss may bring the old one back. isReplaced
-// tells the two failures apart. A link at the path is replaced, not followed. Missing directories are made, mode 0700.
-// A write beyond RLIMIT_FSIZE fails with EFBIG and raises no signal.
+// rename, fsync of the directory if the change is to last. After a crash or a power loss the file is the old one or the
+// new one; once the call has succeeded, the new one, as far as the durability says. On failure the temporary file is
+// removed and the old file stays. The exception: if only the fsync of the directory failed, the file is the new one,
+// and a power loss may bring the old one back. isReplaced tells the two failures apart. A link at the path is replaced,
+// not followed. Missing directories are made, mode 0700. A write beyond RLIMIT_FSIZE fails with EFBIG and raises no
+// signal.
 //
 // The first replacement in a directory removes temporary files (".zrv-" and 20 hexadecimal digits) that ended processes
 // left there.
 Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces,
                              bool* isReplaced = nullptr);
-Status replaceFileAtomically(const std::string& path, std::string_view content);
+Status replaceFileAtomically(const std::string& path, std::string_view content,
+                             Durability durability = Durability::Lasting);
 // The same for a caller that holds a lock on the directory. The others wait for such a lock.
 Status replaceFileAtomically(const std::string& path, std::span<const std::string_view> pieces,
-                             const DirectoryLock& lock, bool* isReplaced = nullptr);
+                             const DirectoryLock& lock, bool* isReplaced = nullptr,
+                             Durability durability = Durability::Lasting);
 
-// After success the file stays removed, even after a power loss. A missing file is no error. If only the fsync of the
-// directory failed, the file is gone, but a power loss may bring it back.
-Status removeFile(const std::string& path);
+// A missing file is no error. If only the fsync of the directory failed, the file is gone, but a power loss may bring
+// it back.
+Status removeFile(const std::string& path, Durability durability = Durability::Lasting);
+
+// Makes all changes of names in the path's directory last.
+Status syncDirectoryOf(const std::string& path);
 
 // Gives a file of any kind another name in its directory. Replaces a file of that name.
 Status renameFile(const std::string& path, const std::string& newName);

@@ -211,5 +211,30 @@ TEST_F(DiskTest, PowerLossLeavesWholeFilesAndEverySavedEvent) {
   }
 }
 
+// The end of a sync removes the file without a sync of the directory.
+TEST_F(DiskTest, ClearedEventsStayAwayAfterAPowerLoss) {
+  const std::string cleared = (root_ / "cleared").string();
+  const std::string ended = (root_ / "ended").string();
+  bool wasCleared = false;
+  for (int number = 0; !fs::remove(ended); ++number) {
+    useNewContainer();
+    inEarlierLaunch([&] {
+      losePowerAt(number, UnsyncedNames::Lost, directory_.string());
+      launch();
+      saveNoted({"one"});
+      flush(answers_);
+      settle();
+      events().clearEventsdata();
+      writeAll(cleared, "");
+      ZRAnalytics::sharedInstance().setAlias("another");  // writes to other directories
+      writeAll(ended, "");
+    });
+    if (!fs::remove(cleared)) continue;
+    wasCleared = true;
+    EXPECT_FALSE(fs::exists(batchPath())) << "call " << number;
+  }
+  EXPECT_TRUE(wasCleared);
+}
+
 }  // namespace
 }  // namespace zorvane::testing

@@ -101,7 +101,8 @@ ZRBatchFile::Outcome ZRBatchFile::store(const Dictionary& batches) {
   return outcome;
 }
 
-platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const std::unordered_set<std::string>& batchIDs) {
+platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const std::unordered_set<std::string>& batchIDs,
+                                                           platform::Durability durability) {
   if (batchIDs.empty()) return Outcome::Done;
   std::string failure;
   Outcome outcome;
@@ -115,9 +116,9 @@ platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const std::unordered_
       for (const auto& entry : snapshot.entries()) {
         if (!batchIDs.contains(entry.key)) kept.push_back(entry);
       }
-      if (kept.empty()) return exists() ? removeFile() : Outcome::Done;
+      if (kept.empty()) return exists() ? removeFile(durability) : Outcome::Done;
       if (kept.size() == snapshot.entries().size()) return Outcome::Done;
-      outcome = write(PropertyListDictionarySnapshot::ofEntries(kept), processLock, failure);
+      outcome = write(PropertyListDictionarySnapshot::ofEntries(kept), processLock, failure, durability);
     }
   }
   if (outcome != Outcome::Done) report(failure);
@@ -127,7 +128,7 @@ platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const std::unordered_
 platform::Status ZRBatchFile::removeAll() {
   platform::MutexLock lock(mutex_);
   const platform::DirectoryLock processLock(path_);
-  const auto removed = removeFile();
+  const auto removed = removeFile(platform::Durability::Lasting);
   if (!removed) return removed.error();
   return platform::Done{};
 }
@@ -165,7 +166,8 @@ ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionarySnapshot& snapshot,
 }
 
 ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionarySnapshot snapshot,
-                                        const platform::DirectoryLock& processLock, std::string& failure) {
+                                        const platform::DirectoryLock& processLock, std::string& failure,
+                                        platform::Durability durability) {
   std::size_t size = 0;
   for (const std::string_view piece : snapshot.pieces()) size += piece.size();
   if (size > maxBytes_) {
@@ -174,7 +176,7 @@ ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionarySnapshot snapshot,
   }
   // If only the directory fsync failed, count the batch as stored, or it is saved twice.
   bool stands = false;
-  const auto written = platform::replaceFileAtomically(path_, snapshot.pieces(), processLock, &stands);
+  const auto written = platform::replaceFileAtomically(path_, snapshot.pieces(), processLock, &stands, durability);
   if (!stands) {
     failure = written.error().message;
     return Outcome::Failed;
@@ -187,9 +189,9 @@ ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionarySnapshot snapshot,
   return Outcome::Done;
 }
 
-platform::Result<ZRBatchFile::Outcome> ZRBatchFile::removeFile() {
+platform::Result<ZRBatchFile::Outcome> ZRBatchFile::removeFile(platform::Durability durability) {
   snapshot_.reset();
-  const auto removed = platform::removeFile(path_);
+  const auto removed = platform::removeFile(path_, durability);
   if (!removed) return removed.error();
   return Outcome::Removed;
 }

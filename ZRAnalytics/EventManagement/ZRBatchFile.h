@@ -77,16 +77,18 @@ class ZRBatchFile {
   Outcome store(const Dictionary& batches);
   // Removes these batches and leaves all others; with the last one the file goes too. A failure to remove the file is
   // returned as its error and is not given to the handler.
-  platform::Result<Outcome> remove(const std::unordered_set<std::string>& batchIDs);
-  // Removes the file.
+  platform::Result<Outcome> remove(const std::unordered_set<std::string>& batchIDs,
+                                   platform::Durability durability = platform::Durability::Lasting);
+  // Removes the file, for good also where remove() has removed it.
   platform::Status removeAll();
 
  private:
   // Unless the outcome is Done, `failure` says why.
   Outcome read(platform::PropertyListDictionarySnapshot& snapshot, std::string& failure) ZR_REQUIRES(mutex_);
   Outcome write(platform::PropertyListDictionarySnapshot snapshot, const platform::DirectoryLock& processLock,
-                std::string& failure) ZR_REQUIRES(mutex_);
-  platform::Result<Outcome> removeFile() ZR_REQUIRES(mutex_);
+                std::string& failure, platform::Durability durability = platform::Durability::Lasting)
+      ZR_REQUIRES(mutex_);
+  platform::Result<Outcome> removeFile(platform::Durability durability) ZR_REQUIRES(mutex_);
   void report(const std::string& failure) ZR_EXCLUDES(mutex_);
 
   const std::string path_;

@@ -245,12 +245,13 @@ void ZREventsHandler::writeEventsToFileWithBatchID(const Value& events, const Va
 }
 
 void ZREventsHandler::removeEventsPlistFile() {
-  if (!batchFile_.exists()) return;
+  // A file that a sync removed could come back, so the removal is repeated.
+  const bool isThere = batchFile_.exists();
   const auto removed = batchFile_.removeAll();
-  if (removed) {
-    logLine("Batch Events plist deleted");
-  } else {
+  if (!removed) {
     logLine("Error while deleting ZorvaneBatchEvents.plist : %@", {removed.error().message});
+  } else if (isThere) {
+    logLine("Batch Events plist deleted");
   }
 }
 

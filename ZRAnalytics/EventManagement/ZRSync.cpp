@@ -151,7 +151,7 @@ void ZRSync::complete(const ZRFlushCompletion& completion, Result result, const 
 }
 
 void ZRSync::removeSettled() {
-  const auto outcome = file_.remove(ledger_.settled());
+  const auto outcome = file_.remove(ledger_.settled(), platform::Durability::Eventual);
   if (!outcome) {
     logLine("Error while deleting ZorvaneBatchEvents.plist : %@", {outcome.error().message});
   } else if (outcome.value() == ZRBatchFile::Outcome::Removed) {

@@ -125,7 +125,8 @@ std::shared_ptr<ZRSession> ZRSessionManager::makeCurrentSession(const std::optio
 void ZRSessionManager::reinitiateSession() {
   guarded({kFile, "reinitiateSession"}, kException, [this] {
     const auto session = makeCurrentSession(std::nullopt);
-    saveSessionInfo();  // at once: after a kill the next user must not continue the session of the one before
+    // At once: after a kill the next user must not continue the session of the one before.
+    writeSessionInfo(platform::Durability::Lasting);
     logLine("New Session Initiated: %@", {session->sessionID()});
   });
 }
@@ -134,7 +135,7 @@ void ZRSessionManager::resetSession() {
   guarded({kFile, "resetSession"}, kException, [this] {
     if (!sessionInfo_->currentSession()) return;
     sessionInfo_->setCurrentSession(nullptr);
-    saveSessionInfo();
+    writeSessionInfo(platform::Durability::Lasting);
     logLine("Session Reset");
   });
 }
@@ -195,9 +196,13 @@ std::string ZRSessionManager::getFilePathForSessionInfo() const {
 }
 
 void ZRSessionManager::saveSessionInfo() {
-  guarded({kFile, "saveSessionInfo"}, kException, [this] {
+  writeSessionInfo(platform::Durability::Eventual);
+}
+
+void ZRSessionManager::writeSessionInfo(platform::Durability durability) {
+  guarded({kFile, "saveSessionInfo"}, kException, [&] {
     auto session = sessionInfo_->currentSession();
-    archive_.write(getFilePathForSessionInfo(), [this] { return sessionInfo_->encodeWithCoder(); });
+    archive_.write(getFilePathForSessionInfo(), durability, [this] { return sessionInfo_->encodeWithCoder(); });
     platform::MutexLock lock(savedMutex_);
     savedSession_.swap(session);  // also after a failure: a full disk must not cost a write per batch
   });

@@ -42,9 +42,10 @@ class ZRSessionManager {
   void initiateNewSessionWithSourcesAndCompletionBlock(
       const std::optional<ZRSourceArray>& sources,
       const std::function<void(const std::shared_ptr<ZRSession>&)>& completion);
-  // Makes a new session without sources current and stores it. No flush.
+  // Makes a new session without sources current and stores it; from then on the old one is gone, even after a power
+  // loss. No flush.
   void reinitiateSession();
-  // Removes the current session, also from the file.
+  // Removes the current session, also from the file, for good.
   void resetSession();
 
   // True without a session, false after an error. Logs the times compared.
@@ -62,7 +63,8 @@ class ZRSessionManager {
   const std::shared_ptr<ZRSessionInfo>& sessionInfo() const { return sessionInfo_; }
 
   std::string getFilePathForSessionInfo() const;
-  // Writes the file on this thread. A write error is logged.
+  // Writes the file on this thread. A write error is logged. A power loss shortly after may bring the older file back:
+  // then the next launch continues the session that stands there, or begins another.
   void saveSessionInfo();
   // The same, if a new session is not in the file yet. Call before a batch of the session is saved.
   void saveNewSession();
@@ -82,6 +84,7 @@ class ZRSessionManager {
   ZRSessionManager();
   bool isExpired() const;
   void startSession(const ZRSourceArray& sources);
+  void writeSessionInfo(platform::Durability durability);
   std::shared_ptr<ZRSession> makeCurrentSession(const std::optional<ZRSourceArray>& sources);
   void touchCurrentSession();
 

@@ -352,7 +352,8 @@ void ZRUserAttributesHandler::persistUserAttributesData() {
 }
 
 bool ZRUserAttributesHandler::writeCache() {
-  return archive_.write(getFilePathForUserAttribute(), [this] { return userAttributeData()->encodeWithCoder(); });
+  return archive_.write(getFilePathForUserAttribute(), platform::Durability::Lasting,
+                        [this] { return userAttributeData()->encodeWithCoder(); });
 }
 
 std::string ZRUserAttributesHandler::getFilePathForUserAttribute() const {

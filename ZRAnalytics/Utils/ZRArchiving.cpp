@@ -33,23 +33,40 @@ std::shared_ptr<const platform::ArchivedObject> readArchive(const std::string& p
   return nullptr;
 }
 
-bool ZRArchiveWriter::write(const std::string& path,
+bool ZRArchiveWriter::write(const std::string& path, platform::Durability durability,
                             const std::function<std::shared_ptr<const platform::ArchivedObject>()>& root) {
   // A call with a higher number encodes newer content.
   const std::uint64_t sequence = ++lastSequence_;
-  const std::string bytes = platform::archiveRootObject(root());
+  std::string bytes = platform::archiveRootObject(root());
   std::string problem;
   {
     platform::MutexLock lock(mutex_);
-    if (sequence < writtenSequence_) return lastReportedProblem_.empty();
-    writtenSequence_ = sequence;
-    const auto written = platform::replaceFileAtomically(path, bytes);
+    const bool isOld = sequence < writtenSequence_;
+    if (!isOld) writtenSequence_ = sequence;
+    const auto written = replace(path, durability, isOld ? bytes_ : std::move(bytes));
     if (!written) problem = written.error().message;
     if (lastReportedProblem_ == problem) return problem.empty();
     lastReportedProblem_ = problem;
   }
   if (!problem.empty()) logLine("Archive : %@", {problem});
   return problem.empty();
+}
+
+platform::Status ZRArchiveWriter::replace(const std::string& path, platform::Durability durability, std::string bytes) {
+  const bool isLasting = durability == platform::Durability::Lasting;
+  const auto found = platform::fileIdentity(path);
+  platform::Status status = platform::Done{};
+  if (bytes == bytes_ && identity_ && found && found.value() == identity_) {
+    if (isLasting && !isLasting_) status = platform::syncDirectoryOf(path);
+  } else {
+    isLasting_ = false;
+    identity_.reset();
+    status = platform::replaceFileAtomically(path, bytes, durability);
+    bytes_ = std::move(bytes);
+    if (auto now = platform::fileIdentity(path); status && now) identity_ = now.value();
+  }
+  if (status && isLasting) isLasting_ = true;
+  return status;
 }
 
 }  // namespace zorvane

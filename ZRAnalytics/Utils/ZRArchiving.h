@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "Platform/Dispatch/Mutex.h"
+#include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/KeyedArchive.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
@@ -32,14 +33,23 @@ std::shared_ptr<const platform::ArchivedObject> readArchive(const std::string& p
 class ZRArchiveWriter {
  public:
   // Replaces the file by an archive of the function's result. If calls overlap, the one that began last wins. The
-  // function is called once, on this thread, with no lock held. A failure leaves the old file and is logged; the same
-  // error again is not. True if the file holds this content or a newer one.
-  bool write(const std::string& path, const std::function<std::shared_ptr<const platform::ArchivedObject>()>& root);
+  // function is called once, on this thread, with no lock held. A file that holds the content is not written again. A
+  // failure leaves the old file and is logged; the same error again is not. True if the file holds this content or a
+  // newer one.
+  bool write(const std::string& path, platform::Durability durability,
+             const std::function<std::shared_ptr<const platform::ArchivedObject>()>& root);
 
  private:
+  platform::Status replace(const std::string& path, platform::Durability durability, std::string bytes)
+      ZR_REQUIRES(mutex_);
+
   std::atomic<std::uint64_t> lastSequence_{0};
   platform::Mutex mutex_;  // held while the file is written
   std::uint64_t writtenSequence_ ZR_GUARDED_BY(mutex_) = 0;
+  // The file as it was written last; absent after a failure.
+  std::optional<platform::FileIdentity> identity_ ZR_GUARDED_BY(mutex_);
+  std::string bytes_ ZR_GUARDED_BY(mutex_);
+  bool isLasting_ ZR_GUARDED_BY(mutex_) = false;
   std::string lastReportedProblem_ ZR_GUARDED_BY(mutex_);
 };
 

@@ -103,8 +103,12 @@ TEST(DefaultsStore, WritesOnlyChangesAndTriesAgainAfterAFailure) {
   ASSERT_TRUE(removeFile(path));
   ASSERT_TRUE(store.synchronize());
   store.removeObjectForKey("missing");
+  store.setObjectForKey(1, "key");
   ASSERT_TRUE(store.synchronize());
   EXPECT_FALSE(fileExists(path));
+  store.setObjectForKey(true, "key");  // equal, but of another kind
+  ASSERT_TRUE(store.synchronize());
+  EXPECT_TRUE(DefaultsStore("again", path).objectForKey("key").asBool());
 }
 
 TEST(DefaultsStore, NeverLosesAValueToASynchronisationBesideIt) {

@@ -7,17 +7,34 @@ namespace {
 
 class ArchivingTest : public ModuleTest {};
 
-TEST_F(ArchivingTest, WriteThatBeganFirstDoesNotReplaceALaterOne) {
+std::shared_ptr<platform::ArchivedObject> archiveOf(const char* name) {
+  const auto object = std::make_shared<platform::ArchivedObject>("ZRSource");
+  object->encodeObject("source", name);
+  return object;
+}
+
+TEST_F(ArchivingTest, OnlyAFileWithOtherContentIsWritten) {
   start();
-  const auto archiveOf = [](const char* name) {
-    const auto object = std::make_shared<platform::ArchivedObject>("ZRSource");
-    object->encodeObject("source", name);
-    return object;
-  };
   const std::string path = archivePath("archive");
   ZRArchiveWriter writer;
-  writer.write(path, [&] {
-    writer.write(path, [&] { return archiveOf("later"); });
+  const auto identityAfter = [&](const char* name, platform::Durability durability) {
+    EXPECT_TRUE(writer.write(path, durability, [&] { return archiveOf(name); }));
+    return platform::fileIdentity(path).value();
+  };
+  const auto first = identityAfter("a", platform::Durability::Eventual);
+  EXPECT_EQ(identityAfter("a", platform::Durability::Lasting), first);
+  const auto second = identityAfter("b", platform::Durability::Lasting);
+  EXPECT_NE(second, first);
+  ASSERT_TRUE(platform::removeFile(path));
+  EXPECT_TRUE(identityAfter("b", platform::Durability::Eventual));
+}
+
+TEST_F(ArchivingTest, WriteThatBeganFirstDoesNotReplaceALaterOne) {
+  start();
+  const std::string path = archivePath("archive");
+  ZRArchiveWriter writer;
+  writer.write(path, platform::Durability::Eventual, [&] {
+    writer.write(path, platform::Durability::Eventual, [&] { return archiveOf("later"); });
     return archiveOf("earlier");
   });
   const std::string_view classes[] = {"ZRSource"};
