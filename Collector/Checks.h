@@ -16,7 +16,7 @@ inline constexpr std::size_t kMaxBodyBytes = 16u << 20;
 inline constexpr int kMaxBodyDepth = 128;
 inline constexpr const char* kSignatureHeader = "ZRV-REQUEST-ID";
 
-enum class Service { Report, Device };
+enum class Service { Report, Device, Unknown };
 
 // Why a body is refused, with the place: "viewsInfo[3].EVENT_ACTION is not text".
 class BadRequest : public std::runtime_error {

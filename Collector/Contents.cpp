@@ -1,7 +1,6 @@
 #include "Collector/Contents.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <utility>
@@ -28,9 +27,8 @@ constexpr std::pair<double, std::string_view> kDelays[] = {{1, "1"},     {10, "1
 // A clock may run that much ahead.
 constexpr double kClockTolerance = 1;
 
-Text identifierOf(const json& object, const char* key) {
-  Text text = textOf(object, key);
-  return text && text->empty() ? std::nullopt : text;
+std::string identifierOf(const json& object, const char* key) {
+  return textOf(object, key).value_or("");
 }
 
 }  // namespace
@@ -72,9 +70,8 @@ bool isModuleEvent(std::string_view name) {
   return std::ranges::binary_search(kModuleEvents, name);
 }
 
-std::string timeNow() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+std::string timeText(std::chrono::system_clock::time_point time) {
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
   const std::time_t seconds = static_cast<std::time_t>(milliseconds / 1000);
   std::tm parts{};
   gmtime_r(&seconds, &parts);
@@ -82,6 +79,10 @@ std::string timeNow() {
   const std::size_t size = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
   std::snprintf(text + size, sizeof text - size, ".%03dZ", static_cast<int>(milliseconds % 1000));
   return text;
+}
+
+std::string timeNow() {
+  return timeText(std::chrono::system_clock::now());
 }
 
 std::optional<double> secondsOf(const std::string& time) {

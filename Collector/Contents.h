@@ -1,6 +1,7 @@
 // What the body of a request says. Pure functions.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -13,10 +14,11 @@ namespace zorvane::collector {
 
 using Text = std::optional<std::string>;
 
-// Of a body of any shape; what cannot be read is absent. An empty identifier is absent.
+// Of a body of any shape; what cannot be read is absent.
 struct Contents {
-  Text requestTime, sessionID, startTime, userID, segmentID, uniqueID;
-  std::map<std::string, std::int64_t> names;  // of the events, with their numbers
+  Text requestTime, startTime;
+  std::string sessionID, userID, segmentID, uniqueID;  // "": absent
+  std::map<std::string, std::int64_t> names;           // of the events, with their numbers
   std::int64_t events = 0;
 };
 Contents contentsOf(const json& body);
@@ -30,7 +32,8 @@ const json& sectionOf(const json& object, const char* key);
 // Whether the module itself tracks events of this name.
 bool isModuleEvent(std::string_view name);
 
-// This moment in UTC, ISO 8601 with milliseconds.
+// In UTC, ISO 8601 with milliseconds.
+std::string timeText(std::chrono::system_clock::time_point time);
 std::string timeNow();
 
 // Seconds since 1970; none if it is no such time. Milliseconds may be left out.

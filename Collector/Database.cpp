@@ -1,5 +1,7 @@
 #include "Collector/Database.h"
 
+#include "Collector/SQLite.h"
+
 namespace zorvane::collector {
 
 namespace {
@@ -15,6 +17,14 @@ std::string reasonOf(const soci::soci_error& error) {
 }  // namespace
 
 DatabaseError::DatabaseError(const soci::soci_error& error) : std::runtime_error(reasonOf(error)) {}
+
+Session::Session(const std::string& path) {
+  try {
+    openSQLite(*this, path);
+  } catch (const DatabaseError& error) {
+    throw std::runtime_error("cannot use the database " + path + ": " + error.what());
+  }
+}
 
 std::string insertText(std::string_view table, std::string_view columns, std::string_view rest) {
   std::string placeholders(columns);

@@ -8,6 +8,7 @@
 #include <soci/soci.h>
 
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -36,6 +37,13 @@ class DatabaseError : public std::runtime_error {
   using std::runtime_error::runtime_error;
   // Leaves out the statement and its values, which SOCI adds to the reason.
   explicit DatabaseError(const soci::soci_error& error);
+};
+
+// A connection that threads share. Its statements and transactions need the mutex.
+struct Session : soci::session {
+  // An empty path: in memory. Throws std::runtime_error that names the file.
+  explicit Session(const std::string& path);
+  std::mutex mutex;
 };
 
 // A prepared INSERT with one value per column. Not thread-safe.

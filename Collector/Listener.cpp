@@ -29,8 +29,8 @@ class PlacesQueue final : public httplib::TaskQueue {
 
 }  // namespace
 
-Listener::Listener(const ConnectionLimits& limits, BodyBudget& budget)
-    : limits_(limits), budget_(budget), places_(kPlaces) {
+Listener::Listener(const ConnectionLimits& limits, BodyBudget& budget, Live& live)
+    : limits_(limits), budget_(budget), live_(live), places_(kPlaces) {
   new_task_queue = [this] { return new PlacesQueue(places_); };
   set_tcp_nodelay(true);
   set_keep_alive_max_count(std::numeric_limits<int>::max());
@@ -71,6 +71,14 @@ void Listener::leaveAndClose(socket_t socket) {
   ::close(socket);
 }
 
+void Listener::leaveToLive(socket_t socket) {
+  {
+    const std::lock_guard lock(mutex_);
+    open_.erase(socket);
+  }
+  live_.take(socket);
+}
+
 void Listener::releaseConnections() {
   const std::lock_guard lock(mutex_);
   released_ = true;
@@ -80,13 +88,19 @@ void Listener::releaseConnections() {
 bool Listener::process_and_close_socket(socket_t socket) {
   if (enter(socket)) {
     Connection connection(socket, limits_, places_);
-    bool closed = false;
+    bool closed = false, isLive = false;
     while (!closed && connection.canGoOn() && connection.waitForRequest()) {
       Exchange exchange{connection, {}, false, {}, BodyBudget::Share(budget_)};
       currentExchangeOfThread = &exchange;
-      if (!process_request(connection, false, closed, nullptr)) break;
+      const bool processed = process_request(connection, false, closed, nullptr);
+      isLive = exchange.isLive;
+      if (!processed) break;
     }
     currentExchangeOfThread = nullptr;
+    if (isLive) {
+      leaveToLive(socket);
+      return true;
+    }
   }
   leaveAndClose(socket);
   return true;

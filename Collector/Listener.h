@@ -9,6 +9,7 @@
 
 #include "Collector/BodyBudget.h"
 #include "Collector/Connection.h"
+#include "Collector/Live.h"
 #include "Collector/Places.h"
 
 namespace zorvane::collector {
@@ -20,12 +21,14 @@ struct Exchange {
   bool bodyIsJSON = false;
   std::string error;
   BodyBudget::Share share;
+  // The response is a stream of server-sent events whose header was sent: the connection goes to Live.
+  bool isLive = false;
 };
 
 class Listener final : public httplib::Server {
  public:
-  // The budget must outlive the listener.
-  Listener(const ConnectionLimits& limits, BodyBudget& budget);
+  // Both must outlive the listener.
+  Listener(const ConnectionLimits& limits, BodyBudget& budget, Live& live);
 
   // Port 0 takes a free port. Returns the port. Throws std::runtime_error.
   int bindLoopback(int port);
@@ -39,9 +42,11 @@ class Listener final : public httplib::Server {
   bool process_and_close_socket(socket_t socket) override;
   bool enter(socket_t socket);
   void leaveAndClose(socket_t socket);
+  void leaveToLive(socket_t socket);
 
   const ConnectionLimits limits_;
   BodyBudget& budget_;
+  Live& live_;
   Places places_;
   std::mutex mutex_;
   std::set<socket_t> open_;

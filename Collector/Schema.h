@@ -1,12 +1,13 @@
 // The tables.
 //
-//   requests    one row per POST to a service, whatever its response. status: the response's, 0 if the connection was
-//               closed without one. accepted: 1 if this request stored its content; duplicate: 1 if an earlier one had;
-//               injected: "failed" or "dropped" if that happened on purpose. signature: "good", "missing", "wrong", or
-//               "none" if not computable; NULL if the body was not checked; expected: the right signature when it was
-//               missing or wrong. headers: as received, a JSON object. error: why it was refused. The columns from bid
-//               to events are the body's, NULL if it has none; events is the number of events in it. Of a refused
-//               request, names holds the names of its events, a JSON array, and body the beginning of its body.
+//   requests    one row per POST, whatever its response. status: the response's, 0 if the connection was
+//               closed without one. service: "report", "device", or "unknown" for another path. accepted: 1 if this
+//               request stored its content; duplicate: 1 if an earlier one had; injected: "failed" or "dropped" if that
+//               happened on purpose. signature: "good", "missing", "wrong", or "none" if not computable; NULL if the
+//               body was not checked; expected: the right signature when it was missing or wrong. headers: as received,
+//               a JSON object. error: why it was refused. The columns from bid to events are the body's, NULL if it has
+//               none; events is the number of events in it. Of a refused request, names holds the names of its events,
+//               a JSON array, and body the beginning of its body.
 //   batches     a view: the accepted reports. A report without a bid is always stored: duplicates of it cannot be
 //               recognised.
 //   events      the records of the accepted reports. id: kEventIDs times the batch, plus the position from 1, so ids
@@ -18,7 +19,7 @@
 //   sessions    one row per session identifier. first_batch: the first batch that names it.
 //   visits      one row per combination of user, device and session in the batches, with its first and last batch and
 //   the
-//               numbers of batches and events. Absent identifiers are "".
+//               numbers of batches and events.
 //   sources     one row per different source of a session ("" for batches without a session).
 //   devices     one row per device, from its last registration, which is the key request. Application and unique
 //               identifier tell devices apart, or the bid if the identifier is missing.
@@ -60,11 +61,11 @@ CREATE TABLE IF NOT EXISTS requests (
   error TEXT,
   bid TEXT,
   request_time TEXT,
-  session_id TEXT,
+  session_id TEXT NOT NULL,
   start_time TEXT,
-  user_id TEXT,
-  segment_id TEXT,
-  unique_id TEXT,
+  user_id TEXT NOT NULL,
+  segment_id TEXT NOT NULL,
+  unique_id TEXT NOT NULL,
   events INTEGER NOT NULL,
   names TEXT,
   body TEXT
@@ -77,7 +78,9 @@ CREATE INDEX IF NOT EXISTS requests_by_device ON requests(unique_id, id);
 CREATE INDEX IF NOT EXISTS refused_requests ON requests(id) WHERE accepted = 0 AND duplicate = 0;
 CREATE INDEX IF NOT EXISTS counted_requests ON requests(status, service, accepted, duplicate, signature);
 CREATE VIEW IF NOT EXISTS batches AS
-  SELECT id, bid, app_id, request_time, session_id, start_time, user_id, segment_id, unique_id, events, received_at
+  SELECT id, bid, app_id, request_time, nullif(session_id, '') AS session_id, start_time,
+         nullif(user_id, '') AS user_id, nullif(segment_id, '') AS segment_id, nullif(unique_id, '') AS unique_id,
+         events, received_at
   FROM requests WHERE accepted = 1 AND service = 'report';
 CREATE TABLE IF NOT EXISTS events (
   id INTEGER PRIMARY KEY,
@@ -114,6 +117,7 @@ CREATE TABLE IF NOT EXISTS visits (
   events INTEGER NOT NULL,
   PRIMARY KEY (app_id, user_id, segment_id, unique_id, session_id)
 ) WITHOUT ROWID;
+CREATE INDEX IF NOT EXISTS visits_by_user ON visits(user_id);
 CREATE INDEX IF NOT EXISTS visits_by_device ON visits(unique_id);
 CREATE INDEX IF NOT EXISTS visits_by_session ON visits(session_id);
 CREATE TABLE IF NOT EXISTS sources (

@@ -5,15 +5,11 @@
 #endif
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 
 namespace zorvane::collector {
 
 namespace {
-
-constexpr std::int64_t kDefaultRows = 100;
-constexpr std::int64_t kMaximumRows = 10'000;
 
 // Bodies up to this size are neither counted nor handled one at a time.
 constexpr std::size_t kSmallBody = 64u << 10;
@@ -50,18 +46,8 @@ std::string beginningOf(const std::string& body) {
   return json::parse(text).get<std::string>();
 }
 
-template <typename JSON = json>
-void setJSON(httplib::Response& response, const JSON& body) {
-  response.set_content(body.dump(-1, ' ', false, JSON::error_handler_t::replace) + "\n", "application/json");
-}
-
-// The number of rows asked for; kDefaultRows if that is no number.
-std::int64_t limitOf(const httplib::Request& request) {
-  const std::string text = request.get_param_value("limit");
-  std::int64_t limit = kDefaultRows;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), limit);
-  const bool number = error == std::errc() && end == text.data() + text.size();
-  return number ? std::clamp<std::int64_t>(limit, 0, kMaximumRows) : kDefaultRows;
+void setJSON(httplib::Response& response, const json& body) {
+  response.set_content(body.dump(-1, ' ', false, json::error_handler_t::replace) + "\n", "application/json");
 }
 
 // DNS-rebinding guard: accept only localhost or an IP literal as Host.
@@ -108,9 +94,11 @@ bool isEvery(std::uint64_t n, std::atomic<std::uint64_t>& count) {
 Server::Server(const Options& options, const ConnectionLimits& limits)
     : options_(options),
       budget_(limits.bodyBytes, limits.bodyPatience),
-      listener_(limits, budget_),
+      listener_(limits, budget_, live_),
       port_(listener_.bindLoopback(options.port)),
-      store_(options.database) {
+      store_(options.database),
+      reader_(store_.reader()),
+      inspector_(reader_, live_) {
   if (!options.record.empty()) recorder_ = std::make_unique<Recorder>(options.record);
   setRoutes();
 }
@@ -134,15 +122,14 @@ void Server::stop() {
   if (!thread_.joinable()) return;
   listener_.stop();
   listener_.releaseConnections();
+  live_.stop();
   thread_.join();
 }
 
 void Server::setRoutes() {
   listener_.set_payload_max_length(kMaxBodyBytes);
-  listener_.set_default_headers({{"X-Content-Type-Options", "nosniff"},
-                                 {"Content-Security-Policy",
-                                  "default-src 'none'; connect-src 'self'; script-src 'unsafe-inline'; "
-                                  "style-src 'unsafe-inline'; frame-ancestors 'none'"}});
+  listener_.set_default_headers(
+      {{"X-Content-Type-Options", "nosniff"}, {"Content-Security-Policy", kContentSecurityPolicy}});
   listener_.set_pre_routing_handler([](const httplib::Request& request, httplib::Response& response) {
     if (std::string refusal = foreignPageProblem(request); !refusal.empty()) {
       Listener::currentExchange().error = std::move(refusal);
@@ -165,21 +152,9 @@ void Server::setRoutes() {
       takePost(service, request.matches[1], request, response, reader);
     });
   }
-  listener_.Post("[^]*", [](const httplib::Request&, httplib::Response& response, const httplib::ContentReader&) {
-    response.status = 404;
-    closeAfterResponse();
-  });
-  listener_.Get("/api/summary",
-                [this](const httplib::Request&, httplib::Response& response) { setJSON(response, store_.summary()); });
-  for (const View& view : allViews()) {
-    listener_.Get(std::string("/api/") + view.name,
-                  [this, &view](const httplib::Request& request, httplib::Response& response) {
-                    setJSON(response, store_.rows(view, limitOf(request)));
-                  });
-  }
-  listener_.Get("/", [](const httplib::Request&, httplib::Response& response) {
-    response.set_content(inspectorPage(), "text/html; charset=utf-8");
-  });
+  listener_.Post("[^]*", [this](const httplib::Request& request, httplib::Response& response,
+                                const httplib::ContentReader&) { refusePath(request, response); });
+  inspector_.setRoutes(listener_);
   listener_.set_exception_handler([](const httplib::Request&, httplib::Response& response, std::exception_ptr thrown) {
     response.status = 500;
     try {
@@ -293,6 +268,19 @@ void Server::takePost(Service service, const std::string& appID, const httplib::
   delay();
 }
 
+void Server::refusePath(const httplib::Request& request, httplib::Response& response) {
+  Exchange& exchange = Listener::currentExchange();
+  exchange.error = "no such path: " + request.path;
+  exchange.connection.closeAfterResponse();
+  RequestRow row;
+  row.service = Service::Unknown;
+  row.status = response.status = 404;
+  row.error = exchange.error;
+  row.headers = headersOf(request);
+  store_.addRefused(row, nullptr);
+  live_.announce();
+}
+
 void Server::judgeAndStore(RequestRow& row, const httplib::Request& request, httplib::Response& response, bool drop) {
   Exchange& exchange = Listener::currentExchange();
   json body;
@@ -323,6 +311,7 @@ void Server::judgeAndStore(RequestRow& row, const httplib::Request& request, htt
     row.body = beginningOf(exchange.body);
     store_.addRefused(row, body);
   }
+  live_.announce();
 }
 
 void Server::delay() {
@@ -335,7 +324,7 @@ void Server::delay() {
 void Server::finish(const httplib::Request& request, httplib::Response& response) {
   Exchange& exchange = Listener::currentExchange();
   if (!exchange.connection.canGoOn()) response.set_header("Connection", "close");
-  const int status = exchange.connection.dropped() ? 0 : response.status;
+  const int status = exchange.connection.dropped() && !exchange.isLive ? 0 : response.status;
   if (!options_.quiet && request.method == "POST") {
     std::fprintf(stderr, "%s %s %d%s%s\n", request.method.c_str(), forTerminal(request.target).c_str(), status,
                  exchange.error.empty() ? "" : ": ", exchange.error.empty() ? "" : forTerminal(exchange.error).c_str());

@@ -9,8 +9,11 @@
 #include <string>
 #include <thread>
 
+#include "Collector/Inspector.h"
 #include "Collector/Listener.h"
+#include "Collector/Live.h"
 #include "Collector/Options.h"
+#include "Collector/Reader.h"
 #include "Collector/Recorder.h"
 #include "Collector/Store.h"
 
@@ -38,15 +41,19 @@ class Server {
                 const httplib::ContentReader& reader);
   int readBody(const httplib::Request& request, const httplib::ContentReader& reader);
   int judge(RequestRow& row, const httplib::Request& request, json& body);
+  void refusePath(const httplib::Request& request, httplib::Response& response);
   void judgeAndStore(RequestRow& row, const httplib::Request& request, httplib::Response& response, bool drop);
   void delay();
   void finish(const httplib::Request& request, httplib::Response& response);
 
   const Options options_;
   BodyBudget budget_;
+  Live live_;
   Listener listener_;
   const int port_;
   Store store_;
+  Reader reader_;
+  Inspector inspector_;
   std::unique_ptr<Recorder> recorder_;
   // Held while a large body is parsed and stored: its values take many times its size.
   std::mutex largeBody_;

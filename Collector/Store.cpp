@@ -12,7 +12,15 @@ namespace zorvane::collector {
 namespace {
 
 const char* nameOf(Service service) {
-  return service == Service::Report ? "report" : "device";
+  switch (service) {
+    case Service::Report:
+      return "report";
+    case Service::Device:
+      return "device";
+    case Service::Unknown:
+      return "unknown";
+  }
+  return "unknown";
 }
 
 const char* nameOf(Signature signature) {
@@ -36,28 +44,7 @@ std::string namesOf(const Contents& contents) {
   return names.dump();
 }
 
-// Commits after the work, rolls back if it throws.
-template <typename Work>
-auto inTransaction(soci::session& session, Work work) {
-  try {
-    soci::transaction transaction(session);
-    auto result = work();
-    transaction.commit();
-    return result;
-  } catch (const soci::soci_error& error) {
-    throw DatabaseError(error);
-  }
-}
-
 }  // namespace
-
-Store::Session::Session(const std::string& path) {
-  try {
-    openSQLite(*this, path);
-  } catch (const DatabaseError& error) {
-    throw std::runtime_error("cannot use the database " + path + ": " + error.what());
-  }
-}
 
 Store::Inserts::Inserts(soci::session& database)
     :  // A conflict: the bid was accepted before.
@@ -113,22 +100,26 @@ void Store::commit(Write& write) {
     for (Write* each : writes) each->done = true;
     changed_.notify_all();
   }
-  if (write.failure) std::rethrow_exception(write.failure);
+  if (!write.failure) return;
+  try {
+    std::rethrow_exception(write.failure);
+  } catch (const soci::soci_error& error) {
+    throw DatabaseError(error);
+  }
 }
 
 void Store::writeTogether(const std::vector<Write*>& writes) {
   try {
     const std::lock_guard lock(writer_.mutex);
-    inTransaction(writer_, [&] {
-      for (Write* write : writes) add(*write);
-      return true;
-    });
+    soci::transaction transaction(writer_);
+    for (Write* write : writes) add(*write);
+    transaction.commit();
   } catch (...) {
-    if (writes.size() == 1) {
-      writes[0]->failure = std::current_exception();
-    } else {
-      // One that fails does not cost the others.
+    // One that fails does not cost the others.
+    if (writes.size() > 1) {
       for (Write* write : writes) writeTogether({write});
+    } else {
+      writes[0]->failure = std::current_exception();
     }
   }
 }
@@ -168,11 +159,10 @@ std::optional<std::int64_t> Store::addRow(const Write& write, const Contents& co
 
 void Store::addBatch(const RequestRow& row, const json& body, const Contents& contents, std::int64_t id,
                      const std::string& now) {
-  const std::string session = contents.sessionID.value_or("");
-  if (contents.sessionID) insert_.session.run(id, session, contents.startTime, row.appID);
-  insert_.visit.run(row.appID, contents.userID.value_or(""), contents.segmentID.value_or(""),
-                    contents.uniqueID.value_or(""), session, id, id, 1, contents.events);
-  for (const json& source : sectionOf(sectionOf(body, "meta"), "source")) addSource(source, session);
+  if (!contents.sessionID.empty()) insert_.session.run(id, contents.sessionID, contents.startTime, row.appID);
+  insert_.visit.run(row.appID, contents.userID, contents.segmentID, contents.uniqueID, contents.sessionID, id, id, 1,
+                    contents.events);
+  for (const json& source : sectionOf(sectionOf(body, "meta"), "source")) addSource(source, contents.sessionID);
   for (const auto& [name, number] : contents.names) addArrival(now, "event", name, number);
   addEvents(body, id, now);
 }
@@ -207,86 +197,6 @@ void Store::addDevice(const RequestRow& row, const json& body, std::int64_t requ
 
 void Store::addArrival(const std::string& now, std::string_view kind, const std::string& name, std::int64_t number) {
   insert_.arrival.run(now.substr(0, std::string_view("2026-11-21T10:00").size()), std::string(kind), name, number);
-}
-
-json Store::summary() {
-  const std::lock_guard lock(reader().mutex);
-  return inTransaction(reader(), [&] {
-    const auto count = [this](const char* what) {
-      std::int64_t number = 0;
-      reader() << "SELECT " << what, soci::into(number);
-      return number;
-    };
-    std::map<int, std::int64_t> byStatus;
-    std::int64_t batches = 0, checked = 0, bad = 0, duplicates = 0;
-    int status = 0, accepted = 0, duplicate = 0;
-    std::string service, signature;
-    std::int64_t number = 0;
-    soci::statement counts =
-        (reader().prepare << "SELECT status, service, accepted, duplicate, coalesce(signature, ''), count(*) FROM "
-                             "requests GROUP BY status, service, accepted, duplicate, signature",
-         soci::into(status), soci::into(service), soci::into(accepted), soci::into(duplicate), soci::into(signature),
-         soci::into(number));
-    counts.execute();
-    while (counts.fetch()) {
-      byStatus[status] += number;
-      if (accepted == 1 && service == "report") batches += number;
-      if (signature == "missing" || signature == "wrong") bad += number;
-      if (signature == "good") checked += number;
-      if (duplicate == 1) duplicates += number;
-    }
-    json requests = json::object();
-    for (const auto& [each, times] : byStatus) requests[std::to_string(each)] = times;
-    return json{{"requests", requests},
-                {"batches", batches},
-                {"events", count("count(*) FROM events")},
-                {"sessions", count("count(*) FROM sessions")},
-                {"sources", count("count(*) FROM sources")},
-                {"devices", count("count(*) FROM devices")},
-                {"users", count("count(DISTINCT user_id) FROM visits WHERE user_id <> ''")},
-                {"signatures_checked", checked + bad},
-                {"signatures_bad", bad},
-                {"duplicates", duplicates}};
-  });
-}
-
-nlohmann::ordered_json Store::rows(const View& view, std::int64_t limit) {
-  const std::lock_guard lock(reader().mutex);
-  return inTransaction(reader(), [&] {
-    struct Cell {
-      std::int64_t integer = 0;
-      Text text;
-      soci::indicator state = soci::i_ok;
-    };
-    std::vector<Cell> cells(view.columns.size());
-    soci::statement statement(reader());
-    for (std::size_t i = 0; i < cells.size(); ++i) {
-      if (view.columns[i].type == Column::Type::Integer) {
-        statement.exchange(soci::into(cells[i].integer, cells[i].state));
-      } else {
-        statement.exchange(soci::into(cells[i].text));
-      }
-    }
-    statement.exchange(soci::use(limit));
-    statement.alloc();
-    statement.prepare(queryOf(view));
-    statement.define_and_bind();
-    statement.execute();
-    auto rows = nlohmann::ordered_json::array();
-    while (statement.fetch()) {
-      auto row = nlohmann::ordered_json::object();
-      for (std::size_t i = 0; i < cells.size(); ++i) {
-        auto& value = row[view.columns[i].name];
-        if (view.columns[i].type == Column::Type::Integer) {
-          if (cells[i].state == soci::i_ok) value = cells[i].integer;
-        } else if (cells[i].text) {
-          value = *cells[i].text;
-        }
-      }
-      rows.push_back(std::move(row));
-    }
-    return rows;
-  });
 }
 
 }  // namespace zorvane::collector

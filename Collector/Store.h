@@ -14,7 +14,6 @@
 #include "Collector/Checks.h"
 #include "Collector/Contents.h"
 #include "Collector/Database.h"
-#include "Collector/Views.h"
 
 namespace zorvane::collector {
 
@@ -45,18 +44,10 @@ class Store {
   // Stores a request whose body passed the checks. False if its bid was accepted before: then only the row is stored.
   bool addAccepted(const RequestRow& row, const json& body);
 
-  // {"requests": {STATUS: count}, "batches", "events", "sessions", "sources", "devices", "users",
-  //  "signatures_checked", "signatures_bad", "duplicates"}, all counts over the whole database.
-  json summary();
-  // The first rows of the view, as objects with its columns in order; NULL as null.
-  nlohmann::ordered_json rows(const View& view, std::int64_t limit);
+  // For queries. In memory it is the connection that writes, too; a file has one of its own.
+  Session& reader() { return reader_ ? *reader_ : writer_; }
 
  private:
-  // A connection to the database. Its statements and transactions need the mutex.
-  struct Session : soci::session {
-    explicit Session(const std::string& path);
-    std::mutex mutex;
-  };
   // Prepared once. The types are those of the columns, in their order.
   struct Inserts {
     explicit Inserts(soci::session& database);
@@ -95,10 +86,9 @@ class Store {
   void addSource(const json& source, const std::string& session);
   void addDevice(const RequestRow& row, const json& body, std::int64_t request, const std::string& now);
   void addArrival(const std::string& now, std::string_view kind, const std::string& name, std::int64_t number = 1);
-  Session& reader() { return reader_ ? *reader_ : writer_; }
 
   Session writer_;
-  std::unique_ptr<Session> reader_;  // none for a database in memory, which has one connection only
+  std::unique_ptr<Session> reader_;  // none for a database in memory: it has one connection only
   Inserts insert_;
   std::mutex mutex_;
   std::condition_variable changed_;

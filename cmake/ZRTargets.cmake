@@ -55,6 +55,12 @@ function(zr_include_folder name)
   target_include_directories(${name} PUBLIC "$<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include/${name}>")
 endfunction()
 
+# g++ has -Oz since release 12. clang's is much slower than its -Os.
+set(ZR_SMALL -Os)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 12)
+  set(ZR_SMALL -Oz)
+endif()
+
 # zr_add_library(NAME [LINKS ...]): a static library of every source below the current folder. Its code may be linked
 # into a shared library, too. cmake/ZRPackage.cmake makes the package of some.
 function(zr_add_library name)
@@ -65,7 +71,7 @@ function(zr_add_library name)
   set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
   target_compile_features(${name} PUBLIC cxx_std_20)
   # Optimise for size: applications ship this code and rarely wait for it.
-  target_compile_options(${name} PRIVATE -fvisibility=hidden -ffunction-sections -fdata-sections $<$<CONFIG:Release>:-Os>
+  target_compile_options(${name} PRIVATE -fvisibility=hidden -ffunction-sections -fdata-sections $<$<CONFIG:Release>:${ZR_SMALL}>
     $<TARGET_PROPERTY:zr_warnings,INTERFACE_COMPILE_OPTIONS>)
   target_link_libraries(${name} PUBLIC ${ARG_LINKS})
   # In these builds the tests fail when host code is called under a lock. Public: it changes inline code of a header, so

@@ -20,10 +20,9 @@ constexpr double kMonitorSeconds = 0.01;
 
 }  // namespace
 
-WorkerPool::WorkerPool(std::shared_ptr<QueueContext> context)
-    : context_(std::move(context)), cores_(static_cast<int>(std::max(1U, std::thread::hardware_concurrency()))) {}
+WorkerPool::WorkerPool(std::shared_ptr<QueueContext> context) : context_(std::move(context)) {}
 
-void WorkerPool::post(Priority priority, Task task) {
+void WorkerPool::post(Priority priority, Task&& task) {
   context_->tasks.add();
   Call call = Call::None;
   bool dropped = false;
@@ -37,7 +36,7 @@ void WorkerPool::post(Priority priority, Task task) {
     }
   }
   if (dropped) {
-    task.reset();  // NOLINT(bugprone-use-after-move): a dropped task was not moved
+    task.reset();
     context_->tasks.done();
   }
   carryOut(call);
@@ -45,14 +44,16 @@ void WorkerPool::post(Priority priority, Task task) {
 
 void WorkerPool::shutDown() {
   TaskFifo dropped[2];
+  int sleepers = 0;
   {
     MutexLock lock(mutex_);
-    shutDown_.store(true, std::memory_order_relaxed);
+    if (shutDown_.exchange(true, std::memory_order_relaxed)) return;
+    sleepers = asleep_;
     dropped[0].swap(default_);
     dropped[1].swap(background_);
     updateHint();
   }
-  workerCalled_.notifyAll();
+  for (; sleepers > 0; --sleepers) workerCalled_.post();
   monitorCalled_.notifyAll();
   for (TaskFifo& tasks : dropped) {
     const std::size_t count = tasks.size();
@@ -64,13 +65,16 @@ void WorkerPool::shutDown() {
 void WorkerPool::runWorker() noexcept {
   Item item;
   while (take(item)) {
-    {
-      const CurrentQueue::Scope scope(identity(item.priority));
-      context_->uncaught.guard(item.task);
-      item.task.reset();
-    }
-    finish(item.priority);
-    context_->tasks.done();
+    bool hasNext = false;
+    do {
+      {
+        const CurrentQueue::Scope scope(identity(item.priority));
+        context_->uncaught.guard(item.task);
+        item.task.reset();
+      }
+      hasNext = takeNext(item);
+      context_->tasks.done();
+    } while (hasNext);
   }
 }
 
@@ -82,6 +86,20 @@ bool WorkerPool::take(Item& item) {
       if (isShutDown()) return false;
       sleepUntilCalled();
     }
+    call = neededCall();
+  }
+  carryOut(call);
+  return true;
+}
+
+bool WorkerPool::takeNext(Item& item) {
+  Call call = Call::None;
+  {
+    MutexLock lock(mutex_);
+    --running_;
+    if (item.priority == Priority::Background) --runningBackground_;
+    ++looking_;
+    if (!tryTake(item)) return false;
     call = neededCall();
   }
   carryOut(call);
@@ -105,23 +123,18 @@ bool WorkerPool::tryTake(Item& item) {
 void WorkerPool::sleepUntilCalled() {
   --looking_;
   ++asleep_;
-  while (unseenCalls_ == 0 && !isShutDown()) workerCalled_.wait(mutex_);
+  mutex_.unlock();
+  workerCalled_.wait();
+  mutex_.lock();
   // The caller has counted this worker as looking again.
-  if (unseenCalls_ > 0) --unseenCalls_;
-}
-
-void WorkerPool::finish(Priority priority) {
-  MutexLock lock(mutex_);
-  --running_;
-  if (priority == Priority::Background) --runningBackground_;
-  ++looking_;
 }
 
 void WorkerPool::runMonitor() noexcept {
-  while (!isShutDown()) carryOut(checkProgress());
+  const int cores = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+  while (!isShutDown()) carryOut(checkProgress(cores));
 }
 
-WorkerPool::Call WorkerPool::checkProgress() {
+WorkerPool::Call WorkerPool::checkProgress(int cores) {
   MutexLock lock(mutex_);
   while (!monitoring_ && !isShutDown()) monitorCalled_.wait(mutex_);
   const std::uint64_t takenBefore = taken_;
@@ -132,7 +145,7 @@ WorkerPool::Call WorkerPool::checkProgress() {
   const bool waiting = runnable() > 0;
   // Slow counts only while a core may be free.
   const bool stuck = taken == 0;
-  const bool slow = taken < waitingBefore && running_ < cores_;
+  const bool slow = taken < waitingBefore && running_ < cores;
   if (waiting && (stuck || slow) && looking_ == 0) {
     // The called worker calls the monitor again if tasks still wait.
     monitoring_ = false;
@@ -160,7 +173,6 @@ WorkerPool::Call WorkerPool::callWorker() {
   ++looking_;
   if (asleep_ == 0) return Call::StartWorker;
   --asleep_;
-  ++unseenCalls_;
   return Call::WakeWorker;
 }
 
@@ -169,7 +181,7 @@ void WorkerPool::carryOut(Call call) {
     case Call::None:
       break;
     case Call::WakeWorker:
-      workerCalled_.notifyOne();
+      workerCalled_.post();
       break;
     case Call::WakeMonitor:
       monitorCalled_.notifyOne();

@@ -26,6 +26,7 @@
 #include "Platform/Dispatch/Mutex.h"
 #include "Platform/Dispatch/QueueContext.h"
 #include "Platform/Dispatch/Scheduler.h"
+#include "Platform/Dispatch/Semaphore.h"
 #include "Platform/Dispatch/TaskFifo.h"
 
 namespace zorvane::platform {
@@ -37,7 +38,7 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
 
   // Starts tasks in the order in which they were posted, default priority before background priority. Counts the task
   // in the context until it is done. After shutDown() the task is dropped.
-  void post(Priority priority, Task task);
+  void post(Priority priority, Task&& task);
   // The current queue (CurrentQueue) while a task of that priority runs.
   const void* identity(Priority priority) const noexcept { return &identities_[indexOf(priority)]; }
   // Whether tasks wait for a worker. A hint: may be out of date.
@@ -61,17 +62,18 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   void runWorker() noexcept;
   // Waits for the next task. The calling worker is looking, then running. False at shutdown.
   bool take(Item& item) ZR_EXCLUDES(mutex_);
+  // Takes the next task after this one, which has run. The calling worker is running, then running again, or looking
+  // if it returns false because there is none.
+  bool takeNext(Item& item) ZR_EXCLUDES(mutex_);
   // Takes a task if one may start. The calling worker is looking, then running.
   bool tryTake(Item& item) ZR_REQUIRES(mutex_);
   // The calling worker is looking, then asleep, and looking again when it was called. Returns at shutdown too.
   void sleepUntilCalled() ZR_REQUIRES(mutex_);
-  // The calling worker was running and is looking now.
-  void finish(Priority priority) ZR_EXCLUDES(mutex_);
 
   // The body of the monitor. Ends at shutdown.
   void runMonitor() noexcept;
   // Waits until tasks have waited for 10 milliseconds, then returns the call they need, if any.
-  Call checkProgress() ZR_EXCLUDES(mutex_);
+  Call checkProgress(int cores) ZR_EXCLUDES(mutex_);
 
   // How many waiting tasks may start now.
   std::size_t runnable() const ZR_REQUIRES(mutex_);
@@ -84,7 +86,6 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   void carryOut(Call call) ZR_EXCLUDES(mutex_);
 
   const std::shared_ptr<QueueContext> context_;
-  const int cores_;
   std::array<char, 2> identities_{};
 
   Mutex mutex_;
@@ -96,9 +97,8 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   int running_ ZR_GUARDED_BY(mutex_) = 0;
   int asleep_ ZR_GUARDED_BY(mutex_) = 0;
   int runningBackground_ ZR_GUARDED_BY(mutex_) = 0;
-  // Calls that no sleeping worker has seen yet.
-  int unseenCalls_ ZR_GUARDED_BY(mutex_) = 0;
-  Condition workerCalled_;
+  // Posted once for each sleeping worker that is called.
+  Semaphore workerCalled_;
 
   bool monitorStarted_ ZR_GUARDED_BY(mutex_) = false;
   bool monitoring_ ZR_GUARDED_BY(mutex_) = false;

@@ -48,6 +48,7 @@ void BinaryEncoder::findExisting() {
 }
 
 std::uint32_t BinaryEncoder::encode(const Value& value, int depth) {
+  if (!isDecodable_) return 0;
   const std::size_t start = bytes_.size();
   switch (value.kind()) {
     case Value::Kind::Nil:
@@ -93,21 +94,22 @@ std::uint32_t BinaryEncoder::encode(const Value& value, int depth) {
 
 std::uint32_t BinaryEncoder::encodeContainer(const Value& value, int depth) {
   const std::size_t firstReference = references_.size();
-  std::size_t count = 0;
-  if (const Array* array = value.asArray()) {
+  const Array* array = value.asArray();
+  const Dictionary* dictionary = value.asDictionary();
+  if (dictionary) addKeys(*dictionary);
+  const std::size_t firstElement = references_.size();
+  std::size_t next = firstElement;
+  references_.resize(firstElement + (array ? array->size() : dictionary->size()));
+  if (array) {
     for (const Value& element : *array) {
-      if (element.isNil()) continue;
-      references_.push_back(encode(element, depth + 1));
-      ++count;
+      if (!element.isNil()) references_[next++] = encode(element, depth + 1);
     }
+    references_.resize(next);
   } else {
-    const Dictionary& dictionary = *value.asDictionary();
-    count = dictionary.size();
-    addKeys(dictionary);
-    for (const auto& [key, element] : dictionary) references_.push_back(encode(element, depth + 1));
+    for (const auto& [key, element] : *dictionary) references_[next++] = encode(element, depth + 1);
   }
-  isDecodable_ = allowance_.take(count, 0) && isDecodable_;
-  return addContainer(value.isArray() ? 0xA0 : 0xD0, count, firstReference);
+  isDecodable_ = allowance_.take(next - firstElement, 0) && isDecodable_;
+  return addContainer(array ? 0xA0 : 0xD0, next - firstElement, firstReference);
 }
 
 void BinaryEncoder::addKeys(const Dictionary& dictionary) {
@@ -241,11 +243,12 @@ bool BinaryEncoder::isEqualTo(std::uint32_t index, std::string_view encoded) con
 }
 
 void BinaryEncoder::beginEntry() {
-  allowance_ = {};
+  allowance_ = DecodingAllowance();
   isDecodable_ = true;
 }
 
 void BinaryEncoder::commit() {
+  if (offsets_.empty()) return;
   std::string offsets;
   appendBigEndian(offsets_, 4, offsets);
   objects_.bytes.append(bytes_);
@@ -267,11 +270,17 @@ void appendBigEndian(std::span<const std::uint32_t> numbers, std::size_t size, s
   const std::size_t first = out.size();
   out.resize(first + numbers.size() * size);
   auto* to = reinterpret_cast<unsigned char*>(out.data() + first);
-  for (const std::uint32_t number : numbers) {
-    if (size == 4) {
-      *to++ = static_cast<unsigned char>(number >> 24);
-      *to++ = static_cast<unsigned char>(number >> 16);
+  // Two loops, because compilers make one instruction of the stores.
+  if (size == 2) {
+    for (const std::uint32_t number : numbers) {
+      *to++ = static_cast<unsigned char>(number >> 8);
+      *to++ = static_cast<unsigned char>(number);
     }
+    return;
+  }
+  for (const std::uint32_t number : numbers) {
+    *to++ = static_cast<unsigned char>(number >> 24);
+    *to++ = static_cast<unsigned char>(number >> 16);
     *to++ = static_cast<unsigned char>(number >> 8);
     *to++ = static_cast<unsigned char>(number);
   }

@@ -58,9 +58,10 @@ class BinaryEncoder {
   using Copies = std::vector<std::uint32_t>;
   std::uint32_t copy(const BinaryObjects& from, std::size_t index, int depth, Copies& copies);
 
-  // Whether what was encoded since beginEntry can be decoded with a full allowance.
-  bool isDecodable() const { return isDecodable_; }
+  // From here on, what is encoded must fit a full allowance. Once it does not, isDecodable is false and the encoder
+  // stops to encode values: what it returns is of no use.
   void beginEntry();
+  bool isDecodable() const { return isDecodable_; }
 
   // The new objects, and the position of each in the whole file.
   const std::string& bytes() const { return bytes_; }
@@ -94,7 +95,7 @@ class BinaryEncoder {
   std::string bytes_;
   std::vector<std::uint32_t> offsets_;
   std::vector<std::uint32_t> references_;  // of the containers being encoded, innermost last
-  DecodingAllowance allowance_;
+  DecodingAllowance allowance_{SIZE_MAX, SIZE_MAX};
   bool isDecodable_ = true;
 };
 

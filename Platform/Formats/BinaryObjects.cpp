@@ -71,9 +71,7 @@ Result<BinaryObjects> BinaryObjects::open(std::string_view file, const std::shar
   const std::size_t trailerStart = file.size() - kTrailerSize;
   const std::string_view trailer = file.substr(trailerStart);
   const auto malformed = [&](std::string_view what, std::size_t at) {
-    return Error{"no binary property list: " + std::string(what) + " at byte " +
-                     textOfInteger(static_cast<std::int64_t>(trailerStart + at)),
-                 0};
+    return Error{"no binary property list: " + textAtByte(what, trailerStart + at), 0};
   };
   BinaryObjects objects;
   objects.offsetSize = bigEndian(trailer.data() + 6, 1);

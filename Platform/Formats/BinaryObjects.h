@@ -106,7 +106,7 @@ struct DecodingAllowance {
 
   // False when less is left.
   bool take(std::size_t valueCount, std::size_t byteCount);
-  // Takes what decoding the value will cost at most, once it is encoded. depth is the number of containers around it.
+  // Takes what the value's encoding will cost at most. depth is the number of containers around it.
   bool takeEncoded(const Value& value, int depth);
 };
 

@@ -6,12 +6,11 @@
 namespace zorvane::platform {
 namespace {
 
-// The keys of a dictionary as JSON: "first": and ,"second": and so on.
+// The keys of a dictionary as JSON, "first": and ,"second": and so on, each with a zero byte behind it.
 struct JSONKeys {
   std::string_view references;
-  std::string text;
-  std::vector<std::size_t> ends;  // of each key in the text
-  std::size_t byteCount = 0;      // in the file
+  std::string texts;
+  std::size_t byteCount = 0;  // in the file
   bool areUnique = false;
 };
 
@@ -140,10 +139,10 @@ class Reader {
       return true;
     }
     out += '{';
-    std::size_t start = 0;
+    std::string_view key = keys->texts.c_str();
     for (std::size_t i = 0; i < object.count; ++i) {
-      out.append(keys->text, start, keys->ends[i] - start);
-      start = keys->ends[i];
+      out += key;
+      key = key.data() + key.size() + 1;
       if (!appendJSON(objects_.reference(object, object.count + i), depth + 1, out)) return false;
     }
     out += '}';
@@ -166,10 +165,9 @@ class Reader {
       made.byteCount += key.content.size();
       const std::string_view text = textOfObject(key, storage_);
       seen.set(text, null);
-      if (i != 0) made.text += ',';
-      appendJSONString(text, made.text);
-      made.text += ':';
-      made.ends.push_back(made.text.size());
+      if (i != 0) made.texts += ',';
+      appendJSONString(text, made.texts);
+      made.texts.append(":", 2);
     }
     made.areUnique = seen.size() == object.count;
     if (keys_.size() == kRememberedKeys) return &made;

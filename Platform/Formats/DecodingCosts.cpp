@@ -6,13 +6,14 @@
 namespace zorvane::platform {
 namespace {
 
-// The size of the largest number, an integer of 16 bytes.
-constexpr std::size_t kNumberSize = 16;
+// The most bytes of a marker with its length, and of a number: an integer of 16 bytes with its marker.
+constexpr std::size_t kHeaderSize = 10;
+constexpr std::size_t kNumberSize = 17;
 constexpr std::uint8_t kUndecodable = kMaxPropertyListDepth + 1;
 
 // A character outside ASCII makes every character two bytes.
 std::size_t encodedSize(std::string_view text) {
-  return isASCII(text) ? text.size() : 2 * text.size();
+  return kHeaderSize + (isASCII(text) ? text.size() : 2 * text.size());
 }
 
 }  // namespace
@@ -31,7 +32,7 @@ bool DecodingAllowance::takeEncoded(const Value& value, int depth) {
     case Value::Kind::URL:
       return take(0, encodedSize(value.asURL()->absoluteString));
     case Value::Kind::Data:
-      return take(0, value.asData()->bytes.size());
+      return take(0, kHeaderSize + value.asData()->bytes.size());
     case Value::Kind::Object:
       return takeEncoded(plainValueOf(*value.asObject()), depth);
     case Value::Kind::Array:
@@ -42,7 +43,7 @@ bool DecodingAllowance::takeEncoded(const Value& value, int depth) {
   }
   const Array* array = value.asArray();
   const Dictionary* dictionary = value.asDictionary();
-  if (depth >= kMaxPropertyListDepth) return true;
+  if (depth >= kMaxPropertyListDepth) return take(0, encodedSize(""));
   const std::size_t count = array ? array->size() : dictionary->size();
   if (!take(count, 0)) return false;
   for (std::size_t i = 0; i < count; ++i) {

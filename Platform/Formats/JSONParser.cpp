@@ -28,7 +28,7 @@ class Parser {
   // Every step returns false on failure, after the first failure has set error_.
   bool fail(std::string_view what) { return failAt(what, position_); }
   bool failAt(std::string_view what, std::size_t position) {
-    error_ = std::string(what) + " at byte " + textOfInteger(static_cast<std::int64_t>(position));
+    error_ = textAtByte(what, position);
     return false;
   }
 
@@ -166,8 +166,9 @@ class Parser {
   // "uXXXX"
   bool parseUnit(std::uint32_t& unit) {
     const std::string_view digits = text_.substr(std::min(position_ + 1, text_.size()), 4);
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), unit, 16);
-    if (digits.size() != 4 || error != std::errc() || end != digits.data() + 4) return fail("an unsound \\u escape");
+    const auto number = wholeUnsigned(digits, 16);
+    if (digits.size() != 4 || !number) return fail("an unsound \\u escape");
+    unit = static_cast<std::uint32_t>(*number);
     position_ += 5;
     return true;
   }

@@ -1,5 +1,4 @@
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -160,8 +159,7 @@ void appendJSONDouble(double number, std::string& out) {
 }
 
 void appendJSONInteger(std::int64_t number, std::string& out) {
-  char text[24];
-  out.append(text, std::to_chars(text, text + sizeof text, number).ptr);
+  out += textOfInteger(number);
 }
 
 void appendJSONDate(Date date, std::string& out) {

@@ -1,32 +1,34 @@
 #include "Platform/Formats/KeyedArchiveNumbers.h"
 
-#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
 #include <limits>
 #include <string>
-#include <vector>
 
 #include "Platform/Text/NumberText.h"
 
 namespace zorvane::platform::archive {
 namespace {
 
+constexpr std::size_t kWords = 8;
+
 // The decimal digits of a number given as 16-bit words, lowest word first.
-std::string digitsOfWords(std::vector<std::uint32_t> words) {
+std::string digitsOfWords(std::array<std::uint32_t, kWords> words) {
   std::string digits;
-  while (std::any_of(words.begin(), words.end(), [](std::uint32_t word) { return word != 0; })) {
+  std::uint32_t left = 0;
+  do {
+    left = 0;
     std::uint32_t rest = 0;
-    for (auto word = words.rbegin(); word != words.rend(); ++word) {
-      const std::uint32_t part = rest << 16 | *word;
-      *word = part / 10;
+    for (std::size_t i = kWords; i-- > 0;) {
+      const std::uint32_t part = rest << 16 | words[i];
+      words[i] = part / 10;
+      left |= words[i];
       rest = part % 10;
     }
-    digits += static_cast<char>('0' + rest);
-  }
-  if (digits.empty()) digits = "0";
-  std::reverse(digits.begin(), digits.end());
+    digits.insert(digits.begin(), static_cast<char>('0' + rest));
+  } while (left != 0);
   return digits;
 }
 
@@ -42,7 +44,6 @@ Value numberOfText(const std::string& text) {
 
 Value decimalNumber(const Dictionary& entry) {
   if (const Value text = entry.objectForKey("NS.string"); text.isString()) return numberOfText(*text.asString());
-  constexpr std::size_t kWords = 8;
   constexpr std::int64_t kBigEndianOrder = 2;
   constexpr int kShortExponent = 18;
   const Value mantissa = entry.objectForKey("NS.mantissa");
@@ -59,15 +60,15 @@ Value decimalNumber(const Dictionary& entry) {
   // No words and a minus sign mean not-a-number.
   if (*length.asInteger() == 0 && negative.boolValue()) return std::numeric_limits<double>::quiet_NaN();
   const bool isBigEndian = !order.isNil() && *order.asInteger() == kBigEndianOrder;
-  std::vector<std::uint32_t> words;
+  std::array<std::uint32_t, kWords> words{};
   for (std::size_t i = 0; i < static_cast<std::size_t>(*length.asInteger()); ++i) {
     const std::uint32_t first = mantissa.asData()->bytes[2 * i];
     const std::uint32_t second = mantissa.asData()->bytes[2 * i + 1];
-    words.push_back(isBigEndian ? first << 8 | second : second << 8 | first);
+    words[i] = isBigEndian ? first << 8 | second : second << 8 | first;
   }
   std::string digits;
   if (negative.boolValue()) digits += '-';
-  digits += digitsOfWords(std::move(words));
+  digits += digitsOfWords(words);
   const auto power = static_cast<int>(*exponent.asInteger());
   if (power >= 0 && power <= kShortExponent) {
     digits.append(static_cast<std::size_t>(power), '0');

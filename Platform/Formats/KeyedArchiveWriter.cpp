@@ -52,15 +52,16 @@ class Writer {
   std::uint32_t reserve() { return addEntry(Value()); }
 
   std::uint32_t fill(std::uint32_t index, std::string_view className, Dictionary content) {
-    content.set("$class", reference(classNamed(className)));
+    content.set("$class", classNamed(className));
     objects_[index] = std::move(content);
     return index;
   }
 
-  std::uint32_t classNamed(std::string_view name) {
-    const auto [known, isNew] = classes_.emplace(name, 0);
-    if (isNew) known->second = addEntry(Dictionary{{"$classname", name}, {"$classes", Array{name, "NSObject"}}});
-    return known->second;
+  Value classNamed(std::string_view name) {
+    if (const Value* known = classes_.find(name)) return *known;
+    const Value added = reference(addEntry(Dictionary{{"$classname", name}, {"$classes", Array{name, "NSObject"}}}));
+    classes_.set(name, added);
+    return added;
   }
 
   std::uint32_t addContainer(const Value& value, int depth) {
@@ -99,7 +100,7 @@ class Writer {
   }
 
   Array objects_;
-  std::unordered_map<std::string, std::uint32_t> classes_;
+  Dictionary classes_;  // references by name
   std::unordered_map<const ArchivedObject*, std::uint32_t> indices_;
 };
 

@@ -97,25 +97,21 @@ class PropertyListDictionarySnapshot::Builder {
   explicit Builder(std::size_t referenceSize) : objects_(emptyObjects(referenceSize)), encoder_(objects_) {}
   explicit Builder(const State& state) : objects_(*state.source), encoder_(objects_, state.take(pairs_)) {}
 
-  // The position of the entry, or the number of entries.
-  std::size_t find(std::string_view key) const {
-    const std::uint32_t hash = hashOf(key);
-    std::string storage;
-    std::size_t i = 0;
-    for (; i < pairs_.size(); ++i) {
-      BinaryObject object;
-      if (pairs_[i].keyHash == hash && objects_.read(pairs_[i].key, object) && textOfObject(object, storage) == key) {
-        break;
-      }
-    }
-    return i;
-  }
-
-  // Replaces the entry at the position, or adds one.
-  void set(std::size_t position, std::string_view key, const Value& value) {
+  // Replaces the entry at the position, or adds one. When false, the value is too large, and the builder is of no use.
+  bool set(std::size_t position, std::string_view key, const Value& value) {
     encoder_.beginEntry();
     const std::uint32_t index = encoder_.encode(value, 1);
-    put(position, key, index, encoder_.isDecodable());
+    if (encoder_.isDecodable()) put(position, key, index, true);
+    return encoder_.isDecodable();
+  }
+
+  // The same for each by its key.
+  bool setAll(const Dictionary& entries) {
+    encoder_.commit();  // find() reads the keys
+    for (const auto& [key, value] : entries) {
+      if (!set(find(key), key, value)) return false;
+    }
+    return true;
   }
 
   // Copies an entry of another snapshot. Entries of one snapshot should follow one another.
@@ -130,17 +126,18 @@ class PropertyListDictionarySnapshot::Builder {
     put(pairs_.size(), entry.key, index, isDecodable);
   }
 
-  // When false, finish() must not be called.
+  // When false, the builder is of no use.
   bool fits() const { return encoder_.fits(); }
 
   std::shared_ptr<const State> finish() {
     encoder_.commit();
     auto state = std::make_shared<State>();
     const std::size_t rootStart = objects_.bytes.size();
-    std::vector<std::uint32_t> references;
-    references.reserve(2 * pairs_.size());
-    for (const Pair& pair : pairs_) references.push_back(static_cast<std::uint32_t>(pair.key));
-    for (const Pair& pair : pairs_) references.push_back(static_cast<std::uint32_t>(pair.value));
+    std::vector<std::uint32_t> references(2 * pairs_.size());
+    for (std::size_t i = 0; i < pairs_.size(); ++i) {
+      references[i] = static_cast<std::uint32_t>(pairs_[i].key);
+      references[pairs_.size() + i] = static_cast<std::uint32_t>(pairs_[i].value);
+    }
     appendMarker(0xD0, pairs_.size(), state->root);
     appendBigEndian(references, objects_.referenceSize, state->root);
     const std::size_t tableStart = rootStart + state->root.size();
@@ -162,6 +159,20 @@ class PropertyListDictionarySnapshot::Builder {
   }
 
  private:
+  // The position of the entry, or the number of entries.
+  std::size_t find(std::string_view key) const {
+    const std::uint32_t hash = hashOf(key);
+    std::string storage;
+    BinaryObject object;
+    std::size_t i = 0;
+    for (; i < pairs_.size(); ++i) {
+      if (pairs_[i].keyHash == hash && objects_.read(pairs_[i].key, object) && textOfObject(object, storage) == key) {
+        break;
+      }
+    }
+    return i;
+  }
+
   void put(std::size_t position, std::string_view key, std::uint32_t value, bool isDecodable) {
     constexpr std::size_t kCommitted = std::size_t{256} << 10;
     if (position == pairs_.size()) pairs_.emplace_back();
@@ -185,13 +196,15 @@ Result<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::open(std:
   if (!bytes.starts_with("bplist")) {
     Builder builder(kReferenceSizes[1]);
     Dictionary positions;
+    bool isDecodable = true;
     const auto parsed = parseXMLPropertyList(bytes, [&](std::string_view key, const Value& value) {
       const Value* known = positions.find(key);
       const std::size_t position = known ? static_cast<std::size_t>(known->integerValue()) : positions.size();
-      builder.set(position, key, value);
+      isDecodable = isDecodable && builder.set(position, key, value);
       if (!known) positions.set(key, position);
     });
     if (!parsed) return parsed.error();
+    if (!isDecodable) return Error{"an entry of the property list is too large", 0};
     if (!parsed.value().isDictionary()) {
       return Error{"no dictionary stands at the root of the property list at byte 0", 0};
     }
@@ -253,31 +266,30 @@ const std::vector<PropertyListDictionarySnapshot::Entry>& PropertyListDictionary
   return state.entries;
 }
 
-PropertyListDictionarySnapshot PropertyListDictionarySnapshot::withEntry(std::string_view key,
-                                                                         const Value& value) const {
-  if (value.isNil()) return *this;
-  const std::string validKey = validUtf8(std::string(key));
+std::optional<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::withEntries(
+    const Dictionary& added) const {
+  if (added.empty()) return *this;
   if (state_->isOwnLayout) {
     Builder builder(*state_);
-    builder.set(builder.find(validKey), validKey, value);
+    if (!builder.setAll(added)) return std::nullopt;
     if (builder.fits()) return PropertyListDictionarySnapshot(builder.finish());
   }
-  return build(entries(), validKey, value);
+  return build(entries(), added);
 }
 
-PropertyListDictionarySnapshot PropertyListDictionarySnapshot::build(std::span<const Entry> entries,
-                                                                     const std::string& key, const Value& value) {
+std::optional<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::build(std::span<const Entry> entries,
+                                                                                    const Dictionary& added) {
   for (const std::size_t referenceSize : kReferenceSizes) {
     Builder builder(referenceSize);
     for (auto entry = entries.begin(); entry != entries.end() && builder.fits(); ++entry) builder.copy(*entry);
-    if (!value.isNil()) builder.set(builder.find(key), key, value);
+    if (!builder.setAll(added)) break;
     if (builder.fits()) return PropertyListDictionarySnapshot(builder.finish());
   }
-  throw std::length_error("too large a property list");
+  return std::nullopt;
 }
 
 PropertyListDictionarySnapshot PropertyListDictionarySnapshot::ofEntries(std::span<const Entry> entries) {
-  return build(entries, {}, {});
+  return *build(entries, {});
 }
 
 std::size_t countForEntry(const Array& elements, std::size_t first, const Value& rest) {

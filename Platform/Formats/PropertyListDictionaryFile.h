@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -63,9 +64,13 @@ class PropertyListDictionarySnapshot {
   static Result<PropertyListDictionarySnapshot> open(std::string bytes);
 
   const std::vector<Entry>& entries() const;
-  // A new snapshot with the entry added or replaced; the same content for nil. Encodes only the new value. Throws
-  // std::length_error beyond 4 GiB.
-  PropertyListDictionarySnapshot withEntry(std::string_view key, const Value& value) const;
+  // A new snapshot with these entries added or replaced. Encodes only the new values. Absent when one of them is too
+  // large to be decoded. Throws std::length_error beyond 4 GiB.
+  std::optional<PropertyListDictionarySnapshot> withEntries(const Dictionary& added) const;
+  // The same for one entry that is not too large; the same content for nil.
+  PropertyListDictionarySnapshot withEntry(std::string_view key, const Value& value) const {
+    return withEntries({{key, value}}).value();
+  }
   // A new snapshot of just these entries. One that cannot be decoded is copied as far as its objects can be read, and
   // stays undecodable.
   static PropertyListDictionarySnapshot ofEntries(std::span<const Entry> entries);
@@ -76,9 +81,8 @@ class PropertyListDictionarySnapshot {
  private:
   struct State;
   class Builder;
-  // A new file of the entries, and of one with the key, unless the value is nil.
-  static PropertyListDictionarySnapshot build(std::span<const Entry> entries, const std::string& key,
-                                              const Value& value);
+  // A new file of both.
+  static std::optional<PropertyListDictionarySnapshot> build(std::span<const Entry> entries, const Dictionary& added);
   explicit PropertyListDictionarySnapshot(std::shared_ptr<const State> state) : state_(std::move(state)) {}
 
   std::shared_ptr<const State> state_;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <charconv>
 #include <limits>
 #include <optional>
 
@@ -43,8 +42,8 @@ class Parser {
   // Every step returns false on failure, after the first failure has set error_.
   bool fail(std::string_view what) { return failAt(what, position_); }
   bool failAt(std::string_view what, std::size_t position) {
-    error_ =
-        "no property list: " + std::string(what) + " at byte " + textOfInteger(static_cast<std::int64_t>(position));
+    error_ = "no property list: ";
+    error_ += textAtByte(what, position);
     return false;
   }
 
@@ -245,12 +244,11 @@ class Parser {
     name.remove_prefix(1);
     const int base = name.starts_with('x') ? 16 : 10;
     if (base == 16) name.remove_prefix(1);
-    std::uint32_t character = 0;
-    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), character, base);
-    if (error != std::errc() || end != name.data() + name.size() || isSurrogate(character) || character > 0x10FFFF) {
+    const auto character = wholeUnsigned(name, base);
+    if (!character || *character > 0x10FFFF || isSurrogate(static_cast<std::uint32_t>(*character))) {
       return fail("a reference to no character");
     }
-    appendUtf8(character, out);
+    appendUtf8(static_cast<std::uint32_t>(*character), out);
     position_ += length + 2;
     return true;
   }
@@ -290,21 +288,26 @@ std::string declaredEncoding(std::string_view bytes) {
 }  // namespace
 
 Result<Value> parseXMLPropertyList(std::string_view bytes, const EntryTaker& take) {
-  if (bytes.starts_with("\xEF\xBB\xBF")) return Parser(bytes.substr(3), take).parse();
-  if (bytes.starts_with("\xFE\xFF")) return Parser(fromUtf16(bytes.substr(2), true), take).parse();
-  if (bytes.starts_with("\xFF\xFE")) return Parser(fromUtf16(bytes.substr(2), false), take).parse();
-  if (bytes.starts_with(std::string_view("\0<", 2))) return Parser(fromUtf16(bytes, true), take).parse();
-  if (bytes.starts_with(std::string_view("<\0", 2))) return Parser(fromUtf16(bytes, false), take).parse();
-  const std::string encoding = declaredEncoding(bytes);
-  if (encoding == "iso-8859-1" || encoding == "latin1") {
-    std::string text;
-    for (const char byte : bytes) appendUtf8(static_cast<unsigned char>(byte), text);
-    return Parser(text, take).parse();
+  const auto startsWith = [bytes](const char* text, std::size_t size) { return bytes.starts_with({text, size}); };
+  const bool hasMark = startsWith("\xFE\xFF", 2) || startsWith("\xFF\xFE", 2);
+  const bool isBigEndian = startsWith("\xFE\xFF", 2) || startsWith("\0<", 2);
+  std::string converted;
+  if (isBigEndian || hasMark || startsWith("<\0", 2)) {
+    converted = fromUtf16(bytes.substr(hasMark ? 2 : 0), isBigEndian);
+    bytes = converted;
+  } else if (startsWith("\xEF\xBB\xBF", 3)) {
+    bytes.remove_prefix(3);
+  } else {
+    const std::string encoding = declaredEncoding(bytes);
+    if (encoding == "iso-8859-1" || encoding == "latin1") {
+      for (const char byte : bytes) appendUtf8(static_cast<unsigned char>(byte), converted);
+      bytes = converted;
+    } else if (!encoding.empty() && encoding != "utf-8" && encoding != "utf8" && encoding != "us-ascii" &&
+               encoding != "ascii") {
+      return Error{"no property list: an unknown encoding is declared at byte 0", 0};
+    }
   }
-  if (encoding.empty() || encoding == "utf-8" || encoding == "utf8" || encoding == "us-ascii" || encoding == "ascii") {
-    return Parser(bytes, take).parse();
-  }
-  return Error{"no property list: an unknown encoding is declared at byte 0", 0};
+  return Parser(bytes, take).parse();
 }
 
 }  // namespace zorvane::platform

@@ -1,6 +1,5 @@
 #include "Platform/Formats/XMLText.h"
 
-#include <charconv>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -64,12 +63,11 @@ std::optional<Value> integerOfXMLText(std::string_view text) {
   skipBlanks(text);
   const int base = text.starts_with("0x") || text.starts_with("0X") ? 16 : 10;
   if (base == 16) text.remove_prefix(2);
-  std::uint64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  if (!isNegative) return valueOfUnsigned(number);
-  if (number > std::uint64_t{1} << 63) return std::nullopt;
-  return Value(static_cast<std::int64_t>(~number + 1));
+  const auto number = wholeUnsigned(text, base);
+  if (!number) return std::nullopt;
+  if (!isNegative) return valueOfUnsigned(*number);
+  if (*number > std::uint64_t{1} << 63) return std::nullopt;
+  return Value(static_cast<std::int64_t>(~*number + 1));
 }
 
 std::optional<Value> realOfXMLText(std::string_view text) {
@@ -91,9 +89,7 @@ std::optional<Value> dateOfXMLText(std::string_view text) {
     if (kForm[i] == '0' ? !isAsciiDigit(text[i]) : text[i] != kForm[i]) return std::nullopt;
   }
   const auto number = [&](std::size_t start, std::size_t length) {
-    int value = 0;
-    std::from_chars(text.data() + start, text.data() + start + length, value);
-    return value;
+    return static_cast<int>(wholeUnsigned(text.substr(start, length), 10).value_or(0));
   };
   CivilTime time;
   time.year = number(0, 4);

@@ -60,6 +60,13 @@ std::string textOfInteger(std::int64_t value) {
   return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
 }
 
+std::string textAtByte(std::string_view what, std::size_t position) {
+  std::string text(what);
+  text += " at byte ";
+  text += textOfInteger(static_cast<std::int64_t>(position));
+  return text;
+}
+
 std::optional<std::int64_t> leadingInteger(std::string_view text) noexcept {
   text = numberPart(text);
   std::int64_t number = 0;
@@ -78,6 +85,13 @@ std::optional<double> leadingDouble(std::string_view text) noexcept {
   if (digits.starts_with('.')) digits.remove_prefix(1);
   if (digits.empty() || digits[0] < '0' || digits[0] > '9') return std::nullopt;
   return readDouble(text);
+}
+
+std::optional<std::uint64_t> wholeUnsigned(std::string_view text, int base) noexcept {
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
 }
 
 }  // namespace zorvane::platform

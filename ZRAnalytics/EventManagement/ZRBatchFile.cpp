@@ -91,8 +91,9 @@ ZRBatchFile::Outcome ZRBatchFile::store(const Dictionary& batches) {
     PropertyListDictionarySnapshot snapshot;
     outcome = read(snapshot, failure);
     if (outcome == Outcome::Done) {
-      for (const auto& [batchID, batch] : batches) snapshot = snapshot.withEntry(batchID, batch);
-      outcome = write(std::move(snapshot), processLock, failure);
+      const auto grown = snapshot.withEntries(batches);
+      if (!grown) return Outcome::TooLarge;
+      outcome = write(*grown, processLock, failure);
     }
     if (outcome == Outcome::Done) lastReportedFailure_.clear();
   }

@@ -58,6 +58,8 @@ class ZRBatchFile {
     Removed,
     // The file exists and is no property list with a dictionary at its root. It was left as it is.
     Unreadable,
+    // A batch is too large to be decoded (platform::countForEntry tells what fits). Nothing was stored; not reported.
+    TooLarge,
     // The system refused to read or write, or the file would be too large. It was left as it is.
     Failed,
   };

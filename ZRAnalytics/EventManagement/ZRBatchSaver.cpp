@@ -84,8 +84,13 @@ void ZRBatchSaver::storeClosed() {
   try {
     ZRSessionManager::sharedSessionManager().saveNewSession();
     std::size_t tooLarge = 0;
-    for (const ClosedBatch& batch : batches) tooLarge += addEntries(batch, entries);
-    outcome = file_.store(entries);
+    // Counting what fits takes as long as storing it. So only what turns out too large is counted and split.
+    for (const bool isSplit : {false, true}) {
+      entries.clear();
+      for (const ClosedBatch& batch : batches) tooLarge += addEntries(batch, isSplit, entries);
+      outcome = file_.store(entries);
+      if (outcome != ZRBatchFile::Outcome::TooLarge) break;
+    }
     if (outcome != ZRBatchFile::Outcome::Done) tooLarge = 0;
     for (; tooLarge > 0; --tooLarge) {
       logLine("Batch Events plist : an event is too large to be saved and is dropped");
@@ -103,12 +108,12 @@ void ZRBatchSaver::storeClosed() {
   }
 }
 
-std::size_t ZRBatchSaver::addEntries(const ClosedBatch& batch, Dictionary& entries) {
+std::size_t ZRBatchSaver::addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries) {
   const Value plain = withoutObjects(batch.events, kSave);
   const Array& events = *plain.asArray();
   std::size_t tooLarge = 0;
   for (std::size_t first = 0, count = 0; first < events.size(); first += std::max<std::size_t>(count, 1)) {
-    count = platform::countForEntry(events, first, batch.rest);
+    count = isSplit ? platform::countForEntry(events, first, batch.rest) : events.size();
     if (count == 0) {
       ++tooLarge;
       continue;

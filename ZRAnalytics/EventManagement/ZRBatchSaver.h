@@ -43,8 +43,9 @@ class ZRBatchSaver {
 
   void close();
   void storeClosed();
-  // Adds the batch to the entries; returns the number of events that are too large to be stored.
-  static std::size_t addEntries(const ClosedBatch& batch, Dictionary& entries);
+  // Adds the batch to the entries, split into what fits or as one. Returns the number of events that are left out
+  // because they are too large.
+  static std::size_t addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries);
   void reopen(std::vector<ClosedBatch> batches);
   std::vector<ClosedBatch> takeClosed();
 

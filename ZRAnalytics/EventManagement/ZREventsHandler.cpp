@@ -237,7 +237,8 @@ void ZREventsHandler::writeEventsToFileWithBatchID(const Value& events, const Va
     Dictionary batches;
     batches.setObjectNilHandledForKey(withoutObjects(events), batchID.description());
     const ZRBatchFile::Outcome outcome = batchFile_.store(batches);
-    if (outcome == ZRBatchFile::Outcome::Failed && events.isArray()) {
+    const bool isStored = outcome == ZRBatchFile::Outcome::Done || outcome == ZRBatchFile::Outcome::Unreadable;
+    if (!isStored && events.isArray()) {
       currentBatch_.putBack(*events.asArray(), generation);
     }
   });

@@ -17,9 +17,7 @@ constexpr std::size_t kMaximumArchiveSize = 64u << 20;
 }  // namespace
 
 std::string archivePath(std::string_view name) {
-  const std::string directory = platform::joinPath(ZRCoreUtils::getSDKLibraryDirectoryPath(), kArchiveDirectoryName);
-  if (!platform::fileExists(directory)) (void)platform::makeDirectory(directory);
-  return platform::joinPath(directory, name);
+  return platform::joinPath(platform::joinPath(ZRCoreUtils::getSDKLibraryDirectoryPath(), kArchiveDirectoryName), name);
 }
 
 std::shared_ptr<const platform::ArchivedObject> readArchive(const std::string& path, std::string_view rootClass,

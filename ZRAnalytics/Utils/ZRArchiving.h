@@ -21,8 +21,7 @@ inline std::optional<Date> dateOfValue(const Value& value) {
   return value.asDate() ? std::optional(*value.asDate()) : std::nullopt;
 }
 
-// The path of an archive in "ZrvData" below the SDK's library directory. Makes that directory if nothing exists there,
-// but not its parents; errors are ignored.
+// The path of an archive in "ZrvData" below the SDK's library directory. The writer makes that directory.
 std::string archivePath(std::string_view name);
 
 // The archive's root object. Null if the file is missing or, with a log line, unreadable or malformed.

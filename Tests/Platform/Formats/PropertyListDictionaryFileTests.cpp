@@ -183,6 +183,8 @@ TEST(PropertyListDictionaryFile, ElementsAreCountedThatOneEntryCanHold) {
   EXPECT_EQ(countForEntry(elements, 5, 0), 0U);
   EXPECT_EQ(countForEntry(elements, 6, 0), 1U);
   EXPECT_EQ(countForEntry(elements, 6, elements[6]), 0U);
+  EXPECT_FALSE(Snapshot().withEntries({{"a", 1}, {"b", elements[5]}}));
+  EXPECT_EQ(Snapshot().withEntries({{"a", Array(3, million)}})->entries()[0].value.countOfKey(""), 3U);
 }
 
 TEST(PropertyListDictionaryFile, OfXMLAndBinaryFilesLargeIntegersArePassedOn) {

@@ -1,0 +1,22 @@
+# Writes OUTPUT, the definition of pageFiles() in Collector/PageFiles.h. Run as a script, with OUTPUT and FILES, a list
+# separated by commas.
+set(type_html "text/html; charset=utf-8")
+set(type_css "text/css; charset=utf-8")
+set(type_js "text/javascript; charset=utf-8")
+set(type_svg "image/svg+xml")
+
+set(text "#include \"Collector/PageFiles.h\"\n\nnamespace zorvane::collector {\nnamespace {\nconstexpr PageFile kFiles[] = {\n")
+string(REPLACE "," ";" FILES "${FILES}")
+foreach(file IN LISTS FILES)
+  get_filename_component(name "${file}" NAME)
+  get_filename_component(suffix "${file}" LAST_EXT)
+  string(SUBSTRING "${suffix}" 1 -1 suffix)
+  set(path "/page/${name}")
+  if(name STREQUAL "index.html")
+    set(path "/")
+  endif()
+  file(READ "${file}" content)
+  string(APPEND text "{\"${path}\", \"${type_${suffix}}\", R\"zrpage(${content})zrpage\"},\n")
+endforeach()
+string(APPEND text "};\n}  // namespace\nstd::span<const PageFile> pageFiles() { return kFiles; }\n}  // namespace zorvane::collector\n")
+file(WRITE "${OUTPUT}" "${text}")
