@@ -49,7 +49,7 @@ void ZRAnalytics::migrateSDKUserDefaultsInfo() {
     own.setObjectForKey(std::move(value), key);
     standard.removeObjectForKey(key);
   }
-  // The keys leave one file only when they are in the other: a kill or a full disk costs none.
+  // Remove the keys from the old file only after the new file holds them, so that a kill or a full disk loses none.
   if (own.writeChanges()) (void)standard.synchronize();
   (void)own.synchronize();
 }

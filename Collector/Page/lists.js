@@ -30,6 +30,7 @@ const kinds = {
     key: row => JSON.stringify([row.app_id, row.unique_id]),
     target: row => viewAddress("story", {device: row.unique_id}),
     search: "Search devices",
+    none: "No device has registered yet.",
   },
   sessions: {
     columns: [["Session", row => id(row.session_id), "wide"], ["User", user, "wide"], ["Started", time("start_time"), "time"],
@@ -131,7 +132,7 @@ export function listView(name, page) {
       setText(note, "");
       if (!known.length) {
         if (page.summary() && !Object.keys(page.summary().requests).length) place.append(emptyCollector());
-        else setText(note, Object.keys(filters).length ? "Nothing matches." : `No ${name} yet.`);
+        else setText(note, Object.keys(filters).length ? "Nothing matches." : kind.none ?? `No ${name} yet.`);
       }
       mark();
     } catch (error) {

@@ -64,7 +64,7 @@ function lane(session, longest, sources) {
   return h("details", {class: "visit"},
     h("summary", {},
       h("span", {class: "title"}, h("b", {}, short(new Date(session.start).toISOString())), " ",
-        h("span", {class: "dim"}, [duration(session.end - session.start), plural(session.events.length, "event"), ...sources].join(" · "))),
+        h("span", {class: "dim"}, [session.end - session.start < 1000 ? "a moment" : duration(session.end - session.start), plural(session.events.length, "event"), ...sources].join(" · "))),
       chart),
     h("p", {class: "dim"}, session.id === null ? "Without a session" : [id(session.id), " ", h("a", {class: "only", href: viewAddress("events", {session: session.id})}, "in the list")]),
     list);

@@ -29,7 +29,7 @@ class MainLoop final : public MainQueue, public std::enable_shared_from_this<Mai
 
   // Runs the tasks that wait. Main thread.
   void runWaiting();
-  // As Scheduler and ThreadScheduler say.
+  // See Scheduler and ThreadScheduler.
   void runAdopted();
   void stop();
   double nextTimerDeadline();
@@ -42,7 +42,8 @@ class MainLoop final : public MainQueue, public std::enable_shared_from_this<Mai
   enum class Pump { OwnThread, Adopted, Host };
   struct SyncCall;
 
-  // False when the loop is stopped, and the task is destroyed, or when the own thread cannot be started yet.
+  // False if the loop is stopped (the task is destroyed) or its thread could not be started (the task stays queued; the
+  // next post tries again).
   bool enqueue(Task task);
   // Runs the work of sync() on the main thread, unless its caller has given up.
   void runSyncCall(SyncCall& call);

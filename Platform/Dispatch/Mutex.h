@@ -10,8 +10,8 @@
 
 namespace zorvane::platform {
 
-// How many of these locks the calling thread holds. Tests check with it that no outside code is called under a lock.
-// Always 0 without ZR_COUNT_LOCKS, which the CMake targets of debug and sanitizer builds define for whoever links them.
+// The number of mutexes that the calling thread holds. Tests use it to check that no host code is called under a lock.
+// Always 0 unless ZR_COUNT_LOCKS is defined; CMake defines it in debug and sanitizer builds.
 #if defined(ZR_COUNT_LOCKS)
 inline constexpr bool kLocksAreCounted = true;
 inline thread_local int locksHeldByThread = 0;

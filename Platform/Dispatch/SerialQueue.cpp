@@ -6,7 +6,7 @@
 
 namespace zorvane::platform {
 
-// While the queue has tasks, one task of the pool, its turn, runs them. There is never more than one.
+// A queue with tasks has exactly one task in the pool, called its turn. The turn runs them.
 struct SerialQueue::State {
   State(std::shared_ptr<WorkerPool> thePool, std::shared_ptr<QueueContext> theContext)
       : pool(std::move(thePool)), context(std::move(theContext)) {}

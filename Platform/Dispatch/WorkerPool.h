@@ -78,9 +78,11 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   // How many waiting tasks may start now.
   std::size_t runnable() const ZR_REQUIRES(mutex_);
   void updateHint() ZR_REQUIRES(mutex_) { waiting_.store(runnable(), std::memory_order_relaxed); }
-  // Who must be called so that the waiting tasks get taken. Counts the call as followed: pass it to carryOut().
+  // Which thread to wake or start so that waiting tasks run. The counters already include it: always pass the result to
+  // carryOut().
   Call neededCall() ZR_REQUIRES(mutex_);
-  // A call for one more worker; None when the maximum of workers is awake. Pass it to carryOut().
+  // Adds one worker: wakes a sleeping one or starts a thread. None if the maximum is awake. The counters already
+  // include it: pass the result to carryOut().
   Call callWorker() ZR_REQUIRES(mutex_);
   // Wakes or starts the thread. If the system has no thread to give, the next post tries again.
   void carryOut(Call call) ZR_EXCLUDES(mutex_);

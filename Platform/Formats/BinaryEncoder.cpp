@@ -10,16 +10,14 @@
 namespace zorvane::platform {
 namespace {
 
-void appendUtf16Units(std::string_view text, std::string& out) {
-  for (std::size_t position = 0; position < text.size();) {
-    const std::uint32_t character = nextCharacter(text, position);
-    if (character < 0x10000) {
-      appendBigEndian(character, 2, out);
-    } else {
-      appendBigEndian(0xD800 + ((character - 0x10000) >> 10), 2, out);
-      appendBigEndian(0xDC00 + ((character - 0x10000) & 0x3FF), 2, out);
-    }
+std::size_t countUtf16Units(std::string_view text) {
+  std::size_t count = 0;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    // One for each character, at its first byte, and another one for four bytes.
+    count += (byte & 0xC0) == 0x80 ? 0U : byte < 0xF0 ? 1U : 2U;
   }
+  return count;
 }
 
 std::uint32_t hashOf(std::string_view encoded) {
@@ -170,12 +168,17 @@ std::uint32_t BinaryEncoder::encodeText(std::string_view text) {
   if (isASCII(text)) {
     appendMarker(0x50, text.size(), bytes_);
     bytes_ += text;
-  } else {
-    std::string units;
-    units.reserve(2 * text.size());
-    appendUtf16Units(text, units);
-    appendMarker(0x60, units.size() / 2, bytes_);
-    bytes_ += units;
+    return finishScalar(start);
+  }
+  appendMarker(0x60, countUtf16Units(text), bytes_);
+  for (std::size_t position = 0; position < text.size();) {
+    std::uint32_t character = nextCharacter(text, position);
+    if (character >= 0x10000) {
+      character -= 0x10000;
+      appendBigEndian(0xD800 + (character >> 10), 2, bytes_);
+      character = 0xDC00 + (character & 0x3FF);
+    }
+    appendBigEndian(character, 2, bytes_);
   }
   return finishScalar(start);
 }

@@ -47,9 +47,9 @@ class ZRBatchFile {
  public:
   using FailureHandler = std::function<void(const std::string& message)>;
 
-  // The handler is called with no lock held, on the thread of the operation that failed; once for the same failure
-  // until a batch is stored; once for the same batches that cannot be decoded. A file of more than maxBytes is neither
-  // read nor written.
+  // The handler is called with no lock held, on the thread of the failed operation. A repeated failure is reported
+  // again only after a successful store, undecodable batches only when the set of them changes. A file of more than
+  // maxBytes is neither read nor written.
   explicit ZRBatchFile(std::string path, FailureHandler onFailure = nullptr, std::size_t maxBytes = kMaximumSize);
 
   enum class Outcome {

@@ -10,7 +10,7 @@ bool ZRCurrentBatch::append(Dictionary record) {
   platform::MutexLock lock(mutex_);
   if (!events_) events_.emplace();
   events_->emplace_back(std::move(record));
-  // As an unsigned number a negative threshold is too large to be reached.
+  // A negative threshold becomes a huge unsigned number, so the batch is never full.
   return events_->size() >=
          std::max<std::uint64_t>(static_cast<std::uint64_t>(threshold_), fullAfterFailure_.value_or(0));
 }
@@ -37,7 +37,7 @@ void ZRCurrentBatch::putBack(Array events, std::uint64_t generation) {
 }
 
 void ZRCurrentBatch::clear() {
-  Array dropped;  // Destroyed after the lock: host objects may stand in it.
+  Array dropped;  // Destroyed after the lock: it may contain host objects.
   platform::MutexLock lock(mutex_);
   if (events_) events_->swap(dropped);
   fullAfterFailure_.reset();

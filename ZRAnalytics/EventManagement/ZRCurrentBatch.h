@@ -30,8 +30,8 @@ class ZRCurrentBatch {
   // Drops the events.
   void clear();
   std::uint64_t generation() const;
-  // Drops the events that do not pass. The function is called with no lock held. Call it where the batch is appended
-  // to, and while nobody takes it.
+  // Removes the events for which the function returns false; it is called with no lock held. Call on the queue that
+  // appends, while no other thread calls take().
   void keepIf(const std::function<bool(const Value& record)>& passes);
   // A copy; absent before the first event and after each take.
   std::optional<Array> events() const;

@@ -100,8 +100,8 @@ void ZREventsHandler::trackEventWithPropertiesWithCompletionBlock(Value name,
 
 void ZREventsHandler::acceptEvent(TrackedEvent& event) {
   bool handled = false;
-  // A further task, so that the event lands behind whatever the session check queued. The completion is copied: if the
-  // task cannot be posted, it is still to be called.
+  // Posted again, so that the event is recorded after the tasks that the session check posted. The completion is
+  // copied: if the task cannot be posted, it is still to be called.
   const auto record = [&] {
     reports_serial_queue_.async(
         [this, accepted = TrackedEvent{std::move(event.name), std::move(event.properties), event.completion}] {
@@ -116,7 +116,7 @@ void ZREventsHandler::acceptEvent(TrackedEvent& event) {
     ZRSessionManager::sharedSessionManager().checkSessionForEventWithPropertiesWithCompletionBlock(
         event.name, event.properties.get(), std::ref(record));
   });
-  // The event is lost; whoever waits for it goes on.
+  // An error dropped the event. Call the completion all the same, or its caller waits forever.
   if (!handled) callBlock({kFile, kTrackEvent}, "exception is %@", event.completion);
 }
 

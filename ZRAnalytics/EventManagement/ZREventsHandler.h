@@ -34,10 +34,11 @@ class ZREventsHandler {
 
   // --- Acceptance and recording
 
-  // The name should be text; anything else is dropped with a log line. Events of one thread are recorded in the order
-  // of these calls. The completion is called on the event queue once the event is recorded, or lost by an error; at
-  // once, on the caller's thread, when the SDK is disabled (on the event queue when it is disabled meanwhile); never
-  // when the event is rejected or cannot be posted to the queue.
+  // The name must be text; any other is dropped with a log line. Events of one thread are recorded in call order. The
+  // completion is called:
+  //   on the event queue, after the event was recorded, or dropped by an error or because the SDK was disabled
+  //   meanwhile immediately on the caller's thread, if the SDK is disabled never, if the event is rejected or cannot be
+  //   posted
   void trackEvent(Value name);
   void trackEventWithProperties(Value name, std::shared_ptr<const ZRProperties> properties);
   void trackEventWithPropertiesWithCompletionBlock(Value name, std::shared_ptr<const ZRProperties> properties,

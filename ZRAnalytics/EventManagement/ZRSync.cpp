@@ -56,7 +56,8 @@ std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
     logLine("All the tracked events are already synced with Zorvane :]");
     ledger_.abandon();
     if (flush.reset) {
-      resetUser_();  // a parked reset leaves the settled batches to the end of the sync that it waited for
+      // A parked reset runs inside finish() of the previous sync, which removes the settled batches afterwards.
+      resetUser_();
     } else {
       removeSettled();
     }
@@ -64,7 +65,7 @@ std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
   }
   const auto run = std::make_shared<ZRSyncRun>(ZRSyncRun{flush, batches.size()});
   for (const ZRStoredBatch& batch : batches) {
-    // Without an identifier the sync stays in progress and nobody is told.
+    // Without an application identifier the sync stays running and its completion is never called.
     if (!send(batch, run)) break;
   }
   return std::nullopt;

@@ -12,8 +12,8 @@
 //   a batch was accepted                  respond, settled  leaves the file at the end; this process never sends it
 //                                                           again
 //   a batch was refused                   respond, waiting  stays for the next flush
-//   the last response of a flush          finish            runs the parked flush: at once after a plain flush; last,
-//                                                           behind the end and the completion, after a reset
+//   the last response of a flush          finish            runs the parked flush: before the end, if this flush was a
+//                                                           plain one; after the completion, if it was a reset
 //     then, with batches waiting          End::KeepRefused  removes the settled batches
 //     then, after a reset, with waiting   End::KeepAll      leaves the file as it is; the next sync removes the settled
 //                                                           batches

@@ -138,7 +138,7 @@ void ZRUserAttributesHandler::setUserAttributeUniqueID(const Value& value) {
       logLine("%@ is a restricted value for User Attribute Unique ID, hence its not considered", {uniqueID});
       return;
     }
-    setWantedUniqueID(uniqueID);
+    setRequestedUniqueID(uniqueID);
     const Value old = userAttributeData()->getUserAttrUniqueID();
     if (!old.isNil() && old.description() != uniqueID) {
       logLine("Force Logout Initiated as USER_ATTRIBUTE_UNIQUE_ID was different");
@@ -156,8 +156,8 @@ void ZRUserAttributesHandler::forceResetUserWithNewUserAttributeUniqueID(const s
   guarded(kForcedReset, "exception : %@", [&] {
     auto properties = ZRProperties::initWithAttributes({{"type", "forced"}});
     properties->setNonInteractive();
-    setWantedUniqueID(uniqueID);
-    storeWantedUniqueID();
+    setRequestedUniqueID(uniqueID);
+    storeRequestedUniqueID();
     ZREventsHandler::sharedInstance().trackEventWithPropertiesWithCompletionBlock(
         kEventNameLogout, std::move(properties), [this, reset = std::make_shared<PendingReset>(pendingResets_)] {
           guarded(kForcedReset, "exception : %@", [&] { flushForcedReset(reset); });
@@ -166,7 +166,7 @@ void ZRUserAttributesHandler::forceResetUserWithNewUserAttributeUniqueID(const s
 }
 
 void ZRUserAttributesHandler::flushForcedReset(const std::shared_ptr<PendingReset>& reset) {
-  storeWantedUniqueID();
+  storeRequestedUniqueID();
   ZREventsHandler& events = ZREventsHandler::sharedInstance();
   events.saveCurrentBatch();
   events.flushEventsInBackgroundAndResetWithCompletionBlock(false, true, [this, reset](bool success, bool) {
@@ -181,12 +181,12 @@ void ZRUserAttributesHandler::flushForcedReset(const std::shared_ptr<PendingRese
 void ZRUserAttributesHandler::finishForcedReset() {
   platform::hostServices().notificationCenter->post(kNotificationNameInitNewUser);
   // Not the ID of this reset: another one may be wanted by now, or none.
-  if (!setWantedUniqueIDAgain()) logLine("User Attribute Unique ID wasn't tracked as value was invalid");
+  if (!setRequestedUniqueIDAgain()) logLine("User Attribute Unique ID wasn't tracked as value was invalid");
   removeStoredUniqueIDUnlessResetPending();
 }
 
-bool ZRUserAttributesHandler::setWantedUniqueIDAgain() {
-  const auto uniqueID = wantedUniqueID();
+bool ZRUserAttributesHandler::setRequestedUniqueIDAgain() {
+  const auto uniqueID = requestedUniqueID();
   if (!uniqueID || !setUserAttributeValueWithNameCheckStorage(*uniqueID, USER_ATTRIBUTE_UNIQUE_ID, true)) return false;
   logLine("User Attribute Unique ID tracked with Value %@", {*uniqueID});
   return true;
@@ -195,20 +195,20 @@ bool ZRUserAttributesHandler::setWantedUniqueIDAgain() {
 void ZRUserAttributesHandler::applyStoredUniqueID() {
   const Value stored = storedUniqueID();
   if (stored.isNil() || isResetPending()) return;
-  const auto wanted = wantedUniqueID();
+  const auto wanted = requestedUniqueID();
   setUserAttributeUniqueID(wanted ? Value(*wanted) : stored);
   removeStoredUniqueIDUnlessResetPending();
 }
 
 std::shared_ptr<ZRUserAttributesHandler::PendingReset> ZRUserAttributesHandler::beginReset() {
-  wantNoUniqueID();
+  forgetRequestedUniqueID();
   return std::make_shared<PendingReset>(pendingResets_);
 }
 
 void ZRUserAttributesHandler::endReset(PendingReset& reset) {
   reset.end();
   guarded({kFile, "endReset"}, "exception : %@", [this] {
-    (void)setWantedUniqueIDAgain();
+    (void)setRequestedUniqueIDAgain();
     removeStoredUniqueIDUnlessResetPending();
   });
 }
@@ -217,39 +217,39 @@ bool ZRUserAttributesHandler::isResetPending() const {
   return pendingResets_ != 0 || ZREventsHandler::sharedInstance().isResetPending();
 }
 
-std::optional<std::string> ZRUserAttributesHandler::wantedUniqueID() const {
+std::optional<std::string> ZRUserAttributesHandler::requestedUniqueID() const {
   platform::MutexLock lock(dataMutex_);
-  return wantedUniqueID_;
+  return requestedUniqueID_;
 }
 
-void ZRUserAttributesHandler::setWantedUniqueID(std::optional<std::string> uniqueID) {
+void ZRUserAttributesHandler::setRequestedUniqueID(std::optional<std::string> uniqueID) {
   platform::MutexLock lock(dataMutex_);
-  wantedUniqueID_.swap(uniqueID);
+  requestedUniqueID_.swap(uniqueID);
 }
 
-void ZRUserAttributesHandler::wantNoUniqueID() {
+void ZRUserAttributesHandler::forgetRequestedUniqueID() {
   const ZRTurn::Scope turn(storedIDTurn_);
-  setWantedUniqueID(std::nullopt);
+  setRequestedUniqueID(std::nullopt);
   if (!storedUniqueID().isNil()) removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID);
 }
 
-void ZRUserAttributesHandler::storeWantedUniqueID() {
+void ZRUserAttributesHandler::storeRequestedUniqueID() {
   const ZRTurn::Scope turn(storedIDTurn_);
-  if (const auto uniqueID = wantedUniqueID()) keepInDefaults(*uniqueID, kUserDefaultsKeyModifiedUserAttrUniqueID);
+  if (const auto uniqueID = requestedUniqueID()) keepInDefaults(*uniqueID, kUserDefaultsKeyModifiedUserAttrUniqueID);
 }
 
 void ZRUserAttributesHandler::keepStoredUniqueIDInStep() {
   const ZRTurn::Scope turn(storedIDTurn_);
   const Value stored = storedUniqueID();
   // A pending reset will clear the cache and then set the wanted ID.
-  if (stored.isNil() ? isResetPending() : stored != Value(wantedUniqueID().value_or(""))) storeWantedUniqueID();
+  if (stored.isNil() ? isResetPending() : stored != Value(requestedUniqueID().value_or(""))) storeRequestedUniqueID();
 }
 
 void ZRUserAttributesHandler::removeStoredUniqueIDUnlessResetPending() {
   const Value written = storedUniqueID();
   if (written.isNil() || !ZRCoreUtils::isSDKEnabled() || !ZRConfigDataManager::sharedInstance().isDataTrackingEnabled())
     return;  // The ID is not in effect.
-  // A kill after the removal must find the ID in the file.
+  // Write the cache first: a kill after the removal must not lose the ID.
   if (isResetPending() || !writeCache()) return;
   const ZRTurn::Scope turn(storedIDTurn_);
   // Another login may have come meanwhile.
@@ -273,7 +273,7 @@ void ZRUserAttributesHandler::updateUserAttributeUniqueID(const Value& value) {
     const std::string oldText = data->getUserAttrUniqueID().description();
     logLine("Set Alias called for Unique ID with existing value(%@) and new value(%@)", {oldText, uniqueID});
     const bool saved = data->saveAttributeWithValue(std::string(USER_ATTRIBUTE_UNIQUE_ID), uniqueID);
-    setWantedUniqueID(uniqueID);
+    setRequestedUniqueID(uniqueID);
     if (saved) persistUserAttributesData();
     keepStoredUniqueIDInStep();
     if (oldText == uniqueID) {
@@ -331,7 +331,7 @@ void ZRUserAttributesHandler::clearUserAttributesData() {
 }
 
 void ZRUserAttributesHandler::forgetUser() {
-  guarded({kFile, "forgetUser"}, "Exception : %@", [this] { wantNoUniqueID(); });
+  guarded({kFile, "forgetUser"}, "Exception : %@", [this] { forgetRequestedUniqueID(); });
   clearUserAttributesData();
 }
 

@@ -27,9 +27,10 @@ class ZRUserAttributesHandler {
   void setUserAttributeUniqueID(const Value& value);
   // Alias: renames the current user without a logout and writes the cache. The event names the old ID, or "(null)".
   void updateUserAttributeUniqueID(const Value& value);
-  // Logout event, flush with reset, new-user notification, then the unique ID that was wanted last, on a global queue.
-  // The flush may complete twice (ZRSync::flush); then the last two steps are repeated. That ID is stored in the SDK
-  // defaults under "Zrv_MODIFIED_USER_ID" until it is in the cache's file and no reset is pending.
+  // Logs the current user out and the new one in: tracks the logout event, flushes with reset, posts the new-user
+  // notification and sets the unique ID that was requested last. The last two steps run on a global queue, twice if the
+  // flush completes twice (ZRSync::flush). Until the ID is in the cache's file and no reset is pending, it is also
+  // stored in the SDK defaults under "Zrv_MODIFIED_USER_ID", so that the next launch can finish.
   void forceResetUserWithNewUserAttributeUniqueID(const std::string& uniqueID);
   // Finishes a forced logout that an earlier launch could not finish: logs the stored ID in. Does nothing while a reset
   // is pending, which will do that.
@@ -50,10 +51,10 @@ class ZRUserAttributesHandler {
     std::atomic<int>& count_;
     std::atomic<bool> ended_{false};
   };
-  // A logout without another ID was asked for: no unique ID is wanted until the next login.
+  // Call when a user reset begins: forgets the requested unique ID. Pass the result to endReset().
   std::shared_ptr<PendingReset> beginReset();
-  // That logout's flush has completed. Sets an ID again that was logged in since beginReset, because the reset removed
-  // it.
+  // Call when that reset's flush has completed. If somebody logged in since beginReset, sets that ID again, because the
+  // reset cleared it.
   void endReset(PendingReset& reset);
 
   // The value must be text or a number. With checkStorage it is sent only if it changed or its caching duration ran
@@ -104,16 +105,16 @@ class ZRUserAttributesHandler {
   ZRUserAttributesHandler();
   void flushForcedReset(const std::shared_ptr<PendingReset>& reset);
   void finishForcedReset();
-  // True if there is one and it was tracked.
-  bool setWantedUniqueIDAgain();
-  // A reset of the user is on its way, running or parked.
+  // Sets the requested unique ID, if there is one. True if an event was tracked.
+  bool setRequestedUniqueIDAgain();
+  // Whether a reset is posted, running or parked.
   bool isResetPending() const;
-  std::optional<std::string> wantedUniqueID() const;
-  void setWantedUniqueID(std::optional<std::string> uniqueID);
-  // No unique ID is wanted until the next login.
-  void wantNoUniqueID();
+  std::optional<std::string> requestedUniqueID() const;
+  void setRequestedUniqueID(std::optional<std::string> uniqueID);
+  // Forgets the requested unique ID until the next login.
+  void forgetRequestedUniqueID();
   // "Zrv_MODIFIED_USER_ID" in the SDK defaults.
-  void storeWantedUniqueID();
+  void storeRequestedUniqueID();
   // Stores the wanted ID if an older one is stored or a reset is pending.
   void keepStoredUniqueIDInStep();
   void removeStoredUniqueIDUnlessResetPending();
@@ -123,10 +124,10 @@ class ZRUserAttributesHandler {
   // Never null.
   std::shared_ptr<ZRUserAttributeData> userAttributeData_ ZR_GUARDED_BY(dataMutex_);
   // The unique ID of the last login or alias; absent before the first one and after a logout.
-  std::optional<std::string> wantedUniqueID_ ZR_GUARDED_BY(dataMutex_);
+  std::optional<std::string> requestedUniqueID_ ZR_GUARDED_BY(dataMutex_);
   // Held while the stored unique ID is compared with the wanted one and written.
   ZRTurn storedIDTurn_;
-  // Resets whose flush has not completed for the first time.
+  // Resets that still wait for the first completion of their flush.
   std::atomic<int> pendingResets_{0};
   ZRArchiveWriter archive_;
 };

@@ -12,9 +12,9 @@ namespace zorvane {
 // Logs one line of type 1. The pattern is one of platform::formatText.
 void logLine(const char* pattern, std::initializer_list<platform::FormatArgument> arguments = {});
 
-// Where a report comes from: source file base name, operation, line number. Log analysis identifies the place by the
-// number, so a given number is fixed and need not be a line of this source. The default is the caller's line: the file
-// must then be the caller's.
+// Where a report comes from: source file base name, operation, line number. Log analysis recognises a site by its
+// number. A number that is passed never changes and is not a line of this source. Without one, the caller's line is
+// used; then pass the caller's file.
 struct ReportSite {
   constexpr ReportSite(const char* fileName, const char* operationName, std::int64_t lineNumber = __builtin_LINE())
       : file(fileName), operation(operationName), line(lineNumber) {}

@@ -7,7 +7,7 @@
 
 namespace zorvane {
 
-// For work that calls host objects, and so must not run under a lock, but that other threads have to wait for.
+// Use instead of a mutex for work that calls host objects, where no lock may be held.
 class ZRTurn {
  public:
   // Waits until no other thread has the turn. A thread that has it already goes on at once.

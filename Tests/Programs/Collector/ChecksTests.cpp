@@ -4,6 +4,8 @@
 
 #include <cctype>
 
+#include "Collector/Advice.h"
+
 namespace zorvane::collector {
 namespace {
 
@@ -137,6 +139,29 @@ TEST(Checks, TheSignatureIsOfBidTimeAndIdentifierInThatOrder) {
     without[at.parent_pointer()].erase(at.back());
     EXPECT_EQ(checkSignature(without, std::nullopt), Signature::None) << pointer;
     EXPECT_EQ(checkSignature(without, expected), Signature::Wrong) << pointer;
+  }
+}
+
+TEST(Advice, ARefusedRequestSaysWhatToChange) {
+  const std::pair<const char*, const char*> cases[] = {
+      {R"({"status": 200})", ""},
+      {R"({"status": 200, "duplicate": 1})", "was accepted before"},
+      {R"({"status": 400, "error": "viewsCount is 2, but viewsInfo holds 1"})", "Set viewsCount to the number"},
+      {R"({"status": 400, "error": "meta.bid is missing"})", "Add it"},
+      {R"({"status": 400, "error": "not JSON: nul"})", "one JSON object"},
+      {R"({"status": 401, "signature": "missing", "expected": "AB"})", "Send \"ZRV-REQUEST-ID: AB\"."},
+      {R"({"status": 401, "signature": "wrong", "expected": "AB", "headers": {"zrv-request-id": "cd"}})",
+       "For this body that is AB"},
+      {R"({"status": 401, "signature": "wrong", "expected": "AB", "headers": {"ZRV-REQUEST-ID": "ab"}})",
+       "upper case: AB"},
+      {R"({"status": 401, "signature": "wrong", "expected": null})", "leave the header out"},
+      {R"({"status": 404})", "/v1/report/APP"},
+      {R"({"status": 503, "injected": "failed"})", "--fail-every"},
+      {R"({"status": 0, "injected": "dropped"})", "--drop-every"},
+  };
+  for (const auto& [row, part] : cases) {
+    const std::string advice = adviceFor(json::parse(row));
+    EXPECT_TRUE(*part == 0 ? advice.empty() : advice.find(part) != advice.npos) << row << ": " << advice;
   }
 }
 

@@ -362,6 +362,24 @@ TEST_F(ServerTest, ClientsThatFinishNoRequestGiveWay) {
   for (const int socket : sockets) ::close(socket);
 }
 
+TEST_F(ServerTest, OpenPagesAreToldAndTakeNoPlace) {
+  start();
+  std::vector<int> pages;
+  for (int i = 0; i < 200; ++i) pages.push_back(begin("GET /api/live HTTP/1.1\r\nHost: localhost\r\n\r\n"));
+  EXPECT_EQ(postSigned("/v1/report/A", report("1-A")), 200);
+  for (const int page : pages) {
+    std::string got;
+    char text[256];
+    while (got.find("\"stored\": 1}") == got.npos) {
+      const ssize_t size = ::recv(page, text, sizeof text, 0);
+      ASSERT_GT(size, 0) << got;
+      got.append(text, static_cast<std::size_t>(size));
+    }
+    EXPECT_NE(got.find("Content-Type: text/event-stream"), got.npos);
+    ::close(page);
+  }
+}
+
 TEST_F(ServerTest, LargeBodiesBeyondTheBoundAreAskedToComeAgain) {
   ConnectionLimits limits;
   limits.bodyBytes = 0;

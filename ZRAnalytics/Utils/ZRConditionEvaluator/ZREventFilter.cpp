@@ -25,8 +25,15 @@ static_assert(std::size(kDataTypes) == ZRFilterDataTypeUnknown);
 static_assert(kDataTypes[ZRFilterDataTypeString] == "string" && kDataTypes[ZRFilterDataTypeDatetime] == "datetime" &&
               kDataTypes[ZRFilterDataTypeBool] == "bool" && kDataTypes[ZRFilterDataTypeDouble] == "double");
 static_assert(std::size(kOperators) == ZRFilterOperatorUnknown);
-static_assert(kOperators[ZRFilterOperatorIs] == "is" && kOperators[ZRFilterOperatorIn] == "in" &&
-              kOperators[ZRFilterOperatorOn] == "on" && kOperators[ZRFilterOperatorToday] == "today" &&
+static_assert(kOperators[ZRFilterOperatorIs] == "is" && kOperators[ZRFilterOperatorBetween] == "between" &&
+              kOperators[ZRFilterOperatorLessThan] == "lessThan" &&
+              kOperators[ZRFilterOperatorGreaterThan] == "greaterThan" && kOperators[ZRFilterOperatorIn] == "in" &&
+              kOperators[ZRFilterOperatorContains] == "contains" &&
+              kOperators[ZRFilterOperatorStartsWith] == "startsWith" &&
+              kOperators[ZRFilterOperatorEndsWith] == "endsWith" && kOperators[ZRFilterOperatorOn] == "on" &&
+              kOperators[ZRFilterOperatorExists] == "exists" && kOperators[ZRFilterOperatorBefore] == "before" &&
+              kOperators[ZRFilterOperatorAfter] == "after" && kOperators[ZRFilterOperatorToday] == "today" &&
+              kOperators[ZRFilterOperatorInTheLast] == "inTheLast" &&
               kOperators[ZRFilterOperatorInTheNext] == "inTheNext");
 
 // The keyword's index; the number of keywords (Unknown) if it is none of them.
@@ -239,7 +246,7 @@ bool ZREventFilter::dateAttrCheckWithValue(const Value& value) const {
       "Date Condition Check : Cond Date(%@) ||  EpochValue(%f) || EpochStartOfDay(%f) || StringVal(%@) || "
       "EpochToday(%f) ",
       {valueOf(condDate), condEpoch, startEpoch, valueOf(getDateStringFromDate(condDate)), nowEpoch});
-  // A date without a day text matches no day.
+  // A date that cannot be formatted matches no day.
   const auto isAttrDay = [&](std::optional<Date> date) { return attrDay && attrDay == getDateStringFromDate(date); };
   switch (filterOperator_) {
     case ZRFilterOperatorOn:
