@@ -21,12 +21,15 @@ namespace zorvane::platform {
 // process changes to another folder. Default: "Documents", "Library" and "Defaults" in $XDG_DATA_HOME/zorvane or
 // $HOME/.local/share/zorvane, else in "zorvane" of the current folder.
 struct Directories {
+  // Batches that wait to be sent.
   std::string documents;
+  // Session, attributes, choices.
   std::string library;
   // Property lists: "standard.plist", "sdk.plist", "groups/NAME.plist".
   std::string defaults;
 };
 
+// What the host gives. Every pointer may be shared with the host.
 struct HostServices {
   // Default: SystemClock.
   std::shared_ptr<Clock> clock;
@@ -42,6 +45,7 @@ struct HostServices {
   std::shared_ptr<LocaleService> locale;
   // Default: the process's time zone (TZ).
   std::shared_ptr<TimeZone> timeZone;
+  // Defaults: above.
   Directories directories;
 };
 

@@ -13,7 +13,9 @@
 
 namespace zorvane {
 
+// Limits of a transport.
 struct CurlTransportOptions {
+  // For name resolution, connection and TLS handshake together.
   std::chrono::milliseconds connectTimeout{10'000};
   // From sending the request to the last byte of the response, without the time in the queue.
   std::chrono::milliseconds totalTimeout{60'000};

@@ -77,6 +77,7 @@ class ZR_PUBLIC ZRAnalytics final : public ZRAppIDUpdateDelegate {
   void resetUserWithCompletionBlock(std::function<void(bool success)> completion);
   // The same without a completion.
   void resetUser();
+  // As resetUser.
   void clearUserInfo();
 
   // --- Consent; kept over restarts

@@ -12,9 +12,11 @@
 
 namespace zorvane {
 
+// What an application starts with.
 struct ZRStartOptions {
   // What is left empty has a portable default.
   platform::HostServices host;
+  // Address and identifier of the application, transport, remote configuration.
   CoreSetup core;
   // Null: nothing is logged.
   std::shared_ptr<ZRLogSink> log;

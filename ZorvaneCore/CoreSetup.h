@@ -13,6 +13,7 @@
 
 namespace zorvane {
 
+// What the host tells the core.
 struct CoreSetup {
   // Base URL of the collection service, without a trailing slash. Requests fail while it is empty.
   std::string endpoint;
@@ -20,6 +21,7 @@ struct CoreSetup {
   std::string appId;
   // Keys and defaults: docs/formats.md. A missing key keeps its default.
   Dictionary remoteConfiguration;
+  // Without one, every request fails.
   std::shared_ptr<NetworkTransport> transport;
   // Called before each request is sent and after each response, on any thread, with the service and the body's
   // "meta.bid" (absent if the body has none). Exceptions are dropped.
@@ -36,6 +38,7 @@ ZR_PUBLIC void configureCore(CoreSetup setup);
 ZR_PUBLIC void updateRemoteConfiguration(const Dictionary& changes);
 // The values in effect, by the keys of the remote configuration.
 ZR_PUBLIC Dictionary effectiveConfiguration();
+// Empty means none.
 ZR_PUBLIC void setAppIdentifier(std::string appId);
 // Kept over restarts.
 ZR_PUBLIC void setSDKEnabled(bool enabled);

@@ -10,19 +10,25 @@ namespace zorvane {
 
 // POST with a JSON body in UTF-8. The transport sets the content type.
 struct TransportRequest {
+  // With its query.
   std::string url;
+  // Names and values, beside the content type.
   std::vector<std::pair<std::string, std::string>> headers;
   // Makes the body. Called once, just before the request is sent, so that waiting requests hold no bodies.
   std::function<std::string()> makeBody;
 };
 
+// What came back.
 struct TransportResponse {
   // The HTTP status; 0 if no response came, and then error says why.
   int status = 0;
+  // May be empty.
   std::string body;
+  // Why no response came.
   std::string error;
 };
 
+// Implemented by the host.
 class NetworkTransport {
  public:
   virtual ~NetworkTransport() = default;

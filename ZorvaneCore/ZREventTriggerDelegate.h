@@ -5,6 +5,7 @@
 
 namespace zorvane {
 
+// Implemented by another module; held weakly.
 class ZREventTriggerDelegate {
  public:
   virtual ~ZREventTriggerDelegate() = default;

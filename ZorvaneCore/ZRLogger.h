@@ -17,6 +17,7 @@ namespace zorvane {
 class ZR_PUBLIC ZRLogSink {
  public:
   virtual ~ZRLogSink() = default;
+  // The type is 1.
   virtual void logMessage(std::int64_t type, const std::string& message) = 0;
   // The call stack is empty if the C library provides none.
   virtual void logError(const std::string& file, std::int64_t line, const std::string& operation,
@@ -26,6 +27,7 @@ class ZR_PUBLIC ZRLogSink {
 // Thread-safe. Without a sink nothing is logged.
 class ZR_PUBLIC ZRLogger {
  public:
+  // Never destroyed.
   static ZRLogger& sharedInstance();
 
   // Null removes the sink. A call in progress on another thread may still use the old one.

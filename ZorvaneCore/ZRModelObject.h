@@ -5,6 +5,7 @@
 
 namespace zorvane {
 
+// Immutable after construction.
 class ZRModelObject {
  public:
   virtual ~ZRModelObject() = default;

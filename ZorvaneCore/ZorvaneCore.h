@@ -11,6 +11,7 @@
 
 namespace zorvane {
 
+// Told by the core about a new application identifier.
 class ZR_PUBLIC ZRAppIDUpdateDelegate {
  public:
   virtual ~ZRAppIDUpdateDelegate() = default;
@@ -21,10 +22,13 @@ class ZR_PUBLIC ZRAppIDUpdateDelegate {
 // The application's choices about the SDK; kept over restarts.
 class ZRSDKConfiguration {
  public:
+  // Keeps the vendor identifier out of requests.
   bool optOutIDFVTracking() const { return optOutIDFVTracking_.value; }
   void setOptOutIDFVTracking(bool optOut) { optOutIDFVTracking_ = {optOut, true}; }
+  // Keeps the advertising identifier out of requests.
   bool optOutIDFATracking() const { return optOutIDFATracking_.value; }
   void setOptOutIDFATracking(bool optOut) { optOutIDFATracking_ = {optOut, true}; }
+  // Stops the flush timer.
   bool analyticsDisablePeriodicFlush() const { return analyticsDisablePeriodicFlush_.value; }
   void setAnalyticsDisablePeriodicFlush(bool disable) { analyticsDisablePeriodicFlush_ = {disable, true}; }
   // Seconds; absent while the application has not chosen one.
@@ -48,6 +52,7 @@ class ZRSDKConfiguration {
 // Thread-safe.
 class ZR_PUBLIC ZorvaneCore {
  public:
+  // Never destroyed.
   static ZorvaneCore& sharedInstance();
 
   // Held weakly; null once it is destroyed.

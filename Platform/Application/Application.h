@@ -10,8 +10,10 @@
 
 namespace zorvane::platform {
 
+// In the platform's numbers.
 enum class ApplicationState { Active = 0, Inactive = 1, Background = 2 };
 
+// Names a background task; 0 is none.
 using BackgroundTaskId = std::uint64_t;
 inline constexpr BackgroundTaskId kNoBackgroundTask = 0;
 
@@ -27,6 +29,7 @@ inline constexpr std::string_view kWillTerminateNotification = "UIApplicationWil
 class Application {
  public:
   virtual ~Application() = default;
+  // The state now. The host changes it before it posts the notification.
   virtual ApplicationState state() const = 0;
   // Asks the system for more time in the background. The system calls the expiration handler, on the main thread, when
   // that time is nearly up.
@@ -35,6 +38,7 @@ class Application {
   virtual void endBackgroundTask(BackgroundTaskId id) = 0;
 };
 
+// The default.
 ZR_PUBLIC std::shared_ptr<Application> makePortableApplication();
 
 }  // namespace zorvane::platform

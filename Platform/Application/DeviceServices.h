@@ -33,7 +33,9 @@ class ZR_PUBLIC LocaleService {
   virtual ~LocaleService() = default;
   // "en_US", "zh_Hans_CN".
   virtual std::optional<std::string> localeIdentifier() const = 0;
+  // "US", "CN".
   virtual std::optional<std::string> countryCode() const = 0;
+  // "en", "zh".
   virtual std::optional<std::string> languageCode() const = 0;
   // In the locale's own language. Defaults: unknown.
   virtual std::optional<std::string> displayNameForCountryCode(const std::string& code) const;

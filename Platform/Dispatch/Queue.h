@@ -15,9 +15,11 @@
 
 namespace zorvane::platform {
 
+// Runs tasks.
 class ZR_PUBLIC ZR_CAPABILITY("queue") Queue {
  public:
   Queue() = default;
+  // The label is for debuggers.
   explicit Queue(std::string label) : label_(std::move(label)) {}
   Queue(const Queue&) = delete;
   Queue& operator=(const Queue&) = delete;
@@ -31,12 +33,14 @@ class ZR_PUBLIC ZR_CAPABILITY("queue") Queue {
   virtual bool isCurrent() const = 0;
   // Aborts the process, with one line on standard error, unless the calling code runs on this queue.
   void assertCurrent() const ZR_ASSERT_CAPABILITY(this);
+  // For debuggers.
   const std::string& label() const noexcept { return label_; }
 
  private:
   std::string label_;
 };
 
+// Names a timer.
 using TimerId = std::uint64_t;
 
 // The main thread's queue, with its timers.

@@ -14,15 +14,19 @@
 
 namespace zorvane::platform {
 
+// Of the two global queues.
 enum class Priority { Default, Background };
 
+// Makes the queues and runs them.
 class Scheduler {
  public:
   virtual ~Scheduler() = default;
 
   // Tasks that wait on a serial queue still run after the queue is destroyed.
   virtual std::unique_ptr<Queue> makeSerialQueue(std::string label) = 0;
+  // Concurrent. Valid as long as the scheduler.
   virtual Queue& globalQueue(Priority priority) = 0;
+  // Valid as long as the scheduler.
   virtual MainQueue& mainQueue() = 0;
 
   // Waits until no task waits or runs on any queue, including tasks that tasks post, or until that many seconds of real
@@ -49,6 +53,7 @@ struct MainLoopOptions {
   // For a host with a loop of its own. Called from any thread with work that the host must run on its main thread, soon
   // and in order. isMainThread must then be set too; runMainLoop is not used.
   std::function<void(Task)> postToHostLoop = nullptr;
+  // Called from any thread: whether it is the main thread.
   std::function<bool()> isMainThread = nullptr;
 };
 
@@ -64,6 +69,7 @@ class ThreadScheduler : public Scheduler {
   virtual void stopMainLoop() = 0;
 };
 
+// The clock is that of the timers.
 ZR_PUBLIC std::unique_ptr<ThreadScheduler> makeThreadScheduler(std::shared_ptr<Clock> clock,
                                                                MainLoopOptions options = {});
 

@@ -13,7 +13,9 @@
 
 namespace zorvane::platform {
 
+// A text beyond them is an error.
 struct JSONLimits {
+  // Levels of arrays and objects.
   std::size_t depth = 512;
   // Keys included.
   std::size_t values = 4'000'000;
@@ -29,6 +31,7 @@ ZR_PUBLIC Result<Value> parseJSON(std::string_view text, JSONLimits limits = {})
 // its lower-case hexadecimal digits, a URL by its text, an object by its plain value, anything beyond 512 levels by
 // null.
 ZR_PUBLIC std::string jsonText(const Value& value);
+// The same behind what out holds.
 ZR_PUBLIC void appendJSON(const Value& value, std::string& out);
 
 // A part of a value whose JSON is made when it is written: writer appends it. Comparison and descriptions use

@@ -17,19 +17,24 @@ namespace zorvane::platform {
 
 class UncaughtHandler;
 
+// Names a registration.
 using ObserverId = std::uint64_t;
 
 // Thread-safe. Observers run on the poster's thread, in the order of registration, with no lock held. If one throws,
 // the others still run. Adding or removing an observer during a post takes effect with the next post.
 class ZR_PUBLIC NotificationCenter {
  public:
+  // Called with the name of the notification.
   using Observer = std::function<void(std::string_view name)>;
 
   NotificationCenter();
   ~NotificationCenter();
 
+  // The observer is called until it is removed.
   ObserverId addObserver(std::string_view name, Observer observer);
+  // An unknown id is ignored.
   void removeObserver(ObserverId id);
+  // Returns after all observers.
   void post(std::string_view name);
 
   // Called for every post before its observers run; an empty function removes the hook. For hosts that trace.

@@ -10,6 +10,7 @@ namespace zorvane::platform {
 class Clock {
  public:
   virtual ~Clock() = default;
+  // The wall clock.
   virtual Date now() const = 0;
   // Seconds since an arbitrary start; never goes back.
   virtual double monotonicSeconds() const = 0;
@@ -17,6 +18,7 @@ class Clock {
   virtual bool runsByItself() const { return true; }
 };
 
+// The system's clocks.
 class ZR_PUBLIC SystemClock final : public Clock {
  public:
   Date now() const override;

@@ -21,6 +21,7 @@
 
 namespace zorvane::platform {
 
+// What a value can be.
 enum class ValueKind : std::uint8_t {
   Nil,
   Null,
@@ -51,14 +52,19 @@ class ZR_PUBLIC ValueError : public std::runtime_error {
 struct NullMarker {
   friend bool operator==(NullMarker, NullMarker) = default;
 };
+// The null marker, as a value.
 inline constexpr NullMarker null{};
 
+// Bytes.
 struct Data {
+  // May be empty.
   std::vector<std::uint8_t> bytes;
   friend bool operator==(const Data&, const Data&) = default;
 };
 
+// The text of a URL.
 struct URL {
+  // As given; it need not parse.
   std::string absoluteString;
   friend bool operator==(const URL&, const URL&) = default;
 };
@@ -71,6 +77,7 @@ class ZR_PUBLIC Object {
   virtual std::string description() const = 0;
   // What files and requests hold in place of the object: a value without objects inside.
   virtual Value plainValue() const;
+  // Whether both stand for the same thing. Default: they are the same object.
   virtual bool isEqual(const Object& other) const { return this == &other; }
 };
 
@@ -82,10 +89,13 @@ concept IntegerValue =
 template <typename T>
 concept OtherPointee = !std::same_as<T, char>;
 
+// One value.
 class ZR_PUBLIC Value {
  public:
+  // As in Value::Kind::Nil.
   using Kind = ValueKind;
 
+  // Nil, the null marker, booleans, numbers. An integer beyond 64 bits with a sign becomes a double.
   Value() noexcept {}
   Value(std::nullptr_t) noexcept {}
   Value(NullMarker) noexcept : kind_(Kind::Null) {}
@@ -105,6 +115,7 @@ class ZR_PUBLIC Value {
   Value(T value) noexcept : kind_(Kind::Double), double_(static_cast<double>(value)) {}
   // A null pointer is nil.
   Value(const char* text);
+  // Text, data, dates, URLs, containers, objects. A null object is nil.
   Value(std::string text);
   Value(std::string_view text);
   Value(Data data);
@@ -120,9 +131,11 @@ class ZR_PUBLIC Value {
   template <OtherPointee T>
   Value(T*) = delete;
 
+  // Cheap: what is large is shared.
   Value(const Value& other);
   // Leaves nil behind.
   Value(Value&& other) noexcept { take(other); }
+  // By copy or move.
   Value& operator=(Value other) noexcept {
     release();
     take(other);
@@ -130,14 +143,15 @@ class ZR_PUBLIC Value {
   }
   ~Value() { release(); }
 
+  // What the value is.
   Kind kind() const noexcept { return kind_; }
   bool isNil() const noexcept { return kind() == Kind::Nil; }
   bool isNull() const noexcept { return kind() == Kind::Null; }
   bool isString() const noexcept { return kind() == Kind::String; }
-  // Booleans are numbers.
-  bool isNumber() const noexcept { return kind() >= Kind::Bool && kind() <= Kind::Double; }
   bool isArray() const noexcept { return kind() == Kind::Array; }
   bool isDictionary() const noexcept { return kind() == Kind::Dictionary; }
+  // Booleans are numbers.
+  bool isNumber() const noexcept { return kind() >= Kind::Bool && kind() <= Kind::Double; }
 
   // Null if the value is of another kind. Valid until this Value is changed.
   const bool* asBool() const noexcept { return kind_ == Kind::Bool ? &bool_ : nullptr; }
@@ -215,22 +229,29 @@ ZR_PUBLIC Value plainValueOf(const Object& object);
 // nested containers are copied on write.
 class ZR_PUBLIC Dictionary {
  public:
+  // A key and its value.
   struct Entry {
+    // Takes the value.
     Entry(std::string_view theKey, Value&& theValue) : key(theKey), value(std::move(theValue)) {}
+    // UTF-8.
     std::string key;
+    // Not nil.
     Value value;
   };
   // What an initializer list holds. The value is mutable because the dictionary moves it out of the list.
   struct Pair {
+    // UTF-8, and what stands under it.
     std::string_view key;
     mutable Value value;
   };
+  // Goes through the entries.
   using const_iterator = std::vector<Entry>::const_iterator;
 
   Dictionary() = default;
   // Leaves out nil values; of a repeated key the last value holds. Empties the list.
   Dictionary(std::initializer_list<Pair> pairs);
 
+  // As of std::vector, in insertion order.
   std::size_t size() const noexcept { return entries_.size(); }
   bool empty() const noexcept { return entries_.empty(); }
   const_iterator begin() const noexcept { return entries_.begin(); }
@@ -241,6 +262,7 @@ class ZR_PUBLIC Dictionary {
   Value* findMutable(std::string_view key) noexcept;
   // Null for the null marker, too.
   const Value* findNonNull(std::string_view key) const noexcept;
+  // Also for the null marker.
   bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
   // A copy of the value under the key; nil when it is missing.
   Value objectForKey(std::string_view key) const;
@@ -251,6 +273,7 @@ class ZR_PUBLIC Dictionary {
   void setObjectNilHandledForKey(Value value, std::string_view key);
   // True when the key was there. Keeps the order of the others.
   bool remove(std::string_view key);
+  // Removes all; makes room for as many.
   void clear() noexcept;
   void reserve(std::size_t count) { entries_.reserve(count); }
 

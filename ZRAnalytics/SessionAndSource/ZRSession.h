@@ -12,11 +12,13 @@
 
 namespace zorvane {
 
+// None of them null.
 using ZRSourceArray = std::vector<std::shared_ptr<const ZRSource>>;
 
 // Thread-safe. Nothing here throws; errors are logged.
 class ZR_PUBLIC ZRSession {
  public:
+  // In archives.
   static constexpr std::string_view kClassName = "ZRSession";
 
   // A session that starts now; without times when the host's clock fails. Absent sources count as empty, null ones are
@@ -37,14 +39,16 @@ class ZR_PUBLIC ZRSession {
   // The wire form: "session_id", "start_time" (ISO 8601 with milliseconds, GMT).
   Dictionary getSessionInfoDict() const;
 
-  // Nil or absent if the archive lacks it. A session that lacks the last interaction has expired.
+  // Nil if the archive lacks it.
   Value sessionID() const;
   void setSessionID(Value sessionID);
   // Null sources are left out.
   ZRSourceArray sessionSources() const;
   void setSessionSources(ZRSourceArray sources);
+  // Absent if the archive lacks it.
   std::optional<Date> sessionStartTime() const;
   void setSessionStartTime(std::optional<Date> time);
+  // A session without one has expired.
   std::optional<Date> sessionLastInteractionTime() const;
   void setSessionLastInteractionTime(std::optional<Date> time);
   // Whether it began while the application was in the background.
@@ -63,6 +67,7 @@ class ZR_PUBLIC ZRSession {
 // What the session file holds. Thread-safe.
 class ZRSessionInfo {
  public:
+  // In archives.
   static constexpr std::string_view kClassName = "ZRSessionInfo";
 
   ZRSessionInfo() = default;

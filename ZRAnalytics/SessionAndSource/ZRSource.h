@@ -17,6 +17,7 @@ namespace zorvane {
 // as fallback; for the campaign identifier "utm_id" without a fallback.
 class ZR_PUBLIC ZRSource {
  public:
+  // In archives.
   static constexpr std::string_view kClassName = "ZRSource";
 
   // From the query of a URL. sourceURL is the whole text, even if it does not parse. Nil gives an empty source, and so
@@ -35,6 +36,7 @@ class ZR_PUBLIC ZRSource {
 
   // Sets the six named fields, to nil if a key is missing. If info is no dictionary, nothing changes.
   void setSourceParamsFromInfoDict(const Value& info);
+  // The value under the first of the input keys; nil if both are missing.
   static Value getSourceNameFromDict(const Dictionary& info);
   static Value getCampaignIDFromDict(const Dictionary& info);
   static Value getCampaignNameFromDict(const Dictionary& info);

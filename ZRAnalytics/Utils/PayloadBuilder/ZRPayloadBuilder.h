@@ -25,6 +25,7 @@ class ZR_PUBLIC ZRPayloadBuilder {
     return initWithDictionary(std::shared_ptr<Dictionary>());
   }
 
+  // The event will neither start nor extend a session.
   void setNonInteractive() { isNonInteractive_ = true; }
   // These two arrive in the properties as seconds since 1970 times 1,000,000. For milliseconds, as everywhere else, put
   // the date into the dictionary or use setTimeStampForKey.
@@ -43,6 +44,7 @@ class ZR_PUBLIC ZRPayloadBuilder {
   // logged.
   std::shared_ptr<ZRProperties> getProperties() const;
 
+  // Whether the event will be non-interactive.
   bool isNonInteractive() const { return isNonInteractive_; }
   void setIsNonInteractive(bool nonInteractive) { isNonInteractive_ = nonInteractive; }
   // May be null, which counts as empty.

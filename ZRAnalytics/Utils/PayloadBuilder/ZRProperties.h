@@ -30,7 +30,9 @@ class ZR_PUBLIC ZRProperties {
   // a null marker "", in nested dictionaries too; arrays stay unchanged. The name "zrv_non_interactive" is never
   // stored: the value 1 sets the non-interactive flag, 0 clears it.
   void addAttributeWithName(const Value& value, const Value& name);
+  // Into the location section.
   void addLocationAttributeWithName(const std::shared_ptr<const ZRGeoLocation>& value, const Value& name);
+  // Into the date-time section.
   void addDateAttributeWithName(std::optional<Date> value, const Value& name);
   // "yyyy-MM-dd'T'HH:mm:ss'Z'", with or without ".SSS", in UTC.
   void addDateISOStringAttributeWithName(const Value& value, const Value& name);
@@ -49,6 +51,7 @@ class ZR_PUBLIC ZRProperties {
   // The plain section, shared until one side changes it: a copy of this value keeps what stands here now.
   const Value& plainAttributes() const { return attributeDict_; }
 
+  // The three sections and the flag, to read and to replace.
   Dictionary& attributeDict() { return attributeDict_.mutableDictionary(); }
   void setAttributeDict(Dictionary attributes) { attributeDict_ = std::move(attributes); }
   Array& dateAttrArray() { return dateAttrArray_; }

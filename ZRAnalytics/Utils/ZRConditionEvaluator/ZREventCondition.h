@@ -15,6 +15,7 @@ namespace zorvane {
 // Immutable and thread-safe.
 class ZR_PUBLIC ZREventCondition final : public ZRModelObject {
  public:
+  // As initWithDictionary.
   explicit ZREventCondition(const Dictionary& dictionary);
   // Keys: "eventName"; "filter_operator": "or" if one filter suffices, else all must be satisfied; "filters": an array
   // of ZREventFilter dictionaries. A malformed filter is logged as an error and never satisfied; so is "filters" if it
@@ -32,6 +33,7 @@ class ZR_PUBLIC ZREventCondition final : public ZRModelObject {
 
   // 0: all filters must be satisfied; 1: one suffices.
   std::int32_t filterOperator() const { return filterOperator_; }
+  // What the dictionary said.
   const Value& eventName() const { return eventName_; }
   const std::vector<std::shared_ptr<const ZREventFilter>>& filters() const { return filters_; }
 

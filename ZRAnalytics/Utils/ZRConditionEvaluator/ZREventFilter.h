@@ -22,6 +22,7 @@ enum ZRFilterDataType : std::int32_t {
   ZRFilterDataTypeUnknown = 4,   // any other; never satisfied
 };
 
+// How the attribute is compared.
 enum ZRFilterOperator : std::int32_t {
   ZRFilterOperatorIs = 0,           // "is"
   ZRFilterOperatorBetween = 1,      // "between"
@@ -41,6 +42,7 @@ enum ZRFilterOperator : std::int32_t {
   ZRFilterOperatorUnknown = 15,     // any other
 };
 
+// What the value of a date filter means.
 enum ZRFilterValueType : std::int32_t {
   ZRFilterValueTypeAbsolute = 0,        // any other: ISO 8601 text with milliseconds, in UTC
   ZRFilterValueTypeRelativePast = 1,    // "relative_past": whole days before now
@@ -56,11 +58,13 @@ enum ZRFilterValueType : std::int32_t {
 // lower case.
 class ZR_PUBLIC ZREventFilter final : public ZRModelObject {
  public:
+  // As initWithDictionary.
   explicit ZREventFilter(const Dictionary& dictionary);
   // Keys: "name", "data_type", "operator", "negate", "case_sensitive", "value_type" (dates only), "value", "value1". A
   // null marker counts as missing. Throws ValueError if "negate" or "case_sensitive" cannot be read as a boolean.
   static std::shared_ptr<ZREventFilter> initWithDictionary(const Dictionary& dictionary);
 
+  // The code of a keyword.
   static ZRFilterDataType getDataType(const Value& keyword);
   static ZRFilterOperator getOperator(const Value& keyword);
   static ZRFilterValueType getFilterValueType(const Value& keyword);
@@ -72,6 +76,7 @@ class ZR_PUBLIC ZREventFilter final : public ZRModelObject {
   bool boolAttrCheckWithValue(const Value& value) const;
   // "between" includes its lower bound, not its upper one.
   bool doubleAttrCheckWithValue(const Value& value) const;
+  // An array satisfies "contains" if one of its elements does, and no other operator of a single text.
   bool stringAttrCheckWithValue(const Value& value) const;
   // The value is in milliseconds since 1970. "on", "before", "after" and "between" compare with the start of the
   // condition's day, "inTheLast" and "inTheNext" with the condition's moment.
@@ -84,6 +89,7 @@ class ZR_PUBLIC ZREventFilter final : public ZRModelObject {
                                                                      const Array& attrValue) const;
   bool stringConditionCheckWithStringConditionValueAndStringAttrvalue(std::string_view condValue,
                                                                       std::string_view attrValue) const;
+  // The same for "between" of dates: from the lower day on, before the upper one. Milliseconds since 1970.
   bool checkDateBetweenOperationWithAttributeValueWithLowerFilterValAndUpperFilterVal(double attrEpoch,
                                                                                       const Value& lowerValue,
                                                                                       const Value& upperValue) const;
@@ -99,6 +105,7 @@ class ZR_PUBLIC ZREventFilter final : public ZRModelObject {
   // The date that a condition's value means under the filter's value type.
   std::optional<Date> getDateForFilterWithVal(const Value& value) const;
 
+  // What the dictionary said.
   bool isNegate() const { return isNegate_; }
   bool isCaseSensitive() const { return isCaseSensitive_; }
   ZRFilterOperator filterOperator() const { return filterOperator_; }
