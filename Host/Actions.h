@@ -18,6 +18,8 @@ struct Action {
   // For --help: the fields with their values if the names do not say enough, and what happens.
   std::string_view fields;
   std::string_view effect;
+  // The fields of an example, as JSON without the braces; empty if it has none.
+  std::string_view example;
   // Does not wait for what its calls start. If the line's fields are wrong, throws NotAnAction before doing anything.
   void (*play)(Runtime& runtime, const ScriptLine& line);
 };
@@ -29,6 +31,8 @@ const Action& actionNamed(std::string_view name);
 
 // Its fields with their values, for --help; empty if it has none.
 std::string helpOf(const Action& action);
+// A line that a script could have.
+std::string exampleOf(const Action& action);
 
 // The actions of ActionsEvents.cpp, ActionsConditions.cpp, ActionsLinks.cpp, ActionsUser.cpp and Print.cpp.
 void playTrack(Runtime& runtime, const ScriptLine& line);

@@ -46,7 +46,8 @@ std::string helpFooter() {
   }
   return text +
          "\n"
-         "--help ACTION describes one. Ctrl-C ends the script as its end does, a second one the process.\n"
+         "--help ACTION describes one, with an example. Ctrl-C ends the script as its end does, a second one the "
+         "process.\n"
          "\n"
          "Exit status: 0 the script was played, 1 it could not be played to its end, 2 wrong usage, 3 a line is not "
          "an\n"
@@ -71,7 +72,7 @@ std::optional<std::string> helpAsked(const std::vector<std::string>& arguments) 
       const Action& action = actionNamed(name);
       const std::string fields = helpOf(action);
       return "{\"do\": \"" + name + (fields.empty() ? "\"}" : "\", ...}") + ": " + std::string(action.effect) + "\n" +
-             (fields.empty() ? "" : "Fields: " + fields + "\n");
+             (fields.empty() ? "" : "Fields: " + fields + "\n") + "Example: " + exampleOf(action) + "\n";
     } catch (const NotAnAction& unknown) {
       throw UsageError("--help: " + std::string(unknown.what()) + " (see --help)");
     }

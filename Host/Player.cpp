@@ -1,5 +1,7 @@
 #include "Host/Player.h"
 
+#include <unistd.h>
+
 #include <cinttypes>
 #include <cstdio>
 #include <exception>
@@ -26,14 +28,31 @@ void reportRequests(const CountingTransport::Counts& counts) {
                counts.answered, counts.lastFailure.c_str());
 }
 
-void reportInterruption(Runtime& runtime, std::int64_t line) {
-  std::size_t events = 0;
+std::size_t unsavedEvents(Runtime& runtime) {
   // Not asked before there is an event: asking creates the module.
-  if (runtime.trace().eventsRecorded() > 0) {
-    events = ZREventsHandler::sharedInstance().viewsInfoArray().value_or(Array()).size();
-  }
+  if (runtime.trace().eventsRecorded() == 0) return 0;
+  return ZREventsHandler::sharedInstance().viewsInfoArray().value_or(Array()).size();
+}
+
+void reportInterruption(Runtime& runtime, std::int64_t line) {
   std::fprintf(stderr, "zrhost: ended by Ctrl-C after line %" PRId64 "; events that were not saved: %zu\n", line,
-               events);
+               unsavedEvents(runtime));
+}
+
+// On a terminal, what was sent and what is left.
+void reportRun(Runtime& runtime) {
+  if (::isatty(STDERR_FILENO) != 1) return;
+  const CountingTransport::Counts counts = runtime.transport().counts();
+  const auto saved = runtime.savedBatches();
+  const std::size_t unsaved = unsavedEvents(runtime);
+  std::string left;
+  if (!saved) left = "a batch file that cannot be read";
+  if (saved.value_or(0) > 0) left = "batches in the file: " + std::to_string(*saved);
+  if (unsaved > 0) left += (left.empty() ? "" : ", ") + ("events not saved: " + std::to_string(unsaved));
+  std::fprintf(stderr,
+               "zrhost: events recorded: %" PRIu64 "; requests sent: %" PRIu64 ", accepted: %" PRIu64 "; left: %s\n",
+               runtime.trace().eventsRecorded(), counts.started, counts.answered - counts.failed,
+               left.empty() ? "nothing" : left.c_str());
 }
 
 }  // namespace
@@ -76,11 +95,15 @@ int playScript(Runtime& runtime, LineReader& script, bool quiet, bool strict) {
   failWhere(runtime.trace().failed(), "the trace");
   reportRequests(runtime.transport().counts());
   if (isInterrupted()) reportInterruption(runtime, number);
-  if (!strict || status != kStatusPlayed) return status;
-  const std::size_t unsent = runtime.refusedUnsentBatches();
-  if (unsent == 0) return status;
-  std::fprintf(stderr, "zrhost: batches that were refused and are still unsent: %zu\n", unsent);
-  return kStatusUnsent;
+  if (strict && status == kStatusPlayed) {
+    const std::size_t unsent = runtime.refusedUnsentBatches();
+    if (unsent > 0) {
+      std::fprintf(stderr, "zrhost: batches that were refused and are still unsent: %zu\n", unsent);
+      status = kStatusUnsent;
+    }
+  }
+  reportRun(runtime);
+  return status;
 }
 
 }  // namespace zorvane::host

@@ -223,6 +223,12 @@ void Runtime::passTime(double seconds) {
   if (!isInterrupted()) standingClock_->advanceTo(end);
 }
 
+std::optional<std::size_t> Runtime::savedBatches() const {
+  ZRBatchFile file(batchFilePath());
+  const auto stored = file.load();
+  return stored ? std::optional(stored->size()) : std::nullopt;
+}
+
 std::size_t Runtime::refusedUnsentBatches() {
   const std::lock_guard lock(refusedMutex_);
   if (refused_.empty()) return 0;

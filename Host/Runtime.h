@@ -47,6 +47,8 @@ class Runtime {
   // Sets the wall clock.
   void setNow(platform::Date date) { clock_->setNow(date); }
 
+  // The batches in the batch file; none if it cannot be read.
+  std::optional<std::size_t> savedBatches() const;
   // The batches in the batch file whose last request was refused or failed.
   std::size_t refusedUnsentBatches();
 

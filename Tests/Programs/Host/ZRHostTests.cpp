@@ -1,12 +1,16 @@
 // zrhost as a process: scripts in, output lines and requests out.
 
+#include <fcntl.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <future>
 #include <set>
 
+#include "Host/Actions.h"
 #include "ZRHostFixture.h"
 
 namespace {
@@ -46,6 +50,36 @@ TEST_F(ZRHost, WrongUsageIsSaidInOneLine) {
     EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
     EXPECT_TRUE(result.output.empty());
   }
+}
+
+TEST_F(ZRHost, EveryExampleOfTheHelpPlays) {
+  std::vector<std::string> script;
+  for (const zorvane::host::Action& action : zorvane::host::allActions()) {
+    // No task of that name has begun.
+    if (action.name != "expire" && action.name != "crash") script.push_back(zorvane::host::exampleOf(action));
+  }
+  const HostResult result = run(script);
+  EXPECT_EQ(result.status, 0) << result.errors;
+}
+
+TEST_F(ZRHost, OnATerminalTheLastLineSaysWhatWasSentAndWhatIsLeft) {
+  const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_TRUE(terminal >= 0 && ::grantpt(terminal) == 0 && ::unlockpt(terminal) == 0);
+  ChildProcess host(ZR_HOST_PROGRAM, arguments(), ::ptsname(terminal));
+  for (const char* line :
+       {R"({"do": "launch"})", R"({"do": "track", "event": "One"})", R"({"do": "flush"})",
+        R"({"do": "track", "event": "Two"})", R"({"do": "save"})", R"({"do": "track", "event": "Three"})"}) {
+    host.write(line);
+  }
+  host.closeInput();
+  EXPECT_EQ(host.wait(), 0);
+  char text[500];
+  const ssize_t size = ::read(terminal, text, sizeof text);
+  ::close(terminal);
+  EXPECT_EQ(
+      std::string(text, static_cast<std::size_t>(std::max<ssize_t>(size, 0))),
+      "zrhost: events recorded: 4; requests sent: 1, accepted: 1; left: batches in the file: 1, events not saved: "
+      "1\r\n");
 }
 
 TEST_F(ZRHost, OnlyTheOwnerReadsWhatItWritesAndNoLinkIsFollowed) {
