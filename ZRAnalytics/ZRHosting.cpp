@@ -144,7 +144,7 @@ bool endAnalytics(double seconds) {
   }
   bool settled = settle(deadline);
   ZREventsHandler& events = ZREventsHandler::sharedInstance();
-  if (events.viewsInfoArray()) events.saveCurrentBatch();
+  events.saveCurrentBatch();
   const auto allSent = [&events] {
     const auto batches = events.getBatches();
     return batches && batches->empty();

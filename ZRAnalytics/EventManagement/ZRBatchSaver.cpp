@@ -30,11 +30,9 @@ ZRBatchSaver::ZRBatchSaver(ZRCurrentBatch& current, ZRBatchFile& file, std::func
       queue_(platform::hostServices().scheduler->makeSerialQueue("com.zorvane.analytics.batchfile")) {}
 
 void ZRBatchSaver::save() {
-  guarded(kSave, "exception is %@", [this] {
-    const ZRTurn::Scope turn(storeTurn_);
-    close();
-    storeClosed();
-  });
+  const ZRTurn::Scope turn(storeTurn_);
+  guarded(kSave, "exception is %@", [this] { close(); });
+  guarded(kSave, "exception is %@", [this] { storeClosed(); });
 }
 
 void ZRBatchSaver::saveSoon() {
@@ -51,7 +49,17 @@ void ZRBatchSaver::saveSoon() {
 }
 
 void ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes) {
-  const ZRTurn::Scope turn(storeTurn_);
+  const ZRTurn::Scope storeTurn(storeTurn_);
+  const ZRTurn::Scope closeTurn(closeTurn_);
+  std::vector<ClosedBatch> batches = takeClosed();
+  for (ClosedBatch& batch : batches) {
+    std::erase_if(batch.events, [&passes](const Value& record) { return !passes(record); });
+  }
+  std::erase_if(batches, [](const ClosedBatch& batch) { return batch.events.empty(); });
+  {
+    platform::MutexLock lock(mutex_);
+    closed_ = std::move(batches);
+  }
   current_.keepIf(passes);
 }
 
@@ -75,8 +83,8 @@ void ZRBatchSaver::close() {
 
 void ZRBatchSaver::storeClosed() {
   const ZRTurn::Scope turn(storeTurn_);
-  const std::uint64_t generation = current_.generation();
   std::vector<ClosedBatch> batches = takeClosed();
+  const std::uint64_t generation = current_.generation();
   std::erase_if(batches, [generation](const ClosedBatch& batch) { return batch.generation != generation; });
   if (batches.empty()) return;
   Dictionary entries;
@@ -99,7 +107,7 @@ void ZRBatchSaver::storeClosed() {
     reopen(std::move(batches));
     throw;
   }
-  if (outcome == ZRBatchFile::Outcome::Failed) reopen(std::move(batches));
+  if (outcome == ZRBatchFile::Outcome::Failed || outcome == ZRBatchFile::Outcome::TooLarge) reopen(std::move(batches));
   // Cleared while they were stored.
   if (outcome == ZRBatchFile::Outcome::Done && current_.generation() != generation) {
     std::unordered_set<std::string> batchIDs;

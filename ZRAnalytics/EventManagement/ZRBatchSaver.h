@@ -15,7 +15,7 @@
 
 namespace zorvane {
 
-// Thread-safe. A batch is closed first: from then on its events, session, sources and time are fixed. Then it is
+// Thread-safe. A batch is closed first, which fixes its events, session, sources and time. Then it is
 // stored, as several entries if it is too large to be decoded as one (platform::countForEntry). When the file cannot be
 // written, the events of all closed batches go back to the current batch (ZRCurrentBatch::putBack).
 class ZRBatchSaver {
@@ -29,7 +29,7 @@ class ZRBatchSaver {
   // Closes the current batch. A background task stores it, in one write with those that are closed until it gets there,
   // and then calls flush, also if it could not store them.
   void saveSoon();
-  // ZRCurrentBatch::keepIf, while no thread is storing.
+  // ZRCurrentBatch::keepIf, for the closed batches too. If another thread is storing, waits for it first.
   void keepIf(const std::function<bool(const Value& record)>& passes);
 
  private:

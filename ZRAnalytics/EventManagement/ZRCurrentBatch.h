@@ -1,4 +1,4 @@
-// The events that were recorded since the last save.
+// The events that were recorded since the last batch was closed.
 #pragma once
 
 #include <cstddef>

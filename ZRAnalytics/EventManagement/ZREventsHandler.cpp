@@ -226,7 +226,12 @@ void ZREventsHandler::addEventToViewInfoWithEventDict(Dictionary eventDict) {
   const Value* const name = eventDict.find(kReportsKeyEventName);
   const bool isInstant =
       name && name->isString() && ZRConfigDataManager::sharedInstance().isEventInstantFlushEvent(*name->asString());
-  if (currentBatch_.append(std::move(eventDict)) || isInstant) saver_.saveSoon();
+  const bool isFull = currentBatch_.append(std::move(eventDict));
+  if (isInstant) {
+    flushWithCompletionBlock(nullptr);
+  } else if (isFull) {
+    saver_.saveSoon();
+  }
 }
 
 // --- Batch store

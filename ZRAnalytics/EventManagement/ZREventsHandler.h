@@ -35,10 +35,9 @@ class ZREventsHandler {
   // --- Acceptance and recording
 
   // The name must be text; any other is dropped with a log line. Events of one thread are recorded in call order. The
-  // completion is called:
-  //   on the event queue, after the event was recorded, or dropped by an error or because the SDK was disabled
-  //   meanwhile immediately on the caller's thread, if the SDK is disabled never, if the event is rejected or cannot be
-  //   posted
+  // completion is called on the event queue, after the event was recorded, or dropped by an error or because the SDK
+  // was disabled meanwhile. If the SDK is disabled already, it is called immediately on the caller's thread. It is
+  // never called if the event is rejected or cannot be posted.
   void trackEvent(Value name);
   void trackEventWithProperties(Value name, std::shared_ptr<const ZRProperties> properties);
   void trackEventWithPropertiesWithCompletionBlock(Value name, std::shared_ptr<const ZRProperties> properties,
@@ -55,14 +54,15 @@ class ZREventsHandler {
 
   // The number of events that fills a batch; read once, at construction.
   std::int64_t eventsBatchCountTreshold() const { return currentBatch_.threshold(); }
-  // A copy of the current batch; absent before the first event and after each save.
+  // A copy of the current batch; absent before the first event and after the batch was closed.
   std::optional<Array> viewsInfoArray() const { return currentBatch_.events(); }
 
   // --- Batch store
 
   // "ZorvaneBatchEvents.plist" in the documents directory.
   std::string eventsPlistFilePath() const { return batchFile_.path(); }
-  // Moves the current batch into the batch file, under the current session and its sources (ZRBatchSaver::save).
+  // Moves the current batch into the batch file, under the current session and its sources and stores full batches that
+  // are not stored yet (ZRBatchSaver::save).
   void saveCurrentBatch() { saver_.save(); }
   // The saved batches; none without a file; absent when the file cannot be read.
   std::optional<std::vector<ZRStoredBatch>> getBatches() { return batchFile_.load(); }

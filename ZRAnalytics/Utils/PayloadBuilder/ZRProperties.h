@@ -43,7 +43,8 @@ class ZR_PUBLIC ZRProperties {
   void setNonInteractive() { isNonInteractive_ = true; }
   bool isNonInteractiveEvent() const { return isNonInteractive_; }
 
-  // The live containers. The arrays hold dictionaries of one pair, in the order added.
+  // The live containers, valid until this object is copied, handed over or given another dictionary. The arrays hold
+  // dictionaries of one pair, in the order added.
   const Dictionary& getAttributesDict() const { return *attributeDict_.asDictionary(); }
   const Array& getDateTimeAttributesArray() const { return dateAttrArray_; }
   const Array& getLocationAttributesArray() const { return locationAttrArray_; }
@@ -53,7 +54,7 @@ class ZR_PUBLIC ZRProperties {
 
   // The three sections and the flag, to read and to replace.
   Dictionary& attributeDict() { return attributeDict_.mutableDictionary(); }
-  void setAttributeDict(Dictionary attributes) { attributeDict_ = std::move(attributes); }
+  void setAttributeDict(Dictionary attributes) { attributeDict() = std::move(attributes); }
   Array& dateAttrArray() { return dateAttrArray_; }
   void setDateAttrArray(Array attributes) { dateAttrArray_ = std::move(attributes); }
   Array& locationAttrArray() { return locationAttrArray_; }
