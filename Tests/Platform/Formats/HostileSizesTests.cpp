@@ -138,7 +138,7 @@ TEST(HostileSizes, SharedObjectsThatMakeAHugeValueAreRefused) {
   for (char i = 6; i < 66; ++i) objects.push_back(joined({"\xAA", std::string(10, static_cast<char>(i + 1))}));
   objects.push_back("\x10\x01");
   EXPECT_FALSE(isRead(plist, binaryFile(objects), kFullAllowance));
-  // Of a dictionary file each entry is refused by itself, when it is opened.
+  // Of a dictionary file each entry is refused by itself.
   const auto lazy = [](const std::string& file) {
     const auto opened = PropertyListDictionarySnapshot::open(file);
     std::string text;
