@@ -63,7 +63,7 @@ class CountingTransport final : public NetworkTransport {
 };
 
 // Null before the start, and if the host gave no transport. Never destroyed.
-CountingTransport* transportInUse = nullptr;
+const std::shared_ptr<CountingTransport>* transportInUse = nullptr;
 
 void post(std::string_view notification) {
   platform::hostServices().notificationCenter->post(notification);
@@ -97,11 +97,12 @@ bool settle(const Deadline& deadline) {
   // Waits for answers are short: on the main thread, they hold up the tasks of the main queue.
   constexpr double kLongestWaitForAnswers = 0.05;
   for (;;) {
-    const std::uint64_t before = transportInUse ? transportInUse->started() : 0;
+    const std::uint64_t before = transportInUse ? (*transportInUse)->started() : 0;
     const bool answered =
-        !transportInUse || transportInUse->waitUntilAnswered(std::min(deadline.secondsLeft(), kLongestWaitForAnswers));
+        !transportInUse ||
+        (*transportInUse)->waitUntilAnswered(std::min(deadline.secondsLeft(), kLongestWaitForAnswers));
     if (!scheduler.waitUntilIdle(deadline.secondsLeft())) return false;
-    if (answered && (!transportInUse || transportInUse->started() == before)) return true;
+    if (answered && (!transportInUse || (*transportInUse)->started() == before)) return true;
     if (deadline.secondsLeft() == 0) return false;
   }
 }
@@ -117,10 +118,10 @@ platform::Status startAnalytics(ZRStartOptions options) {
   }
   if (!platform::configureHost(std::move(options.host))) return platform::Error{"the host services are in use already"};
   if (options.core.transport) {
-    auto* const transport =
+    const auto* const transport =
         new std::shared_ptr<CountingTransport>(std::make_shared<CountingTransport>(std::move(options.core.transport)));
     options.core.transport = *transport;
-    transportInUse = transport->get();
+    transportInUse = transport;
   }
   configureCore(std::move(options.core));
   platform::hostServices().scheduler->mainQueue().sync([&] { startOnMainThread(options.appStatus); });
