@@ -25,18 +25,19 @@ WorkerPool::WorkerPool(std::shared_ptr<QueueContext> context) : context_(std::mo
 void WorkerPool::post(Priority priority, Task&& task) {
   context_->tasks.add();
   Call call = Call::None;
-  bool dropped = false;
+  Task dropped;
   {
     MutexLock lock(mutex_);
-    dropped = isShutDown();
-    if (!dropped) {
+    if (isShutDown()) {
+      dropped = std::move(task);
+    } else {
       (priority == Priority::Default ? default_ : background_).push(std::move(task));
       updateHint();
       call = neededCall();
     }
   }
   if (dropped) {
-    task.reset();
+    dropped.reset();
     context_->tasks.done();
   }
   carryOut(call);
