@@ -23,22 +23,14 @@ constexpr double kMonitorSeconds = 0.01;
 WorkerPool::WorkerPool(std::shared_ptr<QueueContext> context) : context_(std::move(context)) {}
 
 void WorkerPool::post(Priority priority, Task&& task) {
-  context_->tasks.add();
   Call call = Call::None;
-  Task dropped;
   {
     MutexLock lock(mutex_);
-    if (isShutDown()) {
-      dropped = std::move(task);
-    } else {
-      (priority == Priority::Default ? default_ : background_).push(std::move(task));
-      updateHint();
-      call = neededCall();
-    }
-  }
-  if (dropped) {
-    dropped.reset();
-    context_->tasks.done();
+    if (isShutDown()) return;
+    (priority == Priority::Default ? default_ : background_).push(std::move(task));
+    context_->tasks.add();
+    updateHint();
+    call = neededCall();
   }
   carryOut(call);
 }
