@@ -27,6 +27,7 @@ TEST_F(ZRHost, WrongUsageIsSaidInOneLine) {
     std::string said;
   } cases[] = {
       {{"--endpoint", url}, "--data is required (see --help)"},
+      {{"--dta", data, "--endpoint", url}, "not expected: --dta (see --help)"},
       {{"--data", data}, "--endpoint is required"},
       {{"--data", data, "--endpoint"}, "--endpoint: 1 required"},
       {{"--data", data, "--endpoint", "ftp://a"}, "\"ftp://a\""},
