@@ -18,13 +18,12 @@ void forEachDate(const ScriptLine& line, const AddText& addText, const AddSecond
   const Dictionary* dates = line.object("dates");
   if (!dates) return;
   for (const auto& [name, date] : *dates) {
-    if (date.isString() && parseTime(*date.asString())) {
+    if (date.isString()) {
       addText(date, name);
     } else if (isPlainNumber(date)) {
       addSeconds(date.doubleValue(), name);
     } else {
-      throw NotAnAction("\"dates\": \"" + name +
-                        "\" must be ISO text or seconds since 1970, such as \"2026-11-24T08:00:00Z\"");
+      throw NotAnAction("\"dates\": \"" + name + "\" must be ISO text or seconds since 1970");
     }
   }
 }
