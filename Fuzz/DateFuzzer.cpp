@@ -71,7 +71,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
   std::string_view text = fuzz::textOf(data, size);
-  const std::size_t pattern = takeNumber(text, 1) % std::size(kPatterns);
+  const auto pattern = static_cast<std::size_t>(takeNumber(text, 1) % std::size(kPatterns));
   const auto offset = static_cast<std::int64_t>(takeNumber(text, 3)) - 0x7FFFFF;
   const Date date{takeNumber(text, 1) % 2 == 0 ? std::bit_cast<double>(takeNumber(text, 8))
                                                : static_cast<double>(takeNumber(text, 6)) / 1000 - 62135596800.0};

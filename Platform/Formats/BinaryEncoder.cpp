@@ -242,7 +242,7 @@ bool BinaryEncoder::isEqualTo(std::uint32_t index, std::string_view encoded) con
     return std::string_view(bytes_).substr(start).starts_with(encoded);
   }
   const std::string_view offset = objects_.offsets.from((index - objects_.firstIndex) * objects_.offsetSize);
-  return objects_.bytes.from(bigEndian(offset.data(), objects_.offsetSize)).starts_with(encoded);
+  return objects_.bytes.from(bigEndianSize(offset.data(), objects_.offsetSize)).starts_with(encoded);
 }
 
 void BinaryEncoder::beginEntry() {
@@ -297,8 +297,8 @@ void appendMarker(unsigned char marker, std::size_t count, std::string& out) {
   appendBigEndian(count, std::size_t{1} << power, out);
 }
 
-void appendTrailer(std::size_t offsetSize, std::size_t referenceSize, std::size_t count, std::size_t top,
-                   std::size_t tableStart, std::string& out) {
+void appendTrailer(std::size_t offsetSize, std::size_t referenceSize, std::uint64_t count, std::uint64_t top,
+                   std::uint64_t tableStart, std::string& out) {
   out.append(6, '\0');
   appendBigEndian(offsetSize, 1, out);
   appendBigEndian(referenceSize, 1, out);

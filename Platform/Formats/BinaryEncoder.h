@@ -105,7 +105,7 @@ void appendBigEndian(std::uint64_t number, std::size_t size, std::string& out);
 void appendBigEndian(std::span<const std::uint32_t> numbers, std::size_t size, std::string& out);
 // Appends a marker with its length: in the marker's low four bits, or as an integer after it.
 void appendMarker(unsigned char marker, std::size_t count, std::string& out);
-void appendTrailer(std::size_t offsetSize, std::size_t referenceSize, std::size_t count, std::size_t top,
-                   std::size_t tableStart, std::string& out);
+void appendTrailer(std::size_t offsetSize, std::size_t referenceSize, std::uint64_t count, std::uint64_t top,
+                   std::uint64_t tableStart, std::string& out);
 
 }  // namespace zorvane::platform

@@ -74,11 +74,11 @@ Result<BinaryObjects> BinaryObjects::open(std::string_view file, const std::shar
     return Error{"no binary property list: " + textAtByte(what, trailerStart + at), 0};
   };
   BinaryObjects objects;
-  objects.offsetSize = bigEndian(trailer.data() + 6, 1);
-  objects.referenceSize = bigEndian(trailer.data() + 7, 1);
-  objects.count = bigEndian(trailer.data() + 8, 8);
-  objects.top = bigEndian(trailer.data() + 16, 8);
-  const std::size_t tableStart = bigEndian(trailer.data() + 24, 8);
+  objects.offsetSize = bigEndianSize(trailer.data() + 6, 1);
+  objects.referenceSize = bigEndianSize(trailer.data() + 7, 1);
+  objects.count = bigEndianSize(trailer.data() + 8, 8);
+  objects.top = bigEndianSize(trailer.data() + 16, 8);
+  const std::size_t tableStart = bigEndianSize(trailer.data() + 24, 8);
   if (objects.offsetSize < 1 || objects.offsetSize > 8) return malformed("an unsound offset size", 6);
   if (objects.referenceSize < 1 || objects.referenceSize > 8) return malformed("an unsound reference size", 7);
   if (objects.top >= objects.count) return malformed("a top object out of range", 16);
@@ -96,7 +96,7 @@ bool BinaryObjects::read(std::size_t index, BinaryObject& object) const {
   if (index < firstIndex || index >= count) return false;
   const std::string_view offset = offsets.from((index - firstIndex) * offsetSize);
   if (offset.size() < offsetSize) return false;
-  object.position = bigEndian(offset.data(), offsetSize);
+  object.position = bigEndianSize(offset.data(), offsetSize);
   const std::string_view here = bytes.from(object.position);
   if (object.position < kHeaderSize || here.empty()) return false;
 
@@ -150,7 +150,7 @@ bool BinaryObjects::read(std::size_t index, BinaryObject& object) const {
         if (here.size() < 2 || (here[1] & 0xFC) != 0x10) return false;
         const std::size_t lengthSize = std::size_t{1} << (here[1] & 3);
         if (here.size() < 2 + lengthSize) return false;
-        object.count = bigEndian(here.data() + 2, lengthSize);
+        object.count = bigEndianSize(here.data() + 2, lengthSize);
         start = 2 + lengthSize;
       }
       break;
@@ -164,7 +164,7 @@ bool BinaryObjects::read(std::size_t index, BinaryObject& object) const {
 }
 
 std::size_t BinaryObjects::reference(const BinaryObject& container, std::size_t element) const {
-  return bigEndian(container.content.data() + element * referenceSize, referenceSize);
+  return bigEndianSize(container.content.data() + element * referenceSize, referenceSize);
 }
 
 Value integerOfObject(const BinaryObject& object) {

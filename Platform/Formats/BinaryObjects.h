@@ -1,8 +1,10 @@
 // Reads the objects of a binary property list in place: nothing is copied, every access is checked.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -75,6 +77,12 @@ struct BinaryObject {
 std::uint64_t bigEndian(const char* bytes, std::size_t size);
 inline std::uint64_t bigEndian(std::string_view bytes) {
   return bigEndian(bytes.data(), bytes.size());
+}
+
+// The same as a size. What a size of 32 bits cannot hold becomes the largest one, which is out of every range.
+inline std::size_t bigEndianSize(const char* bytes, std::size_t size) {
+  return static_cast<std::size_t>(
+      std::min<std::uint64_t>(bigEndian(bytes, size), std::numeric_limits<std::size_t>::max()));
 }
 
 struct BinaryObjects {

@@ -153,19 +153,21 @@ TEST(HostileSizes, SharedObjectsThatMakeAHugeValueAreRefused) {
 }
 
 TEST(HostileSizes, TheTrailerIsNotTrusted) {
-  const auto fileOf = [&](std::size_t count, std::size_t top, std::size_t tableStart, const char* table) {
+  const auto fileOf = [&](std::uint64_t count, std::uint64_t top, std::uint64_t tableStart, const char* table) {
     std::string file = joined({"bplist00\x09", table});
     appendTrailer(1, 1, count, top, tableStart, file);
     return file;
   };
   ASSERT_TRUE(plist(fileOf(1, 0, 9, "\x08")));
   const std::string malformed[] = {
-      fileOf(std::size_t{1} << 60, 0, 9, "\x08"),
+      fileOf(std::uint64_t{1} << 60, 0, 9, "\x08"),
+      fileOf((std::uint64_t{1} << 32) + 1, 0, 9, "\x08"),
+      fileOf(1, std::uint64_t{1} << 32, 9, "\x08"),
       fileOf(2, 0, 9, "\x08"),
       fileOf(1, 1, 9, "\x08"),
       fileOf(1, 0, 10, "\x08"),
-      fileOf(1, 0, ~std::size_t{0}, "\x08"),
-      fileOf(1, 0, std::size_t{1} << 63, "\x08"),
+      fileOf(1, 0, ~std::uint64_t{0}, "\x08"),
+      fileOf(1, 0, std::uint64_t{1} << 63, "\x08"),
       fileOf(1, 0, 9, "\x09"),  // the table itself
       fileOf(1, 0, 9, "\xFF"),  // beyond the end
       // A length far beyond the file, of a list, a dictionary, text and data.
