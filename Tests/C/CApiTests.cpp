@@ -379,10 +379,11 @@ TEST_F(CApi, ACloseInACallbackIsRefusedAndACallbackThatStillRunsIsTold) {
   int sent = 1;
   EXPECT_EQ(zr_close(0, &sent), ZR_ERROR_TIMEOUT);
   EXPECT_EQ(sent, 0);
-  EXPECT_EQ(host_.released, kCallbacks);
   blocking.goesOn.set();
   blocking.released.wait();
   caller.join();
+  // Another callback may have been running, too.
+  while (host_.released < kCallbacks) std::this_thread::yield();
 }
 
 TEST_F(CApi, TheHostsLoopRunsTheTasks) {
