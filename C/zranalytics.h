@@ -281,7 +281,8 @@ ZR_API int zr_has_http(void);
 /* A request that waits to be sent: POST with a JSON body. */
 typedef struct zr_request zr_request;
 /* On any thread. The host owns the request. It sends it and calls zr_request_respond once, here or later, on any
- * thread. At most six connections to a host should be open at a time; keep further requests in order. */
+ * thread, also after zr_close: that frees the request. At most six connections to a host should be open at a time; keep
+ * further requests in order. */
 typedef void (*zr_transport)(void* data, zr_request* request);
 ZR_API zr_status zr_options_set_transport(zr_options* options, zr_transport send, void* data, zr_release release);
 
