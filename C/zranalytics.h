@@ -439,8 +439,8 @@ typedef struct zr_attribute {
 /* Records the event and returns; no I/O, no wait. properties may be NULL. The handle may be used again and changed
  * afterwards; this event keeps what it held. Two events of one thread may be recorded in either order. */
 ZR_API zr_status zr_track(const char* name, size_t name_length, const zr_properties* properties);
-/* The same without a handle. attribute_size is sizeof(zr_attribute). If one attribute is wrong, the event is not
- * tracked. attributes may be NULL if count is 0. */
+/* The same without a handle. attribute_size is sizeof(zr_attribute). Of attributes with one name the last counts. If
+ * one attribute is wrong, the event is not tracked. attributes may be NULL if count is 0. */
 ZR_API zr_status zr_track_attributes(const char* name, size_t name_length, const zr_attribute* attributes, size_t count,
                                      size_t attribute_size);
 /* The same with a JSON object. */
