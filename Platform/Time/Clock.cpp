@@ -1,23 +1,26 @@
 #include "Platform/Time/Clock.h"
 
-#include <chrono>
+#include <time.h>
 
 namespace zorvane::platform {
 
 namespace {
 
-double secondsOf(std::chrono::nanoseconds time) {
-  return std::chrono::duration<double>(time).count();
+// Not by std::chrono: on 32-bit systems its library may have been built with times that end in 2038.
+double secondsOf(clockid_t clock) {
+  timespec time{};
+  ::clock_gettime(clock, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
 }  // namespace
 
 Date SystemClock::now() const {
-  return {secondsOf(std::chrono::system_clock::now().time_since_epoch())};
+  return {secondsOf(CLOCK_REALTIME)};
 }
 
 double SystemClock::monotonicSeconds() const {
-  return secondsOf(std::chrono::steady_clock::now().time_since_epoch());
+  return secondsOf(CLOCK_MONOTONIC);
 }
 
 }  // namespace zorvane::platform

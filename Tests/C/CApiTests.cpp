@@ -89,13 +89,14 @@ struct Host {
   static void begin(void* data, uint64_t task, const char* name) {
     Host& host = at(data);
     const std::lock_guard lock(host.mutex);
-    host.ended.resize(std::max<std::size_t>(host.ended.size(), task));
-    host.ended[task - 1] = name;
+    const auto count = static_cast<std::size_t>(task);
+    host.ended.resize(std::max(host.ended.size(), count));
+    host.ended[count - 1] = name;
   }
   static void end(void* data, uint64_t task) {
     Host& host = at(data);
     const std::lock_guard lock(host.mutex);
-    host.ended[task - 1] += " ended";
+    host.ended[static_cast<std::size_t>(task) - 1] += " ended";
   }
   static void complete(void* data, int) { at(data); }
 
