@@ -86,7 +86,7 @@ class ConditionTest : public ModuleTest {
     }
     Array filters{dictionaryAt(row, "filter")};
     if (const Value* operators = row.find("operators")) {
-      filters.assign(operators->asArray()->size(), filters.front());
+      filters.assign(operators->asArray()->size(), Value(filters.front()));
       for (std::size_t i = 0; i < filters.size(); ++i) {
         filters[i].mutableDictionary().set("operator", (*operators->asArray())[i]);
       }
