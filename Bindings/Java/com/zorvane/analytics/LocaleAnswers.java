@@ -10,7 +10,7 @@ final class LocaleAnswers {
   static String answer(Locale locale, int question, String argument) {
     switch (question) {
       case 0:
-        return locale.stripExtensions().toLanguageTag().replace('-', '_');
+        return locale.getLanguage().isEmpty() ? "" : locale.stripExtensions().toLanguageTag().replace('-', '_');
       case 1:
         return locale.getCountry();
       case 2:

@@ -28,9 +28,9 @@ public final class Request {
   }
 
   /**
-   * The headers beside the content type, which is "application/json".
+   * The headers, the content type among them.
    *
-   * @return names and values, in the order of sending
+   * @return names and values
    */
   public Map<String, String> headers() {
     return headers;
