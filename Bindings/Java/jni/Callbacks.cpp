@@ -113,8 +113,8 @@ int64_t onTimeZone(void* data, double seconds_since_1970) {
 zr_advertising_permission onAdvertising(void* data, zr_text* identifier) {
   const JavaCall call;
   if (!call) return ZR_ADVERTISING_UNAVAILABLE;
-  const auto answer = static_cast<jbyteArray>(
-      call->CallStaticObjectMethod(call.native(), methods().advertising, objectOf(data)));
+  const auto answer =
+      static_cast<jbyteArray>(call->CallStaticObjectMethod(call.native(), methods().advertising, objectOf(data)));
   if (call.failed() || !answer) return ZR_ADVERTISING_UNAVAILABLE;
   // The permission's number, then the identifier.
   const Bytes bytes(call.operator->(), answer);
