@@ -171,12 +171,12 @@ zr_status zr_set_trigger(zr_trigger_slot slot, zr_trigger trigger, void* data, z
     const ModuleCall module;
     // The earlier delegate is destroyed after the lock is released: that releases the host's data.
     std::shared_ptr<Trigger> delegate = trigger ? std::make_shared<Trigger>(trigger, std::move(hostData)) : nullptr;
+    platform::MutexLock lock(triggers().mutex);
     if (slot == ZR_TRIGGER_IN_APP) {
       module->setInappTriggerDelegate(delegate);
     } else {
       module->setMessagingTriggerDelegate(delegate);
     }
-    platform::MutexLock lock(triggers().mutex);
     triggers().slots[slot].swap(delegate);
   });
 }

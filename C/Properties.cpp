@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "C/Handles.h"
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 
 namespace zorvane::c {
 namespace {
@@ -29,8 +30,14 @@ template <typename MakeValue>
 zr_status add(zr_properties* properties, const char* name, std::size_t length, const MakeValue& makeValue) {
   return guarded([&] {
     const std::string_view key = nameOf(name, length);
-    const Value value = makeValue();
-    changeable(properties).addAttributeWithName(value, key);
+    Value value = makeValue();
+    ZRProperties& changed = changeable(properties);
+    if ((value.isNumber() || value.isString()) && key != kAttributeNameNonInteractive) {
+      // What addAttributeWithName does with most attributes, without its cost.
+      changed.attributeDict().set(key, std::move(value));
+    } else {
+      changed.addAttributeWithName(value, key);
+    }
   });
 }
 
@@ -57,7 +64,11 @@ using namespace zorvane;
 using namespace zorvane::c;
 
 zr_properties* zr_properties_new(void) {
-  return guardedPointer([] { return newProperties(std::make_shared<ZRProperties>()); });
+  return guardedPointer([] {
+    Dictionary attributes;
+    attributes.reserve(8);
+    return newProperties(std::make_shared<ZRProperties>(std::move(attributes)));
+  });
 }
 
 zr_properties* zr_properties_from_json(const char* json, size_t length) {

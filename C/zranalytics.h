@@ -281,7 +281,8 @@ ZR_API int zr_has_http(void);
 /* A request that waits to be sent: POST with a JSON body. */
 typedef struct zr_request zr_request;
 /* On any thread. The host owns the request. It sends it and calls zr_request_respond once, here or later, on any
- * thread. At most six connections to a host should be open at a time; keep further requests in order. */
+ * thread, also after zr_close: that frees the request. At most six connections to a host should be open at a time; keep
+ * further requests in order. */
 typedef void (*zr_transport)(void* data, zr_request* request);
 ZR_API zr_status zr_options_set_transport(zr_options* options, zr_transport send, void* data, zr_release release);
 
@@ -438,8 +439,8 @@ typedef struct zr_attribute {
 /* Records the event and returns; no I/O, no wait. properties may be NULL. The handle may be used again and changed
  * afterwards; this event keeps what it held. Two events of one thread may be recorded in either order. */
 ZR_API zr_status zr_track(const char* name, size_t name_length, const zr_properties* properties);
-/* The same without a handle. attribute_size is sizeof(zr_attribute). If one attribute is wrong, the event is not
- * tracked. attributes may be NULL if count is 0. */
+/* The same without a handle. attribute_size is sizeof(zr_attribute). Of attributes with one name the last counts. If
+ * one attribute is wrong, the event is not tracked. attributes may be NULL if count is 0. */
 ZR_API zr_status zr_track_attributes(const char* name, size_t name_length, const zr_attribute* attributes, size_t count,
                                      size_t attribute_size);
 /* The same with a JSON object. */
