@@ -1,5 +1,6 @@
 using System;
 using System.Collections.Generic;
+using System.Globalization;
 using Zorvane;
 
 /// <summary>A shop that counts the messages which an in-app module would show: Shop.exe ENDPOINT FOLDER.</summary>
@@ -12,7 +13,10 @@ internal static class Shop
     private static int Main(string[] args)
     {
         int messages = 0;
-        var options = new AnalyticsOptions { Endpoint = args[0], AppId = "SHOP", Folder = args[1] };
+        var options = new AnalyticsOptions
+        {
+            Endpoint = args[0], AppId = "SHOP", Folder = args[1], Culture = () => new CultureInfo("de-AT")
+        };
         using (var bigOrder = new Condition(BigOrder))
         using (Analytics analytics = Analytics.Start(options))
         {

@@ -94,7 +94,23 @@ namespace Zorvane
                     Native.zr_options_set_advertising(native, Callbacks.Advertising, data, Callbacks.Release));
                 Library.Check(Native.zr_start(native));
             }
-            return new Analytics();
+            var analytics = new Analytics();
+            AppDomain.CurrentDomain.ProcessExit += analytics.CloseAtExit;
+            return analytics;
+        }
+
+        /// <summary>Mono waits at its end for all threads that have called managed code: the module's threads must end
+        /// before.</summary>
+        private void CloseAtExit(object sender, EventArgs arguments)
+        {
+            try
+            {
+                Close(TimeSpan.FromSeconds(1));
+            }
+            catch (AnalyticsException)
+            {
+                // A callback did not end in time.
+            }
         }
 
         private static void SetText(OptionsHandle options, string text, Func<OptionsHandle, byte[], UIntPtr, int> set)
