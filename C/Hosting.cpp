@@ -26,10 +26,38 @@ struct zr_options {
 
 namespace {
 
+// A transport that the module keeps for ever, but whose thread can be ended. Thread-safe.
+class EndableTransport final : public NetworkTransport {
+ public:
+  explicit EndableTransport(std::shared_ptr<NetworkTransport> transport) : transport_(std::move(transport)) {}
+
+  void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override {
+    std::shared_ptr<NetworkTransport> transport;
+    {
+      platform::MutexLock lock(mutex_);
+      transport = transport_;
+    }
+    if (transport) return transport->send(std::move(request), std::move(completion));
+    completion({0, "", "the module is closed"});
+  }
+  // Destroys the transport.
+  void end() {
+    // Destroyed after the lock is released.
+    std::shared_ptr<NetworkTransport> ended;
+    platform::MutexLock lock(mutex_);
+    ended.swap(transport_);
+  }
+
+ private:
+  platform::Mutex mutex_;
+  std::shared_ptr<NetworkTransport> transport_ ZR_GUARDED_BY(mutex_);
+};
+
 // Of the start that succeeded; never destroyed.
 struct Running {
   std::shared_ptr<platform::ThreadScheduler> scheduler;
   std::shared_ptr<HostApplication> application;
+  std::shared_ptr<EndableTransport> transport;
 };
 const Running* running = nullptr;
 
@@ -66,6 +94,10 @@ Running start(const zr_options& options) {
   useDefaultTransport(start);
   start.host.clock = std::make_shared<platform::SystemClock>();
   Running result;
+  if (start.core.transport) {
+    result.transport = std::make_shared<EndableTransport>(std::move(start.core.transport));
+    start.core.transport = result.transport;
+  }
   result.scheduler = platform::makeThreadScheduler(start.host.clock, options.mainLoop);
   result.application = std::make_shared<HostApplication>(options.state, options.backgroundTasks);
   start.host.scheduler = result.scheduler;
@@ -226,7 +258,11 @@ zr_status zr_close(double seconds, int* all_sent) {
     running->scheduler->stopMainLoop();
     endClose();
     if (all_sent) *all_sent = sent ? 1 : 0;
-    if (!retireAllHostData(deadline.secondsLeft())) fail(ZR_ERROR_TIMEOUT, "a callback is still running");
+    const bool retired = retireAllHostData(deadline.secondsLeft());
+    running->scheduler->endThreads();
+    if (!retired) fail(ZR_ERROR_TIMEOUT, "a callback is still running");
+    // Waits for its thread, which runs no callback any more.
+    if (running->transport) running->transport->end();
   });
 }
 

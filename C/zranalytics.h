@@ -294,8 +294,8 @@ ZR_API const char* zr_request_header_value(const zr_request* request, size_t ind
 /* Made by the first call: call it just before sending. NULL after an error. */
 ZR_API const char* zr_request_body(zr_request* request, size_t* length);
 /* http_status: 0 if no response came; error then says why, and is else NULL. body may be NULL if its length is 0. Frees
- * the request, also when it returns an error, but not for a NULL request. Allowed in every state: a response that comes
- * after zr_close still counts. */
+ * the request, also when it returns an error, but not for a NULL request. Allowed in every state. A response that comes
+ * after zr_close counts as lost: its batch goes again with the next launch, under the same identifier. */
 ZR_API zr_status zr_request_respond(zr_request* request, int32_t http_status, const char* body, size_t body_length,
                                     const char* error);
 
@@ -386,7 +386,8 @@ ZR_API zr_status zr_start(const zr_options* options);
  *
  * After it has returned, no callback begins and none is running; all are released. ZR_ERROR_TIMEOUT: a callback was
  * still running when the time was over; only that one may still be running, and its release follows it. The module is
- * closed then, too. Completions that were not called by then are only released.
+ * closed then, too. Completions that were not called by then are only released. The library's threads end, each after
+ * its current task.
  *
  * Any thread, but ZR_ERROR_CALLBACK in a callback. With a main loop of the host on the main thread, or while that loop
  * runs. On the main thread it runs the tasks itself. */

@@ -1,7 +1,5 @@
 #include "Transport/CurlTransport.h"
 
-#include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,6 +14,7 @@
 #include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
+#include "Platform/Dispatch/ThreadSignals.h"
 #include "Transport/CurlHandle.h"
 
 namespace zorvane {
@@ -278,18 +277,8 @@ class CurlTransport::Driver {
 
 CurlTransport::CurlTransport(CurlTransportOptions options) : driver_(std::make_shared<Driver>(std::move(options))) {
   Driver::parkAtExit(driver_);
-  // The application's own threads handle signals.
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  try {
-    thread_ = std::thread([driver = driver_] { driver->run(); });
-  } catch (...) {
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    throw;
-  }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  const platform::BlockedSignals blocked;
+  thread_ = std::thread([driver = driver_] { driver->run(); });
 }
 
 CurlTransport::~CurlTransport() {

@@ -1,23 +1,17 @@
 #include "Platform/Dispatch/DetachedThread.h"
 
 #include <pthread.h>
-#include <signal.h>
 
 #include <system_error>
 #include <thread>
 #include <utility>
 
+#include "Platform/Dispatch/ThreadSignals.h"
+
 namespace zorvane::platform {
 
 bool startDetachedThread([[maybe_unused]] const char* name, Task body) noexcept {
-  sigset_t blocked, before;
-  sigfillset(&blocked);
-  for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS, SIGPROF}) {
-    sigdelset(&blocked, signal);
-  }
-  // A thread inherits the mask of the one that starts it.
-  pthread_sigmask(SIG_SETMASK, &blocked, &before);
-  bool started = false;
+  const BlockedSignals blocked;
   try {
     std::thread([name, body = std::move(body)]() mutable {
 #if defined(__linux__)
@@ -27,12 +21,11 @@ bool startDetachedThread([[maybe_unused]] const char* name, Task body) noexcept 
 #endif
       body();
     }).detach();
-    started = true;
+    return true;
   } catch (const std::system_error&) {
   } catch (const std::bad_alloc&) {
   }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return started;
+  return false;
 }
 
 }  // namespace zorvane::platform

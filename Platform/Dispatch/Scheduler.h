@@ -67,6 +67,9 @@ class ThreadScheduler : public Scheduler {
   // Stops the main queue for good, whichever thread runs it: waiting and later tasks never run, and callers that wait
   // in sync() return. Call from any thread.
   virtual void stopMainLoop() = 0;
+  // The same for all queues: each thread ends after its current task, waiting and later tasks never run. Does not wait
+  // for the threads.
+  virtual void endThreads() = 0;
 };
 
 // The clock is that of the timers.

@@ -74,8 +74,7 @@ class ThreadSchedulerOverPool final : public ThreadScheduler {
     ExitHandler::instance().add(main_, context_);
   }
   ~ThreadSchedulerOverPool() override {
-    pool_->shutDown();
-    main_->stop();
+    endThreads();
     main_->dropTasks();
   }
 
@@ -97,6 +96,10 @@ class ThreadSchedulerOverPool final : public ThreadScheduler {
   }
   void runMainLoop() override { main_->runAdopted(); }
   void stopMainLoop() override { main_->stop(); }
+  void endThreads() override {
+    pool_->shutDown();
+    main_->stop();
+  }
 
  private:
   const std::shared_ptr<QueueContext> context_ = std::make_shared<QueueContext>();
