@@ -61,6 +61,7 @@ TEST_F(JournalTest, KilledLaunchLosesNoEvent) {
     track("Recorded", ZRProperties::initWithAttributes(
                           {{"price", 10.5}, {"many", std::uint64_t{1} << 60}, {"list", Array{1, Date{5}, nullptr}}}));
     settle();
+    EXPECT_EQ(ZREventsHandler::sharedInstance().viewsInfoArray()->back().asDictionary()->size(), 4u) << "no ticket";
     clock_->advance(1);
     auto properties = std::make_shared<ZRProperties>();
     properties->setNonInteractive();
@@ -90,7 +91,6 @@ TEST_F(JournalTest, KilledLaunchLosesNoEvent) {
   EXPECT_EQ(second.objectForKey("EVENT_ATTRS_CUST"),
             Value(Dictionary{{"timestamp", Array{Dictionary{{"when", 7000.0}}}},
                              {"location", Array{Dictionary{{"place", "1.000000,2.000000"}}}}}));
-  EXPECT_THAT(eventNames(*ZREventsHandler::sharedInstance().viewsInfoArray()), ::testing::Not(::testing::Contains("Called")));
 }
 
 TEST_F(JournalTest, EventsStayInTheirSession) {
