@@ -1,6 +1,7 @@
 #include "ZRAnalytics/ZRHosting.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <utility>
 
@@ -35,12 +36,17 @@ class CountingTransport final : public NetworkTransport {
       platform::MutexLock lock(mutex_);
       ++started_;
     }
-    transport_->send(std::move(request), [this, completion = std::move(completion)](const TransportResponse& response) {
-      completion(response);
-      platform::MutexLock lock(mutex_);
-      ++answered_;
-      changed_.notifyAll();
-    });
+    const auto isAnswered = std::make_shared<std::atomic<bool>>(false);
+    try {
+      transport_->send(std::move(request),
+                       [this, isAnswered, completion = std::move(completion)](const TransportResponse& response) {
+                         completion(response);
+                         countAnswer(*isAnswered);
+                       });
+    } catch (...) {
+      countAnswer(*isAnswered);
+      throw;
+    }
   }
 
   std::uint64_t started() const {
@@ -55,6 +61,14 @@ class CountingTransport final : public NetworkTransport {
   }
 
  private:
+  // Once per request, however often the host's transport answers it.
+  void countAnswer(std::atomic<bool>& isAnswered) {
+    if (isAnswered.exchange(true)) return;
+    platform::MutexLock lock(mutex_);
+    ++answered_;
+    changed_.notifyAll();
+  }
+
   const std::shared_ptr<NetworkTransport> transport_;
   mutable platform::Mutex mutex_;
   platform::Condition changed_;

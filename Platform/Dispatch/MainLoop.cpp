@@ -42,8 +42,8 @@ bool MainLoop::enqueue(Task task) {
   {
     MutexLock lock(mutex_);
     if (stopped_) return false;
-    context_->tasks.add();
     tasks_.push(std::move(task));
+    context_->tasks.add();
     wake = pump_ != Pump::Host && std::exchange(asleep_, false);
     start = claimThreadStart();
   }
@@ -211,7 +211,12 @@ void MainLoop::runCounted(Task& task) {
 }
 
 void MainLoop::runWaiting() {
-  while (runNext()) {
+  std::size_t count = 0;
+  {
+    MutexLock lock(mutex_);
+    count = tasks_.size();
+  }
+  while (count-- > 0 && runNext()) {
   }
 }
 

@@ -27,7 +27,7 @@ class MainLoop final : public MainQueue, public std::enable_shared_from_this<Mai
   TimerId startRepeatingTimer(double intervalSeconds, std::function<void()> work) override;
   void cancelTimer(TimerId id) override;
 
-  // Runs the tasks that wait. Main thread.
+  // Runs the tasks that wait now, not those that they post. Main thread.
   void runWaiting();
   // See Scheduler and ThreadScheduler.
   void runAdopted();

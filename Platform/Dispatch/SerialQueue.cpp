@@ -1,5 +1,6 @@
 #include "Platform/Dispatch/SerialQueue.h"
 
+#include <new>
 #include <utility>
 
 #include "Platform/Dispatch/CurrentQueue.h"
@@ -11,13 +12,19 @@ struct SerialQueue::State {
   State(std::shared_ptr<WorkerPool> thePool, std::shared_ptr<QueueContext> theContext)
       : pool(std::move(thePool)), context(std::move(theContext)) {}
 
-  static void postTurn(const std::shared_ptr<State>& self) {
-    self->pool->post(Priority::Default, [self] { takeTurn(self); });
+  // False without memory.
+  static bool postTurn(const std::shared_ptr<State>& self) noexcept {
+    try {
+      self->pool->post(Priority::Default, [self] { takeTurn(self); });
+      return true;
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
   }
   static void takeTurn(const std::shared_ptr<State>& self) {
     const CurrentQueue::Scope scope(self.get());
     while (self->runBatch()) {
-      if (self->pool->isBehind()) return postTurn(self);
+      if (self->pool->isBehind() && postTurn(self)) return;
     }
   }
   // Runs the tasks posted so far. False when there were none; the turn is over then.
@@ -59,11 +66,14 @@ void SerialQueue::async(Task task) {
   bool needsTurn = false;
   {
     MutexLock lock(state_->mutex);
-    state_->context->tasks.add();
     state_->incoming.push(std::move(task));
+    state_->context->tasks.add();
     needsTurn = !std::exchange(state_->hasTurn, true);
   }
-  if (needsTurn) State::postTurn(state_);
+  if (!needsTurn || State::postTurn(state_)) return;
+  // The next task posts a turn for both.
+  MutexLock lock(state_->mutex);
+  state_->hasTurn = false;
 }
 
 bool SerialQueue::isCurrent() const {

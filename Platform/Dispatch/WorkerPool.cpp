@@ -23,21 +23,14 @@ constexpr double kMonitorSeconds = 0.01;
 WorkerPool::WorkerPool(std::shared_ptr<QueueContext> context) : context_(std::move(context)) {}
 
 void WorkerPool::post(Priority priority, Task&& task) {
-  context_->tasks.add();
   Call call = Call::None;
-  bool dropped = false;
   {
     MutexLock lock(mutex_);
-    dropped = isShutDown();
-    if (!dropped) {
-      (priority == Priority::Default ? default_ : background_).push(std::move(task));
-      updateHint();
-      call = neededCall();
-    }
-  }
-  if (dropped) {
-    task.reset();
-    context_->tasks.done();
+    if (isShutDown()) return;
+    (priority == Priority::Default ? default_ : background_).push(std::move(task));
+    context_->tasks.add();
+    updateHint();
+    call = neededCall();
   }
   carryOut(call);
 }

@@ -97,13 +97,13 @@ std::uint32_t BinaryEncoder::encodeContainer(const Value& value, int depth) {
   if (dictionary) addKeys(*dictionary);
   const std::size_t firstElement = references_.size();
   std::size_t next = firstElement;
-  references_.resize(firstElement + (array ? array->size() : dictionary->size()));
+  references_.resize(firstElement + (array ? array->size() : dictionary ? dictionary->size() : 0));
   if (array) {
     for (const Value& element : *array) {
       if (!element.isNil()) references_[next++] = encode(element, depth + 1);
     }
     references_.resize(next);
-  } else {
+  } else if (dictionary) {
     for (const auto& [key, element] : *dictionary) references_[next++] = encode(element, depth + 1);
   }
   isDecodable_ = allowance_.take(next - firstElement, 0) && isDecodable_;

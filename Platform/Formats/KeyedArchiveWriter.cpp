@@ -59,7 +59,7 @@ class Writer {
 
   Value classNamed(std::string_view name) {
     if (const Value* known = classes_.find(name)) return *known;
-    const Value added = reference(addEntry(Dictionary{{"$classname", name}, {"$classes", Array{name, "NSObject"}}}));
+    Value added = reference(addEntry(Dictionary{{"$classname", name}, {"$classes", Array{name, "NSObject"}}}));
     classes_.set(name, added);
     return added;
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -225,8 +226,8 @@ Result<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::open(std:
   }
   const std::size_t tableStart = objects.bytes.size();
   state->isOwnLayout = objects.offsetSize == kOffsetSize &&
-                       std::ranges::count(kReferenceSizes, objects.referenceSize) != 0 && objects.top == kRootIndex &&
-                       root.position + root.size == tableStart;
+                       std::count(std::begin(kReferenceSizes), std::end(kReferenceSizes), objects.referenceSize) != 0 &&
+                       objects.top == kRootIndex && root.position + root.size == tableStart;
   if (state->isOwnLayout) {
     // Without the root: each snapshot has its own.
     const std::string_view file = *state->opened;

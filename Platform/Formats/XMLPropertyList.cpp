@@ -288,14 +288,16 @@ std::string declaredEncoding(std::string_view bytes) {
 }  // namespace
 
 Result<Value> parseXMLPropertyList(std::string_view bytes, const EntryTaker& take) {
-  const auto startsWith = [bytes](const char* text, std::size_t size) { return bytes.starts_with({text, size}); };
-  const bool hasMark = startsWith("\xFE\xFF", 2) || startsWith("\xFF\xFE", 2);
-  const bool isBigEndian = startsWith("\xFE\xFF", 2) || startsWith("\0<", 2);
+  const auto startsWith = [bytes](char first, char second) {
+    return bytes.size() >= 2 && bytes[0] == first && bytes[1] == second;
+  };
+  const bool hasMark = startsWith('\xFE', '\xFF') || startsWith('\xFF', '\xFE');
+  const bool isBigEndian = startsWith('\xFE', '\xFF') || startsWith('\0', '<');
   std::string converted;
-  if (isBigEndian || hasMark || startsWith("<\0", 2)) {
+  if (isBigEndian || hasMark || startsWith('<', '\0')) {
     converted = fromUtf16(bytes.substr(hasMark ? 2 : 0), isBigEndian);
     bytes = converted;
-  } else if (startsWith("\xEF\xBB\xBF", 3)) {
+  } else if (bytes.starts_with("\xEF\xBB\xBF")) {
     bytes.remove_prefix(3);
   } else {
     const std::string encoding = declaredEncoding(bytes);

@@ -1,7 +1,6 @@
 #include "ZRAnalytics/EventManagement/ZRBatchSaver.h"
 
 #include <algorithm>
-#include <iterator>
 #include <string>
 #include <unordered_set>
 #include <utility>
@@ -53,7 +52,7 @@ void ZRBatchSaver::saveSoon() {
 void ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes) {
   const ZRTurn::Scope storeTurn(storeTurn_);
   const ZRTurn::Scope closeTurn(closeTurn_);
-  std::vector<ClosedBatch> batches = takeClosed();
+  std::list<ClosedBatch> batches = takeClosed();
   for (ClosedBatch& batch : batches) {
     std::erase_if(batch.events, [&passes](const Value& record) { return !passes(record); });
   }
@@ -66,26 +65,25 @@ void ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes
 }
 
 void ZRBatchSaver::close() {
+  if (current_.empty()) return;
+  // Before the turn: the host's clock may save, too.
+  Value requestTime = requestTimeNow();
   const ZRTurn::Scope turn(closeTurn_);
-  ClosedBatch batch;
+  const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
+  std::list<ClosedBatch> closing(1);
+  ClosedBatch& batch = closing.front();
+  batch.rest.set(kBatchKeyRequestTime, std::move(requestTime));
+  if (auto session = sessions.getCurrentSessionInfoDict()) batch.rest.set(kBatchKeySession, *std::move(session));
+  batch.rest.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSave));
   batch.events = current_.take(batch.generation);
   if (batch.events.empty()) return;
-  try {
-    const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
-    batch.rest.set(kBatchKeyRequestTime, requestTimeNow());
-    if (auto session = sessions.getCurrentSessionInfoDict()) batch.rest.set(kBatchKeySession, *std::move(session));
-    batch.rest.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSave));
-    platform::MutexLock lock(mutex_);
-    closed_.push_back(std::move(batch));
-  } catch (...) {
-    current_.putBack(std::move(batch.events), batch.generation);
-    throw;
-  }
+  platform::MutexLock lock(mutex_);
+  closed_.splice(closed_.end(), closing);
 }
 
 void ZRBatchSaver::storeClosed() {
   const ZRTurn::Scope turn(storeTurn_);
-  std::vector<ClosedBatch> batches = takeClosed();
+  std::list<ClosedBatch> batches = takeClosed();
   const std::uint64_t generation = current_.generation();
   std::erase_if(batches, [generation](const ClosedBatch& batch) { return batch.generation != generation; });
   if (batches.empty()) return;
@@ -149,21 +147,22 @@ std::size_t ZRBatchSaver::addEntries(const ClosedBatch& batch, bool isSplit, Dic
   return tooLarge;
 }
 
-void ZRBatchSaver::reopen(std::vector<ClosedBatch> batches) {
+void ZRBatchSaver::reopen(std::list<ClosedBatch> batches) {
   const ZRTurn::Scope turn(closeTurn_);
   // Those that were closed meanwhile stay behind them.
-  for (ClosedBatch& batch : takeClosed()) batches.push_back(std::move(batch));
-  const std::uint64_t generation = current_.generation();
-  Array events;
-  for (ClosedBatch& batch : batches) {
-    if (batch.generation != generation) continue;
-    events.insert(events.end(), std::make_move_iterator(batch.events.begin()),
-                  std::make_move_iterator(batch.events.end()));
+  batches.splice(batches.end(), takeClosed());
+  try {
+    for (; !batches.empty(); batches.pop_back()) {
+      current_.putBack(std::move(batches.back().events), batches.back().generation);
+    }
+  } catch (...) {
+    platform::MutexLock lock(mutex_);
+    closed_.splice(closed_.begin(), batches);
+    throw;
   }
-  if (!events.empty()) current_.putBack(std::move(events), generation);
 }
 
-std::vector<ZRBatchSaver::ClosedBatch> ZRBatchSaver::takeClosed() {
+std::list<ZRBatchSaver::ClosedBatch> ZRBatchSaver::takeClosed() {
   platform::MutexLock lock(mutex_);
   return std::exchange(closed_, {});
 }

@@ -4,8 +4,8 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <memory>
-#include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
 #include "Platform/Dispatch/Queue.h"
@@ -48,8 +48,9 @@ class ZRBatchSaver {
   // Adds the batch to the entries, split into what fits or as one. Returns the number of events that are left out
   // because they are too large.
   static std::size_t addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries, ZREventJournal* journal);
-  void reopen(std::vector<ClosedBatch> batches);
-  std::vector<ClosedBatch> takeClosed();
+  // Returns their events to the current batch; what cannot be returned without memory stays closed.
+  void reopen(std::list<ClosedBatch> batches);
+  std::list<ClosedBatch> takeClosed();
 
   ZRCurrentBatch& current_;
   ZRBatchFile& file_;
@@ -62,7 +63,7 @@ class ZRBatchSaver {
   // Held while events change between the current and the closed batches, so that they stay in their order.
   ZRTurn closeTurn_;
   platform::Mutex mutex_;
-  std::vector<ClosedBatch> closed_ ZR_GUARDED_BY(mutex_);
+  std::list<ClosedBatch> closed_ ZR_GUARDED_BY(mutex_);
 };
 
 }  // namespace zorvane

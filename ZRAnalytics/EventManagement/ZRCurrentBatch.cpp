@@ -6,6 +6,11 @@
 
 namespace zorvane {
 
+bool ZRCurrentBatch::empty() const {
+  platform::MutexLock lock(mutex_);
+  return !events_ || events_->empty();
+}
+
 bool ZRCurrentBatch::append(Dictionary record) {
   platform::MutexLock lock(mutex_);
   if (!events_) events_.emplace();
@@ -25,14 +30,14 @@ Array ZRCurrentBatch::take(std::uint64_t& generation) {
   return events;
 }
 
-void ZRCurrentBatch::putBack(Array events, std::uint64_t generation) {
+void ZRCurrentBatch::putBack(Array&& events, std::uint64_t generation) {
   platform::MutexLock lock(mutex_);
   if (generation != generation_) return;
-  const auto threshold = static_cast<std::size_t>(std::max<std::int64_t>(threshold_, 0));
-  fullAfterFailure_ = events.size() + std::max(threshold, events.size() / 4);
   if (events_) {
     events.insert(events.end(), std::make_move_iterator(events_->begin()), std::make_move_iterator(events_->end()));
   }
+  const auto threshold = static_cast<std::size_t>(std::max<std::int64_t>(threshold_, 0));
+  fullAfterFailure_ = events.size() + std::max(threshold, events.size() / 4);
   events_ = std::move(events);
 }
 

@@ -18,15 +18,16 @@ class ZRCurrentBatch {
   explicit ZRCurrentBatch(std::int64_t threshold) : threshold_(threshold) {}
 
   std::int64_t threshold() const { return threshold_; }
+  bool empty() const;
   // True when the batch is full.
   bool append(Dictionary record);
   // Takes the events out, in the order of recording; none when there are none. The generation is the number of clears
   // until then.
   Array take(std::uint64_t& generation);
   // Puts events that could not be saved in front of those that were recorded since, unless the batch was cleared after
-  // they were taken. The batch is full again after `threshold` more events, or a quarter of those put back if that is
-  // more: a larger batch is retried less often.
-  void putBack(Array events, std::uint64_t generation);
+  // they were taken. The batch is full again after `threshold` more events, or a quarter of what it holds if that is
+  // more: a larger batch is retried less often. Without memory it throws and leaves `events` as they were.
+  void putBack(Array&& events, std::uint64_t generation);
   // Drops the events.
   void clear();
   std::uint64_t generation() const;

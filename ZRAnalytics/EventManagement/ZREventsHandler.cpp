@@ -269,7 +269,7 @@ void ZREventsHandler::writeEventsToFileWithBatchID(const Value& events, const Va
     const ZRBatchFile::Outcome outcome = batchFile_.store(batches);
     const bool isStored = outcome == ZRBatchFile::Outcome::Done || outcome == ZRBatchFile::Outcome::Unreadable;
     if (!isStored && events.isArray()) {
-      currentBatch_.putBack(*events.asArray(), generation);
+      currentBatch_.putBack(Array(*events.asArray()), generation);
     }
   });
 }

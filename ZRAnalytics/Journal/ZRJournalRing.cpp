@@ -363,8 +363,8 @@ void Ring::stored() {
 
 void Ring::endStore() {
   platform::MutexLock lock(mutex_);
-  const bool isStored = std::exchange(store_, 0) == header().stored;
-  if (isStored) return;
+  const std::uint64_t ended = std::exchange(store_, 0);
+  if (ended == 0 || ended == header().stored) return;
   set(header().armed, 0);
   for (const std::uint64_t position : std::exchange(storing_, {})) {
     if (Record* const record = live(position)) set(record->store, 0);

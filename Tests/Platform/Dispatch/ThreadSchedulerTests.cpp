@@ -48,6 +48,11 @@ TEST(ThreadScheduler, TheMainThreadRunsItsTasksWhileItWaits) {
   scheduler->mainQueue().async(hop);
   EXPECT_TRUE(scheduler->waitUntilIdle());
   EXPECT_EQ(hops, 100);
+  std::function<void()> again = [&] { scheduler->mainQueue().async(again); };
+  again();
+  EXPECT_FALSE(scheduler->waitUntilIdle(0)) << "a task that posts itself again does not hold up the wait";
+  again = [] {};
+  EXPECT_TRUE(scheduler->waitUntilIdle());
 }
 
 TEST(ThreadScheduler, StoppingTheMainLoopReleasesWhoWaitsForIt) {
