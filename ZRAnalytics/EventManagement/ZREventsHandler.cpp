@@ -106,12 +106,11 @@ void ZREventsHandler::acceptEvent(TrackedEvent& event) {
   // Posted again, so that the event is recorded after the tasks that the session check posted. The completion is
   // copied: if the task cannot be posted, it is still to be called.
   const auto record = [&] {
-    reports_serial_queue_.async(
-        [this, accepted = TrackedEvent{std::move(event.name), std::move(event.properties), event.completion,
-                                       event.ticket}] {
-          reports_serial_queue_.assertCurrent();
-          recordAcceptedEvent(accepted);
-        });
+    reports_serial_queue_.async([this, accepted = TrackedEvent{std::move(event.name), std::move(event.properties),
+                                                               event.completion, event.ticket}] {
+      reports_serial_queue_.assertCurrent();
+      recordAcceptedEvent(accepted);
+    });
     handled = true;
   };
   guarded({kFile, kTrackEvent}, "exception is %@", [&] {

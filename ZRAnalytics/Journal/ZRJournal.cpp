@@ -102,8 +102,8 @@ class Journal final : public ZREventJournal {
   void recorded(Ticket ticket, Dictionary& record) noexcept override {
     if (ticket == 0) return;
     guarded({kFile, "recorded"}, kException, [&] {
-      const bool isMarked = ring_.markRecorded(ticket, textUnder(record, kReportsKeyGMT_Time),
-                                               textUnder(record, kReportsKeyDevice_Time));
+      const bool isMarked =
+          ring_.markRecorded(ticket, textUnder(record, kReportsKeyGMT_Time), textUnder(record, kReportsKeyDevice_Time));
       if (!isMarked) return reportFull();
       record.set(kTicketKey, std::make_shared<TicketObject>(ticket));
     });

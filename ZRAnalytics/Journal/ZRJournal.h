@@ -21,8 +21,8 @@ struct ZRJournalOptions {
 
 // A journal in "ZrvData/ZREventJournal" below the library directory. Give it to one start of the module. From
 // initializeAnalytics on, an event whose call has returned is recorded by the next launch if this process is killed.
-// What it costs and what it does not cover: docs/journal.md. When the file cannot be made, locked or mapped, or is full,
-// events are in memory only, and the log says it once.
+// What it costs and what it does not cover: docs/journal.md. When the file cannot be made, locked or mapped, or is
+// full, events are in memory only, and the log says it once.
 ZR_PUBLIC std::shared_ptr<ZREventJournal> makeEventJournal(ZRJournalOptions options = {});
 
 }  // namespace zorvane

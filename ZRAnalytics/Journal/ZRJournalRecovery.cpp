@@ -106,9 +106,9 @@ class Recovery {
     const Date date{found.record.time};
     const bool isRecorded = found.record.state == kRecorded;
     record.set(kReportsKeyGMT_Time, isRecorded ? std::string(gmt) : platform::isoTextOfDate(date, 0, "Z"));
-    record.set(kReportsKeyDevice_Time,
-               isRecorded ? std::string(textOf(found.record.times[1], sizeof found.record.times[1]))
-                          : ZRDateUtils::getLocalTime(date));
+    record.set(kReportsKeyDevice_Time, isRecorded
+                                           ? std::string(textOf(found.record.times[1], sizeof found.record.times[1]))
+                                           : ZRDateUtils::getLocalTime(date));
     group->records.emplace_back(std::move(record));
     group->events.push_back(&found);
   }

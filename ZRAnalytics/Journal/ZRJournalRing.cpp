@@ -136,7 +136,6 @@ platform::Status Ring::start(std::size_t bytes, const Contents& contents) {
   if (contents.header) set(header().cleared, contents.end);
   if (isKept) {
     zero(base_ + kHeaderBytes, mapped_ - kHeaderBytes);
-    set(header().armed, 0);
   } else {
     if (contents.header) set(header().magic, 0);
     unmap();
@@ -324,7 +323,6 @@ void Ring::beginStore() {
   platform::MutexLock lock(mutex_);
   storing_.clear();
   store_ = ++lastStore_;
-  set(header().armed, 0);
 }
 
 void Ring::assign(std::uint64_t position, std::string_view batchID) {

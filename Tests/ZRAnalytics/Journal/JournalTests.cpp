@@ -35,7 +35,10 @@ class JournalTest : public ModuleTest {
     ZRAnalytics::sharedInstance().trackEventWithProperties(name, std::move(properties));
   }
   static std::string session() {
-    return ZRSessionManager::sharedSessionManager().getCurrentSessionInfoDict()->objectForKey("session_id").description();
+    return ZRSessionManager::sharedSessionManager()
+        .getCurrentSessionInfoDict()
+        ->objectForKey("session_id")
+        .description();
   }
   // The names of the application's own events in the batch file, a list for each batch.
   std::vector<std::vector<std::string>> savedNames() const {
@@ -79,12 +82,12 @@ TEST_F(JournalTest, KilledLaunchLosesNoEvent) {
   EXPECT_NE(readAll(noted), session()) << "the session has expired";
   const Array events = *batch.objectForKey("events").asArray();
   const Dictionary first = *events[events.size() - 2].asDictionary();
-  EXPECT_EQ(first, (Dictionary{{"EVENT_ACTION", "Recorded"},
-                               {"EVENT_ATTRS", Dictionary{{"price", 10.5},
-                                                          {"many", std::uint64_t{1} << 60},
-                                                          {"list", Array{1, Date{5}}}}},
-                               {"EVENT_G_TIME", "2026-11-21T10:00:00.000Z"},
-                               {"EVENT_L_TIME", first.objectForKey("EVENT_L_TIME")}}));
+  EXPECT_EQ(first,
+            (Dictionary{{"EVENT_ACTION", "Recorded"},
+                        {"EVENT_ATTRS",
+                         Dictionary{{"price", 10.5}, {"many", std::uint64_t{1} << 60}, {"list", Array{1, Date{5}}}}},
+                        {"EVENT_G_TIME", "2026-11-21T10:00:00.000Z"},
+                        {"EVENT_L_TIME", first.objectForKey("EVENT_L_TIME")}}));
   const Dictionary second = *events.back().asDictionary();
   EXPECT_EQ(second.objectForKey("EVENT_G_TIME"), Value("2026-11-21T10:00:01.000Z"));
   EXPECT_EQ(second.objectForKey("N_I_E"), Value(1));
@@ -187,8 +190,7 @@ TEST_F(JournalTest, FullJournalIsReportedOnceAndEmptiesWithASave) {
   const auto before = savedNames().size();
   launch();
   ASSERT_EQ(savedNames().size(), before + 1);
-  EXPECT_THAT(savedNames().back(),
-              ElementsAre("Wrapped995", "Wrapped996", "Wrapped997", "Wrapped998", "Wrapped999"));
+  EXPECT_THAT(savedNames().back(), ElementsAre("Wrapped995", "Wrapped996", "Wrapped997", "Wrapped998", "Wrapped999"));
 }
 
 TEST_F(JournalTest, DamageCostsWhatIsDamaged) {
