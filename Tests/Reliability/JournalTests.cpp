@@ -34,11 +34,10 @@ auto stepAnd(Arguments... arguments) {
   return (platform::kRealSystemCalls.*Call)(arguments...);
 }
 using Calls = platform::SystemCalls;
-constexpr Calls kSteppingCalls{
-    stepAnd<&Calls::open>,    stepAnd<&Calls::openat>,   stepAnd<&Calls::fstat>,
-    stepAnd<&Calls::fstatat>, stepAnd<&Calls::read>,     stepAnd<&Calls::writev>,
-    stepAnd<&Calls::fsync>,   stepAnd<&Calls::close>,    stepAnd<&Calls::renameat>,
-    stepAnd<&Calls::unlinkat>, stepAnd<&Calls::mkdir>,   stepAnd<&Calls::flock>};
+constexpr Calls kSteppingCalls{stepAnd<&Calls::open>,     stepAnd<&Calls::openat>, stepAnd<&Calls::fstat>,
+                               stepAnd<&Calls::fstatat>,  stepAnd<&Calls::read>,   stepAnd<&Calls::writev>,
+                               stepAnd<&Calls::fsync>,    stepAnd<&Calls::close>,  stepAnd<&Calls::renameat>,
+                               stepAnd<&Calls::unlinkat>, stepAnd<&Calls::mkdir>,  stepAnd<&Calls::flock>};
 
 class JournalStepTest : public ModuleTest {
  protected:
