@@ -61,9 +61,9 @@ std::string fileOf(std::string_view input) {
 void checkValue(std::string_view bytes) {
   const auto value = takeValue(bytes);
   if (!value) return;
-  std::string written;
+  Bytes written;
   appendValue(*value, written);
-  std::string_view rest = written;
+  std::string_view rest = written.view();
   const auto again = takeValue(rest);
   fuzz::check(again && rest.empty() && fuzz::same(*value, *again),
               "a value that was read can be written and read again");
@@ -79,9 +79,9 @@ void checkContents(const std::string& file) {
     fuzz::check(event.record.position >= contents.header->cleared, "no event was cleared");
     const auto read = readEvent(event.payload);
     if (!read) continue;
-    std::string written;
+    Bytes written;
     appendEvent(read->name, &read->properties, written);
-    const auto again = readEvent(written);
+    const auto again = readEvent(written.view());
     fuzz::check(again && fuzz::same(read->name, again->name) &&
                     fuzz::same(read->properties.plainAttributes(), again->properties.plainAttributes()),
                 "an event that was read can be written and read again");

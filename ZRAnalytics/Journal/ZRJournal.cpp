@@ -80,9 +80,9 @@ class Journal final : public ZREventJournal {
       Dictionary session;
       if (auto info = sessions.getCurrentSessionInfoDict()) session.set(kBatchKeySession, *std::move(info));
       session.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray()));
-      std::string payload;
+      journal::Bytes payload;
       journal::appendValue(session, payload);
-      if (!ring_.setSession(std::move(payload))) reportFull();
+      if (!ring_.setSession(std::string(payload.view()))) reportFull();
     });
   }
 
@@ -90,10 +90,9 @@ class Journal final : public ZREventJournal {
     Ticket ticket = 0;
     if (!isOpen_) return ticket;
     guarded({kFile, "called"}, kException, [&] {
-      std::string payload;
-      payload.reserve(kUsualPayload);
+      journal::Bytes payload;
       journal::appendEvent(name, properties, payload);
-      ticket = ring_.append(payload, platform::hostServices().clock->now().secondsSince1970);
+      ticket = ring_.append(payload.view(), platform::hostServices().clock->now().secondsSince1970);
       if (ticket == 0) reportFull();
     });
     return ticket;
@@ -131,8 +130,6 @@ class Journal final : public ZREventJournal {
   }
 
  private:
-  static constexpr std::size_t kUsualPayload = 512;
-
   static bool isFailed(const platform::Status& status) {
     if (!status) logLine("Journal : events are in memory only: %@", {status.error().message});
     return !status;

@@ -27,13 +27,6 @@ std::uint64_t mixed(std::uint64_t hash, std::string_view bytes) {
 }
 
 template <typename Number>
-void appendNumber(Number number, std::string& out) {
-  char bytes[sizeof number];
-  std::memcpy(bytes, &number, sizeof number);
-  out.append(bytes, sizeof number);
-}
-
-template <typename Number>
 bool takeNumber(std::string_view& bytes, Number& number) {
   if (bytes.size() < sizeof number) return false;
   std::memcpy(&number, bytes.data(), sizeof number);
@@ -41,10 +34,10 @@ bool takeNumber(std::string_view& bytes, Number& number) {
   return true;
 }
 
-void appendBytes(char tag, std::string_view bytes, std::string& out) {
-  out += tag;
-  appendNumber(static_cast<std::uint32_t>(bytes.size()), out);
-  out += bytes;
+void appendBytes(char tag, std::string_view bytes, Bytes& out) {
+  out.add(tag);
+  out.add(static_cast<std::uint32_t>(bytes.size()));
+  out.addBytes(bytes);
 }
 
 bool takeBytes(std::string_view& bytes, std::string_view& taken) {
@@ -62,26 +55,34 @@ bool takeText(std::string_view& bytes, std::string& text) {
   return true;
 }
 
-void append(const Value& value, int depth, std::string& out) {
+void append(const Value& value, int depth, Bytes& out);
+
+void append(const Array& array, int depth, Bytes& out) {
+  out.add('a');
+  out.add(static_cast<std::uint32_t>(array.size()));
+  for (const Value& element : array) append(element, depth + 1, out);
+}
+
+void append(const Value& value, int depth, Bytes& out) {
   using Kind = Value::Kind;
   if (depth > platform::kMaxPropertyListDepth) return appendBytes('s', "", out);
   switch (value.kind()) {
     case Kind::Nil:
-      out += '0';
+      out.add('0');
       break;
     case Kind::Null:
-      out += 'n';
+      out.add('n');
       break;
     case Kind::Bool:
-      out += *value.asBool() ? 't' : 'f';
+      out.add(*value.asBool() ? 't' : 'f');
       break;
     case Kind::Integer:
-      out += 'i';
-      appendNumber(*value.asInteger(), out);
+      out.add('i');
+      out.add(*value.asInteger());
       break;
     case Kind::Double:
-      out += 'd';
-      appendNumber(*value.asDouble(), out);
+      out.add('d');
+      out.add(*value.asDouble());
       break;
     case Kind::String:
       appendBytes('s', *value.asString(), out);
@@ -92,30 +93,28 @@ void append(const Value& value, int depth, std::string& out) {
       break;
     }
     case Kind::Date:
-      out += 'D';
-      appendNumber(value.asDate()->secondsSince1970, out);
+      out.add('D');
+      out.add(value.asDate()->secondsSince1970);
       break;
     case Kind::URL:
       appendBytes('u', value.asURL()->absoluteString, out);
       break;
     case Kind::Array:
-      out += 'a';
-      appendNumber(static_cast<std::uint32_t>(value.asArray()->size()), out);
-      for (const Value& element : *value.asArray()) append(element, depth + 1, out);
+      append(*value.asArray(), depth, out);
       break;
     case Kind::Dictionary:
-      out += 'm';
-      appendNumber(static_cast<std::uint32_t>(value.asDictionary()->size()), out);
+      out.add('m');
+      out.add(static_cast<std::uint32_t>(value.asDictionary()->size()));
       for (const auto& [key, element] : *value.asDictionary()) {
-        appendNumber(static_cast<std::uint32_t>(key.size()), out);
-        out += key;
+        out.add(static_cast<std::uint32_t>(key.size()));
+        out.addBytes(key);
         append(element, depth + 1, out);
       }
       break;
     case Kind::Object:
       if (platform::isLargeInteger(value)) {
-        out += 'l';
-        appendNumber(value.asObject<platform::LargeInteger>()->number(), out);
+        out.add('l');
+        out.add(value.asObject<platform::LargeInteger>()->number());
       } else {
         append(platform::plainValueOf(*value.asObject()), depth + 1, out);
       }
@@ -199,6 +198,14 @@ bool isPlausible(const Record& record, std::string_view bytes, std::size_t offse
 
 }  // namespace
 
+void Bytes::grow(std::size_t needed) {
+  std::string larger(std::max(needed, 2 * capacity_), '\0');
+  std::memcpy(larger.data(), begin_, size_);
+  heap_.swap(larger);
+  begin_ = heap_.data();
+  capacity_ = heap_.size();
+}
+
 std::uint64_t checksumOf(std::uint64_t salt, const Record& record, std::string_view payload) {
   std::uint64_t time = 0;
   std::memcpy(&time, &record.time, sizeof time);
@@ -207,7 +214,7 @@ std::uint64_t checksumOf(std::uint64_t salt, const Record& record, std::string_v
   return mixed(hash, payload);
 }
 
-void appendValue(const Value& value, std::string& out) {
+void appendValue(const Value& value, Bytes& out) {
   append(value, 0, out);
 }
 
@@ -217,12 +224,12 @@ std::optional<Value> takeValue(std::string_view& bytes) {
   return value;
 }
 
-void appendEvent(const Value& name, const ZRProperties* properties, std::string& out) {
+void appendEvent(const Value& name, const ZRProperties* properties, Bytes& out) {
   append(name, 0, out);
   if (!properties) return;
   append(properties->plainAttributes(), 0, out);
-  append(Value(properties->getDateTimeAttributesArray()), 0, out);
-  append(Value(properties->getLocationAttributesArray()), 0, out);
+  append(properties->getDateTimeAttributesArray(), 0, out);
+  append(properties->getLocationAttributesArray(), 0, out);
   append(properties->isNonInteractiveEvent(), 0, out);
 }
 

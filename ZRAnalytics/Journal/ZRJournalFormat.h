@@ -3,7 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -57,13 +57,42 @@ static_assert(sizeof(Record) == 3 * kUnit);
 
 std::uint64_t checksumOf(std::uint64_t salt, const Record& record, std::string_view payload);
 
+// Where a payload is encoded. A usual one needs no allocation.
+class Bytes {
+ public:
+  Bytes() = default;
+  Bytes(const Bytes&) = delete;
+  Bytes& operator=(const Bytes&) = delete;
+
+  std::string_view view() const { return {begin_, size_}; }
+  void addBytes(std::string_view bytes) {
+    if (size_ + bytes.size() > capacity_) grow(size_ + bytes.size());
+    std::memcpy(begin_ + size_, bytes.data(), bytes.size());
+    size_ += bytes.size();
+  }
+  // The bytes of a number.
+  template <typename Number>
+  void add(Number number) {
+    addBytes({reinterpret_cast<const char*>(&number), sizeof number});
+  }
+
+ private:
+  void grow(std::size_t needed);
+
+  char first_[1024];
+  std::string heap_;
+  char* begin_ = first_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = sizeof first_;
+};
+
 // Appends the value. Objects give their plain value; what is deeper than a property list may be becomes "".
-void appendValue(const Value& value, std::string& out);
+void appendValue(const Value& value, Bytes& out);
 // Reads one value and removes it from the bytes. Absent when they are malformed.
 std::optional<Value> takeValue(std::string_view& bytes);
 
 // The payload of an event.
-void appendEvent(const Value& name, const ZRProperties* properties, std::string& out);
+void appendEvent(const Value& name, const ZRProperties* properties, Bytes& out);
 struct Event {
   Value name;
   ZRProperties properties;

@@ -150,7 +150,7 @@ platform::Status Ring::start(std::size_t bytes, const Contents& contents) {
     set(header().magic, kMagic);
     lastStore_ = 0;
   }
-  const std::uint64_t first = isKept ? (contents.end / capacity() + 1) * capacity() : capacity();
+  const std::uint64_t first = isKept ? (contents.end / capacity_ + 1) * capacity_ : capacity_;
   swept_ = first;
   head_ = first;
   tail_ = first;
@@ -162,6 +162,7 @@ bool Ring::map(std::size_t bytes) {
   if (mapped == MAP_FAILED) return false;
   base_ = static_cast<char*>(mapped);
   mapped_ = bytes;
+  capacity_ = (bytes - kHeaderBytes) / kUnit;
   return true;
 }
 
@@ -179,14 +180,14 @@ std::uint64_t Ring::append(std::string_view payload, double time) {
 
 std::uint64_t Ring::add(Kind kind, std::string_view payload, double time, std::uint64_t session) {
   const std::uint64_t units = unitsOf(payload.size());
-  if (units > capacity() / 4) return 0;
+  if (units > capacity_ / 4) return 0;
   const std::uint64_t tail = tail_.load(std::memory_order_acquire);
   std::uint64_t start = head_.load(std::memory_order_relaxed);
   std::uint64_t position = 0;
   do {
-    const std::uint64_t offset = start % capacity();
-    position = offset + units > capacity() ? start + capacity() - offset : start;
-    if (position + units - tail > capacity()) return 0;
+    const std::uint64_t offset = start % capacity_;
+    position = offset + units > capacity_ ? start + capacity_ - offset : start;
+    if (position + units - tail > capacity_) return 0;
   } while (!head_.compare_exchange_weak(start, position + units, std::memory_order_relaxed));
   if (position != start) {
     Record& skipped = at(start);
@@ -283,7 +284,7 @@ void Ring::sweep(bool isClearing) {
     swept_ += record.units;
   }
   // A copy of the session costs more than a little space.
-  if (!isClearing && swept_ - tail_ < capacity() / 8) return;
+  if (!isClearing && swept_ - tail_ < capacity_ / 8) return;
   if (sessionAtTail_ != 0 && sessionAtTail_ >= header().cleared) {
     if (!moveSession()) return;
   } else {
@@ -297,7 +298,7 @@ bool Ring::moveSession() {
   const Record& old = at(sessionAtTail_);
   const std::uint64_t units = old.units;
   const std::uint64_t position = swept_ - units;
-  if (position < sessionAtTail_ + units || position % capacity() + units > capacity()) return false;
+  if (position < sessionAtTail_ + units || position % capacity_ + units > capacity_) return false;
   wipe(sessionAtTail_ + units, swept_);
   write(position, units, kSession, {reinterpret_cast<const char*>(&old) + sizeof old, old.bytes}, old.time,
         old.session);
@@ -309,8 +310,8 @@ bool Ring::moveSession() {
 
 void Ring::wipe(std::uint64_t from, std::uint64_t to) const {
   while (from < to) {
-    const std::uint64_t offset = from % capacity();
-    const std::uint64_t units = std::min(to - from, capacity() - offset);
+    const std::uint64_t offset = from % capacity_;
+    const std::uint64_t units = std::min(to - from, capacity_ - offset);
     step();
     std::memset(base_ + kHeaderBytes + offset * kUnit, 0, units * kUnit);
     from += units;

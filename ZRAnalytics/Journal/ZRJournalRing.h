@@ -61,11 +61,9 @@ class Ring {
   static inline void (*onStep)() = nullptr;
 
  private:
-  // Whole units.
-  std::uint64_t capacity() const { return (mapped_ - kHeaderBytes) / kUnit; }
   Header& header() const { return *reinterpret_cast<Header*>(base_); }
   Record& at(std::uint64_t position) const {
-    return *reinterpret_cast<Record*>(base_ + kHeaderBytes + position % capacity() * kUnit);
+    return *reinterpret_cast<Record*>(base_ + kHeaderBytes + position % capacity_ * kUnit);
   }
   std::uint64_t add(Kind kind, std::string_view payload, double time, std::uint64_t session);
   void write(std::uint64_t position, std::uint64_t units, Kind kind, std::string_view payload, double time,
@@ -83,6 +81,8 @@ class Ring {
   int file_ = -1;
   char* base_ = nullptr;
   std::size_t mapped_ = 0;
+  // In units.
+  std::uint64_t capacity_ = 0;
   std::atomic<bool> takesEvents_{false};
   // Where the next record begins, and the oldest position whose space is in use.
   std::atomic<std::uint64_t> head_{0};
