@@ -34,12 +34,6 @@ bool takeNumber(std::string_view& bytes, Number& number) {
   return true;
 }
 
-void appendBytes(char tag, std::string_view bytes, Bytes& out) {
-  out.add(tag);
-  out.add(static_cast<std::uint32_t>(bytes.size()));
-  out.addBytes(bytes);
-}
-
 bool takeBytes(std::string_view& bytes, std::string_view& taken) {
   std::uint32_t size = 0;
   if (!takeNumber(bytes, size) || bytes.size() < size) return false;
@@ -58,63 +52,59 @@ bool takeText(std::string_view& bytes, std::string& text) {
 void append(const Value& value, int depth, Bytes& out);
 
 void append(const Array& array, int depth, Bytes& out) {
-  out.add('a');
-  out.add(static_cast<std::uint32_t>(array.size()));
+  out.addNumber('a', static_cast<std::uint32_t>(array.size()));
   for (const Value& element : array) append(element, depth + 1, out);
 }
 
 void append(const Value& value, int depth, Bytes& out) {
   using Kind = Value::Kind;
-  if (depth > platform::kMaxPropertyListDepth) return appendBytes('s', "", out);
+  if (depth > platform::kMaxPropertyListDepth) return out.addNumber('s', std::uint32_t{0});
   switch (value.kind()) {
     case Kind::Nil:
-      out.add('0');
+      out.addTag('0');
       break;
     case Kind::Null:
-      out.add('n');
+      out.addTag('n');
       break;
     case Kind::Bool:
-      out.add(*value.asBool() ? 't' : 'f');
+      out.addTag(*value.asBool() ? 't' : 'f');
       break;
     case Kind::Integer:
-      out.add('i');
-      out.add(*value.asInteger());
+      out.addNumber('i', *value.asInteger());
       break;
     case Kind::Double:
-      out.add('d');
-      out.add(*value.asDouble());
+      out.addNumber('d', *value.asDouble());
       break;
     case Kind::String:
-      appendBytes('s', *value.asString(), out);
+      out.addTag('s');
+      out.addText(*value.asString());
       break;
     case Kind::Data: {
       const auto& bytes = value.asData()->bytes;
-      appendBytes('x', {reinterpret_cast<const char*>(bytes.data()), bytes.size()}, out);
+      out.addTag('x');
+      out.addText({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
       break;
     }
     case Kind::Date:
-      out.add('D');
-      out.add(value.asDate()->secondsSince1970);
+      out.addNumber('D', value.asDate()->secondsSince1970);
       break;
     case Kind::URL:
-      appendBytes('u', value.asURL()->absoluteString, out);
+      out.addTag('u');
+      out.addText(value.asURL()->absoluteString);
       break;
     case Kind::Array:
       append(*value.asArray(), depth, out);
       break;
     case Kind::Dictionary:
-      out.add('m');
-      out.add(static_cast<std::uint32_t>(value.asDictionary()->size()));
+      out.addNumber('m', static_cast<std::uint32_t>(value.asDictionary()->size()));
       for (const auto& [key, element] : *value.asDictionary()) {
-        out.add(static_cast<std::uint32_t>(key.size()));
-        out.addBytes(key);
+        out.addText(key);
         append(element, depth + 1, out);
       }
       break;
     case Kind::Object:
       if (platform::isLargeInteger(value)) {
-        out.add('l');
-        out.add(value.asObject<platform::LargeInteger>()->number());
+        out.addNumber('l', value.asObject<platform::LargeInteger>()->number());
       } else {
         append(platform::plainValueOf(*value.asObject()), depth + 1, out);
       }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
@@ -65,15 +66,24 @@ class Bytes {
   Bytes& operator=(const Bytes&) = delete;
 
   std::string_view view() const { return {begin_, size_}; }
-  void addBytes(std::string_view bytes) {
-    if (size_ + bytes.size() > capacity_) grow(size_ + bytes.size());
-    std::memcpy(begin_ + size_, bytes.data(), bytes.size());
-    size_ += bytes.size();
+  // Makes room for so many bytes, which the caller fills.
+  char* add(std::size_t count) {
+    if (size_ + count > capacity_) grow(size_ + count);
+    return begin_ + std::exchange(size_, size_ + count);
   }
-  // The bytes of a number.
+  void addTag(char tag) { *add(1) = tag; }
   template <typename Number>
-  void add(Number number) {
-    addBytes({reinterpret_cast<const char*>(&number), sizeof number});
+  void addNumber(char tag, Number number) {
+    char* const at = add(1 + sizeof number);
+    *at = tag;
+    std::memcpy(at + 1, &number, sizeof number);
+  }
+  // Behind their length.
+  void addText(std::string_view bytes) {
+    const auto length = static_cast<std::uint32_t>(bytes.size());
+    char* const at = add(sizeof length + bytes.size());
+    std::memcpy(at, &length, sizeof length);
+    std::memcpy(at + sizeof length, bytes.data(), bytes.size());
   }
 
  private:

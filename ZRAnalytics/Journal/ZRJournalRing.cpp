@@ -348,11 +348,22 @@ void Ring::resumeStore() {
 }
 
 void Ring::arm() {
+  std::size_t first = mapped_;
+  std::size_t last = 0;
   {
     platform::MutexLock lock(mutex_);
     set(header().armed, store_);
+    for (const std::uint64_t position : storing_) {
+      const auto offset = static_cast<std::size_t>(reinterpret_cast<char*>(&at(position)) - base_);
+      first = std::min(first, offset);
+      last = std::max(last, offset + sizeof(Record));
+    }
   }
-  sync();
+  // The records of an earlier launch are not listed.
+  if (first >= last) return sync();
+  // Only these pages: a call that writes to a page that is being synced may wait.
+  sync(0, sizeof(Header));
+  sync(first, last);
 }
 
 void Ring::stored() {
@@ -371,8 +382,14 @@ void Ring::endStore() {
 }
 
 void Ring::sync() {
+  sync(0, mapped_);
+}
+
+void Ring::sync(std::size_t first, std::size_t last) const {
+  const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  first -= first % page;
   step();
-  (void)::msync(base_, mapped_, MS_SYNC);
+  (void)::msync(base_ + first, last - first, MS_SYNC);
 }
 
 }  // namespace zorvane::journal

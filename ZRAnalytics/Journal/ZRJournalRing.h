@@ -77,6 +77,8 @@ class Ring {
   void wipe(std::uint64_t from, std::uint64_t to) const;
   bool map(std::size_t bytes);
   void unmap();
+  // These bytes of the file.
+  void sync(std::size_t first, std::size_t last) const;
 
   int file_ = -1;
   char* base_ = nullptr;
