@@ -18,9 +18,10 @@ std::string reasonOf(const soci::soci_error& error) {
 
 DatabaseError::DatabaseError(const soci::soci_error& error) : std::runtime_error(reasonOf(error)) {}
 
-Session::Session(const std::string& path) {
+Session::Session(const std::string& path, bool isChecked) {
   try {
     openSQLite(*this, path);
+    if (isChecked) checkSQLite(*this);
   } catch (const DatabaseError& error) {
     throw std::runtime_error("cannot use the database " + path + ": " + error.what());
   }

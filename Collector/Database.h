@@ -41,8 +41,8 @@ class DatabaseError : public std::runtime_error {
 
 // A connection that threads share. Its statements and transactions need the mutex.
 struct Session : soci::session {
-  // An empty path: in memory. Throws std::runtime_error that names the file.
-  explicit Session(const std::string& path);
+  // An empty path: in memory. Throws std::runtime_error that names the file, also if it is checked and damaged.
+  explicit Session(const std::string& path, bool isChecked = false);
   std::mutex mutex;
 };
 

@@ -108,7 +108,7 @@ void Inspector::setRoutes(Listener& listener) {
   }
   for (const View& view : allViews()) {
     listener.Get(std::string("/api/") + view.name, handler([this, &view](const httplib::Request& request) {
-                   const Query query = parseQuery(request.params, filtersOf(view));
+                   const Query query = parseQuery(request.params, filtersOf(view), view.statuses);
                    return recent(request.target, [&] { return reader_.list(view, query); });
                  }));
   }

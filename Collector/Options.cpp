@@ -11,7 +11,7 @@ Options parseOptions(const std::vector<std::string>& arguments) {
                    "  zrcollector --port 8080 --db collected.db");
   line.add_option("--port", options.port, "the port; 0 (default) takes a free one")
       ->option_text("N")
-      ->check(CLI::Range(0, 65535));
+      ->check(wholeNumberUpTo(65535));
   line.add_option("--db", options.database, "the SQLite database; without it everything is kept in memory")
       ->type_name("FILE")
       ->check(refuseEmpty);
@@ -23,16 +23,16 @@ Options parseOptions(const std::vector<std::string>& arguments) {
   const std::string faults = "Injected faults, to test a client";
   line.add_option("--fail-every", options.failEvery, "every N-th POST is answered 503 and its content is not stored")
       ->option_text("N")
-      ->check(CLI::Range(std::uint64_t{0}, std::uint64_t{1'000'000'000}))
+      ->check(wholeNumberUpTo(1'000'000'000))
       ->group(faults);
   line.add_option("--drop-every", options.dropEvery,
                   "every N-th of the other POSTs is handled, but its connection closed without a response")
       ->option_text("N")
-      ->check(CLI::Range(std::uint64_t{0}, std::uint64_t{1'000'000'000}))
+      ->check(wholeNumberUpTo(1'000'000'000))
       ->group(faults);
   line.add_option("--delay-ms", options.delayMilliseconds, "every POST is answered N milliseconds late")
       ->option_text("N")
-      ->check(CLI::Range(std::uint64_t{0}, std::uint64_t{600'000}))
+      ->check(wholeNumberUpTo(600'000))
       ->group(faults);
   options.information = line.read(arguments);
   return options;

@@ -10,16 +10,26 @@ namespace zorvane::collector {
 
 namespace {
 
-void expectOneOf(const std::string& parameter, const std::string& value,
-                 std::initializer_list<std::string_view> values) {
-  if (std::ranges::find(values, value) != values.end()) return;
-  std::string text;
-  for (const std::string_view each : values) text += (text.empty() ? "" : ", ") + std::string(each);
-  throw BadRequest(parameter + " must be one of " + text);
+// The values are separated by ", ". What else may be given stands in the last text.
+void expectOneOf(const std::string& parameter, const std::string& value, std::string_view values,
+                 std::string_view more = "") {
+  const std::string all = ", " + std::string(values) + ", ";
+  if (value.find(',') == std::string::npos && all.find(", " + value + ", ") != std::string::npos) return;
+  throw BadRequest(parameter + " must be one of " + std::string(values) + std::string(more));
 }
 
-bool isStatusCode(const std::string& text) {
-  return text.size() == 3 && text.find_first_not_of("0123456789") == std::string::npos;
+bool isStatus(const std::string& text) {
+  if (text == "0") return true;
+  return text.size() == 3 && text.find_first_not_of("0123456789") == std::string::npos && text[0] >= '1' &&
+         text[0] <= '5';
+}
+
+void expectUTF8(const std::string& parameter, const std::string& text) {
+  try {
+    (void)json(text).dump();
+  } catch (const json::exception&) {
+    throw BadRequest(parameter + " is not UTF-8");
+  }
 }
 
 }  // namespace
@@ -33,9 +43,12 @@ std::int64_t parseNumber(const std::string& parameter, const std::string& text) 
   return number;
 }
 
-Query parseQuery(const std::multimap<std::string, std::string>& parameters, std::span<const std::string> filters) {
+Query parseQuery(const std::multimap<std::string, std::string>& parameters, std::span<const std::string> filters,
+                 std::string_view statuses) {
   Query query;
   for (const auto& [parameter, value] : parameters) {
+    expectUTF8("the name of a parameter", parameter);
+    expectUTF8(parameter, value);
     if (parameters.count(parameter) > 1) throw BadRequest(parameter + " is given twice");
     if (parameter == "after") {
       query.after = parseNumber(parameter, value);
@@ -45,12 +58,12 @@ Query parseQuery(const std::multimap<std::string, std::string>& parameters, std:
       query.limit = parseNumber(parameter, value);
       if (query.limit > kMaximumRows) throw BadRequest("limit must be at most " + std::to_string(kMaximumRows));
     } else if (parameter == "order") {
-      expectOneOf(parameter, value, {"asc", "desc"});
+      expectOneOf(parameter, value, "asc, desc");
       query.ascending = value == "asc";
     } else if (std::ranges::find(filters, parameter) != filters.end()) {
-      if (parameter == "kind") expectOneOf(parameter, value, {"own", "module"});
-      if (parameter == "status" && !isStatusCode(value)) {
-        expectOneOf(parameter, value, {"accepted", "refused", "duplicate", "any"});
+      if (parameter == "kind") expectOneOf(parameter, value, "own, module");
+      if (parameter == "status" && !isStatus(value)) {
+        expectOneOf(parameter, value, statuses, ", or a status from 100 to 599, or 0 (no response)");
       }
       query.filters[parameter] = value;
     } else {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace zorvane::collector {
 
@@ -22,9 +23,11 @@ struct Query {
   bool has(const char* filter) const { return filters.contains(filter); }
 };
 
-// Takes those of the filters that the list has, and "after", "before", "order" and "limit". Throws BadRequest that
-// names a parameter that is unknown, repeated or malformed.
-Query parseQuery(const std::multimap<std::string, std::string>& parameters, std::span<const std::string> filters);
+// Takes those of the filters that the list has, and "after", "before", "order" and "limit". "status" is one of the
+// statuses, which ", " separates, or a number. Throws BadRequest that names a parameter that is unknown, repeated,
+// malformed or no UTF-8.
+Query parseQuery(const std::multimap<std::string, std::string>& parameters, std::span<const std::string> filters,
+                 std::string_view statuses);
 
 // A non-negative number. Throws BadRequest that names the parameter.
 std::int64_t parseNumber(const std::string& parameter, const std::string& text);

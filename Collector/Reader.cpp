@@ -109,12 +109,12 @@ std::vector<Reader::Row> Reader::select(const View& view, const Query& query) {
 std::vector<Reader::Row> Reader::events(const Query& query) {
   const auto found = query.filters.find("status");
   const std::string status = found == query.filters.end() ? "accepted" : found->second;
-  if (status == "duplicate") throw BadRequest("status must be accepted, refused, any or a status code");
   std::vector<Row> accepted, refused;
   Query part = query;
   part.filters.erase("status");
-  if (status == "accepted" || status == "any") accepted = select(viewNamed("events"), part);
-  if (status == "accepted") return accepted;
+  const bool isAccepted = status == "accepted" || status == "200";
+  if (isAccepted || status == "any") accepted = select(viewNamed("events"), part);
+  if (isAccepted) return accepted;
   if (status != "any" && status != "refused") part.filters["status"] = status;
   // The same in ids of requests.
   if (part.after) part.after = *part.after / kEventIDs;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -16,6 +17,8 @@ namespace zorvane::collector {
 namespace {
 
 constexpr int kBusyMilliseconds = 5000;
+// Larger files are not checked, so that the start takes well below a second.
+constexpr std::int64_t kCheckedBytes = 64 << 20;
 
 struct Close {
   void operator()(sqlite_api::sqlite3* connection) const { sqlite_api::sqlite3_close(connection); }
@@ -53,7 +56,12 @@ Connection connect(const std::string& path) {
   sqlite_api::sqlite3* opened = nullptr;
   const int code = sqlite_api::sqlite3_open_v2(name.c_str(), &opened, flags, nullptr);
   Connection connection(opened);
-  if (code != SQLITE_OK) throw DatabaseError(opened ? sqlite_api::sqlite3_errmsg(opened) : "out of memory");
+  if (code != SQLITE_OK) {
+    std::string reason = opened ? sqlite_api::sqlite3_errmsg(opened) : "out of memory";
+    const int error = opened ? sqlite_api::sqlite3_system_errno(opened) : 0;
+    if (error != 0) reason += std::string(": ") + std::strerror(error);
+    throw DatabaseError(reason);
+  }
   sqlite_api::sqlite3_busy_timeout(opened, kBusyMilliseconds);
   return connection;
 }
@@ -74,8 +82,11 @@ void openSQLite(soci::session& session, const std::string& path) {
     auto& backend = *static_cast<soci::sqlite3_session_backend*>(session.get_backend());
     Connection(std::exchange(backend.conn_, connect(path).release()));
 
-    int version = 0;
+    int version = 0, tables = 0;
+    // In this order: another zrcollector may be creating the tables, and commits them with their version.
+    session << "SELECT count(*) FROM sqlite_master", soci::into(tables);
     session << "PRAGMA user_version", soci::into(version);
+    if (version == 0 && tables != 0) throw DatabaseError("another program wrote it; name a new file");
     if (version != 0 && version != kSchemaVersion) {
       throw DatabaseError("another release wrote it (tables of version " + std::to_string(version) + ", not " +
                           std::to_string(kSchemaVersion) + "); name a new file");
@@ -87,6 +98,19 @@ void openSQLite(soci::session& session, const std::string& path) {
     session << "PRAGMA user_version = " << kSchemaVersion;
     execute(backend.conn_, kSchema);
     transaction.commit();
+  } catch (const soci::soci_error& error) {
+    throw DatabaseError(error);
+  }
+}
+
+void checkSQLite(soci::session& session) {
+  try {
+    std::int64_t bytes = 0;
+    session << "SELECT page_count * page_size FROM pragma_page_count, pragma_page_size", soci::into(bytes);
+    if (bytes > kCheckedBytes) return;
+    std::string found;
+    session << "PRAGMA quick_check(1)", soci::into(found);
+    if (found != "ok") throw DatabaseError("it is damaged; name a new file, or repair it with sqlite3's .recover");
   } catch (const soci::soci_error& error) {
     throw DatabaseError(error);
   }

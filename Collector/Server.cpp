@@ -68,6 +68,41 @@ std::string foreignPageProblem(const httplib::Request& request) {
   return "";
 }
 
+// With an application's identifier.
+bool isService(const std::string& path) {
+  constexpr std::string_view kReport = "/v1/report/", kDevice = "/v1/device/";
+  return (path.starts_with(kReport) || path.starts_with(kDevice)) && path.size() > kReport.size();
+}
+
+// For GET and HEAD of a service, and for every method but GET, HEAD and POST.
+void refuseMethod(const httplib::Request& request, httplib::Response& response) {
+  Listener::currentExchange().error = request.method + " is not allowed for " + request.path;
+  response.status = 405;
+  response.set_header("Allow", isService(request.path) ? "POST" : "GET, HEAD");
+}
+
+// Whether each % has its two hexadecimal digits.
+bool isPercentEncoded(const std::string& target) {
+  for (std::size_t at = 0; (at = target.find('%', at)) != std::string::npos; ++at) {
+    if (target.find_first_not_of("0123456789abcdefABCDEF", at + 1) < at + 3 || at + 2 >= target.size()) return false;
+  }
+  return true;
+}
+
+// Of a response for which no reason was given.
+std::string reasonFor(int status, const std::string& path) {
+  switch (status) {
+    case 400:
+      return "not an HTTP request that can be read";
+    case 404:
+      return "no such path: " + path;
+    case 414:
+      return "the address is too long";
+    default:
+      return "HTTP status " + std::to_string(status);
+  }
+}
+
 // For responses sent before the request was read to its end: the connection cannot be reused.
 void closeAfterResponse() {
   Listener::currentExchange().connection.closeAfterResponse();
@@ -137,12 +172,17 @@ void Server::setRoutes() {
       closeAfterResponse();
       return httplib::Server::HandlerResponse::Handled;
     }
-    if (request.method == "GET" || request.method == "HEAD" || request.method == "POST") {
+    const bool isGet = request.method == "GET" || request.method == "HEAD";
+    if (isGet && request.path.starts_with("/api/") && !isPercentEncoded(request.target)) {
+      Listener::currentExchange().error = "the address has a % that two hexadecimal digits do not follow";
+      response.status = 400;
+      return httplib::Server::HandlerResponse::Handled;
+    }
+    if (request.method == "POST" || (isGet && !isService(request.path))) {
       return httplib::Server::HandlerResponse::Unhandled;
     }
-    response.status = 405;
-    response.set_header("Allow", "GET, HEAD, POST");
-    closeAfterResponse();
+    refuseMethod(request, response);
+    if (!isGet) closeAfterResponse();
     return httplib::Server::HandlerResponse::Handled;
   });
   for (const auto& [pattern, service] :
@@ -165,10 +205,10 @@ void Server::setRoutes() {
       Listener::currentExchange().error = "internal error";
     }
   });
-  listener_.set_error_handler([](const httplib::Request&, httplib::Response& response) {
+  listener_.set_error_handler([](const httplib::Request& request, httplib::Response& response) {
     if (!response.body.empty()) return;
     const std::string& error = Listener::currentExchange().error;
-    setJSON(response, {{"error", error.empty() ? "HTTP status " + std::to_string(response.status) : error}});
+    setJSON(response, {{"error", error.empty() ? reasonFor(response.status, request.path) : error}});
   });
   listener_.set_post_routing_handler(
       [this](const httplib::Request& request, httplib::Response& response) { finish(request, response); });
@@ -270,7 +310,7 @@ void Server::takePost(Service service, const std::string& appID, const httplib::
 
 void Server::refusePath(const httplib::Request& request, httplib::Response& response) {
   Exchange& exchange = Listener::currentExchange();
-  exchange.error = "no such path: " + request.path;
+  exchange.error = "no such path for POST: " + request.path;
   exchange.connection.closeAfterResponse();
   RequestRow row;
   row.service = Service::Unknown;

@@ -73,7 +73,7 @@ Store::Inserts::Inserts(soci::session& database)
               "ON CONFLICT (minute, kind, name) DO UPDATE SET number = arrivals.number + excluded.number") {}
 
 Store::Store(const std::string& path)
-    : writer_(path), reader_(path.empty() ? nullptr : std::make_unique<Session>(path)), insert_(writer_) {}
+    : writer_(path, true), reader_(path.empty() ? nullptr : std::make_unique<Session>(path)), insert_(writer_) {}
 
 void Store::addRefused(const RequestRow& row, const json& body) {
   Write write{row, body, false, false, false, nullptr};

@@ -258,8 +258,8 @@ const View kViews[] = {
     {"sources", kSources, "FROM sources", "sources.id", kSourceFilters},
     {"batches", kBatches, "FROM (SELECT * FROM requests WHERE accepted = 1 AND service = 'report') AS requests", "id",
      kBatchFilters},
-    {"events", kEvents, kEventSource, "events.id", kEventFilters},
-    {"requests", kRequests, "FROM requests", "id", kRequestFilters},
+    {"events", kEvents, kEventSource, "events.id", kEventFilters, "accepted, refused, any"},
+    {"requests", kRequests, "FROM requests", "id", kRequestFilters, "accepted, refused, duplicate, any"},
 };
 const View kRefusedView{"refused", kRefused, "FROM requests", "id", kRefusedFilters};
 const View kRequestView{"request", kRequest, "FROM requests", "id", kRequestFilters};

@@ -1,6 +1,7 @@
 #include "CommandLine/CommandLine.h"
 
 #include <algorithm>
+#include <charconv>
 #include <utility>
 
 namespace zorvane {
@@ -43,6 +44,11 @@ std::string CommandLine::read(std::vector<std::string> arguments) {
     return help();
   } catch (const CLI::CallForVersion& version) {
     return std::string(version.what()) + "\n";
+  } catch (const CLI::RequiredError& error) {
+    // A mistyped option is more likely the reason than a forgotten one.
+    const std::vector<std::string> unknown = remaining();
+    throw UsageError((unknown.empty() ? error.what() : CLI::ExtrasError(unknown).what()) +
+                     std::string(" (see --help)"));
   } catch (const CLI::ParseError& error) {
     throw UsageError(std::string(error.what()) + " (see --help)");
   }
@@ -50,6 +56,16 @@ std::string CommandLine::read(std::vector<std::string> arguments) {
 
 std::string refuseEmpty(const std::string& value) {
   return value.empty() ? "must not be empty" : "";
+}
+
+std::function<std::string(const std::string&)> wholeNumberUpTo(std::uint64_t most) {
+  return [most](const std::string& value) -> std::string {
+    std::uint64_t number = 0;
+    const char* const end = value.data() + value.size();
+    const auto [last, error] = std::from_chars(value.data(), end, number);
+    if (error == std::errc() && last == end && number <= most) return "";
+    return "must be a whole number from 0 to " + std::to_string(most) + ", not \"" + value + "\"";
+  };
 }
 
 std::string inOneLine(const std::string& text) {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -29,5 +31,8 @@ std::string inOneLine(const std::string& text);
 
 // For CLI::Option::check: refuses the empty text.
 std::string refuseEmpty(const std::string& value);
+
+// For CLI::Option::check: refuses what is no whole number from 0 to the most.
+std::function<std::string(const std::string&)> wholeNumberUpTo(std::uint64_t most);
 
 }  // namespace zorvane

@@ -39,16 +39,27 @@ void reportInterruption(Runtime& runtime, std::int64_t line) {
                unsavedEvents(runtime));
 }
 
-// On a terminal, what was sent and what is left.
-void reportRun(Runtime& runtime) {
-  if (::isatty(STDERR_FILENO) != 1) return;
-  const CountingTransport::Counts counts = runtime.transport().counts();
+// What was neither saved nor sent; empty: nothing.
+std::string leftAtTheEnd(Runtime& runtime) {
   const auto saved = runtime.savedBatches();
   const std::size_t unsaved = unsavedEvents(runtime);
   std::string left;
   if (!saved) left = "a batch file that cannot be read";
   if (saved.value_or(0) > 0) left = "batches in the file: " + std::to_string(*saved);
   if (unsaved > 0) left += (left.empty() ? "" : ", ") + ("events not saved: " + std::to_string(unsaved));
+  return left;
+}
+
+// On a terminal, what was sent and what is left; elsewhere what is left, if anything went wrong.
+void reportRun(Runtime& runtime, bool wentWrong) {
+  const bool isTerminal = ::isatty(STDERR_FILENO) == 1;
+  if (!isTerminal && !wentWrong) return;
+  const std::string left = leftAtTheEnd(runtime);
+  if (!isTerminal) {
+    if (!left.empty()) std::fprintf(stderr, "zrhost: left: %s\n", left.c_str());
+    return;
+  }
+  const CountingTransport::Counts counts = runtime.transport().counts();
   std::fprintf(stderr,
                "zrhost: events recorded: %" PRIu64 "; requests sent: %" PRIu64 ", accepted: %" PRIu64 "; left: %s\n",
                runtime.trace().eventsRecorded(), counts.started, counts.answered - counts.failed,
@@ -102,7 +113,7 @@ int playScript(Runtime& runtime, LineReader& script, bool quiet, bool strict) {
       status = kStatusUnsent;
     }
   }
-  reportRun(runtime);
+  reportRun(runtime, status != kStatusPlayed || isInterrupted() || runtime.transport().counts().failed > 0);
   return status;
 }
 

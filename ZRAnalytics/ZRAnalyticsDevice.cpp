@@ -102,7 +102,8 @@ void ZRAnalytics::updateDeviceWithCompletion(std::function<void(bool)> completio
     signedRequest(kServiceDeviceAdd, *std::move(body), *appID)
         ->executeRequestWithCompletionBlock([completion = std::move(completion)](bool success, const Value&) {
           guarded({kFile, "updateDeviceWithCompletion"}, "Exception in device add call %@", [&] {
-            keepInDefaults(!success, kUserDefaultsKeyHasDeviceAddFailed);
+            // Undone by a power loss, the device is registered once more.
+            keepInDefaults(!success, kUserDefaultsKeyHasDeviceAddFailed, platform::Durability::Eventual);
             if (completion) completion(success);
           });
         });

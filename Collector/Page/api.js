@@ -10,13 +10,19 @@ export class Exact {
 const exactly = (key, value, context) =>
   typeof value === "number" && context?.source && String(value) !== context.source ? new Exact(context.source) : value;
 
+let live = null;
+
 export class APIError extends Error {}
 
 export async function get(path, parameters = {}, signal) {
   const query = new URLSearchParams();
   for (const [name, value] of Object.entries(parameters)) if (value !== undefined && value !== null) query.set(name, value);
   const text = query.toString();
-  const response = await fetch(`/api/${path}${text ? "?" + text : ""}`, {signal, cache: "no-store"});
+  const response = await fetch(`/api/${path}${text ? "?" + text : ""}`, {signal, cache: "no-store"}).catch(error => {
+    if (error.name === "AbortError") throw error;
+    live?.lose();
+    throw new Error("The collector does not answer. The page tries again.");
+  });
   const body = await response.text();
   let parsed;
   try {
@@ -28,8 +34,8 @@ export async function get(path, parameters = {}, signal) {
   return parsed;
 }
 
-// Calls onArrival when something may have arrived, also after each connection, and onRestart first if the collector was
-// started anew. onState: "live", "lost". A hidden page holds no connection: browsers allow few at a time.
+// One per page. Calls onArrival when something may have arrived, also after each connection, and onRestart first if the
+// collector was started anew. A call of the API that fails begins a new connection, too. onState: "live", "lost". A hidden page holds no connection: browsers allow few at a time.
 export class Live {
   #source = null;
   #started = null;
@@ -39,6 +45,14 @@ export class Live {
     Object.assign(this, {onArrival, onRestart, onState});
     document.addEventListener("visibilitychange", () => document.hidden ? this.#close() : this.#open());
     if (!document.hidden) this.#open();
+    live = this;
+  }
+
+  lose() {
+    if (document.hidden) return;
+    this.onState("lost");
+    this.#close();
+    this.#retry = setTimeout(() => this.#open(), 1000);
   }
 
   #close() {
@@ -57,11 +71,7 @@ export class Live {
       this.onState("live");
       this.onArrival();
     };
-    source.onerror = () => {
-      this.onState("lost");
-      // Sooner than the browser would by itself, and also after an answer that is no stream.
-      this.#close();
-      this.#retry = setTimeout(() => this.#open(), 1000);
-    };
+    // Sooner than the browser would by itself, and also after an answer that is no stream.
+    source.onerror = () => this.lose();
   }
 }

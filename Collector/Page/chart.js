@@ -4,6 +4,19 @@ import {split} from "./time.js";
 
 export const kColours = 6;
 
+const drawings = new WeakMap();
+const widths = new ResizeObserver(entries => {
+  for (const {target, contentRect} of entries) target.replaceChildren(drawings.get(target)(Math.max(contentRect.width, 100)));
+});
+
+// An element whose content draw(width) makes, again whenever its width in pixels changes.
+export function fitted(draw) {
+  const element = h("span", {class: "fitted"});
+  drawings.set(element, draw);
+  widths.observe(element);
+  return element;
+}
+
 // The times of the columns: minutes, hours or days as "2026-11-21T10:00", from the first to the last.
 export function slots(from, to, by) {
   const length = {minute: 60_000, hour: 3_600_000, day: 86_400_000}[by];
@@ -29,19 +42,22 @@ function roundUp(value) {
 }
 
 // Stacked columns. columns: [{slot, parts: [{name, number, colour}]}], from the bottom up. Every column names its numbers.
-export function columnsChart(columns, title) {
-  const width = 1000, height = 240, left = 44, bottom = 22, top = 8;
+export const columnsChart = (columns, title) => fitted(width => drawColumns(columns, title, width));
+
+function drawColumns(columns, title, width) {
   const most = roundUp(Math.max(1, ...columns.map(column => column.parts.reduce((sum, part) => sum + part.number, 0))));
+  const height = 240, left = 14 + 8 * count(most).length, bottom = 22, top = 8;
   const scale = (height - top - bottom) / most;
   const step = (width - left) / Math.max(columns.length, 1);
-  const chart = s("svg", {viewBox: `0 0 ${width} ${height}`, class: "columns", role: "img", "aria-label": title});
+  const chart = s("svg", {viewBox: `0 0 ${width} ${height}`, width, height, class: "columns", role: "img", "aria-label": title});
   for (const part of [0, 0.5, 1]) {
     const y = height - bottom - part * most * scale;
     if (part * most % 1) continue;
     chart.append(s("line", {x1: left, x2: width, y1: y, y2: y, class: part ? "grid" : "axis"}),
       s("text", {x: left - 6, y: y + 4, class: "label end"}, count(part * most)));
   }
-  const every = Math.ceil(columns.length / 6);
+  // Labels of up to 80 pixels.
+  const every = Math.ceil(columns.length / Math.floor((width - left) / 90));
   columns.forEach((column, at) => {
     const x = left + at * step;
     const group = s("g", {});
@@ -57,7 +73,7 @@ export function columnsChart(columns, title) {
         s("title", {}, [slotText(column.slot), ...column.parts.map(part => `${part.name}: ${count(part.number)}`).reverse()].join("\n")));
     }
     chart.append(group);
-    if (at % every === 0) chart.append(s("text", {x: x + step / 2, y: height - 6, class: "label middle"}, slotText(column.slot)));
+    if (at % every === 0) chart.append(s("text", {x: Math.min(Math.max(x + step / 2, 40), width - 40), y: height - 6, class: "label middle"}, slotText(column.slot)));
   });
   return chart;
 }

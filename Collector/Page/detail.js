@@ -1,6 +1,6 @@
 // The details of an event or a request, beside the list.
 import {breakable, byId, copyButton, h, id, plural} from "./dom.js";
-import {get} from "./api.js";
+import {APIError, get} from "./api.js";
 import {address, go, viewAddress} from "./address.js";
 import {duration, full} from "./time.js";
 import {attributesOf, coloured, ordered, print, valueText, wireText} from "./values.js";
@@ -133,7 +133,8 @@ function requestDetail(found, events) {
     times(found),
     request.names?.length ? section("Events in it", h("p", {}, request.names.join(", "))) : null,
     events.length ? section(plural(request.events, "event"), h("ol", {class: "inside"}, events.map(event =>
-      h("li", {}, h("a", {href: address({event: event.id, request: null})}, event.name || "(no name)"))))) : null,
+      h("li", {}, h("a", {href: address({event: event.id, request: null})}, event.name || "(no name)")))),
+    events.length < request.events ? none(`and ${plural(request.events - events.length, "more", "more")}`) : null) : null,
     context(found), requestFacts(request, false),
     request.body ? json("Body", bodyOf(request.body), true) : null,
   ];
@@ -177,6 +178,8 @@ export async function showDetail(pane, query, {again = false} = {}) {
     if (key !== wasShown) pane.scrollTop = 0;
   } catch (error) {
     if (error.name === "AbortError") return;
-    pane.replaceChildren(heading("Not found"), h("p", {}, error.message));
+    const isRefusal = error instanceof APIError;
+    if (!isRefusal) shown = null;  // tried again with the next connection
+    pane.replaceChildren(heading(isRefusal ? "Not found" : "Not loaded"), h("p", {}, error.message));
   }
 }

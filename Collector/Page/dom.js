@@ -80,5 +80,11 @@ export const id = (text, properties) => h("span", {class: "id", title: text, ...
 // A name that may be broken after "_" and ".".
 export const breakable = name => name.split(/(?<=[_.])/).flatMap((part, at) => at ? [h("wbr"), part] : [part]);
 
+// Chooses the value in a select, which gets an option for it if it has none.
+export function choose(select, value) {
+  if (![...select.options].some(option => option.value === value)) select.append(h("option", {value}, value));
+  select.value = value;
+}
+
 export const count = number => number.toLocaleString("en");
 export const plural = (number, one, many = one + "s") => `${count(number)} ${number === 1 ? one : many}`;

@@ -62,7 +62,7 @@ export function eventsView(page) {
   let oldest = null;       // null: there are no older ones
   let isCut = false;       // rows above were dropped
   let pending = [];
-  let isReady = false, busy = false, again = false;
+  let isReady = false, isFailed = false, busy = false, again = false;
   let loading = new AbortController();
   let isAtOld = false;     // an older page is on its way
   const rows = new Map();  // by id, for another time zone
@@ -77,7 +77,7 @@ export function eventsView(page) {
   const place = h("div", {});
   const news = h("button", {type: "button", class: "news", hidden: true, onclick: () => toNewest()});
   const scroller = h("div", {class: "scroller", tabindex: "-1", onscroll: onScroll}, news, table, place, note);
-  const bar = filterBar(() => filters);
+  const bar = filterBar();
   const element = h("div", {class: "view"}, bar.element, scroller);
 
   const isSelecting = () => {
@@ -117,8 +117,9 @@ export function eventsView(page) {
     const summary = page.summary();
     place.replaceChildren();
     if (rows.size) setText(note, oldest === null ? `${plural(rows.size, "row")}, no older ones` : "");
-    else if (Object.keys(filters).some(name => name !== "status") || (summary && Object.keys(summary.requests).length)) {
-      setText(note, "Nothing matches these filters. What arrives from now on and does, appears here.");
+    else if (filterKey !== "{}") setText(note, "Nothing matches these filters. What arrives from now on and does, appears here.");
+    else if (summary && Object.keys(summary.requests).length) {
+      setText(note, "No event has arrived yet. What else has stands under Requests.");
     } else {
       setText(note, "");
       place.replaceChildren(emptyCollector());
@@ -131,7 +132,7 @@ export function eventsView(page) {
     loading = new AbortController();
     const {signal} = loading;
     pending = [];
-    isCut = isReady = false;
+    isCut = isReady = isFailed = false;
     showPending();
     try {
       const list = await get("events", {...filters, limit: kPage}, signal);
@@ -147,7 +148,13 @@ export function eventsView(page) {
       selected()?.scrollIntoView({block: "nearest"});
     } catch (error) {
       if (error.name === "AbortError") return;
+      isFailed = true;
+      rows.clear();
+      body.replaceChildren();
+      place.replaceChildren();
+      table.hidden = true;
       setText(note, error.message);
+      return;
     }
     if (again) arrived();
   }
@@ -223,6 +230,7 @@ export function eventsView(page) {
   }
 
   async function arrived() {
+    if (isFailed) return reload();
     if (busy || !isReady) {
       again = true;
       return;

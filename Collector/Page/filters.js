@@ -1,5 +1,5 @@
 // The filters above the list of events. They stand in the address.
-import {h} from "./dom.js";
+import {choose, h} from "./dom.js";
 import {get} from "./api.js";
 import {address, go} from "./address.js";
 
@@ -74,8 +74,8 @@ export function filterBar() {
     show(filters) {
       if (document.activeElement !== search) search.value = filters.q ?? "";
       if (document.activeElement !== name) name.value = filters.name ?? "";
-      kind.value = filters.kind ?? "";
-      status.value = filters.status ?? "";
+      choose(kind, filters.kind ?? "");
+      choose(status, filters.status ?? "");
       chipList.replaceChildren(...Object.entries(chips).filter(([key]) => key in filters).map(([key, label]) =>
         h("button", {type: "button", class: "chip", title: `Remove the filter: ${label} ${filters[key] || "none"}`,
           onclick: () => go(address({[key]: null, ...closed}))},

@@ -1,5 +1,5 @@
 // The lists of users, devices, sessions, sources and requests.
-import {count, h, id, say, setText, sync} from "./dom.js";
+import {choose, count, h, id, say, setText, sync} from "./dom.js";
 import {get} from "./api.js";
 import {address, go, parameters, viewAddress} from "./address.js";
 import {full, short} from "./time.js";
@@ -164,7 +164,7 @@ export function listView(name, page) {
     show(query) {
       filters = Object.fromEntries(filterNames.filter(each => query.has(each)).map(each => [each, query.get(each)]));
       if (document.activeElement !== search) search.value = filters.q ?? "";
-      if (status) status.value = filters.status ?? "";
+      if (status) choose(status, filters.status ?? "");
       chips.replaceChildren(...["user", "session", "device", "app"].filter(each => each in filters).map(each =>
         h("button", {type: "button", class: "chip", onclick: () => go(address({[each]: null}))}, h("span", {class: "dim"}, each), " ",
           h("span", {class: "id"}, filters[each] || "none"), " ×")));

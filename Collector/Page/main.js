@@ -39,7 +39,7 @@ const page = {
 
 function nameOf(query) {
   const name = query.get("view") ?? "events";
-  return name === "story" || name in views ? name : "events";
+  return name === "story" || Object.hasOwn(views, name) ? name : "events";
 }
 
 function show() {
@@ -51,7 +51,6 @@ function show() {
     page.setPending(0);
     shown = name === "story" ? storyView(page) : views[name][1](page);
     byId("main").replaceChildren(shown.element);
-    byId("main").className = name;
   }
   document.title = (name === "story" ? query.get("user") || query.get("device") || "Anonymous" : views[name][0]) + " · zrcollector";
   sync(byId("views"), Object.entries(views), ([key]) => key,
@@ -65,10 +64,7 @@ function show() {
   showDetail(byId("detail"), query);
 }
 
-const figures = [
-  ["events", "events", "events"], ["users", "users", "users"], ["devices", "devices", "devices"],
-  ["sessions", "sessions", "sessions"], ["sources", "sources", "sources"],
-];
+const figures = ["events", "users", "devices", "sessions", "sources"];
 
 function showSummary() {
   const wrong = [
@@ -77,7 +73,7 @@ function showSummary() {
     ["duplicates", summary.duplicates, viewAddress("requests", {status: "duplicate"}), ""],
   ];
   const all = [
-    ...figures.map(([key, label, view]) => [label, summary[key], viewAddress(view), ""]),
+    ...figures.map(name => [name, summary[name], viewAddress(name), ""]),
     ...wrong.filter(([, number]) => number),
   ];
   sync(byId("totals"), all, ([label]) => label,
@@ -185,6 +181,7 @@ new Live({
   onState(now) {
     state = now;
     showState();
+    if (state === "live") showDetail(byId("detail"), parameters());
   },
   onRestart() {
     shown.restart?.();

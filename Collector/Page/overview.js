@@ -104,7 +104,7 @@ export function overviewView(page) {
     element,
     show() {
       const wanted = parameters().get("by");
-      by = wanted in spans ? wanted : "minute";
+      by = Object.hasOwn(spans, wanted) ? wanted : "minute";
       load();
     },
     arrived: soon, restart: load, resume: load, redraw,

@@ -2,6 +2,7 @@
 import {breakable, count, h, id, plural, s} from "./dom.js";
 import {get} from "./api.js";
 import {address, viewAddress} from "./address.js";
+import {fitted} from "./chart.js";
 import {duration, full, short} from "./time.js";
 import {attributesOf, valueText} from "./values.js";
 import {sourceText} from "./detail.js";
@@ -36,27 +37,29 @@ function sessionsOf(events) {
 // All sessions on one time line.
 function timeLine(sessions) {
   const from = Math.min(...sessions.map(each => each.start)), to = Math.max(...sessions.map(each => each.end));
-  const width = 1000, height = 44;
-  const x = time => 4 + (width - 8) * (to === from ? 0 : (time - from) / (to - from));
-  return h("div", {class: "timeline"},
-    s("svg", {viewBox: `0 0 ${width} ${height}`, preserveAspectRatio: "none", role: "img",
-      "aria-label": `${plural(sessions.length, "session")} from ${short(new Date(from).toISOString())} to ${short(new Date(to).toISOString())}`},
-    s("line", {x1: 0, x2: width, y1: 22, y2: 22, class: "axis"}),
-    sessions.map(session => s("rect", {x: x(session.start), y: 8, width: Math.max(x(session.end) - x(session.start), 4), height: 28, rx: 2, class: "session"},
-      s("title", {}, `${full(new Date(session.start).toISOString())}: ${plural(session.events.length, "event")}`)))),
-    h("div", {class: "ends dim"}, h("span", {}, short(new Date(from).toISOString())), h("span", {}, short(new Date(to).toISOString()))));
+  const first = short(new Date(from).toISOString()), last = short(new Date(to).toISOString());
+  const draw = width => {
+    const x = time => 4 + (width - 8) * (to === from ? 0 : (time - from) / (to - from));
+    return s("svg", {width, height: 44, role: "img", "aria-label": `${plural(sessions.length, "session")} from ${first} to ${last}`},
+      s("line", {x1: 0, x2: width, y1: 22, y2: 22, class: "axis"}),
+      sessions.map(session => s("rect", {x: x(session.start), y: 8, width: Math.max(x(session.end) - x(session.start), 4), height: 28, rx: 2, class: "session"},
+        s("title", {}, `${full(new Date(session.start).toISOString())}: ${plural(session.events.length, "event")}`))));
+  };
+  return h("div", {class: "timeline"}, fitted(draw), h("div", {class: "ends dim"}, h("span", {}, first), h("span", {}, last)));
 }
 
-// A session as a bar, as long as it lasted, with its events on it.
-function lane(session, longest, sources) {
-  const width = 1000, height = 26;
+function drawLane(session, longest, width) {
   const length = Math.max((width - 12) * (session.end - session.start) / (longest || 1), 0);
   const x = event => 6 + (session.end === session.start ? 0 : length * (happened(event) - session.start) / (session.end - session.start));
-  const chart = s("svg", {viewBox: `0 0 ${width} ${height}`, preserveAspectRatio: "none", class: "lane", "aria-hidden": "true"},
+  return s("svg", {width, height: 26, class: "lane", "aria-hidden": "true"},
     s("rect", {x: 2, y: 9, width: length + 8, height: 8, rx: 4, class: "session"}),
     session.events.map(event => s("a", {href: address({event: event.id, request: null}), tabindex: "-1"},
       s("rect", {x: x(event) - 2, y: event.kind === "own" ? 3 : 7, width: 4, height: event.kind === "own" ? 20 : 12, rx: 1, class: event.kind},
         s("title", {}, `${event.name}\n${full(event.gmt_time, event.record.EVENT_L_TIME)}`)))));
+}
+
+// A session as a bar, as long as it lasted, with its events on it.
+function lane(session, longest, sources) {
   const list = h("ol", {class: "inside"}, [...session.events].sort((a, b) => happened(a) - happened(b) || a.id - b.id).map(event =>
     h("li", {class: event.kind}, h("span", {class: "when"}, full(event.gmt_time, event.record.EVENT_L_TIME).slice(11)), " ",
       eventLink(event, event.name || "(no name)"), " ",
@@ -65,7 +68,7 @@ function lane(session, longest, sources) {
     h("summary", {},
       h("span", {class: "title"}, h("b", {}, short(new Date(session.start).toISOString())), " ",
         h("span", {class: "dim"}, [session.end - session.start < 1000 ? "a moment" : duration(session.end - session.start), plural(session.events.length, "event"), ...sources].join(" · "))),
-      chart),
+      fitted(width => drawLane(session, longest, width))),
     h("p", {class: "dim"}, session.id === null ? "Without a session" : [id(session.id), " ", h("a", {class: "only", href: viewAddress("events", {session: session.id})}, "in the list")]),
     list);
 }

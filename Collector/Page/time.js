@@ -1,4 +1,5 @@
 // Times in the zone that the reader chose: the browser's, UTC, the device's, or another.
+import {choose, h} from "./dom.js";
 
 const kept = "zrcollector.zone";
 const browserZone = Intl.DateTimeFormat().resolvedOptions().timeZone;
@@ -64,20 +65,10 @@ export const roughly = milliseconds => duration(milliseconds).split(" ").slice(0
 export const onZone = listener => listeners.push(listener);
 
 export function setUpZones(select) {
-  const add = (parent, value, text) => {
-    const option = document.createElement("option");
-    option.value = value;
-    option.textContent = text;
-    parent.append(option);
-  };
-  add(select, "browser", `Local time (${browserZone})`);
-  add(select, "UTC", "UTC");
-  add(select, "device", "The device’s time");
-  const others = document.createElement("optgroup");
-  others.label = "Other zones";
-  for (const each of Intl.supportedValuesOf?.("timeZone") ?? []) add(others, each, each);
-  select.append(others);
-  select.value = zone;
+  const option = (value, text = value) => h("option", {value}, text);
+  select.append(option("browser", `Local time (${browserZone})`), option("UTC"), option("device", "The device’s time"),
+    h("optgroup", {label: "Other zones"}, (Intl.supportedValuesOf?.("timeZone") ?? []).map(each => option(each))));
+  choose(select, zone);
   select.addEventListener("change", () => {
     zone = select.value;
     try {

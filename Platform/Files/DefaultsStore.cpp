@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <utility>
 
-#include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/PropertyList.h"
 #include "Platform/HostServices.h"
 #include "Platform/Text/Hex.h"
@@ -179,23 +178,23 @@ Dictionary DefaultsStore::dictionaryRepresentation() const {
   return content_;
 }
 
-Status DefaultsStore::synchronize() {
+Status DefaultsStore::synchronize(Durability durability) {
   synchronizeHook().call(name_);
   if (DefaultsStore* const other = other_.load()) (void)other->writeChanges();
-  return writeChanges();
+  return writeChanges(durability);
 }
 
-Status DefaultsStore::writeChanges() {
+Status DefaultsStore::writeChanges(Durability durability) {
   {
     MutexLock lock(mutex_);
     if (writtenChanges_ == changes_) return Done{};
   }
-  Status written = writeContent();
+  Status written = writeContent(durability);
   reportProblem(written);
   return written;
 }
 
-Status DefaultsStore::writeContent() {
+Status DefaultsStore::writeContent(Durability durability) {
   Dictionary content;
   std::uint64_t changes = 0;
   {
@@ -215,7 +214,7 @@ Status DefaultsStore::writeContent() {
     MutexLock lock(mutex_);
     if (writtenChanges_ >= changes) return Done{};
   }
-  Status written = replaceFileAtomically(path_, bytes);
+  Status written = replaceFileAtomically(path_, bytes, durability);
   if (written) {
     MutexLock lock(mutex_);
     writtenChanges_ = changes;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
+#include "Platform/Files/FileSystem.h"
 #include "Platform/Values/Result.h"
 #include "Platform/Values/Value.h"
 
@@ -35,9 +36,10 @@ class DefaultsStore {
   void removeObjectForKey(std::string_view key);
   Dictionary dictionaryRepresentation() const;
   // After a failure the change stays in memory and is written by the next call. Other calls do not wait for the file.
-  Status synchronize();
+  // What is written as eventual is lasting with the next change that is.
+  Status synchronize(Durability durability = Durability::Lasting);
   // The same without the synchronize hook.
-  Status writeChanges();
+  Status writeChanges(Durability durability = Durability::Lasting);
   // From now on synchronize() first writes the other store's changes too. The other store must outlive this one.
   void synchronizeWith(DefaultsStore& other) { other_.store(&other); }
 
@@ -47,7 +49,7 @@ class DefaultsStore {
   // Reports a failure to the problem hook, with no lock held.
   void loadIfNeeded() const ZR_EXCLUDES(mutex_);
   Status load() const ZR_REQUIRES(mutex_);
-  Status writeContent() ZR_EXCLUDES(writeMutex_, mutex_);
+  Status writeContent(Durability durability) ZR_EXCLUDES(writeMutex_, mutex_);
   // Calls the problem hook, unless this is the problem reported last.
   void reportProblem(const Status& status) const ZR_EXCLUDES(mutex_);
 

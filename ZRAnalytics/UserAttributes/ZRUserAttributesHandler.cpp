@@ -253,7 +253,9 @@ void ZRUserAttributesHandler::removeStoredUniqueIDUnlessResetPending() {
   if (isResetPending() || !writeCache()) return;
   const ZRTurn::Scope turn(storedIDTurn_);
   // Another login may have come meanwhile.
-  if (!isResetPending() && storedUniqueID() == written) removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID);
+  if (isResetPending() || !(storedUniqueID() == written)) return;
+  // Undone by a power loss, the ID is set once more.
+  removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID, platform::Durability::Eventual);
 }
 
 void ZRUserAttributesHandler::updateUserAttributeUniqueID(const Value& value) {

@@ -10,16 +10,17 @@
 namespace zorvane {
 
 // Both write the store to disk at once and ignore a write error: the next write holds the change too. Any thread.
-inline void keepInDefaults(Value value, std::string_view key) {
+inline void keepInDefaults(Value value, std::string_view key,
+                           platform::Durability durability = platform::Durability::Lasting) {
   platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
   defaults.setObjectForKey(std::move(value), key);
-  (void)defaults.synchronize();
+  (void)defaults.synchronize(durability);
 }
 
-inline void removeFromDefaults(std::string_view key) {
+inline void removeFromDefaults(std::string_view key, platform::Durability durability = platform::Durability::Lasting) {
   platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
   defaults.removeObjectForKey(key);
-  (void)defaults.synchronize();
+  (void)defaults.synchronize(durability);
 }
 
 }  // namespace zorvane

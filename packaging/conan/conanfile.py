@@ -47,6 +47,7 @@ class ZRAnalyticsRecipe(ConanFile):
         toolchain.cache_variables["BUILD_SHARED_LIBS"] = bool(self.options.shared)
         toolchain.cache_variables["ZR_BUILD_TRANSPORT"] = bool(self.options.transport)
         toolchain.cache_variables["ZR_BUILD_LOCALE"] = bool(self.options.locale)
+        toolchain.cache_variables["ZR_BUILD_C"] = False
         toolchain.cache_variables["ZR_BUILD_PROGRAMS"] = False
         toolchain.cache_variables["ZR_BUILD_TESTS"] = False
         toolchain.generate()

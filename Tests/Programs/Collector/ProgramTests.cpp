@@ -2,14 +2,17 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <signal.h>
+#include <soci/sqlite3/soci-sqlite3.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "ChildProcess.h"
+#include "Collector/SQLite.h"
 
 namespace {
 
@@ -41,6 +44,16 @@ TEST(Program, SaysInOneLineWhyItCannotStart) {
   ASSERT_GE(file, 0);
   ::close(file);
   std::ofstream(name) << std::string(5000, 'x');
+  const std::string foreign = std::string(name) + ".foreign", damaged = std::string(name) + ".damaged";
+  for (const std::string& database : {foreign, damaged}) {
+    soci::session session;
+    database == damaged ? zorvane::collector::openSQLite(session, database) : session.open(soci::sqlite3, database);
+    session << "CREATE TABLE more (text)";
+    session << "INSERT INTO more VALUES ('a')";
+    session << "PRAGMA journal_mode = DELETE";
+  }
+  // The last page is the new table's.
+  std::fstream(damaged, std::ios::in | std::ios::out).seekp(-4096, std::ios::end) << std::string(100, 'x');
   struct Case {
     std::vector<std::string> arguments;
     int status;
@@ -49,11 +62,17 @@ TEST(Program, SaysInOneLineWhyItCannotStart) {
   const std::string help = " (see --help)";
   const Case cases[] = {
       {{"--port", port}, 1, "cannot listen on 127.0.0.1:" + port + ": Address already in use"},
-      {{"--db", "/nowhere/a.db"}, 1, "cannot use the database /nowhere/a.db: unable to open database file"},
+      {{"--db", "/nowhere/a.db"},
+       1,
+       "cannot use the database /nowhere/a.db: unable to open database file: No such file or directory"},
       {{"--db", name}, 1, std::string("cannot use the database ") + name + ": file is not a database"},
+      {{"--db", foreign}, 1, "cannot use the database " + foreign + ": another program wrote it; name a new file"},
+      {{"--db", damaged},
+       1,
+       "cannot use the database " + damaged + ": it is damaged; name a new file, or repair it with sqlite3's .recover"},
       {{"--record", "/nowhere/r"}, 1, "cannot write the record /nowhere/r: No such file or directory"},
-      {{"--port", "65536"}, 2, "--port: Value 65536 not in range 0 to 65535" + help},
-      {{"--delay-ms", "-1"}, 2, "--delay-ms: Value -1 not in range 0 to 600000" + help},
+      {{"--port", "65536"}, 2, "--port: must be a whole number from 0 to 65535, not \"65536\"" + help},
+      {{"--delay-ms", "-1"}, 2, "--delay-ms: must be a whole number from 0 to 600000, not \"-1\"" + help},
       {{"--db"}, 2, "--db: 1 required FILE missing" + help},
       {{"--db", ""}, 2, "--db: must not be empty" + help},
       {{"--db=", "--quiet"}, 2, "--db: must not be empty" + help},
@@ -65,7 +84,7 @@ TEST(Program, SaysInOneLineWhyItCannotStart) {
     EXPECT_EQ(collector.readLine(), std::nullopt);
     EXPECT_EQ(collector.wait(), c.status) << c.message;
   }
-  ::unlink(name);
+  for (const std::string& path : {std::string(name), foreign, damaged}) std::filesystem::remove(path);
   for (const char* option : {"--help", "-h", "--version"}) {
     Collector asked({option});
     std::string text;

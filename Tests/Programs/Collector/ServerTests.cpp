@@ -202,7 +202,7 @@ TEST_F(ServerTest, TheListsShowWhatWasReceived) {
   EXPECT_EQ(found["sources"].size(), 2u);
   EXPECT_EQ(found["device"]["idfv"], "V");
   EXPECT_EQ(client().Get("/api/events/5")->status, 404);
-  EXPECT_EQ(client().Get("/api/colours")->status, 404);
+  EXPECT_EQ(get("/api/colours"), json::parse(R"({"error": "no such path: /api/colours"})"));
 }
 
 TEST_F(ServerTest, ListsTakeFiltersAndNothingElse) {
@@ -242,6 +242,8 @@ TEST_F(ServerTest, ListsTakeFiltersAndNothingElse) {
       {"events?status=refused", {4000000}},
       {"events?status=401&name=Left&user=42&q=REQUEST-id", {4000000}},
       {"events?status=400", {}},
+      {"events?status=200&limit=1", {3000002}},
+      {"requests?status=0", {}},
       {"events?status=any&after=3000001", {4000000, 3000002}},
       {"events?status=any&kind=module", {2000002}},
       {"events?status=any&before=4000000&limit=1", {3000002}},
@@ -272,7 +274,15 @@ TEST_F(ServerTest, ListsTakeFiltersAndNothingElse) {
       {"events?order=up", "order must be one of asc, desc"},
       {"events?kind=theirs", "kind must be one of own, module"},
       {"events?name=a&name=b", "name is given twice"},
-      {"requests?status=4011", "status must be one of accepted, refused, duplicate, any"},
+      {"requests?status=4011",
+       "status must be one of accepted, refused, duplicate, any, or a status from 100 to 599, or 0 (no response)"},
+      {"events?status=duplicate",
+       "status must be one of accepted, refused, any, or a status from 100 to 599, or 0 (no response)"},
+      {"events?status=999",
+       "status must be one of accepted, refused, any, or a status from 100 to 599, or 0 (no response)"},
+      {"events?q=%zz", "the address has a % that two hexadecimal digits do not follow"},
+      {"names?%4", "the address has a % that two hexadecimal digits do not follow"},
+      {"events?q=%ff", "q is not UTF-8"},
       {"arrivals?by=second", "by must be one of minute, hour, day"},
       {"summary?x=1", "unknown parameter x"},
   };
@@ -298,7 +308,10 @@ TEST_F(ServerTest, RefusedRequestsAreCountedAndLeaveNothingElse) {
   EXPECT_EQ(json::parse(answer_)["error"], "meta.dev_pref is missing");
   EXPECT_EQ(post("/v1/report/", "{}"), 404);
   EXPECT_EQ(post("/v1/report/" + std::string(8000, 'a'), "{}"), 400);
-  EXPECT_EQ(client().Put("/v1/report/A", "{}", "application/json")->status, 405);
+  const auto put = client().Put("/v1/report/A", "{}", "application/json");
+  EXPECT_EQ(put->status, 405);
+  EXPECT_EQ(put->get_header_value("Allow"), "POST");
+  EXPECT_EQ(json::parse(put->body)["error"], "PUT is not allowed for /v1/report/A");
   EXPECT_EQ(summary()["requests"], json::parse(R"({"200": 2, "400": 3, "401": 2, "404": 1})"));
   EXPECT_EQ(query("SELECT signature || ' ' || expected || ' ' || user_id || events || names FROM requests WHERE "
                   "status = 401 AND signature = 'wrong'"),

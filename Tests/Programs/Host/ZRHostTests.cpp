@@ -27,6 +27,7 @@ TEST_F(ZRHost, WrongUsageIsSaidInOneLine) {
     std::string said;
   } cases[] = {
       {{"--endpoint", url}, "--data is required (see --help)"},
+      {{"--dta", data, "--endpoint", url}, "not expected: --dta (see --help)"},
       {{"--data", data}, "--endpoint is required"},
       {{"--data", data, "--endpoint"}, "--endpoint: 1 required"},
       {{"--data", data, "--endpoint", "ftp://a"}, "\"ftp://a\""},
@@ -162,6 +163,8 @@ TEST_F(ZRHost, WhatWasPlayedBeforeABadLineStaysPlayed) {
       run({R"({"do": "launch"})", R"({"do": "track", "event": "a"})", R"({"do": "flush", "async": true})", "{}"});
   EXPECT_EQ(result.status, 3);
   EXPECT_THAT(service_.acceptedEvents(), ElementsAre("a"));
+  EXPECT_THAT(run({R"({"do": "launch"})", "{}"}).errors,
+              HasSubstr("line 2: \"do\" is missing\nzrhost: left: events not saved: 1\n"));
 }
 
 TEST_F(ZRHost, RefusedRequestsAreSaidAndTheirBatchesStay) {
@@ -184,6 +187,7 @@ TEST_F(ZRHost, RefusedRequestsAreSaidAndTheirBatchesStay) {
   const HostResult unheard = run({R"({"do": "launch"})"}, offline);
   EXPECT_EQ(unheard.status, 0);
   EXPECT_THAT(unheard.errors, HasSubstr("http://127.0.0.1:1/v1/report/DEMO: "));
+  EXPECT_THAT(unheard.errors, HasSubstr("zrhost: left: batches in the file: "));
 
   service_.answerWith([](const Json&) { return 200; });
   const HostResult accepted =

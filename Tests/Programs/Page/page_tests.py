@@ -38,7 +38,8 @@ if (document.documentElement.scrollWidth > innerWidth) faults.push('the page is 
 const boxes = shown.map(each => [each, each.getBoundingClientRect()]);
 const top = boxes.filter(([each]) => each.closest('.top, .filters'));
 for (const [each, box] of boxes) {
-  if (box.right > innerWidth + 1 && !scrolls(each)) faults.push(name(each) + ' sticks out');
+  const mayScroll = !each.closest('.top, .strip') && scrolls(each);
+  if (box.right > innerWidth + 1 && !mayScroll) faults.push(name(each) + ' sticks out');
   if (!each.textContent.trim() || each.closest('.dot')) continue;
   const [a, b] = [light(getComputedStyle(each).color), light(behind(each))];
   if ((Math.max(a, b) + .05) / (Math.min(a, b) + .05) < 4.5) faults.push(name(each) + ' is hard to read');
@@ -47,6 +48,11 @@ for (const [a, one] of top) for (const [b, other] of top) {
   if (a === b || a.closest('nav') || b.closest('nav')) continue;
   if (one.left < other.right - 1 && other.left < one.right - 1 &&
       one.top < other.bottom - 1 && other.top < one.bottom - 1) faults.push(name(a) + ' overlaps ' + name(b));
+}
+for (const label of document.querySelectorAll('main svg text')) {
+  const [box, chart] = [label.getBoundingClientRect(), label.ownerSVGElement.getBoundingClientRect()];
+  if (box.height < 11) faults.push(name(label) + ' is too small');
+  if (box.left < chart.left - 1 || box.right > chart.right + 1) faults.push(name(label) + ' is cut off');
 }
 return [...new Set(faults)];
 """
@@ -192,6 +198,13 @@ class Page(unittest.TestCase):
         self.post(event("Three"))
         self.browser.until(LIVE, "live")
         self.shows("Three", "Two", "One")
+        self.browser.devtools("Network.enable")
+        network = {"latency": 0, "downloadThroughput": -1, "uploadThroughput": -1}
+        self.browser.devtools("Network.emulateNetworkConditions", offline=True, **network)
+        self.browser.press("/", *"three", "Enter")
+        self.finds(".note", "does not answer")
+        self.browser.devtools("Network.emulateNetworkConditions", offline=False, **network)
+        self.shows("Three")
 
     def test_nothing_overlaps_on_a_small_screen_and_in_the_dark(self):
         self.post(event("A name that is much too long for a small screen", EVENT_ATTRS={"text": "x" * 300}),
@@ -205,6 +218,8 @@ class Page(unittest.TestCase):
                 self.open("/" + view)
                 self.browser.until("return document.querySelector('main td, main .panel') &&"
                                    "(!/(event|request)=/.test(location.search) || document.querySelector('aside h2'))")
+                if "overview" in view:
+                    self.browser.until("return document.querySelector('.columns text')")
                 self.assertEqual(self.browser.run(FAULTS), [], (width, dark, view))
 
     def test_a_window_of_rows_moves_over_many(self):

@@ -1,0 +1,114 @@
+#include "C/Module.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <utility>
+
+#include "Platform/HostServices.h"
+
+namespace zorvane::c {
+namespace {
+
+std::atomic<Phase> currentPhase{Phase::New};
+// Calls under way. A call adds itself before it reads the phase; a close changes the phase before it reads the number.
+std::atomic<int> calls{0};
+
+struct Waiting {
+  platform::Mutex mutex;
+  platform::Condition changed;
+};
+Waiting& waiting() {
+  static Waiting& instance = *new Waiting;
+  return instance;
+}
+
+void leave() {
+  if (calls.fetch_sub(1) != 1 || currentPhase.load() != Phase::Closing) return;
+  platform::MutexLock lock(waiting().mutex);
+  waiting().changed.notifyAll();
+}
+
+[[noreturn]] void failNotRunning(Phase now) {
+  if (now == Phase::New || now == Phase::Starting) fail(ZR_ERROR_NOT_STARTED, "the module has not been started");
+  fail(ZR_ERROR_CLOSED, "the module is closed");
+}
+
+double now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+Phase phase() {
+  return currentPhase.load();
+}
+
+ModuleCall::ModuleCall() {
+  if (isInLogCallback()) fail(ZR_ERROR_CALLBACK, "a log callback must not call the module");
+  calls.fetch_add(1);
+  const Phase now = currentPhase.load();
+  if (now == Phase::Running) return;
+  leave();
+  failNotRunning(now);
+}
+
+ModuleCall::~ModuleCall() {
+  leave();
+}
+
+void requireModule() {
+  const Phase now = phase();
+  if (now != Phase::Running && now != Phase::Closing) failNotRunning(now);
+}
+
+void beginStart() {
+  Phase expected = Phase::New;
+  if (currentPhase.compare_exchange_strong(expected, Phase::Starting)) return;
+  if (expected == Phase::Starting || expected == Phase::Running) {
+    fail(ZR_ERROR_STARTED, "the module has been started before");
+  }
+  fail(ZR_ERROR_CLOSED, "the module is closed; it starts once per process");
+}
+
+void endStart(bool started) {
+  currentPhase.store(started ? Phase::Running : Phase::New);
+}
+
+void beginClose(double seconds) {
+  Phase expected = Phase::Running;
+  if (!currentPhase.compare_exchange_strong(expected, Phase::Closing)) failNotRunning(expected);
+  const Deadline deadline(seconds);
+  platform::MutexLock lock(waiting().mutex);
+  while (calls.load() > 0 && deadline.secondsLeft() > 0) {
+    waiting().changed.waitFor(waiting().mutex, deadline.secondsLeft());
+  }
+}
+
+void endClose() {
+  currentPhase.store(Phase::Closed);
+}
+
+void onMainThread(std::function<void()> work) {
+  platform::MainQueue& mainQueue = platform::hostServices().scheduler->mainQueue();
+  if (mainQueue.isCurrent()) {
+    work();
+  } else {
+    mainQueue.async(std::move(work));
+  }
+}
+
+std::function<void(bool)> completionOf(zr_completion completion, const HostDataPointer& data) {
+  if (!completion) return nullptr;
+  return [completion, data](bool success) {
+    if (const HostCall call(data); call) completion(call.data(), success);
+  };
+}
+
+Deadline::Deadline(double seconds) : end_(now() + seconds) {}
+
+double Deadline::secondsLeft() const {
+  return std::max(0.0, end_ - now());
+}
+
+}  // namespace zorvane::c
