@@ -22,6 +22,7 @@ constexpr char kFile[] = "ZRJournal";
 constexpr char kException[] = "exception is %@";
 constexpr std::string_view kTicketKey = "zrv_journal_ticket";
 constexpr std::size_t kSmallest = 64u << 10;
+constexpr std::size_t kLargest = 256u << 20;
 constexpr std::size_t kPage = 4096;
 
 // What a record holds under kTicketKey. Its plain value is nil, so that a save leaves it out.
@@ -50,7 +51,8 @@ std::string textUnder(const Dictionary& record, std::string_view key) {
 class Journal final : public ZREventJournal {
  public:
   explicit Journal(const ZRJournalOptions& options)
-      : bytes_((std::max(options.bytes, kSmallest) + kPage - 1) / kPage * kPage), syncSeconds_(options.syncSeconds) {}
+      : bytes_((std::clamp(options.bytes, kSmallest, kLargest) + kPage - 1) / kPage * kPage),
+        syncSeconds_(options.syncSeconds) {}
 
   void open(ZRBatchFile& batches) noexcept override {
     guarded({kFile, "open"}, kException, [&] {

@@ -52,7 +52,7 @@ class JournalTest : public ModuleTest {
     }
     return names;
   }
-  Dictionary savedBatch(std::size_t number) const { return *(batchFile().begin() + number)->value.asDictionary(); }
+  Dictionary savedBatch(std::ptrdiff_t number) const { return *(batchFile().begin() + number)->value.asDictionary(); }
 
   ZRJournalOptions options_;
 };
@@ -111,7 +111,7 @@ TEST_F(JournalTest, EventsStayInTheirSession) {
   });
   launch();
   ASSERT_THAT(savedNames(), ElementsAre(ElementsAre("Old"), ElementsAre("New"), ElementsAre("Sourced")));
-  const auto sessionOf = [&](std::size_t number) {
+  const auto sessionOf = [&](std::ptrdiff_t number) {
     return validObjectForKeyPath(savedBatch(number), "session.session_id").description();
   };
   EXPECT_NE(sessionOf(0), sessionOf(1));
