@@ -20,7 +20,8 @@ class ZREventJournal {
 
   virtual ~ZREventJournal() = default;
 
-  // Saves what an earlier launch left, then takes events. Call once, before a session begins and before the first sync.
+  // Saves what an earlier launch left, then takes events. Call before a session begins and before the first sync; only
+  // the first call does anything.
   virtual void open(ZRBatchFile& batches) noexcept = 0;
   // Call after the current session or its sources have changed.
   virtual void sessionChanged() noexcept = 0;

@@ -55,6 +55,7 @@ class Journal final : public ZREventJournal {
         syncSeconds_(options.syncSeconds) {}
 
   void open(ZRBatchFile& batches) noexcept override {
+    if (wasOpened_.exchange(true)) return;
     guarded({kFile, "open"}, kException, [&] {
       std::string bytes;
       if (isFailed(ring_.open(archivePath("ZREventJournal"), bytes))) return;
@@ -151,6 +152,8 @@ class Journal final : public ZREventJournal {
   const std::size_t bytes_;
   const double syncSeconds_;
   journal::Ring ring_;
+  std::atomic<bool> wasOpened_{false};
+  // It takes events.
   std::atomic<bool> isOpen_{false};
   std::atomic<bool> isFullReported_{false};
 };

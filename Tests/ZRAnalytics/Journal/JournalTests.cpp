@@ -61,6 +61,7 @@ TEST_F(JournalTest, KilledLaunchLosesNoEvent) {
   const std::string noted = library("session");
   inEarlierLaunch([&] {
     launch();
+    ZRAnalytics::sharedInstance().initializeAnalytics();  // once more, which opens nothing
     track("Recorded", ZRProperties::initWithAttributes(
                           {{"price", 10.5}, {"many", std::uint64_t{1} << 60}, {"list", Array{1, Date{5}, nullptr}}}));
     settle();
