@@ -83,7 +83,7 @@ class Bytes {
     const auto length = static_cast<std::uint32_t>(bytes.size());
     char* const at = add(sizeof length + bytes.size());
     std::memcpy(at, &length, sizeof length);
-    std::memcpy(at + sizeof length, bytes.data(), bytes.size());
+    if (!bytes.empty()) std::memcpy(at + sizeof length, bytes.data(), bytes.size());
   }
 
  private:
