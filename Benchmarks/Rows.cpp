@@ -1,5 +1,6 @@
 // One measurement a process, because the module cannot start twice in one. scripts/bench runs them and makes the table.
 // Each prints one JSON object of numbers.
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "Counters.h"
+#include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"
 #include "Sink.h"
 #include "Transport/CurlTransport.h"
@@ -32,8 +34,9 @@ using namespace zorvane::bench;
 const char* const kUsage =
     "usage: zr_rows MEASUREMENT FOLDER [NAME=VALUE ...]\n"
     "FOLDER is the application's container. Measurements, and the values they take:\n"
-    "  track    events=10000 batch=30 threads=1 attributes=0 online=0 pause_us=0: the caller, and all it causes;\n"
-    "           attributes=0 is the usual event of six\n"
+    "  track    events=10000 batch=30 threads=1 attributes=0 online=0 pause_us=0 journal_kb=0: the caller, and all it\n"
+    "           causes; attributes=0 is the usual event of six, journal_kb=0 is without a journal\n"
+    "  sqlite   events=2000: an insert in place of a call, kept over a kill as a journal keeps it\n"
     "  pace     events=2000 pause_us=1000: the loop of a paced run without the module\n"
     "  deliver  url= events=10000 batch=30: from the first call to the last response\n"
     "  start    ahead=0: to the return of the first call, so many seconds later than now\n"
@@ -91,7 +94,8 @@ void track(const std::string& folder, const Arguments& arguments) {
   const std::chrono::microseconds pause(arguments.number("pause_us", 0));
   startModule({.folder = folder,
                .transport = makeTransport(arguments.number("online", 0) != 0),
-               .batchSize = arguments.number("batch", 30)});
+               .batchSize = arguments.number("batch", 30),
+               .journalBytes = static_cast<std::size_t>(arguments.number("journal_kb", 0)) << 10});
   trackOne(0);
   waitUntilIdle();
 
@@ -138,6 +142,28 @@ void track(const std::string& folder, const Arguments& arguments) {
          {"written", writtenSince / tracked},
          {"syncs", static_cast<double>(syncs() - syncsBefore) / tracked},
          {"memory_kb", grown / 1024}});
+}
+
+void sqlite(const std::string& folder, const Arguments& arguments) {
+  std::filesystem::create_directories(folder);
+  sqlite3* database = nullptr;
+  sqlite3_stmt* insert = nullptr;
+  const bool isOpen =
+      sqlite3_open((folder + "/events.db").c_str(), &database) == SQLITE_OK &&
+      sqlite3_exec(database, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; CREATE TABLE events(name, json)",
+                   nullptr, nullptr, nullptr) == SQLITE_OK &&
+      sqlite3_prepare_v2(database, "INSERT INTO events VALUES('Product viewed', ?)", -1, &insert, nullptr) == SQLITE_OK;
+  if (!isOpen) std::exit(1);
+  std::vector<double> microseconds(static_cast<std::size_t>(arguments.number("events", 2000)), 0);
+  int number = 0;
+  for (double& sample : microseconds) {
+    const double before = secondsNow();
+    const std::string json = platform::jsonText(sixAttributes(++number)->plainAttributes());
+    sqlite3_bind_text(insert, 1, json.data(), static_cast<int>(json.size()), SQLITE_STATIC);
+    if (sqlite3_step(insert) != SQLITE_DONE || sqlite3_reset(insert) != SQLITE_OK) std::exit(1);
+    sample = (secondsNow() - before) * 1e6;
+  }
+  print({{"p50_us", percentile(microseconds, 0.5)}, {"p99_us", percentile(microseconds, 0.99)}});
 }
 
 // What the loop of a paced run costs by itself.
@@ -268,6 +294,8 @@ int main(int argc, char** argv) {
   const Arguments arguments(argc - 3, argv + 3);
   if (what == "track") {
     track(folder, arguments);
+  } else if (what == "sqlite") {
+    sqlite(folder, arguments);
   } else if (what == "pace") {
     pace(arguments);
   } else if (what == "deliver") {

@@ -16,6 +16,7 @@
 #include "Platform/Formats/PropertyListDictionaryFile.h"
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/Journal/ZRJournal.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/CoreSetup.h"
 
@@ -71,6 +72,7 @@ void startModule(ModuleSetup setup) {
   core.appId = "BENCH";
   core.remoteConfiguration = {{"periodic_flush_enabled", false}, {"event_batch_count", setup.batchSize}};
   core.transport = std::move(setup.transport);
+  if (setup.journalBytes != 0) core.journal = makeEventJournal({.bytes = setup.journalBytes});
   configureCore(std::move(core));
   ZRAnalytics::sharedInstance().initializeAnalytics();
 }

@@ -21,6 +21,8 @@ struct ModuleSetup {
   std::int64_t batchSize = 30;
   // How far the wall clock is ahead of the machine's.
   double secondsAhead = 0;
+  // The size of its journal; 0: none.
+  std::size_t journalBytes = 0;
 };
 
 // Configures and initialises the module, without a flush timer. Returns at once.

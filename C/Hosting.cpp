@@ -6,6 +6,7 @@
 #include "C/Module.h"
 #include "C/Services.h"
 #include "Platform/HostServices.h"
+#include "ZRAnalytics/Journal/ZRJournal.h"
 #include "ZRAnalytics/ZRHosting.h"
 #include "ZorvaneCore/ZRAppDelegateSwizzler.h"
 #include "ZorvaneCore/ZRStandardErrorLog.h"
@@ -157,6 +158,15 @@ zr_status zr_options_set_app_status(zr_options* options, int64_t status) {
   return change(options, [&](zr_options& changed) {
     require(status == 0 || status == 1, "the status is neither 0 nor 1");
     changed.start.appStatus = status;
+  });
+}
+
+zr_status zr_options_set_journal(zr_options* options, uint64_t bytes, double sync_seconds) {
+  return change(options, [&](zr_options& changed) {
+    ZRJournalOptions journal;
+    if (bytes != 0) journal.bytes = static_cast<std::size_t>(bytes);
+    journal.syncSeconds = sync_seconds;
+    changed.start.core.journal = makeEventJournal(journal);
   });
 }
 

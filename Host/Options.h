@@ -23,6 +23,7 @@ struct Options {
   std::optional<platform::Date> clock;
   // A file; "-" is the standard input.
   std::string script = "-";
+  bool journal = false;
   bool quiet = false;
   bool strict = false;
   // The text of --help or --version: print it and exit. Empty: play.

@@ -21,6 +21,7 @@
 #include "Transport/CurlTransport.h"
 #include "ZRAnalytics/EventManagement/ZRBatchFile.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/Journal/ZRJournal.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #ifdef ZR_HAS_ICU
 #include "Locale/ICULocale.h"
@@ -155,6 +156,7 @@ Runtime::Runtime(const Options& options) : output_(STDOUT_FILENO), trace_(openTr
   setup.appId = options.appId;
   setup.remoteConfiguration = configuration;
   setup.transport = transport_;
+  if (options.journal) setup.journal = makeEventJournal();
   trace_.hookInto(setup);
   setup.didReceiveResponse = [this, traced = std::move(setup.didReceiveResponse)](
                                  std::int64_t service, const std::optional<std::string>& bid, bool success) {

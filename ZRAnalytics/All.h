@@ -5,6 +5,7 @@
 #include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Journal/ZRJournal.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRPayloadBuilder.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
 #include "ZRAnalytics/Utils/ZRConditionEvaluator/ZREventCondition.h"

@@ -56,6 +56,7 @@ void ZRAnalytics::migrateSDKUserDefaultsInfo() {
 
 void ZRAnalytics::initializeAnalytics() {
   guarded({kFile, "initializeAnalytics"}, "exception while initializing Analytics: %@", [this] {
+    if (ZRConfigDataManager::sharedInstance().getEventJournal()) ZREventsHandler::sharedInstance().openJournal();
     trackAdvertisingIdentifier();
     updateModules();
     platform::MainQueue& mainQueue = platform::hostServices().scheduler->mainQueue();
@@ -96,6 +97,10 @@ void ZRAnalytics::updateModules() {
 void ZRAnalytics::trackEventWithProperties(Value name, std::shared_ptr<const ZRProperties> properties) {
   guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
     if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
+    if (ZRConfigDataManager::sharedInstance().getEventJournal()) {
+      // At once, so that the event is in the journal when this returns, in the order of the calls.
+      return ZREventsHandler::sharedInstance().trackEventWithProperties(std::move(name), std::move(properties));
+    }
     globalQueue(platform::Priority::Default)
         .async([name = std::move(name), properties = std::move(properties)]() mutable {
           guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {

@@ -13,6 +13,8 @@
 
 namespace zorvane {
 
+class ZREventJournal;
+
 // What the host tells the core.
 struct CoreSetup {
   // Base URL of the collection service, without a trailing slash. Requests fail while it is empty.
@@ -23,6 +25,9 @@ struct CoreSetup {
   Dictionary remoteConfiguration;
   // Without one, every request fails.
   std::shared_ptr<NetworkTransport> transport;
+  // Keeps events over a kill: makeEventJournal in ZRAnalytics/Journal/ZRJournal.h. Null: none. That of the first setup
+  // holds.
+  std::shared_ptr<ZREventJournal> journal;
   // Called before each request is sent and after each response, on any thread, with the service and the body's
   // "meta.bid" (absent if the body has none). Exceptions are dropped.
   std::function<void(std::int64_t service, const std::optional<std::string>& bid)> willSendRequest;

@@ -140,6 +140,7 @@ void CoreState::configure(CoreSetup setup) {
   auto configuration = std::make_shared<RemoteConfiguration>();
   configuration->apply(setup.remoteConfiguration);
   std::shared_ptr<const RemoteConfiguration> current = std::move(configuration);
+  if (!ownedJournal_) journal_ = (ownedJournal_ = setup.journal).get();
   std::shared_ptr<const CoreSetup> replaced = std::make_shared<CoreSetup>(std::move(setup));
   {
     platform::MutexLock lock(mutex_);

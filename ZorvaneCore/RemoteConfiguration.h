@@ -71,6 +71,8 @@ class CoreState {
   // The two gates. Lock-free, because every call of the host reads them.
   bool isAccountActive() const { return accountActive_.load(std::memory_order_acquire); }
   bool isSDKEnabled() const { return sdkEnabled_.load(std::memory_order_acquire); }
+  // Null: none. Lock-free as well.
+  ZREventJournal* journal() const { return journal_.load(std::memory_order_acquire); }
 
   // The choices kept over restarts, in "core.plist" in the library directory. One that cannot be written is written
   // again with the next synchronize of the SDK defaults and each time the application leaves the foreground.
@@ -93,6 +95,8 @@ class CoreState {
   platform::DefaultsStore choices_;
   std::atomic<bool> accountActive_{true};
   std::atomic<bool> sdkEnabled_{true};
+  std::shared_ptr<ZREventJournal> ownedJournal_;
+  std::atomic<ZREventJournal*> journal_{nullptr};
 };
 
 // Keys of the choices.

@@ -27,6 +27,10 @@ ZRConfigDataManager& ZRConfigDataManager::sharedInstance() {
   return *manager;
 }
 
+ZREventJournal* ZRConfigDataManager::getEventJournal() const {
+  return CoreState::shared().journal();
+}
+
 bool ZRConfigDataManager::isAccountActive() const {
   return CoreState::shared().isAccountActive();
 }

@@ -10,6 +10,8 @@
 
 namespace zorvane {
 
+class ZREventJournal;
+
 // Thread-safe.
 class ZRConfigDataManager {
  public:
@@ -24,6 +26,9 @@ class ZRConfigDataManager {
   bool isInAppEnabled() const;
   // False too if disabled by the application.
   bool isPeriodicFlushEnabled() const;
+
+  // CoreSetup::journal; never destroyed.
+  ZREventJournal* getEventJournal() const;
 
   // Exact matches.
   bool isEventWhitelistedEvent(std::string_view name) const;

@@ -55,13 +55,16 @@ std::string ZRDateUtils::getGMTtime() {
 }
 
 std::string ZRDateUtils::getLocalTime() {
-  const Date now = platform::hostServices().clock->now();
-  const std::int64_t offset = deviceOffset(now);
+  return getLocalTime(platform::hostServices().clock->now());
+}
+
+std::string ZRDateUtils::getLocalTime(Date date) {
+  const std::int64_t offset = deviceOffset(date);
   const std::int64_t minutes = (offset < 0 ? -offset : offset) / 60;
   const std::string digits = platform::textOfInteger(minutes / 60 * 100 + minutes % 60);
   std::string zone(1, offset < 0 ? '-' : '+');
   zone.append(digits.size() < 4 ? 4 - digits.size() : 0, '0') += digits;
-  return platform::isoTextOfDate(now, offset, zone);
+  return platform::isoTextOfDate(date, offset, zone);
 }
 
 }  // namespace zorvane

@@ -41,6 +41,8 @@ class ZRDateUtils {
   // Z. Empty if it has no text.
   static std::string getGMTtime();
   static std::string getLocalTime();
+  // The same for that date.
+  static std::string getLocalTime(Date date);
 };
 
 }  // namespace zorvane

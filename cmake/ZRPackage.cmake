@@ -35,6 +35,7 @@ set(zr_public_headers
   ZorvaneCore/ZorvaneCore.h
   ZRAnalytics/All.h
   ZRAnalytics/Constants/ZRAnalyticsConstants.h
+  ZRAnalytics/Journal/ZRJournal.h
   ZRAnalytics/SessionAndSource/ZRSession.h
   ZRAnalytics/SessionAndSource/ZRSource.h
   ZRAnalytics/Utils/PayloadBuilder/ZRPayloadBuilder.h

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -140,6 +141,15 @@ class CApi : public ::testing::Test {
   zorvane::platform::TemporaryDirectory folder_;
   Host host_;
 };
+
+TEST_F(CApi, JournalHasTheSizeThatWasSet) {
+  zr_options* const made = options();
+  ASSERT_EQ(zr_options_set_journal(made, 128u << 10, 0), ZR_OK);
+  ASSERT_EQ(zr_start(made), ZR_OK) << zr_last_error();
+  zr_options_free(made);
+  EXPECT_EQ(std::filesystem::file_size(folder_.file("Library/ZrvData/ZREventJournal")), 128u << 10);
+  close();
+}
 
 TEST_F(CApi, ValuesOfEachKindAreReadBackAndWrittenAsJSON) {
   struct Row {

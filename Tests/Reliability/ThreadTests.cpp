@@ -16,6 +16,7 @@
 #include "Reliability/HostFakes.h"
 #include "ZRAnalytics/DeviceAttribute/ZRDeviceAttributesHandler.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/Journal/ZRJournal.h"
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
@@ -248,7 +249,8 @@ void callAtRandom(unsigned seed, int calls) {
 
 class ThreadTest : public ModuleTest {
  protected:
-  void startModule(unsigned seed) {
+  void startModule(unsigned seed, bool keepsJournal = false) {
+    if (keepsJournal) core_.journal = makeEventJournal({.bytes = 256u << 10});
     shared().service = std::make_shared<HostService>(seed);
     host_.clock = shared().host;
     if (!host_.scheduler) host_.scheduler = platform::makeThreadScheduler(shared().host);
@@ -377,8 +379,10 @@ TEST_F(ThreadTest, ExceptionOfTheHostCostsOneCallAndIsReportedOnce) {
   EXPECT_EQ(shared().completedEvents, 2) << "a lost event and a recorded one";
 }
 
-TEST_F(ThreadTest, EveryOperationFromEightThreads) {
-  startModule(seed_);
+class OperationTest : public ThreadTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(OperationTest, EveryOperationFromEightThreads) {
+  startModule(seed_, GetParam());
   const auto end =
       std::chrono::steady_clock::now() + std::chrono::seconds(numberFromEnvironment("ZR_STRESS_SECONDS", 0));
   unsigned round = 0;
@@ -397,6 +401,9 @@ TEST_F(ThreadTest, EveryOperationFromEightThreads) {
   std::printf("%u rounds, %lld calls\n", round, static_cast<long long>(shared().calls.load()));
 }
 
+INSTANTIATE_TEST_SUITE_P(ThreadTest, OperationTest, ::testing::Bool(),
+                         [](const auto& kind) { return kind.param ? "WithAJournal" : "WithoutAJournal"; });
+
 // Each round is a launch over the files of the round before.
 TEST_F(ThreadTest, TheProcessMayEndAtAnyMoment) {
   const unsigned rounds = numberFromEnvironment("ZR_EXIT_ROUNDS", 30);
@@ -405,7 +412,7 @@ TEST_F(ThreadTest, TheProcessMayEndAtAnyMoment) {
     inEarlierLaunch([&] {
       if (std::getenv("ZR_EXIT_ROUNDS")) alarm(60);  // so that a hang ends the long form
       shared().lastNumber = std::int64_t{round} << 32;
-      startModule(seed_ + round);
+      startModule(seed_ + round, round % 2 == 1);
       for (unsigned thread = 0; thread < kThreads; ++thread) {
         std::thread([seed = seed_ + kThreads * round + thread] { callAtRandom(seed, 1'000'000); }).detach();
       }

@@ -4,6 +4,7 @@
 
 #include "Platform/Formats/JSON.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Journal/ZREventJournal.h"
 
 namespace zorvane {
 
@@ -81,7 +82,7 @@ std::optional<std::vector<ZRStoredBatch>> ZRBatchFile::load() {
   return batches;
 }
 
-ZRBatchFile::Outcome ZRBatchFile::store(const Dictionary& batches) {
+ZRBatchFile::Outcome ZRBatchFile::store(const Dictionary& batches, ZREventJournal* journal) {
   if (batches.empty()) return Outcome::Done;
   Outcome outcome;
   std::string failure;
@@ -95,7 +96,10 @@ ZRBatchFile::Outcome ZRBatchFile::store(const Dictionary& batches) {
       if (!grown) return Outcome::TooLarge;
       outcome = write(*grown, processLock, failure);
     }
-    if (outcome == Outcome::Done) lastReportedFailure_.clear();
+    if (outcome == Outcome::Done) {
+      lastReportedFailure_.clear();
+      if (journal) journal->stored();
+    }
   }
   if (outcome != Outcome::Done) report(failure);
   return outcome;

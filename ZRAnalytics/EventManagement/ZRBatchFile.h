@@ -16,6 +16,8 @@
 
 namespace zorvane {
 
+class ZREventJournal;
+
 // One entry of the file, decoded when it is used. Keeps the file's bytes alive. Cheap to copy; immutable, any thread.
 class ZRStoredBatch {
  public:
@@ -73,8 +75,9 @@ class ZRBatchFile {
   // The batches in the file's order; none when there is no file; absent when the file cannot be read. Batches that
   // cannot be decoded (LazyPropertyListValue::isDecodable) are left out. They stay in the file until it is removed.
   std::optional<std::vector<ZRStoredBatch>> load();
-  // Stores batches (dictionaries, or bare arrays of events) under their identifiers: all or none. Never Removed.
-  Outcome store(const Dictionary& batches);
+  // Stores batches (dictionaries, or bare arrays of events) under their identifiers: all or none. Never Removed. The
+  // journal is told before anybody else can load or remove them.
+  Outcome store(const Dictionary& batches, ZREventJournal* journal = nullptr);
   // Removes these batches and leaves all others; with the last one the file goes too. A failure to remove the file is
   // returned as its error and is not given to the handler.
   platform::Result<Outcome> remove(const std::unordered_set<std::string>& batchIDs,

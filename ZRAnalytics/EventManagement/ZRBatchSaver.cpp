@@ -8,11 +8,13 @@
 #include "Platform/Formats/PropertyListDictionaryFile.h"
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/Journal/ZREventJournal.h"
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRPlainValue.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZRAnalytics/Utils/ZRSignedRequest.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
 
 namespace zorvane {
 namespace {
@@ -85,6 +87,7 @@ void ZRBatchSaver::storeClosed() {
   const std::uint64_t generation = current_.generation();
   std::erase_if(batches, [generation](const ClosedBatch& batch) { return batch.generation != generation; });
   if (batches.empty()) return;
+  ZREventJournal* const journal = ZRConfigDataManager::sharedInstance().getEventJournal();
   Dictionary entries;
   ZRBatchFile::Outcome outcome = ZRBatchFile::Outcome::Failed;
   try {
@@ -93,8 +96,11 @@ void ZRBatchSaver::storeClosed() {
     // Counting what fits takes as long as storing it. So only what turns out too large is counted and split.
     for (const bool isSplit : {false, true}) {
       entries.clear();
-      for (const ClosedBatch& batch : batches) tooLarge += addEntries(batch, isSplit, entries);
-      outcome = file_.store(entries);
+      if (journal) journal->beginStore();
+      for (const ClosedBatch& batch : batches) tooLarge += addEntries(batch, isSplit, entries, journal);
+      if (journal) journal->armStore();
+      outcome = file_.store(entries, journal);
+      if (journal) journal->endStore();
       if (outcome != ZRBatchFile::Outcome::TooLarge) break;
     }
     if (outcome != ZRBatchFile::Outcome::Done) tooLarge = 0;
@@ -102,10 +108,15 @@ void ZRBatchSaver::storeClosed() {
       logLine("Batch Events plist : an event is too large to be saved and is dropped");
     }
   } catch (...) {
+    if (journal) journal->endStore();
     reopen(std::move(batches));
     throw;
   }
-  if (outcome == ZRBatchFile::Outcome::Failed || outcome == ZRBatchFile::Outcome::TooLarge) reopen(std::move(batches));
+  if (outcome == ZRBatchFile::Outcome::Failed || outcome == ZRBatchFile::Outcome::TooLarge) {
+    reopen(std::move(batches));
+  } else if (journal) {
+    for (const ClosedBatch& batch : batches) journal->released(batch.events);
+  }
   // Cleared while they were stored.
   if (outcome == ZRBatchFile::Outcome::Done && current_.generation() != generation) {
     std::unordered_set<std::string> batchIDs;
@@ -114,7 +125,8 @@ void ZRBatchSaver::storeClosed() {
   }
 }
 
-std::size_t ZRBatchSaver::addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries) {
+std::size_t ZRBatchSaver::addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries,
+                                     ZREventJournal* journal) {
   const Value plain = withoutObjects(batch.events, kSave);
   const Array& events = *plain.asArray();
   std::size_t tooLarge = 0;
@@ -130,6 +142,7 @@ std::size_t ZRBatchSaver::addEntries(const ClosedBatch& batch, bool isSplit, Dic
     entry.set(kBatchKeyEvents, Array(begin, begin + static_cast<std::ptrdiff_t>(count)));
     entry.set(kBatchKeyBatchID, batchID);
     entries.set(batchID, std::move(entry));
+    if (journal) journal->addBatch(batchID, batch.events, first, count);
   }
   return tooLarge;
 }

@@ -15,6 +15,8 @@
 
 namespace zorvane {
 
+class ZREventJournal;
+
 // Thread-safe. A batch is closed first, which fixes its events, session, sources and time. Then it is
 // stored, as several entries if it is too large to be decoded as one (platform::countForEntry). When the file cannot be
 // written, the events of all closed batches go back to the current batch (ZRCurrentBatch::putBack).
@@ -45,7 +47,7 @@ class ZRBatchSaver {
   void storeClosed();
   // Adds the batch to the entries, split into what fits or as one. Returns the number of events that are left out
   // because they are too large.
-  static std::size_t addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries);
+  static std::size_t addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries, ZREventJournal* journal);
   // Returns their events to the current batch; what cannot be returned without memory stays closed.
   void reopen(std::list<ClosedBatch> batches);
   std::list<ClosedBatch> takeClosed();

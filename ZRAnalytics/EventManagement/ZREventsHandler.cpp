@@ -57,6 +57,7 @@ ZREventsHandler& ZREventsHandler::sharedInstance() {
 ZREventsHandler::ZREventsHandler()
     : ownedQueue_(platform::hostServices().scheduler->makeSerialQueue("com.zorvane.analytics.datatracking")),
       reports_serial_queue_(*ownedQueue_),
+      journal_(ZRConfigDataManager::sharedInstance().getEventJournal()),
       currentBatch_(batchCountFromConfiguration()),
       batchFile_(inDocuments("ZorvaneBatchEvents.plist"),
                  [](const std::string& failure) { logLine("Batch Events plist : %@", {failure}); }),
@@ -89,8 +90,9 @@ void ZREventsHandler::trackEventWithPropertiesWithCompletionBlock(Value name,
   guarded({kFile, kTrackEvent, 190}, "exception is %@", [&] {
     enabled = ZRCoreUtils::isSDKEnabled();
     if (!enabled) return;
+    const ZREventJournal::Ticket ticket = journal_ ? journal_->called(name, properties.get()) : 0;
     reports_serial_queue_.async(
-        [this, event = TrackedEvent{std::move(name), std::move(properties), std::move(completion)}]() mutable {
+        [this, event = TrackedEvent{std::move(name), std::move(properties), std::move(completion), ticket}]() mutable {
           reports_serial_queue_.assertCurrent();
           acceptEvent(event);
         });
@@ -100,43 +102,65 @@ void ZREventsHandler::trackEventWithPropertiesWithCompletionBlock(Value name,
 
 void ZREventsHandler::acceptEvent(TrackedEvent& event) {
   bool handled = false;
+  bool rejected = false;
   // Posted again, so that the event is recorded after the tasks that the session check posted. The completion is
   // copied: if the task cannot be posted, it is still to be called.
   const auto record = [&] {
-    reports_serial_queue_.async(
-        [this, accepted = TrackedEvent{std::move(event.name), std::move(event.properties), event.completion}] {
-          reports_serial_queue_.assertCurrent();
-          recordAcceptedEvent(accepted);
-        });
+    reports_serial_queue_.async([this, accepted = TrackedEvent{std::move(event.name), std::move(event.properties),
+                                                               event.completion, event.ticket}] {
+      reports_serial_queue_.assertCurrent();
+      recordAcceptedEvent(accepted);
+    });
     handled = true;
   };
   guarded({kFile, kTrackEvent}, "exception is %@", [&] {
-    handled = !shouldEventBeTrackedWithName(event.name);
-    if (handled) return;
+    rejected = !shouldEventBeTrackedWithName(event.name);
+    if (rejected) return;
     ZRSessionManager::sharedSessionManager().checkSessionForEventWithPropertiesWithCompletionBlock(
         event.name, event.properties.get(), std::ref(record));
   });
+  if (handled) return;
+  release(event);
   // An error dropped the event. Call the completion all the same, or its caller waits forever.
-  if (!handled) callBlock({kFile, kTrackEvent}, "exception is %@", event.completion);
+  if (!rejected) callBlock({kFile, kTrackEvent}, "exception is %@", event.completion);
 }
 
 void ZREventsHandler::recordAcceptedEvent(const TrackedEvent& event) {
   bool rejected = false;
+  bool recorded = false;
   guarded({kFile, kTrackEvent}, "exception is %@", [&] {
     reports_serial_queue_.assertCurrent();
     // The user or the service may have decided otherwise meanwhile.
     if (!ZRCoreUtils::isSDKEnabled()) return;
     rejected = !isTrackingAllowed(*event.name.asString());
-    if (!rejected) recordEvent(event.name, event.properties.get());
+    if (!rejected) recorded = recordEvent(event);
   });
+  if (!recorded) release(event);
   if (!rejected) callBlock({kFile, kTrackEvent}, "exception is %@", event.completion);
 }
 
-void ZREventsHandler::recordEvent(const Value& name, const ZRProperties* properties) {
-  Dictionary record = getEventDictForEventAndProperties(name, properties);
-  if (record.empty()) return;
-  checkForTriggersForEventAndEventDict(name, record);
+bool ZREventsHandler::recordEvent(const TrackedEvent& event) {
+  Dictionary record = getEventDictForEventAndProperties(event.name, event.properties.get());
+  if (record.empty()) return false;
+  checkForTriggersForEventAndEventDict(event.name, record);
+  if (journal_) journal_->recorded(event.ticket, record);
   addEventToViewInfoWithEventDict(std::move(record));
+  return true;
+}
+
+void ZREventsHandler::release(const TrackedEvent& event) const {
+  if (journal_) journal_->released(event.ticket);
+}
+
+void ZREventsHandler::openJournal() {
+  if (journal_) journal_->open(batchFile_);
+}
+
+std::optional<Array> ZREventsHandler::viewsInfoArray() const {
+  std::optional<Array> events = currentBatch_.events();
+  // Without the journal's tickets.
+  if (journal_ && events) events = *withoutObjects(*std::move(events)).asArray();
+  return events;
 }
 
 bool ZREventsHandler::shouldEventBeTrackedWithName(const Value& name) const {
@@ -308,6 +332,7 @@ void ZREventsHandler::sendDumpFile() {
 void ZREventsHandler::clearEventsdata() {
   // First, so that a save that is under way notices.
   currentBatch_.clear();
+  if (journal_) journal_->clear();
   removeDatFile();
   removeEventsPlistFile();
 }
@@ -319,7 +344,9 @@ void ZREventsHandler::dropOptedOutEvents() {
       saver_.keepIf([this](const Value& record) {
         const Dictionary* event = record.asDictionary();
         const Value name = event ? event->objectForKey(kReportsKeyEventName) : Value();
-        return ZRCoreUtils::isSDKEnabled() && name.isString() && isTrackingAllowed(*name.asString());
+        const bool isKept = ZRCoreUtils::isSDKEnabled() && name.isString() && isTrackingAllowed(*name.asString());
+        if (!isKept && journal_) journal_->released({record});
+        return isKept;
       });
     });
   });

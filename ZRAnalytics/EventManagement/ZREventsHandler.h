@@ -16,6 +16,7 @@
 #include "ZRAnalytics/EventManagement/ZRDumpFile.h"
 #include "ZRAnalytics/EventManagement/ZRFlushTimer.h"
 #include "ZRAnalytics/EventManagement/ZRSync.h"
+#include "ZRAnalytics/Journal/ZREventJournal.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
 #include "ZRAnalytics/Utils/ZRTurn.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
@@ -43,6 +44,8 @@ class ZREventsHandler {
   void trackEventWithPropertiesWithCompletionBlock(Value name, std::shared_ptr<const ZRProperties> properties,
                                                    std::function<void()> completion);
   bool shouldEventBeTrackedWithName(const Value& name) const;
+  // Whether the user's choice allows the event; if not, the log says so.
+  bool isTrackingAllowed(std::string_view name) const;
   // Whether the name is on the module's own list of events that are tracked despite an opt-out. The service's list is
   // separate.
   bool shouldEventSkippedFromDataOptOut(std::string_view name) const;
@@ -55,7 +58,11 @@ class ZREventsHandler {
   // The number of events that fills a batch; read once, at construction.
   std::int64_t eventsBatchCountTreshold() const { return currentBatch_.threshold(); }
   // A copy of the current batch; absent before the first event and after the batch was closed.
-  std::optional<Array> viewsInfoArray() const { return currentBatch_.events(); }
+  std::optional<Array> viewsInfoArray() const;
+
+  // Saves the events that an earlier launch left in its journal, and begins to keep one; does nothing if the core was
+  // set up without. Call before a session begins and before the first sync.
+  void openJournal();
 
   // --- Batch store
 
@@ -115,18 +122,19 @@ class ZREventsHandler {
  private:
   ZREventsHandler();
 
-  // Whether the user's choice allows the event.
-  bool isTrackingAllowed(std::string_view name) const;
   static Dictionary makeRecord(const Value& name, const ZRProperties* properties);
   // An event on its way to the current batch.
   struct TrackedEvent {
     Value name;
     std::shared_ptr<const ZRProperties> properties;
     std::function<void()> completion;
+    ZREventJournal::Ticket ticket = 0;
   };
+  void release(const TrackedEvent& event) const;
   void acceptEvent(TrackedEvent& event) ZR_REQUIRES(reports_serial_queue_);
   void recordAcceptedEvent(const TrackedEvent& event) ZR_REQUIRES(reports_serial_queue_);
-  void recordEvent(const Value& name, const ZRProperties* properties) ZR_REQUIRES(reports_serial_queue_);
+  // False if it was dropped by an error.
+  bool recordEvent(const TrackedEvent& event) ZR_REQUIRES(reports_serial_queue_);
   // Calls the delegates with a copy of the record.
   void checkForTriggersForEventAndEventDict(const Value& name, const Dictionary& record)
       ZR_REQUIRES(reports_serial_queue_);
@@ -135,6 +143,8 @@ class ZREventsHandler {
 
   const std::unique_ptr<platform::Queue> ownedQueue_;
   platform::Queue& reports_serial_queue_;
+  // Null: none is kept.
+  ZREventJournal* const journal_;
   ZRCurrentBatch currentBatch_;
   ZRBatchFile batchFile_;
   ZRBatchSaver saver_;

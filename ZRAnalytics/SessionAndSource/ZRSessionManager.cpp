@@ -2,6 +2,7 @@
 
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/Journal/ZREventJournal.h"
 #include "ZRAnalytics/Utils/ZRArchiving.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
@@ -15,6 +16,13 @@ constexpr char kFile[] = "ZRSessionManager";
 constexpr char kException[] = "exception is %@";
 constexpr std::int64_t kDefaultInactiveSeconds = 1800;
 constexpr std::string_view kArchiveClasses[] = {ZRSessionInfo::kClassName, ZRSession::kClassName, ZRSource::kClassName};
+
+// The current session or its sources have changed.
+void tellJournal() {
+  if (ZREventJournal* const journal = ZRConfigDataManager::sharedInstance().getEventJournal()) {
+    journal->sessionChanged();
+  }
+}
 
 bool gatesAreOpen() {
   return ZRConfigDataManager::sharedInstance().isAccountActive() && ZRCoreUtils::isSDKEnabled();
@@ -71,7 +79,8 @@ void ZRSessionManager::updateSourcesForCurrentSession(const std::optional<ZRSour
   guarded({kFile, "updateSourcesForCurrentSession"}, kException, [&] {
     if (!gatesAreOpen()) return;
     if (const auto session = sessionInfo_->currentSession()) {
-      if (!sources || sources->empty() || session->updateSessionWithSources(sources)) return;
+      if (!sources || sources->empty()) return;
+      if (session->updateSessionWithSources(sources)) return tellJournal();
     }
     appOpenedWithSourceArray(sources.value_or(ZRSourceArray()));
   });
@@ -119,6 +128,7 @@ void ZRSessionManager::initiateNewSessionWithSourcesAndCompletionBlock(
 std::shared_ptr<ZRSession> ZRSessionManager::makeCurrentSession(const std::optional<ZRSourceArray>& sources) {
   auto session = ZRSession::initNewSessionWithSourcesAndIsBackgroundInitiated(sources, isAppInBackground());
   sessionInfo_->setCurrentSession(session);
+  tellJournal();
   return session;
 }
 
@@ -135,6 +145,7 @@ void ZRSessionManager::resetSession() {
   guarded({kFile, "resetSession"}, kException, [this] {
     if (!sessionInfo_->currentSession()) return;
     sessionInfo_->setCurrentSession(nullptr);
+    tellJournal();
     writeSessionInfo(platform::Durability::Lasting);
     logLine("Session Reset");
   });

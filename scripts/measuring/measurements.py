@@ -69,6 +69,14 @@ class Bench:
     def burst_small(self):
         return self.track(program=self.small / "Benchmarks" / "zr_rows")
 
+    def journal(self):
+        """Without a journal, with one and with SQLite, one after the other."""
+        off, on = self.track(), self.track(journal_kb=16 << 10)
+        with self.container() as folder:
+            database = self.rows("sqlite", folder, events=self.short)
+        return {"times_off": on["p50_us"] / off["p50_us"], "p99_us": on["p99_us"],
+                "memory_kb": on["memory_kb"] - off["memory_kb"], "sqlite_us": database["p50_us"]}
+
     def paced(self):
         return self.track(events=self.short, pause_us=1000)
 

@@ -1,0 +1,186 @@
+// Ends a journal's process between any two of its stores.
+#include "ZRAnalytics/Journal/ZRJournalRing.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "Support/FileFaults.h"
+#include "Support/TemporaryDirectory.h"
+
+namespace zorvane::journal {
+namespace {
+
+struct Death {};
+int stepsLeft = 0;
+
+void dieAtLastStep() {
+  if (stepsLeft-- == 0) throw Death();
+}
+
+// What the process knew when it died.
+struct Knowledge {
+  struct Event {
+    bool isReturned = false;
+    bool isEnding = false;  // its release or a clear has begun
+    bool isEnded = false;   // and returned
+    int batch = 0;
+    std::set<std::string> sessions;  // where it may be found
+  };
+  std::map<std::string, Event> events;
+  // The batches in the batch file, and the last that was begun.
+  std::set<int> renamed{0};
+  int begun = 0;
+};
+
+constexpr std::size_t kBytes = 64u << 10;
+
+// Goes around the ring several times: calls, rejections, saves, failed saves, sessions, a clear.
+class Script {
+ public:
+  Script(Ring& ring, Knowledge& knowledge) : ring_(ring), known_(knowledge) {}
+
+  void run() {
+    setSession("S0");
+    for (int i = 0; i < 250; ++i) {
+      call(i);
+      if (i % 5 == 4) end({last()});
+      if (i % 3 == 2) record();
+      if (i % 13 == 12) setSession("S" + std::to_string(i));
+      if (i % 11 == 10) save(i % 3 != 0);
+      if (i == 60) {
+        for (auto& [name, event] : known_.events) event.isEnding = true;
+        ring_.clear();
+        for (auto& [name, event] : known_.events) event.isEnded = true;
+        waiting_.clear();
+      }
+    }
+  }
+
+ private:
+  using Positions = std::vector<std::pair<std::string, std::uint64_t>>;
+  std::pair<std::string, std::uint64_t> last() {
+    const auto event = waiting_.back();
+    waiting_.pop_back();
+    return event;
+  }
+  void setSession(const std::string& session) {
+    ASSERT_TRUE(ring_.setSession(session + std::string(100, '.')));
+    session_ = session;
+  }
+  void call(int number) {
+    const std::string name = std::to_string(number);
+    Knowledge::Event& event = known_.events[name];
+    event.sessions = {session_};
+    const std::uint64_t position = ring_.append(name + std::string(500, ' '), number);
+    ASSERT_NE(position, 0u);
+    event.isReturned = true;
+    waiting_.emplace_back(name, position);
+  }
+  void record() {
+    for (const auto& [name, position] : waiting_) {
+      known_.events[name].sessions.insert(session_);
+      ring_.markRecorded(position, "gmt", "local");
+      known_.events[name].sessions = {session_};
+    }
+    recorded_.insert(recorded_.end(), waiting_.begin(), waiting_.end());
+    waiting_.clear();
+  }
+  void end(const Positions& events) {
+    for (const auto& [name, position] : events) {
+      known_.events[name].isEnding = true;
+      ring_.release(position);
+      known_.events[name].isEnded = true;
+    }
+  }
+  void save(bool works) {
+    ++known_.begun;
+    ring_.beginStore();
+    // An event that a failed save put back need not be in the next save.
+    Positions left;
+    if (works && known_.events[recorded_.front().first].batch != 0) {
+      left.push_back(recorded_.front());
+      recorded_.erase(recorded_.begin());
+    }
+    for (const auto& [name, position] : recorded_) {
+      known_.events[name].batch = known_.begun;
+      ring_.assign(position, std::to_string(known_.begun));
+    }
+    ring_.arm();
+    if (works) {
+      known_.renamed.insert(known_.begun);
+      ring_.stored();
+    }
+    ring_.endStore();
+    if (!works) return;
+    end(std::exchange(recorded_, {}));
+    recorded_ = left;
+  }
+
+  Ring& ring_;
+  Knowledge& known_;
+  std::string session_;
+  Positions waiting_;
+  Positions recorded_;
+};
+
+// What the next launch finds.
+void check(const Contents& contents, const Knowledge& known) {
+  std::set<std::string> found;
+  for (const Found& event : contents.events) {
+    const std::string name(event.payload.substr(0, event.payload.find(' ')));
+    ASSERT_TRUE(found.insert(name).second) << name << " is there twice";
+    const auto at = known.events.find(name);
+    ASSERT_NE(at, known.events.end());
+    const Knowledge::Event& expected = at->second;
+    ASSERT_FALSE(expected.isEnded) << name << " comes back";
+    const std::string_view session = sessionOf(contents, event.record);
+    ASSERT_TRUE(expected.sessions.contains(std::string(session.substr(0, session.find('.'))))) << name;
+    if (expected.batch == 0 || !known.renamed.contains(expected.batch)) continue;
+    // Its batch is in the file: it must be found there.
+    ASSERT_EQ(event.record.store, contents.header->armed) << name;
+    ASSERT_EQ(textOf(event.record.batchID, 64), std::to_string(expected.batch));
+  }
+  for (const auto& [name, event] : known.events) {
+    const bool isSaved = event.batch != 0 && known.renamed.contains(event.batch);
+    ASSERT_TRUE(!event.isReturned || event.isEnding || isSaved || found.contains(name)) << name << " is lost";
+  }
+  ASSERT_EQ(contents.damaged, 0u);
+}
+
+TEST(JournalRingTest, EveryInstantBetweenTwoStoresKeepsEveryEventOnce) {
+  platform::skipFsync();
+  const platform::TemporaryDirectory directory;
+  const std::string path = directory.file("journal");
+  Ring::onStep = dieAtLastStep;
+  bool survives = false;
+  for (int number = 0; !survives && !::testing::Test::HasFatalFailure(); ++number) {
+    SCOPED_TRACE("death before store " + std::to_string(number));
+    Knowledge known;
+    std::string bytes;
+    stepsLeft = number;
+    try {
+      Ring ring;
+      ASSERT_TRUE(ring.open(path, bytes));
+      const Contents contents = readContents(bytes);
+      if (contents.header) ring.keep(contents);
+      ASSERT_TRUE(ring.start(kBytes, contents));
+      Script(ring, known).run();
+      survives = true;
+    } catch (const Death&) {
+    }
+    stepsLeft = -1;
+    Ring ring;
+    ASSERT_TRUE(ring.open(path, bytes));
+    const Contents contents = readContents(bytes);
+    // Before the start has cleared them, the events of the run before are there.
+    if (known.events.empty()) continue;
+    check(contents, known);
+  }
+  Ring::onStep = nullptr;
+}
+
+}  // namespace
+}  // namespace zorvane::journal

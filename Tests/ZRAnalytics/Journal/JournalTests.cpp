@@ -1,0 +1,251 @@
+// Launches that end without a word, and what the next launch makes of their journal.
+#include "ZRAnalytics/Journal/ZRJournal.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include "Support/ModuleTest.h"
+#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
+#include "ZRAnalytics/Utils/ZRGeoLocation.h"
+#include "ZRAnalytics/ZRAnalytics.h"
+#include "ZorvaneCore/ZRDictionaryUtils.h"
+
+namespace zorvane::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+namespace fs = std::filesystem;
+
+class JournalTest : public ModuleTest {
+ protected:
+  std::string journal() const { return library("ZrvData/ZREventJournal"); }
+
+  void launch(Dictionary configuration = {}) {
+    core_.journal = makeEventJournal(options_);
+    configuration.set("periodic_flush_enabled", false);
+    start(configuration);
+    service_->decide = [](const FakeService::Request&) { return 503; };
+    ZRAnalytics::sharedInstance().initializeAnalytics();
+    settle();
+  }
+  void track(const std::string& name, std::shared_ptr<ZRProperties> properties = nullptr) {
+    ZRAnalytics::sharedInstance().trackEventWithProperties(name, std::move(properties));
+  }
+  static std::string session() {
+    return ZRSessionManager::sharedSessionManager()
+        .getCurrentSessionInfoDict()
+        ->objectForKey("session_id")
+        .description();
+  }
+  // The names of the application's own events in the batch file, a list for each batch.
+  std::vector<std::vector<std::string>> savedNames() const {
+    std::vector<std::vector<std::string>> names;
+    for (const auto& [id, batch] : batchFile()) {
+      names.emplace_back();
+      for (const Value& event : *batch.asDictionary()->objectForKey("events").asArray()) {
+        const std::string name = event.asDictionary()->objectForKey("EVENT_ACTION").description();
+        if (!name.starts_with("EVENT_ACTION_")) names.back().push_back(name);
+      }
+    }
+    return names;
+  }
+  Dictionary savedBatch(std::ptrdiff_t number) const { return *(batchFile().begin() + number)->value.asDictionary(); }
+
+  ZRJournalOptions options_;
+};
+
+TEST_F(JournalTest, KilledLaunchLosesNoEvent) {
+  const std::string noted = library("session");
+  inEarlierLaunch([&] {
+    launch();
+    ZRAnalytics::sharedInstance().initializeAnalytics();  // once more, which opens nothing
+    track("Recorded", ZRProperties::initWithAttributes(
+                          {{"price", 10.5}, {"many", std::uint64_t{1} << 60}, {"list", Array{1, Date{5}, nullptr}}}));
+    settle();
+    EXPECT_EQ(ZREventsHandler::sharedInstance().viewsInfoArray()->back().asDictionary()->size(), 4u) << "no ticket";
+    clock_->advance(1);
+    auto properties = std::make_shared<ZRProperties>();
+    properties->setNonInteractive();
+    properties->addLocationAttributeWithName(ZRGeoLocation::initWithLatitudeAndLongitude(1, 2), "place");
+    properties->addDateEpochAttributeWithName(7, "when");
+    track("Called", properties);
+    writeAll(noted, session());
+  });
+  EXPECT_THAT(savedNames(), IsEmpty());
+  clock_->advance(7200);
+  launch();
+  ASSERT_THAT(savedNames(), ElementsAre(ElementsAre("Recorded", "Called")));
+  const Dictionary batch = savedBatch(0);
+  EXPECT_EQ(validObjectForKeyPath(batch, "session.session_id"), Value(readAll(noted)));
+  EXPECT_NE(readAll(noted), session()) << "the session has expired";
+  const Array events = *batch.objectForKey("events").asArray();
+  const Dictionary first = *events[events.size() - 2].asDictionary();
+  EXPECT_EQ(first,
+            (Dictionary{{"EVENT_ACTION", "Recorded"},
+                        {"EVENT_ATTRS",
+                         Dictionary{{"price", 10.5}, {"many", std::uint64_t{1} << 60}, {"list", Array{1, Date{5}}}}},
+                        {"EVENT_G_TIME", "2026-11-21T10:00:00.000Z"},
+                        {"EVENT_L_TIME", first.objectForKey("EVENT_L_TIME")}}));
+  const Dictionary second = *events.back().asDictionary();
+  EXPECT_EQ(second.objectForKey("EVENT_G_TIME"), Value("2026-11-21T10:00:01.000Z"));
+  EXPECT_EQ(second.objectForKey("N_I_E"), Value(1));
+  EXPECT_EQ(second.objectForKey("EVENT_ATTRS_CUST"),
+            Value(Dictionary{{"timestamp", Array{Dictionary{{"when", 7000.0}}}},
+                             {"location", Array{Dictionary{{"place", "1.000000,2.000000"}}}}}));
+}
+
+TEST_F(JournalTest, EventsStayInTheirSession) {
+  inEarlierLaunch([&] {
+    launch();
+    track("Old");
+    settle();
+    // A session without a flush, as after a reset.
+    ZRSessionManager::sharedSessionManager().reinitiateSession();
+    track("New");
+    settle();
+    ZRSessionManager::sharedSessionManager().updateSourcesForCurrentSession(
+        ZRSourceArray{ZRSource::initSourceWithURL("https://shop.test/?utm_source=mail")});
+    track("Sourced");
+  });
+  launch();
+  ASSERT_THAT(savedNames(), ElementsAre(ElementsAre("Old"), ElementsAre("New"), ElementsAre("Sourced")));
+  const auto sessionOf = [&](std::ptrdiff_t number) {
+    return validObjectForKeyPath(savedBatch(number), "session.session_id").description();
+  };
+  EXPECT_NE(sessionOf(0), sessionOf(1));
+  EXPECT_EQ(sessionOf(1), sessionOf(2));
+  EXPECT_THAT(*savedBatch(1).objectForKey("source").asArray(), IsEmpty());
+  EXPECT_EQ(savedBatch(2).objectForKey("source").asArray()->size(), 1u);
+}
+
+TEST_F(JournalTest, SavedAndRejectedEventsDoNotComeBack) {
+  inEarlierLaunch([&] {
+    launch({{"blacklisted_events", Array{"Blocked"}}});
+    track("Saved");
+    settle();
+    ZREventsHandler::sharedInstance().saveCurrentBatch();
+    track("Blocked");
+    settle();
+    track("BlockedLater");
+    track("Kept");
+  });
+  launch({{"blacklisted_events", Array{"BlockedLater"}}});
+  EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("Saved"), ElementsAre("Kept")));
+}
+
+TEST_F(JournalTest, NothingComesBackAfterAnOptOut) {
+  inEarlierLaunch([&] {
+    launch();
+    track("Recorded");
+    settle();
+    track("Called");
+    ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
+    ZRAnalytics::sharedInstance().optOutOfDataTracking(false);
+  });
+  EXPECT_EQ(readAll(journal()).find("Recorded"), std::string::npos) << "its bytes are wiped";
+  launch();
+  EXPECT_THAT(savedNames(), IsEmpty());
+}
+
+TEST_F(JournalTest, RefusedSaveLeavesTheEventsInTheJournal) {
+  inEarlierLaunch([&] {
+    launch();
+    track("One");
+    settle();
+    ZREventsHandler::sharedInstance().removeEventsPlistFile();
+    fs::create_directory(documents("ZorvaneBatchEvents.plist"));
+    ZREventsHandler::sharedInstance().saveCurrentBatch();
+    track("Two");
+    settle();
+  });
+  inEarlierLaunch([&] {
+    launch();
+    EXPECT_TRUE(log_->has("Journal : its events cannot be saved and wait for the next launch"));
+    track("Three");
+  });
+  fs::remove(documents("ZorvaneBatchEvents.plist"));
+  launch();
+  EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("One", "Two")));
+}
+
+TEST_F(JournalTest, FullJournalIsReportedOnceAndEmptiesWithASave) {
+  options_.bytes = 1;  // as small as it may be
+  inEarlierLaunch([&] {
+    launch({{"event_batch_count", 100000}});
+    for (int i = 0; i < 1000; ++i) track("Many");
+    settle();
+    EXPECT_EQ(log_->count("Journal : full, events are in memory only"), 1u);
+    ZREventsHandler::sharedInstance().saveCurrentBatch();
+    EXPECT_EQ(savedNames().at(0).size(), 1000u) << "those that had no room too";
+    fs::remove(documents("ZorvaneBatchEvents.plist"));
+    // Several times the size of the ring.
+    for (int i = 0; i < 1000; ++i) {
+      track("Wrapped" + std::to_string(i));
+      settle();
+      if (i % 7 == 0) ZREventsHandler::sharedInstance().saveCurrentBatch();
+    }
+  });
+  const auto before = savedNames().size();
+  launch();
+  ASSERT_EQ(savedNames().size(), before + 1);
+  EXPECT_THAT(savedNames().back(), ElementsAre("Wrapped995", "Wrapped996", "Wrapped997", "Wrapped998", "Wrapped999"));
+}
+
+TEST_F(JournalTest, DamageCostsWhatIsDamaged) {
+  const auto killed = [&] {
+    launch();
+    track("Damaged");
+    track("Whole");
+  };
+  inEarlierLaunch(killed);
+  std::string bytes = readAll(journal());
+  bytes[bytes.find("Damaged")] = 'X';
+  writeAll(journal(), bytes);
+  inEarlierLaunch([&] {
+    launch();
+    EXPECT_TRUE(log_->has("Journal : 1 records are damaged and lost"));
+    EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("Whole")));
+    fs::remove(documents("ZorvaneBatchEvents.plist"));
+    track("Damaged");
+  });
+  bytes = readAll(journal());
+  bytes[7] = '9';
+  writeAll(journal(), bytes);
+  launch();
+  EXPECT_TRUE(log_->has("Journal : the file is damaged or of another version and is made anew"));
+  EXPECT_THAT(savedNames(), IsEmpty());
+}
+
+TEST_F(JournalTest, OnlyTheOwnerReadsItAndNoLinkIsFollowed) {
+  const std::string other = documents("other");
+  writeAll(other, "mine");
+  fs::create_directories(library("ZrvData"));
+  fs::create_symlink(other, journal());
+  ::umask(0);
+  inEarlierLaunch([&] { launch(); });
+  EXPECT_EQ(readAll(other), "mine");
+  EXPECT_EQ(fs::status(journal()).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  fs::remove(journal());
+  fs::create_hard_link(other, journal());
+  inEarlierLaunch([&] { launch(); });
+  EXPECT_EQ(readAll(other), "mine");
+  EXPECT_EQ(fs::hard_link_count(journal()), 1u);
+}
+
+TEST_F(JournalTest, SecondProcessRunsWithoutOne) {
+  launch();
+  track("First");
+  inEarlierLaunch([&] {
+    // The core is configured already; another journal over the same file.
+    makeEventJournal()->open(*std::make_unique<ZRBatchFile>(documents("ZorvaneBatchEvents.plist")));
+    EXPECT_THAT(log_->messages().back(), ::testing::StartsWith("Journal : events are in memory only: flock"));
+  });
+  settle();
+  EXPECT_THAT(savedNames(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace zorvane::testing

@@ -1,0 +1,53 @@
+// What the module tells a journal of events. Without a journal nobody is told.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
+#include "ZorvaneCore/ZRCoreTypes.h"
+
+namespace zorvane {
+
+class ZRBatchFile;
+
+// Operations may be called on any thread and throw nothing.
+class ZREventJournal {
+ public:
+  // Names an event in the journal; 0: it is not there.
+  using Ticket = std::uint64_t;
+
+  virtual ~ZREventJournal() = default;
+
+  // Saves what an earlier launch left, then takes events. Call before a session begins and before the first sync; only
+  // the first call does anything.
+  virtual void open(ZRBatchFile& batches) noexcept = 0;
+  // Call after the current session or its sources have changed.
+  virtual void sessionChanged() noexcept = 0;
+
+  // An event was tracked. When this returns, the next launch finds it. Does no I/O and waits for no other thread.
+  virtual Ticket called(const Value& name, const ZRProperties* properties) noexcept = 0;
+  // It joins the current batch as this record, which takes the ticket along under a key of its own. A save leaves that
+  // key out (withoutObjects).
+  virtual void recorded(Ticket ticket, Dictionary& record) noexcept = 0;
+  // It is not needed any more.
+  virtual void released(Ticket ticket) noexcept = 0;
+  // The same for each of these records.
+  virtual void released(const Array& records) noexcept = 0;
+  // No event is needed any more.
+  virtual void clear() noexcept = 0;
+
+  // A save, on one thread at a time: begin, an addBatch for each batch, arm, ZRBatchFile::store, end.
+  virtual void beginStore() noexcept = 0;
+  virtual void addBatch(const std::string& batchID, const Array& records, std::size_t first,
+                        std::size_t count) noexcept = 0;
+  // Syncs the journal.
+  virtual void armStore() noexcept = 0;
+  // The batches are in the file. ZRBatchFile calls it while it holds its lock; does no I/O.
+  virtual void stored() noexcept = 0;
+  // The save is over. Without stored() its events stay in the journal.
+  virtual void endStore() noexcept = 0;
+};
+
+}  // namespace zorvane

@@ -1,0 +1,294 @@
+#include "ZRAnalytics/Journal/ZRJournalFormat.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "Platform/Formats/PropertyList.h"
+#include "Platform/Text/Utf8.h"
+
+namespace zorvane::journal {
+namespace {
+
+std::uint64_t mixed(std::uint64_t hash, std::uint64_t word) {
+  hash = (hash ^ word) * 0x9E3779B97F4A7C15u;
+  return hash ^ (hash >> 32);
+}
+
+std::uint64_t mixed(std::uint64_t hash, std::string_view bytes) {
+  std::uint64_t word = 0;
+  for (; bytes.size() >= sizeof word; bytes.remove_prefix(sizeof word)) {
+    std::memcpy(&word, bytes.data(), sizeof word);
+    hash = mixed(hash, word);
+  }
+  word = bytes.size();
+  for (const char byte : bytes) word = word << 8 | static_cast<unsigned char>(byte);
+  return mixed(hash, word);
+}
+
+template <typename Number>
+bool takeNumber(std::string_view& bytes, Number& number) {
+  if (bytes.size() < sizeof number) return false;
+  std::memcpy(&number, bytes.data(), sizeof number);
+  bytes.remove_prefix(sizeof number);
+  return true;
+}
+
+bool takeBytes(std::string_view& bytes, std::string_view& taken) {
+  std::uint32_t size = 0;
+  if (!takeNumber(bytes, size) || bytes.size() < size) return false;
+  taken = bytes.substr(0, size);
+  bytes.remove_prefix(size);
+  return true;
+}
+
+bool takeText(std::string_view& bytes, std::string& text) {
+  std::string_view taken;
+  if (!takeBytes(bytes, taken)) return false;
+  text = platform::validUtf8(std::string(taken));
+  return true;
+}
+
+void append(const Value& value, int depth, Bytes& out);
+
+void append(const Array& array, int depth, Bytes& out) {
+  out.addNumber('a', static_cast<std::uint32_t>(array.size()));
+  for (const Value& element : array) append(element, depth + 1, out);
+}
+
+void append(const Value& value, int depth, Bytes& out) {
+  using Kind = Value::Kind;
+  if (depth > platform::kMaxPropertyListDepth) return out.addNumber('s', std::uint32_t{0});
+  switch (value.kind()) {
+    case Kind::Nil:
+      out.addTag('0');
+      break;
+    case Kind::Null:
+      out.addTag('n');
+      break;
+    case Kind::Bool:
+      out.addTag(*value.asBool() ? 't' : 'f');
+      break;
+    case Kind::Integer:
+      out.addNumber('i', *value.asInteger());
+      break;
+    case Kind::Double:
+      out.addNumber('d', *value.asDouble());
+      break;
+    case Kind::String:
+      out.addTag('s');
+      out.addText(*value.asString());
+      break;
+    case Kind::Data: {
+      const auto& bytes = value.asData()->bytes;
+      out.addTag('x');
+      out.addText({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+      break;
+    }
+    case Kind::Date:
+      out.addNumber('D', value.asDate()->secondsSince1970);
+      break;
+    case Kind::URL:
+      out.addTag('u');
+      out.addText(value.asURL()->absoluteString);
+      break;
+    case Kind::Array:
+      append(*value.asArray(), depth, out);
+      break;
+    case Kind::Dictionary:
+      out.addNumber('m', static_cast<std::uint32_t>(value.asDictionary()->size()));
+      for (const auto& [key, element] : *value.asDictionary()) {
+        out.addText(key);
+        append(element, depth + 1, out);
+      }
+      break;
+    case Kind::Object:
+      if (platform::isLargeInteger(value)) {
+        out.addNumber('l', value.asObject<platform::LargeInteger>()->number());
+      } else {
+        append(platform::plainValueOf(*value.asObject()), depth + 1, out);
+      }
+      break;
+  }
+}
+
+bool take(std::string_view& bytes, int depth, Value& value) {
+  if (bytes.empty() || depth > platform::kMaxPropertyListDepth) return false;
+  const char tag = bytes.front();
+  bytes.remove_prefix(1);
+  std::int64_t integer = 0;
+  std::uint64_t large = 0;
+  double number = 0;
+  std::uint32_t count = 0;
+  std::string text;
+  std::string_view data;
+  switch (tag) {
+    case '0':
+      value = Value();
+      return true;
+    case 'n':
+      value = platform::null;
+      return true;
+    case 't':
+    case 'f':
+      value = tag == 't';
+      return true;
+    case 'i':
+      if (!takeNumber(bytes, integer)) return false;
+      value = integer;
+      return true;
+    case 'l':
+      if (!takeNumber(bytes, large)) return false;
+      value = platform::valueOfUnsigned(large);
+      return true;
+    case 'd':
+    case 'D':
+      if (!takeNumber(bytes, number)) return false;
+      value = tag == 'd' ? Value(number) : Value(Date{number});
+      return true;
+    case 's':
+    case 'u':
+      if (!takeText(bytes, text)) return false;
+      value = tag == 's' ? Value(std::move(text)) : Value(URL{std::move(text)});
+      return true;
+    case 'x':
+      if (!takeBytes(bytes, data)) return false;
+      value = platform::Data{{data.begin(), data.end()}};
+      return true;
+    case 'a': {
+      if (!takeNumber(bytes, count)) return false;
+      Array array;
+      for (; count > 0; --count) {
+        if (!take(bytes, depth + 1, array.emplace_back())) return false;
+      }
+      value = std::move(array);
+      return true;
+    }
+    case 'm': {
+      if (!takeNumber(bytes, count)) return false;
+      Dictionary dictionary;
+      for (; count > 0; --count) {
+        Value element;
+        if (!takeText(bytes, text) || !take(bytes, depth + 1, element)) return false;
+        dictionary.setObjectNilHandledForKey(std::move(element), text);
+      }
+      value = std::move(dictionary);
+      return true;
+    }
+    default:
+      return false;
+  }
+}
+
+bool isPlausible(const Record& record, std::string_view bytes, std::size_t offset) {
+  const std::size_t room = bytes.size() - offset;
+  return record.units >= sizeof(Record) / kUnit && record.units <= room / kUnit &&
+         record.bytes <= record.units * kUnit - sizeof(Record) && record.position > 0 && record.position < kHighest;
+}
+
+}  // namespace
+
+void Bytes::grow(std::size_t needed) {
+  std::string larger(std::max(needed, 2 * capacity_), '\0');
+  std::memcpy(larger.data(), begin_, size_);
+  heap_.swap(larger);
+  begin_ = heap_.data();
+  capacity_ = heap_.size();
+}
+
+std::uint64_t checksumOf(std::uint64_t salt, const Record& record, std::string_view payload) {
+  std::uint64_t time = 0;
+  std::memcpy(&time, &record.time, sizeof time);
+  std::uint64_t hash = mixed(salt, std::uint64_t{record.units} << 32 | record.bytes);
+  hash = mixed(mixed(mixed(hash, record.position), time), record.kind);
+  return mixed(hash, payload);
+}
+
+void appendValue(const Value& value, Bytes& out) {
+  append(value, 0, out);
+}
+
+std::optional<Value> takeValue(std::string_view& bytes) {
+  Value value;
+  if (!take(bytes, 0, value)) return std::nullopt;
+  return value;
+}
+
+void appendEvent(const Value& name, const ZRProperties* properties, Bytes& out) {
+  append(name, 0, out);
+  if (!properties) return;
+  append(properties->plainAttributes(), 0, out);
+  append(properties->getDateTimeAttributesArray(), 0, out);
+  append(properties->getLocationAttributesArray(), 0, out);
+  append(properties->isNonInteractiveEvent(), 0, out);
+}
+
+std::optional<Event> readEvent(std::string_view payload) {
+  Event event;
+  Value part;
+  if (!take(payload, 0, event.name)) return std::nullopt;
+  if (payload.empty()) return event;
+  if (!take(payload, 0, part) || !part.isDictionary()) return std::nullopt;
+  event.properties = ZRProperties(*part.asDictionary());
+  if (!take(payload, 0, part) || !part.isArray()) return std::nullopt;
+  event.properties.setDateAttrArray(*part.asArray());
+  if (!take(payload, 0, part) || !part.isArray()) return std::nullopt;
+  event.properties.setLocationAttrArray(*part.asArray());
+  if (!take(payload, 0, part) || !part.asBool() || !payload.empty()) return std::nullopt;
+  event.properties.setIsNonInteractive(*part.asBool());
+  return event;
+}
+
+Contents readContents(std::string_view bytes) {
+  Contents contents;
+  Header header;
+  if (bytes.size() < kHeaderBytes) return contents;
+  std::memcpy(&header, bytes.data(), sizeof header);
+  if (header.magic != kMagic) return contents;
+  header.cleared = std::min(header.cleared, kHighest);
+  contents.header = header;
+  contents.end = header.cleared;
+  for (std::size_t offset = kHeaderBytes; offset + sizeof(Record) <= bytes.size();) {
+    Record record;
+    std::memcpy(&record, bytes.data() + offset, sizeof record);
+    const bool isLive = record.state == kCalled || record.state == kRecorded;
+    std::size_t step = kUnit;
+    if ((isLive || record.state == kReleased) && isPlausible(record, bytes, offset)) {
+      const std::string_view payload = bytes.substr(offset + sizeof record, record.bytes);
+      if (checksumOf(header.salt, record, payload) == record.checksum) {
+        step = record.units * kUnit;
+        contents.end = std::max(contents.end, record.position + record.units);
+        const bool isStored = record.store != 0 && record.store <= header.stored;
+        if (isLive && record.position >= header.cleared) {
+          if (record.kind == kSession) contents.sessions.push_back({offset, record, payload});
+          if (record.kind == kEvent && !isStored) contents.events.push_back({offset, record, payload});
+        }
+      }
+    }
+    if (isLive && step == kUnit) ++contents.damaged;
+    offset += step;
+  }
+  const auto byPosition = [](const Found& left, const Found& right) {
+    return left.record.position < right.record.position;
+  };
+  std::sort(contents.events.begin(), contents.events.end(), byPosition);
+  std::sort(contents.sessions.begin(), contents.sessions.end(), byPosition);
+  return contents;
+}
+
+std::string_view sessionOf(const Contents& contents, const Record& event) {
+  const Found* best = nullptr;
+  for (const Found& session : contents.sessions) {
+    if (event.state == kRecorded && session.record.session == event.session) return session.payload;
+    if (!best || session.record.position < event.position) best = &session;
+  }
+  return best ? best->payload : std::string_view();
+}
+
+std::string_view textOf(const char* field, std::size_t size) {
+  const std::string_view text(field, ::strnlen(field, size));
+  const bool isPrintable = std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c <= '~'; });
+  return isPrintable ? text : std::string_view();
+}
+
+}  // namespace zorvane::journal

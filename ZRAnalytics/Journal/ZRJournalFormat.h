@@ -1,0 +1,137 @@
+// The bytes of a journal: header, records, payloads.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
+#include "ZorvaneCore/ZRCoreTypes.h"
+
+namespace zorvane::journal {
+
+// "ZRJRNL01", read as a number.
+inline constexpr std::uint64_t kMagic = 0x31304C4E524A525A;
+inline constexpr std::size_t kHeaderBytes = 4096;
+inline constexpr std::size_t kUnit = 64;
+// Beyond any position and any number of a store operation that a process reaches.
+inline constexpr std::uint64_t kHighest = std::uint64_t{1} << 60;
+
+// The fields are described in docs/journal.md.
+struct Header {
+  std::uint64_t magic;
+  std::uint64_t salt;
+  std::uint64_t bytes;
+  std::uint64_t cleared;
+  std::uint64_t armed;
+  std::uint64_t stored;
+};
+
+enum State : std::uint64_t {
+  kNone = 0,
+  kCalled = 0x6C6C61432D525A01,
+  kRecorded = 0x636552002D525A02,
+  kReleased = 0x6C6552002D525A03,
+};
+enum Kind : std::uint32_t { kEvent = 1, kSession = 2, kSkipped = 3 };
+
+struct Record {
+  std::uint64_t state;
+  std::uint32_t units;
+  std::uint32_t bytes;
+  std::uint64_t position;
+  std::uint64_t checksum;
+  double time;  // seconds since 1970
+  std::uint32_t kind;
+  std::uint32_t unused;
+  std::uint64_t session;
+  std::uint64_t store;
+  char times[2][32];
+  char batchID[64];
+};
+static_assert(sizeof(Record) == 3 * kUnit);
+
+std::uint64_t checksumOf(std::uint64_t salt, const Record& record, std::string_view payload);
+
+// Where a payload is encoded. A usual one needs no allocation.
+class Bytes {
+ public:
+  Bytes() = default;
+  Bytes(const Bytes&) = delete;
+  Bytes& operator=(const Bytes&) = delete;
+
+  std::string_view view() const { return {begin_, size_}; }
+  // Makes room for so many bytes, which the caller fills.
+  char* add(std::size_t count) {
+    if (size_ + count > capacity_) grow(size_ + count);
+    return begin_ + std::exchange(size_, size_ + count);
+  }
+  void addTag(char tag) { *add(1) = tag; }
+  template <typename Number>
+  void addNumber(char tag, Number number) {
+    char* const at = add(1 + sizeof number);
+    *at = tag;
+    std::memcpy(at + 1, &number, sizeof number);
+  }
+  // Behind their length.
+  void addText(std::string_view bytes) {
+    const auto length = static_cast<std::uint32_t>(bytes.size());
+    char* const at = add(sizeof length + bytes.size());
+    std::memcpy(at, &length, sizeof length);
+    if (!bytes.empty()) std::memcpy(at + sizeof length, bytes.data(), bytes.size());
+  }
+
+ private:
+  void grow(std::size_t needed);
+
+  char first_[1024];
+  std::string heap_;
+  char* begin_ = first_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = sizeof first_;
+};
+
+// Appends the value. Objects give their plain value; what is deeper than a property list may be becomes "".
+void appendValue(const Value& value, Bytes& out);
+// Reads one value and removes it from the bytes. Absent when they are malformed.
+std::optional<Value> takeValue(std::string_view& bytes);
+
+// The payload of an event.
+void appendEvent(const Value& name, const ZRProperties* properties, Bytes& out);
+struct Event {
+  Value name;
+  ZRProperties properties;
+};
+std::optional<Event> readEvent(std::string_view payload);
+
+// What stands in a journal's bytes.
+struct Found {
+  std::size_t offset;  // of the record, in bytes
+  Record record;
+  std::string_view payload;
+};
+struct Contents {
+  // Absent when the bytes are no journal of this version.
+  std::optional<Header> header;
+  // Valid records that are neither released nor cleared, by position. Those that `stored` releases are left out.
+  std::vector<Found> events;
+  std::vector<Found> sessions;
+  // Records with a wrong checksum.
+  std::size_t damaged = 0;
+  // Behind every record and everything cleared.
+  std::uint64_t end = 0;
+};
+// Any bytes. The payloads point into them.
+Contents readContents(std::string_view bytes);
+
+// The payload of the session that the event belongs to; empty when there is none.
+std::string_view sessionOf(const Contents& contents, const Record& event);
+// The text of a field; empty when it is no printable ASCII.
+std::string_view textOf(const char* field, std::size_t size);
+
+}  // namespace zorvane::journal

@@ -1,0 +1,395 @@
+#include "ZRAnalytics/Journal/ZRJournalRing.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+#include "Platform/Files/FileSystem.h"
+#include "Platform/Files/SystemCalls.h"
+#include "Platform/Text/RandomBytes.h"
+
+namespace zorvane::journal {
+namespace {
+
+using platform::systemCalls;
+
+// Larger files are no journals.
+constexpr std::size_t kMaximumBytes = 256u << 20;
+
+platform::Error errorOf(const char* call) {
+  return {std::string(call) + ": " + std::generic_category().message(errno), errno};
+}
+
+void step() {
+  if (Ring::onStep) Ring::onStep();
+}
+
+void set(std::uint64_t& field, std::uint64_t value) {
+  step();
+  __atomic_store_n(&field, value, __ATOMIC_RELEASE);
+}
+
+std::uint64_t get(const std::uint64_t& field) {
+  return __atomic_load_n(&field, __ATOMIC_ACQUIRE);
+}
+
+void setText(char* field, std::size_t size, std::string_view text) {
+  step();
+  std::memset(field, 0, size);
+  std::memcpy(field, text.data(), std::min(text.size(), size - 1));
+}
+
+std::uint64_t unitsOf(std::size_t payload) {
+  return (sizeof(Record) + payload + kUnit - 1) / kUnit;
+}
+
+// Whether nobody else can have put the file there or can write to it.
+bool isOwnFile(int file) {
+  struct stat status {};
+  return systemCalls().fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1 &&
+         status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+}
+
+bool writeZeros(int file, std::size_t bytes) {
+  static constexpr char kZeros[16384] = {};
+  while (bytes > 0) {
+    const iovec piece{const_cast<char*>(kZeros), std::min(bytes, sizeof kZeros)};
+    const ssize_t written = systemCalls().writev(file, &piece, 1);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    bytes -= static_cast<std::size_t>(written);
+  }
+  return systemCalls().fsync(file) == 0;
+}
+
+// Leaves pages alone that are zero already, so that they are not written to the disk.
+void zero(char* bytes, std::size_t size) {
+  constexpr std::size_t kPage = 4096;
+  for (std::size_t at = 0; at < size; at += kPage) {
+    const std::string_view page(bytes + at, std::min(kPage, size - at));
+    if (page.find_first_not_of('\0') == std::string_view::npos) continue;
+    step();
+    std::memset(bytes + at, 0, page.size());
+  }
+}
+
+bool readAll(int file, std::size_t size, std::string& bytes) {
+  bytes.resize(size);
+  for (std::size_t done = 0; done < size;) {
+    const ssize_t count = systemCalls().read(file, bytes.data() + done, size - done);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    done += static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+}  // namespace
+
+Ring::~Ring() {
+  unmap();
+  if (file_ >= 0) systemCalls().close(file_);
+}
+
+platform::Status Ring::open(const std::string& path, std::string& bytes) {
+  const auto made = platform::makeDirectories(path.substr(0, path.rfind('/')));
+  if (!made) return made.error();
+  for (const bool isLast : {false, true}) {
+    file_ = systemCalls().open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    if (file_ < 0 && errno != ELOOP) return errorOf("open");
+    if (file_ >= 0 && isOwnFile(file_)) break;
+    if (file_ >= 0) systemCalls().close(std::exchange(file_, -1));
+    if (isLast) return platform::Error{path + " is not the owner's file"};
+    const auto removed = platform::removeFile(path);
+    if (!removed) return removed.error();
+  }
+  if (systemCalls().flock(file_, LOCK_EX | LOCK_NB) != 0) return errorOf("flock");
+  struct stat status {};
+  if (systemCalls().fstat(file_, &status) != 0) return errorOf("fstat");
+  const auto size = static_cast<std::size_t>(status.st_size);
+  if (size <= kHeaderBytes + sizeof(Record) || size > kMaximumBytes) return platform::Done{};
+  // Before it is mapped: a bad block is an error here, and a signal there.
+  if (!readAll(file_, size, bytes)) return errorOf("read");
+  if (!map(size)) return errorOf("mmap");
+  return platform::Done{};
+}
+
+void Ring::keep(const Contents& contents) {
+  head_ = contents.end;
+  platform::MutexLock lock(mutex_);
+  lastStore_ = std::max(contents.header->armed, contents.header->stored);
+  for (const Found& event : contents.events) lastStore_ = std::max(lastStore_, event.record.store);
+}
+
+platform::Status Ring::start(std::size_t bytes, const Contents& contents) {
+  platform::MutexLock lock(mutex_);
+  const bool isKept = mapped_ == bytes && contents.header && contents.header->bytes == bytes &&
+                      contents.end < kHighest && lastStore_ < kHighest;
+  if (contents.header) set(header().cleared, contents.end);
+  if (isKept) {
+    zero(base_ + kHeaderBytes, mapped_ - kHeaderBytes);
+  } else {
+    if (contents.header) set(header().magic, 0);
+    unmap();
+    step();
+    if (::ftruncate(file_, 0) != 0 || ::lseek(file_, 0, SEEK_SET) != 0) return errorOf("ftruncate");
+    step();
+    if (!writeZeros(file_, bytes)) return errorOf("write");
+    if (!map(bytes)) return errorOf("mmap");
+    std::uint64_t salt = 0;
+    platform::fillWithRandomBytes({reinterpret_cast<std::uint8_t*>(&salt), sizeof salt});
+    header() = {0, salt, bytes, 0, 0, 0};
+    set(header().magic, kMagic);
+    lastStore_ = 0;
+  }
+  const std::uint64_t first = isKept ? (contents.end / capacity_ + 1) * capacity_ : capacity_;
+  swept_ = first;
+  head_ = first;
+  tail_ = first;
+  return platform::Done{};
+}
+
+bool Ring::map(std::size_t bytes) {
+  void* const mapped = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file_, 0);
+  if (mapped == MAP_FAILED) return false;
+  base_ = static_cast<char*>(mapped);
+  mapped_ = bytes;
+  capacity_ = (bytes - kHeaderBytes) / kUnit;
+  return true;
+}
+
+void Ring::unmap() {
+  if (base_) ::munmap(base_, mapped_);
+  base_ = nullptr;
+  mapped_ = 0;
+}
+
+// --- Records
+
+std::uint64_t Ring::append(std::string_view payload, double time) {
+  return takesEvents_.load(std::memory_order_acquire) ? add(kEvent, payload, time, 0) : 0;
+}
+
+std::uint64_t Ring::add(Kind kind, std::string_view payload, double time, std::uint64_t session) {
+  const std::uint64_t units = unitsOf(payload.size());
+  if (units > capacity_ / 4) return 0;
+  const std::uint64_t tail = tail_.load(std::memory_order_acquire);
+  std::uint64_t start = head_.load(std::memory_order_relaxed);
+  std::uint64_t position = 0;
+  do {
+    const std::uint64_t offset = start % capacity_;
+    position = offset + units > capacity_ ? start + capacity_ - offset : start;
+    if (position + units - tail > capacity_) return 0;
+  } while (!head_.compare_exchange_weak(start, position + units, std::memory_order_relaxed));
+  if (position != start) {
+    Record& skipped = at(start);
+    skipped.units = static_cast<std::uint32_t>(position - start);
+    set(skipped.state, kReleased);
+  }
+  write(position, units, kind, payload, time, session);
+  return position;
+}
+
+void Ring::write(std::uint64_t position, std::uint64_t units, Kind kind, std::string_view payload, double time,
+                 std::uint64_t session) const {
+  Record& record = at(position);
+  step();
+  record.units = static_cast<std::uint32_t>(units);
+  record.bytes = static_cast<std::uint32_t>(payload.size());
+  record.position = position;
+  record.time = time;
+  record.kind = kind;
+  record.session = session;
+  step();
+  std::memcpy(reinterpret_cast<char*>(&record) + sizeof record, payload.data(), payload.size());
+  step();
+  record.checksum = checksumOf(header().salt, record, payload);
+  set(record.state, kCalled);
+}
+
+Record* Ring::live(std::uint64_t position) const {
+  if (position == 0 || position < header().cleared) return nullptr;
+  Record& record = at(position);
+  return record.position == position && get(record.state) != kReleased ? &record : nullptr;
+}
+
+bool Ring::setSession(std::string payload) {
+  platform::MutexLock lock(mutex_);
+  session_ = std::move(payload);
+  ++sessionNumber_;
+  return writeSession();
+}
+
+bool Ring::writeSession() {
+  isSessionWritten_ = add(kSession, session_, 0, sessionNumber_) != 0;
+  takesEvents_.store(isSessionWritten_, std::memory_order_release);
+  return isSessionWritten_;
+}
+
+bool Ring::markRecorded(std::uint64_t position, std::string_view gmtTime, std::string_view localTime) {
+  platform::MutexLock lock(mutex_);
+  Record* const record = live(position);
+  if (!record) return true;
+  if (!isSessionWritten_ && !writeSession()) {
+    set(record->state, kReleased);
+    return false;
+  }
+  setText(record->times[0], sizeof record->times[0], gmtTime);
+  setText(record->times[1], sizeof record->times[1], localTime);
+  set(record->session, sessionNumber_);
+  set(record->state, kRecorded);
+  return true;
+}
+
+void Ring::release(std::uint64_t position) {
+  platform::MutexLock lock(mutex_);
+  Record* const record = live(position);
+  if (!record) return;
+  set(record->state, kReleased);
+  sweep();
+  if (!isSessionWritten_) writeSession();
+}
+
+void Ring::clear() {
+  platform::MutexLock lock(mutex_);
+  if (!base_) return;
+  set(header().cleared, std::max(head_.load(), header().cleared));
+  if (sessionNumber_ == 0) return;
+  sweep(true);
+  writeSession();
+}
+
+void Ring::sweep(bool isClearing) {
+  const std::uint64_t head = head_.load(std::memory_order_acquire);
+  while (swept_ < head) {
+    const Record& record = at(swept_);
+    const std::uint64_t state = get(record.state);
+    if (state == kNone) break;
+    const bool isVoid = state == kReleased || swept_ < header().cleared;
+    if (!isVoid && record.kind == kSession) {
+      wipe(tail_, swept_);
+      tail_.store(swept_, std::memory_order_release);
+      sessionAtTail_ = swept_;
+    } else if (!isVoid) {
+      break;
+    }
+    swept_ += record.units;
+  }
+  // A copy of the session costs more than a little space.
+  if (!isClearing && swept_ - tail_ < capacity_ / 8) return;
+  if (sessionAtTail_ != 0 && sessionAtTail_ >= header().cleared) {
+    if (!moveSession()) return;
+  } else {
+    wipe(tail_, swept_);
+    sessionAtTail_ = 0;
+    tail_.store(swept_, std::memory_order_release);
+  }
+}
+
+bool Ring::moveSession() {
+  const Record& old = at(sessionAtTail_);
+  const std::uint64_t units = old.units;
+  const std::uint64_t position = swept_ - units;
+  if (position < sessionAtTail_ + units || position % capacity_ + units > capacity_) return false;
+  wipe(sessionAtTail_ + units, swept_);
+  write(position, units, kSession, {reinterpret_cast<const char*>(&old) + sizeof old, old.bytes}, old.time,
+        old.session);
+  wipe(sessionAtTail_, sessionAtTail_ + units);
+  sessionAtTail_ = position;
+  tail_.store(position, std::memory_order_release);
+  return true;
+}
+
+void Ring::wipe(std::uint64_t from, std::uint64_t to) const {
+  while (from < to) {
+    const std::uint64_t offset = from % capacity_;
+    const std::uint64_t units = std::min(to - from, capacity_ - offset);
+    step();
+    std::memset(base_ + kHeaderBytes + offset * kUnit, 0, units * kUnit);
+    from += units;
+  }
+}
+
+// --- Store operations
+
+void Ring::beginStore() {
+  platform::MutexLock lock(mutex_);
+  storing_.clear();
+  store_ = ++lastStore_;
+}
+
+void Ring::assign(std::uint64_t position, std::string_view batchID) {
+  platform::MutexLock lock(mutex_);
+  Record* const record = live(position);
+  if (!record) return;
+  setText(record->batchID, sizeof record->batchID, batchID);
+  set(record->store, store_);
+  storing_.push_back(position);
+}
+
+void Ring::assignFound(const Found& found, std::string_view batchID) {
+  platform::MutexLock lock(mutex_);
+  auto& record = *reinterpret_cast<Record*>(base_ + found.offset);
+  setText(record.batchID, sizeof record.batchID, batchID);
+  set(record.store, store_);
+}
+
+void Ring::resumeStore() {
+  platform::MutexLock lock(mutex_);
+  store_ = header().armed;
+}
+
+void Ring::arm() {
+  std::size_t first = mapped_;
+  std::size_t last = 0;
+  {
+    platform::MutexLock lock(mutex_);
+    set(header().armed, store_);
+    for (const std::uint64_t position : storing_) {
+      const auto offset = static_cast<std::size_t>(reinterpret_cast<char*>(&at(position)) - base_);
+      first = std::min(first, offset);
+      last = std::max(last, offset + sizeof(Record));
+    }
+  }
+  // The records of an earlier launch are not listed.
+  if (first >= last) return sync();
+  // Only these pages: a call that writes to a page that is being synced may wait.
+  sync(0, sizeof(Header));
+  sync(first, last);
+}
+
+void Ring::stored() {
+  platform::MutexLock lock(mutex_);
+  if (store_ != 0) set(header().stored, store_);
+}
+
+void Ring::endStore() {
+  platform::MutexLock lock(mutex_);
+  const std::uint64_t ended = std::exchange(store_, 0);
+  if (ended == 0 || ended == header().stored) return;
+  set(header().armed, 0);
+  for (const std::uint64_t position : std::exchange(storing_, {})) {
+    if (Record* const record = live(position)) set(record->store, 0);
+  }
+}
+
+void Ring::sync() {
+  sync(0, mapped_);
+}
+
+void Ring::sync(std::size_t first, std::size_t last) const {
+  const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  first -= first % page;
+  step();
+  (void)::msync(base_ + first, last - first, MS_SYNC);
+}
+
+}  // namespace zorvane::journal

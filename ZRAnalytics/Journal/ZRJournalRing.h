@@ -1,0 +1,107 @@
+// The mapped file of a journal: a ring of records.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Dispatch/Mutex.h"
+#include "Platform/Values/Result.h"
+#include "ZRAnalytics/Journal/ZRJournalFormat.h"
+
+namespace zorvane::journal {
+
+// The order of the stores is that of docs/journal.md. Thread-safe after start(), except where it says otherwise. Calls
+// nothing of the host.
+class Ring {
+ public:
+  Ring() = default;
+  // Only for a ring that no thread uses any more.
+  ~Ring();
+  Ring(const Ring&) = delete;
+  Ring& operator=(const Ring&) = delete;
+
+  // Opens or makes the file, locks it, maps it and reads its bytes. Not thread-safe.
+  platform::Status open(const std::string& path, std::string& bytes);
+  // What was found stays, as far as it is not cleared. Call before anything below.
+  void keep(const Contents& contents);
+  // Empties the file, gives it that size and takes records from then on. `contents` are those of the bytes. Not
+  // thread-safe.
+  platform::Status start(std::size_t bytes, const Contents& contents);
+
+  // Adds an event. 0 when there is no room. Takes no lock.
+  std::uint64_t append(std::string_view payload, double time);
+  // False when there is no room for an event of this session; then append() gives 0 until there is.
+  bool setSession(std::string payload);
+  // False when its session could not be written; then it is released.
+  bool markRecorded(std::uint64_t position, std::string_view gmtTime, std::string_view localTime);
+  void release(std::uint64_t position);
+  void clear();
+
+  // A store operation; docs/journal.md calls these steps 1 to 4.
+  void beginStore();
+  void assign(std::uint64_t position, std::string_view batchID);
+  void arm();
+  // Does nothing when no operation is under way.
+  void stored();
+  // Without stored() its events are as before.
+  void endStore();
+  // The same for a record of an earlier launch, before start().
+  void assignFound(const Found& found, std::string_view batchID);
+  // The operation that an earlier launch armed is under way again.
+  void resumeStore();
+
+  // Writes what has changed to the disk.
+  void sync();
+
+  // For tests: called before each store that another launch can see. Set it while no other thread uses a ring.
+  static inline void (*onStep)() = nullptr;
+
+ private:
+  Header& header() const { return *reinterpret_cast<Header*>(base_); }
+  Record& at(std::uint64_t position) const {
+    return *reinterpret_cast<Record*>(base_ + kHeaderBytes + position % capacity_ * kUnit);
+  }
+  std::uint64_t add(Kind kind, std::string_view payload, double time, std::uint64_t session);
+  void write(std::uint64_t position, std::uint64_t units, Kind kind, std::string_view payload, double time,
+             std::uint64_t session) const;
+  // Null for a record that was cleared or is none.
+  Record* live(std::uint64_t position) const ZR_REQUIRES(mutex_);
+  bool writeSession() ZR_REQUIRES(mutex_);
+  // Frees the space of released records.
+  void sweep(bool isClearing = false) ZR_REQUIRES(mutex_);
+  bool moveSession() ZR_REQUIRES(mutex_);
+  void wipe(std::uint64_t from, std::uint64_t to) const;
+  bool map(std::size_t bytes);
+  void unmap();
+  // These bytes of the file.
+  void sync(std::size_t first, std::size_t last) const;
+
+  int file_ = -1;
+  char* base_ = nullptr;
+  std::size_t mapped_ = 0;
+  // In units.
+  std::uint64_t capacity_ = 0;
+  std::atomic<bool> takesEvents_{false};
+  // Where the next record begins, and the oldest position whose space is in use.
+  std::atomic<std::uint64_t> head_{0};
+  std::atomic<std::uint64_t> tail_{0};
+
+  platform::Mutex mutex_;
+  // All records before it are released, or are sessions.
+  std::uint64_t swept_ ZR_GUARDED_BY(mutex_) = 0;
+  // A session record at the tail; 0: none.
+  std::uint64_t sessionAtTail_ ZR_GUARDED_BY(mutex_) = 0;
+  std::string session_ ZR_GUARDED_BY(mutex_);
+  std::uint64_t sessionNumber_ ZR_GUARDED_BY(mutex_) = 0;
+  bool isSessionWritten_ ZR_GUARDED_BY(mutex_) = false;
+  // The operation under way; 0: none. The highest number so far.
+  std::uint64_t store_ ZR_GUARDED_BY(mutex_) = 0;
+  std::uint64_t lastStore_ ZR_GUARDED_BY(mutex_) = 0;
+  std::vector<std::uint64_t> storing_ ZR_GUARDED_BY(mutex_);
+};
+
+}  // namespace zorvane::journal
