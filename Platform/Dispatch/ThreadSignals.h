@@ -4,6 +4,8 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <initializer_list>
+
 namespace zorvane::platform {
 
 // As long as this object lives, the calling thread blocks these signals. A thread that it starts meanwhile inherits

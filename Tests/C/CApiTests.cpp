@@ -5,6 +5,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -416,6 +417,25 @@ TEST_F(CApi, AResponseAfterTheCloseIsTakenAndTheHostHearsNothing) {
   ASSERT_FALSE(held.empty());
   for (zr_request* const request : held) EXPECT_EQ(zr_request_respond(request, 200, "{}", ZR_NUL, nullptr), ZR_OK);
   EXPECT_EQ(host_.calls, calls);
+}
+
+// The names of this process's threads.
+std::string threadNames() {
+  std::string names;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name;
+    std::getline(std::ifstream(task.path() / "comm"), name);
+    names += name + ' ';
+  }
+  return names;
+}
+
+TEST_F(CApi, TheThreadsEndAfterTheClose) {
+  start();
+  ASSERT_EQ(zr_track("A", 1, nullptr), ZR_OK);
+  ASSERT_NE(threadNames().find("zr."), std::string::npos);
+  close();
+  while (threadNames().find("zr.") != std::string::npos) std::this_thread::yield();
 }
 
 TEST_F(CApi, TheHostsLoopRunsTheTasks) {
