@@ -48,9 +48,10 @@ zr_status zr_track_advertising_identifier(void) {
 }
 
 char* zr_copy_tracked_idfa(size_t* length) {
+  if (length) *length = 0;
   return guardedPointer([&] {
     const Value identifier = ModuleCall()->getTrackedIDFA();
-    return copiedText(identifier.isNil() ? std::string() : identifier.description(), length);
+    return identifier.isNil() ? nullptr : copiedText(identifier.description(), length);
   });
 }
 

@@ -108,7 +108,7 @@ zr_status zr_track_attributes(const char* name, size_t name_length, const zr_att
 zr_status zr_track_json(const char* name, size_t name_length, const char* json, size_t length) {
   return callModule([&](const ModuleCall& module) {
     const std::string_view text = textOf(name, name_length, "name");
-    module->trackEventWithProperties(text, ZRProperties::initWithAttributes(dictionaryOfJSON(json, length)));
+    module->trackEventWithProperties(text, ZRProperties::initWithAttributes(withNames(dictionaryOfJSON(json, length))));
   });
 }
 

@@ -58,6 +58,8 @@ const Dictionary& mapArgument(const zr_value* value, const char* name);
 // Throws ZR_ERROR_JSON.
 Value valueOfJSON(const char* json, std::size_t length);
 Dictionary dictionaryOfJSON(const char* json, std::size_t length);
+// Returns its argument. Throws if a name in it is empty.
+Dictionary withNames(Dictionary attributes);
 Value dataOf(const void* bytes, std::size_t size);
 // Throws ZR_ERROR_ARGUMENT for text that is no date.
 Date isoDateOf(const char* text, std::size_t length);

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <cmath>
+#include <limits>
 #include <string>
 #include <utility>
 
@@ -163,8 +165,11 @@ zr_status zr_options_set_app_status(zr_options* options, int64_t status) {
 
 zr_status zr_options_set_journal(zr_options* options, uint64_t bytes, double sync_seconds) {
   return change(options, [&](zr_options& changed) {
+    require(sync_seconds >= 0, "the seconds are negative or not a number");
     ZRJournalOptions journal;
-    if (bytes != 0) journal.bytes = static_cast<std::size_t>(bytes);
+    if (bytes != 0) {
+      journal.bytes = static_cast<std::size_t>(std::min<std::uint64_t>(bytes, std::numeric_limits<std::size_t>::max()));
+    }
     journal.syncSeconds = sync_seconds;
     changed.start.core.journal = makeEventJournal(journal);
   });

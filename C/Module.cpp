@@ -58,6 +58,7 @@ ModuleCall::~ModuleCall() {
 }
 
 void requireModule() {
+  if (isInLogCallback()) fail(ZR_ERROR_CALLBACK, "a log callback must not call the module");
   const Phase now = phase();
   if (now != Phase::Running && now != Phase::Closing) failNotRunning(now);
 }
@@ -79,9 +80,15 @@ void beginClose(double seconds) {
   Phase expected = Phase::Running;
   if (!currentPhase.compare_exchange_strong(expected, Phase::Closing)) failNotRunning(expected);
   const Deadline deadline(seconds);
-  platform::MutexLock lock(waiting().mutex);
-  while (calls.load() > 0 && deadline.secondsLeft() > 0) {
-    waiting().changed.waitFor(waiting().mutex, deadline.secondsLeft());
+  platform::Scheduler& scheduler = *platform::hostServices().scheduler;
+  const bool isMain = scheduler.mainQueue().isCurrent();
+  for (;;) {
+    // A call may wait for a task of the main thread, and cannot tell when.
+    if (isMain) (void)scheduler.waitUntilIdle(0);
+    platform::MutexLock lock(waiting().mutex);
+    const double left = deadline.secondsLeft();
+    if (calls.load() == 0 || left == 0) return;
+    waiting().changed.waitFor(waiting().mutex, isMain ? std::min(left, 0.01) : left);
   }
 }
 

@@ -73,11 +73,12 @@ zr_properties* zr_properties_new(void) {
 
 zr_properties* zr_properties_from_json(const char* json, size_t length) {
   return guardedPointer(
-      [&] { return newProperties(ZRProperties::initWithAttributes(dictionaryOfJSON(json, length))); });
+      [&] { return newProperties(ZRProperties::initWithAttributes(withNames(dictionaryOfJSON(json, length)))); });
 }
 
 zr_properties* zr_properties_from_map(const zr_value* map) {
-  return guardedPointer([&] { return newProperties(ZRProperties::initWithAttributes(mapArgument(map, "map"))); });
+  return guardedPointer(
+      [&] { return newProperties(ZRProperties::initWithAttributes(withNames(mapArgument(map, "map")))); });
 }
 
 void zr_properties_free(zr_properties* properties) {
@@ -141,7 +142,7 @@ zr_status zr_properties_set_non_interactive(zr_properties* properties, int non_i
 
 zr_builder* zr_builder_new(const zr_value* attributes) {
   return guardedPointer([&] {
-    Dictionary dictionary = attributes ? mapArgument(attributes, "attributes") : Dictionary();
+    Dictionary dictionary = attributes ? withNames(mapArgument(attributes, "attributes")) : Dictionary();
     return new zr_builder{ZRPayloadBuilder::initWithDictionary(std::move(dictionary))};
   });
 }

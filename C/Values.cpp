@@ -38,6 +38,11 @@ Value valueOfJSON(const char* json, std::size_t length) {
   return std::move(parsed).value();
 }
 
+Dictionary withNames(Dictionary attributes) {
+  for (const auto& [name, value] : attributes) require(!name.empty(), "the name is empty");
+  return attributes;
+}
+
 Dictionary dictionaryOfJSON(const char* json, std::size_t length) {
   Value value = valueOfJSON(json, length);
   if (!value.isDictionary()) fail(ZR_ERROR_JSON, "the JSON text is no object");

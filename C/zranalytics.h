@@ -378,8 +378,8 @@ ZR_API zr_status zr_options_set_advertising(zr_options* options, zr_advertising 
  * registered; the locale is tracked; if the application is active, the session's start is tracked. With a main loop of
  * the host, call it on the main thread; elsewhere it waits until that loop runs.
  *
- * ZR_ERROR_STARTED, ZR_ERROR_CLOSED: a second start. After ZR_ERROR_CONFIGURATION or ZR_ERROR_SYSTEM nothing has
- * started: the options may be corrected and zr_start called again. */
+ * ZR_ERROR_STARTED, ZR_ERROR_CLOSED: a second start. After ZR_ERROR_CONFIGURATION nothing has started: the options may
+ * be corrected and zr_start called again. ZR_ERROR_SYSTEM: no memory or no threads; a second start may fail, too. */
 ZR_API zr_status zr_start(const zr_options* options);
 
 /* Ends the module. If the application is active, session end and exit are tracked. What is recorded is saved and sent;
@@ -443,8 +443,9 @@ typedef struct zr_attribute {
 /* Records the event and returns; no I/O, no wait. properties may be NULL. The handle may be used again and changed
  * afterwards; this event keeps what it held. Two events of one thread may be recorded in either order. */
 ZR_API zr_status zr_track(const char* name, size_t name_length, const zr_properties* properties);
-/* The same without a handle. attribute_size is sizeof(zr_attribute). Of attributes with one name the last counts. If
- * one attribute is wrong, the event is not tracked. attributes may be NULL if count is 0. */
+/* The same without a handle, but of attributes with one name only the last counts, of dates and locations, too.
+ * attribute_size is sizeof(zr_attribute). If one attribute is wrong, the event is not tracked. attributes may be NULL
+ * if count is 0. */
 ZR_API zr_status zr_track_attributes(const char* name, size_t name_length, const zr_attribute* attributes, size_t count,
                                      size_t attribute_size);
 /* The same with a JSON object. */

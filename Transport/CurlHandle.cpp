@@ -72,6 +72,10 @@ bool CurlHandle::prepare(const CurlTransportOptions& options, const TransportReq
   curl_easy_reset(easy_.get());
   set(CURLOPT_ERRORBUFFER, errorText_);
   set(CURLOPT_NOSIGNAL, 1L);
+#if LIBCURL_VERSION_NUM >= 0x075700
+  // Do not wait for a thread that resolves a name.
+  (void)curl_easy_setopt(easy_.get(), CURLOPT_QUICK_EXIT, 1L);
+#endif
   set(CURLOPT_PROTOCOLS_STR, "http,https");
   set(CURLOPT_FOLLOWLOCATION, 0L);
   set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));

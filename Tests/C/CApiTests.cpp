@@ -221,6 +221,8 @@ TEST_F(CApi, MisuseReturnsAnErrorWithAMessage) {
       {"a NULL value", zr_properties_add(properties, "a", 1, nullptr), ZR_ERROR_ARGUMENT},
       {"bad JSON", made(zr_value_from_json("{", 1)), ZR_ERROR_JSON},
       {"JSON that is no object", made(zr_properties_from_json("[]", 2)), ZR_ERROR_JSON},
+      {"an empty name in JSON", made(zr_properties_from_json("{\"\": 1}", ZR_NUL)), ZR_ERROR_ARGUMENT},
+      {"a journal synced at a negative interval", zr_options_set_journal(options, 0, -1), ZR_ERROR_ARGUMENT},
       {"properties of a list", made(zr_properties_from_map(list)), ZR_ERROR_ARGUMENT},
       {"a text as a list", zr_value_append(text, text), ZR_ERROR_ARGUMENT},
       {"a list as a map", zr_value_set(list, "a", 1, text), ZR_ERROR_ARGUMENT},
