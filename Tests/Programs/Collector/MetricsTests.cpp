@@ -33,14 +33,10 @@ std::map<std::string, std::string> samplesOf(const std::string& text) {
   return samples;
 }
 
-Options quiet() {
+TEST(Metrics, EachPostIsCountedOnceByWhatBecameOfIt) {
   Options options;
   options.quiet = true;
-  return options;
-}
-
-TEST(Metrics, EachPostIsCountedOnceByWhatBecameOfIt) {
-  Server server(quiet());
+  Server server(options);
   server.start();
   httplib::Client client("127.0.0.1", server.port());
   const json body = {{"viewsCount", 0},
@@ -93,7 +89,8 @@ TEST(Metrics, AStoreTimeCountsInEachBucketThatHoldsIt) {
 TEST(Health, TheServerIsReadyWhileTheDatabaseCanBeWritten) {
   char directory[] = "/tmp/zrcollector-XXXXXX";
   ASSERT_NE(::mkdtemp(directory), nullptr);
-  Options options = quiet();
+  Options options;
+  options.quiet = true;
   options.database = directory + std::string("/collected.db");
   {
     Server server(options);
