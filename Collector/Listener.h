@@ -10,6 +10,7 @@
 #include "Collector/BodyBudget.h"
 #include "Collector/Connection.h"
 #include "Collector/Live.h"
+#include "Collector/Metrics.h"
 #include "Collector/Places.h"
 
 namespace zorvane::collector {
@@ -23,6 +24,8 @@ struct Exchange {
   BodyBudget::Share share;
   // The response is a stream of server-sent events whose header was sent: the connection goes to Live.
   bool isLive = false;
+  // Of a POST. Malformed until its head was read and its path found.
+  Outcome outcome = Outcome::Malformed;
 };
 
 class Listener final : public httplib::Server {

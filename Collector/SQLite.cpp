@@ -116,4 +116,15 @@ void checkSQLite(soci::session& session) {
   }
 }
 
+void checkWritableSQLite(soci::session& session) {
+  try {
+    soci::transaction transaction(session);
+    // SQLite writes the page of the version even if the version is the same.
+    session << "PRAGMA user_version = " << kSchemaVersion;
+    transaction.commit();
+  } catch (const soci::soci_error& error) {
+    throw DatabaseError(error);
+  }
+}
+
 }  // namespace zorvane::collector

@@ -16,4 +16,7 @@ void openSQLite(soci::session& session, const std::string& path);
 // Throws DatabaseError if the file is damaged. Files above 64 MiB are not checked.
 void checkSQLite(soci::session& session);
 
+// Commits a page that is as before. Throws DatabaseError.
+void checkWritableSQLite(soci::session& session);
+
 }  // namespace zorvane::collector

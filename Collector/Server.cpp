@@ -168,6 +168,7 @@ void Server::setRoutes() {
   listener_.set_pre_routing_handler([](const httplib::Request& request, httplib::Response& response) {
     if (std::string refusal = foreignPageProblem(request); !refusal.empty()) {
       Listener::currentExchange().error = std::move(refusal);
+      Listener::currentExchange().outcome = Outcome::ForeignPage;
       response.status = 403;
       closeAfterResponse();
       return httplib::Server::HandlerResponse::Handled;
@@ -195,8 +196,10 @@ void Server::setRoutes() {
   listener_.Post("[^]*", [this](const httplib::Request& request, httplib::Response& response,
                                 const httplib::ContentReader&) { refusePath(request, response); });
   inspector_.setRoutes(listener_);
+  setOperationRoutes();
   listener_.set_exception_handler([](const httplib::Request&, httplib::Response& response, std::exception_ptr thrown) {
     response.status = 500;
+    Listener::currentExchange().outcome = Outcome::Failed;
     try {
       std::rethrow_exception(thrown);
     } catch (const std::exception& error) {
@@ -214,12 +217,32 @@ void Server::setRoutes() {
       [this](const httplib::Request& request, httplib::Response& response) { finish(request, response); });
 }
 
+// What a load balancer and Prometheus ask.
+void Server::setOperationRoutes() {
+  listener_.Get("/healthz", [](const httplib::Request&, httplib::Response& response) {
+    setJSON(response, {{"healthy", true}});
+  });
+  listener_.Get("/readyz", [this](const httplib::Request&, httplib::Response& response) {
+    try {
+      store_.checkWritable();
+      setJSON(response, {{"ready", true}});
+    } catch (const DatabaseError& error) {
+      Listener::currentExchange().error = std::string("cannot write the database: ") + error.what();
+      response.status = 503;
+    }
+  });
+  listener_.Get("/metrics", [this](const httplib::Request&, httplib::Response& response) {
+    response.set_content(metrics_.text(), kMetricsType);
+  });
+}
+
 // 200 if the body was read whole, else the status of the response.
 int Server::readBody(const httplib::Request& request, const httplib::ContentReader& reader) {
   Exchange& exchange = Listener::currentExchange();
   if (request.is_multipart_form_data()) {
     exchange.connection.closeAfterResponse();
     exchange.error = "not JSON: the body is a form";
+    exchange.outcome = Outcome::NotJSON;
     return 400;
   }
   std::size_t size = 0;
@@ -243,13 +266,16 @@ int Server::readBody(const httplib::Request& request, const httplib::ContentRead
   if (size > kMaxBodyBytes || declared || exchange.connection.exceeded()) {
     giveBackBody(exchange);
     exchange.error = "the body is larger than " + std::to_string(kMaxBodyBytes) + " bytes";
+    exchange.outcome = Outcome::TooLarge;
     return 413;
   }
   if (!fits) {
     exchange.error = "too many large bodies at once";
+    exchange.outcome = Outcome::Busy;
     return 503;
   }
   exchange.error = "the body did not arrive whole";
+  exchange.outcome = Outcome::IncompleteBody;
   return 400;
 }
 
@@ -263,6 +289,7 @@ int Server::judge(RequestRow& row, const httplib::Request& request, json& body) 
     checkShape(row.service, body);
   } catch (const BadRequest& refusal) {
     exchange.error = refusal.what();
+    exchange.outcome = exchange.bodyIsJSON ? Outcome::WrongShape : Outcome::NotJSON;
     return 400;
   }
   std::optional<std::string> sent;
@@ -270,11 +297,13 @@ int Server::judge(RequestRow& row, const httplib::Request& request, json& body) 
   row.signature = checkSignature(body, sent);
   if (row.signature == Signature::Missing) {
     exchange.error = std::string(kSignatureHeader) + " is missing";
+    exchange.outcome = Outcome::SignatureMissing;
     row.expected = signatureOf(body);
     return 401;
   }
   if (row.signature == Signature::Wrong) {
     exchange.error = std::string(kSignatureHeader) + " is not the signature of the body";
+    exchange.outcome = Outcome::SignatureWrong;
     row.expected = signatureOf(body);
     return 401;
   }
@@ -295,6 +324,7 @@ void Server::takePost(Service service, const std::string& appID, const httplib::
   if (row.status == 503) response.set_header("Retry-After", kRetryAfterSeconds);
   if (row.status == 200 && fail) {
     exchange.error = "failed on purpose";
+    exchange.outcome = Outcome::Injected;
     row.status = 503;
     row.injected = "failed";
   }
@@ -311,6 +341,7 @@ void Server::takePost(Service service, const std::string& appID, const httplib::
 void Server::refusePath(const httplib::Request& request, httplib::Response& response) {
   Exchange& exchange = Listener::currentExchange();
   exchange.error = "no such path for POST: " + request.path;
+  exchange.outcome = Outcome::UnknownPath;
   exchange.connection.closeAfterResponse();
   RequestRow row;
   row.service = Service::Unknown;
@@ -342,10 +373,14 @@ void Server::judgeAndStore(RequestRow& row, const httplib::Request& request, htt
   if (drop) {
     row.status = 0;
     row.injected = "dropped";
+    metrics_.countDropped();
     exchange.connection.drop();
   }
   if (accepted) {
+    const auto start = std::chrono::steady_clock::now();
     const bool stored = store_.addAccepted(row, body);
+    metrics_.addStoreTime(std::chrono::steady_clock::now() - start);
+    exchange.outcome = stored ? Outcome::Accepted : Outcome::Duplicate;
     setJSON(response, {{"stored", stored}});
   } else {
     row.body = beginningOf(exchange.body);
@@ -365,6 +400,7 @@ void Server::finish(const httplib::Request& request, httplib::Response& response
   Exchange& exchange = Listener::currentExchange();
   if (!exchange.connection.canGoOn()) response.set_header("Connection", "close");
   const int status = exchange.connection.dropped() && !exchange.isLive ? 0 : response.status;
+  if (request.method == "POST") metrics_.count(exchange.outcome);
   if (!options_.quiet && request.method == "POST") {
     std::fprintf(stderr, "%s %s %d%s%s\n", request.method.c_str(), forTerminal(request.target).c_str(), status,
                  exchange.error.empty() ? "" : ": ", exchange.error.empty() ? "" : forTerminal(exchange.error).c_str());

@@ -12,6 +12,7 @@
 #include "Collector/Inspector.h"
 #include "Collector/Listener.h"
 #include "Collector/Live.h"
+#include "Collector/Metrics.h"
 #include "Collector/Options.h"
 #include "Collector/Reader.h"
 #include "Collector/Recorder.h"
@@ -37,6 +38,7 @@ class Server {
 
  private:
   void setRoutes();
+  void setOperationRoutes();
   void takePost(Service service, const std::string& appID, const httplib::Request& request, httplib::Response& response,
                 const httplib::ContentReader& reader);
   int readBody(const httplib::Request& request, const httplib::ContentReader& reader);
@@ -49,6 +51,7 @@ class Server {
   const Options options_;
   BodyBudget budget_;
   Live live_;
+  Metrics metrics_;
   Listener listener_;
   const int port_;
   Store store_;

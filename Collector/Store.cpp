@@ -86,6 +86,11 @@ bool Store::addAccepted(const RequestRow& row, const json& body) {
   return write.stored;
 }
 
+void Store::checkWritable() {
+  const std::lock_guard lock(writer_.mutex);
+  checkWritableSQLite(writer_);
+}
+
 void Store::commit(Write& write) {
   std::unique_lock lock(mutex_);
   waiting_.push_back(&write);

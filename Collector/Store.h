@@ -44,6 +44,9 @@ class Store {
   // Stores a request whose body passed the checks. False if its bid was accepted before: then only the row is stored.
   bool addAccepted(const RequestRow& row, const json& body);
 
+  // Commits a write that changes nothing. Throws DatabaseError if that fails.
+  void checkWritable();
+
   // For queries. In memory it is the connection that writes, too; a file has one of its own.
   Session& reader() { return reader_ ? *reader_ : writer_; }
 

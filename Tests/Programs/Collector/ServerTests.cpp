@@ -532,6 +532,10 @@ TEST_F(ServerTest, FaultsComeWhereTheyWereAskedFor) {
   EXPECT_EQ(query("SELECT group_concat(bid, ' ') FROM batches"), "1 2 5");
   EXPECT_EQ(query("SELECT bid || injected FROM requests WHERE injected IS NOT NULL"), "2dropped; 3failed; 5dropped");
   EXPECT_EQ(summary()["requests"], json::parse(R"({"0": 2, "200": 2, "503": 1})"));
+  EXPECT_NE(client()
+                .Get("/metrics")
+                ->body.find("{fault=\"failed\"} 1\nzrcollector_injected_faults_total{fault=\"dropped\"} 2\n"),
+            std::string::npos);
   EXPECT_EQ(summary()["duplicates"], 1);
   EXPECT_EQ(record()[1]["status"], 0);
 }
