@@ -113,6 +113,7 @@ class PythonTests(unittest.TestCase):
             attributes = {"date": moment, "place": Location(1, 2), "bytes": b"\xff", "none": None, "url": URL("a://b"),
                           "list": [1, {"nan": 2.0}], "big": 2**70, "text": "ü"}
             analytics.track("All kinds", attributes)
+            analytics.track("Place alone", {"list": [Location(1, 2)]})
             analytics.set_user_attribute("since", moment)
             analytics.set_user_attribute("tall", True)
             self.assertEqual(analytics.event_record("All kinds", attributes)["EVENT_ATTRS"],
@@ -127,9 +128,12 @@ class PythonTests(unittest.TestCase):
                 with self.assertRaises(AnalyticsError) as raised:
                     refused()
                 self.assertEqual(raised.exception.status, status)
-            self.assertRaises(TypeError, analytics.track, "A", {"object": object()})
+            for wrong in ({"object": object()}, {1: moment}, {1: 2}):
+                self.assertRaises(TypeError, analytics.track, "A", wrong)
             self.assertEqual(analytics.configuration["device_model"], "M")
-        event = next(event for event in service.events() if event["EVENT_ACTION"] == "All kinds")
+        event, place = (next(event for event in service.events() if event["EVENT_ACTION"] == name)
+                        for name in ("All kinds", "Place alone"))
+        self.assertEqual(place["EVENT_ATTRS"], {"list": ["1.000000,2.000000"]})
         self.assertEqual(event["EVENT_ATTRS_CUST"], {"timestamp": [{"date": moment.timestamp() * 1000}],
                                                      "location": [{"place": "1.000000,2.000000"}]})
         self.assertTrue(event["EVENT_L_TIME"].endswith("+0100"))

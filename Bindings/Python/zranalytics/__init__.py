@@ -13,7 +13,7 @@ import json
 
 from . import _library as lib
 from ._library import AnalyticsError, Request, Status, Task
-from ._values import URL, Condition, Location, Properties, Source, python_of, seconds, update_map, value_of
+from ._values import URL, Condition, Location, Properties, Source, is_json, python_of, seconds, update_map, value_of
 
 __all__ = ["URL", "Advertising", "Analytics", "AnalyticsError", "Condition", "Lifecycle", "LocaleQuestion", "Location",
            "Properties", "Request", "Slot", "Source", "State", "Status", "Task"]
@@ -152,9 +152,11 @@ class Analytics:
         if isinstance(properties, Properties):
             return _track(*lib.text(name), properties)
         try:
-            encoded = json.dumps(properties, allow_nan=False).encode()
+            encoded = json.dumps(properties, allow_nan=False).encode() if is_json(properties) else None
         except (TypeError, ValueError):
-            # Dates, bytes, places, not-a-number.
+            # Dates, bytes, not-a-number.
+            encoded = None
+        if encoded is None:
             return _track(*lib.text(name), Properties(properties))
         return _track_json(*lib.text(name), encoded, len(encoded))
 
