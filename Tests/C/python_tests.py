@@ -38,6 +38,9 @@ class Service:
     def __call__(self, request):
         assert request.headers["Content-Type"] == "application/json"
         self.bodies.append(json.loads(request.body))
+        for wrong in ((200, "text"), ("200",), (0, b"", 1)):
+            with contextlib.suppress(TypeError, AttributeError):
+                request.respond(*wrong)
         request.respond(200)
 
     def events(self):

@@ -226,8 +226,10 @@ class Request:
 
     def respond(self, status, body=b"", error=None):
         """status: of HTTP, or 0 if no response came; then error says why."""
+        # A wrong argument raises before the request is given up.
+        answer = c_int32(status), bytes(memoryview(body)), error.encode() if error else None
         pointer, self._pointer = self._pointer, None
-        _respond(pointer, status, body, len(body), error.encode() if error else None)
+        _respond(pointer, answer[0], answer[1], len(answer[1]), answer[2])
 
     def __del__(self):
         if self._pointer:
