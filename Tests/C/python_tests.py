@@ -134,6 +134,8 @@ class PythonTests(unittest.TestCase):
             for wrong in ({"object": object()}, {1: moment}, {1: 2}):
                 self.assertRaises(TypeError, analytics.track, "A", wrong)
             self.assertEqual(analytics.configuration["device_model"], "M")
+            sent = analytics.close()
+        self.assertEqual(analytics.close(), sent)
         event, place = (next(event for event in service.events() if event["EVENT_ACTION"] == name)
                         for name in ("All kinds", "Place alone"))
         self.assertEqual(place["EVENT_ATTRS"], {"list": ["1.000000,2.000000"]})

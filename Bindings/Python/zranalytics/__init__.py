@@ -96,7 +96,7 @@ class Analytics:
                  close_timeout=10, log=None, transport=None, main_loop=None, background_tasks=None, locale=None,
                  time_zone=None, advertising=None):
         self._close_timeout = close_timeout
-        self._closed = False
+        self._sent = False
         options = lib.Handle(_options_new(), "options")
         _set_endpoint(options, *lib.text(endpoint))
         _set_app_id_option(options, *lib.text(app_id))
@@ -128,19 +128,25 @@ class Analytics:
 
     def close(self, timeout=10):
         """Saves and sends what is recorded, waits at most that many seconds. True if the service accepted everything;
-        the rest goes with the next launch. Afterwards no callback comes."""
+        the rest goes with the next launch. Afterwards no callback comes. A second close returns the same, or False
+        while the first runs. Raises AnalyticsError in a callback, and if a callback does not end in time; the module is
+        closed in the latter case, too."""
         sent = ctypes.c_int()
-        self._closed = True
-        lib.close(timeout, ctypes.byref(sent))
+        try:
+            lib.close(timeout, ctypes.byref(sent))
+        except AnalyticsError as error:
+            if error.status == Status.CLOSED:
+                return self._sent
+            raise
+        self._sent = bool(sent.value)
         atexit.unregister(self._close_at_exit)
-        return bool(sent.value)
+        return self._sent
 
     def _close_at_exit(self):
-        if not self._closed:
-            try:
-                self.close(1)
-            except AnalyticsError:
-                pass
+        try:
+            self.close(1)
+        except AnalyticsError:
+            pass
 
     # --- Events
 
