@@ -123,6 +123,8 @@ class PythonTests(unittest.TestCase):
                              {"bytes": "ff", "none": "", "url": "a://b", "list": [1, {"nan": 2.0}],
                               "big": 2.0**70, "text": "ü"})
             analytics.reset_user().exception()
+            cancelled = analytics.flush()
+            cancelled.cancel()
             analytics.update_sources([Source.from_map({"utm_source": "mail"})])
             for refused, status in ((lambda: analytics.set_user_attribute("a", [1]), Status.ARGUMENT),
                                     (lambda: analytics.update_remote_configuration({"a": 1}), Status.CONFIGURATION),
@@ -136,6 +138,7 @@ class PythonTests(unittest.TestCase):
             self.assertEqual(analytics.configuration["device_model"], "M")
             sent = analytics.close()
         self.assertEqual(analytics.close(), sent)
+        self.assertFalse(concurrent.futures.wait([cancelled], 0).not_done)
         event, place = (next(event for event in service.events() if event["EVENT_ACTION"] == name)
                         for name in ("All kinds", "Place alone"))
         self.assertEqual(place["EVENT_ATTRS"], {"list": ["1.000000,2.000000"]})

@@ -165,7 +165,8 @@ class Completion:
     def end(self):
         if self._answer is None:
             self._future.cancel()
-        else:
+        # False if cancelled, here or by the host; wakes those that wait for it.
+        if self._future.set_running_or_notify_cancel():
             self._future.set_result(self._answer)
 
 
