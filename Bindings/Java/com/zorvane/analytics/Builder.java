@@ -12,8 +12,8 @@ import java.util.function.Supplier;
  * What the module starts with: {@link Analytics#builder}. Everything but {@link #endpoint} and {@link #appId} may be
  * left out. Nothing is called before {@link #start}. One thread at a time may use a builder.
  *
- * <p>Callbacks are called on any thread, if nothing else is said, and must return soon. What they throw goes to the
- * uncaught exception handler of their thread. The library lets go of them in {@link Analytics#close}.
+ * <p>Callbacks are called on any thread, if nothing else is said, and must return soon. What they throw is printed
+ * to {@link System#err}. The library lets go of them in {@link Analytics#close}.
  */
 public final class Builder {
   private final byte[][] texts = new byte[4][];
