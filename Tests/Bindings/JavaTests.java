@@ -163,7 +163,8 @@ final class JavaTests {
     java.io.ByteArrayOutputStream printed = new java.io.ByteArrayOutputStream();
     System.setErr(new java.io.PrintStream(printed, true));
     CountDownLatch completed = new CountDownLatch(1);
-    Analytics analytics = builder().log((isError, message, where) -> lines.add(message))
+    File folder = Files.createTempDirectory("java").toFile();
+    Analytics analytics = builder().folder(folder).journal(1 << 21, Duration.ZERO).log((isError, message, where) -> lines.add(message))
         .mainLoop(loop::add, () -> Thread.currentThread() == main)
         .backgroundTasks(new BackgroundTasks() {
           @Override
@@ -202,10 +203,12 @@ final class JavaTests {
       deep = List.of(deep);
     }
     analytics.track("Deep", new Properties().put("list", deep));
+    same(1L << 21, new File(folder, "Library/ZrvData/ZREventJournal").length());
     same("AD-\u00fc", analytics.trackedAdvertisingIdentifier());
     same(true, analytics.configuration().startsWith("{"));
     same(true, analytics.close(Duration.ofMinutes(1)));
     main.interrupt();
+    delete(folder);
     same(true, sent("{\"LOCALE_IDENTIFIER\":\"zh_Hans_AT\"}"));
     same(true, sent("{\"LOCALE_COUNTRY_DISPLAY\":\"\u5965\u5730\u5229\"}"));
     same(true, sent("+0100\""));

@@ -107,7 +107,7 @@ class PythonTests(unittest.TestCase):
         service, lines, records, changed = Service(), [], [], []
         moment = datetime.datetime(2026, 12, 24, 10, tzinfo=datetime.timezone.utc)
         with Analytics(
-                endpoint="http://x", app_id="SHOP", folder=self.folder.name, transport=service, log=lines.append,
+                endpoint="http://x", app_id="SHOP", folder=self.folder.name, transport=service, log=lines.append, journal=2**21,
                 main_loop=Loop(), time_zone=lambda _: 3600, advertising=lambda: (zranalytics.Advertising.ALLOWED, "AD"),
                 locale=lambda question, _: "AT" if question == zranalytics.LocaleQuestion.COUNTRY_CODE else None,
                 remote_configuration={"device_model": "M"}) as analytics:
@@ -136,6 +136,8 @@ class PythonTests(unittest.TestCase):
             for wrong in ({"object": object()}, {1: moment}, {1: 2}):
                 self.assertRaises(TypeError, analytics.track, "A", wrong)
             self.assertEqual(analytics.configuration["device_model"], "M")
+            journal = pathlib.Path(self.folder.name) / "Library" / "ZrvData" / "ZREventJournal"
+            self.assertEqual(journal.stat().st_size, 2**21)
             sent = analytics.close()
         self.assertEqual(analytics.close(), sent)
         self.assertFalse(concurrent.futures.wait([cancelled], 0).not_done)

@@ -76,8 +76,9 @@ class Analytics:
 
     endpoint, app_id: the collection service, and this application. folder: where its files stand; default
     ~/.local/share/zorvane. remote_configuration: a mapping with keys of docs/formats.md. app_status: 1 if an
-    application without the module was updated to one with it. state: of the application at the start. close_timeout:
-    seconds that the end of a "with" block waits.
+    application without the module was updated to one with it. state: of the application at the start. journal: the
+    bytes of a journal's file, 0 for 1 MiB; an event is then not lost by a kill; None keeps no journal. journal_sync: a
+    sync after so many seconds, 0 for none. close_timeout: seconds that the end of a "with" block waits.
 
     Callbacks, all on any thread; None has a portable default:
     log: True for standard error, or a function of the line; it must not call this object.
@@ -93,7 +94,7 @@ class Analytics:
     callback."""
 
     def __init__(self, *, endpoint, app_id, folder=None, remote_configuration=None, app_status=0, state=State.ACTIVE,
-                 close_timeout=10, log=None, transport=None, main_loop=None, background_tasks=None, locale=None,
+                 journal=None, journal_sync=0, close_timeout=10, log=None, transport=None, main_loop=None, background_tasks=None, locale=None,
                  time_zone=None, advertising=None):
         self._close_timeout = close_timeout
         self._sent = False
@@ -106,6 +107,8 @@ class Analytics:
             _set_folder(options, *lib.text(str(folder)))
         if remote_configuration is not None:
             _set_remote_configuration(options, *lib.text(json.dumps(remote_configuration)))
+        if journal is not None:
+            _set_journal(options, journal, journal_sync)
         if log is True:
             _set_log_to_stderr(options)
             log = None
@@ -332,6 +335,7 @@ _set_app_status = lib.call("zr_options_set_app_status", "pl")
 _set_state = lib.call("zr_options_set_state", "pi")
 _set_folder = lib.call("zr_options_set_folder", "pt")
 _set_remote_configuration = lib.call("zr_options_set_remote_configuration", "pt")
+_set_journal = lib.call("zr_options_set_journal", "pud")
 _set_log_to_stderr = lib.call("zr_options_set_log_to_stderr", "p")
 _start = lib.call("zr_start", "p")
 _track = lib.call("zr_track", "tp")

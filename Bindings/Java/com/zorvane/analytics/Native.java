@@ -21,9 +21,16 @@ final class Native {
 
   /**
    * texts: endpoint, application identifier, folder, remote configuration. callbacks: log, transport, main loop,
-   * background tasks, locale, time zone, advertising. Each may be null.
+   * background tasks, locale, time zone, advertising. Each may be null. journalBytes: below 0 for no journal.
    */
-  static native int start(byte[][] texts, Object[] callbacks, boolean logToStandardError, int appStatus, int state);
+  static native int start(
+      byte[][] texts,
+      Object[] callbacks,
+      boolean logToStandardError,
+      int appStatus,
+      int state,
+      long journalBytes,
+      double journalSync);
 
   static native int close(double seconds, boolean[] allSent);
 
