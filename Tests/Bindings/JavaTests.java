@@ -164,7 +164,8 @@ final class JavaTests {
     System.setErr(new java.io.PrintStream(printed, true));
     CountDownLatch completed = new CountDownLatch(1);
     File folder = Files.createTempDirectory("java").toFile();
-    Analytics analytics = builder().folder(folder).journal(1 << 21, Duration.ZERO).log((isError, message, where) -> lines.add(message))
+    Analytics analytics = builder().folder(folder).journal(1 << 21, Duration.ZERO)
+        .log((isError, message, where) -> lines.add(message))
         .mainLoop(loop::add, () -> Thread.currentThread() == main)
         .backgroundTasks(new BackgroundTasks() {
           @Override

@@ -107,8 +107,9 @@ class PythonTests(unittest.TestCase):
         service, lines, records, changed = Service(), [], [], []
         moment = datetime.datetime(2026, 12, 24, 10, tzinfo=datetime.timezone.utc)
         with Analytics(
-                endpoint="http://x", app_id="SHOP", folder=self.folder.name, transport=service, log=lines.append, journal=2**21,
-                main_loop=Loop(), time_zone=lambda _: 3600, advertising=lambda: (zranalytics.Advertising.ALLOWED, "AD"),
+                endpoint="http://x", app_id="SHOP", folder=self.folder.name, transport=service, log=lines.append,
+                journal=2**21, main_loop=Loop(), time_zone=lambda _: 3600,
+                advertising=lambda: (zranalytics.Advertising.ALLOWED, "AD"),
                 locale=lambda question, _: "AT" if question == zranalytics.LocaleQuestion.COUNTRY_CODE else None,
                 remote_configuration={"device_model": "M"}) as analytics:
             analytics.set_trigger(lambda name, record: records.append((name, record)) or {"seen": True})
@@ -140,6 +141,7 @@ class PythonTests(unittest.TestCase):
             self.assertEqual(journal.stat().st_size, 2**21)
             sent = analytics.close()
         self.assertEqual(analytics.close(), sent)
+        self.assertIsNone(analytics.tracked_idfa)
         self.assertFalse(concurrent.futures.wait([cancelled], 0).not_done)
         event, place = (next(event for event in service.events() if event["EVENT_ACTION"] == name)
                         for name in ("All kinds", "Place alone"))

@@ -350,8 +350,11 @@ namespace Zorvane
         public void TrackAdvertisingIdentifier() => Library.Check(Native.zr_track_advertising_identifier());
 
         /// <summary>The advertising identifier tracked last; null if there is none.</summary>
-        public string GetTrackedAdvertisingIdentifier() =>
-            Library.Taken(Native.zr_copy_tracked_idfa(out UIntPtr length), length);
+        public string GetTrackedAdvertisingIdentifier()
+        {
+            string identifier = Library.Taken(Native.zr_copy_tracked_idfa(out UIntPtr length), length);
+            return identifier == "" ? null : identifier;
+        }
 
         /// <summary>The body of a device registration, JSON.</summary>
         public string GetDeviceRegistration() =>

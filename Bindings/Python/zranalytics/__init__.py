@@ -94,8 +94,8 @@ class Analytics:
     callback."""
 
     def __init__(self, *, endpoint, app_id, folder=None, remote_configuration=None, app_status=0, state=State.ACTIVE,
-                 journal=None, journal_sync=0, close_timeout=10, log=None, transport=None, main_loop=None, background_tasks=None, locale=None,
-                 time_zone=None, advertising=None):
+                 journal=None, journal_sync=0, close_timeout=10, log=None, transport=None, main_loop=None,
+                 background_tasks=None, locale=None, time_zone=None, advertising=None):
         self._close_timeout = close_timeout
         self._sent = False
         options = lib.Handle(_options_new(), "options")
@@ -304,8 +304,9 @@ class Analytics:
 
     @property
     def tracked_idfa(self):
-        """The advertising identifier tracked last; "" if there is none."""
-        return lib.taken_text(_copy_tracked_idfa(None))
+        """The advertising identifier tracked last; None if there is none."""
+        identifier = _copy_tracked_idfa(None)
+        return (lib.taken_text(identifier) or None) if identifier else None
 
     @property
     def device_registration(self):
@@ -372,7 +373,7 @@ _track_reinstall = lib.call("zr_track_reinstall")
 _set_device_model_attributes = lib.call("zr_set_device_model_attributes")
 _track_locale = lib.call("zr_track_locale")
 _track_advertising_identifier = lib.call("zr_track_advertising_identifier")
-_copy_tracked_idfa = lib.make("zr_copy_tracked_idfa", "p")
+_copy_tracked_idfa = lib.find("zr_copy_tracked_idfa", "p")
 _copy_device_registration = lib.make("zr_copy_device_registration", "p")
 _copy_configuration = lib.make("zr_copy_configuration", "p")
 _update_remote_configuration = lib.call("zr_update_remote_configuration", "t")

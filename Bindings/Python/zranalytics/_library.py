@@ -74,7 +74,8 @@ def _prepared(name, arguments, result, check):
     function = getattr(_c, name)
     function.argtypes = [kind for letter in arguments for kind in _TYPES[letter]]
     function.restype = result
-    function.errcheck = check
+    if check:
+        function.errcheck = check
     return function
 
 
@@ -86,6 +87,11 @@ def call(name, arguments=""):
 def make(name, arguments=""):
     """The function of that name, which returns a pointer."""
     return _prepared(name, arguments, c_void_p, _check_pointer)
+
+
+def find(name, arguments=""):
+    """The function of that name, which returns a pointer, or None if there is nothing."""
+    return _prepared(name, arguments, c_void_p, None)
 
 
 def text(value):

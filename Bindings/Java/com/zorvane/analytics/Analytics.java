@@ -466,7 +466,8 @@ public final class Analytics implements AutoCloseable {
    * @return null if there is none
    */
   public String trackedAdvertisingIdentifier() {
-    return Values.text(Native.trackedIdfa());
+    String identifier = Values.text(Native.trackedIdfa());
+    return identifier == null || identifier.isEmpty() ? null : identifier;
   }
 
   /**
