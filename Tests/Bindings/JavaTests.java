@@ -43,6 +43,7 @@ final class JavaTests {
   private static void accept(Request request) {
     same("application/json", request.headers().get("Content-Type"));
     bodies.add(new String(request.body(), StandardCharsets.UTF_8));
+    throwsA(NullPointerException.class, () -> request.respond(200, null));
     request.respond(200, "{}".getBytes(StandardCharsets.UTF_8));
   }
 
@@ -159,10 +160,12 @@ final class JavaTests {
     List<String> lines = Collections.synchronizedList(new ArrayList<>());
     List<String> tasks = Collections.synchronizedList(new ArrayList<>());
     List<Object> changed = Collections.synchronizedList(new ArrayList<>());
-    List<Throwable> thrown = Collections.synchronizedList(new ArrayList<>());
-    Thread.setDefaultUncaughtExceptionHandler((thread, e) -> thrown.add(e));
+    java.io.ByteArrayOutputStream printed = new java.io.ByteArrayOutputStream();
+    System.setErr(new java.io.PrintStream(printed, true));
     CountDownLatch completed = new CountDownLatch(1);
-    Analytics analytics = builder().log((isError, message, where) -> lines.add(message))
+    File folder = Files.createTempDirectory("java").toFile();
+    Analytics analytics = builder().folder(folder).journal(1 << 21, Duration.ZERO)
+        .log((isError, message, where) -> lines.add(message))
         .mainLoop(loop::add, () -> Thread.currentThread() == main)
         .backgroundTasks(new BackgroundTasks() {
           @Override
@@ -178,7 +181,9 @@ final class JavaTests {
         .locale(() -> Locale.forLanguageTag("zh-Hans-AT")).timeZone(() -> new SimpleTimeZone(3_600_000, "X"))
         .advertising(() -> new Advertising(Advertising.Permission.ALLOWED, "AD-\u00fc")).start();
     analytics.setTrigger(Analytics.Slot.IN_APP, (name, record) -> {
-      record.put("seen", 7L);
+      if (!name.equals("Deep")) {
+        record.put("seen", 7L);
+      }
       if (name.equals("Bad")) {
         throw new Failure("the trigger");
       }
@@ -194,17 +199,25 @@ final class JavaTests {
     analytics.setUserAttribute("tall", true);
     analytics.enterBackground();
     analytics.track("Bad");
+    List<Object> deep = List.of();
+    for (int level = 1; level < 100; ++level) {
+      deep = List.of(deep);
+    }
+    analytics.track("Deep", new Properties().put("list", deep));
+    same(1L << 21, new File(folder, "Library/ZrvData/ZREventJournal").length());
     same("AD-\u00fc", analytics.trackedAdvertisingIdentifier());
     same(true, analytics.configuration().startsWith("{"));
     same(true, analytics.close(Duration.ofMinutes(1)));
     main.interrupt();
+    delete(folder);
     same(true, sent("{\"LOCALE_IDENTIFIER\":\"zh_Hans_AT\"}"));
     same(true, sent("{\"LOCALE_COUNTRY_DISPLAY\":\"\u5965\u5730\u5229\"}"));
     same(true, sent("+0100\""));
     same(true, lines.size() > 0 && tasks.contains("ZRVTask") && tasks.contains("end"));
-    same(List.of("the trigger"), thrown.stream().map(Throwable::getMessage).toList());
+    same(List.of("com.zorvane.analytics.JavaTests$Failure: the trigger"),
+        printed.toString().lines().filter(line -> !line.startsWith("\t")).toList());
     // After an exception the changes of that trigger are lost.
-    same(1L, changed.stream().filter(seen -> seen == null).count());
+    same(2L, changed.stream().filter(seen -> seen == null).count());
     same(true, changed.contains(7L));
     same(0, Native.countReferences());
   }

@@ -192,6 +192,7 @@ internal static class Tests
         Analytics.CallbackFailed += e => thrown.Enqueue(e.Message);
         AnalyticsOptions options = Options();
         options.Log = (isError, message, where) => lines.Enqueue(message);
+        options.JournalBytes = 1 << 21;
         options.MainLoop = host;
         options.BackgroundTasks = host;
         options.Culture = () => new CultureInfo("de-AT");
@@ -219,6 +220,7 @@ internal static class Tests
         analytics.SetUserAttribute("tall", true);
         analytics.EnterBackground();
         analytics.Track("Bad");
+        Same(1L << 21, new FileInfo(options.Folder + "/Library/ZrvData/ZREventJournal").Length);
         Same("AD-\u00fc", analytics.GetTrackedAdvertisingIdentifier());
         Same('{', analytics.GetConfiguration()[0]);
         Same(true, analytics.Close(TimeSpan.FromMinutes(1)));

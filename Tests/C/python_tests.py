@@ -38,6 +38,9 @@ class Service:
     def __call__(self, request):
         assert request.headers["Content-Type"] == "application/json"
         self.bodies.append(json.loads(request.body))
+        for wrong in ((200, "text"), ("200",), (0, b"", 1)):
+            with contextlib.suppress(TypeError, AttributeError):
+                request.respond(*wrong)
         request.respond(200)
 
     def events(self):
@@ -105,7 +108,8 @@ class PythonTests(unittest.TestCase):
         moment = datetime.datetime(2026, 12, 24, 10, tzinfo=datetime.timezone.utc)
         with Analytics(
                 endpoint="http://x", app_id="SHOP", folder=self.folder.name, transport=service, log=lines.append,
-                main_loop=Loop(), time_zone=lambda _: 3600, advertising=lambda: (zranalytics.Advertising.ALLOWED, "AD"),
+                journal=2**21, main_loop=Loop(), time_zone=lambda _: 3600,
+                advertising=lambda: (zranalytics.Advertising.ALLOWED, "AD"),
                 locale=lambda question, _: "AT" if question == zranalytics.LocaleQuestion.COUNTRY_CODE else None,
                 remote_configuration={"device_model": "M"}) as analytics:
             analytics.set_trigger(lambda name, record: records.append((name, record)) or {"seen": True})
@@ -113,12 +117,15 @@ class PythonTests(unittest.TestCase):
             attributes = {"date": moment, "place": Location(1, 2), "bytes": b"\xff", "none": None, "url": URL("a://b"),
                           "list": [1, {"nan": 2.0}], "big": 2**70, "text": "ü"}
             analytics.track("All kinds", attributes)
+            analytics.track("Place alone", {"list": [Location(1, 2)]})
             analytics.set_user_attribute("since", moment)
             analytics.set_user_attribute("tall", True)
             self.assertEqual(analytics.event_record("All kinds", attributes)["EVENT_ATTRS"],
                              {"bytes": "ff", "none": "", "url": "a://b", "list": [1, {"nan": 2.0}],
                               "big": 2.0**70, "text": "ü"})
             analytics.reset_user().exception()
+            cancelled = analytics.flush()
+            cancelled.cancel()
             analytics.update_sources([Source.from_map({"utm_source": "mail"})])
             for refused, status in ((lambda: analytics.set_user_attribute("a", [1]), Status.ARGUMENT),
                                     (lambda: analytics.update_remote_configuration({"a": 1}), Status.CONFIGURATION),
@@ -127,9 +134,18 @@ class PythonTests(unittest.TestCase):
                 with self.assertRaises(AnalyticsError) as raised:
                     refused()
                 self.assertEqual(raised.exception.status, status)
-            self.assertRaises(TypeError, analytics.track, "A", {"object": object()})
+            for wrong in ({"object": object()}, {1: moment}, {1: 2}):
+                self.assertRaises(TypeError, analytics.track, "A", wrong)
             self.assertEqual(analytics.configuration["device_model"], "M")
-        event = next(event for event in service.events() if event["EVENT_ACTION"] == "All kinds")
+            journal = pathlib.Path(self.folder.name) / "Library" / "ZrvData" / "ZREventJournal"
+            self.assertEqual(journal.stat().st_size, 2**21)
+            sent = analytics.close()
+        self.assertEqual(analytics.close(), sent)
+        self.assertIsNone(analytics.tracked_idfa)
+        self.assertFalse(concurrent.futures.wait([cancelled], 0).not_done)
+        event, place = (next(event for event in service.events() if event["EVENT_ACTION"] == name)
+                        for name in ("All kinds", "Place alone"))
+        self.assertEqual(place["EVENT_ATTRS"], {"list": ["1.000000,2.000000"]})
         self.assertEqual(event["EVENT_ATTRS_CUST"], {"timestamp": [{"date": moment.timestamp() * 1000}],
                                                      "location": [{"place": "1.000000,2.000000"}]})
         self.assertTrue(event["EVENT_L_TIME"].endswith("+0100"))

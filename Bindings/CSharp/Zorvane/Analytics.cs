@@ -77,6 +77,10 @@ namespace Zorvane
                 SetText(native, options.RemoteConfiguration, Native.zr_options_set_remote_configuration);
                 Library.Check(Native.zr_options_set_app_status(native, (long)options.AppStatus));
                 Library.Check(Native.zr_options_set_state(native, (int)options.State));
+                if (options.JournalBytes is ulong bytes)
+                {
+                    Library.Check(Native.zr_options_set_journal(native, bytes, options.JournalSync.TotalSeconds));
+                }
                 if (options.LogToStandardError) Library.Check(Native.zr_options_set_log_to_stderr(native));
                 Set(options.Log, data =>
                     Native.zr_options_set_log(native, Callbacks.Log, data, Callbacks.Release));
@@ -346,8 +350,11 @@ namespace Zorvane
         public void TrackAdvertisingIdentifier() => Library.Check(Native.zr_track_advertising_identifier());
 
         /// <summary>The advertising identifier tracked last; null if there is none.</summary>
-        public string GetTrackedAdvertisingIdentifier() =>
-            Library.Taken(Native.zr_copy_tracked_idfa(out UIntPtr length), length);
+        public string GetTrackedAdvertisingIdentifier()
+        {
+            string identifier = Library.Taken(Native.zr_copy_tracked_idfa(out UIntPtr length), length);
+            return identifier == "" ? null : identifier;
+        }
 
         /// <summary>The body of a device registration, JSON.</summary>
         public string GetDeviceRegistration() =>

@@ -95,6 +95,13 @@ namespace Zorvane
         /// <summary>At the start.</summary>
         public ApplicationState State { get; set; }
 
+        /// <summary>Keeps a journal: an event whose call has returned is not lost by a kill. The bytes of its file; 0
+        /// means 1 MiB. Null: no journal.</summary>
+        public ulong? JournalBytes { get; set; }
+
+        /// <summary>How often the journal is synced, in case of a power loss. Zero: never.</summary>
+        public TimeSpan JournalSync { get; set; }
+
         /// <summary>Takes log messages; it must not call the module. Null: nothing is logged.</summary>
         public LogHandler Log { get; set; }
 

@@ -167,6 +167,8 @@ namespace Zorvane
         [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
         internal static extern int zr_options_set_state(OptionsHandle options, int state);
         [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int zr_options_set_journal(OptionsHandle options, ulong bytes, double seconds);
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
         internal static extern int zr_options_set_log_to_stderr(OptionsHandle options);
         [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
         internal static extern int zr_options_set_log(OptionsHandle options, Log log, IntPtr data, Release release);

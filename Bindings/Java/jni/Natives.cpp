@@ -124,13 +124,16 @@ zr_status setCallbacks(JNIEnv* environment, zr_options* options, jobjectArray ca
 }
 
 jint start(JNIEnv* environment, jclass, jobjectArray texts, jobjectArray callbacks, jboolean logToStandardError,
-           jint appStatus, jint state) {
+           jint appStatus, jint state, jlong journalBytes, jdouble journalSync) {
   zr_options* const options = zr_options_new();
   zr_status status = setTexts(environment, options, texts);
   if (status == ZR_OK) status = setCallbacks(environment, options, callbacks);
   if (status == ZR_OK && logToStandardError) status = zr_options_set_log_to_stderr(options);
   if (status == ZR_OK) status = zr_options_set_app_status(options, appStatus);
   if (status == ZR_OK) status = zr_options_set_state(options, static_cast<zr_state>(state));
+  if (status == ZR_OK && journalBytes >= 0) {
+    status = zr_options_set_journal(options, static_cast<std::uint64_t>(journalBytes), journalSync);
+  }
   if (status == ZR_OK) status = zr_start(options);
   zr_options_free(options);
   return status;
@@ -318,7 +321,7 @@ JNINativeMethod method(const char* name, const char* signature, Function* functi
 
 bool registerMethods(JNIEnv* environment, jclass native) {
   const JNINativeMethod all[] = {
-      method("start", "([[B[Ljava/lang/Object;ZII)I", start),
+      method("start", "([[B[Ljava/lang/Object;ZIIJD)I", start),
       method("close", "(D[Z)I", closeModule),
       method("lifecycle", "(I)I", lifecycle),
       method("enterForeground", "()I", plain<zr_enter_foreground>),

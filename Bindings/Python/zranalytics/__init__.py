@@ -13,7 +13,7 @@ import json
 
 from . import _library as lib
 from ._library import AnalyticsError, Request, Status, Task
-from ._values import URL, Condition, Location, Properties, Source, python_of, seconds, update_map, value_of
+from ._values import URL, Condition, Location, Properties, Source, is_json, python_of, seconds, update_map, value_of
 
 __all__ = ["URL", "Advertising", "Analytics", "AnalyticsError", "Condition", "Lifecycle", "LocaleQuestion", "Location",
            "Properties", "Request", "Slot", "Source", "State", "Status", "Task"]
@@ -76,8 +76,9 @@ class Analytics:
 
     endpoint, app_id: the collection service, and this application. folder: where its files stand; default
     ~/.local/share/zorvane. remote_configuration: a mapping with keys of docs/formats.md. app_status: 1 if an
-    application without the module was updated to one with it. state: of the application at the start. close_timeout:
-    seconds that the end of a "with" block waits.
+    application without the module was updated to one with it. state: of the application at the start. journal: the
+    bytes of a journal's file, 0 for 1 MiB; an event is then not lost by a kill; None keeps no journal. journal_sync: a
+    sync after so many seconds, 0 for none. close_timeout: seconds that the end of a "with" block waits.
 
     Callbacks, all on any thread; None has a portable default:
     log: True for standard error, or a function of the line; it must not call this object.
@@ -93,10 +94,10 @@ class Analytics:
     callback."""
 
     def __init__(self, *, endpoint, app_id, folder=None, remote_configuration=None, app_status=0, state=State.ACTIVE,
-                 close_timeout=10, log=None, transport=None, main_loop=None, background_tasks=None, locale=None,
-                 time_zone=None, advertising=None):
+                 journal=None, journal_sync=0, close_timeout=10, log=None, transport=None, main_loop=None,
+                 background_tasks=None, locale=None, time_zone=None, advertising=None):
         self._close_timeout = close_timeout
-        self._closed = False
+        self._sent = False
         options = lib.Handle(_options_new(), "options")
         _set_endpoint(options, *lib.text(endpoint))
         _set_app_id_option(options, *lib.text(app_id))
@@ -106,6 +107,8 @@ class Analytics:
             _set_folder(options, *lib.text(str(folder)))
         if remote_configuration is not None:
             _set_remote_configuration(options, *lib.text(json.dumps(remote_configuration)))
+        if journal is not None:
+            _set_journal(options, journal, journal_sync)
         if log is True:
             _set_log_to_stderr(options)
             log = None
@@ -128,19 +131,25 @@ class Analytics:
 
     def close(self, timeout=10):
         """Saves and sends what is recorded, waits at most that many seconds. True if the service accepted everything;
-        the rest goes with the next launch. Afterwards no callback comes."""
+        the rest goes with the next launch. Afterwards no callback comes. A second close returns the same, or False
+        while the first runs. Raises AnalyticsError in a callback, and if a callback does not end in time; the module is
+        closed in the latter case, too."""
         sent = ctypes.c_int()
-        self._closed = True
-        lib.close(timeout, ctypes.byref(sent))
+        try:
+            lib.close(timeout, ctypes.byref(sent))
+        except AnalyticsError as error:
+            if error.status == Status.CLOSED:
+                return self._sent
+            raise
+        self._sent = bool(sent.value)
         atexit.unregister(self._close_at_exit)
-        return bool(sent.value)
+        return self._sent
 
     def _close_at_exit(self):
-        if not self._closed:
-            try:
-                self.close(1)
-            except AnalyticsError:
-                pass
+        try:
+            self.close(1)
+        except AnalyticsError:
+            pass
 
     # --- Events
 
@@ -152,9 +161,11 @@ class Analytics:
         if isinstance(properties, Properties):
             return _track(*lib.text(name), properties)
         try:
-            encoded = json.dumps(properties, allow_nan=False).encode()
+            encoded = json.dumps(properties, allow_nan=False).encode() if is_json(properties) else None
         except (TypeError, ValueError):
-            # Dates, bytes, places, not-a-number.
+            # Dates, bytes, not-a-number.
+            encoded = None
+        if encoded is None:
             return _track(*lib.text(name), Properties(properties))
         return _track_json(*lib.text(name), encoded, len(encoded))
 
@@ -293,8 +304,9 @@ class Analytics:
 
     @property
     def tracked_idfa(self):
-        """The advertising identifier tracked last; "" if there is none."""
-        return lib.taken_text(_copy_tracked_idfa(None))
+        """The advertising identifier tracked last; None if there is none."""
+        identifier = _copy_tracked_idfa(None)
+        return (lib.taken_text(identifier) or None) if identifier else None
 
     @property
     def device_registration(self):
@@ -324,6 +336,7 @@ _set_app_status = lib.call("zr_options_set_app_status", "pl")
 _set_state = lib.call("zr_options_set_state", "pi")
 _set_folder = lib.call("zr_options_set_folder", "pt")
 _set_remote_configuration = lib.call("zr_options_set_remote_configuration", "pt")
+_set_journal = lib.call("zr_options_set_journal", "pud")
 _set_log_to_stderr = lib.call("zr_options_set_log_to_stderr", "p")
 _start = lib.call("zr_start", "p")
 _track = lib.call("zr_track", "tp")
@@ -360,7 +373,7 @@ _track_reinstall = lib.call("zr_track_reinstall")
 _set_device_model_attributes = lib.call("zr_set_device_model_attributes")
 _track_locale = lib.call("zr_track_locale")
 _track_advertising_identifier = lib.call("zr_track_advertising_identifier")
-_copy_tracked_idfa = lib.make("zr_copy_tracked_idfa", "p")
+_copy_tracked_idfa = lib.find("zr_copy_tracked_idfa", "p")
 _copy_device_registration = lib.make("zr_copy_device_registration", "p")
 _copy_configuration = lib.make("zr_copy_configuration", "p")
 _update_remote_configuration = lib.call("zr_update_remote_configuration", "t")

@@ -74,7 +74,8 @@ def _prepared(name, arguments, result, check):
     function = getattr(_c, name)
     function.argtypes = [kind for letter in arguments for kind in _TYPES[letter]]
     function.restype = result
-    function.errcheck = check
+    if check:
+        function.errcheck = check
     return function
 
 
@@ -86,6 +87,11 @@ def call(name, arguments=""):
 def make(name, arguments=""):
     """The function of that name, which returns a pointer."""
     return _prepared(name, arguments, c_void_p, _check_pointer)
+
+
+def find(name, arguments=""):
+    """The function of that name, which returns a pointer, or None if there is nothing."""
+    return _prepared(name, arguments, c_void_p, None)
 
 
 def text(value):
@@ -165,7 +171,8 @@ class Completion:
     def end(self):
         if self._answer is None:
             self._future.cancel()
-        else:
+        # False if cancelled, here or by the host; wakes those that wait for it.
+        if self._future.set_running_or_notify_cancel():
             self._future.set_result(self._answer)
 
 
@@ -226,8 +233,10 @@ class Request:
 
     def respond(self, status, body=b"", error=None):
         """status: of HTTP, or 0 if no response came; then error says why."""
+        # A wrong argument raises before the request is given up.
+        answer = c_int32(status), bytes(memoryview(body)), error.encode() if error else None
         pointer, self._pointer = self._pointer, None
-        _respond(pointer, status, body, len(body), error.encode() if error else None)
+        _respond(pointer, answer[0], answer[1], len(answer[1]), answer[2])
 
     def __del__(self):
         if self._pointer:

@@ -70,8 +70,7 @@ def value_of(value):
     and mappings of these."""
     if isinstance(value, collections.abc.Mapping):
         handle = lib.Handle(_map(), "value")
-        for key, item in value.items():
-            _set(handle, *lib.text(key), value_of(item))
+        update_map(handle, value)
         return handle
     if isinstance(value, (list, tuple)) and not isinstance(value, Location):
         handle = lib.Handle(_list(), "value")
@@ -79,6 +78,15 @@ def value_of(value):
             _append(handle, value_of(item))
         return handle
     return lib.Handle(_pointer(value), "value")
+
+
+def is_json(value):
+    """Whether JSON can hold the containers. json.dumps would make a list of a Location, and a text of any key."""
+    if isinstance(value, Location):
+        return False
+    if isinstance(value, dict):
+        return all(isinstance(key, str) and is_json(item) for key, item in value.items())
+    return not isinstance(value, (list, tuple)) or all(map(is_json, value))
 
 
 def python_of(pointer):
@@ -89,6 +97,8 @@ def python_of(pointer):
 def update_map(pointer, changes):
     """Sets these pairs in a map of the library."""
     for key, item in changes.items():
+        if not isinstance(key, str):
+            raise TypeError(f"{key!r} is no name of an attribute")
         _set(pointer, *lib.text(key), value_of(item))
 
 

@@ -23,7 +23,7 @@ import java.util.Objects;
  *
  * <p>A null argument throws {@link NullPointerException}, if nothing else is said. A wrong one, and any call after
  * {@link #close}, throws {@link AnalyticsException}. Callbacks run on a thread of the library and must return soon;
- * what they throw goes to the uncaught exception handler of that thread.
+ * what they throw is printed to {@link System#err}.
  */
 public final class Analytics implements AutoCloseable {
   /** The state of the application. */
@@ -466,7 +466,8 @@ public final class Analytics implements AutoCloseable {
    * @return null if there is none
    */
   public String trackedAdvertisingIdentifier() {
-    return Values.text(Native.trackedIdfa());
+    String identifier = Values.text(Native.trackedIdfa());
+    return identifier == null || identifier.isEmpty() ? null : identifier;
   }
 
   /**

@@ -1,6 +1,7 @@
 package com.zorvane.analytics;
 
 import java.io.File;
+import java.time.Duration;
 import java.util.Locale;
 import java.util.Objects;
 import java.util.TimeZone;
@@ -12,8 +13,8 @@ import java.util.function.Supplier;
  * What the module starts with: {@link Analytics#builder}. Everything but {@link #endpoint} and {@link #appId} may be
  * left out. Nothing is called before {@link #start}. One thread at a time may use a builder.
  *
- * <p>Callbacks are called on any thread, if nothing else is said, and must return soon. What they throw goes to the
- * uncaught exception handler of their thread. The library lets go of them in {@link Analytics#close}.
+ * <p>Callbacks are called on any thread, if nothing else is said, and must return soon. What they throw is printed
+ * to {@link System#err}. The library lets go of them in {@link Analytics#close}.
  */
 public final class Builder {
   private final byte[][] texts = new byte[4][];
@@ -21,6 +22,8 @@ public final class Builder {
   private boolean logToStandardError;
   private Analytics.AppStatus appStatus = Analytics.AppStatus.INSTALLED;
   private Analytics.State state = Analytics.State.ACTIVE;
+  private long journalBytes = -1;
+  private double journalSync;
 
   Builder() {
     locale(Locale::getDefault);
@@ -92,6 +95,23 @@ public final class Builder {
    */
   public Builder state(Analytics.State state) {
     this.state = Objects.requireNonNull(state);
+    return this;
+  }
+
+  /**
+   * Keeps a journal: an event whose call has returned is not lost by a kill. Default: none.
+   *
+   * @param bytes the size of its file; 0 means 1 MiB
+   * @param sync how often it is synced, in case of a power loss; zero means never
+   * @return this
+   * @throws IllegalArgumentException for a size below 0
+   */
+  public Builder journal(long bytes, Duration sync) {
+    if (bytes < 0) {
+      throw new IllegalArgumentException("the size is below 0");
+    }
+    journalSync = sync.toNanos() / 1e9;
+    journalBytes = bytes;
     return this;
   }
 
@@ -196,7 +216,9 @@ public final class Builder {
    *     and {@link AnalyticsException.Reason#SYSTEM} another start is possible
    */
   public Analytics start() {
-    Native.check(Native.start(texts, callbacks, logToStandardError, appStatus.ordinal(), state.ordinal()));
+    Native.check(
+        Native.start(
+            texts, callbacks, logToStandardError, appStatus.ordinal(), state.ordinal(), journalBytes, journalSync));
     return new Analytics();
   }
 }

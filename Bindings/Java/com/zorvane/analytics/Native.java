@@ -1,6 +1,6 @@
 package com.zorvane.analytics;
 
-import java.util.Arrays;
+import java.util.HashMap;
 import java.util.Locale;
 import java.util.Map;
 import java.util.TimeZone;
@@ -21,9 +21,16 @@ final class Native {
 
   /**
    * texts: endpoint, application identifier, folder, remote configuration. callbacks: log, transport, main loop,
-   * background tasks, locale, time zone, advertising. Each may be null.
+   * background tasks, locale, time zone, advertising. Each may be null. journalBytes: below 0 for no journal.
    */
-  static native int start(byte[][] texts, Object[] callbacks, boolean logToStandardError, int appStatus, int state);
+  static native int start(
+      byte[][] texts,
+      Object[] callbacks,
+      boolean logToStandardError,
+      int appStatus,
+      int state,
+      long journalBytes,
+      double journalSync);
 
   static native int close(double seconds, boolean[] allSent);
 
@@ -158,13 +165,12 @@ final class Native {
 
   // What the library calls, on any thread. Nothing may be thrown to it.
 
-  /** Runs a callback of the host. What it throws goes where the exceptions of its thread go. */
+  /** Runs a callback of the host. What it throws is printed: on Android an uncaught exception ends the application. */
   private static void run(Runnable callback) {
     try {
       callback.run();
     } catch (Throwable e) {
-      Thread thread = Thread.currentThread();
-      thread.getUncaughtExceptionHandler().uncaughtException(thread, e);
+      e.printStackTrace();
     }
   }
 
@@ -249,14 +255,16 @@ final class Native {
     run(() -> ((Completion) completion).completed(success));
   }
 
-  /** The record if the trigger changed it, else null. */
+  /** The pairs that the trigger put into the record; null if there are none. */
   static byte[] trigger(Object trigger, byte[] name, byte[] record) {
     return get(
         () -> {
           Map<String, Object> map = Values.decodeMap(record);
+          Map<String, Object> before = new HashMap<>(map);
           ((Trigger) trigger).tracked(Values.text(name), map);
-          byte[] changed = Values.encode(map);
-          return Arrays.equals(changed, record) ? null : changed;
+          map.entrySet().removeIf(
+              pair -> before.containsKey(pair.getKey()) && before.get(pair.getKey()) == pair.getValue());
+          return map.isEmpty() ? null : Values.encode(map);
         },
         null);
   }

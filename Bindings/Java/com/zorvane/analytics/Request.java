@@ -60,7 +60,8 @@ public final class Request {
    * @throws IllegalStateException after another response
    */
   public void respond(int status, byte[] body) {
-    Native.check(Native.respond(take(), status, body.clone(), null));
+    byte[] copy = body.clone();
+    Native.check(Native.respond(take(), status, copy, null));
   }
 
   /**

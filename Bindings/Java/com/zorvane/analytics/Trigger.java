@@ -7,7 +7,7 @@ import java.util.Map;
 public interface Trigger {
   /**
    * Sees an event that was recorded; one at a time. Pairs that are put into the record are seen by the messaging
-   * delegate; what is sent stays unchanged. Values are null, Boolean, Long, Double, String, byte[], Instant, URI,
+   * delegate; a change inside a value is not, and what is sent stays unchanged. Values are null, Boolean, Long, Double, String, byte[], Instant, URI,
    * Location, List and Map.
    *
    * @param name of the event
