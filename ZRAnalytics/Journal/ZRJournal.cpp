@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "Platform/HostServices.h"
@@ -62,6 +63,7 @@ class Journal final : public ZREventJournal {
       const journal::Contents contents = journal::readContents(bytes);
       if (contents.header) {
         ring_.keep(contents);
+        recoverer_ = std::this_thread::get_id();
         if (!journal::recover(contents, ring_, *this, batches)) {
           logLine("Journal : its events cannot be saved and wait for the next launch");
           return;
@@ -127,7 +129,10 @@ class Journal final : public ZREventJournal {
   void armStore() noexcept override {
     if (isOpen_) ring_.arm();
   }
-  void stored() noexcept override { ring_.stored(); }
+  void stored() noexcept override {
+    // Another thread may save while an earlier launch's events are recovered.
+    if (isOpen_ || recoverer_.load() == std::this_thread::get_id()) ring_.stored();
+  }
   void endStore() noexcept override {
     if (isOpen_) ring_.endStore();
   }
@@ -153,6 +158,8 @@ class Journal final : public ZREventJournal {
   const double syncSeconds_;
   journal::Ring ring_;
   std::atomic<bool> wasOpened_{false};
+  // The thread that recovers, or has recovered, the events of an earlier launch.
+  std::atomic<std::thread::id> recoverer_{};
   // It takes events.
   std::atomic<bool> isOpen_{false};
   std::atomic<bool> isFullReported_{false};

@@ -29,6 +29,10 @@ class Recovery {
  public:
   Recovery(const Contents& contents, Ring& ring, ZREventJournal& journal, ZRBatchFile& batches)
       : contents_(contents), ring_(ring), journal_(journal), batches_(batches) {}
+  // A later save of this launch must not set `stored` for the events that are still in the journal.
+  ~Recovery() { ring_.leaveStore(); }
+  Recovery(const Recovery&) = delete;
+  Recovery& operator=(const Recovery&) = delete;
 
   bool run() {
     const bool isSaved = finishStore() && saveOthers();

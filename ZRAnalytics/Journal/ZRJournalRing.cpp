@@ -347,6 +347,11 @@ void Ring::resumeStore() {
   store_ = header().armed;
 }
 
+void Ring::leaveStore() {
+  platform::MutexLock lock(mutex_);
+  store_ = 0;
+}
+
 void Ring::arm() {
   std::size_t first = mapped_;
   std::size_t last = 0;

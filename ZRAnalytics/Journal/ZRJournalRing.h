@@ -53,6 +53,8 @@ class Ring {
   void assignFound(const Found& found, std::string_view batchID);
   // The operation that an earlier launch armed is under way again.
   void resumeStore();
+  // No operation is under way any more. The file stays as it is, for the next launch.
+  void leaveStore();
 
   // Writes what has changed to the disk.
   void sync();

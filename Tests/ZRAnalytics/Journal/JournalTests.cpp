@@ -164,11 +164,13 @@ TEST_F(JournalTest, RefusedSaveLeavesTheEventsInTheJournal) {
   inEarlierLaunch([&] {
     launch();
     EXPECT_TRUE(log_->has("Journal : its events cannot be saved and wait for the next launch"));
+    fs::remove(documents("ZorvaneBatchEvents.plist"));
     track("Three");
+    settle();
+    ZREventsHandler::sharedInstance().saveCurrentBatch();
   });
-  fs::remove(documents("ZorvaneBatchEvents.plist"));
   launch();
-  EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("One", "Two")));
+  EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("Three"), ElementsAre("One", "Two")));
 }
 
 TEST_F(JournalTest, FullJournalIsReportedOnceAndEmptiesWithASave) {
