@@ -357,6 +357,7 @@ void Ring::arm() {
   std::size_t last = 0;
   {
     platform::MutexLock lock(mutex_);
+    if (!base_) return;
     set(header().armed, store_);
     for (const std::uint64_t position : storing_) {
       const auto offset = static_cast<std::size_t>(reinterpret_cast<char*>(&at(position)) - base_);
@@ -373,13 +374,13 @@ void Ring::arm() {
 
 void Ring::stored() {
   platform::MutexLock lock(mutex_);
-  if (store_ != 0) set(header().stored, store_);
+  if (base_ && store_ != 0) set(header().stored, store_);
 }
 
 void Ring::endStore() {
   platform::MutexLock lock(mutex_);
   const std::uint64_t ended = std::exchange(store_, 0);
-  if (ended == 0 || ended == header().stored) return;
+  if (!base_ || ended == 0 || ended == header().stored) return;
   set(header().armed, 0);
   for (const std::uint64_t position : std::exchange(storing_, {})) {
     if (Record* const record = live(position)) set(record->store, 0);
@@ -387,7 +388,7 @@ void Ring::endStore() {
 }
 
 void Ring::sync() {
-  sync(0, mapped_);
+  if (base_) sync(0, mapped_);
 }
 
 void Ring::sync(std::size_t first, std::size_t last) const {
