@@ -173,6 +173,18 @@ TEST_F(JournalTest, RefusedSaveLeavesTheEventsInTheJournal) {
   EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("Three"), ElementsAre("One", "Two")));
 }
 
+TEST_F(JournalTest, UnreadableBatchFileLeavesTheEventsInTheJournal) {
+  inEarlierLaunch([&] {
+    launch();
+    track("One");
+  });
+  writeAll(documents("ZorvaneBatchEvents.plist"), "no property list");
+  inEarlierLaunch([&] { launch(); });
+  fs::remove(documents("ZorvaneBatchEvents.plist"));
+  launch();
+  EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("One")));
+}
+
 TEST_F(JournalTest, FullJournalIsReportedOnceAndEmptiesWithASave) {
   options_.bytes = 1;  // as small as it may be
   inEarlierLaunch([&] {
