@@ -12,7 +12,7 @@ namespace zorvane {
 
 class ZRBatchFile;
 
-// Operations may be called on any thread and throw nothing.
+// Operations may be called on any thread. Only addBatch throws, when there is no memory.
 class ZREventJournal {
  public:
   // Names an event in the journal; 0: it is not there.
@@ -40,8 +40,7 @@ class ZREventJournal {
 
   // A save, on one thread at a time: begin, an addBatch for each batch, arm, ZRBatchFile::store, end.
   virtual void beginStore() noexcept = 0;
-  virtual void addBatch(const std::string& batchID, const Array& records, std::size_t first,
-                        std::size_t count) noexcept = 0;
+  virtual void addBatch(const std::string& batchID, const Array& records, std::size_t first, std::size_t count) = 0;
   // Syncs the journal.
   virtual void armStore() noexcept = 0;
   // The batches are in the file. ZRBatchFile calls it while it holds its lock; does no I/O.

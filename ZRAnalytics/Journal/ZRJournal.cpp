@@ -122,8 +122,7 @@ class Journal final : public ZREventJournal {
   void beginStore() noexcept override {
     if (isOpen_) ring_.beginStore();
   }
-  void addBatch(const std::string& batchID, const Array& records, std::size_t first,
-                std::size_t count) noexcept override {
+  void addBatch(const std::string& batchID, const Array& records, std::size_t first, std::size_t count) override {
     for (; isOpen_ && count > 0; ++first, --count) ring_.assign(ticketOf(records[first]), batchID);
   }
   void armStore() noexcept override {

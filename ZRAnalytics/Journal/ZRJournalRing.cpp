@@ -330,9 +330,10 @@ void Ring::assign(std::uint64_t position, std::string_view batchID) {
   platform::MutexLock lock(mutex_);
   Record* const record = live(position);
   if (!record) return;
+  // First, as it may throw.
+  storing_.push_back(position);
   setText(record->batchID, sizeof record->batchID, batchID);
   set(record->store, store_);
-  storing_.push_back(position);
 }
 
 void Ring::assignFound(const Found& found, std::string_view batchID) {
