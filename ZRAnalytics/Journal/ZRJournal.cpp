@@ -105,12 +105,14 @@ class Journal final : public ZREventJournal {
 
   void recorded(Ticket ticket, Dictionary& record) noexcept override {
     if (ticket == 0) return;
-    guarded({kFile, "recorded"}, kException, [&] {
-      const bool isMarked =
-          ring_.markRecorded(ticket, textUnder(record, kReportsKeyGMT_Time), textUnder(record, kReportsKeyDevice_Time));
-      if (!isMarked) return reportFull();
+    const bool isInRecord = guarded({kFile, "recorded"}, kException, [&] {
+      const std::string gmtTime = textUnder(record, kReportsKeyGMT_Time);
+      const std::string localTime = textUnder(record, kReportsKeyDevice_Time);
       record.set(kTicketKey, std::make_shared<TicketObject>(ticket));
+      if (!ring_.markRecorded(ticket, gmtTime, localTime)) reportFull();
     });
+    // A save could not release it, and the event would be sent twice.
+    if (!isInRecord) ring_.release(ticket);
   }
 
   void released(Ticket ticket) noexcept override { ring_.release(ticket); }
