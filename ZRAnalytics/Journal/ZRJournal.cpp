@@ -15,6 +15,7 @@
 #include "ZRAnalytics/Utils/ZRArchiving.h"
 #include "ZRAnalytics/Utils/ZRPlainValue.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZRAnalytics/Utils/ZRTurn.h"
 
 namespace zorvane {
 namespace {
@@ -79,8 +80,10 @@ class Journal final : public ZREventJournal {
   }
 
   void sessionChanged() noexcept override {
-    guarded({kFile, "sessionChanged"}, kException, [this] {
-      if (!isOpen_) return;
+    if (!isOpen_) return;
+    // From reading the session to setting it, so that of two changes the later one holds.
+    const ZRTurn::Scope turn(sessionTurn_);
+    const bool isSet = guarded({kFile, "sessionChanged"}, kException, [this] {
       const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
       Dictionary session;
       if (auto info = sessions.getCurrentSessionInfoDict()) session.set(kBatchKeySession, *std::move(info));
@@ -89,6 +92,7 @@ class Journal final : public ZREventJournal {
       journal::appendValue(session, payload);
       if (!ring_.setSession(std::string(payload.view()))) reportFull();
     });
+    if (!isSet) ring_.dropSession();
   }
 
   Ticket called(const Value& name, const ZRProperties* properties) noexcept override {
@@ -158,6 +162,7 @@ class Journal final : public ZREventJournal {
   const std::size_t bytes_;
   const double syncSeconds_;
   journal::Ring ring_;
+  ZRTurn sessionTurn_;
   std::atomic<bool> wasOpened_{false};
   // The thread that recovers, or has recovered, the events of an earlier launch.
   std::atomic<std::thread::id> recoverer_{};

@@ -228,8 +228,14 @@ bool Ring::setSession(std::string payload) {
   return writeSession();
 }
 
+void Ring::dropSession() {
+  platform::MutexLock lock(mutex_);
+  session_.clear();
+  writeSession();
+}
+
 bool Ring::writeSession() {
-  isSessionWritten_ = add(kSession, session_, 0, sessionNumber_) != 0;
+  isSessionWritten_ = !session_.empty() && add(kSession, session_, 0, sessionNumber_) != 0;
   takesEvents_.store(isSessionWritten_, std::memory_order_release);
   return isSessionWritten_;
 }

@@ -36,6 +36,8 @@ class Ring {
   std::uint64_t append(std::string_view payload, double time);
   // False when there is no room for an event of this session; then append() gives 0 until there is.
   bool setSession(std::string payload);
+  // No event is taken until the next setSession().
+  void dropSession();
   // False when its session could not be written; then it is released.
   bool markRecorded(std::uint64_t position, std::string_view gmtTime, std::string_view localTime);
   void release(std::uint64_t position);
@@ -97,6 +99,7 @@ class Ring {
   std::uint64_t swept_ ZR_GUARDED_BY(mutex_) = 0;
   // A session record at the tail; 0: none.
   std::uint64_t sessionAtTail_ ZR_GUARDED_BY(mutex_) = 0;
+  // Empty: none.
   std::string session_ ZR_GUARDED_BY(mutex_);
   std::uint64_t sessionNumber_ ZR_GUARDED_BY(mutex_) = 0;
   bool isSessionWritten_ ZR_GUARDED_BY(mutex_) = false;
