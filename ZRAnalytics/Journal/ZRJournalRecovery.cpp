@@ -44,6 +44,9 @@ class Recovery {
     if (contents_.damaged > 0) {
       logLine("Journal : %@ records are damaged and lost", {static_cast<std::int64_t>(contents_.damaged)});
     }
+    if (unreadable_ > 0) {
+      logLine("Journal : %@ events cannot be read and are lost", {static_cast<std::int64_t>(unreadable_)});
+    }
     return isSaved;
   }
 
@@ -91,6 +94,7 @@ class Recovery {
   // Adds the event to the group of that identifier or, without one, of its session, if it may still be tracked.
   void add(const Found& found, std::string_view batchID, std::vector<Group>& groups) {
     auto event = readEvent(found.payload);
+    if (!event || !event->name.isString()) ++unreadable_;
     if (!event || !event->name.isString() || !ZRCoreUtils::isSDKEnabled()) return;
     const ZREventsHandler& handler = ZREventsHandler::sharedInstance();
     const bool isAccepted = found.record.state == kRecorded ? handler.isTrackingAllowed(*event->name.asString())
@@ -180,6 +184,7 @@ class Recovery {
   ZREventJournal& journal_;
   ZRBatchFile& batches_;
   std::size_t recovered_ = 0;
+  std::size_t unreadable_ = 0;
 };
 
 }  // namespace

@@ -71,6 +71,9 @@ TEST_F(JournalTest, KilledLaunchLosesNoEvent) {
     properties->setNonInteractive();
     properties->addLocationAttributeWithName(ZRGeoLocation::initWithLatitudeAndLongitude(1, 2), "place");
     properties->addDateEpochAttributeWithName(7, "when");
+    Value deep = 1;
+    for (int i = 0; i < 200; ++i) deep = Array{std::move(deep)};
+    properties->addAttributeWithName(deep, "deep");
     track("Called", properties);
     writeAll(noted, session());
   });
