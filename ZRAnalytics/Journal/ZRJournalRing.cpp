@@ -58,6 +58,12 @@ bool isOwnFile(int file) {
          status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
 }
 
+// A store to a hole needs a block, and on a full disk ends the process.
+bool hasHoles(int file, std::size_t bytes) {
+  struct stat status {};
+  return systemCalls().fstat(file, &status) != 0 || static_cast<std::size_t>(status.st_blocks) * 512 < bytes;
+}
+
 bool writeZeros(int file, std::size_t bytes) {
   static constexpr char kZeros[16384] = {};
   while (bytes > 0) {
@@ -132,7 +138,7 @@ void Ring::keep(const Contents& contents) {
 platform::Status Ring::start(std::size_t bytes, const Contents& contents) {
   platform::MutexLock lock(mutex_);
   const bool isKept = mapped_ == bytes && contents.header && contents.header->bytes == bytes &&
-                      contents.end < kHighest && lastStore_ < kHighest;
+                      contents.end < kHighest && lastStore_ < kHighest && !hasHoles(file_, bytes);
   if (contents.header) set(header().cleared, contents.end);
   if (isKept) {
     zero(base_ + kHeaderBytes, mapped_ - kHeaderBytes);
