@@ -26,7 +26,8 @@ class ZREventJournal {
   // Call after the current session or its sources have changed.
   virtual void sessionChanged() noexcept = 0;
 
-  // An event was tracked. When this returns, the next launch finds it. Does no I/O and waits for no other thread.
+  // An event was tracked. When this returns, the next launch finds it. Does no I/O. Waits for another thread only when
+  // the journal is full.
   virtual Ticket called(const Value& name, const ZRProperties* properties) noexcept = 0;
   // It joins the current batch as this record, which takes the ticket along under a key of its own. A save leaves that
   // key out (withoutObjects).

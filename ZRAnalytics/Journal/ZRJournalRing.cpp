@@ -181,6 +181,12 @@ void Ring::unmap() {
 // --- Records
 
 std::uint64_t Ring::append(std::string_view payload, double time) {
+  if (!takesEvents_.load(std::memory_order_acquire)) return 0;
+  const std::uint64_t position = add(kEvent, payload, time, 0);
+  if (position != 0) return position;
+  // A sweep may have stopped at a record that was not yet written.
+  platform::MutexLock lock(mutex_);
+  sweep();
   return takesEvents_.load(std::memory_order_acquire) ? add(kEvent, payload, time, 0) : 0;
 }
 
@@ -241,7 +247,11 @@ void Ring::dropSession() {
 }
 
 bool Ring::writeSession() {
-  isSessionWritten_ = !session_.empty() && add(kSession, session_, 0, sessionNumber_) != 0;
+  isSessionWritten_ = false;
+  for (int tries = session_.empty() ? 0 : 2; tries > 0 && !isSessionWritten_; --tries) {
+    isSessionWritten_ = add(kSession, session_, 0, sessionNumber_) != 0;
+    if (!isSessionWritten_) sweep();
+  }
   takesEvents_.store(isSessionWritten_, std::memory_order_release);
   return isSessionWritten_;
 }
@@ -309,8 +319,10 @@ void Ring::sweep(bool isClearing) {
 bool Ring::moveSession() {
   const Record& old = at(sessionAtTail_);
   const std::uint64_t units = old.units;
-  const std::uint64_t position = swept_ - units;
-  if (position < sessionAtTail_ + units || position % capacity_ + units > capacity_) return false;
+  std::uint64_t position = swept_ - units;
+  // A record never wraps: then it goes before the end of the ring.
+  if (position % capacity_ + units > capacity_) position -= position % capacity_ + units - capacity_;
+  if (position < sessionAtTail_ + units) return false;
   wipe(sessionAtTail_ + units, swept_);
   write(position, units, kSession, {reinterpret_cast<const char*>(&old) + sizeof old, old.bytes}, old.time,
         old.session);

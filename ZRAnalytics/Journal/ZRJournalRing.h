@@ -32,7 +32,7 @@ class Ring {
   // thread-safe.
   platform::Status start(std::size_t bytes, const Contents& contents);
 
-  // Adds an event. 0 when there is no room. Takes no lock.
+  // Adds an event. 0 when there is no room. Takes no lock while there is.
   std::uint64_t append(std::string_view payload, double time);
   // False when there is no room for an event of this session; then append() gives 0 until there is.
   bool setSession(std::string payload);
