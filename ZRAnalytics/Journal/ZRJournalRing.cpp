@@ -21,6 +21,9 @@ namespace {
 
 using platform::systemCalls;
 
+// A kill between two stores leaves whole words.
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
 // Larger files are no journals.
 constexpr std::size_t kMaximumBytes = 256u << 20;
 
