@@ -87,16 +87,18 @@ void ZREventsHandler::trackEventWithPropertiesWithCompletionBlock(Value name,
                                                                   std::shared_ptr<const ZRProperties> properties,
                                                                   std::function<void()> completion) {
   bool enabled = true;
-  guarded({kFile, kTrackEvent, 190}, "exception is %@", [&] {
+  ZREventJournal::Ticket ticket = 0;
+  const bool isPosted = guarded({kFile, kTrackEvent, 190}, "exception is %@", [&] {
     enabled = ZRCoreUtils::isSDKEnabled();
     if (!enabled) return;
-    const ZREventJournal::Ticket ticket = journal_ ? journal_->called(name, properties.get()) : 0;
+    if (journal_) ticket = journal_->called(name, properties.get());
     reports_serial_queue_.async(
         [this, event = TrackedEvent{std::move(name), std::move(properties), std::move(completion), ticket}]() mutable {
           reports_serial_queue_.assertCurrent();
           acceptEvent(event);
         });
   });
+  if (!isPosted && journal_) journal_->released(ticket);
   if (!enabled) callBlock({kFile, kTrackEvent}, "exception is %@", completion);
 }
 

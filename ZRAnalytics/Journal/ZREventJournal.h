@@ -12,7 +12,7 @@ namespace zorvane {
 
 class ZRBatchFile;
 
-// Operations may be called on any thread and throw nothing.
+// Operations may be called on any thread. Only addBatch throws, when there is no memory.
 class ZREventJournal {
  public:
   // Names an event in the journal; 0: it is not there.
@@ -26,7 +26,8 @@ class ZREventJournal {
   // Call after the current session or its sources have changed.
   virtual void sessionChanged() noexcept = 0;
 
-  // An event was tracked. When this returns, the next launch finds it. Does no I/O and waits for no other thread.
+  // An event was tracked. When this returns, the next launch finds it. Does no I/O. Waits for another thread only when
+  // the journal is full.
   virtual Ticket called(const Value& name, const ZRProperties* properties) noexcept = 0;
   // It joins the current batch as this record, which takes the ticket along under a key of its own. A save leaves that
   // key out (withoutObjects).
@@ -40,8 +41,7 @@ class ZREventJournal {
 
   // A save, on one thread at a time: begin, an addBatch for each batch, arm, ZRBatchFile::store, end.
   virtual void beginStore() noexcept = 0;
-  virtual void addBatch(const std::string& batchID, const Array& records, std::size_t first,
-                        std::size_t count) noexcept = 0;
+  virtual void addBatch(const std::string& batchID, const Array& records, std::size_t first, std::size_t count) = 0;
   // Syncs the journal.
   virtual void armStore() noexcept = 0;
   // The batches are in the file. ZRBatchFile calls it while it holds its lock; does no I/O.

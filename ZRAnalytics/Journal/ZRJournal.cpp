@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "Platform/HostServices.h"
@@ -14,6 +15,7 @@
 #include "ZRAnalytics/Utils/ZRArchiving.h"
 #include "ZRAnalytics/Utils/ZRPlainValue.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
+#include "ZRAnalytics/Utils/ZRTurn.h"
 
 namespace zorvane {
 namespace {
@@ -62,6 +64,7 @@ class Journal final : public ZREventJournal {
       const journal::Contents contents = journal::readContents(bytes);
       if (contents.header) {
         ring_.keep(contents);
+        recoverer_ = std::this_thread::get_id();
         if (!journal::recover(contents, ring_, *this, batches)) {
           logLine("Journal : its events cannot be saved and wait for the next launch");
           return;
@@ -77,8 +80,10 @@ class Journal final : public ZREventJournal {
   }
 
   void sessionChanged() noexcept override {
-    guarded({kFile, "sessionChanged"}, kException, [this] {
-      if (!isOpen_) return;
+    if (!isOpen_) return;
+    // From reading the session to setting it, so that of two changes the later one holds.
+    const ZRTurn::Scope turn(sessionTurn_);
+    const bool isSet = guarded({kFile, "sessionChanged"}, kException, [this] {
       const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
       Dictionary session;
       if (auto info = sessions.getCurrentSessionInfoDict()) session.set(kBatchKeySession, *std::move(info));
@@ -87,6 +92,7 @@ class Journal final : public ZREventJournal {
       journal::appendValue(session, payload);
       if (!ring_.setSession(std::string(payload.view()))) reportFull();
     });
+    if (!isSet) ring_.dropSession();
   }
 
   Ticket called(const Value& name, const ZRProperties* properties) noexcept override {
@@ -103,12 +109,14 @@ class Journal final : public ZREventJournal {
 
   void recorded(Ticket ticket, Dictionary& record) noexcept override {
     if (ticket == 0) return;
-    guarded({kFile, "recorded"}, kException, [&] {
-      const bool isMarked =
-          ring_.markRecorded(ticket, textUnder(record, kReportsKeyGMT_Time), textUnder(record, kReportsKeyDevice_Time));
-      if (!isMarked) return reportFull();
+    const bool isInRecord = guarded({kFile, "recorded"}, kException, [&] {
+      const std::string gmtTime = textUnder(record, kReportsKeyGMT_Time);
+      const std::string localTime = textUnder(record, kReportsKeyDevice_Time);
       record.set(kTicketKey, std::make_shared<TicketObject>(ticket));
+      if (!ring_.markRecorded(ticket, gmtTime, localTime)) reportFull();
     });
+    // A save could not release it, and the event would be sent twice.
+    if (!isInRecord) ring_.release(ticket);
   }
 
   void released(Ticket ticket) noexcept override { ring_.release(ticket); }
@@ -120,14 +128,16 @@ class Journal final : public ZREventJournal {
   void beginStore() noexcept override {
     if (isOpen_) ring_.beginStore();
   }
-  void addBatch(const std::string& batchID, const Array& records, std::size_t first,
-                std::size_t count) noexcept override {
+  void addBatch(const std::string& batchID, const Array& records, std::size_t first, std::size_t count) override {
     for (; isOpen_ && count > 0; ++first, --count) ring_.assign(ticketOf(records[first]), batchID);
   }
   void armStore() noexcept override {
     if (isOpen_) ring_.arm();
   }
-  void stored() noexcept override { ring_.stored(); }
+  void stored() noexcept override {
+    // Another thread may save while an earlier launch's events are recovered.
+    if (isOpen_ || recoverer_.load() == std::this_thread::get_id()) ring_.stored();
+  }
   void endStore() noexcept override {
     if (isOpen_) ring_.endStore();
   }
@@ -152,7 +162,10 @@ class Journal final : public ZREventJournal {
   const std::size_t bytes_;
   const double syncSeconds_;
   journal::Ring ring_;
+  ZRTurn sessionTurn_;
   std::atomic<bool> wasOpened_{false};
+  // The thread that recovers, or has recovered, the events of an earlier launch.
+  std::atomic<std::thread::id> recoverer_{};
   // It takes events.
   std::atomic<bool> isOpen_{false};
   std::atomic<bool> isFullReported_{false};

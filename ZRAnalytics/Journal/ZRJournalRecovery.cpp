@@ -1,9 +1,11 @@
 #include "ZRAnalytics/Journal/ZRJournalRecovery.h"
 
+#include <algorithm>
 #include <string>
 #include <unordered_set>
 #include <utility>
 
+#include "Platform/Formats/PropertyListDictionaryFile.h"
 #include "Platform/HostServices.h"
 #include "Platform/Time/DateFormat.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
@@ -29,6 +31,10 @@ class Recovery {
  public:
   Recovery(const Contents& contents, Ring& ring, ZREventJournal& journal, ZRBatchFile& batches)
       : contents_(contents), ring_(ring), journal_(journal), batches_(batches) {}
+  // A later save of this launch must not set `stored` for the events that are still in the journal.
+  ~Recovery() { ring_.leaveStore(); }
+  Recovery(const Recovery&) = delete;
+  Recovery& operator=(const Recovery&) = delete;
 
   bool run() {
     const bool isSaved = finishStore() && saveOthers();
@@ -37,6 +43,9 @@ class Recovery {
     }
     if (contents_.damaged > 0) {
       logLine("Journal : %@ records are damaged and lost", {static_cast<std::int64_t>(contents_.damaged)});
+    }
+    if (unreadable_ > 0) {
+      logLine("Journal : %@ events cannot be read and are lost", {static_cast<std::int64_t>(unreadable_)});
     }
     return isSaved;
   }
@@ -55,10 +64,9 @@ class Recovery {
     }
     if (groups.empty()) return true;
     const auto stored = batches_.load();
+    if (!stored) return false;
     std::unordered_set<std::string> present;
-    if (stored) {
-      for (const ZRStoredBatch& batch : *stored) present.insert(batch.id());
-    }
+    for (const ZRStoredBatch& batch : *stored) present.insert(batch.id());
     std::erase_if(groups, [&](const Group& group) { return present.contains(group.batchID); });
     ring_.resumeStore();
     if (!store(groups)) return false;
@@ -86,6 +94,7 @@ class Recovery {
   // Adds the event to the group of that identifier or, without one, of its session, if it may still be tracked.
   void add(const Found& found, std::string_view batchID, std::vector<Group>& groups) {
     auto event = readEvent(found.payload);
+    if (!event || !event->name.isString()) ++unreadable_;
     if (!event || !event->name.isString() || !ZRCoreUtils::isSDKEnabled()) return;
     const ZREventsHandler& handler = ZREventsHandler::sharedInstance();
     const bool isAccepted = found.record.state == kRecorded ? handler.isTrackingAllowed(*event->name.asString())
@@ -113,25 +122,61 @@ class Recovery {
     group->events.push_back(&found);
   }
 
-  bool store(const std::vector<Group>& groups) {
-    Dictionary entries;
-    std::size_t count = 0;
-    for (const Group& group : groups) {
-      Dictionary entry;
-      entry.setObjectNilHandledForKey(requestTimeNow(), kBatchKeyRequestTime);
-      std::string_view payload = group.session;
-      if (const auto session = takeValue(payload); session && session->isDictionary()) {
-        for (const auto& [key, value] : *session->asDictionary()) entry.set(key, value);
-      }
-      entry.set(kBatchKeyEvents, group.records);
-      entry.set(kBatchKeyBatchID, group.batchID);
-      entries.set(group.batchID, std::move(entry));
-      count += group.records.size();
+  // What the batch of that group holds beside its events.
+  static Dictionary restOf(const Group& group) {
+    Dictionary rest;
+    rest.setObjectNilHandledForKey(requestTimeNow(), kBatchKeyRequestTime);
+    std::string_view payload = group.session;
+    if (const auto session = takeValue(payload); session && session->isDictionary()) {
+      for (const auto& [key, value] : *session->asDictionary()) rest.set(key, value);
     }
-    const ZRBatchFile::Outcome outcome = batches_.store(entries, &journal_);
-    if (outcome == ZRBatchFile::Outcome::Failed) return false;
-    if (outcome == ZRBatchFile::Outcome::Done) recovered_ += count;
-    return true;
+    return rest;
+  }
+
+  // Replaces the groups by those whose batches can be stored. Nothing of the groups is in the batch file, so that their
+  // events may get other identifiers in the same operation.
+  void split(std::vector<Group>& groups) {
+    std::vector<Group> parts;
+    for (const Group& group : groups) {
+      const Dictionary rest = restOf(group);
+      for (std::size_t first = 0, count = 0; first < group.records.size(); first += std::max<std::size_t>(count, 1)) {
+        count = platform::countForEntry(group.records, first, rest);
+        if (count == 0) {
+          logLine("Batch Events plist : an event is too large to be saved and is dropped");
+          continue;
+        }
+        Group& part = parts.emplace_back();
+        part.batchID = ZRAnalyticsUtils::createBatchIdentifier();
+        part.session = group.session;
+        for (std::size_t i = first; i < first + count; ++i) {
+          part.records.push_back(group.records[i]);
+          part.events.push_back(group.events[i]);
+          ring_.assignFound(*group.events[i], part.batchID);
+        }
+      }
+    }
+    groups = std::move(parts);
+    ring_.arm();
+  }
+
+  // False when the batch file cannot be read or written.
+  bool store(std::vector<Group>& groups) {
+    for (const bool isSplit : {false, true}) {
+      if (isSplit) split(groups);
+      Dictionary entries;
+      std::size_t count = 0;
+      for (const Group& group : groups) {
+        Dictionary entry = restOf(group);
+        entry.set(kBatchKeyEvents, group.records);
+        entry.set(kBatchKeyBatchID, group.batchID);
+        entries.set(group.batchID, std::move(entry));
+        count += group.records.size();
+      }
+      const ZRBatchFile::Outcome outcome = batches_.store(entries, &journal_);
+      if (outcome == ZRBatchFile::Outcome::Done) recovered_ += count;
+      if (outcome != ZRBatchFile::Outcome::TooLarge) return outcome == ZRBatchFile::Outcome::Done;
+    }
+    return false;
   }
 
   const Contents& contents_;
@@ -139,6 +184,7 @@ class Recovery {
   ZREventJournal& journal_;
   ZRBatchFile& batches_;
   std::size_t recovered_ = 0;
+  std::size_t unreadable_ = 0;
 };
 
 }  // namespace

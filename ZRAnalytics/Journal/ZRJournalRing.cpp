@@ -21,6 +21,9 @@ namespace {
 
 using platform::systemCalls;
 
+// A kill between two stores leaves whole words.
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
 // Larger files are no journals.
 constexpr std::size_t kMaximumBytes = 256u << 20;
 
@@ -56,6 +59,12 @@ bool isOwnFile(int file) {
   struct stat status {};
   return systemCalls().fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1 &&
          status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+}
+
+// A store to a hole needs a block, and on a full disk ends the process.
+bool hasHoles(int file, std::size_t bytes) {
+  struct stat status {};
+  return systemCalls().fstat(file, &status) != 0 || static_cast<std::size_t>(status.st_blocks) * 512 < bytes;
 }
 
 bool writeZeros(int file, std::size_t bytes) {
@@ -132,7 +141,7 @@ void Ring::keep(const Contents& contents) {
 platform::Status Ring::start(std::size_t bytes, const Contents& contents) {
   platform::MutexLock lock(mutex_);
   const bool isKept = mapped_ == bytes && contents.header && contents.header->bytes == bytes &&
-                      contents.end < kHighest && lastStore_ < kHighest;
+                      contents.end < kHighest && lastStore_ < kHighest && !hasHoles(file_, bytes);
   if (contents.header) set(header().cleared, contents.end);
   if (isKept) {
     zero(base_ + kHeaderBytes, mapped_ - kHeaderBytes);
@@ -175,6 +184,12 @@ void Ring::unmap() {
 // --- Records
 
 std::uint64_t Ring::append(std::string_view payload, double time) {
+  if (!takesEvents_.load(std::memory_order_acquire)) return 0;
+  const std::uint64_t position = add(kEvent, payload, time, 0);
+  if (position != 0) return position;
+  // A sweep may have stopped at a record that was not yet written.
+  platform::MutexLock lock(mutex_);
+  sweep();
   return takesEvents_.load(std::memory_order_acquire) ? add(kEvent, payload, time, 0) : 0;
 }
 
@@ -228,8 +243,18 @@ bool Ring::setSession(std::string payload) {
   return writeSession();
 }
 
+void Ring::dropSession() {
+  platform::MutexLock lock(mutex_);
+  session_.clear();
+  writeSession();
+}
+
 bool Ring::writeSession() {
-  isSessionWritten_ = add(kSession, session_, 0, sessionNumber_) != 0;
+  isSessionWritten_ = false;
+  for (int tries = session_.empty() ? 0 : 2; tries > 0 && !isSessionWritten_; --tries) {
+    isSessionWritten_ = add(kSession, session_, 0, sessionNumber_) != 0;
+    if (!isSessionWritten_) sweep();
+  }
   takesEvents_.store(isSessionWritten_, std::memory_order_release);
   return isSessionWritten_;
 }
@@ -297,8 +322,10 @@ void Ring::sweep(bool isClearing) {
 bool Ring::moveSession() {
   const Record& old = at(sessionAtTail_);
   const std::uint64_t units = old.units;
-  const std::uint64_t position = swept_ - units;
-  if (position < sessionAtTail_ + units || position % capacity_ + units > capacity_) return false;
+  std::uint64_t position = swept_ - units;
+  // A record never wraps: then it goes before the end of the ring.
+  if (position % capacity_ + units > capacity_) position -= position % capacity_ + units - capacity_;
+  if (position < sessionAtTail_ + units) return false;
   wipe(sessionAtTail_ + units, swept_);
   write(position, units, kSession, {reinterpret_cast<const char*>(&old) + sizeof old, old.bytes}, old.time,
         old.session);
@@ -330,9 +357,10 @@ void Ring::assign(std::uint64_t position, std::string_view batchID) {
   platform::MutexLock lock(mutex_);
   Record* const record = live(position);
   if (!record) return;
+  // First, as it may throw.
+  storing_.push_back(position);
   setText(record->batchID, sizeof record->batchID, batchID);
   set(record->store, store_);
-  storing_.push_back(position);
 }
 
 void Ring::assignFound(const Found& found, std::string_view batchID) {
@@ -347,11 +375,17 @@ void Ring::resumeStore() {
   store_ = header().armed;
 }
 
+void Ring::leaveStore() {
+  platform::MutexLock lock(mutex_);
+  store_ = 0;
+}
+
 void Ring::arm() {
   std::size_t first = mapped_;
   std::size_t last = 0;
   {
     platform::MutexLock lock(mutex_);
+    if (!base_) return;
     set(header().armed, store_);
     for (const std::uint64_t position : storing_) {
       const auto offset = static_cast<std::size_t>(reinterpret_cast<char*>(&at(position)) - base_);
@@ -368,13 +402,13 @@ void Ring::arm() {
 
 void Ring::stored() {
   platform::MutexLock lock(mutex_);
-  if (store_ != 0) set(header().stored, store_);
+  if (base_ && store_ != 0) set(header().stored, store_);
 }
 
 void Ring::endStore() {
   platform::MutexLock lock(mutex_);
   const std::uint64_t ended = std::exchange(store_, 0);
-  if (ended == 0 || ended == header().stored) return;
+  if (!base_ || ended == 0 || ended == header().stored) return;
   set(header().armed, 0);
   for (const std::uint64_t position : std::exchange(storing_, {})) {
     if (Record* const record = live(position)) set(record->store, 0);
@@ -382,7 +416,7 @@ void Ring::endStore() {
 }
 
 void Ring::sync() {
-  sync(0, mapped_);
+  if (base_) sync(0, mapped_);
 }
 
 void Ring::sync(std::size_t first, std::size_t last) const {

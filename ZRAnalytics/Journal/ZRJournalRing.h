@@ -32,10 +32,12 @@ class Ring {
   // thread-safe.
   platform::Status start(std::size_t bytes, const Contents& contents);
 
-  // Adds an event. 0 when there is no room. Takes no lock.
+  // Adds an event. 0 when there is no room. Takes no lock while there is.
   std::uint64_t append(std::string_view payload, double time);
   // False when there is no room for an event of this session; then append() gives 0 until there is.
   bool setSession(std::string payload);
+  // No event is taken until the next setSession().
+  void dropSession();
   // False when its session could not be written; then it is released.
   bool markRecorded(std::uint64_t position, std::string_view gmtTime, std::string_view localTime);
   void release(std::uint64_t position);
@@ -53,6 +55,8 @@ class Ring {
   void assignFound(const Found& found, std::string_view batchID);
   // The operation that an earlier launch armed is under way again.
   void resumeStore();
+  // No operation is under way any more. The file stays as it is, for the next launch.
+  void leaveStore();
 
   // Writes what has changed to the disk.
   void sync();
@@ -95,6 +99,7 @@ class Ring {
   std::uint64_t swept_ ZR_GUARDED_BY(mutex_) = 0;
   // A session record at the tail; 0: none.
   std::uint64_t sessionAtTail_ ZR_GUARDED_BY(mutex_) = 0;
+  // Empty: none.
   std::string session_ ZR_GUARDED_BY(mutex_);
   std::uint64_t sessionNumber_ ZR_GUARDED_BY(mutex_) = 0;
   bool isSessionWritten_ ZR_GUARDED_BY(mutex_) = false;

@@ -71,6 +71,9 @@ TEST_F(JournalTest, KilledLaunchLosesNoEvent) {
     properties->setNonInteractive();
     properties->addLocationAttributeWithName(ZRGeoLocation::initWithLatitudeAndLongitude(1, 2), "place");
     properties->addDateEpochAttributeWithName(7, "when");
+    Value deep = 1;
+    for (int i = 0; i < 200; ++i) deep = Array{std::move(deep)};
+    properties->addAttributeWithName(deep, "deep");
     track("Called", properties);
     writeAll(noted, session());
   });
@@ -164,11 +167,25 @@ TEST_F(JournalTest, RefusedSaveLeavesTheEventsInTheJournal) {
   inEarlierLaunch([&] {
     launch();
     EXPECT_TRUE(log_->has("Journal : its events cannot be saved and wait for the next launch"));
+    fs::remove(documents("ZorvaneBatchEvents.plist"));
     track("Three");
+    settle();
+    ZREventsHandler::sharedInstance().saveCurrentBatch();
   });
+  launch();
+  EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("Three"), ElementsAre("One", "Two")));
+}
+
+TEST_F(JournalTest, UnreadableBatchFileLeavesTheEventsInTheJournal) {
+  inEarlierLaunch([&] {
+    launch();
+    track("One");
+  });
+  writeAll(documents("ZorvaneBatchEvents.plist"), "no property list");
+  inEarlierLaunch([&] { launch(); });
   fs::remove(documents("ZorvaneBatchEvents.plist"));
   launch();
-  EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("One", "Two")));
+  EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("One")));
 }
 
 TEST_F(JournalTest, FullJournalIsReportedOnceAndEmptiesWithASave) {
