@@ -340,7 +340,7 @@ void Ring::wipe(std::uint64_t from, std::uint64_t to) const {
     const std::uint64_t offset = from % capacity_;
     const std::uint64_t units = std::min(to - from, capacity_ - offset);
     step();
-    std::memset(base_ + kHeaderBytes + offset * kUnit, 0, units * kUnit);
+    std::memset(base_ + kHeaderBytes + offset * kUnit, 0, static_cast<std::size_t>(units * kUnit));
     from += units;
   }
 }
