@@ -102,7 +102,7 @@ void ZRAnalytics::trackEventWithProperties(Value name, std::shared_ptr<const ZRP
       return ZREventsHandler::sharedInstance().trackEventWithProperties(std::move(name), std::move(properties));
     }
     globalQueue(platform::Priority::Default)
-        .async([name = std::move(name), properties = std::move(properties)]() mutable {
+        .asyncSoon([name = std::move(name), properties = std::move(properties)]() mutable {
           guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
             ZREventsHandler::sharedInstance().trackEventWithProperties(std::move(name), std::move(properties));
           });

@@ -28,6 +28,8 @@ class ZR_PUBLIC ZR_CAPABILITY("queue") Queue {
   // Posts the task and returns. Serial queues, such as the main queue, run tasks in the order of posting, one at a
   // time; concurrent queues promise no order.
   virtual void async(Task task) = 0;
+  // As async(). The queue may let the task wait for a few milliseconds, so that one wake serves several tasks.
+  virtual void asyncSoon(Task task) { async(std::move(task)); }
 
   // Whether the calling code runs as part of a task of this queue (for the main queue: on the main thread).
   virtual bool isCurrent() const = 0;

@@ -1,7 +1,10 @@
 #pragma once
 
-#if defined(__linux__)
+#include <chrono>
+
+#if defined(__GLIBC__)
 #include <semaphore.h>
+#include <time.h>
 
 #include <cerrno>
 #else
@@ -10,13 +13,13 @@
 
 namespace zorvane::platform {
 
-// A counting semaphore that starts at 0. Neither call spins.
+// A counting semaphore that starts at 0. No call spins.
 class Semaphore {
  public:
   Semaphore(const Semaphore&) = delete;
   Semaphore& operator=(const Semaphore&) = delete;
 
-#if defined(__linux__)
+#if defined(__GLIBC__)
   // A condition variable would cost the woken thread one more system call, to unlock its mutex.
   Semaphore() noexcept {
     sem_init(&semaphore_, 0, 0);
@@ -30,6 +33,20 @@ class Semaphore {
   void wait() noexcept {
     while (sem_wait(&semaphore_) != 0 && errno == EINTR) {
     }
+  }
+  // False if the time is over first. Less than a second.
+  bool waitFor(std::chrono::nanoseconds time) noexcept {
+    timespec end{};
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    end.tv_nsec += static_cast<long>(time.count());
+    if (end.tv_nsec >= 1'000'000'000) {
+      end.tv_nsec -= 1'000'000'000;
+      ++end.tv_sec;
+    }
+    int result = 0;
+    while ((result = sem_clockwait(&semaphore_, CLOCK_MONOTONIC, &end)) != 0 && errno == EINTR) {
+    }
+    return result == 0;
   }
 
  private:
@@ -47,6 +64,14 @@ class Semaphore {
     MutexLock lock(mutex_);
     while (count_ == 0) posted_.wait(mutex_);
     --count_;
+  }
+  // False if the time is over first, or now and then earlier.
+  bool waitFor(std::chrono::nanoseconds time) {
+    MutexLock lock(mutex_);
+    if (count_ == 0) posted_.waitFor(mutex_, std::chrono::duration<double>(time).count());
+    if (count_ == 0) return false;
+    --count_;
+    return true;
   }
 
  private:

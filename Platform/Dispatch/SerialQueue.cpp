@@ -15,7 +15,8 @@ struct SerialQueue::State {
   // False without memory.
   static bool postTurn(const std::shared_ptr<State>& self) noexcept {
     try {
-      self->pool->post(Priority::Default, [self] { takeTurn(self); });
+      self->pool->post(
+          Priority::Default, [self] { takeTurn(self); }, WorkerPool::Urgency::Now);
       return true;
     } catch (const std::bad_alloc&) {
       return false;

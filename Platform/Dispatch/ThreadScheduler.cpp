@@ -59,7 +59,8 @@ class GlobalQueue final : public Queue {
   GlobalQueue(std::string label, Priority priority, std::shared_ptr<WorkerPool> pool)
       : Queue(std::move(label)), priority_(priority), pool_(std::move(pool)) {}
 
-  void async(Task task) override { pool_->post(priority_, std::move(task)); }
+  void async(Task task) override { pool_->post(priority_, std::move(task), WorkerPool::Urgency::Now); }
+  void asyncSoon(Task task) override { pool_->post(priority_, std::move(task), WorkerPool::Urgency::Soon); }
   bool isCurrent() const override { return CurrentQueue::is(pool_->identity(priority_)); }
 
  private:
@@ -86,6 +87,7 @@ class ThreadSchedulerOverPool final : public ThreadScheduler {
   }
   MainQueue& mainQueue() override { return *main_; }
   bool waitUntilIdle(double seconds) override {
+    pool_->hurry();
     return context_->tasks.waitForNone(
         seconds, main_->isCurrent() ? [loop = main_] { loop->runWaiting(); } : std::function<void()>());
   }

@@ -1,6 +1,7 @@
 #include "Platform/Dispatch/WorkerPool.h"
 
 #include <algorithm>
+#include <chrono>
 #include <thread>
 #include <utility>
 
@@ -17,12 +18,13 @@ constexpr int kMaxBackgroundTasks = 2;
 // How long tasks wait behind a stuck one before another worker is called. At a steady pace of short tasks the monitor
 // stays awake, so a shorter time costs energy.
 constexpr double kMonitorSeconds = 0.01;
+constexpr std::chrono::milliseconds kLinger{8};
 
 }  // namespace
 
 WorkerPool::WorkerPool(std::shared_ptr<QueueContext> context) : context_(std::move(context)) {}
 
-void WorkerPool::post(Priority priority, Task&& task) {
+void WorkerPool::post(Priority priority, Task&& task, Urgency urgency) {
   Call call = Call::None;
   {
     MutexLock lock(mutex_);
@@ -30,6 +32,15 @@ void WorkerPool::post(Priority priority, Task&& task) {
     (priority == Priority::Default ? default_ : background_).push(std::move(task));
     context_->tasks.add();
     updateHint();
+    call = neededCall(urgency);
+  }
+  carryOut(call);
+}
+
+void WorkerPool::hurry() {
+  Call call = Call::None;
+  {
+    MutexLock lock(mutex_);
     call = neededCall();
   }
   carryOut(call);
@@ -116,10 +127,27 @@ bool WorkerPool::tryTake(Item& item) {
 void WorkerPool::sleepUntilCalled() {
   --looking_;
   ++asleep_;
+  const bool lingers = shouldLinger_ && !isLingering_;
+  if (lingers) isLingering_ = true;
+  const auto start = std::chrono::steady_clock::now();
   mutex_.unlock();
-  workerCalled_.wait();
+  bool isCalled = true;
+  if (lingers) {
+    isCalled = workerCalled_.waitFor(kLinger);
+  } else {
+    workerCalled_.wait();
+  }
   mutex_.lock();
-  // The caller has counted this worker as looking again.
+  if (lingers) isLingering_ = false;
+  // Who calls a worker counts it as looking again.
+  if (!isCalled && asleep_ > 0) {
+    --asleep_;
+    ++looking_;
+  } else if (!isCalled) {
+    // All that slept are called, this one too.
+    workerCalled_.wait();
+  }
+  shouldLinger_ = lingers ? runnable() > 0 : std::chrono::steady_clock::now() - start < kLinger;
 }
 
 void WorkerPool::runMonitor() noexcept {
@@ -153,9 +181,9 @@ std::size_t WorkerPool::runnable() const {
   return default_.size() + std::min(background_.size(), background);
 }
 
-WorkerPool::Call WorkerPool::neededCall() {
+WorkerPool::Call WorkerPool::neededCall(Urgency urgency) {
   if (runnable() == 0 || looking_ > 0) return Call::None;
-  if (running_ == 0) return callWorker();
+  if (running_ == 0) return isLingering_ && urgency == Urgency::Soon ? Call::None : callWorker();
   if (monitoring_ || running_ == kMaxWorkers) return Call::None;
   monitoring_ = true;
   return std::exchange(monitorStarted_, true) ? Call::WakeMonitor : Call::StartMonitor;

@@ -14,7 +14,11 @@
 // post() calls a worker only when none is looking or running. A running worker may be blocked without saying so. So
 // while tasks wait behind running ones, one more thread, the monitor, checks every 10 milliseconds that they get taken,
 // and calls another worker if they do not. It goes to sleep when nothing waits and nothing was taken, or when it has
-// called a worker. An idle pool never wakes up.
+// called a worker.
+//
+// A wake costs more than a short task. So a worker that did not sleep for long lingers: it sleeps for a few
+// milliseconds and then looks by itself, and post() does not call it for a task that may wait so long. When it finds
+// nothing, it sleeps until it is called. An idle pool never wakes up.
 #pragma once
 
 #include <array>
@@ -36,9 +40,14 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
  public:
   explicit WorkerPool(std::shared_ptr<QueueContext> context);
 
+  // Whether a task may wait for a lingering worker.
+  enum class Urgency { Now, Soon };
+
   // Starts tasks in the order in which they were posted, default priority before background priority. Counts the task
   // in the context until it is done. After shutDown() the task is dropped.
-  void post(Priority priority, Task&& task);
+  void post(Priority priority, Task&& task, Urgency urgency);
+  // Ends the wait of the tasks that were posted as Soon.
+  void hurry();
   // The current queue (CurrentQueue) while a task of that priority runs.
   const void* identity(Priority priority) const noexcept { return &identities_[indexOf(priority)]; }
   // Whether tasks wait for a worker. A hint: may be out of date.
@@ -67,7 +76,8 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   bool takeNext(Item& item) ZR_EXCLUDES(mutex_);
   // Takes a task if one may start. The calling worker is looking, then running.
   bool tryTake(Item& item) ZR_REQUIRES(mutex_);
-  // The calling worker is looking, then asleep, and looking again when it was called. Returns at shutdown too.
+  // The calling worker is looking, then asleep, and looking again when it was called or has lingered. Returns at
+  // shutdown too.
   void sleepUntilCalled() ZR_REQUIRES(mutex_);
 
   // The body of the monitor. Ends at shutdown.
@@ -80,7 +90,7 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   void updateHint() ZR_REQUIRES(mutex_) { waiting_.store(runnable(), std::memory_order_relaxed); }
   // Which thread to wake or start so that waiting tasks run. The counters already include it: always pass the result to
   // carryOut().
-  Call neededCall() ZR_REQUIRES(mutex_);
+  Call neededCall(Urgency urgency = Urgency::Now) ZR_REQUIRES(mutex_);
   // Adds one worker: wakes a sleeping one or starts a thread. None if the maximum is awake. The counters already
   // include it: pass the result to carryOut().
   Call callWorker() ZR_REQUIRES(mutex_);
@@ -99,6 +109,9 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   int running_ ZR_GUARDED_BY(mutex_) = 0;
   int asleep_ ZR_GUARDED_BY(mutex_) = 0;
   int runningBackground_ ZR_GUARDED_BY(mutex_) = 0;
+  // Whether one of the sleeping workers lingers, and whether the next one that goes to sleep should.
+  bool isLingering_ ZR_GUARDED_BY(mutex_) = false;
+  bool shouldLinger_ ZR_GUARDED_BY(mutex_) = false;
   // Posted once for each sleeping worker that is called.
   Semaphore workerCalled_;
 

@@ -33,6 +33,32 @@ TEST(ThreadScheduler, BlockedTasksDoNotStarveTheRest) {
   EXPECT_EQ(released, 12);
 }
 
+TEST(ThreadScheduler, TasksThatMayWaitAllRun) {
+  const auto scheduler = makeThreadScheduler(std::make_shared<SystemClock>());
+  Queue& queue = scheduler->globalQueue(Priority::Default);
+  // After short sleeps the worker looks by itself.
+  for (int i = 0; i < 20; ++i) {
+    std::latch done(1);
+    queue.asyncSoon([&] { done.count_down(); });
+    done.wait();
+  }
+  std::atomic<int> ran{0};
+  {
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+      threads.emplace_back([&] {
+        for (int i = 0; i < 2000; ++i) {
+          queue.asyncSoon([&] { ++ran; });
+          if (i % 8 == 0) scheduler->globalQueue(Priority::Background).async([&] { ++ran; });
+          if (i % 64 == 0) scheduler->waitUntilIdle();
+        }
+      });
+    }
+  }
+  EXPECT_TRUE(scheduler->waitUntilIdle());
+  EXPECT_EQ(ran, 4 * (2000 + 250));
+}
+
 TEST(ThreadScheduler, TheMainThreadRunsItsTasksWhileItWaits) {
   const auto scheduler = makeThreadScheduler(std::make_shared<SystemClock>(), {.adoptedByHost = true});
   std::latch release(1);
