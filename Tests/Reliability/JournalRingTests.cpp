@@ -74,7 +74,7 @@ class Script {
     const std::string name = std::to_string(number);
     Knowledge::Event& event = known_.events[name];
     event.sessions = {session_};
-    const std::uint64_t position = ring_.append(name + std::string(500, ' '), number);
+    const std::uint64_t position = ring_.append(kEvent, name + std::string(500, ' '), number);
     ASSERT_NE(position, 0u);
     event.isReturned = true;
     waiting_.emplace_back(name, position);
@@ -82,7 +82,7 @@ class Script {
   void record() {
     for (const auto& [name, position] : waiting_) {
       known_.events[name].sessions.insert(session_);
-      ring_.markRecorded(position, "gmt", "local");
+      ring_.markRecorded(position, false, "gmt", "local");
       known_.events[name].sessions = {session_};
     }
     recorded_.insert(recorded_.end(), waiting_.begin(), waiting_.end());
@@ -97,7 +97,7 @@ class Script {
   }
   void save(bool works) {
     ++known_.begun;
-    ring_.beginStore();
+    Operation operation = ring_.beginStore();
     // An event that a failed save put back need not be in the next save.
     Positions left;
     if (works && known_.events[recorded_.front().first].batch != 0) {
@@ -106,14 +106,14 @@ class Script {
     }
     for (const auto& [name, position] : recorded_) {
       known_.events[name].batch = known_.begun;
-      ring_.assign(position, std::to_string(known_.begun));
+      ring_.assign(operation, position, std::to_string(known_.begun));
     }
-    ring_.arm();
+    ring_.arm(operation);
     if (works) {
       known_.renamed.insert(known_.begun);
-      ring_.stored();
+      ring_.stored(operation);
     }
-    ring_.endStore();
+    ring_.endStore(operation);
     if (!works) return;
     end(std::exchange(recorded_, {}));
     recorded_ = left;
@@ -141,7 +141,7 @@ void check(const Contents& contents, const Knowledge& known) {
     if (expected.batch == 0 || !known.renamed.contains(expected.batch)) continue;
     // Its batch is in the file: it must be found there.
     ASSERT_EQ(event.record.store, contents.header->armed) << name;
-    ASSERT_EQ(textOf(event.record.batchID, 64), std::to_string(expected.batch));
+    ASSERT_EQ(textOf(event.record.batchID, sizeof event.record.batchID), std::to_string(expected.batch));
   }
   for (const auto& [name, event] : known.events) {
     const bool isSaved = event.batch != 0 && known.renamed.contains(event.batch);
@@ -163,7 +163,7 @@ TEST(JournalRingTest, EveryInstantBetweenTwoStoresKeepsEveryEventOnce) {
     stepsLeft = number;
     try {
       Ring ring;
-      ASSERT_TRUE(ring.open(path, bytes));
+      ASSERT_TRUE(ring.open(path, kMaximumBytes, bytes));
       const Contents contents = readContents(bytes);
       if (contents.header) ring.keep(contents);
       ASSERT_TRUE(ring.start(kBytes, contents));
@@ -173,7 +173,7 @@ TEST(JournalRingTest, EveryInstantBetweenTwoStoresKeepsEveryEventOnce) {
     }
     stepsLeft = -1;
     Ring ring;
-    ASSERT_TRUE(ring.open(path, bytes));
+    ASSERT_TRUE(ring.open(path, kMaximumBytes, bytes));
     const Contents contents = readContents(bytes);
     // Before the start has cleared them, the events of the run before are there.
     if (known.events.empty()) continue;
