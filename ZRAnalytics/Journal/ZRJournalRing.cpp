@@ -307,11 +307,15 @@ void Ring::release(std::uint64_t position) {
 
 void Ring::clear() {
   if (!isThere()) return;
-  platform::MutexLock lock(mutex_);
-  set(header().cleared, std::max(head_.load(), header().cleared));
-  if (sessionNumber_ == 0) return;
-  sweep(true);
-  writeSession();
+  {
+    platform::MutexLock lock(mutex_);
+    set(header().cleared, std::max(head_.load(), header().cleared));
+    if (sessionNumber_ != 0) {
+      sweep(true);
+      writeSession();
+    }
+  }
+  sync(0, sizeof(Header));
 }
 
 void Ring::sweep(bool isClearing) {
@@ -443,6 +447,7 @@ void Ring::sync(std::size_t first, std::size_t last) const {
   const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
   first -= first % page;
   step();
+  if (onSync) onSync(first, last);
   (void)::msync(base_ + first, last - first, MS_SYNC);
 }
 

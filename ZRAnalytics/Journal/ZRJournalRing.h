@@ -55,6 +55,7 @@ class Ring {
   // False when its session could not be written; then it stays as it was called.
   bool markRecorded(std::uint64_t position, bool isAllowed, std::string_view gmtTime, std::string_view localTime);
   void release(std::uint64_t position);
+  // Syncs the header, so that what was cleared stays away after a power loss.
   void clear();
 
   // A store operation; docs/journal.md calls these steps 1 to 4.
@@ -72,6 +73,8 @@ class Ring {
 
   // For tests: called before each store that another launch can see. Set it while no other thread uses a ring.
   static inline void (*onStep)() = nullptr;
+  // Before these bytes of the file are synced.
+  static inline void (*onSync)(std::size_t first, std::size_t last) = nullptr;
 
  private:
   static void leaveInChild();
