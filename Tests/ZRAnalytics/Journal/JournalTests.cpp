@@ -252,6 +252,8 @@ TEST_F(JournalTest, DamagedFieldOutsideOfTheCallCostsNoEvent) {
     fs::remove(documents("ZorvaneBatchEvents.plist"));
     inEarlierLaunch([&] {
       launch();
+      track("Saved");
+      settle();
       ZREventsHandler::sharedInstance().saveCurrentBatch();
       fs::remove(documents("ZorvaneBatchEvents.plist"));
       track("Damaged");
