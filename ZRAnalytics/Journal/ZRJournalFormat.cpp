@@ -211,6 +211,7 @@ std::uint64_t checksumOf(std::uint64_t salt, const Record& record, std::string_v
   std::memcpy(&time, &record.time, sizeof time);
   std::uint64_t hash = mixed(salt, std::uint64_t{record.units} << 32 | record.bytes);
   hash = mixed(mixed(mixed(hash, record.position), time), record.kind);
+  if (record.kind == kSession) hash = mixed(hash, record.session);
   return mixed(hash, payload);
 }
 
