@@ -111,6 +111,7 @@ class Journal final : public ZREventJournal {
       journal::Bytes payload;
       journal::appendValue(session, payload);
       if (!ring_.setSession(std::string(payload.view()))) reportFull();
+      isOptedOut();
     });
     if (!isSet) ring_.dropSession();
   }
@@ -121,7 +122,7 @@ class Journal final : public ZREventJournal {
     guarded({kFile, "called"}, kException, [&] {
       journal::Bytes payload;
       journal::appendEvent(name, properties, payload);
-      const bool isAllowed = isOptedOut() && name.isString() &&
+      const bool isAllowed = isOptedOut_.load(std::memory_order_relaxed) && isOptedOut() && name.isString() &&
                              ZREventsHandler::sharedInstance().shouldEventSkippedFromDataOptOut(*name.asString());
       ticket = ring_.append(isAllowed ? journal::kAllowedEvent : journal::kEvent, payload.view(),
                             platform::hostServices().clock->now().secondsSince1970);
@@ -142,7 +143,10 @@ class Journal final : public ZREventJournal {
     if (!isInRecord) ring_.release(ticket);
   }
 
-  void released(Ticket ticket) noexcept override { ring_.release(ticket); }
+  void released(Ticket ticket) noexcept override {
+    ring_.release(ticket);
+    guarded({kFile, "released"}, kException, [this] { isOptedOut(); });
+  }
   void released(const Array& records) noexcept override {
     for (const Value& record : records) ring_.release(ticketOf(record));
   }
@@ -154,7 +158,11 @@ class Journal final : public ZREventJournal {
   // It takes events.
   bool isOpen() const { return wasStarted_ && ring_.isThere(); }
 
-  static bool isOptedOut() { return !ZRConfigDataManager::sharedInstance().isDataTrackingEnabled(); }
+  bool isOptedOut() {
+    const bool isOut = !ZRConfigDataManager::sharedInstance().isDataTrackingEnabled();
+    isOptedOut_.store(isOut, std::memory_order_relaxed);
+    return isOut;
+  }
   static bool isFailed(const platform::Status& status) {
     if (!status) logLine("Journal : events are in memory only: %@", {status.error().message});
     return !status;
@@ -177,6 +185,8 @@ class Journal final : public ZREventJournal {
   ZRTurn sessionTurn_;
   std::atomic<bool> wasOpened_{false};
   std::atomic<bool> wasStarted_{false};
+  // As asked last. Asking takes locks, too much for each call.
+  std::atomic<bool> isOptedOut_{false};
   std::atomic<bool> isFullReported_{false};
 };
 
