@@ -2,32 +2,18 @@
 #include <cstdio>
 
 #include "Check.h"
-#include "Folder.h"
+#include "Module.h"
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Formats/JSON.h"
 #include "Platform/Formats/PropertyList.h"
-#include "Platform/HostServices.h"
 #include "Platform/Text/Utf8.h"
-#include "Stepping/ManualScheduler.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
-#include "ZorvaneCore/CoreSetup.h"
 
 using namespace zorvane;
 
 namespace {
 
 constexpr std::string_view kLastLine = "{\"EVENT_ACTION\":\"last\"}";
-
-void startModule() {
-  const std::string& folder = fuzz::temporaryFolder();
-  platform::HostServices host;
-  const auto clock = std::make_shared<platform::ManualClock>(Date{1795255200});
-  host.clock = clock;
-  host.scheduler = std::make_shared<platform::ManualScheduler>(clock);
-  host.directories = {folder, folder, folder};
-  fuzz::check(platform::configureHost(std::move(host)), "the host is configured");
-  configureCore(CoreSetup());
-}
 
 Array eventsOf(std::string_view content) {
   const std::string path = ZREventsHandler::sharedInstance().oldDatFilePath();
@@ -77,7 +63,7 @@ void checkStoring(const Array& events) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
-  static const bool started = (startModule(), true);
+  static const bool started = (fuzz::startModule(), true);
   (void)started;
   const std::string_view content = fuzz::textOf(data, size);
   const Array events = eventsOf(content);

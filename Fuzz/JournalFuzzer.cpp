@@ -2,17 +2,14 @@
 #include <cstring>
 
 #include "Check.h"
-#include "Folder.h"
+#include "Module.h"
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Files/SystemCalls.h"
-#include "Platform/HostServices.h"
-#include "Stepping/ManualScheduler.h"
 #include "ZRAnalytics/EventManagement/ZRBatchFile.h"
 #include "ZRAnalytics/Journal/ZREventJournal.h"
 #include "ZRAnalytics/Journal/ZRJournal.h"
 #include "ZRAnalytics/Journal/ZRJournalFormat.h"
 #include "ZRAnalytics/Utils/ZRArchiving.h"
-#include "ZorvaneCore/CoreSetup.h"
 
 using namespace zorvane;
 using namespace zorvane::journal;
@@ -23,14 +20,7 @@ void startModule() {
   static platform::SystemCalls calls = platform::kRealSystemCalls;
   calls.fsync = [](int) { return 0; };
   platform::setSystemCalls(&calls);
-  const std::string& folder = fuzz::temporaryFolder();
-  platform::HostServices host;
-  const auto clock = std::make_shared<platform::ManualClock>(Date{1795255200});
-  host.clock = clock;
-  host.scheduler = std::make_shared<platform::ManualScheduler>(clock);
-  host.directories = {folder, folder, folder};
-  fuzz::check(platform::configureHost(std::move(host)), "the host is configured");
-  configureCore(CoreSetup());
+  fuzz::startModule();
 }
 
 // A journal's file of the input. Most records get their right checksum, which nobody could find by chance.
@@ -53,9 +43,37 @@ std::string fileOf(std::string_view input) {
     if (record.bytes > file.size() - at - sizeof record || record.checksum % 8 == 7) continue;
     if (record.state != kCalled && record.state != kRecorded) continue;
     record.checksum = checksumOf(salt, record, std::string_view(file).substr(at + sizeof record, record.bytes));
+    if (record.recordedSum % 8 != 7) record.recordedSum = recordedSumOf(salt, record);
+    if (record.storeSum % 8 != 7) record.storeSum = storeSumOf(salt, record, record.store);
     std::memcpy(file.data() + at, &record, sizeof record);
   }
   return file;
+}
+
+// An event comes back as it was called.
+void checkEvent(const Value& name, const ZRProperties* properties) {
+  Bytes written;
+  appendEvent(name, properties, written);
+  const auto read = readEvent(written.view());
+  const ZRProperties expected = properties ? *properties : ZRProperties();
+  fuzz::check(read && fuzz::same(read->name, name) &&
+                  fuzz::same(read->properties.plainAttributes(), expected.plainAttributes()) &&
+                  fuzz::same(read->properties.getDateTimeAttributesArray(), expected.getDateTimeAttributesArray()) &&
+                  fuzz::same(read->properties.getLocationAttributesArray(), expected.getLocationAttributesArray()) &&
+                  read->properties.isNonInteractiveEvent() == expected.isNonInteractiveEvent(),
+              "an event that was written comes back equal");
+}
+
+// Makes an event of the value through the operations of a host.
+void checkCall(const Value& value) {
+  checkEvent(value, nullptr);
+  ZRProperties properties;
+  if (value.isDictionary()) properties = *ZRProperties::initWithAttributes(*value.asDictionary());
+  properties.addAttributeWithName(value, value.description());
+  properties.addDateEpochAttributeWithName(static_cast<double>(value.description().size()), value);
+  properties.addLocationAttributeWithName(ZRGeoLocation::initWithLatitudeAndLongitude(1, 2), value);
+  if (value.isString()) properties.setNonInteractive();
+  checkEvent("Called", &properties);
 }
 
 void checkValue(std::string_view bytes) {
@@ -67,6 +85,7 @@ void checkValue(std::string_view bytes) {
   const auto again = takeValue(rest);
   fuzz::check(again && rest.empty() && fuzz::same(*value, *again),
               "a value that was read can be written and read again");
+  checkCall(*value);
 }
 
 void checkContents(const std::string& file) {
@@ -77,14 +96,7 @@ void checkContents(const std::string& file) {
     fuzz::check(event.record.position >= behind && event.record.position < contents.end, "events are in order");
     behind = event.record.position;
     fuzz::check(event.record.position >= contents.header->cleared, "no event was cleared");
-    const auto read = readEvent(event.payload);
-    if (!read) continue;
-    Bytes written;
-    appendEvent(read->name, &read->properties, written);
-    const auto again = readEvent(written.view());
-    fuzz::check(again && fuzz::same(read->name, again->name) &&
-                    fuzz::same(read->properties.plainAttributes(), again->properties.plainAttributes()),
-                "an event that was read can be written and read again");
+    if (const auto read = readEvent(event.payload)) checkEvent(read->name, &read->properties);
   }
 }
 

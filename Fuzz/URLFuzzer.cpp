@@ -1,14 +1,11 @@
 #include <algorithm>
 
 #include "Check.h"
-#include "Folder.h"
-#include "Platform/HostServices.h"
+#include "Module.h"
 #include "Platform/Text/URLComponents.h"
 #include "Platform/Text/Utf8.h"
-#include "Stepping/ManualScheduler.h"
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
 #include "ZRAnalytics/SessionAndSource/ZRSource.h"
-#include "ZorvaneCore/CoreSetup.h"
 
 using namespace zorvane;
 
@@ -26,16 +23,9 @@ std::string escaped(std::string_view text) {
 
 // The session manager with a manual clock and no network.
 void startModule() {
-  const std::string& folder = fuzz::temporaryFolder();
-  platform::HostServices host;
-  const auto clock = std::make_shared<platform::ManualClock>(Date{1795255200});
-  host.clock = clock;
-  host.scheduler = std::make_shared<platform::ManualScheduler>(clock);
-  host.directories = {folder, folder, folder};
-  fuzz::check(platform::configureHost(std::move(host)), "the host is configured");
   CoreSetup core;
   core.remoteConfiguration = {{"source_extra_keys", Array{"x", ""}}, {"periodic_flush_enabled", false}};
-  configureCore(std::move(core));
+  fuzz::startModule(std::move(core));
 }
 
 void checkItems(std::string_view text, const std::vector<platform::QueryItem>& items) {

@@ -82,7 +82,7 @@ std::optional<std::vector<ZRStoredBatch>> ZRBatchFile::load() {
   return batches;
 }
 
-ZRBatchFile::Outcome ZRBatchFile::store(const Dictionary& batches, ZREventJournal* journal) {
+ZRBatchFile::Outcome ZRBatchFile::store(const Dictionary& batches, ZRStoreObserver* observer) {
   if (batches.empty()) return Outcome::Done;
   Outcome outcome;
   std::string failure;
@@ -98,7 +98,7 @@ ZRBatchFile::Outcome ZRBatchFile::store(const Dictionary& batches, ZREventJourna
     }
     if (outcome == Outcome::Done) {
       lastReportedFailure_.clear();
-      if (journal) journal->stored();
+      if (observer) observer->stored();
     }
   }
   if (outcome != Outcome::Done) report(failure);
@@ -178,18 +178,23 @@ ZRBatchFile::Outcome ZRBatchFile::write(PropertyListDictionarySnapshot snapshot,
     failure = "cannot write " + path_ + ": it would be too large to be read";
     return Outcome::Failed;
   }
-  // If only the directory fsync failed, count the batch as stored, or it is saved twice.
+  // Count the batch as stored once the file is replaced, whatever fails then, or it is saved twice.
   bool stands = false;
-  const auto written = platform::replaceFileAtomically(path_, snapshot.pieces(), processLock, &stands, durability);
-  if (!stands) {
-    failure = written.error().message;
-    return Outcome::Failed;
+  try {
+    const auto written = platform::replaceFileAtomically(path_, snapshot.pieces(), processLock, &stands, durability);
+    if (!stands) {
+      failure = written.error().message;
+      return Outcome::Failed;
+    }
+    snapshot_.reset();
+    const auto identity = platform::fileIdentity(path_);
+    if (!identity || !identity.value()) return Outcome::Done;
+    snapshot_ = std::move(snapshot);
+    identity_ = *identity.value();
+  } catch (...) {
+    // No memory, behind the replacement.
+    if (!stands) throw;
   }
-  const auto identity = platform::fileIdentity(path_);
-  snapshot_.reset();
-  if (!identity || !identity.value()) return Outcome::Done;
-  snapshot_ = std::move(snapshot);
-  identity_ = *identity.value();
   return Outcome::Done;
 }
 

@@ -16,7 +16,7 @@
 
 namespace zorvane {
 
-class ZREventJournal;
+class ZRStoreObserver;
 
 // One entry of the file, decoded when it is used. Keeps the file's bytes alive. Cheap to copy; immutable, any thread.
 class ZRStoredBatch {
@@ -76,8 +76,8 @@ class ZRBatchFile {
   // cannot be decoded (LazyPropertyListValue::isDecodable) are left out. They stay in the file until it is removed.
   std::optional<std::vector<ZRStoredBatch>> load();
   // Stores batches (dictionaries, or bare arrays of events) under their identifiers: all or none. Never Removed. The
-  // journal is told before anybody else can load or remove them.
-  Outcome store(const Dictionary& batches, ZREventJournal* journal = nullptr);
+  // observer is told before anybody else can load or remove them.
+  Outcome store(const Dictionary& batches, ZRStoreObserver* observer = nullptr);
   // Removes these batches and leaves all others; with the last one the file goes too. A failure to remove the file is
   // returned as its error and is not given to the handler.
   platform::Result<Outcome> remove(const std::unordered_set<std::string>& batchIDs,

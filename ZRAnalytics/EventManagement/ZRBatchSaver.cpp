@@ -96,11 +96,10 @@ void ZRBatchSaver::storeClosed() {
     // Counting what fits takes as long as storing it. So only what turns out too large is counted and split.
     for (const bool isSplit : {false, true}) {
       entries.clear();
-      if (journal) journal->beginStore();
-      for (const ClosedBatch& batch : batches) tooLarge += addEntries(batch, isSplit, entries, journal);
-      if (journal) journal->armStore();
-      outcome = file_.store(entries, journal);
-      if (journal) journal->endStore();
+      const std::unique_ptr<ZRJournalStore> kept = journal ? journal->beginStore() : nullptr;
+      for (const ClosedBatch& batch : batches) tooLarge += addEntries(batch, isSplit, entries, kept.get());
+      if (kept) kept->arm();
+      outcome = file_.store(entries, kept.get());
       if (outcome != ZRBatchFile::Outcome::TooLarge) break;
     }
     if (outcome != ZRBatchFile::Outcome::Done) tooLarge = 0;
@@ -108,12 +107,11 @@ void ZRBatchSaver::storeClosed() {
       logLine("Batch Events plist : an event is too large to be saved and is dropped");
     }
   } catch (...) {
-    if (journal) journal->endStore();
-    reopen(std::move(batches));
+    reopen(batches);
     throw;
   }
   if (outcome == ZRBatchFile::Outcome::Failed || outcome == ZRBatchFile::Outcome::TooLarge) {
-    reopen(std::move(batches));
+    reopen(batches);
   } else if (journal) {
     for (const ClosedBatch& batch : batches) journal->released(batch.events);
   }
@@ -126,7 +124,7 @@ void ZRBatchSaver::storeClosed() {
 }
 
 std::size_t ZRBatchSaver::addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries,
-                                     ZREventJournal* journal) {
+                                     ZRJournalStore* kept) {
   const Value plain = withoutObjects(batch.events, kSave);
   const Array& events = *plain.asArray();
   std::size_t tooLarge = 0;
@@ -142,12 +140,12 @@ std::size_t ZRBatchSaver::addEntries(const ClosedBatch& batch, bool isSplit, Dic
     entry.set(kBatchKeyEvents, Array(begin, begin + static_cast<std::ptrdiff_t>(count)));
     entry.set(kBatchKeyBatchID, batchID);
     entries.set(batchID, std::move(entry));
-    if (journal) journal->addBatch(batchID, batch.events, first, count);
+    if (kept) kept->addBatch(batchID, batch.events, first, count);
   }
   return tooLarge;
 }
 
-void ZRBatchSaver::reopen(std::list<ClosedBatch> batches) {
+void ZRBatchSaver::reopen(std::list<ClosedBatch>& batches) {
   const ZRTurn::Scope turn(closeTurn_);
   // Those that were closed meanwhile stay behind them.
   batches.splice(batches.end(), takeClosed());

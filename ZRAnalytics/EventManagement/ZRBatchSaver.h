@@ -15,7 +15,7 @@
 
 namespace zorvane {
 
-class ZREventJournal;
+class ZRJournalStore;
 
 // Thread-safe. A batch is closed first, which fixes its events, session, sources and time. Then it is
 // stored, as several entries if it is too large to be decoded as one (platform::countForEntry). When the file cannot be
@@ -47,9 +47,9 @@ class ZRBatchSaver {
   void storeClosed();
   // Adds the batch to the entries, split into what fits or as one. Returns the number of events that are left out
   // because they are too large.
-  static std::size_t addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries, ZREventJournal* journal);
-  // Returns their events to the current batch; what cannot be returned without memory stays closed.
-  void reopen(std::list<ClosedBatch> batches);
+  static std::size_t addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries, ZRJournalStore* kept);
+  // Returns their events to the current batch, and leaves none; what cannot be returned without memory stays closed.
+  void reopen(std::list<ClosedBatch>& batches);
   std::list<ClosedBatch> takeClosed();
 
   ZRCurrentBatch& current_;

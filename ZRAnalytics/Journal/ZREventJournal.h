@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
@@ -12,7 +13,28 @@ namespace zorvane {
 
 class ZRBatchFile;
 
-// Operations may be called on any thread. Only addBatch throws, when there is no memory.
+// Is told when batches are in the batch file.
+class ZRStoreObserver {
+ public:
+  // ZRBatchFile calls it while it holds its lock; does no I/O.
+  virtual void stored() noexcept = 0;
+
+ protected:
+  ~ZRStoreObserver() = default;
+};
+
+// What a save tells the journal: an addBatch for each batch, arm, then ZRBatchFile::store. When this object ends
+// without stored(), the events stay in the journal.
+class ZRJournalStore : public ZRStoreObserver {
+ public:
+  virtual ~ZRJournalStore() = default;
+  // These events will be in that batch. Throws when there is no memory.
+  virtual void addBatch(const std::string& batchID, const Array& records, std::size_t first, std::size_t count) = 0;
+  // Syncs the journal.
+  virtual void arm() noexcept = 0;
+};
+
+// Operations may be called on any thread. Only beginStore throws, when there is no memory.
 class ZREventJournal {
  public:
   // Names an event in the journal; 0: it is not there.
@@ -39,15 +61,9 @@ class ZREventJournal {
   // No event is needed any more.
   virtual void clear() noexcept = 0;
 
-  // A save, on one thread at a time: begin, an addBatch for each batch, arm, ZRBatchFile::store, end.
-  virtual void beginStore() noexcept = 0;
-  virtual void addBatch(const std::string& batchID, const Array& records, std::size_t first, std::size_t count) = 0;
-  // Syncs the journal.
-  virtual void armStore() noexcept = 0;
-  // The batches are in the file. ZRBatchFile calls it while it holds its lock; does no I/O.
-  virtual void stored() noexcept = 0;
-  // The save is over. Without stored() its events stay in the journal.
-  virtual void endStore() noexcept = 0;
+  // Null when nothing is kept. One thread at a time saves. Host code that it calls may save, too: that save begins and
+  // ends within the other.
+  virtual std::unique_ptr<ZRJournalStore> beginStore() = 0;
 };
 
 }  // namespace zorvane

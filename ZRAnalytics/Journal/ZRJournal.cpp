@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
+#include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/Journal/ZREventJournal.h"
 #include "ZRAnalytics/Journal/ZRJournalRecovery.h"
 #include "ZRAnalytics/Journal/ZRJournalRing.h"
@@ -16,6 +17,7 @@
 #include "ZRAnalytics/Utils/ZRPlainValue.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZRAnalytics/Utils/ZRTurn.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
 
 namespace zorvane {
 namespace {
@@ -24,7 +26,8 @@ constexpr char kFile[] = "ZRJournal";
 constexpr char kException[] = "exception is %@";
 constexpr std::string_view kTicketKey = "zrv_journal_ticket";
 constexpr std::size_t kSmallest = 64u << 10;
-constexpr std::size_t kLargest = 256u << 20;
+// Of a file that a launch with another size may have left.
+constexpr std::size_t kAlwaysRead = 16u << 20;
 constexpr std::size_t kPage = 4096;
 
 // What a record holds under kTicketKey. Its plain value is nil, so that a save leaves it out.
@@ -50,22 +53,39 @@ std::string textUnder(const Dictionary& record, std::string_view key) {
   return value && value->isString() ? *value->asString() : std::string();
 }
 
+class Store final : public ZRJournalStore {
+ public:
+  explicit Store(journal::Ring& ring) : ring_(ring), operation_(ring.beginStore()) {}
+  ~Store() override { ring_.endStore(operation_); }
+  Store(const Store&) = delete;
+  Store& operator=(const Store&) = delete;
+
+  void addBatch(const std::string& batchID, const Array& records, std::size_t first, std::size_t count) override {
+    for (; count > 0; ++first, --count) ring_.assign(operation_, ticketOf(records[first]), batchID);
+  }
+  void arm() noexcept override { ring_.arm(operation_); }
+  void stored() noexcept override { ring_.stored(operation_); }
+
+ private:
+  journal::Ring& ring_;
+  journal::Operation operation_;
+};
+
 class Journal final : public ZREventJournal {
  public:
   explicit Journal(const ZRJournalOptions& options)
-      : bytes_((std::clamp(options.bytes, kSmallest, kLargest) + kPage - 1) / kPage * kPage),
+      : bytes_((std::clamp(options.bytes, kSmallest, journal::kMaximumBytes) + kPage - 1) / kPage * kPage),
         syncSeconds_(options.syncSeconds) {}
 
   void open(ZRBatchFile& batches) noexcept override {
     if (wasOpened_.exchange(true)) return;
     guarded({kFile, "open"}, kException, [&] {
       std::string bytes;
-      if (isFailed(ring_.open(archivePath("ZREventJournal"), bytes))) return;
+      if (isFailed(ring_.open(archivePath("ZREventJournal"), std::max(bytes_, kAlwaysRead), bytes))) return;
       const journal::Contents contents = journal::readContents(bytes);
       if (contents.header) {
         ring_.keep(contents);
-        recoverer_ = std::this_thread::get_id();
-        if (!journal::recover(contents, ring_, *this, batches)) {
+        if (!journal::recover(contents, ring_, batches)) {
           logLine("Journal : its events cannot be saved and wait for the next launch");
           return;
         }
@@ -73,14 +93,14 @@ class Journal final : public ZREventJournal {
         logLine("Journal : the file is damaged or of another version and is made anew");
       }
       if (isFailed(ring_.start(bytes_, contents))) return;
-      isOpen_ = true;
+      wasStarted_ = true;
       sessionChanged();
       if (syncSeconds_ > 0) startSyncs();
     });
   }
 
   void sessionChanged() noexcept override {
-    if (!isOpen_) return;
+    if (!isOpen()) return;
     // From reading the session to setting it, so that of two changes the later one holds.
     const ZRTurn::Scope turn(sessionTurn_);
     const bool isSet = guarded({kFile, "sessionChanged"}, kException, [this] {
@@ -91,17 +111,21 @@ class Journal final : public ZREventJournal {
       journal::Bytes payload;
       journal::appendValue(session, payload);
       if (!ring_.setSession(std::string(payload.view()))) reportFull();
+      isOptedOut();
     });
     if (!isSet) ring_.dropSession();
   }
 
   Ticket called(const Value& name, const ZRProperties* properties) noexcept override {
     Ticket ticket = 0;
-    if (!isOpen_) return ticket;
+    if (!isOpen()) return ticket;
     guarded({kFile, "called"}, kException, [&] {
       journal::Bytes payload;
       journal::appendEvent(name, properties, payload);
-      ticket = ring_.append(payload.view(), platform::hostServices().clock->now().secondsSince1970);
+      const bool isAllowed = isOptedOut_.load(std::memory_order_relaxed) && isOptedOut() && name.isString() &&
+                             ZREventsHandler::sharedInstance().shouldEventSkippedFromDataOptOut(*name.asString());
+      ticket = ring_.append(isAllowed ? journal::kAllowedEvent : journal::kEvent, payload.view(),
+                            platform::hostServices().clock->now().secondsSince1970);
       if (ticket == 0) reportFull();
     });
     return ticket;
@@ -113,36 +137,32 @@ class Journal final : public ZREventJournal {
       const std::string gmtTime = textUnder(record, kReportsKeyGMT_Time);
       const std::string localTime = textUnder(record, kReportsKeyDevice_Time);
       record.set(kTicketKey, std::make_shared<TicketObject>(ticket));
-      if (!ring_.markRecorded(ticket, gmtTime, localTime)) reportFull();
+      if (!ring_.markRecorded(ticket, isOptedOut(), gmtTime, localTime)) reportFull();
     });
     // A save could not release it, and the event would be sent twice.
     if (!isInRecord) ring_.release(ticket);
   }
 
-  void released(Ticket ticket) noexcept override { ring_.release(ticket); }
+  void released(Ticket ticket) noexcept override {
+    ring_.release(ticket);
+    guarded({kFile, "released"}, kException, [this] { isOptedOut(); });
+  }
   void released(const Array& records) noexcept override {
     for (const Value& record : records) ring_.release(ticketOf(record));
   }
   void clear() noexcept override { ring_.clear(); }
 
-  void beginStore() noexcept override {
-    if (isOpen_) ring_.beginStore();
-  }
-  void addBatch(const std::string& batchID, const Array& records, std::size_t first, std::size_t count) override {
-    for (; isOpen_ && count > 0; ++first, --count) ring_.assign(ticketOf(records[first]), batchID);
-  }
-  void armStore() noexcept override {
-    if (isOpen_) ring_.arm();
-  }
-  void stored() noexcept override {
-    // Another thread may save while an earlier launch's events are recovered.
-    if (isOpen_ || recoverer_.load() == std::this_thread::get_id()) ring_.stored();
-  }
-  void endStore() noexcept override {
-    if (isOpen_) ring_.endStore();
-  }
+  std::unique_ptr<ZRJournalStore> beginStore() override { return isOpen() ? std::make_unique<Store>(ring_) : nullptr; }
 
  private:
+  // It takes events.
+  bool isOpen() const { return wasStarted_ && ring_.isThere(); }
+
+  bool isOptedOut() {
+    const bool isOut = !ZRConfigDataManager::sharedInstance().isDataTrackingEnabled();
+    isOptedOut_.store(isOut, std::memory_order_relaxed);
+    return isOut;
+  }
   static bool isFailed(const platform::Status& status) {
     if (!status) logLine("Journal : events are in memory only: %@", {status.error().message});
     return !status;
@@ -164,10 +184,9 @@ class Journal final : public ZREventJournal {
   journal::Ring ring_;
   ZRTurn sessionTurn_;
   std::atomic<bool> wasOpened_{false};
-  // The thread that recovers, or has recovered, the events of an earlier launch.
-  std::atomic<std::thread::id> recoverer_{};
-  // It takes events.
-  std::atomic<bool> isOpen_{false};
+  std::atomic<bool> wasStarted_{false};
+  // As asked last. Asking takes locks, too much for each call.
+  std::atomic<bool> isOptedOut_{false};
   std::atomic<bool> isFullReported_{false};
 };
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <unordered_map>
 #include <utility>
 
 #include "Platform/Formats/PropertyList.h"
@@ -17,6 +19,14 @@ std::uint64_t mixed(std::uint64_t hash, std::uint64_t word) {
 
 std::uint64_t mixed(std::uint64_t hash, std::string_view bytes) {
   std::uint64_t word = 0;
+  // Two at a time, which the processor overlaps.
+  std::uint64_t other = 0;
+  for (std::uint64_t words[2]; bytes.size() >= sizeof words; bytes.remove_prefix(sizeof words)) {
+    std::memcpy(words, bytes.data(), sizeof words);
+    hash = mixed(hash, words[0]);
+    other = mixed(other, words[1]);
+  }
+  hash = mixed(hash, other);
   for (; bytes.size() >= sizeof word; bytes.remove_prefix(sizeof word)) {
     std::memcpy(&word, bytes.data(), sizeof word);
     hash = mixed(hash, word);
@@ -48,6 +58,9 @@ bool takeText(std::string_view& bytes, std::string& text) {
   text = platform::validUtf8(std::string(taken));
   return true;
 }
+
+// One value needs up to forty times its bytes.
+constexpr std::size_t kMaximumValues = 1u << 20;
 
 void append(const Value& value, int depth, Bytes& out);
 
@@ -115,8 +128,10 @@ void append(const Value& value, int depth, Bytes& out) {
   }
 }
 
-bool take(std::string_view& bytes, int depth, Value& value) {
-  if (bytes.empty() || depth > platform::kMaxPropertyListDepth) return false;
+// `left` values may still be taken.
+bool take(std::string_view& bytes, int depth, std::size_t& left, Value& value) {
+  if (bytes.empty() || depth > platform::kMaxPropertyListDepth || left == 0) return false;
+  --left;
   const char tag = bytes.front();
   bytes.remove_prefix(1);
   std::int64_t integer = 0;
@@ -162,7 +177,7 @@ bool take(std::string_view& bytes, int depth, Value& value) {
       if (!takeNumber(bytes, count)) return false;
       Array array;
       for (; count > 0; --count) {
-        if (!take(bytes, depth + 1, array.emplace_back())) return false;
+        if (!take(bytes, depth + 1, left, array.emplace_back())) return false;
       }
       value = std::move(array);
       return true;
@@ -172,7 +187,7 @@ bool take(std::string_view& bytes, int depth, Value& value) {
       Dictionary dictionary;
       for (; count > 0; --count) {
         Value element;
-        if (!takeText(bytes, text) || !take(bytes, depth + 1, element)) return false;
+        if (!takeText(bytes, text) || !take(bytes, depth + 1, left, element)) return false;
         dictionary.setObjectNilHandledForKey(std::move(element), text);
       }
       value = std::move(dictionary);
@@ -204,7 +219,18 @@ std::uint64_t checksumOf(std::uint64_t salt, const Record& record, std::string_v
   std::memcpy(&time, &record.time, sizeof time);
   std::uint64_t hash = mixed(salt, std::uint64_t{record.units} << 32 | record.bytes);
   hash = mixed(mixed(mixed(hash, record.position), time), record.kind);
+  if (record.kind == kSession) hash = mixed(hash, record.session);
   return mixed(hash, payload);
+}
+
+std::uint32_t recordedSumOf(std::uint64_t salt, const Record& record) {
+  const std::string_view fields(record.times[0], sizeof record.times + sizeof record.isAllowed);
+  return static_cast<std::uint32_t>(mixed(mixed(mixed(salt, record.position), record.session), fields));
+}
+
+std::uint32_t storeSumOf(std::uint64_t salt, const Record& record, std::uint64_t store) {
+  const std::string_view batchID(record.batchID, sizeof record.batchID);
+  return static_cast<std::uint32_t>(mixed(mixed(mixed(salt, record.position), store), batchID));
 }
 
 void appendValue(const Value& value, Bytes& out) {
@@ -213,7 +239,8 @@ void appendValue(const Value& value, Bytes& out) {
 
 std::optional<Value> takeValue(std::string_view& bytes) {
   Value value;
-  if (!take(bytes, 0, value)) return std::nullopt;
+  std::size_t left = kMaximumValues;
+  if (!take(bytes, 0, left, value)) return std::nullopt;
   return value;
 }
 
@@ -229,15 +256,16 @@ void appendEvent(const Value& name, const ZRProperties* properties, Bytes& out) 
 std::optional<Event> readEvent(std::string_view payload) {
   Event event;
   Value part;
-  if (!take(payload, 0, event.name)) return std::nullopt;
+  std::size_t left = kMaximumValues;
+  if (!take(payload, 0, left, event.name)) return std::nullopt;
   if (payload.empty()) return event;
-  if (!take(payload, 0, part) || !part.isDictionary()) return std::nullopt;
+  if (!take(payload, 0, left, part) || !part.isDictionary()) return std::nullopt;
   event.properties = ZRProperties(*part.asDictionary());
-  if (!take(payload, 0, part) || !part.isArray()) return std::nullopt;
+  if (!take(payload, 0, left, part) || !part.isArray()) return std::nullopt;
   event.properties.setDateAttrArray(*part.asArray());
-  if (!take(payload, 0, part) || !part.isArray()) return std::nullopt;
+  if (!take(payload, 0, left, part) || !part.isArray()) return std::nullopt;
   event.properties.setLocationAttrArray(*part.asArray());
-  if (!take(payload, 0, part) || !part.asBool() || !payload.empty()) return std::nullopt;
+  if (!take(payload, 0, left, part) || !part.asBool() || !payload.empty()) return std::nullopt;
   event.properties.setIsNonInteractive(*part.asBool());
   return event;
 }
@@ -261,10 +289,15 @@ Contents readContents(std::string_view bytes) {
       if (checksumOf(header.salt, record, payload) == record.checksum) {
         step = record.units * kUnit;
         contents.end = std::max(contents.end, record.position + record.units);
+        if (record.state == kRecorded && recordedSumOf(header.salt, record) != record.recordedSum) {
+          record.state = kCalled;
+        }
+        if (storeSumOf(header.salt, record, record.store) != record.storeSum) record.store = 0;
         const bool isStored = record.store != 0 && record.store <= header.stored;
         if (isLive && record.position >= header.cleared) {
           if (record.kind == kSession) contents.sessions.push_back({offset, record, payload});
-          if (record.kind == kEvent && !isStored) contents.events.push_back({offset, record, payload});
+          const bool isEvent = record.kind == kEvent || record.kind == kAllowedEvent;
+          if (isEvent && !isStored) contents.events.push_back({offset, record, payload});
         }
       }
     }
@@ -276,16 +309,28 @@ Contents readContents(std::string_view bytes) {
   };
   std::sort(contents.events.begin(), contents.events.end(), byPosition);
   std::sort(contents.sessions.begin(), contents.sessions.end(), byPosition);
+  std::uint64_t last = 0;
+  std::unordered_map<std::string_view, std::string_view> payloads;
+  std::erase_if(contents.sessions, [&](Found& session) {
+    if (session.record.session < last) return true;  // no ring writes that
+    last = session.record.session;
+    session.payload = payloads.emplace(session.payload, session.payload).first->second;
+    return false;
+  });
   return contents;
 }
 
 std::string_view sessionOf(const Contents& contents, const Record& event) {
-  const Found* best = nullptr;
-  for (const Found& session : contents.sessions) {
-    if (event.state == kRecorded && session.record.session == event.session) return session.payload;
-    if (!best || session.record.position < event.position) best = &session;
+  const auto& sessions = contents.sessions;
+  if (sessions.empty()) return {};
+  if (event.state == kRecorded) {
+    const auto named = std::partition_point(
+        sessions.begin(), sessions.end(), [&](const Found& session) { return session.record.session < event.session; });
+    if (named != sessions.end() && named->record.session == event.session) return named->payload;
   }
-  return best ? best->payload : std::string_view();
+  const auto next = std::partition_point(
+      sessions.begin(), sessions.end(), [&](const Found& session) { return session.record.position < event.position; });
+  return next == sessions.begin() ? next->payload : std::prev(next)->payload;
 }
 
 std::string_view textOf(const char* field, std::size_t size) {

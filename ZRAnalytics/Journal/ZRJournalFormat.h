@@ -38,7 +38,8 @@ enum State : std::uint64_t {
   kRecorded = 0x636552002D525A02,
   kReleased = 0x6C6552002D525A03,
 };
-enum Kind : std::uint32_t { kEvent = 1, kSession = 2, kSkipped = 3 };
+// kAllowedEvent: data tracking was opted out when it was called, and its name on the list of updateOptOutEvents.
+enum Kind : std::uint32_t { kEvent = 1, kSession = 2, kAllowedEvent = 3 };
 
 struct Record {
   std::uint64_t state;
@@ -48,15 +49,20 @@ struct Record {
   std::uint64_t checksum;
   double time;  // seconds since 1970
   std::uint32_t kind;
-  std::uint32_t unused;
+  std::uint32_t recordedSum;
   std::uint64_t session;
   std::uint64_t store;
-  char times[2][32];
-  char batchID[64];
+  char times[2][31];
+  std::uint8_t isAllowed;
+  std::uint8_t unused;
+  char batchID[60];
+  std::uint32_t storeSum;
 };
 static_assert(sizeof(Record) == 3 * kUnit);
 
 std::uint64_t checksumOf(std::uint64_t salt, const Record& record, std::string_view payload);
+std::uint32_t recordedSumOf(std::uint64_t salt, const Record& record);
+std::uint32_t storeSumOf(std::uint64_t salt, const Record& record, std::uint64_t store);
 
 // Where a payload is encoded. A usual one needs no allocation.
 class Bytes {
@@ -118,8 +124,10 @@ struct Found {
 struct Contents {
   // Absent when the bytes are no journal of this version.
   std::optional<Header> header;
-  // Valid records that are neither released nor cleared, by position. Those that `stored` releases are left out.
+  // Valid records that are neither released nor cleared, by position. Those that `stored` releases are left out. Of a
+  // recorded event with a wrong `recordedSum` the state is kCalled; with a wrong `storeSum`, `store` is 0.
   std::vector<Found> events;
+  // By number, too. Equal payloads begin at the same address.
   std::vector<Found> sessions;
   // Records with a wrong checksum.
   std::size_t damaged = 0;

@@ -1,7 +1,9 @@
 #include "ZRAnalytics/Journal/ZRJournalRecovery.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -10,9 +12,11 @@
 #include "Platform/Time/DateFormat.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/Journal/ZREventJournal.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZRAnalytics/Utils/ZRSignedRequest.h"
+#include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
 #include "ZorvaneCore/ZRDateUtils.h"
 
@@ -27,14 +31,11 @@ struct Group {
   std::vector<const Found*> events;
 };
 
-class Recovery {
+// Its operations do not end: what cannot be stored stays as it is, for the next launch.
+class Recovery final : private ZRStoreObserver {
  public:
-  Recovery(const Contents& contents, Ring& ring, ZREventJournal& journal, ZRBatchFile& batches)
-      : contents_(contents), ring_(ring), journal_(journal), batches_(batches) {}
-  // A later save of this launch must not set `stored` for the events that are still in the journal.
-  ~Recovery() { ring_.leaveStore(); }
-  Recovery(const Recovery&) = delete;
-  Recovery& operator=(const Recovery&) = delete;
+  Recovery(const Contents& contents, Ring& ring, ZRBatchFile& batches)
+      : contents_(contents), ring_(ring), batches_(batches) {}
 
   bool run() {
     const bool isSaved = finishStore() && saveOthers();
@@ -58,68 +59,85 @@ class Recovery {
   }
 
   bool finishStore() {
-    std::vector<Group> groups;
-    for (const Found& event : contents_.events) {
-      if (const auto batchID = armedBatch(event); !batchID.empty()) add(event, batchID, groups);
-    }
+    std::vector<Group> groups = groupsOf(true);
     if (groups.empty()) return true;
     const auto stored = batches_.load();
     if (!stored) return false;
     std::unordered_set<std::string> present;
     for (const ZRStoredBatch& batch : *stored) present.insert(batch.id());
     std::erase_if(groups, [&](const Group& group) { return present.contains(group.batchID); });
-    ring_.resumeStore();
+    operation_ = {contents_.header->armed};
     if (!store(groups)) return false;
-    ring_.stored();
+    ring_.stored(operation_);
     return true;
   }
 
   bool saveOthers() {
-    std::vector<Group> groups;
-    for (const Found& event : contents_.events) {
-      if (armedBatch(event).empty()) add(event, {}, groups);
-    }
+    std::vector<Group> groups = groupsOf(false);
     if (groups.empty()) return true;
-    ring_.beginStore();
+    operation_ = ring_.beginStore();
     for (Group& group : groups) {
       group.batchID = ZRAnalyticsUtils::createBatchIdentifier();
-      for (const Found* event : group.events) ring_.assignFound(*event, group.batchID);
+      for (const Found* event : group.events) ring_.assignFound(operation_, *event, group.batchID);
     }
-    ring_.arm();
+    ring_.arm(operation_);
     if (!store(groups)) return false;
-    ring_.stored();
+    ring_.endStore(operation_);
     return true;
   }
 
-  // Adds the event to the group of that identifier or, without one, of its session, if it may still be tracked.
-  void add(const Found& found, std::string_view batchID, std::vector<Group>& groups) {
+  void stored() noexcept override { ring_.stored(operation_); }
+
+  // The events that may still be tracked: those of the armed operation by batch, or all others by session.
+  std::vector<Group> groupsOf(bool isArmed) {
+    std::vector<Group> groups;
+    std::unordered_map<std::string, std::size_t> numberOf;
+    for (const Found& found : contents_.events) {
+      const std::string_view batchID = armedBatch(found);
+      if (batchID.empty() == isArmed) continue;
+      Dictionary record = recordOf(found);
+      if (record.empty()) continue;
+      const std::string_view session = sessionOf(contents_, found.record);
+      const std::string key =
+          isArmed ? std::string(batchID) : std::to_string(reinterpret_cast<std::uintptr_t>(session.data()));
+      const auto [at, isNew] = numberOf.emplace(key, groups.size());
+      if (isNew) groups.push_back({std::string(batchID), session, {}, {}});
+      groups[at->second].records.emplace_back(std::move(record));
+      groups[at->second].events.push_back(&found);
+    }
+    return groups;
+  }
+
+  // Empty when the event may not be tracked any more.
+  Dictionary recordOf(const Found& found) {
+    if (!ZRCoreUtils::isSDKEnabled()) return {};
     auto event = readEvent(found.payload);
-    if (!event || !event->name.isString()) ++unreadable_;
-    if (!event || !event->name.isString() || !ZRCoreUtils::isSDKEnabled()) return;
+    if (!event || !event->name.isString()) {
+      ++unreadable_;
+      return {};
+    }
     const ZREventsHandler& handler = ZREventsHandler::sharedInstance();
-    const bool isAccepted = found.record.state == kRecorded ? handler.isTrackingAllowed(*event->name.asString())
-                                                            : handler.shouldEventBeTrackedWithName(event->name);
-    if (!isAccepted) return;
-    const std::string_view session = sessionOf(contents_, found.record);
-    Group* group = nullptr;
-    for (Group& other : groups) {
-      if (batchID.empty() ? other.session == session : other.batchID == batchID) group = &other;
-    }
-    if (!group) {
-      group = &groups.emplace_back();
-      group->batchID = batchID;
-      group->session = session;
-    }
+    const Record& kept = found.record;
+    const bool isRecorded = kept.state == kRecorded;
+    const bool isAllowed = kept.kind == kAllowedEvent || (isRecorded && kept.isAllowed != 0);
+    const std::string& name = *event->name.asString();
+    if (isRecorded ? !isAllowed && !handler.isTrackingAllowed(name) : !isAccepted(name, isAllowed)) return {};
     Dictionary record = handler.getEventDictForEventAndProperties(event->name, &event->properties);
-    std::string_view gmt = textOf(found.record.times[0], sizeof found.record.times[0]);
-    const Date date{found.record.time};
-    const bool isRecorded = found.record.state == kRecorded;
-    record.set(kReportsKeyGMT_Time, isRecorded ? std::string(gmt) : platform::isoTextOfDate(date, 0, "Z"));
-    record.set(kReportsKeyDevice_Time, isRecorded
-                                           ? std::string(textOf(found.record.times[1], sizeof found.record.times[1]))
-                                           : ZRDateUtils::getLocalTime(date));
-    group->records.emplace_back(std::move(record));
-    group->events.push_back(&found);
+    const Date date{kept.time};
+    std::string gmtTime(isRecorded ? textOf(kept.times[0], sizeof kept.times[0]) : std::string_view());
+    if (gmtTime.empty()) gmtTime = platform::isoTextOfDate(date, 0, "Z");
+    std::string localTime(isRecorded ? textOf(kept.times[1], sizeof kept.times[1]) : std::string_view());
+    if (localTime.empty()) localTime = ZRDateUtils::getLocalTime(date);
+    record.set(kReportsKeyGMT_Time, std::move(gmtTime));
+    record.set(kReportsKeyDevice_Time, std::move(localTime));
+    return record;
+  }
+
+  static bool isAccepted(const std::string& name, bool isAllowed) {
+    if (!isAllowed) return ZREventsHandler::sharedInstance().shouldEventBeTrackedWithName(name);
+    if (!ZRConfigDataManager::sharedInstance().isEventBlackListed(name)) return true;
+    logLine("Blacklisted Event: %@", {name});
+    return false;
   }
 
   // What the batch of that group holds beside its events.
@@ -151,12 +169,12 @@ class Recovery {
         for (std::size_t i = first; i < first + count; ++i) {
           part.records.push_back(group.records[i]);
           part.events.push_back(group.events[i]);
-          ring_.assignFound(*group.events[i], part.batchID);
+          ring_.assignFound(operation_, *group.events[i], part.batchID);
         }
       }
     }
     groups = std::move(parts);
-    ring_.arm();
+    ring_.arm(operation_);
   }
 
   // False when the batch file cannot be read or written.
@@ -172,7 +190,7 @@ class Recovery {
         entries.set(group.batchID, std::move(entry));
         count += group.records.size();
       }
-      const ZRBatchFile::Outcome outcome = batches_.store(entries, &journal_);
+      const ZRBatchFile::Outcome outcome = batches_.store(entries, this);
       if (outcome == ZRBatchFile::Outcome::Done) recovered_ += count;
       if (outcome != ZRBatchFile::Outcome::TooLarge) return outcome == ZRBatchFile::Outcome::Done;
     }
@@ -181,16 +199,16 @@ class Recovery {
 
   const Contents& contents_;
   Ring& ring_;
-  ZREventJournal& journal_;
   ZRBatchFile& batches_;
+  Operation operation_{0};
   std::size_t recovered_ = 0;
   std::size_t unreadable_ = 0;
 };
 
 }  // namespace
 
-bool recover(const Contents& contents, Ring& ring, ZREventJournal& journal, ZRBatchFile& batches) {
-  return Recovery(contents, ring, journal, batches).run();
+bool recover(const Contents& contents, Ring& ring, ZRBatchFile& batches) {
+  return Recovery(contents, ring, batches).run();
 }
 
 }  // namespace zorvane::journal

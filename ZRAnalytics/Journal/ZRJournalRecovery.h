@@ -2,7 +2,6 @@
 #pragma once
 
 #include "ZRAnalytics/EventManagement/ZRBatchFile.h"
-#include "ZRAnalytics/Journal/ZREventJournal.h"
 #include "ZRAnalytics/Journal/ZRJournalFormat.h"
 #include "ZRAnalytics/Journal/ZRJournalRing.h"
 
@@ -10,7 +9,6 @@ namespace zorvane::journal {
 
 // Takes the steps of "The next launch" in docs/journal.md, up to the last. False when the batch file cannot be read or
 // written: then call it again in another launch. What could not be recovered is logged.
-// The journal's stored() passes on to the ring's.
-bool recover(const Contents& contents, Ring& ring, ZREventJournal& journal, ZRBatchFile& batches);
+bool recover(const Contents& contents, Ring& ring, ZRBatchFile& batches);
 
 }  // namespace zorvane::journal

@@ -1,6 +1,7 @@
 #include "ZRAnalytics/Journal/ZRJournalRing.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -24,8 +25,8 @@ using platform::systemCalls;
 // A kill between two stores leaves whole words.
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
-// Larger files are no journals.
-constexpr std::size_t kMaximumBytes = 256u << 20;
+// The one that has a file.
+std::atomic<Ring*> openRing{nullptr};
 
 platform::Error errorOf(const char* call) {
   return {std::string(call) + ": " + std::generic_category().message(errno), errno};
@@ -104,11 +105,24 @@ bool readAll(int file, std::size_t size, std::string& bytes) {
 }  // namespace
 
 Ring::~Ring() {
+  Ring* open = this;
+  openRing.compare_exchange_strong(open, nullptr);
   unmap();
   if (file_ >= 0) systemCalls().close(file_);
 }
 
-platform::Status Ring::open(const std::string& path, std::string& bytes) {
+// The parent's lock lasts until its last descriptor and mapping are gone. A mutex may be locked for ever here.
+void Ring::leaveInChild() {
+  Ring* const ring = openRing.exchange(nullptr);
+  if (!ring) return;
+  ring->isThere_ = false;
+  ring->takesEvents_ = false;
+  if (ring->base_) ::munmap(ring->base_, ring->mapped_);
+  ring->base_ = nullptr;
+  ::close(std::exchange(ring->file_, -1));
+}
+
+platform::Status Ring::open(const std::string& path, std::size_t maximum, std::string& bytes) {
   const auto made = platform::makeDirectories(path.substr(0, path.rfind('/')));
   if (!made) return made.error();
   for (const bool isLast : {false, true}) {
@@ -121,13 +135,17 @@ platform::Status Ring::open(const std::string& path, std::string& bytes) {
     if (!removed) return removed.error();
   }
   if (systemCalls().flock(file_, LOCK_EX | LOCK_NB) != 0) return errorOf("flock");
+  static const int registered = ::pthread_atfork(nullptr, nullptr, leaveInChild);
+  if (registered != 0) return platform::Error{"pthread_atfork", registered};
+  openRing = this;
   struct stat status {};
   if (systemCalls().fstat(file_, &status) != 0) return errorOf("fstat");
   const auto size = static_cast<std::size_t>(status.st_size);
-  if (size <= kHeaderBytes + sizeof(Record) || size > kMaximumBytes) return platform::Done{};
+  if (size <= kHeaderBytes + sizeof(Record) || size > maximum) return platform::Done{};
   // Before it is mapped: a bad block is an error here, and a signal there.
   if (!readAll(file_, size, bytes)) return errorOf("read");
   if (!map(size)) return errorOf("mmap");
+  isThere_ = true;
   return platform::Done{};
 }
 
@@ -163,6 +181,7 @@ platform::Status Ring::start(std::size_t bytes, const Contents& contents) {
   swept_ = first;
   head_ = first;
   tail_ = first;
+  isThere_ = true;
   return platform::Done{};
 }
 
@@ -183,14 +202,14 @@ void Ring::unmap() {
 
 // --- Records
 
-std::uint64_t Ring::append(std::string_view payload, double time) {
+std::uint64_t Ring::append(Kind kind, std::string_view payload, double time) {
   if (!takesEvents_.load(std::memory_order_acquire)) return 0;
-  const std::uint64_t position = add(kEvent, payload, time, 0);
+  const std::uint64_t position = add(kind, payload, time, 0);
   if (position != 0) return position;
   // A sweep may have stopped at a record that was not yet written.
   platform::MutexLock lock(mutex_);
   sweep();
-  return takesEvents_.load(std::memory_order_acquire) ? add(kEvent, payload, time, 0) : 0;
+  return takesEvents_.load(std::memory_order_acquire) ? add(kind, payload, time, 0) : 0;
 }
 
 std::uint64_t Ring::add(Kind kind, std::string_view payload, double time, std::uint64_t session) {
@@ -237,6 +256,7 @@ Record* Ring::live(std::uint64_t position) const {
 }
 
 bool Ring::setSession(std::string payload) {
+  if (!isThere()) return true;
   platform::MutexLock lock(mutex_);
   session_ = std::move(payload);
   ++sessionNumber_;
@@ -244,6 +264,7 @@ bool Ring::setSession(std::string payload) {
 }
 
 void Ring::dropSession() {
+  if (!isThere()) return;
   platform::MutexLock lock(mutex_);
   session_.clear();
   writeSession();
@@ -259,22 +280,23 @@ bool Ring::writeSession() {
   return isSessionWritten_;
 }
 
-bool Ring::markRecorded(std::uint64_t position, std::string_view gmtTime, std::string_view localTime) {
+bool Ring::markRecorded(std::uint64_t position, bool isAllowed, std::string_view gmtTime, std::string_view localTime) {
+  if (!isThere()) return true;
   platform::MutexLock lock(mutex_);
   Record* const record = live(position);
   if (!record) return true;
-  if (!isSessionWritten_ && !writeSession()) {
-    set(record->state, kReleased);
-    return false;
-  }
+  if (!isSessionWritten_ && !writeSession()) return false;
   setText(record->times[0], sizeof record->times[0], gmtTime);
   setText(record->times[1], sizeof record->times[1], localTime);
   set(record->session, sessionNumber_);
+  record->isAllowed = isAllowed ? 1 : 0;
+  record->recordedSum = recordedSumOf(header().salt, *record);
   set(record->state, kRecorded);
   return true;
 }
 
 void Ring::release(std::uint64_t position) {
+  if (position == 0 || !isThere()) return;
   platform::MutexLock lock(mutex_);
   Record* const record = live(position);
   if (!record) return;
@@ -284,12 +306,16 @@ void Ring::release(std::uint64_t position) {
 }
 
 void Ring::clear() {
-  platform::MutexLock lock(mutex_);
-  if (!base_) return;
-  set(header().cleared, std::max(head_.load(), header().cleared));
-  if (sessionNumber_ == 0) return;
-  sweep(true);
-  writeSession();
+  if (!isThere()) return;
+  {
+    platform::MutexLock lock(mutex_);
+    set(header().cleared, std::max(head_.load(), header().cleared));
+    if (sessionNumber_ != 0) {
+      sweep(true);
+      writeSession();
+    }
+  }
+  sync(0, sizeof(Header));
 }
 
 void Ring::sweep(bool isClearing) {
@@ -347,47 +373,41 @@ void Ring::wipe(std::uint64_t from, std::uint64_t to) const {
 
 // --- Store operations
 
-void Ring::beginStore() {
+Operation Ring::beginStore() {
   platform::MutexLock lock(mutex_);
-  storing_.clear();
-  store_ = ++lastStore_;
+  const bool isInner = store_ != 0;
+  if (!isInner) store_ = ++lastStore_;
+  return {store_, isInner};
 }
 
-void Ring::assign(std::uint64_t position, std::string_view batchID) {
+void Ring::assign(Operation& operation, std::uint64_t position, std::string_view batchID) {
+  if (!isThere()) return;
   platform::MutexLock lock(mutex_);
   Record* const record = live(position);
   if (!record) return;
   // First, as it may throw.
-  storing_.push_back(position);
-  setText(record->batchID, sizeof record->batchID, batchID);
-  set(record->store, store_);
+  operation.positions.push_back(position);
+  assignTo(*record, operation, batchID);
 }
 
-void Ring::assignFound(const Found& found, std::string_view batchID) {
-  platform::MutexLock lock(mutex_);
-  auto& record = *reinterpret_cast<Record*>(base_ + found.offset);
+void Ring::assignFound(const Operation& operation, const Found& found, std::string_view batchID) {
+  assignTo(*reinterpret_cast<Record*>(base_ + found.offset), operation, batchID);
+}
+
+void Ring::assignTo(Record& record, const Operation& operation, std::string_view batchID) const {
   setText(record.batchID, sizeof record.batchID, batchID);
-  set(record.store, store_);
+  record.storeSum = storeSumOf(header().salt, record, operation.number);
+  set(record.store, operation.number);
 }
 
-void Ring::resumeStore() {
-  platform::MutexLock lock(mutex_);
-  store_ = header().armed;
-}
-
-void Ring::leaveStore() {
-  platform::MutexLock lock(mutex_);
-  store_ = 0;
-}
-
-void Ring::arm() {
+void Ring::arm(const Operation& operation) {
+  if (!isThere()) return;
   std::size_t first = mapped_;
   std::size_t last = 0;
   {
     platform::MutexLock lock(mutex_);
-    if (!base_) return;
-    set(header().armed, store_);
-    for (const std::uint64_t position : storing_) {
+    set(header().armed, operation.number);
+    for (const std::uint64_t position : operation.positions) {
       const auto offset = static_cast<std::size_t>(reinterpret_cast<char*>(&at(position)) - base_);
       first = std::min(first, offset);
       last = std::max(last, offset + sizeof(Record));
@@ -400,29 +420,34 @@ void Ring::arm() {
   sync(first, last);
 }
 
-void Ring::stored() {
+void Ring::stored(Operation& operation) {
+  if (!isThere()) return;
   platform::MutexLock lock(mutex_);
-  if (base_ && store_ != 0) set(header().stored, store_);
+  operation.isStored = true;
+  // Events of an outer operation have the same number, and are not in the file yet.
+  if (!operation.isInner) set(header().stored, operation.number);
 }
 
-void Ring::endStore() {
+void Ring::endStore(const Operation& operation) {
+  if (!isThere()) return;
   platform::MutexLock lock(mutex_);
-  const std::uint64_t ended = std::exchange(store_, 0);
-  if (!base_ || ended == 0 || ended == header().stored) return;
-  set(header().armed, 0);
-  for (const std::uint64_t position : std::exchange(storing_, {})) {
+  if (!operation.isInner) store_ = 0;
+  if (operation.isStored) return;
+  if (!operation.isInner) set(header().armed, 0);
+  for (const std::uint64_t position : operation.positions) {
     if (Record* const record = live(position)) set(record->store, 0);
   }
 }
 
 void Ring::sync() {
-  if (base_) sync(0, mapped_);
+  if (isThere()) sync(0, mapped_);
 }
 
 void Ring::sync(std::size_t first, std::size_t last) const {
   const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
   first -= first % page;
   step();
+  if (onSync) onSync(first, last);
   (void)::msync(base_ + first, last - first, MS_SYNC);
 }
 

@@ -3,10 +3,17 @@
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstddef>
+#include <new>
+#include <utility>
+
+#include "Platform/Files/SystemCalls.h"
 #include "Support/ModuleTest.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/Journal/ZRJournalFormat.h"
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
 #include "ZRAnalytics/Utils/ZRGeoLocation.h"
 #include "ZRAnalytics/ZRAnalytics.h"
@@ -234,6 +241,118 @@ TEST_F(JournalTest, DamageCostsWhatIsDamaged) {
   launch();
   EXPECT_TRUE(log_->has("Journal : the file is damaged or of another version and is made anew"));
   EXPECT_THAT(savedNames(), IsEmpty());
+}
+
+TEST_F(JournalTest, DamagedFieldOutsideOfTheCallCostsNoEvent) {
+  for (const std::size_t field :
+       {offsetof(journal::Record, recordedSum), offsetof(journal::Record, session), offsetof(journal::Record, times),
+        offsetof(journal::Record, isAllowed), offsetof(journal::Record, store), offsetof(journal::Record, batchID)}) {
+    SCOPED_TRACE(field);
+    fs::remove(journal());
+    fs::remove(documents("ZorvaneBatchEvents.plist"));
+    inEarlierLaunch([&] {
+      launch();
+      track("Saved");
+      settle();
+      ZREventsHandler::sharedInstance().saveCurrentBatch();
+      fs::remove(documents("ZorvaneBatchEvents.plist"));
+      track("Damaged");
+      settle();
+    });
+    std::string bytes = readAll(journal());
+    bytes[bytes.find("Damaged") - 5 - sizeof(journal::Record) + field] ^= 1;
+    writeAll(journal(), bytes);
+    inEarlierLaunch([&] { launch(); });
+    ASSERT_THAT(savedNames(), ElementsAre(ElementsAre("Damaged")));
+    const Dictionary event = *savedBatch(0).objectForKey("events").asArray()->back().asDictionary();
+    EXPECT_EQ(event.objectForKey("EVENT_G_TIME"), Value("2026-11-21T10:00:00.000Z"));
+  }
+}
+
+TEST_F(JournalTest, EventsThatTheOptOutListAllowedComeBack) {
+  inEarlierLaunch([&] {
+    launch();
+    auto& analytics = ZRAnalytics::sharedInstance();
+    analytics.optOutOfDataTracking(true);
+    track("ListedLater");
+    analytics.updateOptOutEvents({"Listed", "ListedLater", "Blocked"});
+    track("Other");
+    track("Listed");
+    settle();
+    track("Blocked");
+    track("Listed");
+  });
+  launch({{"blacklisted_events", Array{"Blocked"}}});
+  EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("ListedLater", "Listed", "Listed")));
+}
+
+TEST_F(JournalTest, SaveByHostCodeWithinASaveThatFailsReleasesNoEventOfThatSave) {
+  inEarlierLaunch([&] {
+    launch();
+    track("Outer");
+    settle();
+    ZREventsHandler::sharedInstance().removeEventsPlistFile();
+    fs::create_directory(documents("ZorvaneBatchEvents.plist"));
+    log_->onMessage = [&](const std::string& message) {
+      if (!message.starts_with("Batch Events plist :")) return;
+      log_->onMessage = nullptr;
+      fs::remove(documents("ZorvaneBatchEvents.plist"));
+      track("Inner");
+      settle();
+      ZREventsHandler::sharedInstance().saveCurrentBatch();
+      _exit(HasFailure() ? 1 : 0);
+    };
+    ZREventsHandler::sharedInstance().saveCurrentBatch();
+    ADD_FAILURE() << "the save has not failed";
+  });
+  launch();
+  EXPECT_THAT(savedNames(), ::testing::UnorderedElementsAre(ElementsAre("Outer"), ElementsAre("Inner")));
+}
+
+TEST_F(JournalTest, ExceptionBehindTheReplacementOfTheBatchFileSavesNoEventTwice) {
+  launch();
+  track("Once");
+  settle();
+  static bool isReplaced = false;
+  static platform::SystemCalls calls = platform::kRealSystemCalls;
+  calls.renameat = [](int from, const char* name, int to, const char* other) {
+    isReplaced = true;
+    return ::renameat(from, name, to, other);
+  };
+  calls.fstatat = [](int directory, const char* name, struct stat* status, int flags) {
+    if (std::exchange(isReplaced, false)) throw std::bad_alloc();
+    return ::fstatat(directory, name, status, flags);
+  };
+  platform::setSystemCalls(&calls);
+  ZREventsHandler::sharedInstance().saveCurrentBatch();
+  platform::setSystemCalls(nullptr);
+  ZREventsHandler::sharedInstance().saveCurrentBatch();
+  EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("Once")));
+}
+
+TEST_F(JournalTest, ForkedChildLeavesTheJournalToItsParent) {
+  int forked[2];
+  int done[2];
+  ASSERT_EQ(::pipe(forked), 0);
+  ASSERT_EQ(::pipe(done), 0);
+  char byte = 0;
+  inEarlierLaunch([&] {
+    launch();
+    track("Parent");
+    settle();
+    if (fork() == 0) {
+      track("Child");
+      ZREventsHandler::sharedInstance().clearEventsdata();
+      settle();
+      EXPECT_EQ(::write(forked[1], "", 1), 1);
+      // It outlives its parent.
+      ::close(done[1]);
+      _exit(static_cast<int>(::read(done[0], &byte, 1)));
+    }
+    EXPECT_EQ(::read(forked[0], &byte, 1), 1);
+  });
+  launch();
+  EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("Parent")));
 }
 
 TEST_F(JournalTest, OnlyTheOwnerReadsItAndNoLinkIsFollowed) {
