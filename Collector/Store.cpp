@@ -76,14 +76,24 @@ Store::Store(const std::string& path)
     : writer_(path, true), reader_(path.empty() ? nullptr : std::make_unique<Session>(path)), insert_(writer_) {}
 
 void Store::addRefused(const RequestRow& row, const json& body) {
-  Write write{row, body, false, false, false, nullptr};
-  commit(write);
+  Request request{row, body, false};
+  commit({&request, 1});
 }
 
 bool Store::addAccepted(const RequestRow& row, const json& body) {
-  Write write{row, body, true, false, false, nullptr};
-  commit(write);
-  return write.stored;
+  Request request{row, body, true};
+  commit({&request, 1});
+  return request.stored;
+}
+
+std::vector<bool> Store::addAcceptedTogether(std::span<const AcceptedRequest> requests) {
+  std::vector<Request> each;
+  each.reserve(requests.size());
+  for (const AcceptedRequest& request : requests) each.push_back({request.row, request.body, true});
+  commit(each);
+  std::vector<bool> stored;
+  for (const Request& request : each) stored.push_back(request.stored);
+  return stored;
 }
 
 void Store::checkWritable() {
@@ -91,7 +101,8 @@ void Store::checkWritable() {
   checkWritableSQLite(writer_);
 }
 
-void Store::commit(Write& write) {
+void Store::commit(std::span<Request> requests) {
+  Write write{requests, false, nullptr};
   std::unique_lock lock(mutex_);
   waiting_.push_back(&write);
   changed_.wait(lock, [&] { return write.done || !writing_; });
@@ -117,7 +128,9 @@ void Store::writeTogether(const std::vector<Write*>& writes) {
   try {
     const std::lock_guard lock(writer_.mutex);
     soci::transaction transaction(writer_);
-    for (Write* write : writes) add(*write);
+    for (Write* write : writes) {
+      for (Request& request : write->requests) add(request);
+    }
     transaction.commit();
   } catch (...) {
     // One that fails does not cost the others.
@@ -129,37 +142,37 @@ void Store::writeTogether(const std::vector<Write*>& writes) {
   }
 }
 
-void Store::add(Write& write) {
-  const RequestRow& row = write.row;
-  const Contents contents = contentsOf(write.body);
-  const std::string now = timeNow();
+void Store::add(Request& request) {
+  const RequestRow& row = request.row;
+  const Contents contents = contentsOf(request.body);
+  const std::string now = row.receivedAt ? *row.receivedAt : timeNow();
   if (row.injected) addArrival(now, "injected", *row.injected);
-  if (!write.accepted) {
-    addRow(write, contents, false, false, now);
+  if (!request.accepted) {
+    addRow(request, contents, false, false, now);
     addArrival(now, "refused", std::to_string(row.status));
     return;
   }
-  const auto id = addRow(write, contents, true, false, now);
-  write.stored = id.has_value();
+  const auto id = addRow(request, contents, true, false, now);
+  request.stored = id.has_value();
   if (!id) {
-    addRow(write, contents, false, true, now);
+    addRow(request, contents, false, true, now);
     addArrival(now, "duplicate", "");
   } else if (row.service == Service::Report) {
-    addBatch(row, write.body, contents, *id, now);
+    addBatch(row, request.body, contents, *id, now);
   } else {
-    addDevice(row, write.body, *id, now);
+    addDevice(row, request.body, *id, now);
   }
 }
 
-std::optional<std::int64_t> Store::addRow(const Write& write, const Contents& contents, bool accepted, bool duplicate,
-                                          const std::string& now) {
-  const RequestRow& row = write.row;
+std::optional<std::int64_t> Store::addRow(const Request& request, const Contents& contents, bool accepted,
+                                          bool duplicate, const std::string& now) {
+  const RequestRow& row = request.row;
   return insert_.request.run(now, nameOf(row.service), row.appID, row.status, accepted, duplicate, row.injected,
                              row.signature ? Text(nameOf(*row.signature)) : std::nullopt, row.expected, row.headers,
                              static_cast<std::int64_t>(row.bytes), row.error.empty() ? std::nullopt : Text(row.error),
                              row.bid, contents.requestTime, contents.sessionID, contents.startTime, contents.userID,
                              contents.segmentID, contents.uniqueID, contents.events,
-                             write.accepted ? std::nullopt : Text(namesOf(contents)), row.body);
+                             request.accepted ? std::nullopt : Text(namesOf(contents)), row.body);
 }
 
 void Store::addBatch(const RequestRow& row, const json& body, const Contents& contents, std::int64_t id,

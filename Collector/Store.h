@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,7 +30,14 @@ struct RequestRow {
   Text injected;
   std::string headers;  // a JSON object
   std::string error;
-  Text body;  // of a refused request, as far as it is kept
+  Text body;        // of a refused request, as far as it is kept
+  Text receivedAt;  // as timeText() writes it; none: now
+};
+
+// A request whose body passed the checks.
+struct AcceptedRequest {
+  RequestRow row;
+  json body;
 };
 
 // Thread-safe. Requests that wait for the database at the same time share a transaction, which is committed when the
@@ -43,6 +51,8 @@ class Store {
   void addRefused(const RequestRow& row, const json& body);
   // Stores a request whose body passed the checks. False if its bid was accepted before: then only the row is stored.
   bool addAccepted(const RequestRow& row, const json& body);
+  // Stores them all in one transaction, or none if it throws. Says of each what addAccepted() returns.
+  std::vector<bool> addAcceptedTogether(std::span<const AcceptedRequest> requests);
 
   // Commits a write that changes nothing. Throws DatabaseError if that fails.
   void checkWritable();
@@ -67,21 +77,24 @@ class Store {
         device;
     Insert<std::string, std::string, std::string, std::int64_t> arrival;
   };
-  // A request that waits to be stored, on the stack of its thread.
-  struct Write {
+  struct Request {
     const RequestRow& row;
     const json& body;
     const bool accepted;
     bool stored = false;
+  };
+  // What one call waits for, on the stack of its thread.
+  struct Write {
+    std::span<Request> requests;
     bool done = false;
     std::exception_ptr failure;
   };
 
-  // Returns when the write is committed. Throws its failure.
-  void commit(Write& write);
+  // Returns when the requests are committed. Throws their failure.
+  void commit(std::span<Request> requests);
   void writeTogether(const std::vector<Write*>& writes);
-  void add(Write& write);
-  std::optional<std::int64_t> addRow(const Write& write, const Contents& contents, bool accepted, bool duplicate,
+  void add(Request& request);
+  std::optional<std::int64_t> addRow(const Request& request, const Contents& contents, bool accepted, bool duplicate,
                                      const std::string& now);
   void addBatch(const RequestRow& row, const json& body, const Contents& contents, std::int64_t id,
                 const std::string& now);
