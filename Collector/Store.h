@@ -41,11 +41,12 @@ struct AcceptedRequest {
 };
 
 // Thread-safe. Requests that wait for the database at the same time share a transaction, which is committed when the
-// calls return. If a call throws DatabaseError, it stored nothing. In a file, committed data survives a power loss.
+// calls return. If a call throws DatabaseError, it stored nothing, unless the connection to PostgreSQL was lost during
+// the commit. Unless it is in memory, committed data survives a power loss. Several stores may share a database.
 class Store {
  public:
-  // An empty path: in memory. Throws std::runtime_error that names the file.
-  explicit Store(const std::string& path);
+  // A file or a URL of PostgreSQL; empty: in memory. Throws std::runtime_error that names it.
+  explicit Store(const std::string& database);
 
   // Stores the row of a request that was refused. The body is null if it is no JSON.
   void addRefused(const RequestRow& row, const json& body);
@@ -57,13 +58,13 @@ class Store {
   // Commits a write that changes nothing. Throws DatabaseError if that fails.
   void checkWritable();
 
-  // For queries. In memory it is the connection that writes, too; a file has one of its own.
+  // For queries. In memory it is the connection that writes, too; otherwise it is one of its own.
   Session& reader() { return reader_ ? *reader_ : writer_; }
 
  private:
   // Prepared once. The types are those of the columns, in their order.
   struct Inserts {
-    explicit Inserts(soci::session& database);
+    explicit Inserts(Session& database);
     Insert<std::string, std::string, std::string, int, int, int, Text, Text, Text, std::string, std::int64_t, Text,
            Text, Text, Text, Text, Text, Text, Text, std::int64_t, Text, Text>
         request;
@@ -93,6 +94,9 @@ class Store {
   // Returns when the requests are committed. Throws their failure.
   void commit(std::span<Request> requests);
   void writeTogether(const std::vector<Write*>& writes);
+  // Needs the writer's mutex. Runs the work; again over another connection if the connection was lost.
+  template <typename Work>
+  void withWriter(Work work);
   void add(Request& request);
   std::optional<std::int64_t> addRow(const Request& request, const Contents& contents, bool accepted, bool duplicate,
                                      const std::string& now);
@@ -105,7 +109,7 @@ class Store {
 
   Session writer_;
   std::unique_ptr<Session> reader_;  // none for a database in memory: it has one connection only
-  Inserts insert_;
+  std::optional<Inserts> insert_;    // none while there is no connection
   std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<Write*> waiting_;

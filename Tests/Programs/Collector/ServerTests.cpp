@@ -62,7 +62,7 @@ class ServerTest : public ::testing::Test {
   }
   std::string query(const char* sql) const {
     soci::session session;
-    openSQLite(session, options_.database);
+    sqlite().open(session, options_.database);
     std::string rows;
     for (const std::string& row : soci::rowset<std::string>(session.prepare << sql)) {
       rows += (rows.empty() ? "" : "; ") + row;
@@ -474,7 +474,7 @@ TEST_F(ServerTest, APageOfAnotherSiteGetsNothing) {
 TEST_F(ServerTest, AFileOfAnotherReleaseIsRefused) {
   {
     soci::session session;
-    openSQLite(session, options_.database);
+    sqlite().open(session, options_.database);
     session << "PRAGMA user_version = 1";
   }
   try {
