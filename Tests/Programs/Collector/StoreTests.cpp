@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Collector/Reader.h"
+#include "Engines.h"
 
 namespace zorvane::collector {
 namespace {
@@ -18,8 +19,12 @@ AcceptedRequest report(const std::string& bid) {
   return request;
 }
 
-TEST(Store, RequestsTogetherAreAllStoredOrNone) {
-  Store store("");
+class StoreTest : public ::testing::TestWithParam<const char*> {};
+INSTANTIATE_TEST_SUITE_P(With, StoreTest, ::testing::ValuesIn(kTestEngines), nameOfEngine);
+
+TEST_P(StoreTest, RequestsTogetherAreAllStoredOrNone) {
+  const TestEngine engine(GetParam());
+  Store store(engine.database());
   Reader reader(store.reader());
   std::vector<AcceptedRequest> requests{report("1"), report("2"), report("1")};
   requests[1].row.receivedAt = "2026-11-21T10:00:00.000Z";
