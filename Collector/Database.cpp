@@ -1,5 +1,7 @@
 #include "Collector/Database.h"
 
+#include <algorithm>
+
 #include "Collector/PostgreSQL.h"
 #include "Collector/SQLite.h"
 
@@ -13,11 +15,11 @@ std::string reasonOf(const soci::soci_error& error) {
   std::string message = error.get_error_message();
   const std::size_t colon = message.find(": ");
   if (message.substr(0, colon).find("::") != std::string::npos) message.erase(0, colon + 2);
-  for (const std::string_view before : {"Cannot establish connection to the database.", "Cannot execute query.",
-                                        "Cannot prepare statement.", "Query failed."}) {
-    if (message.starts_with(before)) message.erase(0, before.size());
+  for (std::string_view before :
+       {"Cannot establish connection to the database.", "Cannot begin transaction.", "Cannot commit transaction.",
+        "Cannot prepare statement.", "Cannot execute query.", "Fatal error."}) {
+    if (message.starts_with(before)) message.erase(0, std::min(message.size(), before.size() + 1));
   }
-  message.erase(0, message.find_first_not_of(" \n"));
   return message.substr(0, message.find('\n'));
 }
 

@@ -49,7 +49,7 @@ class Engine {
   virtual void open(soci::session& session, const std::string& database) const = 0;
   // Throws DatabaseError if the database is damaged.
   virtual void check(soci::session& session) const = 0;
-  // Whether the session needs another connection.
+  // After a failure: whether the session needs another connection.
   virtual bool isLost(soci::session& session) const = 0;
   // Called first in a transaction that writes. Throws soci::soci_error.
   virtual void beginWrites(soci::session& session) const = 0;

@@ -230,7 +230,12 @@ class PostgreSQL : public Engine {
   // The server checks itself.
   void check(soci::session&) const override {}
 
-  bool isLost(soci::session& session) const override { return PQstatus(connectionOf(session)) != CONNECTION_OK; }
+  bool isLost(soci::session& session) const override {
+    PGconn* const connection = connectionOf(session);
+    // libpq may notice a closed connection only when it is used again.
+    PQclear(PQexec(connection, ""));
+    return PQstatus(connection) != CONNECTION_OK;
+  }
 
   void beginWrites(soci::session& session) const override { session << kLock; }
 
