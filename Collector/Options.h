@@ -11,7 +11,7 @@ namespace zorvane::collector {
 
 struct Options {
   int port = 0;          // 0: any free one
-  std::string database;  // a file; empty: in memory
+  std::string database;  // a file or a URL of PostgreSQL; empty: in memory
   std::string record;    // a file; empty: none
   bool quiet = false;
   // Injected faults; 0: none.

@@ -59,7 +59,7 @@ std::vector<Reader::Row> Reader::select(const View& view, const Query& query) {
     soci::indicator state = soci::i_ok;
   };
   const std::lock_guard lock(session_.mutex);
-  try {
+  return session_.read([&] {
     std::vector<Cell> cells(view.columns.size());
     std::map<std::string, std::string> values;
     std::int64_t id = 0;
@@ -75,13 +75,14 @@ std::vector<Reader::Row> Reader::select(const View& view, const Query& query) {
     for (const auto& [parameter, value] : query.filters) {
       if (parameter == "status") continue;
       std::string& kept = values[parameter] = boundValue(view, parameter, value);
+      session_.engine.encode(kept);
       statement.exchange(soci::use(kept, parameter));
     }
     if (query.after) statement.exchange(soci::use(*query.after, "after"));
     if (query.before) statement.exchange(soci::use(*query.before, "before"));
     statement.exchange(soci::use(query.limit, "limit"));
     statement.alloc();
-    statement.prepare(queryOf(view, query));
+    statement.prepare(session_.engine.sql(queryOf(view, query)));
     statement.define_and_bind();
     statement.execute();
     std::vector<Row> rows;
@@ -95,15 +96,14 @@ std::vector<Reader::Row> Reader::select(const View& view, const Query& query) {
         } else if (column.type == Column::Type::Integer) {
           text += std::to_string(cells[i].integer);
         } else {
+          session_.engine.decode(cells[i].text);
           text += column.type == Column::Type::JSON ? cells[i].text : asJSON(cells[i].text);
         }
       }
       rows.push_back({id, text + "}"});
     }
     return rows;
-  } catch (const soci::soci_error& error) {
-    throw DatabaseError(error);
-  }
+  });
 }
 
 std::vector<Reader::Row> Reader::events(const Query& query) {
@@ -174,7 +174,7 @@ std::optional<std::string> Reader::request(std::int64_t id) {
 
 std::string Reader::names() {
   const std::lock_guard lock(session_.mutex);
-  try {
+  return session_.read([&] {
     std::string text = "[";
     std::string name, last;
     std::int64_t events = 0;
@@ -184,19 +184,18 @@ std::string Reader::names() {
          soci::into(name), soci::into(events), soci::into(last));
     statement.execute();
     while (statement.fetch()) {
+      session_.engine.decode(name);
       text += (text.size() == 1 ? "" : ",\n") + ("{\"name\": " + asJSON(name)) +
               ", \"events\": " + std::to_string(events) + ", \"kind\": \"" + (isModuleEvent(name) ? "module" : "own") +
               "\"}";
     }
     return text + "]";
-  } catch (const soci::soci_error& error) {
-    throw DatabaseError(error);
-  }
+  });
 }
 
 std::string Reader::arrivals(const std::string& from, int characters) {
   const std::lock_guard lock(session_.mutex);
-  try {
+  return session_.read([&] {
     std::string text = "[";
     std::string at, kind, name;
     std::int64_t number = 0;
@@ -207,19 +206,18 @@ std::string Reader::arrivals(const std::string& from, int characters) {
          soci::use(from, "from"), soci::into(at), soci::into(kind), soci::into(name), soci::into(number));
     statement.execute();
     while (statement.fetch()) {
+      session_.engine.decode(name);
       if (kind == "event" && isModuleEvent(name)) kind = "module";
       text += (text.size() == 1 ? "" : ",\n") + ("{\"at\": " + asJSON(at)) + ", \"kind\": " + asJSON(kind) +
               ", \"name\": " + asJSON(name) + ", \"number\": " + std::to_string(number) + "}";
     }
     return text + "]";
-  } catch (const soci::soci_error& error) {
-    throw DatabaseError(error);
-  }
+  });
 }
 
 json Reader::summary() {
   const std::lock_guard lock(session_.mutex);
-  try {
+  return session_.read([&] {
     const auto count = [this](const char* what) {
       std::int64_t number = 0;
       session_ << "SELECT " << what, soci::into(number);
@@ -257,9 +255,7 @@ json Reader::summary() {
                 {"signatures_checked", checked + bad},
                 {"signatures_bad", bad},
                 {"duplicates", duplicates}};
-  } catch (const soci::soci_error& error) {
-    throw DatabaseError(error);
-  }
+  });
 }
 
 }  // namespace zorvane::collector

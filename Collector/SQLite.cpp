@@ -17,6 +17,17 @@ namespace zorvane::collector {
 namespace {
 
 constexpr int kBusyMilliseconds = 5000;
+// Specific to SQLite: json_each().
+constexpr const char* kAttributes = R"sql(
+CREATE VIEW IF NOT EXISTS attributes AS
+  SELECT events.id AS event, pair.key AS name, 'plain' AS section, pair.value AS value, pair.type AS type
+  FROM events, json_each(events.raw, '$.EVENT_ATTRS') AS pair
+  UNION ALL
+  SELECT events.id, pair.key, part.key, pair.value, pair.type
+  FROM events, json_each(events.raw, '$.EVENT_ATTRS_CUST') AS part, json_each(part.value) AS item,
+       json_each(item.value) AS pair
+  WHERE part.key IN ('timestamp', 'location');
+)sql";
 // Larger files are not checked, so that the start takes well below a second.
 constexpr std::int64_t kCheckedBytes = 64 << 20;
 
@@ -73,9 +84,20 @@ void execute(sqlite_api::sqlite3* connection, const char* script) {
   }
 }
 
-}  // namespace
+class SQLite : public Engine {
+ public:
+  std::string nameOf(const std::string& path) const override { return path; }
+  void open(soci::session& session, const std::string& path) const override;
+  void check(soci::session& session) const override;
+  bool isLost(soci::session&) const override { return false; }
+  void beginWrites(soci::session&) const override {}
+  void write(soci::session& session) const override;
+  std::string sql(std::string statement) const override { return statement; }
+  void encode(std::string&) const override {}
+  void decode(std::string&) const override {}
+};
 
-void openSQLite(soci::session& session, const std::string& path) {
+void SQLite::open(soci::session& session, const std::string& path) const {
   try {
     // SOCI cannot open a file with SQLITE_OPEN_NOFOLLOW, so give it a connection that is opened here.
     session.open(soci::sqlite3, ":memory:");
@@ -97,13 +119,14 @@ void openSQLite(soci::session& session, const std::string& path) {
     // Begin with a write: it waits for the write lock. A read that becomes a write fails at once if the file is locked.
     session << "PRAGMA user_version = " << kSchemaVersion;
     execute(backend.conn_, kSchema);
+    execute(backend.conn_, kAttributes);
     transaction.commit();
   } catch (const soci::soci_error& error) {
     throw DatabaseError(error);
   }
 }
 
-void checkSQLite(soci::session& session) {
+void SQLite::check(soci::session& session) const {
   try {
     std::int64_t bytes = 0;
     session << "SELECT page_count * page_size FROM pragma_page_count, pragma_page_size", soci::into(bytes);
@@ -116,15 +139,18 @@ void checkSQLite(soci::session& session) {
   }
 }
 
-void checkWritableSQLite(soci::session& session) {
-  try {
-    soci::transaction transaction(session);
-    // SQLite writes the page of the version even if the version is the same.
-    session << "PRAGMA user_version = " << kSchemaVersion;
-    transaction.commit();
-  } catch (const soci::soci_error& error) {
-    throw DatabaseError(error);
-  }
+void SQLite::write(soci::session& session) const {
+  soci::transaction transaction(session);
+  // SQLite writes the page of the version even if the version is the same.
+  session << "PRAGMA user_version = " << kSchemaVersion;
+  transaction.commit();
+}
+
+}  // namespace
+
+const Engine& sqlite() {
+  static const SQLite engine;
+  return engine;
 }
 
 }  // namespace zorvane::collector

@@ -15,7 +15,7 @@
 //               in the order of arrival. module: 1 for an event of the module itself. gmt_time: when it happened.
 //               raw: the whole record, JSON.
 //   attributes  a view: one row per attribute of an event. section: "plain", "timestamp" or "location"; type: as
-//               json_type() names it.
+//               SQLite's json_type() names it.
 //   sessions    one row per session identifier. first_batch: the first batch that names it.
 //   visits      one row per combination of user, device and session in the batches, with its first and last batch and
 //   the
@@ -31,8 +31,8 @@
 // Times are as the client wrote them; received_at is this machine's UTC, ISO 8601 with milliseconds.
 // Increase kSchemaVersion when a column is dropped or changes its meaning: files of another version are refused.
 //
-// Specific to SQLite: generated keys ("id INTEGER PRIMARY KEY"), "WITHOUT ROWID", CREATE VIEW IF NOT EXISTS, and
-// json_each() in the view attributes.
+// In the words of SQLite; Collector/PostgreSQL.cpp translates them. The view attributes stands in the files of the
+// engines.
 #pragma once
 
 #include <cstdint>
@@ -91,14 +91,6 @@ CREATE TABLE IF NOT EXISTS events (
   raw TEXT NOT NULL
 );
 CREATE INDEX IF NOT EXISTS events_by_name ON events(name, id);
-CREATE VIEW IF NOT EXISTS attributes AS
-  SELECT events.id AS event, pair.key AS name, 'plain' AS section, pair.value AS value, pair.type AS type
-  FROM events, json_each(events.raw, '$.EVENT_ATTRS') AS pair
-  UNION ALL
-  SELECT events.id, pair.key, part.key, pair.value, pair.type
-  FROM events, json_each(events.raw, '$.EVENT_ATTRS_CUST') AS part, json_each(part.value) AS item,
-       json_each(item.value) AS pair
-  WHERE part.key IN ('timestamp', 'location');
 CREATE TABLE IF NOT EXISTS sessions (
   first_batch INTEGER PRIMARY KEY REFERENCES requests(id),
   session_id TEXT NOT NULL UNIQUE,

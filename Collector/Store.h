@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,31 +30,41 @@ struct RequestRow {
   Text injected;
   std::string headers;  // a JSON object
   std::string error;
-  Text body;  // of a refused request, as far as it is kept
+  Text body;        // of a refused request, as far as it is kept
+  Text receivedAt;  // as timeText() writes it; none: now
+};
+
+// A request whose body passed the checks.
+struct AcceptedRequest {
+  RequestRow row;
+  json body;
 };
 
 // Thread-safe. Requests that wait for the database at the same time share a transaction, which is committed when the
-// calls return. If a call throws DatabaseError, it stored nothing. In a file, committed data survives a power loss.
+// calls return. If a call throws DatabaseError, it stored nothing, unless the connection to PostgreSQL was lost during
+// the commit. Unless it is in memory, committed data survives a power loss. Several stores may share a database.
 class Store {
  public:
-  // An empty path: in memory. Throws std::runtime_error that names the file.
-  explicit Store(const std::string& path);
+  // A file or a URL of PostgreSQL; empty: in memory. Throws std::runtime_error that names it.
+  explicit Store(const std::string& database);
 
   // Stores the row of a request that was refused. The body is null if it is no JSON.
   void addRefused(const RequestRow& row, const json& body);
   // Stores a request whose body passed the checks. False if its bid was accepted before: then only the row is stored.
   bool addAccepted(const RequestRow& row, const json& body);
+  // Stores them all in one transaction, or none if it throws. Says of each what addAccepted() returns.
+  std::vector<bool> addAcceptedTogether(std::span<const AcceptedRequest> requests);
 
   // Commits a write that changes nothing. Throws DatabaseError if that fails.
   void checkWritable();
 
-  // For queries. In memory it is the connection that writes, too; a file has one of its own.
+  // For queries. In memory it is the connection that writes, too; otherwise it is one of its own.
   Session& reader() { return reader_ ? *reader_ : writer_; }
 
  private:
   // Prepared once. The types are those of the columns, in their order.
   struct Inserts {
-    explicit Inserts(soci::session& database);
+    explicit Inserts(Session& database);
     Insert<std::string, std::string, std::string, int, int, int, Text, Text, Text, std::string, std::int64_t, Text,
            Text, Text, Text, Text, Text, Text, Text, std::int64_t, Text, Text>
         request;
@@ -67,21 +78,27 @@ class Store {
         device;
     Insert<std::string, std::string, std::string, std::int64_t> arrival;
   };
-  // A request that waits to be stored, on the stack of its thread.
-  struct Write {
+  struct Request {
     const RequestRow& row;
     const json& body;
     const bool accepted;
     bool stored = false;
+  };
+  // What one call waits for, on the stack of its thread.
+  struct Write {
+    std::span<Request> requests;
     bool done = false;
     std::exception_ptr failure;
   };
 
-  // Returns when the write is committed. Throws its failure.
-  void commit(Write& write);
+  // Returns when the requests are committed. Throws their failure.
+  void commit(std::span<Request> requests);
   void writeTogether(const std::vector<Write*>& writes);
-  void add(Write& write);
-  std::optional<std::int64_t> addRow(const Write& write, const Contents& contents, bool accepted, bool duplicate,
+  // Needs the writer's mutex. Runs the work; again over another connection if the connection was lost.
+  template <typename Work>
+  void withWriter(Work work);
+  void add(Request& request);
+  std::optional<std::int64_t> addRow(const Request& request, const Contents& contents, bool accepted, bool duplicate,
                                      const std::string& now);
   void addBatch(const RequestRow& row, const json& body, const Contents& contents, std::int64_t id,
                 const std::string& now);
@@ -92,7 +109,7 @@ class Store {
 
   Session writer_;
   std::unique_ptr<Session> reader_;  // none for a database in memory: it has one connection only
-  Inserts insert_;
+  std::optional<Inserts> insert_;    // none while there is no connection
   std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<Write*> waiting_;

@@ -12,7 +12,7 @@ constexpr Column::Type kString = Column::Type::String;
 constexpr Column::Type kInteger = Column::Type::Integer;
 constexpr Column::Type kJSON = Column::Type::JSON;
 
-// group_concat is specific to SQLite; other databases have string_agg. So is LIKE that ignores the case.
+// In the words of SQLite; the engine translates them. LIKE ignores the case of A to Z.
 constexpr Column kUsers[] = {
     {"id", kInteger},
     {"app_id"},
@@ -79,8 +79,8 @@ constexpr Column kSessions[] = {
      "ORDER BY last_batch DESC LIMIT 1)"},
     {"unique_id", kString, "nullif(requests.unique_id, '')"},
     {"sources", kString,
-     "(SELECT group_concat(coalesce(source, '-') || ' / ' || coalesce(medium, '-'), ', ') FROM sources WHERE "
-     "sources.session_id = sessions.session_id)"},
+     "(SELECT group_concat(name, ', ') FROM (SELECT coalesce(source, '-') || ' / ' || coalesce(medium, '-') AS name "
+     "FROM sources WHERE sources.session_id = sessions.session_id ORDER BY id) AS named)"},
     {"batches", kInteger, "(SELECT sum(batches) FROM visits WHERE visits.session_id = sessions.session_id)"},
     {"events", kInteger, "(SELECT sum(events) FROM visits WHERE visits.session_id = sessions.session_id)"},
     {"last_batch", kString,
@@ -261,7 +261,7 @@ const View kViews[] = {
     {"events", kEvents, kEventSource, "events.id", kEventFilters, "accepted, refused, any"},
     {"requests", kRequests, "FROM requests", "id", kRequestFilters, "accepted, refused, duplicate, any"},
 };
-const View kRefusedView{"refused", kRefused, "FROM requests", "id", kRefusedFilters};
+const View kRefusedView{"refused", kRefused, "FROM requests", "requests.id", kRefusedFilters};
 const View kRequestView{"request", kRequest, "FROM requests", "id", kRequestFilters};
 
 std::string statusCondition(const std::string& status) {
@@ -315,8 +315,8 @@ std::string queryOf(const View& view, const Query& query) {
   const std::string id = view.id;
   if (query.after) text += " AND " + id + " > :after";
   if (query.before) text += " AND " + id + " < :before";
-  if (byRequest && query.after) text += " AND requests.id >= :after / 1000000";
-  if (byRequest && query.before) text += " AND requests.id <= :before / 1000000";
+  if (byRequest && query.after) text += " AND requests.id >= CAST(:after AS BIGINT) / 1000000";
+  if (byRequest && query.before) text += " AND requests.id <= CAST(:before AS BIGINT) / 1000000";
   const std::string order = query.ascending ? " ASC" : " DESC";
   return text + " ORDER BY " + (byRequest ? "requests.id" + order + ", " : "") + id + order + " LIMIT :limit";
 }

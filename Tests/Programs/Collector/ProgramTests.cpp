@@ -47,7 +47,7 @@ TEST(Program, SaysInOneLineWhyItCannotStart) {
   const std::string foreign = std::string(name) + ".foreign", damaged = std::string(name) + ".damaged";
   for (const std::string& database : {foreign, damaged}) {
     soci::session session;
-    database == damaged ? zorvane::collector::openSQLite(session, database) : session.open(soci::sqlite3, database);
+    database == damaged ? zorvane::collector::sqlite().open(session, database) : session.open(soci::sqlite3, database);
     session << "CREATE TABLE more (text)";
     session << "INSERT INTO more VALUES ('a')";
     session << "PRAGMA journal_mode = DELETE";
