@@ -26,6 +26,7 @@ constexpr std::int64_t kMostUnacknowledged = 100'000;
 constexpr milliseconds kShortestPause{250}, kLongestPause{10'000};
 constexpr std::size_t kKeptBody = 64u << 10;
 
+// Replaces what is malformed.
 std::string validUTF8(std::string_view text) {
   return json::parse(json(text).dump(-1, ' ', false, json::error_handler_t::replace)).get<std::string>();
 }
@@ -108,13 +109,21 @@ class NATSConsumer final : public Consumer {
       return;
     }
     if (batchSize_ > 1) fetch(subscription, messages, batchSize_ - 1, natsConnection_GetMaxPayload(link.connection()));
-    Batch batch;
-    for (NATSMessage& message : messages) {
-      const std::uint64_t sequence = observe(message.get());
-      add(std::move(message), sequence, batch);
-      if (batch.bytes >= kMostBytes) store(batch);
+    try {
+      Batch batch;
+      for (NATSMessage& message : messages) {
+        const std::uint64_t sequence = observe(message.get());
+        add(message, sequence, batch);
+        if (batch.bytes >= kMostBytes) store(std::exchange(batch, {}));
+      }
+      store(batch);
+    } catch (...) {
+      // Perhaps another consumer can store the others.
+      for (const NATSMessage& message : messages) {
+        if (message) natsMsg_Nak(message.get(), nullptr);
+      }
+      throw;
     }
-    store(batch);
   }
 
   // Adds to the messages. Waits for the first unless there is a limit of bytes.
@@ -145,7 +154,8 @@ class NATSConsumer final : public Consumer {
     return found->Sequence.Stream;
   }
 
-  void add(NATSMessage message, std::uint64_t sequence, Batch& batch) {
+  // Takes the message, unless it throws.
+  void add(NATSMessage& message, std::uint64_t sequence, Batch& batch) {
     const char* format = nullptr;
     natsMsgHeader_Get(message.get(), kFormatHeader, &format);
     if (format && std::string_view(format) != kFormat) {
@@ -153,54 +163,57 @@ class NATSConsumer final : public Consumer {
           "; it stays for a newer release");
       metrics_.count(Consumed::Unreadable);
       natsMsg_NakWithDelay(message.get(), kLongestPause.count(), nullptr);
+      message.reset();
       return;
     }
+    StreamMessage decoded;
+    decoded.row.service = Service::Unknown;
+    decoded.row.headers = "{}";
+    decoded.body = payloadOf(message);
     try {
-      StreamMessage decoded = decodeMessage(payloadOf(message));
-      AcceptedRequest request{std::move(decoded.row), parseBody(decoded.body)};
-      checkShape(request.row.service, request.body);
-      request.row.bid = textAt(request.body, {"meta", "bid"});
-      batch.bytes += decoded.body.size();
-      batch.requests.push_back(std::move(request));
+      decoded = decodeMessage(decoded.body);
+      json body = parseBody(decoded.body);
+      checkShape(decoded.row.service, body);
+      decoded.row.bid = textAt(body, {"meta", "bid"});
+      batch.requests.push_back({std::move(decoded.row), std::move(body)});
       batch.messages.push_back(std::move(message));
+      batch.bytes += decoded.body.size();
     } catch (const BadRequest& error) {
-      keepUnreadable(message, sequence, error.what());
+      keepUnreadable(std::move(decoded), "message " + std::to_string(sequence) + " of the stream: " + error.what());
+      natsMsg_Ack(message.get(), nullptr);
+      message.reset();
     }
   }
 
   // In the database, as a refused request.
-  void keepUnreadable(const NATSMessage& message, std::uint64_t sequence, const std::string& reason) {
-    RequestRow row;
-    row.service = Service::Unknown;
+  void keepUnreadable(StreamMessage message, const std::string& reason) {
+    RequestRow& row = message.row;
     row.status = 400;
-    row.bytes = payloadOf(message).size();
-    row.headers = "{}";
-    row.error = "message " + std::to_string(sequence) + " of the stream is not readable: " + reason;
-    row.body = validUTF8(payloadOf(message).substr(0, kKeptBody));
+    row.bytes = message.body.size();
+    row.error = reason;
+    row.body = validUTF8(std::string_view(message.body).substr(0, kKeptBody));
     store_.addRefused(row, nullptr);
-    natsMsg_Ack(message.get(), nullptr);
-    say(row.error);
+    say(reason);
     metrics_.count(Consumed::Unreadable);
     live_.announce();
   }
 
-  void store(Batch& batch) {
-    const Batch stored = std::exchange(batch, {});
-    if (stored.requests.empty()) return;
+  void store(const Batch& batch) {
+    if (batch.requests.empty()) return;
     try {
-      const std::vector<bool> isNew = store_.addAcceptedTogether(stored.requests);
+      const std::vector<bool> isNew = store_.addAcceptedTogether(batch.requests);
       for (const bool each : isNew) metrics_.count(each ? Consumed::Stored : Consumed::Duplicate);
     } catch (const std::exception&) {
       // Perhaps only one cannot be stored. So next each on its own; one that fails again is left alone for a while.
       const std::int64_t delay = batchSize_ == 1 ? kLongestPause.count() : 0;
-      for (const NATSMessage& message : stored.messages) {
+      for (const NATSMessage& message : batch.messages) {
         natsMsg_NakWithDelay(message.get(), delay, nullptr);
         metrics_.count(Consumed::Failed);
       }
       batchSize_ = 1;
       throw;
     }
-    for (const NATSMessage& message : stored.messages) natsMsg_Ack(message.get(), nullptr);
+    for (const NATSMessage& message : batch.messages) natsMsg_Ack(message.get(), nullptr);
     batchSize_ = std::min(2 * batchSize_, kMostMessages);
     pause_ = kShortestPause;
     failure_.clear();

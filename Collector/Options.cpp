@@ -10,7 +10,9 @@ namespace {
 std::string refuseOtherServers(const std::string& servers) {
   std::istringstream parts(servers + ",");
   for (std::string address; std::getline(parts, address, ',');) {
-    if (!address.starts_with("nats://") && !address.starts_with("tls://")) {
+    const std::size_t colon = address.find("://");
+    const std::string scheme = address.substr(0, colon);
+    if ((scheme != "nats" && scheme != "tls") || colon + 3 >= address.size()) {
       return "must be addresses like nats://HOST:PORT, separated by commas";
     }
   }

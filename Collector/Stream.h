@@ -45,8 +45,7 @@ class Consumer {
 };
 
 // The servers are addresses ("nats://HOST:PORT"), separated by commas. One that cannot be reached is tried for ever;
-// whether it can is said on standard error unless quiet. Throw StreamError for addresses that cannot be read and
-// credentials that are refused.
+// whether it can is said on standard error unless quiet. Throw StreamError for addresses that cannot be read.
 std::unique_ptr<Publisher> makePublisher(const std::string& servers, bool quiet);
 // The others must outlive the consumer.
 std::unique_ptr<Consumer> startConsumer(const std::string& servers, bool quiet, Store& store, Metrics& metrics,

@@ -42,6 +42,12 @@ void sayDisconnected(natsConnection* connection, void* isLoud) {
   }
 }
 
+// "(conn.c:123): reason" without the place in the library.
+std::string withoutPlace(const std::string& text) {
+  const std::size_t end = text.find("): ");
+  return text.starts_with('(') && end != std::string::npos ? text.substr(end + 3) : text;
+}
+
 void check(natsStatus status, const char* what) {
   if (status != NATS_OK) throw StreamError(std::string(what) + ": " + natsReason(status));
 }
@@ -52,8 +58,15 @@ std::string natsReason(natsStatus status) {
   natsStatus last = NATS_OK;
   const char* const detail = nats_GetLastError(&last);
   std::string text = natsStatus_GetText(status);
-  if (last == status && detail && *detail) text += std::string(" (") + detail + ")";
+  if (last == status && detail && *detail) text += ": " + withoutPlace(detail);
   return inOneLine(text);
+}
+
+std::string StreamLink::failure() const {
+  const char* text = nullptr;
+  const natsStatus status = natsConnection_GetLastError(connection(), &text);
+  const std::string reason = status == NATS_OK ? "" : std::string(": ") + natsStatus_GetText(status);
+  return "not connected to the stream" + reason;
 }
 
 StreamLink::StreamLink(const std::string& servers, bool quiet) {
@@ -84,7 +97,7 @@ StreamLink::StreamLink(const std::string& servers, bool quiet) {
   if (status != NATS_NOT_YET_CONNECTED) check(status, "cannot connect to the stream");
   connection_.reset(connection);
   if (status == NATS_NOT_YET_CONNECTED && !quiet) {
-    std::fputs("zrcollector: cannot connect to the stream yet; trying on\n", stderr);
+    std::fprintf(stderr, "zrcollector: %s; trying on\n", failure().c_str());
   }
   jsCtx* context = nullptr;
   check(natsConnection_JetStream(&context, connection, nullptr), "cannot use JetStream");
@@ -137,7 +150,7 @@ std::shared_ptr<StreamLink> StreamLinks::connected(std::chrono::steady_clock::ti
   while (true) {
     std::shared_ptr<StreamLink> link = open();
     if (link->isConnected()) return link;
-    if (stopping_ || std::chrono::steady_clock::now() >= until) throw StreamError("not connected to the stream");
+    if (stopping_ || std::chrono::steady_clock::now() >= until) throw StreamError(link->failure());
     std::this_thread::sleep_for(kPause);
   }
 }

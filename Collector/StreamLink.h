@@ -29,10 +29,10 @@ struct Destroy {
 };
 using NATSMessage = std::unique_ptr<natsMsg, Destroy<natsMsg_Destroy>>;
 
-// The library's text for a status, and what it says of this thread's last failure. In one line.
+// The library's text for a status, and its reason for this thread's last failure. In one line.
 std::string natsReason(natsStatus status);
 
-// Thread-safe. Connects again by itself, until the servers refuse its credentials.
+// Thread-safe. Connects again by itself, until servers refuse its credentials twice: then it is closed.
 class StreamLink {
  public:
   // Throws StreamError as makePublisher() does. It may not be connected yet.
@@ -41,6 +41,8 @@ class StreamLink {
   StreamLink& operator=(const StreamLink&) = delete;
 
   bool isConnected() const { return natsConnection_Status(connection_.get()) == NATS_CONN_STATUS_CONNECTED; }
+  // Why it is not connected, in one line.
+  std::string failure() const;
   bool isClosed() const { return natsConnection_IsClosed(connection_.get()); }
   // Makes the stream if there is none. Throws StreamError unless it has a leader.
   void needStream();
