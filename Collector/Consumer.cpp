@@ -1,8 +1,14 @@
 #include <algorithm>
-#include <array>
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "Collector/Stream.h"
 #include "Collector/StreamLink.h"
@@ -64,7 +70,7 @@ class NATSConsumer final : public Consumer {
         const auto link = links_.connected(std::chrono::steady_clock::now() + kLongestPause);
         const Subscription subscription = subscribe(*link);
         while (!links_.isStopping()) storeNext(*link, subscription.get());
-        // The last acknowledgements are on their way.
+        // Sends the last acknowledgements.
         natsConnection_FlushTimeout(link->connection(), 2000);
       } catch (const std::exception& error) {
         if (!links_.isStopping()) pauseAfter(error.what());
@@ -109,8 +115,8 @@ class NATSConsumer final : public Consumer {
       return;
     }
     if (batchSize_ > 1) fetch(subscription, messages, batchSize_ - 1, natsConnection_GetMaxPayload(link.connection()));
+    Batch batch;
     try {
-      Batch batch;
       for (NATSMessage& message : messages) {
         const std::uint64_t sequence = observe(message.get());
         add(message, sequence, batch);
@@ -118,7 +124,8 @@ class NATSConsumer final : public Consumer {
       }
       store(batch);
     } catch (...) {
-      // Perhaps another consumer can store the others.
+      // Perhaps another consumer can store them. Those that are answered already are not answered again.
+      std::move(batch.messages.begin(), batch.messages.end(), std::back_inserter(messages));
       for (const NATSMessage& message : messages) {
         if (message) natsMsg_Nak(message.get(), nullptr);
       }

@@ -4,7 +4,10 @@
 #include <zlib.h>
 
 #include <array>
+#include <memory>
+#include <new>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "Collector/Stream.h"

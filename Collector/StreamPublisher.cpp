@@ -1,3 +1,9 @@
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
 #include <thread>
 
 #include "Collector/Stream.h"
