@@ -23,9 +23,15 @@ constexpr const char* kOutcomeLabels[] = {
     R"(result="refused",reason="signature_missing")",
     R"(result="refused",reason="signature_wrong")",
     R"(result="refused",reason="injected")",
+    R"(result="refused",reason="not_acknowledged")",
 };
 static_assert(std::size(kOutcomeLabels) == kOutcomes);
-static_assert(static_cast<std::size_t>(Outcome::Injected) + 1 == kOutcomes);
+static_assert(static_cast<std::size_t>(Outcome::NotAcknowledged) + 1 == kOutcomes);
+
+// In the order of Consumed.
+constexpr const char* kConsumedLabels[] = {R"(result="stored")", R"(result="duplicate")", R"(result="unreadable")",
+                                           R"(result="failed")"};
+static_assert(std::size(kConsumedLabels) == kConsumed);
 
 struct Bound {
   std::chrono::microseconds time;
@@ -52,7 +58,7 @@ void addFamily(std::string& text, const std::string& name, const char* type, con
 }
 
 void addSample(std::string& text, const std::string& name, const std::string& labels, std::uint64_t value) {
-  text += name + "{" + labels + "} " + std::to_string(value) + "\n";
+  text += name + (labels.empty() ? "" : "{" + labels + "}") + " " + std::to_string(value) + "\n";
 }
 
 }  // namespace
@@ -64,7 +70,7 @@ void Metrics::addStoreTime(std::chrono::nanoseconds time) {
   add(storeNanoseconds_, static_cast<std::uint64_t>(time.count()));
 }
 
-std::string Metrics::text() const {
+std::string Metrics::text(bool readsStream) const {
   static_assert(std::size(kBounds) + 1 == kBuckets);
   std::string text, name = "zrcollector_requests_total";
   addFamily(text, name, "counter", "POST requests, by what became of them.");
@@ -76,7 +82,7 @@ std::string Metrics::text() const {
   addSample(text, name, R"(fault="dropped")", dropped_);
 
   name = "zrcollector_store_duration_seconds";
-  addFamily(text, name, "histogram", "Time to store an accepted request or find it a duplicate, with the commit.");
+  addFamily(text, name, "histogram", "Time to store or publish an accepted request or find it a duplicate.");
   std::uint64_t count = 0;
   for (std::size_t i = 0; i < kBuckets; ++i) {
     count += storeTimes_[i];
@@ -87,7 +93,19 @@ std::string Metrics::text() const {
   char seconds[40];
   std::snprintf(seconds, sizeof seconds, "%llu.%09llu", static_cast<unsigned long long>(sum / 1'000'000'000),
                 static_cast<unsigned long long>(sum % 1'000'000'000));
-  return text + name + "_sum " + seconds + "\n" + name + "_count " + std::to_string(count) + "\n";
+  text += name + "_sum " + seconds + "\n" + name + "_count " + std::to_string(count) + "\n";
+  if (!readsStream) return text;
+
+  name = "zrcollector_stream_messages_total";
+  addFamily(text, name, "counter", "Messages of the stream, by what became of them.");
+  for (std::size_t i = 0; i < kConsumed; ++i) addSample(text, name, kConsumedLabels[i], consumed_[i]);
+  name = "zrcollector_stream_redelivered_total";
+  addFamily(text, name, "counter", "Messages of the stream that were delivered before.");
+  addSample(text, name, "", redelivered_);
+  name = "zrcollector_stream_pending";
+  addFamily(text, name, "gauge", "Messages that wait in the stream.");
+  addSample(text, name, "", pending_);
+  return text;
 }
 
 }  // namespace zorvane::collector

@@ -27,8 +27,13 @@ enum class Outcome {
   SignatureMissing,
   SignatureWrong,
   Injected,
+  NotAcknowledged,  // by the stream
 };
-inline constexpr std::size_t kOutcomes = 14;
+inline constexpr std::size_t kOutcomes = 15;
+
+// What became of a message of the stream.
+enum class Consumed { Stored, Duplicate, Unreadable, Failed };
+inline constexpr std::size_t kConsumed = 4;
 
 inline constexpr const char* kMetricsType = "text/plain; version=0.0.4; charset=utf-8";
 
@@ -38,12 +43,20 @@ class Metrics {
   void count(Outcome outcome) { add(posts_[static_cast<std::size_t>(outcome)], 1); }
   // A response that was left out on purpose.
   void countDropped() { add(dropped_, 1); }
-  // The time from a checked request to its commit.
+  // The time from a checked request to its commit, or to the stream's acknowledgement.
   void addStoreTime(std::chrono::nanoseconds time);
 
+  void count(Consumed consumed) { add(consumed_[static_cast<std::size_t>(consumed)], 1); }
+  // A message of the stream that was delivered before.
+  void countRedelivered() { add(redelivered_, 1); }
+  // The messages of the stream that wait to be delivered.
+  void setPending(std::uint64_t number) { pending_.store(number, std::memory_order_relaxed); }
+
   // In the text exposition format 0.0.4: zrcollector_requests_total{result, reason},
-  // zrcollector_injected_faults_total{fault} and the histogram zrcollector_store_duration_seconds.
-  std::string text() const;
+  // zrcollector_injected_faults_total{fault} and the histogram zrcollector_store_duration_seconds. Of a collector that
+  // reads a stream also zrcollector_stream_messages_total{result}, zrcollector_stream_redelivered_total and
+  // zrcollector_stream_pending.
+  std::string text(bool readsStream = false) const;
 
  private:
   using Counter = std::atomic<std::uint64_t>;
@@ -52,6 +65,8 @@ class Metrics {
   static constexpr std::size_t kBuckets = 14;  // the last has no bound
   std::array<Counter, kOutcomes> posts_{};
   Counter dropped_{0};
+  std::array<Counter, kConsumed> consumed_{};
+  Counter redelivered_{0}, pending_{0};
   std::array<Counter, kBuckets> storeTimes_{};
   Counter storeNanoseconds_{0};
 };

@@ -12,6 +12,8 @@ namespace zorvane::collector {
 struct Options {
   int port = 0;          // 0: any free one
   std::string database;  // a file or a URL of PostgreSQL; empty: in memory
+  std::string stream;    // addresses of NATS servers: publish there instead of storing; empty: store
+  std::string from;      // such addresses: store what their stream holds, too; empty: no stream
   std::string record;    // a file; empty: none
   bool quiet = false;
   // Injected faults; 0: none.

@@ -130,12 +130,17 @@ Server::Server(const Options& options, const ConnectionLimits& limits)
     : options_(options),
       budget_(limits.bodyBytes, limits.bodyPatience),
       listener_(limits, budget_, live_),
-      port_(listener_.bindLoopback(options.port)),
-      store_(options.database),
-      reader_(store_.reader()),
-      inspector_(reader_, live_) {
+      port_(listener_.bindLoopback(options.port)) {
+  if (options.stream.empty()) {
+    store_ = std::make_unique<Store>(options.database);
+    reader_ = std::make_unique<Reader>(store_->reader());
+    inspector_ = std::make_unique<Inspector>(*reader_, live_);
+  } else {
+    publisher_ = makePublisher(options.stream, options.quiet);
+  }
   if (!options.record.empty()) recorder_ = std::make_unique<Recorder>(options.record);
   setRoutes();
+  if (!options.from.empty()) consumer_ = startConsumer(options.from, options.quiet, *store_, metrics_, live_);
 }
 
 Server::~Server() {
@@ -154,6 +159,8 @@ void Server::stop() {
   }
   stopped_.notify_all();
   budget_.close();
+  if (publisher_) publisher_->stop();
+  consumer_.reset();
   if (!thread_.joinable()) return;
   listener_.stop();
   listener_.releaseConnections();
@@ -195,8 +202,15 @@ void Server::setRoutes() {
   }
   listener_.Post("[^]*", [this](const httplib::Request& request, httplib::Response& response,
                                 const httplib::ContentReader&) { refusePath(request, response); });
-  inspector_.setRoutes(listener_);
   setOperationRoutes();
+  if (inspector_) {
+    inspector_->setRoutes(listener_);
+  } else {
+    listener_.Get("[^]*", [](const httplib::Request&, httplib::Response& response) {
+      Listener::currentExchange().error = "with --stream nothing is kept here; ask a collector that runs with --from";
+      response.status = 404;
+    });
+  }
   listener_.set_exception_handler([](const httplib::Request&, httplib::Response& response, std::exception_ptr thrown) {
     response.status = 500;
     Listener::currentExchange().outcome = Outcome::Failed;
@@ -224,15 +238,18 @@ void Server::setOperationRoutes() {
   });
   listener_.Get("/readyz", [this](const httplib::Request&, httplib::Response& response) {
     try {
-      store_.checkWritable();
+      publisher_ ? publisher_->checkReady() : store_->checkWritable();
       setJSON(response, {{"ready", true}});
     } catch (const DatabaseError& error) {
       Listener::currentExchange().error = std::string("cannot write the database: ") + error.what();
       response.status = 503;
+    } catch (const StreamError& error) {
+      Listener::currentExchange().error = error.what();
+      response.status = 503;
     }
   });
   listener_.Get("/metrics", [this](const httplib::Request&, httplib::Response& response) {
-    response.set_content(metrics_.text(), kMetricsType);
+    response.set_content(metrics_.text(!options_.from.empty()), kMetricsType);
   });
 }
 
@@ -328,13 +345,16 @@ void Server::takePost(Service service, const std::string& appID, const httplib::
     row.status = 503;
     row.injected = "failed";
   }
+  bool accepted = false;
   if (exchange.body.size() <= kSmallBody) {
-    judgeAndStore(row, request, response, drop);
+    accepted = judgeAndStore(row, request, response, drop);
   } else {
     const std::lock_guard lock(largeBody_);
-    judgeAndStore(row, request, response, drop);
+    accepted = judgeAndStore(row, request, response, drop);
     if (exchange.body.size() > kTrimmedBody) trimMemory();
   }
+  // Without the lock: others need not wait for the stream.
+  if (accepted && publisher_) publish(row, response);
   delay();
 }
 
@@ -348,11 +368,11 @@ void Server::refusePath(const httplib::Request& request, httplib::Response& resp
   row.status = response.status = 404;
   row.error = exchange.error;
   row.headers = headersOf(request);
-  store_.addRefused(row, nullptr);
-  live_.announce();
+  addRefused(row, nullptr);
 }
 
-void Server::judgeAndStore(RequestRow& row, const httplib::Request& request, httplib::Response& response, bool drop) {
+// Whether it was accepted. With a stream it is neither stored nor published yet.
+bool Server::judgeAndStore(RequestRow& row, const httplib::Request& request, httplib::Response& response, bool drop) {
   Exchange& exchange = Listener::currentExchange();
   json body;
   if (row.status == 200) {
@@ -376,17 +396,41 @@ void Server::judgeAndStore(RequestRow& row, const httplib::Request& request, htt
     metrics_.countDropped();
     exchange.connection.drop();
   }
-  if (accepted) {
-    const auto start = std::chrono::steady_clock::now();
-    const bool stored = store_.addAccepted(row, body);
-    metrics_.addStoreTime(std::chrono::steady_clock::now() - start);
-    exchange.outcome = stored ? Outcome::Accepted : Outcome::Duplicate;
-    setJSON(response, {{"stored", stored}});
-  } else {
+  if (!accepted) {
     row.body = beginningOf(exchange.body);
-    store_.addRefused(row, body);
+    addRefused(row, body);
+  } else if (store_) {
+    const auto start = std::chrono::steady_clock::now();
+    countAccepted(store_->addAccepted(row, body), start, response);
+    live_.announce();
   }
+  return accepted;
+}
+
+void Server::publish(const RequestRow& row, httplib::Response& response) {
+  const auto start = std::chrono::steady_clock::now();
+  Exchange& exchange = Listener::currentExchange();
+  try {
+    countAccepted(publisher_->publish(row, exchange.body), start, response);
+  } catch (const StreamError& error) {
+    exchange.error = error.what();
+    exchange.outcome = error.isTooLarge() ? Outcome::TooLarge : Outcome::NotAcknowledged;
+    response.status = error.isTooLarge() ? 413 : 503;
+    if (response.status == 503) response.set_header("Retry-After", kRetryAfterSeconds);
+  }
+}
+
+// A stream takes accepted requests only.
+void Server::addRefused(const RequestRow& row, const json& body) {
+  if (!store_) return;
+  store_->addRefused(row, body);
   live_.announce();
+}
+
+void Server::countAccepted(bool isNew, std::chrono::steady_clock::time_point start, httplib::Response& response) {
+  metrics_.addStoreTime(std::chrono::steady_clock::now() - start);
+  Listener::currentExchange().outcome = isNew ? Outcome::Accepted : Outcome::Duplicate;
+  setJSON(response, {{"stored", isNew}});
 }
 
 void Server::delay() {

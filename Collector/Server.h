@@ -17,6 +17,7 @@
 #include "Collector/Reader.h"
 #include "Collector/Recorder.h"
 #include "Collector/Store.h"
+#include "Collector/Stream.h"
 
 namespace zorvane::collector {
 
@@ -44,7 +45,10 @@ class Server {
   int readBody(const httplib::Request& request, const httplib::ContentReader& reader);
   int judge(RequestRow& row, const httplib::Request& request, json& body);
   void refusePath(const httplib::Request& request, httplib::Response& response);
-  void judgeAndStore(RequestRow& row, const httplib::Request& request, httplib::Response& response, bool drop);
+  bool judgeAndStore(RequestRow& row, const httplib::Request& request, httplib::Response& response, bool drop);
+  void publish(const RequestRow& row, httplib::Response& response);
+  void addRefused(const RequestRow& row, const json& body);
+  void countAccepted(bool isNew, std::chrono::steady_clock::time_point start, httplib::Response& response);
   void delay();
   void finish(const httplib::Request& request, httplib::Response& response);
 
@@ -54,9 +58,12 @@ class Server {
   Metrics metrics_;
   Listener listener_;
   const int port_;
-  Store store_;
-  Reader reader_;
-  Inspector inspector_;
+  // Either a store, what reads it, and perhaps a consumer; or a publisher.
+  std::unique_ptr<Store> store_;
+  std::unique_ptr<Reader> reader_;
+  std::unique_ptr<Inspector> inspector_;
+  std::unique_ptr<Publisher> publisher_;
+  std::unique_ptr<Consumer> consumer_;
   std::unique_ptr<Recorder> recorder_;
   // Held while a large body is parsed and stored: its values take many times its size.
   std::mutex largeBody_;

@@ -76,6 +76,14 @@ TEST(Program, SaysInOneLineWhyItCannotStart) {
       {{"--db"}, 2, "--db: 1 required FILE missing" + help},
       {{"--db", ""}, 2, "--db: must not be empty" + help},
       {{"--db=", "--quiet"}, 2, "--db: must not be empty" + help},
+      {{"--stream", "http://a:b@host"},
+       2,
+       "--stream: must be addresses like nats://HOST:PORT, separated by commas" + help},
+      {{"--from", "nats://host,tls://"},
+       2,
+       "--from: must be addresses like nats://HOST:PORT, separated by commas" + help},
+      {{"--from", "nats://host"}, 2, "--from requires --db" + help},
+      {{"--stream", "nats://host", "--db", "a.db"}, 2, "--db excludes --stream" + help},
       {{"--verbose"}, 2, "The following argument was not expected: --verbose" + help},
   };
   for (const Case& c : cases) {
