@@ -14,9 +14,9 @@ def build(preset, *targets):
     return ROOT / "build" / preset
 
 
-def replace_part(path, name, text):
+def replace_part(path, name, text, writer="scripts/bench --record"):
     """Replaces what stands between the two comments of that name in a Markdown file."""
-    begin, end = f"<!-- {name}: written by scripts/bench --record -->\n", f"<!-- end of {name} -->\n"
+    begin, end = f"<!-- {name}: written by {writer} -->\n", f"<!-- end of {name} -->\n"
     head, rest = path.read_text().split(begin)
     tail = rest.split(end)[1]
     path.write_text(head + begin + "\n" + text.strip("\n") + "\n\n" + end + tail)
