@@ -2,14 +2,12 @@
 #include <httplib.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Collector/Checks.h"
@@ -35,19 +33,24 @@ struct Result {
 
 // A report of events with six attributes, as the module sends it.
 json reportOf(int events, int device) {
-  const json event = {{"EVENT_ACTION", "Product Viewed"},
-                      {"EVENT_G_TIME", "2026-11-21T10:00:00.000Z"},
-                      {"EVENT_L_TIME", "2026-11-21T10:00:00.000+0000"},
-                      {"EVENT_ATTRS",
-                       {{"sku", "A-77"},
-                        {"category", "shoes"},
-                        {"colour", "red"},
-                        {"position", 3},
-                        {"price", 59.9},
-                        {"in stock", true}}}};
+  json list = json::array();
+  for (int i = 0; i < events; ++i) {
+    const int random = (device * 7919 + i * 104729) % 99991;
+    const std::string milliseconds = std::to_string(100 + random % 900);
+    list.push_back({{"EVENT_ACTION", "Product Viewed"},
+                    {"EVENT_G_TIME", "2026-11-21T10:00:00." + milliseconds + "Z"},
+                    {"EVENT_L_TIME", "2026-11-21T10:00:00." + milliseconds + "+0000"},
+                    {"EVENT_ATTRS",
+                     {{"sku", "A-" + std::to_string(random)},
+                      {"category", random % 3 == 0 ? "shoes" : "hats"},
+                      {"colour", "#" + std::to_string(random * 31 % 1000000)},
+                      {"position", i},
+                      {"price", random / 100.0},
+                      {"in stock", random % 2 == 0}}}});
+  }
   return {
       {"viewsCount", events},
-      {"viewsInfo", std::vector<json>(static_cast<std::size_t>(events), event)},
+      {"viewsInfo", std::move(list)},
       {"query_params", {{"unique_id", "load-" + std::to_string(device)}, {"os", "LOAD"}}},
       {"meta",
        {{"request_time", "2026-11-21T10:00:05.000Z"},
