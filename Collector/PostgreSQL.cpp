@@ -19,14 +19,14 @@ namespace {
 
 // Used where the URL does not say otherwise. A host that is gone is noticed after about ten seconds.
 constexpr std::pair<const char*, const char*> kDefaults[] = {
-    {"connect_timeout", "5"},    {"keepalives_idle", "5"},      {"keepalives_interval", "2"},
-    {"keepalives_count", "3"},   {"tcp_user_timeout", "10000"}, {"application_name", "zrcollector"},
-    {"client_encoding", "UTF8"},
+    {"connect_timeout", "5"},  {"keepalives_idle", "5"},      {"keepalives_interval", "2"},
+    {"keepalives_count", "3"}, {"tcp_user_timeout", "10000"}, {"application_name", "zrcollector"},
 };
 
 // A commit must be on the disk before a request is answered. A writer that hangs must not stop the others.
 constexpr const char* kSettings = R"sql(
 SELECT set_config('synchronous_commit', 'on', false) WHERE current_setting('synchronous_commit') = 'off';
+SET client_encoding = 'UTF8';
 SET standard_conforming_strings = on;
 SET default_transaction_isolation = 'read committed';
 SET lock_timeout = '5s';

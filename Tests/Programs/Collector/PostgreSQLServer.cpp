@@ -65,3 +65,8 @@ std::string PostgreSQLServer::url() const {
   for (const char c : folder_) host += c == '/' ? "%2F" : std::string(1, c);
   return "postgresql://postgres:secret@" + host + "/postgres";
 }
+
+std::vector<const char*> testEngines() {
+  if (std::string(ZR_POSTGRESQL_FOLDER).empty()) return {"SQLite"};
+  return {"SQLite", "PostgreSQL"};
+}

@@ -1,8 +1,11 @@
 // A PostgreSQL server of a test's own, in a temporary folder, on a local socket. It ends with the test.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "ChildProcess.h"
 
@@ -20,3 +23,9 @@ class PostgreSQLServer {
   std::string folder_;
   std::unique_ptr<ChildProcess> server_;
 };
+
+// The database engines that tests run with: "SQLite", and "PostgreSQL" where a server is installed.
+std::vector<const char*> testEngines();
+inline std::string nameOfEngine(const ::testing::TestParamInfo<const char*>& engine) {
+  return engine.param;
+}

@@ -98,7 +98,6 @@ TEST(PostgreSQL, WithoutItNothingIsAcceptedAndItsReturnIsNoticed) {
   expect(503, 500, 500);
   server.start();
   expect(200, 200, 200);
-  // It is restarted between two requests.
   server.stop();
   server.start();
   std::atomic<int> stored = 0;

@@ -11,7 +11,7 @@
 #include <random>
 
 #include "Collector/SQLite.h"
-#include "Engines.h"
+#include "PostgreSQLServer.h"
 
 namespace zorvane::collector {
 namespace {
@@ -127,13 +127,15 @@ class EngineTest : public ServerTest, public ::testing::WithParamInterface<const
  protected:
   void SetUp() override {
     ServerTest::SetUp();
-    if (isPostgreSQL()) options_.database = engine_.database();
+    if (!isPostgreSQL()) return;
+    postgreSQL_ = std::make_unique<PostgreSQLServer>();
+    options_.database = postgreSQL_->url();
   }
   bool isPostgreSQL() const { return GetParam() == std::string_view("PostgreSQL"); }
 
-  TestEngine engine_{GetParam()};
+  std::unique_ptr<PostgreSQLServer> postgreSQL_;
 };
-INSTANTIATE_TEST_SUITE_P(With, EngineTest, ::testing::ValuesIn(kTestEngines), nameOfEngine);
+INSTANTIATE_TEST_SUITE_P(With, EngineTest, ::testing::ValuesIn(testEngines()), nameOfEngine);
 
 TEST_P(EngineTest, AReportStandsInEveryTableAndOnce) {
   start();

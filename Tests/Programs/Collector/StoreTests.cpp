@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "Collector/Reader.h"
-#include "Engines.h"
+#include "PostgreSQLServer.h"
 
 namespace zorvane::collector {
 namespace {
@@ -20,11 +20,12 @@ AcceptedRequest report(const std::string& bid) {
 }
 
 class StoreTest : public ::testing::TestWithParam<const char*> {};
-INSTANTIATE_TEST_SUITE_P(With, StoreTest, ::testing::ValuesIn(kTestEngines), nameOfEngine);
+INSTANTIATE_TEST_SUITE_P(With, StoreTest, ::testing::ValuesIn(testEngines()), nameOfEngine);
 
 TEST_P(StoreTest, RequestsTogetherAreAllStoredOrNone) {
-  const TestEngine engine(GetParam());
-  Store store(engine.database());
+  std::unique_ptr<PostgreSQLServer> server;
+  if (GetParam() == std::string("PostgreSQL")) server = std::make_unique<PostgreSQLServer>();
+  Store store(server ? server->url() : "");
   Reader reader(store.reader());
   std::vector<AcceptedRequest> requests{report("1"), report("2"), report("1")};
   requests[1].row.receivedAt = "2026-11-21T10:00:00.000Z";
