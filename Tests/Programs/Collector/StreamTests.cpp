@@ -285,7 +285,10 @@ TEST_F(StreamTest, ConsumersShareTheWork) {
     Server server(publishing());
     server.start();
     for (int i = 0; i < 200; ++i) ASSERT_EQ(post(server, report("a" + std::to_string(i)))->status, 200);
-    ChildProcess first(ZR_COLLECTOR_PROGRAM, consuming()), second(ZR_COLLECTOR_PROGRAM, consuming());
+    ChildProcess first(ZR_COLLECTOR_PROGRAM, consuming());
+    ASSERT_EQ(first.readLine().value_or("").substr(0, 13), "{\"listening\":");
+    ChildProcess second(ZR_COLLECTOR_PROGRAM, consuming());
+    ASSERT_EQ(second.readLine().value_or("").substr(0, 13), "{\"listening\":");
     for (int i = 0; i < 200; ++i) ASSERT_EQ(post(server, report("b" + std::to_string(i)))->status, 200);
     until([&] { return messages() == 0; });
     first.send(SIGTERM);
