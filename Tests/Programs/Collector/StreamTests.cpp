@@ -116,8 +116,7 @@ class StreamTest : public ::testing::Test {
   std::vector<std::string> consuming() const { return {"--quiet", "--from", servers_, "--db", database()}; }
   std::string database() const { return directory_ + "/collected.db"; }
   std::string query(const char* sql) const {
-    soci::session session;
-    openSQLite(session, database());
+    Session session(database());
     std::string rows;
     for (const std::string& row : soci::rowset<std::string>(session.prepare << sql)) {
       rows += (rows.empty() ? "" : "; ") + row;
@@ -259,8 +258,7 @@ TEST_F(StreamTest, AKillBetweenCommitAndAcknowledgementStoresOnce) {
   ChildProcess first(ZR_COLLECTOR_PROGRAM, consuming());
   first.readLine();
   {
-    soci::session session;
-    openSQLite(session, database());
+    Session session(database());
     session << "BEGIN IMMEDIATE";
     publish("b1");
     until([&] { return underWay() == 1; });
