@@ -43,18 +43,17 @@ TEST(ThreadScheduler, TasksThatMayWaitAllRun) {
     done.wait();
   }
   std::atomic<int> ran{0};
-  {
-    std::vector<std::jthread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
-      threads.emplace_back([&] {
-        for (int i = 0; i < 2000; ++i) {
-          queue.asyncSoon([&] { ++ran; });
-          if (i % 8 == 0) scheduler->globalQueue(Priority::Background).async([&] { ++ran; });
-          if (i % 64 == 0) scheduler->waitUntilIdle();
-        }
-      });
-    }
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 2000; ++i) {
+        queue.asyncSoon([&] { ++ran; });
+        if (i % 8 == 0) scheduler->globalQueue(Priority::Background).async([&] { ++ran; });
+        if (i % 64 == 0) scheduler->waitUntilIdle();
+      }
+    });
   }
+  for (std::thread& thread : threads) thread.join();
   EXPECT_TRUE(scheduler->waitUntilIdle());
   EXPECT_EQ(ran, 4 * (2000 + 250));
 }
