@@ -24,7 +24,7 @@ using std::chrono::nanoseconds;
 
 constexpr int kMostMessages = 128;            // of one fetch
 constexpr std::size_t kMostBytes = 4u << 20;  // of the bodies of one transaction, and one body more
-constexpr nanoseconds kFetchTime = std::chrono::seconds(1);
+constexpr nanoseconds kFetchTime = std::chrono::seconds(1), kFetchRestTime = milliseconds(100);
 // A consumer that ended without acknowledging: its messages go to another one after this time.
 constexpr nanoseconds kAcknowledgeTime = std::chrono::seconds(60);
 // Of all consumers together. More than they can have, so that messages which cannot be stored do not stop the others.
@@ -120,7 +120,12 @@ class NATSConsumer final : public Consumer {
       for (NATSMessage& message : messages) {
         const std::uint64_t sequence = observe(message.get());
         add(message, sequence, batch);
-        if (batch.bytes >= kMostBytes) store(std::exchange(batch, {}));
+        if (batch.bytes < kMostBytes) continue;
+        store(std::exchange(batch, {}));
+        // The others keep their time.
+        for (const NATSMessage& waiting : messages) {
+          if (waiting) natsMsg_InProgress(waiting.get(), nullptr);
+        }
       }
       store(batch);
     } catch (...) {
@@ -138,8 +143,8 @@ class NATSConsumer final : public Consumer {
     jsFetchRequest request;
     jsFetchRequest_Init(&request);
     request.Batch = number;
-    request.Expires = kFetchTime.count();
     request.NoWait = mostBytes > 0;
+    request.Expires = (request.NoWait ? kFetchRestTime : kFetchTime).count();
     // A message that is larger than the limit would never be delivered.
     request.MaxBytes = mostBytes > 0 ? std::max<std::int64_t>(2 * mostBytes, kMostBytes) : 0;
     natsMsgList list{};

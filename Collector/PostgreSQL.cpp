@@ -237,7 +237,12 @@ class PostgreSQL : public Engine {
     return PQstatus(connection) != CONNECTION_OK;
   }
 
-  void beginWrites(soci::session& session) const override { session << kLock; }
+  // Writers wait for each other as long as a large body takes.
+  void beginWrites(soci::session& session) const override {
+    session << "SET LOCAL lock_timeout = '60s'";
+    session << kLock;
+    session << "SET LOCAL lock_timeout = '5s'";
+  }
 
   void write(soci::session& session) const override { session << "UPDATE zrcollector SET version = version"; }
 

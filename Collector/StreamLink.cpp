@@ -82,6 +82,8 @@ StreamLink::StreamLink(const std::string& servers, bool quiet) {
   static bool isLoud = true;
   void* const closure = quiet ? nullptr : &isLoud;
   check(natsOptions_SetServers(made, texts.data(), static_cast<int>(texts.size())), "cannot read the stream's address");
+  // Without this the library speaks plain text to a server that offers no TLS.
+  if (servers.find("tls://") != std::string::npos) check(natsOptions_SetSecure(made, true), "cannot use TLS");
   natsOptions_SetName(made, "zrcollector");
   natsOptions_SetTimeout(made, kConnectMilliseconds);
   natsOptions_SetMaxReconnect(made, -1);
@@ -137,11 +139,14 @@ void StreamLink::makeStream() {
   config.Storage = js_FileStorage;
   config.Duplicates = nanoseconds(kDuplicateWindow).count();
   config.Replicas = kReplicas;
+  jsOptions options;
+  jsOptions_Init(&options);
+  options.Wait = kRequestMilliseconds;
   jsErrCode code{};
-  natsStatus status = js_AddStream(nullptr, context(), &config, nullptr, &code);
+  natsStatus status = js_AddStream(nullptr, context(), &config, &options, &code);
   if (code == JSStreamReplicasNotSupportedErr) {
     config.Replicas = 1;  // no cluster
-    status = js_AddStream(nullptr, context(), &config, nullptr, &code);
+    status = js_AddStream(nullptr, context(), &config, &options, &code);
   }
   // Another collector may have made it meanwhile.
   if (code != JSStreamNameExistErr) check(status, "cannot make the stream");

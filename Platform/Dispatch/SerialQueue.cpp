@@ -64,6 +64,8 @@ SerialQueue::SerialQueue(std::string label, std::shared_ptr<WorkerPool> pool, st
 
 void SerialQueue::async(Task task) {
   if (state_->pool->isShutDown()) return;
+  // Before there was a lingering worker, they would be far ahead.
+  state_->pool->runSoonHere();
   bool needsTurn = false;
   {
     MutexLock lock(state_->mutex);

@@ -68,18 +68,39 @@ void WorkerPool::shutDown() {
 
 void WorkerPool::runWorker() noexcept {
   Item item;
-  while (take(item)) {
-    bool hasNext = false;
-    do {
-      {
-        const CurrentQueue::Scope scope(identity(item.priority));
-        context_->uncaught.guard(item.task);
-        item.task.reset();
-      }
-      hasNext = takeNext(item);
-      context_->tasks.done();
-    } while (hasNext);
+  while (take(item)) runTaken(item);
+}
+
+void WorkerPool::runTaken(Item& item) noexcept {
+  bool hasNext = false;
+  do {
+    {
+      const CurrentQueue::Scope scope(identity(item.priority));
+      context_->uncaught.guard(item.task);
+      item.task.reset();
+    }
+    hasNext = takeNext(item);
+    context_->tasks.done();
+  } while (hasNext);
+}
+
+void WorkerPool::runSoonHere() {
+  if (!soonWaits_.load(std::memory_order_relaxed)) return;
+  Item item;
+  {
+    MutexLock lock(mutex_);
+    if (looking_ + running_ > 0 || runnable() == 0) return;
+    ++looking_;
+    tryTake(item);
   }
+  runTaken(item);
+  Call call = Call::None;
+  {
+    MutexLock lock(mutex_);
+    --looking_;
+    call = neededCall();
+  }
+  carryOut(call);
 }
 
 bool WorkerPool::take(Item& item) {
@@ -117,6 +138,7 @@ bool WorkerPool::tryTake(Item& item) {
   item.task = std::move(tasks.front());
   tasks.popFront();
   updateHint();
+  soonWaits_.store(false, std::memory_order_relaxed);
   ++taken_;
   --looking_;
   ++running_;
@@ -183,7 +205,11 @@ std::size_t WorkerPool::runnable() const {
 
 WorkerPool::Call WorkerPool::neededCall(Urgency urgency) {
   if (runnable() == 0 || looking_ > 0) return Call::None;
-  if (running_ == 0) return isLingering_ && urgency == Urgency::Soon ? Call::None : callWorker();
+  if (running_ == 0) {
+    if (!isLingering_ || urgency == Urgency::Now) return callWorker();
+    soonWaits_.store(true, std::memory_order_relaxed);
+    return Call::None;
+  }
   if (monitoring_ || running_ == kMaxWorkers) return Call::None;
   monitoring_ = true;
   return std::exchange(monitorStarted_, true) ? Call::WakeMonitor : Call::StartMonitor;

@@ -48,6 +48,8 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   void post(Priority priority, Task&& task, Urgency urgency);
   // Ends the wait of the tasks that were posted as Soon.
   void hurry();
+  // Runs them on the calling thread, if no worker does. For who posts elsewhere what must come behind them.
+  void runSoonHere();
   // The current queue (CurrentQueue) while a task of that priority runs.
   const void* identity(Priority priority) const noexcept { return &identities_[indexOf(priority)]; }
   // Whether tasks wait for a worker. A hint: may be out of date.
@@ -69,6 +71,8 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
 
   // The body of a worker. Ends at shutdown.
   void runWorker() noexcept;
+  // Runs the task and those that follow. The calling worker is running, then looking.
+  void runTaken(Item& item) noexcept;
   // Waits for the next task. The calling worker is looking, then running. False at shutdown.
   bool take(Item& item) ZR_EXCLUDES(mutex_);
   // Takes the next task after this one, which has run. The calling worker is running, then running again, or looking
@@ -122,6 +126,8 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   Condition monitorCalled_;
 
   std::atomic<std::size_t> waiting_{0};
+  // Tasks wait for a lingering worker. A hint for other threads than the one that posted them.
+  std::atomic<bool> soonWaits_{false};
   std::atomic<bool> shutDown_{false};
 };
 

@@ -165,6 +165,7 @@ platform::Status Ring::start(std::size_t bytes, const Contents& contents) {
     zero(base_ + kHeaderBytes, mapped_ - kHeaderBytes);
   } else {
     if (contents.header) set(header().magic, 0);
+    isThere_ = false;
     unmap();
     step();
     if (::ftruncate(file_, 0) != 0 || ::lseek(file_, 0, SEEK_SET) != 0) return errorOf("ftruncate");
@@ -309,6 +310,7 @@ void Ring::clear() {
   if (!isThere()) return;
   {
     platform::MutexLock lock(mutex_);
+    if (!isThere()) return;
     set(header().cleared, std::max(head_.load(), header().cleared));
     if (sessionNumber_ != 0) {
       sweep(true);

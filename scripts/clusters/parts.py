@@ -97,7 +97,10 @@ class Node(Part):
             urls = ", ".join(f'"nats://127.0.0.1:{route}"' for route in routes)
             with config.open("a") as text:
                 text.write(f'cluster {{ name: demo, listen: 127.0.0.1:{self.route}, routes: [{urls}] }}\n')
-        super().__init__(folder, name, "nats-server", "--config", config)
+        server = shutil.which("nats-server", path=os.environ["PATH"] + ":/usr/sbin")
+        if not server:
+            raise Failure("nats-server is missing: run scripts/install-dependencies --all")
+        super().__init__(folder, name, server, "--config", config)
 
     def leads(self):
         """Whether this node leads a stream."""
@@ -169,9 +172,6 @@ class Cluster:
     """Three nodes unless told otherwise, PostgreSQL, two collectors and two consumers."""
 
     def __init__(self, folder, nodes=3):
-        for program in ("nats-server", ZRCOLLECTOR):
-            if not shutil.which(program):
-                raise Failure(f"{program} is missing")
         ports = free_ports(3 * nodes)
         routes = ports[nodes:2 * nodes] if nodes > 1 else []
         self.nodes = [Node(folder, i + 1, (ports[i], routes[i] if routes else None, ports[2 * nodes + i]), routes)
