@@ -9,6 +9,15 @@
 
 using namespace zorvane::collector;
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+// httplib is not instrumented, so ThreadSanitizer does not see how it guards its static variables.
+extern "C" const char* __tsan_default_suppressions() {
+  return "called_from_lib:libcpp-httplib.so\n";
+}
+#endif
+#endif
+
 int main(int argc, char** argv) {
   Options options;
   try {
