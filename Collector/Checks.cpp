@@ -130,20 +130,6 @@ void checkDevice(const json& body) {
   checkQueryParams(need(body, "query_params", ""));
 }
 
-std::string upperCaseSHA1(const std::string& text) {
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-  unsigned int size = 0;
-  if (EVP_Digest(text.data(), text.size(), digest.data(), &size, EVP_sha1(), nullptr) != 1) {
-    throw std::runtime_error("SHA-1 is not available");
-  }
-  std::string hex;
-  for (unsigned int i = 0; i < size; ++i) {
-    hex += "0123456789ABCDEF"[digest[i] >> 4];
-    hex += "0123456789ABCDEF"[digest[i] & 15];
-  }
-  return hex;
-}
-
 // Bounds the depth while it builds the value: dump() recurses, and would exhaust the stack on deeper values.
 // json::parse with a callback would do, too, but takes quadratic time on an array of objects.
 class BoundedParser : public nlohmann::detail::json_sax_dom_parser<json> {
@@ -215,12 +201,27 @@ std::optional<std::string> textAt(const json& body, std::initializer_list<const 
   return std::nullopt;
 }
 
+std::string hexDigest(const char* algorithm, const std::string& text) {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  unsigned int size = 0;
+  const EVP_MD* const type = EVP_get_digestbyname(algorithm);
+  if (!type || EVP_Digest(text.data(), text.size(), digest.data(), &size, type, nullptr) != 1) {
+    throw std::runtime_error(std::string(algorithm) + " is not available");
+  }
+  std::string hex;
+  for (unsigned int i = 0; i < size; ++i) {
+    hex += "0123456789ABCDEF"[digest[i] >> 4];
+    hex += "0123456789ABCDEF"[digest[i] & 15];
+  }
+  return hex;
+}
+
 std::optional<std::string> signatureOf(const json& body) {
   const auto bid = textAt(body, {"meta", "bid"});
   const auto time = textAt(body, {"meta", "request_time"});
   const auto id = textAt(body, {"query_params", "unique_id"});
   if (!bid || !time || !id) return std::nullopt;
-  return upperCaseSHA1(*bid + *time + *id);
+  return hexDigest("SHA1", *bid + *time + *id);
 }
 
 Signature checkSignature(const json& body, const std::optional<std::string>& sent) {

@@ -30,6 +30,9 @@ json parseBody(std::string_view body);
 // Throws BadRequest unless the body has the documented shape of the service's requests. Unknown keys are allowed.
 void checkShape(Service service, const json& body);
 
+// Upper-case hexadecimal digits; "SHA1" or "SHA256".
+std::string hexDigest(const char* algorithm, const std::string& text);
+
 // Upper-case hexadecimal SHA-1 of the concatenated bid, request_time and unique_id; none if one is missing.
 std::optional<std::string> signatureOf(const json& body);
 

@@ -1,6 +1,5 @@
 #include "Collector/StreamMessage.h"
 
-#include <openssl/evp.h>
 #include <zlib.h>
 
 #include <array>
@@ -119,18 +118,7 @@ StreamMessage decodeMessage(std::string_view payload) {
 
 std::optional<std::string> messageID(const RequestRow& row) {
   if (!row.bid) return std::nullopt;
-  const std::string key = row.appID + '\0' + *row.bid;
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-  unsigned int size = 0;
-  if (EVP_Digest(key.data(), key.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1) {
-    throw std::runtime_error("SHA-256 is not available");
-  }
-  std::string id;
-  for (unsigned int i = 0; i < size; ++i) {
-    id += "0123456789abcdef"[digest[i] >> 4];
-    id += "0123456789abcdef"[digest[i] & 15];
-  }
-  return id;
+  return hexDigest("SHA256", row.appID + '\0' + *row.bid);
 }
 
 }  // namespace zorvane::collector

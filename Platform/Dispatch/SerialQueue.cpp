@@ -64,7 +64,7 @@ SerialQueue::SerialQueue(std::string label, std::shared_ptr<WorkerPool> pool, st
 
 void SerialQueue::async(Task task) {
   if (state_->pool->isShutDown()) return;
-  // Before there was a lingering worker, they would be far ahead.
+  // What was posted before as "soon" may post to this queue: it comes first.
   state_->pool->runSoonHere();
   bool needsTurn = false;
   {

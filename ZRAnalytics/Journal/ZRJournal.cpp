@@ -111,7 +111,7 @@ class Journal final : public ZREventJournal {
       journal::Bytes payload;
       journal::appendValue(session, payload);
       if (!ring_.setSession(std::string(payload.view()))) reportFull();
-      isOptedOut();
+      askOptedOut();
     });
     if (!isSet) ring_.dropSession();
   }
@@ -122,7 +122,7 @@ class Journal final : public ZREventJournal {
     guarded({kFile, "called"}, kException, [&] {
       journal::Bytes payload;
       journal::appendEvent(name, properties, payload);
-      const bool isAllowed = isOptedOut_.load(std::memory_order_relaxed) && isOptedOut() && name.isString() &&
+      const bool isAllowed = isOptedOut_.load(std::memory_order_relaxed) && askOptedOut() && name.isString() &&
                              ZREventsHandler::sharedInstance().shouldEventSkippedFromDataOptOut(*name.asString());
       ticket = ring_.append(isAllowed ? journal::kAllowedEvent : journal::kEvent, payload.view(),
                             platform::hostServices().clock->now().secondsSince1970);
@@ -137,7 +137,7 @@ class Journal final : public ZREventJournal {
       const std::string gmtTime = textUnder(record, kReportsKeyGMT_Time);
       const std::string localTime = textUnder(record, kReportsKeyDevice_Time);
       record.set(kTicketKey, std::make_shared<TicketObject>(ticket));
-      if (!ring_.markRecorded(ticket, isOptedOut(), gmtTime, localTime)) reportFull();
+      if (!ring_.markRecorded(ticket, askOptedOut(), gmtTime, localTime)) reportFull();
     });
     // A save could not release it, and the event would be sent twice.
     if (!isInRecord) ring_.release(ticket);
@@ -145,7 +145,7 @@ class Journal final : public ZREventJournal {
 
   void released(Ticket ticket) noexcept override {
     ring_.release(ticket);
-    guarded({kFile, "released"}, kException, [this] { isOptedOut(); });
+    guarded({kFile, "released"}, kException, [this] { askOptedOut(); });
   }
   void released(const Array& records) noexcept override {
     for (const Value& record : records) ring_.release(ticketOf(record));
@@ -158,7 +158,8 @@ class Journal final : public ZREventJournal {
   // It takes events.
   bool isOpen() const { return wasStarted_ && ring_.isThere(); }
 
-  bool isOptedOut() {
+  // Also keeps the answer for the next calls.
+  bool askOptedOut() {
     const bool isOut = !ZRConfigDataManager::sharedInstance().isDataTrackingEnabled();
     isOptedOut_.store(isOut, std::memory_order_relaxed);
     return isOut;
@@ -185,7 +186,7 @@ class Journal final : public ZREventJournal {
   ZRTurn sessionTurn_;
   std::atomic<bool> wasOpened_{false};
   std::atomic<bool> wasStarted_{false};
-  // As asked last. Asking takes locks, too much for each call.
+  // What askOptedOut() returned last. It takes locks, too much for each call.
   std::atomic<bool> isOptedOut_{false};
   std::atomic<bool> isFullReported_{false};
 };
