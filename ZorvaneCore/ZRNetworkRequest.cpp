@@ -69,16 +69,23 @@ ZRNetworkRequest::initWithServiceParamsAdditionalHeadersRequestBodyAndAdditional
 
 void ZRNetworkRequest::executeRequestWithCompletionBlock(Completion completion) {
   const auto setup = CoreState::shared().setup();
-  const Value bidValue = validObjectForKeyPath(body_, "meta.bid");
-  const std::optional<std::string> bid = bidValue.isNil() ? std::nullopt : std::optional(bidValue.description());
+  std::optional<std::string> bid;
+  if (setup->willSendRequest || setup->didReceiveResponse) {
+    const Value value = validObjectForKeyPath(body_, "meta.bid");
+    if (!value.isNil()) bid = value.description();
+  }
   callGuarded(setup->willSendRequest, service_, bid);
 
   auto deliver = [setup, service = service_, bid,
                   completion = std::move(completion)](const TransportResponse& response) {
     const bool success = response.status >= 200 && response.status < 300;
     callGuarded(setup->didReceiveResponse, service, bid, success);
-    auto parsed = platform::parseJSON(response.body);
-    callGuarded(completion, success, parsed ? std::move(parsed).value() : Value());
+    Value answer;
+    if (!response.body.empty()) {
+      auto parsed = platform::parseJSON(response.body);
+      if (parsed) answer = std::move(parsed).value();
+    }
+    callGuarded(completion, success, answer);
   };
 
   if (!setup->transport || setup->endpoint.empty()) {

@@ -11,12 +11,6 @@ inline constexpr std::string_view kLowerHexDigits = "0123456789abcdef";
 inline constexpr std::string_view kUpperHexDigits = "0123456789ABCDEF";
 
 // Appends two hexadecimal digits for each byte.
-inline void appendHex(std::string& text, std::span<const std::uint8_t> bytes,
-                      std::string_view digits = kLowerHexDigits) {
-  for (const std::uint8_t byte : bytes) {
-    text += digits[byte >> 4];
-    text += digits[byte & 15];
-  }
-}
+void appendHex(std::string& text, std::span<const std::uint8_t> bytes, std::string_view digits = kLowerHexDigits);
 
 }  // namespace zorvane::platform

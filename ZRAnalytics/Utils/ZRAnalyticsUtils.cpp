@@ -19,6 +19,8 @@ namespace {
 
 constexpr char kFile[] = "ZRAnalyticsUtils";
 constexpr int kTrackingAuthorized = 3;
+// Of a batch identifier, a time and a generated user identifier, rounded up.
+constexpr std::size_t kSignedSize = 128;
 
 std::atomic<bool> proxyConfigured{false};
 
@@ -42,12 +44,14 @@ std::string ZRAnalyticsUtils::createBatchIdentifier() {
 
 std::optional<std::string> ZRAnalyticsUtils::getRequestIDForPayload(const Dictionary* payload) {
   if (!payload) return std::nullopt;
-  Array components;
+  std::string text;
+  text.reserve(kSignedSize);
   for (const std::string_view path : {"meta.bid", "meta.request_time", "query_params.unique_id"}) {
-    components.push_back(validObjectForKeyPath(*payload, path));
-    if (components.back().isNil()) return std::nullopt;
+    const Value component = validObjectForKeyPath(*payload, path);
+    if (component.isNil()) return std::nullopt;
+    text += component.description();
   }
-  return getSignatureWithComponents(components);
+  return hexDigest(text, platform::kUpperHexDigits);
 }
 
 std::string ZRAnalyticsUtils::getSignatureWithComponents(const Array& components) {
