@@ -41,7 +41,7 @@ BENCHMARK(ReadABacklog)->Unit(benchmark::kMillisecond)->Iterations(20);
 // Encoding a stored batch as JSON, relative to copying as many bytes.
 void EncodeABody(benchmark::State& state) {
   ZRBatchFile file(backlogFile(1));
-  const Value events = file.load()->front().info().objectForKey("events");
+  const Value events = file.load()->front().parts().events;
   std::string body;
   std::string copy;
   double encodeSeconds = 0;

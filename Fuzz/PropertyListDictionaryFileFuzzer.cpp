@@ -17,17 +17,17 @@ std::string contentOf(const Snapshot& snapshot) {
 void checkEntry(const platform::LazyPropertyListValue& lazy) {
   const platform::Value value = lazy.decode();
   std::string text;
-  lazy.appendJSONOfKey("", text);
+  lazy.appendJSON(text);
   fuzz::check(text == platform::jsonText(value), "an entry has the JSON of its value");
   const platform::Dictionary* dictionary = value.asDictionary();
   if (!dictionary) return;
   for (const auto& [key, element] : *dictionary) {
     if (key.empty()) continue;
-    fuzz::check(fuzz::same(lazy.decodeKey(key), element), "a value can be decoded by key");
-    fuzz::check(lazy.countOfKey(key) == (element.isArray() ? element.asArray()->size() : 0),
-                "elements can be counted by key");
+    const platform::LazyPropertyListValue found = lazy.element(key);
+    fuzz::check(fuzz::same(found.decode(), element), "a value can be decoded by key");
+    fuzz::check(found.count() == (element.isArray() ? element.asArray()->size() : 0), "elements can be counted by key");
     text.clear();
-    lazy.appendJSONOfKey(key, text);
+    found.appendJSON(text);
     fuzz::check(text == platform::jsonText(element), "JSON can be written by key");
   }
 }

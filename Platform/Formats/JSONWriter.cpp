@@ -50,15 +50,13 @@ std::size_t nextEscape(std::string_view text, std::size_t position) {
   return position;
 }
 
-class LazyJSON final : public Object {
+class FunctionJSON final : public LazyJSON {
  public:
-  LazyJSON(std::function<void(std::string&)> writer, std::function<Value()> plainValue)
+  FunctionJSON(std::function<void(std::string&)> writer, std::function<Value()> plainValue)
       : writer_(std::move(writer)), plainValue_(std::move(plainValue)) {}
 
-  void write(std::string& out) const { writer_(out); }
+  void appendTo(std::string& out) const override { writer_(out); }
   Value plainValue() const override { return plainValue_(); }
-  std::string description() const override { return plainValue_().description(); }
-  bool isEqual(const Object& other) const override { return this == &other || plainValue() == other.plainValue(); }
 
  private:
   std::function<void(std::string&)> writer_;
@@ -69,7 +67,7 @@ void append(const Value& value, int depth, std::string& out);
 
 void appendObject(const Object& object, int depth, std::string& out) {
   if (const auto* lazy = dynamic_cast<const LazyJSON*>(&object)) {
-    lazy->write(out);
+    lazy->appendTo(out);
   } else if (dynamic_cast<const LargeInteger*>(&object)) {
     out += object.description();
   } else {
@@ -191,7 +189,7 @@ std::string jsonText(const Value& value) {
 
 std::shared_ptr<const Object> lazyJSON(std::function<void(std::string& out)> writer,
                                        std::function<Value()> plainValue) {
-  return std::make_shared<LazyJSON>(std::move(writer), std::move(plainValue));
+  return std::make_shared<FunctionJSON>(std::move(writer), std::move(plainValue));
 }
 
 }  // namespace zorvane::platform

@@ -1,29 +1,26 @@
+#include <utility>
+
 #include "Platform/Formats/BinaryObjects.h"
+#include "Platform/Formats/JSONText.h"
 #include "Platform/Formats/PropertyListDictionaryFile.h"
 
 namespace zorvane::platform {
 namespace {
 
-// The number of containers around an entry's value, and around a value under one of its keys.
+// The number of containers around an entry's value. What is decodable there is decodable deeper inside the entry, too.
 constexpr int kEntryDepth = 1;
-constexpr int kElementDepth = 2;
+// No object has this index.
+constexpr std::size_t kMissing = static_cast<std::size_t>(-1);
 
-// Finds the object under the key, if the object at the index is a dictionary.
-bool findElement(const BinaryObjects& objects, std::size_t index, std::string_view key, std::size_t& element) {
-  BinaryObject dictionary;
-  if (!objects.read(index, dictionary) || dictionary.kind != BinaryObject::Kind::Dictionary) return false;
-  std::string storage;
-  for (std::size_t i = 0; i < dictionary.count; ++i) {
-    BinaryObject text;
-    if (!objects.read(objects.reference(dictionary, i), text) || !text.isText()) continue;
-    // A UTF-16 unit or an ASCII byte becomes one to three bytes of UTF-8: most keys differ by length alone.
-    if (text.count > key.size() || key.size() / 3 > text.count) continue;
-    if (textOfObject(text, storage) != key) continue;
-    element = objects.reference(dictionary, dictionary.count + i);
-    return true;
-  }
-  return false;
-}
+class DeferredValue final : public LazyJSON {
+ public:
+  explicit DeferredValue(LazyPropertyListValue value) : value_(std::move(value)) {}
+  void appendTo(std::string& out) const override { value_.appendJSON(out); }
+  Value plainValue() const override { return value_.decode(); }
+
+ private:
+  const LazyPropertyListValue value_;
+};
 
 }  // namespace
 
@@ -31,28 +28,16 @@ LazyPropertyListValue::LazyPropertyListValue(std::shared_ptr<const BinaryObjects
                                              bool isDecodable)
     : source_(std::move(source)), object_(object), isDecodable_(isDecodable) {}
 
-Value LazyPropertyListValue::decodeAt(std::size_t object, int depth) const {
+Value LazyPropertyListValue::decode() const {
   if (!isDecodable_) return {};
   DecodingAllowance allowance;
-  auto decoded = decodeObject(*source_, object, depth, allowance);
+  auto decoded = decodeObject(*source_, object_, kEntryDepth, allowance);
   return decoded ? std::move(decoded).value() : Value();
 }
 
-Value LazyPropertyListValue::decode() const {
-  return decodeAt(object_, kEntryDepth);
-}
-
-Value LazyPropertyListValue::decodeKey(std::string_view key) const {
-  std::size_t element = 0;
-  return findElement(*source_, object_, key, element) ? decodeAt(element, kElementDepth) : Value();
-}
-
-std::size_t LazyPropertyListValue::countOfKey(std::string_view key) const {
-  std::size_t element = object_;
-  BinaryObject array;
-  if (!key.empty() && !findElement(*source_, object_, key, element)) return 0;
-  if (!source_->read(element, array)) return 0;
-  return array.kind == BinaryObject::Kind::List ? array.count : 0;
+std::size_t LazyPropertyListValue::count() const {
+  BinaryObject object;
+  return source_->read(object_, object) && object.kind == BinaryObject::Kind::List ? object.count : 0;
 }
 
 bool LazyPropertyListValue::isArray() const {
@@ -65,14 +50,33 @@ bool LazyPropertyListValue::isDictionary() const {
   return source_->read(object_, object) && object.kind == BinaryObject::Kind::Dictionary;
 }
 
-void LazyPropertyListValue::appendJSONOfKey(std::string_view key, std::string& out) const {
-  std::size_t element = object_;
+void LazyPropertyListValue::appendJSON(std::string& out) const {
   DecodingAllowance allowance;
-  const int depth = key.empty() ? kEntryDepth : kElementDepth;
-  if (!isDecodable_ || (!key.empty() && !findElement(*source_, object_, key, element)) ||
-      !appendJSONOfObject(*source_, element, depth, allowance, out)) {
-    out += "null";
+  if (!isDecodable_ || !appendJSONOfObject(*source_, object_, kEntryDepth, allowance, out)) out += "null";
+}
+
+std::vector<LazyPropertyListValue> LazyPropertyListValue::elements(std::span<const std::string_view> keys) const {
+  std::vector<LazyPropertyListValue> found(keys.size(), LazyPropertyListValue(source_, kMissing, false));
+  BinaryObject dictionary;
+  if (!source_->read(object_, dictionary) || dictionary.kind != BinaryObject::Kind::Dictionary) return found;
+  std::string storage;
+  for (std::size_t i = 0; i < dictionary.count; ++i) {
+    BinaryObject key;
+    if (!source_->read(source_->reference(dictionary, i), key) || !key.isText()) continue;
+    const std::string_view text = textOfObject(key, storage);
+    for (std::size_t k = 0; k < keys.size(); ++k) {
+      // Of a repeated key the first value holds.
+      if (found[k].object_ != kMissing || keys[k] != text) continue;
+      found[k].object_ = source_->reference(dictionary, dictionary.count + i);
+      found[k].isDecodable_ = isDecodable_;
+    }
   }
+  return found;
+}
+
+Value LazyPropertyListValue::deferred() const {
+  if (!isDecodable_) return {};
+  return std::shared_ptr<const Object>(std::make_shared<DeferredValue>(*this));
 }
 
 }  // namespace zorvane::platform

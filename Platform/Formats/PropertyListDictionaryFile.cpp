@@ -246,10 +246,12 @@ Result<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::open(std:
   return PropertyListDictionarySnapshot(std::shared_ptr<const State>(state));
 }
 
-const std::vector<PropertyListDictionarySnapshot::Entry>& PropertyListDictionarySnapshot::entries() const {
+std::shared_ptr<const std::vector<PropertyListDictionarySnapshot::Entry>>
+PropertyListDictionarySnapshot::sharedEntries() const {
   const State& state = *state_;
+  std::shared_ptr<const std::vector<Entry>> shared(state_, &state.entries);
   const MutexLock lock(state.mutex);
-  if (state.entries.size() == state.pairs.size()) return state.entries;
+  if (state.entries.size() == state.pairs.size()) return shared;
   state.entries.clear();
   state.entries.reserve(state.pairs.size());
   std::optional<DecodableObjects> decodable;
@@ -264,7 +266,7 @@ const std::vector<PropertyListDictionarySnapshot::Entry>& PropertyListDictionary
     state.entries.push_back(
         {std::string(textOfObject(key, storage)), LazyPropertyListValue(state.source, pair.value, *pair.isDecodable)});
   }
-  return state.entries;
+  return shared;
 }
 
 std::optional<PropertyListDictionarySnapshot> PropertyListDictionarySnapshot::withEntries(

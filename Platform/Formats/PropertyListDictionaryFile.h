@@ -25,19 +25,22 @@ class LazyPropertyListValue {
   bool isDecodable() const { return isDecodable_; }
   // The whole value.
   Value decode() const;
-  // The value under the key; nil when this value is no dictionary.
-  Value decodeKey(std::string_view key) const;
-  // The number of elements of the array under the key (of the whole value for an empty key); 0 when there is none.
-  std::size_t countOfKey(std::string_view key) const;
+  // The number of elements of an array; else 0.
+  std::size_t count() const;
   bool isArray() const;
   bool isDictionary() const;
-  // Appends jsonText(decodeKey(key)), or the JSON of the whole value for an empty key, without building values.
-  void appendJSONOfKey(std::string_view key, std::string& out) const;
+  // Appends jsonText(decode()) without building values.
+  void appendJSON(std::string& out) const;
+  // The values under these keys of a dictionary, in their order. One that is missing is not decodable.
+  std::vector<LazyPropertyListValue> elements(std::span<const std::string_view> keys) const;
+  LazyPropertyListValue element(std::string_view key) const { return elements({&key, 1})[0]; }
+  // An object that is decoded where its plain value is asked for, and that jsonText writes by appendJSON. Nil when this
+  // value is not decodable.
+  Value deferred() const;
 
  private:
   friend class PropertyListDictionarySnapshot;
   LazyPropertyListValue(std::shared_ptr<const BinaryObjects> source, std::size_t object, bool isDecodable);
-  Value decodeAt(std::size_t object, int depth) const;
 
   std::shared_ptr<const BinaryObjects> source_;
   std::size_t object_;
@@ -63,7 +66,9 @@ class PropertyListDictionarySnapshot {
   // left out. An XML file with an entry that cannot be decoded is refused.
   static Result<PropertyListDictionarySnapshot> open(std::string bytes);
 
-  const std::vector<Entry>& entries() const;
+  const std::vector<Entry>& entries() const { return *sharedEntries(); }
+  // The same, valid while the result lives.
+  std::shared_ptr<const std::vector<Entry>> sharedEntries() const;
   // A new snapshot with these entries added or replaced. Encodes only the new values. Absent when one of them is too
   // large to be decoded. Throws std::length_error beyond 4 GiB.
   std::optional<PropertyListDictionarySnapshot> withEntries(const Dictionary& added) const;

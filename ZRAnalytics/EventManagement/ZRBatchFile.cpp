@@ -1,8 +1,8 @@
 #include "ZRAnalytics/EventManagement/ZRBatchFile.h"
 
+#include <string_view>
 #include <utility>
 
-#include "Platform/Formats/JSON.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/Journal/ZREventJournal.h"
 
@@ -11,36 +11,32 @@ namespace zorvane {
 using platform::PropertyListDictionarySnapshot;
 
 bool ZRStoredBatch::isBatch() const {
-  return entry_.value.isDictionary() || entry_.value.isArray();
-}
-
-std::string_view ZRStoredBatch::eventsKey() const {
-  return isBareArray() ? std::string_view() : kBatchKeyEvents;
+  return entry_->value.isDictionary() || entry_->value.isArray();
 }
 
 std::size_t ZRStoredBatch::eventCount() const {
-  return entry_.value.countOfKey(eventsKey());
+  return isBareArray() ? entry_->value.count() : entry_->value.element(kBatchKeyEvents).count();
 }
 
-Dictionary ZRStoredBatch::info() const {
-  const auto& stored = entry_.value;
-  Dictionary info;
+ZRBatchParts ZRStoredBatch::parts() const {
+  const auto& stored = entry_->value;
+  ZRBatchParts parts;
   if (isBareArray()) {
-    info.set(kBatchKeyBatchID, id());
-  } else {
-    for (const std::string_view key : {kBatchKeyBatchID, kBatchKeyRequestTime, kBatchKeySession, kBatchKeySource}) {
-      info.setObjectNilHandledForKey(stored.decodeKey(key), key);
-    }
+    parts.events = stored.deferred();
+    parts.eventCount = stored.count();
+    parts.batchID = id();
+    return parts;
   }
-  const std::string_view key = eventsKey();
-  const auto decodeEvents = [stored, key] { return key.empty() ? stored.decode() : stored.decodeKey(key); };
-  if (eventCount() == 0) {
-    info.setObjectNilHandledForKey(decodeEvents(), kBatchKeyEvents);
-  } else {
-    info.set(kBatchKeyEvents,
-             platform::lazyJSON([stored, key](std::string& out) { stored.appendJSONOfKey(key, out); }, decodeEvents));
-  }
-  return info;
+  constexpr std::string_view kKeys[] = {kBatchKeyEvents, kBatchKeyBatchID, kBatchKeyRequestTime, kBatchKeySession,
+                                        kBatchKeySource};
+  const auto elements = stored.elements(kKeys);
+  parts.events = elements[0].deferred();
+  parts.eventCount = elements[0].count();
+  parts.batchID = elements[1].decode();
+  parts.requestTime = elements[2].decode();
+  parts.session = elements[3].deferred();
+  parts.source = elements[4].deferred();
+  return parts;
 }
 
 ZRBatchFile::ZRBatchFile(std::string path, FailureHandler onFailure, std::size_t maxBytes)
@@ -63,11 +59,12 @@ std::optional<std::vector<ZRStoredBatch>> ZRBatchFile::load() {
     return std::nullopt;
   }
   std::vector<ZRStoredBatch> batches;
-  batches.reserve(snapshot.entries().size());
+  const auto entries = snapshot.sharedEntries();
+  batches.reserve(entries->size());
   std::string undecodable;
-  for (const auto& entry : snapshot.entries()) {
+  for (const auto& entry : *entries) {
     if (entry.value.isDecodable()) {
-      batches.push_back(ZRStoredBatch(entry));
+      batches.push_back(ZRStoredBatch({entries, &entry}));
     } else {
       undecodable += ' ';
       undecodable += entry.key;
@@ -105,7 +102,7 @@ ZRBatchFile::Outcome ZRBatchFile::store(const Dictionary& batches, ZRStoreObserv
   return outcome;
 }
 
-platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const std::unordered_set<std::string>& batchIDs,
+platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const Dictionary& batchIDs,
                                                            platform::Durability durability) {
   if (batchIDs.empty()) return Outcome::Done;
   std::string failure;

@@ -3,10 +3,9 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
@@ -18,30 +17,39 @@ namespace zorvane {
 
 class ZRStoreObserver;
 
+// What a request says of a batch. Nil: the batch has none.
+struct ZRBatchParts {
+  Value events;
+  // Counted by itself, because the events may not be decoded yet.
+  std::size_t eventCount = 0;
+  Value batchID;
+  Value requestTime;
+  Value session;
+  Value source;
+};
+
 // One entry of the file, decoded when it is used. Keeps the file's bytes alive. Cheap to copy; immutable, any thread.
 class ZRStoredBatch {
  public:
   // The batch identifier: the entry's key in the file.
-  const std::string& id() const { return entry_.key; }
+  const std::string& id() const { return entry_->key; }
   // Whether the entry can be sent: a batch dictionary, or a bare array of events.
   bool isBatch() const;
   // No "request_time" and no session: such a batch comes from the dump file of an earlier release.
-  bool isBareArray() const { return entry_.value.isArray(); }
+  bool isBareArray() const { return entry_->value.isArray(); }
   // 0 where no array of events is found.
   std::size_t eventCount() const;
-  // "batch_id", "request_time", "session" and "source" as far as the batch has them, and its "events", which are not
-  // decoded before the request is encoded.
-  Dictionary info() const;
+  // Events, session and source are not decoded before the request is encoded.
+  ZRBatchParts parts() const;
   // Decoded as a whole.
-  Value value() const { return entry_.value.decode(); }
+  Value value() const { return entry_->value.decode(); }
 
  private:
   friend class ZRBatchFile;
-  explicit ZRStoredBatch(platform::PropertyListDictionarySnapshot::Entry entry) : entry_(std::move(entry)) {}
-  // The key under which the events are found in the entry; empty for a bare array.
-  std::string_view eventsKey() const;
+  using Entry = platform::PropertyListDictionarySnapshot::Entry;
+  explicit ZRStoredBatch(std::shared_ptr<const Entry> entry) : entry_(std::move(entry)) {}
 
-  platform::PropertyListDictionarySnapshot::Entry entry_;
+  std::shared_ptr<const Entry> entry_;
 };
 
 // Thread-safe: each operation is one uninterrupted load, change and write, also for other processes that use the file.
@@ -78,9 +86,9 @@ class ZRBatchFile {
   // Stores batches (dictionaries, or bare arrays of events) under their identifiers: all or none. Never Removed. The
   // observer is told before anybody else can load or remove them.
   Outcome store(const Dictionary& batches, ZRStoreObserver* observer = nullptr);
-  // Removes these batches and leaves all others; with the last one the file goes too. A failure to remove the file is
-  // returned as its error and is not given to the handler.
-  platform::Result<Outcome> remove(const std::unordered_set<std::string>& batchIDs,
+  // Removes the batches whose identifiers are keys of batchIDs, and leaves all others; with the last one the file goes
+  // too. A failure to remove the file is returned as its error and is not given to the handler.
+  platform::Result<Outcome> remove(const Dictionary& batchIDs,
                                    platform::Durability durability = platform::Durability::Lasting);
   // Removes the file, for good also where remove() has removed it.
   platform::Status removeAll();

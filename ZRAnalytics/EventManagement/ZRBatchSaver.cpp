@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <string>
-#include <unordered_set>
 #include <utility>
 
 #include "Platform/Formats/PropertyListDictionaryFile.h"
@@ -116,11 +115,7 @@ void ZRBatchSaver::storeClosed() {
     for (const ClosedBatch& batch : batches) journal->released(batch.events);
   }
   // Cleared while they were stored.
-  if (outcome == ZRBatchFile::Outcome::Done && current_.generation() != generation) {
-    std::unordered_set<std::string> batchIDs;
-    for (const auto& [batchID, entry] : entries) batchIDs.insert(batchID);
-    (void)file_.remove(batchIDs);
-  }
+  if (outcome == ZRBatchFile::Outcome::Done && current_.generation() != generation) (void)file_.remove(entries);
 }
 
 std::size_t ZRBatchSaver::addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries,

@@ -311,7 +311,7 @@ void ZREventsHandler::sendDumpFile() {
   }
   for (const ZRDumpFile::Part& part : parts) {
     logLine("Report Add request initiated:");
-    const auto answered = [this, batch = part.batch, generation](bool success) {
+    const auto answered = [this, batch = part.batch, generation](bool success, const Value& /*response*/) {
       guarded(kDumpFileSync, "exception is %@", [&] {
         if (success) {
           logLine("sync success from data file");
@@ -324,9 +324,9 @@ void ZREventsHandler::sendDumpFile() {
       });
     };
     bool hasAppID = true;
-    const bool sent =
-        guarded(kDumpFileSync, "exception is %@", [&] { hasAppID = sendReport(part.batch, part.count, answered); });
-    if (!sent) answered(false);
+    const bool sent = guarded(kDumpFileSync, "exception is %@",
+                              [&] { hasAppID = sendReport(partsOfBatch(part.batch, part.count), answered); });
+    if (!sent) answered(false, {});
     if (!hasAppID) return;
   }
 }
@@ -409,7 +409,7 @@ void ZREventsHandler::flushEventsInBackgroundAndResetWithCompletionBlock(bool ba
 
 Dictionary ZREventsHandler::reportAddPayloadForBatchInfo(const Dictionary& batchInfo) {
   const Value events = batchInfo.objectForKey(kBatchKeyEvents);
-  return reportAddBody(batchInfo, events.isArray() ? events.asArray()->size() : 0);
+  return reportAddBody(partsOfBatch(batchInfo, events.isArray() ? events.asArray()->size() : 0));
 }
 
 }  // namespace zorvane

@@ -32,24 +32,34 @@ void mirrorIdentifiers(const Dictionary& identifiers) {
 
 }  // namespace
 
-Dictionary reportAddBody(const Dictionary& batchInfo, std::size_t eventCount) {
+ZRBatchParts partsOfBatch(const Dictionary& batch, std::size_t eventCount) {
+  return {.events = batch.objectForKey(kBatchKeyEvents),
+          .eventCount = eventCount,
+          .batchID = batch.objectForKey(kBatchKeyBatchID),
+          .requestTime = batch.objectForKey(kBatchKeyRequestTime),
+          .session = batch.objectForKey(kBatchKeySession),
+          .source = batch.objectForKey(kBatchKeySource)};
+}
+
+Dictionary reportAddBody(ZRBatchParts&& batch) {
   Dictionary body;
-  body.setObjectNilHandledForKey(batchInfo.objectForKey(kBatchKeyEvents), kReportsKeyEventsList);
-  body.set(kReportsKeyEventsCount, eventCount);
-  if (const auto identifiers = ZRUserAttributesHandler::sharedHandler().getIdentifierDictionary()) {
-    body.set(kReportsKeyIdentifiers, *identifiers);
+  body.reserve(5);
+  body.setObjectNilHandledForKey(std::move(batch.events), kReportsKeyEventsList);
+  body.set(kReportsKeyEventsCount, batch.eventCount);
+  if (auto identifiers = ZRUserAttributesHandler::sharedHandler().getIdentifierDictionary()) {
     mirrorIdentifiers(*identifiers);
+    body.set(kReportsKeyIdentifiers, *std::move(identifiers));
   }
+  if (!ZRCoreUtils::getSDKUniqueIdForUser() || batch.requestTime.isNil() || batch.batchID.isNil()) return body;
 
-  const Value requestTime = batchInfo.objectForKey(kBatchKeyRequestTime);
-  const Value batchID = batchInfo.objectForKey(kBatchKeyBatchID);
-  if (!ZRCoreUtils::getSDKUniqueIdForUser() || requestTime.isNil() || batchID.isNil()) return body;
-
-  Dictionary meta{{kReportsKeyRequestTime, requestTime}, {kReportsKeyBatchID, batchID}};
-  const Dictionary preferences = ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(true);
-  if (!preferences.empty()) meta.set(kReportsKeyDevPreferences, preferences);
-  meta.setObjectNilHandledForKey(batchInfo.objectForKey(kBatchKeySession), kReportsKeyMetaSession);
-  meta.setObjectNilHandledForKey(batchInfo.objectForKey(kBatchKeySource), kReportsKeyMetaSource);
+  Dictionary meta;
+  meta.reserve(6);
+  meta.set(kReportsKeyRequestTime, std::move(batch.requestTime));
+  meta.set(kReportsKeyBatchID, std::move(batch.batchID));
+  Dictionary preferences = ZRAnalyticsUtils::getDevicePreferencesDictionaryForReportsAPI(true);
+  if (!preferences.empty()) meta.set(kReportsKeyDevPreferences, std::move(preferences));
+  meta.setObjectNilHandledForKey(std::move(batch.session), kReportsKeyMetaSession);
+  meta.setObjectNilHandledForKey(std::move(batch.source), kReportsKeyMetaSource);
   if (ZRCoreUtils::getSDKUserDefault().boolForKey(kUserDefaultsKeyHasDeviceAddFailed)) {
     meta.set(kReportsKeyMetaDAR, "failure");
   }
@@ -60,8 +70,8 @@ Dictionary reportAddBody(const Dictionary& batchInfo, std::size_t eventCount) {
   return body;
 }
 
-bool sendReport(const Dictionary& batchInfo, std::size_t eventCount, std::function<void(bool success)> completion) {
-  Dictionary body = reportAddBody(batchInfo, eventCount);
+bool sendReport(ZRBatchParts&& batch, ZRNetworkRequest::Completion completion) {
+  Dictionary body = reportAddBody(std::move(batch));
   auto appID = ZRConfigDataManager::sharedInstance().getZrvAppID();
   if (!appID) {
     logLine("Sync Failure\u203C\uFE0F");
@@ -69,8 +79,7 @@ bool sendReport(const Dictionary& batchInfo, std::size_t eventCount, std::functi
     return false;
   }
   signedRequest(kServiceReportAdd, std::move(body), *std::move(appID))
-      ->executeRequestWithCompletionBlock(
-          [completion = std::move(completion)](bool success, const Value&) { completion(success); });
+      ->executeRequestWithCompletionBlock(std::move(completion));
   return true;
 }
 

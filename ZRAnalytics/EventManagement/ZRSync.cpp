@@ -1,6 +1,7 @@
 #include "ZRAnalytics/EventManagement/ZRSync.h"
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
@@ -74,7 +75,7 @@ std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
 std::vector<ZRStoredBatch> ZRSync::load() {
   auto loaded = file_.load();
   if (!loaded) return {};
-  std::vector<std::string> ids;
+  std::vector<std::string_view> ids;
   ids.reserve(loaded->size());
   for (const ZRStoredBatch& batch : *loaded) ids.push_back(batch.id());
   ledger_.load(ids);
@@ -94,12 +95,12 @@ std::vector<ZRStoredBatch> ZRSync::load() {
 
 bool ZRSync::send(const ZRStoredBatch& batch, const std::shared_ptr<ZRSyncRun>& run) {
   logLine("Report Add request initiated:");
-  Dictionary info = batch.info();
-  if (batch.isBareArray()) info.setObjectNilHandledForKey(requestTimeNow(), kBatchKeyRequestTime);
-  return sendReport(info, batch.eventCount(), [this, run, batchID = batch.id()](bool accepted) {
-    queue_.async([this, run, batchID, accepted] {
+  ZRBatchParts parts = batch.parts();
+  if (batch.isBareArray()) parts.requestTime = requestTimeNow();
+  return sendReport(std::move(parts), [this, run, batch](bool accepted, const Value& /*response*/) {
+    queue_.async([this, run, batch, accepted] {
       queue_.assertCurrent();
-      responseArrived(*run, batchID, accepted);
+      responseArrived(*run, batch.id(), accepted);
     });
   });
 }

@@ -19,15 +19,16 @@ ZRSyncLedger::Arrival ZRSyncLedger::arrive(const ZRFlush& flush) {
   return Arrival::Park;
 }
 
-void ZRSyncLedger::load(const std::vector<std::string>& batchIDs) {
-  std::unordered_map<std::string, State> loaded;
-  for (const std::string& id : batchIDs) loaded[id] = isSettled(id) ? State::Settled : State::Waiting;
-  batches_.swap(loaded);
+void ZRSyncLedger::load(const std::vector<std::string_view>& batchIDs) {
+  Dictionary loaded;
+  loaded.reserve(batchIDs.size());
+  for (const std::string_view id : batchIDs) loaded.set(id, isSettled(id));
+  batches_ = std::move(loaded);
 }
 
-bool ZRSyncLedger::isSettled(const std::string& batchID) const {
-  const auto found = batches_.find(batchID);
-  return found != batches_.end() && found->second == State::Settled;
+bool ZRSyncLedger::isSettled(std::string_view batchID) const {
+  const Value* settled = batches_.find(batchID);
+  return settled && *settled->asBool();
 }
 
 void ZRSyncLedger::respond(ZRSyncRun& run, const std::string& batchID, bool accepted) {
@@ -38,16 +39,16 @@ void ZRSyncLedger::respond(ZRSyncRun& run, const std::string& batchID, bool acce
 }
 
 std::size_t ZRSyncLedger::waiting() const {
-  return static_cast<std::size_t>(std::count_if(batches_.begin(), batches_.end(),
-                                                [](const auto& batch) { return batch.second == State::Waiting; }));
+  return static_cast<std::size_t>(
+      std::count_if(batches_.begin(), batches_.end(), [](const auto& batch) { return !*batch.value.asBool(); }));
 }
 
-std::unordered_set<std::string> ZRSyncLedger::settled() const {
-  std::unordered_set<std::string> ids;
-  for (const auto& [id, state] : batches_) {
-    if (state == State::Settled) ids.insert(id);
+Dictionary ZRSyncLedger::settled() const {
+  Dictionary settled;
+  for (const auto& [id, isSettled] : batches_) {
+    if (*isSettled.asBool()) settled.set(id, true);
   }
-  return ids;
+  return settled;
 }
 
 std::optional<ZRFlush> ZRSyncLedger::finish() {
@@ -60,10 +61,10 @@ ZRSyncLedger::End ZRSyncLedger::end(bool reset) const {
   return reset ? End::KeepAll : End::KeepRefused;
 }
 
-std::vector<std::size_t> ZRSyncLedger::oldestFirst(const std::vector<std::string>& batchIDs) {
+std::vector<std::size_t> ZRSyncLedger::oldestFirst(const std::vector<std::string_view>& batchIDs) {
   std::vector<std::pair<std::int64_t, std::size_t>> order;
   order.reserve(batchIDs.size());
-  for (const std::string& id : batchIDs) order.emplace_back(platform::leadingInteger(id).value_or(0), order.size());
+  for (const std::string_view id : batchIDs) order.emplace_back(platform::leadingInteger(id).value_or(0), order.size());
   std::sort(order.begin(), order.end());
   std::vector<std::size_t> positions;
   positions.reserve(order.size());

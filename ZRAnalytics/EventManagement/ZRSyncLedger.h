@@ -30,9 +30,10 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
-#include <unordered_set>
+#include <string_view>
 #include <vector>
+
+#include "ZorvaneCore/ZRCoreTypes.h"
 
 namespace zorvane {
 
@@ -66,10 +67,10 @@ class ZRSyncLedger {
   // On Start, counts as running.
   Arrival arrive(const ZRFlush& flush);
   // Call with the identifiers of all batches in the file.
-  void load(const std::vector<std::string>& batchIDs);
+  void load(const std::vector<std::string_view>& batchIDs);
   // The batch was accepted or can never be sent. It stays settled for as long as it is in the file.
-  void settle(const std::string& batchID) { batches_[batchID] = State::Settled; }
-  bool isSettled(const std::string& batchID) const;
+  void settle(const std::string& batchID) { batches_.set(batchID, true); }
+  bool isSettled(std::string_view batchID) const;
   // Counts a response of the run. A batch that another run's response has settled stays settled.
   void respond(ZRSyncRun& run, const std::string& batchID, bool accepted);
 
@@ -77,7 +78,8 @@ class ZRSyncLedger {
   bool isResetPending() const { return (isRunning_ && isReset_) || parked_; }
   // The number of batches that are not settled.
   std::size_t waiting() const;
-  std::unordered_set<std::string> settled() const;
+  // The settled batches as keys.
+  Dictionary settled() const;
 
   // The sync is over. Returns the parked flush.
   std::optional<ZRFlush> finish();
@@ -89,15 +91,13 @@ class ZRSyncLedger {
 
   // The order in which batches are sent, as positions in the list: by the number at the start of the identifier
   // (milliseconds since 1970; 0 without a number), those of one millisecond as they stand.
-  static std::vector<std::size_t> oldestFirst(const std::vector<std::string>& batchIDs);
+  static std::vector<std::size_t> oldestFirst(const std::vector<std::string_view>& batchIDs);
 
  private:
-  enum class State { Waiting, Settled };
-
   bool isRunning_ = false;
   bool isReset_ = false;
-  // The batches of the last load, and those settled since.
-  std::unordered_map<std::string, State> batches_;
+  // The batches of the last load and those settled since, each with whether it is settled.
+  Dictionary batches_;
   std::optional<ZRFlush> parked_;
 };
 

@@ -142,7 +142,7 @@ TEST(HostileSizes, SharedObjectsThatMakeAHugeValueAreRefused) {
   const auto lazy = [](const std::string& file) {
     const auto opened = PropertyListDictionarySnapshot::open(file);
     std::string text;
-    for (const auto& [key, value] : opened.value().entries()) value.appendJSONOfKey("", text);
+    for (const auto& [key, value] : opened.value().entries()) value.appendJSON(text);
     for (const auto& [key, value] : opened.value().entries()) text += value.decode().description();
     return text == "nullnull1(null)(null)1";
   };

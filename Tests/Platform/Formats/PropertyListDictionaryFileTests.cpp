@@ -123,7 +123,7 @@ TEST(PropertyListDictionaryFile, OpensOtherFilesToo) {
   EXPECT_EQ(contentOfFile(binary.withEntry("c", 3)), Value(Dictionary{{"a", batch(1)}, {"b", Array{1, 2}}, {"c", 3}}));
   const Snapshot text = opened(xml);
   EXPECT_EQ(valuesOf(text), contentOfFile(text));
-  EXPECT_EQ(text.entries()[0].value.countOfKey("k"), 1U);
+  EXPECT_EQ(text.entries()[0].value.element("k").count(), 1U);
   EXPECT_EQ(contentOfFile(text.withEntry("c", 3)),
             Value(Dictionary{{"a", Dictionary{{"k", Array{true}}}}, {"b", 2.0}, {"c", 3}}));
   for (const std::string& bytes : {""s, "bplist00"s, binaryPropertyList(Array{}), "<array/>"s, "{\"a\":1}"s}) {
@@ -137,8 +137,8 @@ TEST(PropertyListDictionaryFile, AnEntryIsReadByKey) {
     const Dictionary& dictionary = *value.asDictionary();
     for (const char* key : {"id", "events", "grüße", "missing", ""}) {
       const Value element = dictionary.objectForKey(key);
-      EXPECT_EQ(lazy.decodeKey(key), element);
-      EXPECT_EQ(lazy.countOfKey(key), element.isArray() ? element.asArray()->size() : 0);
+      EXPECT_EQ(lazy.element(key).decode(), element);
+      EXPECT_EQ(lazy.element(key).count(), element.isArray() ? element.asArray()->size() : 0);
     }
     EXPECT_FALSE(lazy.isArray());
   }
@@ -155,7 +155,7 @@ TEST(PropertyListDictionaryFile, AnEntryThatCannotBeDecodedIsKept) {
   for (const Snapshot& same : {snapshot, opened(contentOf(Snapshot::ofEntries(snapshot.entries())))}) {
     for (const auto& [key, value] : same.entries()) {
       std::string text;
-      value.appendJSONOfKey("", text);
+      value.appendJSON(text);
       EXPECT_EQ(text, key == "a" ? "7" : "null");
       EXPECT_EQ(value.isDecodable(), key == "a");
     }
@@ -184,7 +184,7 @@ TEST(PropertyListDictionaryFile, ElementsAreCountedThatOneEntryCanHold) {
   EXPECT_EQ(countForEntry(elements, 6, 0), 1U);
   EXPECT_EQ(countForEntry(elements, 6, elements[6]), 0U);
   EXPECT_FALSE(Snapshot().withEntries({{"a", 1}, {"b", elements[5]}}));
-  EXPECT_EQ(Snapshot().withEntries({{"a", Array(3, million)}})->entries()[0].value.countOfKey(""), 3U);
+  EXPECT_EQ(Snapshot().withEntries({{"a", Array(3, million)}})->entries()[0].value.count(), 3U);
 }
 
 TEST(PropertyListDictionaryFile, OfXMLAndBinaryFilesLargeIntegersArePassedOn) {
@@ -195,7 +195,7 @@ TEST(PropertyListDictionaryFile, OfXMLAndBinaryFilesLargeIntegersArePassedOn) {
     const Snapshot grown = opened(file).withEntry("b", 1);
     EXPECT_EQ(contentOfFile(grown).asDictionary()->objectForKey("a"), root.objectForKey("a"));
     std::string text;
-    grown.entries()[0].value.appendJSONOfKey("", text);
+    grown.entries()[0].value.appendJSON(text);
     EXPECT_EQ(text, "[" + number + "]");
   }
 }
@@ -208,7 +208,7 @@ TEST(PropertyListDictionaryFile, OneSnapshotServesSeveralThreads) {
     threads.emplace_back([&snapshot, &seen, i] {
       const Snapshot grown = snapshot.withEntry("c", i);
       std::string text;
-      snapshot.entries()[0].value.appendJSONOfKey("events", text);
+      snapshot.entries()[0].value.element("events").appendJSON(text);
       seen[static_cast<std::size_t>(i)] = valuesOf(grown);
     });
   }

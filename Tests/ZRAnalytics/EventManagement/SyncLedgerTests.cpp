@@ -6,10 +6,9 @@ namespace zorvane::testing {
 namespace {
 
 using Ledger = ZRSyncLedger;
-using IDs = std::unordered_set<std::string>;
 
 // A flush of these batches, whose requests are out.
-ZRSyncRun startedRun(Ledger& ledger, const std::vector<std::string>& batchIDs, bool reset = false) {
+ZRSyncRun startedRun(Ledger& ledger, const std::vector<std::string_view>& batchIDs, bool reset = false) {
   EXPECT_EQ(ledger.arrive({false, reset, nullptr}), Ledger::Arrival::Start);
   ledger.load(batchIDs);
   return {{false, reset, nullptr}, batchIDs.size()};
@@ -28,7 +27,7 @@ TEST(SyncLedgerTest, AcceptedBatchIsSettledAndRefusedOneWaits) {
   EXPECT_FALSE(ledger.finish());
   EXPECT_EQ(ledger.end(false), Ledger::End::KeepRefused);
   EXPECT_EQ(ledger.end(true), Ledger::End::KeepAll);
-  EXPECT_EQ(ledger.settled(), (IDs{"1", "3", "unknown"}));
+  EXPECT_EQ(ledger.settled(), (Dictionary{{"1", true}, {"3", true}, {"unknown", true}}));
 }
 
 TEST(SyncLedgerTest, SettledBatchStaysSettledWhileItIsInTheFile) {
@@ -38,14 +37,14 @@ TEST(SyncLedgerTest, SettledBatchStaysSettledWhileItIsInTheFile) {
   EXPECT_EQ(ledger.arrive({}), Ledger::Arrival::Reload);
   ledger.load({"accepted", "out", "saved meanwhile"});
   EXPECT_EQ(ledger.waiting(), 2u);
-  EXPECT_EQ(ledger.settled(), (IDs{"accepted"}));
+  EXPECT_EQ(ledger.settled(), (Dictionary{{"accepted", true}}));
 
   (void)ledger.finish();
   (void)startedRun(ledger, {"accepted", "out"});
-  EXPECT_EQ(ledger.settled(), (IDs{"accepted"})) << "the file still holds it";
+  EXPECT_EQ(ledger.settled(), (Dictionary{{"accepted", true}})) << "the file still holds it";
   ledger.abandon();
   (void)startedRun(ledger, {"new"});
-  EXPECT_EQ(ledger.settled(), IDs{});
+  EXPECT_EQ(ledger.settled(), Dictionary{});
   EXPECT_EQ(ledger.waiting(), 1u);
 }
 
