@@ -62,7 +62,8 @@ bool ZRUserAttributeData::saveAttributeWithValue(const std::string& name, const 
 
 std::optional<Dictionary> ZRUserAttributeData::getIdentifierDict() const {
   std::optional<Dictionary> identifiers;
-  for (const ZRUserAttribute& attribute : userAttributesArray()) {
+  platform::MutexLock lock(mutex_);
+  for (const ZRUserAttribute& attribute : userAttributesArray_) {
     const bool isUniqueID = attribute.attributeName() == USER_ATTRIBUTE_UNIQUE_ID;
     if (!isUniqueID && attribute.attributeName() != USER_ATTRIBUTE_SEGMENT_ID) continue;
     if (!identifiers) identifiers.emplace();
