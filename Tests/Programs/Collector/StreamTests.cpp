@@ -73,9 +73,10 @@ class StreamTest : public ::testing::Test {
     if (!link_) link_ = std::make_unique<StreamLink>(servers_, true);
     return *link_;
   }
+  // UINT64_MAX if the server does not say it.
   std::uint64_t messages() {
     jsStreamInfo* info = nullptr;
-    if (js_GetStreamInfo(&info, link().context(), kStream, nullptr, nullptr) != NATS_OK) return 0;
+    if (js_GetStreamInfo(&info, link().context(), kStream, nullptr, nullptr) != NATS_OK) return UINT64_MAX;
     const std::uint64_t number = info->State.Msgs;
     jsStreamInfo_Destroy(info);
     return number;
