@@ -24,6 +24,10 @@ std::string jsonOf(const zr_value* value) {
   return json ? json.get() : zr_last_error();
 }
 
+std::string attributesOf(const zr_value* event) {
+  return jsonOf(zr_value_find(event, "EVENT_ATTRS", ZR_NUL)) + jsonOf(zr_value_find(event, "EVENT_ATTRS_CUST", ZR_NUL));
+}
+
 // A latch between two threads.
 class Signal {
  public:
@@ -127,8 +131,8 @@ class CApi : public ::testing::Test {
   }
   static constexpr int kCallbacks = 6;
 
-  void start() {
-    zr_options* const made = options();
+  void start() { start(options()); }
+  static void start(zr_options* made) {
     ASSERT_EQ(zr_start(made), ZR_OK) << zr_last_error();
     zr_options_free(made);
   }
@@ -146,8 +150,7 @@ class CApi : public ::testing::Test {
 TEST_F(CApi, JournalHasTheSizeThatWasSet) {
   zr_options* const made = options();
   ASSERT_EQ(zr_options_set_journal(made, 128u << 10, 0), ZR_OK);
-  ASSERT_EQ(zr_start(made), ZR_OK) << zr_last_error();
-  zr_options_free(made);
+  start(made);
   EXPECT_EQ(std::filesystem::file_size(folder_.file("Library/ZrvData/ZREventJournal")), 128u << 10);
   close();
 }
@@ -280,25 +283,22 @@ TEST_F(CApi, AttributesArriveTheSameInEachForm) {
   for (size_t i = 0; i < names.size(); ++i) {
     flat[i] = {&names[i], 1, kinds[i], 0, 5, 1.5, 2.5, "7", 1, list};
   }
-  Signal recorded;
-  std::string record;
   struct Seen {
-    Signal& signal;
-    std::string& record;
-  } seen{recorded, record};
+    Signal recorded;
+    std::string attributes;
+  } seen;
   const auto trigger = [](void* data, const char* name, size_t length, zr_value* event) {
     if (std::string(name, length) != "Flat") return;
     auto& to = *static_cast<Seen*>(data);
-    to.record =
-        jsonOf(zr_value_find(event, "EVENT_ATTRS", ZR_NUL)) + jsonOf(zr_value_find(event, "EVENT_ATTRS_CUST", ZR_NUL));
-    to.signal.set();
+    to.attributes = attributesOf(event);
+    to.recorded.set();
   };
   ASSERT_EQ(zr_set_trigger(ZR_TRIGGER_IN_APP, trigger, &seen, nullptr), ZR_OK);
   ASSERT_EQ(zr_track_attributes("Flat", ZR_NUL, flat, std::size(flat), sizeof flat[0]), ZR_OK) << zr_last_error();
-  recorded.wait();
+  seen.recorded.wait();
   const std::string expected = R"({"a":"","b":true,"c":5,"d":1.5,"e":"7","f":"37","g":"7","h":[1],"i":7})"
                                R"({"timestamp":[{"k":1500.0}],"location":[{"j":"1.500000,2.500000"}]})";
-  EXPECT_EQ(record, expected);
+  EXPECT_EQ(seen.attributes, expected);
 
   zr_properties* const properties = zr_properties_new();
   zr_properties_add_null(properties, "a", 1);
@@ -313,9 +313,7 @@ TEST_F(CApi, AttributesArriveTheSameInEachForm) {
   zr_properties_add_location(properties, "j", 1, 1.5, 2.5);
   zr_properties_add_date(properties, "k", 1, 1.5);
   zr_value* const event = zr_event_record("Flat", ZR_NUL, properties);
-  EXPECT_EQ(
-      jsonOf(zr_value_find(event, "EVENT_ATTRS", ZR_NUL)) + jsonOf(zr_value_find(event, "EVENT_ATTRS_CUST", ZR_NUL)),
-      expected);
+  EXPECT_EQ(attributesOf(event), expected);
   // An event that was tracked keeps what the handle held.
   ASSERT_EQ(zr_track("Before", ZR_NUL, properties), ZR_OK);
   zr_properties_add_string(properties, "e", 1, "changed", ZR_NUL);
@@ -384,8 +382,7 @@ TEST_F(CApi, ACloseInACallbackIsRefusedAndACallbackThatStillRunsIsTold) {
   EXPECT_EQ(host_.released, 1);
   // Nothing can be written: the module goes on after the close, while the test removes its folder.
   ASSERT_EQ(zr_options_set_folder(made, "/dev/null/none", ZR_NUL), ZR_OK);
-  ASSERT_EQ(zr_start(made), ZR_OK);
-  zr_options_free(made);
+  start(made);
   blocking.blocks = true;
   std::thread caller([] { EXPECT_EQ(zr_push_token_updated(), ZR_OK); });
   blocking.entered.wait();
@@ -409,8 +406,7 @@ TEST_F(CApi, AResponseAfterTheCloseIsTakenAndTheHostHearsNothing) {
   };
   zr_options* const made = options();
   ASSERT_EQ(zr_options_set_folder(made, "/dev/null/none", ZR_NUL), ZR_OK);
-  ASSERT_EQ(zr_start(made), ZR_OK);
-  zr_options_free(made);
+  start(made);
   ASSERT_EQ(zr_update_device(Host::complete, &host_, Host::release), ZR_OK);
   EXPECT_NE(zr_close(0, nullptr), ZR_ERROR_NOT_STARTED);
   while (host_.released < kCallbacks + 1) std::this_thread::yield();
@@ -458,8 +454,7 @@ TEST_F(CApi, TheHostsLoopRunsTheTasks) {
   };
   zr_options* const made = options();
   ASSERT_EQ(zr_options_set_main_loop(made, post, isMain, &loop, nullptr), ZR_OK);
-  ASSERT_EQ(zr_start(made), ZR_OK);
-  zr_options_free(made);
+  start(made);
   std::thread([] { EXPECT_EQ(zr_enter_background(), ZR_OK); }).join();
   loop.posted.wait();
   ASSERT_FALSE(loop.tasks.empty());

@@ -16,6 +16,7 @@
 #include "Collector/Server.h"
 #include "Collector/StreamLink.h"
 #include "Collector/StreamMessage.h"
+#include "Support/TemporaryDirectory.h"
 
 namespace zorvane::collector {
 namespace {
@@ -37,27 +38,18 @@ void until(const std::function<bool()>& holds) {
 
 class StreamTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char name[] = "/tmp/zrcollector-stream-XXXXXX";
-    ASSERT_NE(::mkdtemp(name), nullptr);
-    directory_ = name;
-    startServer();
-  }
-  void TearDown() override {
-    link_.reset();
-    nats_.reset();
-    std::filesystem::remove_all(directory_);
-  }
+  StreamTest() { startServer(); }
 
   // With what it stored before, at the port that it had before.
   void startServer() {
-    nats_ = std::make_unique<ChildProcess>(ZR_NATS_SERVER,
-                                           std::vector<std::string>{"-a", "127.0.0.1", "-p", port_, "-js", "-sd",
-                                                                    directory_ + "/js", "--ports_file_dir", directory_},
-                                           directory_ + "/nats.log");
+    nats_ =
+        std::make_unique<ChildProcess>(ZR_NATS_SERVER,
+                                       std::vector<std::string>{"-a", "127.0.0.1", "-p", port_, "-js", "-sd",
+                                                                folder_.file("js"), "--ports_file_dir", folder_.path()},
+                                       folder_.file("nats.log"));
     std::string address;
     until([&] {
-      for (const auto& file : std::filesystem::directory_iterator(directory_)) {
+      for (const auto& file : std::filesystem::directory_iterator(folder_.path())) {
         if (file.path().extension() != ".ports") continue;
         std::ifstream stream(file.path());
         const json ports = json::parse(stream, nullptr, false);
@@ -72,7 +64,7 @@ class StreamTest : public ::testing::Test {
     link_.reset();
     nats_->send(SIGKILL);
     nats_->wait();
-    for (const auto& file : std::filesystem::directory_iterator(directory_)) {
+    for (const auto& file : std::filesystem::directory_iterator(folder_.path())) {
       if (file.path().extension() == ".ports") std::filesystem::remove(file.path());
     }
   }
@@ -81,9 +73,10 @@ class StreamTest : public ::testing::Test {
     if (!link_) link_ = std::make_unique<StreamLink>(servers_, true);
     return *link_;
   }
+  // UINT64_MAX if the server does not say it.
   std::uint64_t messages() {
     jsStreamInfo* info = nullptr;
-    if (js_GetStreamInfo(&info, link().context(), kStream, nullptr, nullptr) != NATS_OK) return 0;
+    if (js_GetStreamInfo(&info, link().context(), kStream, nullptr, nullptr) != NATS_OK) return UINT64_MAX;
     const std::uint64_t number = info->State.Msgs;
     jsStreamInfo_Destroy(info);
     return number;
@@ -113,8 +106,15 @@ class StreamTest : public ::testing::Test {
     options.stream = servers_;
     return options;
   }
+  Options storing() const {
+    Options options;
+    options.quiet = true;
+    options.from = servers_;
+    options.database = database();
+    return options;
+  }
   std::vector<std::string> consuming() const { return {"--quiet", "--from", servers_, "--db", database()}; }
-  std::string database() const { return directory_ + "/collected.db"; }
+  std::string database() const { return folder_.file("collected.db"); }
   std::string query(const char* sql) const {
     Session session(database());
     std::string rows;
@@ -134,7 +134,8 @@ class StreamTest : public ::testing::Test {
     return httplib::Client("127.0.0.1", server.port()).Get(path)->status;
   }
 
-  std::string directory_, servers_, port_ = "-1";
+  const platform::TemporaryDirectory folder_;
+  std::string servers_, port_ = "-1";
   std::unique_ptr<ChildProcess> nats_;
   std::unique_ptr<StreamLink> link_;
 };
@@ -205,11 +206,7 @@ TEST_F(StreamTest, AConsumerStoresAsIfTheRequestHadComeToIt) {
   js_Publish(nullptr, link().context(), kReportSubject, "no request", 10, nullptr, nullptr);
   publish("b2");
   publish("b3", {{"viewsCount", 1}});
-  Options options;
-  options.quiet = true;
-  options.from = servers_;
-  options.database = database();
-  Server server(options);
+  Server server(storing());
   server.start();
   until([&] { return messages() == 0; });
   EXPECT_EQ(query("SELECT received_at || app_id || status || signature || bid FROM requests WHERE accepted = 1 AND "
@@ -224,11 +221,7 @@ TEST_F(StreamTest, AConsumerStoresAsIfTheRequestHadComeToIt) {
 }
 
 TEST_F(StreamTest, WhatTheDatabaseDoesNotTakeStaysInTheStream) {
-  Options options;
-  options.quiet = true;
-  options.from = servers_;
-  options.database = database();
-  Server server(options);
+  Server server(storing());
   server.start();
   publish("b1");
   until([&] { return messages() == 0; });

@@ -41,6 +41,17 @@ class JournalTest : public ModuleTest {
   void track(const std::string& name, std::shared_ptr<ZRProperties> properties = nullptr) {
     ZRAnalytics::sharedInstance().trackEventWithProperties(name, std::move(properties));
   }
+  // Tracks it and waits until it is recorded.
+  void record(const std::string& name) {
+    track(name);
+    settle();
+  }
+  static void save() { ZREventsHandler::sharedInstance().saveCurrentBatch(); }
+  std::string batches() const { return documents("ZorvaneBatchEvents.plist"); }
+  void makeSavesFail() {
+    ZREventsHandler::sharedInstance().removeEventsPlistFile();
+    fs::create_directory(batches());
+  }
   static std::string session() {
     return ZRSessionManager::sharedSessionManager()
         .getCurrentSessionInfoDict()
@@ -110,12 +121,10 @@ TEST_F(JournalTest, KilledLaunchLosesNoEvent) {
 TEST_F(JournalTest, EventsStayInTheirSession) {
   inEarlierLaunch([&] {
     launch();
-    track("Old");
-    settle();
+    record("Old");
     // A session without a flush, as after a reset.
     ZRSessionManager::sharedSessionManager().reinitiateSession();
-    track("New");
-    settle();
+    record("New");
     ZRSessionManager::sharedSessionManager().updateSourcesForCurrentSession(
         ZRSourceArray{ZRSource::initSourceWithURL("https://shop.test/?utm_source=mail")});
     track("Sourced");
@@ -134,11 +143,9 @@ TEST_F(JournalTest, EventsStayInTheirSession) {
 TEST_F(JournalTest, SavedAndRejectedEventsDoNotComeBack) {
   inEarlierLaunch([&] {
     launch({{"blacklisted_events", Array{"Blocked"}}});
-    track("Saved");
-    settle();
-    ZREventsHandler::sharedInstance().saveCurrentBatch();
-    track("Blocked");
-    settle();
+    record("Saved");
+    save();
+    record("Blocked");
     track("BlockedLater");
     track("Kept");
   });
@@ -149,8 +156,7 @@ TEST_F(JournalTest, SavedAndRejectedEventsDoNotComeBack) {
 TEST_F(JournalTest, NothingComesBackAfterAnOptOut) {
   inEarlierLaunch([&] {
     launch();
-    track("Recorded");
-    settle();
+    record("Recorded");
     track("Called");
     ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
     ZRAnalytics::sharedInstance().optOutOfDataTracking(false);
@@ -163,21 +169,17 @@ TEST_F(JournalTest, NothingComesBackAfterAnOptOut) {
 TEST_F(JournalTest, RefusedSaveLeavesTheEventsInTheJournal) {
   inEarlierLaunch([&] {
     launch();
-    track("One");
-    settle();
-    ZREventsHandler::sharedInstance().removeEventsPlistFile();
-    fs::create_directory(documents("ZorvaneBatchEvents.plist"));
-    ZREventsHandler::sharedInstance().saveCurrentBatch();
-    track("Two");
-    settle();
+    record("One");
+    makeSavesFail();
+    save();
+    record("Two");
   });
   inEarlierLaunch([&] {
     launch();
     EXPECT_TRUE(log_->has("Journal : its events cannot be saved and wait for the next launch"));
-    fs::remove(documents("ZorvaneBatchEvents.plist"));
-    track("Three");
-    settle();
-    ZREventsHandler::sharedInstance().saveCurrentBatch();
+    fs::remove(batches());
+    record("Three");
+    save();
   });
   launch();
   EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("Three"), ElementsAre("One", "Two")));
@@ -188,9 +190,9 @@ TEST_F(JournalTest, UnreadableBatchFileLeavesTheEventsInTheJournal) {
     launch();
     track("One");
   });
-  writeAll(documents("ZorvaneBatchEvents.plist"), "no property list");
+  writeAll(batches(), "no property list");
   inEarlierLaunch([&] { launch(); });
-  fs::remove(documents("ZorvaneBatchEvents.plist"));
+  fs::remove(batches());
   launch();
   EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("One")));
 }
@@ -202,14 +204,13 @@ TEST_F(JournalTest, FullJournalIsReportedOnceAndEmptiesWithASave) {
     for (int i = 0; i < 1000; ++i) track("Many");
     settle();
     EXPECT_EQ(log_->count("Journal : full, events are in memory only"), 1u);
-    ZREventsHandler::sharedInstance().saveCurrentBatch();
+    save();
     EXPECT_EQ(savedNames().at(0).size(), 1000u) << "those that had no room too";
-    fs::remove(documents("ZorvaneBatchEvents.plist"));
+    fs::remove(batches());
     // Several times the size of the ring.
     for (int i = 0; i < 1000; ++i) {
-      track("Wrapped" + std::to_string(i));
-      settle();
-      if (i % 7 == 0) ZREventsHandler::sharedInstance().saveCurrentBatch();
+      record("Wrapped" + std::to_string(i));
+      if (i % 7 == 0) save();
     }
   });
   const auto before = savedNames().size();
@@ -232,7 +233,7 @@ TEST_F(JournalTest, DamageCostsWhatIsDamaged) {
     launch();
     EXPECT_TRUE(log_->has("Journal : 1 records are damaged and lost"));
     EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("Whole")));
-    fs::remove(documents("ZorvaneBatchEvents.plist"));
+    fs::remove(batches());
     track("Damaged");
   });
   bytes = readAll(journal());
@@ -249,15 +250,13 @@ TEST_F(JournalTest, DamagedFieldOutsideOfTheCallCostsNoEvent) {
         offsetof(journal::Record, isAllowed), offsetof(journal::Record, store), offsetof(journal::Record, batchID)}) {
     SCOPED_TRACE(field);
     fs::remove(journal());
-    fs::remove(documents("ZorvaneBatchEvents.plist"));
+    fs::remove(batches());
     inEarlierLaunch([&] {
       launch();
-      track("Saved");
-      settle();
-      ZREventsHandler::sharedInstance().saveCurrentBatch();
-      fs::remove(documents("ZorvaneBatchEvents.plist"));
-      track("Damaged");
-      settle();
+      record("Saved");
+      save();
+      fs::remove(batches());
+      record("Damaged");
     });
     std::string bytes = readAll(journal());
     bytes[bytes.find("Damaged") - 5 - sizeof(journal::Record) + field] ^= 1;
@@ -277,8 +276,7 @@ TEST_F(JournalTest, EventsThatTheOptOutListAllowedComeBack) {
     track("ListedLater");
     analytics.updateOptOutEvents({"Listed", "ListedLater", "Blocked"});
     track("Other");
-    track("Listed");
-    settle();
+    record("Listed");
     track("Blocked");
     track("Listed");
   });
@@ -289,20 +287,17 @@ TEST_F(JournalTest, EventsThatTheOptOutListAllowedComeBack) {
 TEST_F(JournalTest, SaveByHostCodeWithinASaveThatFailsReleasesNoEventOfThatSave) {
   inEarlierLaunch([&] {
     launch();
-    track("Outer");
-    settle();
-    ZREventsHandler::sharedInstance().removeEventsPlistFile();
-    fs::create_directory(documents("ZorvaneBatchEvents.plist"));
+    record("Outer");
+    makeSavesFail();
     log_->onMessage = [&](const std::string& message) {
       if (!message.starts_with("Batch Events plist :")) return;
       log_->onMessage = nullptr;
-      fs::remove(documents("ZorvaneBatchEvents.plist"));
-      track("Inner");
-      settle();
-      ZREventsHandler::sharedInstance().saveCurrentBatch();
+      fs::remove(batches());
+      record("Inner");
+      save();
       _exit(HasFailure() ? 1 : 0);
     };
-    ZREventsHandler::sharedInstance().saveCurrentBatch();
+    save();
     ADD_FAILURE() << "the save has not failed";
   });
   launch();
@@ -311,8 +306,7 @@ TEST_F(JournalTest, SaveByHostCodeWithinASaveThatFailsReleasesNoEventOfThatSave)
 
 TEST_F(JournalTest, ExceptionBehindTheReplacementOfTheBatchFileSavesNoEventTwice) {
   launch();
-  track("Once");
-  settle();
+  record("Once");
   static bool isReplaced = false;
   static platform::SystemCalls calls = platform::kRealSystemCalls;
   calls.renameat = [](int from, const char* name, int to, const char* other) {
@@ -324,9 +318,9 @@ TEST_F(JournalTest, ExceptionBehindTheReplacementOfTheBatchFileSavesNoEventTwice
     return ::fstatat(directory, name, status, flags);
   };
   platform::setSystemCalls(&calls);
-  ZREventsHandler::sharedInstance().saveCurrentBatch();
+  save();
   platform::setSystemCalls(nullptr);
-  ZREventsHandler::sharedInstance().saveCurrentBatch();
+  save();
   EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("Once")));
 }
 
@@ -338,8 +332,7 @@ TEST_F(JournalTest, ForkedChildLeavesTheJournalToItsParent) {
   char byte = 0;
   inEarlierLaunch([&] {
     launch();
-    track("Parent");
-    settle();
+    record("Parent");
     if (fork() == 0) {
       track("Child");
       ZREventsHandler::sharedInstance().clearEventsdata();
@@ -376,7 +369,7 @@ TEST_F(JournalTest, SecondProcessRunsWithoutOne) {
   track("First");
   inEarlierLaunch([&] {
     // The core is configured already; another journal over the same file.
-    makeEventJournal()->open(*std::make_unique<ZRBatchFile>(documents("ZorvaneBatchEvents.plist")));
+    makeEventJournal()->open(*std::make_unique<ZRBatchFile>(batches()));
     EXPECT_THAT(log_->messages().back(), ::testing::StartsWith("Journal : events are in memory only: flock"));
   });
   settle();
