@@ -90,10 +90,7 @@ void ZRAnalytics::updateModules() {
       logLine(success ? "Report add successful for previous sessions"
                       : "Report add unsuccessful for previous sessions");
     });
-    // The handler reads a file when it is made; without a login to complete, that is later and on another thread.
-    if (!ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyModifiedUserAttrUniqueID).isNil()) {
-      ZRUserAttributesHandler::sharedHandler().applyStoredUniqueID();
-    }
+    ZRUserAttributesHandler::applyStoredUniqueID();
   });
 }
 
