@@ -1,6 +1,7 @@
 #include "Host/Runtime.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -73,9 +74,7 @@ std::shared_ptr<platform::LocaleService> makeLocale() {
 #endif
 }
 
-std::string madeDirectory(const std::string& path) {
-  const auto made = platform::makeDirectories(path);
-  if (!made) throw UsageError("--data: " + made.error().message);
+std::string usableDirectory(const std::string& path) {
   char* const resolved = ::realpath(path.c_str(), nullptr);
   if (!resolved || ::access(resolved, R_OK | W_OK | X_OK) != 0) {
     throw UsageError("--data: cannot write in " + path + ": " + std::strerror(errno));
@@ -86,8 +85,19 @@ std::string madeDirectory(const std::string& path) {
 }
 
 platform::Directories makeContainer(const std::string& path) {
-  return {madeDirectory(platform::joinPath(path, "Documents")), madeDirectory(platform::joinPath(path, "Library")),
-          madeDirectory(platform::joinPath(path, "Defaults"))};
+  auto made = platform::makeDirectories(path);
+  if (!made) throw UsageError("--data: " + made.error().message);
+  platform::Directories directories{platform::joinPath(path, "Documents"), platform::joinPath(path, "Library"),
+                                    platform::joinPath(path, "Defaults")};
+  // One sync for the three. What cannot be made is not usable.
+  bool isNew = false;
+  for (std::string* directory : {&directories.documents, &directories.library, &directories.defaults}) {
+    if (::mkdir(directory->c_str(), 0700) == 0) isNew = true;
+    *directory = usableDirectory(*directory);
+  }
+  if (isNew) made = platform::syncDirectoryOf(directories.documents);
+  if (!made) throw UsageError("--data: " + made.error().message);
+  return directories;
 }
 
 int openTrace(const std::string& path) {

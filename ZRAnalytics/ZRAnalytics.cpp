@@ -90,7 +90,7 @@ void ZRAnalytics::updateModules() {
       logLine(success ? "Report add successful for previous sessions"
                       : "Report add unsuccessful for previous sessions");
     });
-    ZRUserAttributesHandler::sharedHandler().applyStoredUniqueID();
+    ZRUserAttributesHandler::applyStoredUniqueID();
   });
 }
 

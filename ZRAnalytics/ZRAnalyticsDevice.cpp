@@ -56,7 +56,10 @@ void ZRAnalytics::trackSDKVersion() {
     const std::string version = ZRCoreUtils::getZorvaneSDKVersion();
     const Value stored = ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeySDKVersion);
     if (stored == Value(version)) return;
-    keepInDefaults(version, kUserDefaultsKeySDKVersion);
+    // Undone by a power loss, it is stored once more. A reinstallation would be tracked once more, too.
+    const bool isReinstall = stored.isNil() && ZorvaneCore::sharedInstance().isDeviceUniqueIDPresentInKeyChain();
+    keepInDefaults(version, kUserDefaultsKeySDKVersion,
+                   isReinstall ? platform::Durability::Lasting : platform::Durability::Eventual);
     if (stored.isNil()) trackReinstall();
   });
 }

@@ -205,10 +205,10 @@ bool CoreState::choice(std::string_view key) {
   return choices_.boolForKey(key);
 }
 
-void CoreState::setChoice(std::string_view key, Value value) {
+void CoreState::setChoice(std::string_view key, Value value, platform::Durability durability) {
   choices_.setObjectForKey(std::move(value), key);
   // If the write fails, the choice holds in this process and is written again later, see configure().
-  (void)choices_.writeChanges();
+  (void)choices_.writeChanges(durability);
   refreshGates();
 }
 
@@ -231,8 +231,10 @@ void CoreState::setSdkConfiguration(const ZRSDKConfiguration& configuration) {
   keep(configuration.analyticsDisablePeriodicFlush_, kChoicePeriodicFlushDisabled);
   const auto& duration = configuration.analyticsPeriodicFlushDuration_;
   if (duration.changed) choices_.setObjectForKey(*duration.value, kChoicePeriodicFlushDuration);
+  // A power loss may undo a choice about the flush timer, but none about an identifier.
+  const bool isLasting = configuration.optOutIDFVTracking_.changed || configuration.optOutIDFATracking_.changed;
   // If the write fails, the choice holds in this process and is written again later, see configure().
-  (void)choices_.writeChanges();
+  (void)choices_.writeChanges(isLasting ? platform::Durability::Lasting : platform::Durability::Eventual);
 }
 
 void configureCore(CoreSetup setup) {

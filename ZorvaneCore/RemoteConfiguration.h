@@ -77,7 +77,7 @@ class CoreState {
   // The choices kept over restarts, in "core.plist" in the library directory. One that cannot be written is written
   // again with the next synchronize of the SDK defaults and each time the application leaves the foreground.
   bool choice(std::string_view key);
-  void setChoice(std::string_view key, Value value);
+  void setChoice(std::string_view key, Value value, platform::Durability durability = platform::Durability::Lasting);
   ZRSDKConfiguration sdkConfiguration();
   void setSdkConfiguration(const ZRSDKConfiguration& configuration);
 

@@ -37,7 +37,8 @@ bool ZRCoreUtils::installRegistered() {
   return CoreState::shared().choice(kChoiceInstallRegistered);
 }
 void ZRCoreUtils::registerInstall() {
-  CoreState::shared().setChoice(kChoiceInstallRegistered, true);
+  // A power loss may undo it: the installed version, written before, tells that this is no installation.
+  CoreState::shared().setChoice(kChoiceInstallRegistered, true, platform::Durability::Eventual);
 }
 
 std::optional<std::string> ZRCoreUtils::getSDKUniqueIdForUser() {

@@ -24,9 +24,16 @@ namespace zorvane::platform {
 namespace {
 
 Error errorOf(const char* action, const std::string& path, int code, const char* call) {
-  return {
-      std::string("cannot ") + action + ' ' + path + ": " + std::generic_category().message(code) + " (" + call + ')',
-      code};
+  std::string message = "cannot ";
+  message += action;
+  message += ' ';
+  message += path;
+  message += ": ";
+  message += std::generic_category().message(code);
+  message += " (";
+  message += call;
+  message += ')';
+  return {std::move(message), code};
 }
 
 bool isUsablePath(const std::string& path) {

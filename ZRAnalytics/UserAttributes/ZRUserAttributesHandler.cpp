@@ -194,10 +194,13 @@ bool ZRUserAttributesHandler::setRequestedUniqueIDAgain() {
 
 void ZRUserAttributesHandler::applyStoredUniqueID() {
   const Value stored = storedUniqueID();
-  if (stored.isNil() || isResetPending()) return;
-  const auto wanted = requestedUniqueID();
-  setUserAttributeUniqueID(wanted ? Value(*wanted) : stored);
-  removeStoredUniqueIDUnlessResetPending();
+  if (stored.isNil()) return;
+  // Reads a file when it is made: not on the way of every start.
+  ZRUserAttributesHandler& handler = sharedHandler();
+  if (handler.isResetPending()) return;
+  const auto wanted = handler.requestedUniqueID();
+  handler.setUserAttributeUniqueID(wanted ? Value(*wanted) : stored);
+  handler.removeStoredUniqueIDUnlessResetPending();
 }
 
 std::shared_ptr<ZRUserAttributesHandler::PendingReset> ZRUserAttributesHandler::beginReset() {

@@ -34,7 +34,7 @@ class ZRUserAttributesHandler {
   void forceResetUserWithNewUserAttributeUniqueID(const std::string& uniqueID);
   // Finishes a forced logout that an earlier launch could not finish: logs the stored ID in. Does nothing while a reset
   // is pending, which will do that.
-  void applyStoredUniqueID();
+  static void applyStoredUniqueID();
 
   // A reset of the user that is on its way to its flush. Ends with end() or with its last owner. Any thread.
   class PendingReset {
