@@ -1,7 +1,6 @@
 #include "Platform/Application/DeviceServices.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
@@ -54,6 +53,8 @@ class ProcessLocale final : public LocaleService {
 
 class ProcessTimeZone final : public TimeZone {
  public:
+  ProcessTimeZone() { ::tzset(); }
+
   std::int64_t secondsFromGMT(Date date) const override {
     if (std::isnan(date.secondsSince1970)) return 0;
     constexpr double kFirst = -62135596800.0;  // 0001-01-01
@@ -62,11 +63,6 @@ class ProcessTimeZone final : public TimeZone {
     seconds = std::clamp<std::int64_t>(seconds, std::numeric_limits<std::time_t>::min(),
                                        std::numeric_limits<std::time_t>::max());
     const auto moment = static_cast<std::time_t>(seconds);
-    // Reads a file, so it waits until here. localtime_r need not do it.
-    if (!isRead_.load(std::memory_order_acquire)) {
-      ::tzset();
-      isRead_.store(true, std::memory_order_release);
-    }
     std::tm local{};
     if (!::localtime_r(&moment, &local)) return 0;
     const CivilTime civil{.year = std::int64_t{local.tm_year} + 1900,
@@ -77,9 +73,6 @@ class ProcessTimeZone final : public TimeZone {
                           .second = local.tm_sec};
     return secondsFromCivilTime(civil) - seconds;
   }
-
- private:
-  mutable std::atomic<bool> isRead_{false};
 };
 
 }  // namespace

@@ -63,8 +63,8 @@ ZR_PUBLIC std::optional<std::string> identifierOfLocaleName(std::string_view nam
 // The locale of the process's environment at the time of the call: the first that is set of LC_ALL, LC_MESSAGES and
 // LANG. For "C" and "POSIX" everything is unknown. No display names.
 ZR_PUBLIC std::shared_ptr<LocaleService> makeProcessLocale();
-// The process's time zone (TZ, else the machine's) at the time of the first question. Before the year 1 and after the
-// year 9999, the offset is that of the first or last second of these years.
+// The process's time zone (TZ, else the machine's) at the time of the call. Before the year 1 and after the year 9999,
+// the offset is that of the first or last second of these years.
 ZR_PUBLIC std::shared_ptr<TimeZone> makeProcessTimeZone();
 
 }  // namespace zorvane::platform
