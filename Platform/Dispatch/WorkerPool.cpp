@@ -29,12 +29,30 @@ void WorkerPool::post(Priority priority, Task&& task, Urgency urgency) {
   {
     MutexLock lock(mutex_);
     if (isShutDown()) return;
-    (priority == Priority::Default ? default_ : background_).push(std::move(task));
-    context_->tasks.add();
+    if (urgency == Urgency::Soon && priority == Priority::Default) {
+      addToBatch(std::move(task));
+    } else {
+      (priority == Priority::Default ? default_ : background_).push(std::move(task));
+      if (priority == Priority::Default) openBatch_ = nullptr;
+      context_->tasks.add();
+    }
     updateHint();
     call = neededCall(urgency);
   }
   carryOut(call);
+}
+
+void WorkerPool::addToBatch(Task&& task) {
+  if (!openBatch_) {
+    auto batch = std::make_unique<TaskFifo>();
+    TaskFifo* const opened = batch.get();
+    default_.push([context = context_.get(), tasks = std::move(batch)] {
+      for (; !tasks->empty(); tasks->popFront()) context->uncaught.guard(tasks->front());
+    });
+    context_->tasks.add();
+    openBatch_ = opened;
+  }
+  openBatch_->push(std::move(task));
 }
 
 void WorkerPool::hurry() {
@@ -55,6 +73,7 @@ void WorkerPool::shutDown() {
     sleepers = asleep_;
     dropped[0].swap(default_);
     dropped[1].swap(background_);
+    openBatch_ = nullptr;
     updateHint();
   }
   for (; sleepers > 0; --sleepers) workerCalled_.post();
@@ -137,6 +156,7 @@ bool WorkerPool::tryTake(Item& item) {
   TaskFifo& tasks = default_.empty() ? background_ : default_;
   item.task = std::move(tasks.front());
   tasks.popFront();
+  if (default_.empty()) openBatch_ = nullptr;
   updateHint();
   soonWaits_.store(false, std::memory_order_relaxed);
   ++taken_;

@@ -40,11 +40,11 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
  public:
   explicit WorkerPool(std::shared_ptr<QueueContext> context);
 
-  // Whether a task may wait for a lingering worker.
+  // Whether a task may wait for a lingering worker, and for others of the kind that were posted just before it.
   enum class Urgency { Now, Soon };
 
   // Starts tasks in the order in which they were posted, default priority before background priority. Counts the task
-  // in the context until it is done. After shutDown() the task is dropped.
+  // in the context until it is done. After shutDown() the task is dropped. At background priority Soon is Now.
   void post(Priority priority, Task&& task, Urgency urgency);
   // Ends the wait of the tasks that were posted as Soon.
   void hurry();
@@ -92,6 +92,8 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   // How many waiting tasks may start now.
   std::size_t runnable() const ZR_REQUIRES(mutex_);
   void updateHint() ZR_REQUIRES(mutex_) { waiting_.store(runnable(), std::memory_order_relaxed); }
+  // Adds the task to the open batch, or opens one.
+  void addToBatch(Task&& task) ZR_REQUIRES(mutex_);
   // Which thread to wake or start so that waiting tasks run. The counters already include it: always pass the result to
   // carryOut().
   Call neededCall(Urgency urgency = Urgency::Now) ZR_REQUIRES(mutex_);
@@ -107,6 +109,8 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   Mutex mutex_;
   TaskFifo default_ ZR_GUARDED_BY(mutex_);
   TaskFifo background_ ZR_GUARDED_BY(mutex_);
+  // The tasks that the last one of default_ will run, if more may join them; else null. One take serves them all.
+  TaskFifo* openBatch_ ZR_GUARDED_BY(mutex_) = nullptr;
 
   // Workers in each state. A called worker counts as looking from the call on.
   int looking_ ZR_GUARDED_BY(mutex_) = 0;

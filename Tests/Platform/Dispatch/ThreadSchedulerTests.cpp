@@ -81,6 +81,35 @@ TEST(ThreadScheduler, ATaskForASerialQueueComesBehindThoseOfTasksThatWait) {
   EXPECT_EQ(order, "first second ");
 }
 
+TEST(ThreadScheduler, TasksThatMayWaitKeepTheirPlaceAmongOthers) {
+  const auto scheduler = makeThreadScheduler(std::make_shared<SystemClock>());
+  Queue& queue = scheduler->globalQueue(Priority::Default);
+  // All but one of the eight workers stay blocked, so one task runs at a time.
+  std::latch blocked(8);
+  std::latch releaseOne(1);
+  std::latch releaseOthers(1);
+  for (int worker = 0; worker < 8; ++worker) {
+    queue.async([&, worker] {
+      blocked.count_down();
+      (worker == 0 ? releaseOne : releaseOthers).wait();
+    });
+  }
+  blocked.wait();
+  std::vector<int> order;
+  for (const int number : {0, 3, 6}) {
+    queue.asyncSoon([&, number] { order.push_back(number); });
+    queue.asyncSoon([&, number] { order.push_back(number + 1); });
+    queue.async([&, number] { order.push_back(number + 2); });
+  }
+  std::latch done(1);
+  queue.async([&] { done.count_down(); });
+  releaseOne.count_down();
+  done.wait();
+  EXPECT_EQ(order, std::vector({0, 1, 2, 3, 4, 5, 6, 7, 8}));
+  releaseOthers.count_down();
+  scheduler->waitUntilIdle();
+}
+
 TEST(ThreadScheduler, TheMainThreadRunsItsTasksWhileItWaits) {
   const auto scheduler = makeThreadScheduler(std::make_shared<SystemClock>(), {.adoptedByHost = true});
   std::latch release(1);
