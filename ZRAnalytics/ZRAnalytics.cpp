@@ -95,19 +95,20 @@ void ZRAnalytics::updateModules() {
 }
 
 void ZRAnalytics::trackEventWithProperties(Value name, std::shared_ptr<const ZRProperties> properties) {
-  guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
+  ZREventJournal* const journal = ZRConfigDataManager::sharedInstance().getEventJournal();
+  ZREventJournal::Ticket ticket = 0;
+  const bool isPosted = guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
     if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
-    if (ZRConfigDataManager::sharedInstance().getEventJournal()) {
-      // At once, so that the event is in the journal when this returns, in the order of the calls.
-      return ZREventsHandler::sharedInstance().trackEventWithProperties(std::move(name), std::move(properties));
-    }
+    // Now, so that the event is in the journal when this returns.
+    if (journal) ticket = journal->called(name, properties.get());
     globalQueue(platform::Priority::Default)
-        .asyncSoon([name = std::move(name), properties = std::move(properties)]() mutable {
+        .asyncSoon([name = std::move(name), properties = std::move(properties), ticket]() mutable {
           guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
-            ZREventsHandler::sharedInstance().trackEventWithProperties(std::move(name), std::move(properties));
+            ZREventsHandler::sharedInstance().trackCalledEvent(std::move(name), std::move(properties), ticket);
           });
         });
   });
+  if (!isPosted && journal) journal->released(ticket);
 }
 
 void ZRAnalytics::trackEventBuilderPayload(const Value& name, const std::shared_ptr<const ZRPayloadBuilder>& builder) {

@@ -86,19 +86,29 @@ void ZREventsHandler::trackEventWithProperties(Value name, std::shared_ptr<const
 void ZREventsHandler::trackEventWithPropertiesWithCompletionBlock(Value name,
                                                                   std::shared_ptr<const ZRProperties> properties,
                                                                   std::function<void()> completion) {
+  track(std::move(name), std::move(properties), std::move(completion), 0, journal_);
+}
+
+void ZREventsHandler::trackCalledEvent(Value name, std::shared_ptr<const ZRProperties> properties,
+                                       ZREventJournal::Ticket ticket) {
+  track(std::move(name), std::move(properties), nullptr, ticket, nullptr);
+}
+
+void ZREventsHandler::track(Value&& name, std::shared_ptr<const ZRProperties>&& properties,
+                            std::function<void()>&& completion, ZREventJournal::Ticket ticket,
+                            ZREventJournal* journal) {
   bool enabled = true;
-  ZREventJournal::Ticket ticket = 0;
   const bool isPosted = guarded({kFile, kTrackEvent, 190}, "exception is %@", [&] {
     enabled = ZRCoreUtils::isSDKEnabled();
     if (!enabled) return;
-    if (journal_) ticket = journal_->called(name, properties.get());
+    if (journal) ticket = journal->called(name, properties.get());
     reports_serial_queue_.async(
         [this, event = TrackedEvent{std::move(name), std::move(properties), std::move(completion), ticket}]() mutable {
           reports_serial_queue_.assertCurrent();
           acceptEvent(event);
         });
   });
-  if (!isPosted && journal_) journal_->released(ticket);
+  if (journal_ && !(isPosted && enabled)) journal_->released(ticket);
   if (!enabled) callBlock({kFile, kTrackEvent}, "exception is %@", completion);
 }
 

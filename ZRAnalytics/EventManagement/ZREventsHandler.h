@@ -43,6 +43,8 @@ class ZREventsHandler {
   void trackEventWithProperties(Value name, std::shared_ptr<const ZRProperties> properties);
   void trackEventWithPropertiesWithCompletionBlock(Value name, std::shared_ptr<const ZRProperties> properties,
                                                    std::function<void()> completion);
+  // The same for an event that the journal knows already; 0: it does not.
+  void trackCalledEvent(Value name, std::shared_ptr<const ZRProperties> properties, ZREventJournal::Ticket ticket);
   bool shouldEventBeTrackedWithName(const Value& name) const;
   // Whether the user's choice allows the event; if not, the log says so.
   bool isTrackingAllowed(std::string_view name) const;
@@ -130,6 +132,9 @@ class ZREventsHandler {
     std::function<void()> completion;
     ZREventJournal::Ticket ticket = 0;
   };
+  // Tells the journal, if one is given, and posts acceptEvent.
+  void track(Value&& name, std::shared_ptr<const ZRProperties>&& properties, std::function<void()>&& completion,
+             ZREventJournal::Ticket ticket, ZREventJournal* journal);
   void release(const TrackedEvent& event) const;
   void acceptEvent(TrackedEvent& event) ZR_REQUIRES(reports_serial_queue_);
   void recordAcceptedEvent(const TrackedEvent& event) ZR_REQUIRES(reports_serial_queue_);

@@ -284,6 +284,17 @@ TEST_F(JournalTest, EventsThatTheOptOutListAllowedComeBack) {
   EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("ListedLater", "Listed", "Listed")));
 }
 
+TEST_F(JournalTest, EventsComeBehindTheCallsBeforeThem) {
+  launch();
+  ZRAnalytics::sharedInstance().setUserAttributeForKey("Ada", "First");
+  track("Behind");
+  settle();
+  const std::vector<std::string> names = eventNames(*ZREventsHandler::sharedInstance().viewsInfoArray());
+  ASSERT_GE(names.size(), 2u);
+  EXPECT_EQ(names[names.size() - 2], kEventNameUserAttributeAction);
+  EXPECT_EQ(names.back(), "Behind");
+}
+
 TEST_F(JournalTest, SaveByHostCodeWithinASaveThatFailsReleasesNoEventOfThatSave) {
   inEarlierLaunch([&] {
     launch();
