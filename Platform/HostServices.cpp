@@ -39,30 +39,24 @@ std::string containerFolder() {
   return currentFolder() + "/zorvane";
 }
 
+void setIfEmpty(std::string& path, const char* nameInContainer) {
+  if (path.empty()) path = containerFolder() + nameInContainer;
+}
+
 void makeAbsolute(std::string& path) {
   if (!path.empty() && path[0] != '/') path = currentFolder() + '/' + path;
 }
 
-HostServices completed(HostServices services) {
+void complete(HostServices& services) {
   if (!services.clock) services.clock = std::make_shared<SystemClock>();
   if (!services.scheduler) services.scheduler = makeThreadScheduler(services.clock);
   if (!services.notificationCenter) services.notificationCenter = std::make_shared<NotificationCenter>();
   if (!services.application) services.application = makePortableApplication();
   if (!services.locale) services.locale = makeProcessLocale();
   if (!services.timeZone) services.timeZone = makeProcessTimeZone();
-  const std::string container = containerFolder();
-  Directories& directories = services.directories;
-  if (directories.documents.empty()) directories.documents = container + "/Documents";
-  if (directories.library.empty()) directories.library = container + "/Library";
-  if (directories.defaults.empty()) directories.defaults = container + "/Defaults";
-  return services;
-}
-
-HostServices taken() {
-  Configuration& given = configuration();
-  MutexLock lock(given.mutex);
-  given.inUse = true;
-  return std::move(given.services);
+  setIfEmpty(services.directories.documents, "/Documents");
+  setIfEmpty(services.directories.library, "/Library");
+  setIfEmpty(services.directories.defaults, "/Defaults");
 }
 
 }  // namespace
@@ -78,7 +72,13 @@ bool configureHost(HostServices services) {
 }
 
 const HostServices& hostServices() {
-  static const HostServices& services = *new HostServices(completed(taken()));
+  static const HostServices& services = []() -> const HostServices& {
+    Configuration& given = configuration();
+    MutexLock lock(given.mutex);
+    given.inUse = true;
+    complete(given.services);
+    return given.services;
+  }();
   return services;
 }
 
