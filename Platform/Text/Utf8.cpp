@@ -29,22 +29,21 @@ Sequence firstSequence(std::string_view text) noexcept {
   return {read, read == length};
 }
 
-// The position of the first byte that is not ASCII, from `position` on, or the end.
-std::size_t asciiPrefix(std::string_view text, std::size_t position) noexcept {
-  const auto isNext = [&](auto block) {
-    if (text.size() - position < sizeof block) return false;
-    std::memcpy(&block, text.data() + position, sizeof block);
-    return (block & static_cast<decltype(block)>(0x8080808080808080U)) == 0;
-  };
-  while (isNext(std::uint64_t{})) position += 8;
-  if (isNext(std::uint32_t{})) position += 4;
-  while (position < text.size() && static_cast<unsigned char>(text[position]) < 0x80) ++position;
-  return position;
+template <typename Word>
+Word wordAt(const char* at) noexcept {
+  Word word;
+  std::memcpy(&word, at, sizeof word);
+  return word;
 }
 
 std::size_t validPrefix(std::string_view text) noexcept {
   std::size_t position = 0;
-  while ((position = asciiPrefix(text, position)) < text.size()) {
+  while (position < text.size()) {
+    const bool hasWord = text.size() - position >= sizeof(std::uint64_t);
+    if (hasWord && (wordAt<std::uint64_t>(text.data() + position) & 0x8080808080808080U) == 0) {
+      position += sizeof(std::uint64_t);
+      continue;
+    }
     const auto [length, valid] = firstSequence(text.substr(position));
     if (!valid) return position;
     position += length;
@@ -55,11 +54,23 @@ std::size_t validPrefix(std::string_view text) noexcept {
 }  // namespace
 
 bool isASCII(std::string_view text) noexcept {
-  return asciiPrefix(text, 0) == text.size();
+  const char* const begin = text.data();
+  const std::size_t size = text.size();
+  std::uint64_t bits = 0;
+  // The last word overlaps the one before it.
+  if (size >= 8) {
+    for (std::size_t i = 0; i < size - 8; i += 8) bits |= wordAt<std::uint64_t>(begin + i);
+    bits |= wordAt<std::uint64_t>(begin + size - 8);
+  } else if (size >= 4) {
+    bits = wordAt<std::uint32_t>(begin) | wordAt<std::uint32_t>(begin + size - 4);
+  } else {
+    for (const char byte : text) bits |= static_cast<unsigned char>(byte);
+  }
+  return (bits & 0x8080808080808080U) == 0;
 }
 
 bool isValidUtf8(std::string_view text) noexcept {
-  return validPrefix(text) == text.size();
+  return isASCII(text) || validPrefix(text) == text.size();
 }
 
 std::string validUtf8(std::string text) {

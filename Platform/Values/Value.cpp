@@ -12,8 +12,6 @@
 namespace zorvane::platform {
 namespace {
 
-// Larger dictionaries look keys up by hash.
-constexpr std::size_t kIndexedSize = 16;
 // How deep destructors of containers recurse. Deeper content is queued, so that no nesting overflows the stack.
 constexpr int kMaxDestructionDepth = 64;
 
@@ -63,14 +61,8 @@ Value plainValueOf(const Object& object) {
   return value;
 }
 
-Value::Value(const char* text) {
-  if (text) setText(text);
-}
 Value::Value(std::string text) : kind_(Kind::String), text_(std::move(text)) {
   if (!isValidUtf8(text_)) text_ = validUtf8(std::move(text_));
-}
-Value::Value(std::string_view text) {
-  setText(text);
 }
 Value::Value(Data data) {
   share(Kind::Data, std::make_shared<const Data>(std::move(data)));
@@ -95,16 +87,6 @@ Value::Value(const Value& other) {
     std::memcpy(&integer_, &other.integer_, sizeof integer_);
   }
   kind_ = other.kind_;
-}
-
-// Only for a value that is nil.
-void Value::setText(std::string_view text) {
-  if (isValidUtf8(text)) {
-    new (&text_) std::string(text);
-  } else {
-    new (&text_) std::string(validUtf8(std::string(text)));
-  }
-  kind_ = Kind::String;
 }
 
 void Value::take(Value& other) noexcept {
@@ -161,17 +143,11 @@ Dictionary& Value::mutableDictionary() {
   return uniqueCopy<Dictionary>(shared_);
 }
 
-Dictionary::Dictionary(std::initializer_list<Pair> pairs) {
-  reserve(pairs.size());
-  for (const Pair& pair : pairs) {
-    if (!pair.value.isNil()) put(pair.key, std::move(pair.value));
-  }
-}
-
 std::size_t Dictionary::indexOf(std::string_view key) const noexcept {
   if (slots_.empty()) {
     for (std::size_t i = 0; i < entries_.size(); ++i) {
-      if (entries_[i].key == key) return i;
+      const std::string& held = entries_[i].key;
+      if (held.size() == key.size() && std::memcmp(held.data(), key.data(), key.size()) == 0) return i;
     }
     return kNotFound;
   }

@@ -282,6 +282,8 @@ class ZR_PUBLIC Dictionary {
 
  private:
   static constexpr std::size_t kNotFound = static_cast<std::size_t>(-1);
+  // Larger dictionaries look keys up by hash.
+  static constexpr std::size_t kIndexedSize = 16;
   std::size_t indexOf(std::string_view key) const noexcept;
   void put(std::string_view key, Value&& value);
   void rebuildIndex();

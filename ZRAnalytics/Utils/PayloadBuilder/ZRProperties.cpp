@@ -64,7 +64,8 @@ Dictionary transformedDictionary(const Dictionary& dictionary, int depth) {
 bool isStoredAsItIs(const Dictionary::Entry& attribute) {
   const bool isPlain =
       attribute.value.isNumber() || attribute.value.isString() || attribute.value.kind() == Value::Kind::Array;
-  return isPlain && !attribute.key.empty() && attribute.key != kAttributeNameNonInteractive;
+  const bool mayBeTheFlag = attribute.key.size() == kAttributeNameNonInteractive.size();
+  return isPlain && !attribute.key.empty() && !(mayBeTheFlag && attribute.key == kAttributeNameNonInteractive);
 }
 
 }  // namespace

@@ -1,0 +1,46 @@
+// What an application's call runs to make the attributes of an event.
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "Platform/Text/Utf8.h"
+#include "Platform/Values/Value.h"
+
+namespace zorvane::platform {
+
+Value::Value(const char* text) {
+  if (text) setText(text);
+}
+Value::Value(std::string_view text) {
+  setText(text);
+}
+
+// Only for a value that is nil.
+void Value::setText(std::string_view text) {
+  if (isValidUtf8(text)) {
+    new (&text_) std::string(text);
+  } else {
+    new (&text_) std::string(validUtf8(std::string(text)));
+  }
+  kind_ = Kind::String;
+}
+
+Dictionary::Dictionary(std::initializer_list<Pair> pairs) {
+  reserve(pairs.size());
+  // One bit for each key so far. Keys with different bits are different, so most need no comparison.
+  std::uint64_t bits = 0;
+  for (const Pair& pair : pairs) {
+    if (pair.value.isNil()) continue;
+    const std::string_view key = pair.key;
+    const std::uint64_t bit =
+        key.empty() ? 1 : std::uint64_t{1} << ((key.size() + 8U * static_cast<unsigned char>(key.back())) % 64);
+    if ((bits & bit) == 0 && pairs.size() <= kIndexedSize && isASCII(key)) {
+      entries_.emplace_back(key, std::move(pair.value));
+    } else {
+      put(key, std::move(pair.value));
+    }
+    bits |= bit;
+  }
+}
+
+}  // namespace zorvane::platform
