@@ -89,20 +89,6 @@ Value::Value(const Value& other) {
   kind_ = other.kind_;
 }
 
-void Value::take(Value& other) noexcept {
-  const Kind kind = std::exchange(other.kind_, Kind::Nil);
-  if (kind == Kind::String) {
-    new (&text_) std::string(std::move(other.text_));
-    other.text_.~basic_string();
-  } else if (isManaged(kind)) {
-    new (&shared_) std::shared_ptr<const void>(std::move(other.shared_));
-    other.shared_.~shared_ptr();
-  } else {
-    std::memcpy(&integer_, &other.integer_, sizeof integer_);
-  }
-  kind_ = kind;
-}
-
 void Value::destroy() noexcept {
   if (std::exchange(kind_, Kind::Nil) == Kind::String) {
     text_.~basic_string();

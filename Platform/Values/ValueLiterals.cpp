@@ -1,5 +1,7 @@
 // What an application's call runs to make the attributes of an event.
 #include <cstdint>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -23,6 +25,20 @@ void Value::setText(std::string_view text) {
     new (&text_) std::string(validUtf8(std::string(text)));
   }
   kind_ = Kind::String;
+}
+
+void Value::take(Value& other) noexcept {
+  const Kind kind = std::exchange(other.kind_, Kind::Nil);
+  if (kind == Kind::String) {
+    new (&text_) std::string(std::move(other.text_));
+    other.text_.~basic_string();
+  } else if (isManaged(kind)) {
+    new (&shared_) std::shared_ptr<const void>(std::move(other.shared_));
+    other.shared_.~shared_ptr();
+  } else {
+    std::memcpy(&integer_, &other.integer_, sizeof integer_);
+  }
+  kind_ = kind;
 }
 
 Dictionary::Dictionary(std::initializer_list<Pair> pairs) {
