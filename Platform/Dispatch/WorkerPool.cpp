@@ -44,15 +44,37 @@ void WorkerPool::post(Priority priority, Task&& task, Urgency urgency) {
 
 void WorkerPool::addToBatch(Task&& task) {
   if (!openBatch_) {
-    auto batch = std::make_unique<TaskFifo>();
-    TaskFifo* const opened = batch.get();
-    default_.push([context = context_.get(), tasks = std::move(batch)] {
-      for (; !tasks->empty(); tasks->popFront()) context->uncaught.guard(tasks->front());
-    });
+    auto batch = std::make_unique<Batch>();
+    Batch* const opened = batch.get();
+    default_.push([this, batch = std::move(batch)]() mutable { runBatch(std::move(batch)); });
     context_->tasks.add();
+    opened->number = openedBatches_++;
     openBatch_ = opened;
   }
-  openBatch_->push(std::move(task));
+  openBatch_->tasks.push(std::move(task));
+}
+
+void WorkerPool::runBatch(std::unique_ptr<Batch> batch) {
+  {
+    MutexLock lock(mutex_);
+    if (batch->number != endedBatches_) {
+      std::unique_ptr<Batch>* place = &earlyBatches_;
+      while (*place && (*place)->number < batch->number) place = &(*place)->next;
+      batch->next = std::move(*place);
+      *place = std::move(batch);
+      return;
+    }
+  }
+  while (batch) {
+    TaskFifo& tasks = batch->tasks;
+    for (; !tasks.empty() && !isShutDown(); tasks.popFront()) context_->uncaught.guard(tasks.front());
+    batch.reset();
+    MutexLock lock(mutex_);
+    ++endedBatches_;
+    if (!earlyBatches_ || earlyBatches_->number != endedBatches_) continue;
+    batch = std::move(earlyBatches_);
+    earlyBatches_ = std::move(batch->next);
+  }
 }
 
 void WorkerPool::hurry() {

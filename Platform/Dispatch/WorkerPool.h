@@ -19,6 +19,9 @@
 // A wake costs more than a short task. So a worker that did not sleep for long lingers: it sleeps for a few
 // milliseconds and then looks by itself, and post() does not call it for a task that may wait so long. When it finds
 // nothing, it sleeps until it is called. An idle pool never wakes up.
+//
+// Tasks that may wait make batches: one task of the pool runs all that were posted without another default task between
+// them. A batch runs after the one before it has ended.
 #pragma once
 
 #include <array>
@@ -40,7 +43,7 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
  public:
   explicit WorkerPool(std::shared_ptr<QueueContext> context);
 
-  // Whether a task may wait for a lingering worker, and for others of the kind that were posted just before it.
+  // Whether a task may wait for a lingering worker, and for all earlier ones of the kind.
   enum class Urgency { Now, Soon };
 
   // Starts tasks in the order in which they were posted, default priority before background priority. Counts the task
@@ -63,6 +66,11 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   struct Item {
     Task task;
     Priority priority = Priority::Default;
+  };
+  struct Batch {
+    std::uint64_t number = 0;
+    TaskFifo tasks;
+    std::unique_ptr<Batch> next;
   };
   // The thread to wake or start after the mutex is released.
   enum class Call { None, WakeWorker, StartWorker, WakeMonitor, StartMonitor };
@@ -94,6 +102,8 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   void updateHint() ZR_REQUIRES(mutex_) { waiting_.store(runnable(), std::memory_order_relaxed); }
   // Adds the task to the open batch, or opens one.
   void addToBatch(Task&& task) ZR_REQUIRES(mutex_);
+  // Runs the batch, then those that have waited for its end; or leaves it to the thread that runs the one before it.
+  void runBatch(std::unique_ptr<Batch> batch) ZR_EXCLUDES(mutex_);
   // Which thread to wake or start so that waiting tasks run. The counters already include it: always pass the result to
   // carryOut().
   Call neededCall(Urgency urgency = Urgency::Now) ZR_REQUIRES(mutex_);
@@ -109,8 +119,12 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   Mutex mutex_;
   TaskFifo default_ ZR_GUARDED_BY(mutex_);
   TaskFifo background_ ZR_GUARDED_BY(mutex_);
-  // The tasks that the last one of default_ will run, if more may join them; else null. One take serves them all.
-  TaskFifo* openBatch_ ZR_GUARDED_BY(mutex_) = nullptr;
+  // The batch that the last task of default_ will run, if more tasks may join it; else null.
+  Batch* openBatch_ ZR_GUARDED_BY(mutex_) = nullptr;
+  std::uint64_t openedBatches_ ZR_GUARDED_BY(mutex_) = 0;
+  std::uint64_t endedBatches_ ZR_GUARDED_BY(mutex_) = 0;
+  // Taken before the one before them had ended, by number.
+  std::unique_ptr<Batch> earlyBatches_ ZR_GUARDED_BY(mutex_);
 
   // Workers in each state. A called worker counts as looking from the call on.
   int looking_ ZR_GUARDED_BY(mutex_) = 0;

@@ -110,6 +110,25 @@ TEST(ThreadScheduler, TasksThatMayWaitKeepTheirPlaceAmongOthers) {
   scheduler->waitUntilIdle();
 }
 
+TEST(ThreadScheduler, TasksThatMayWaitRunOneAtATime) {
+  const auto scheduler = makeThreadScheduler(std::make_shared<SystemClock>());
+  Queue& queue = scheduler->globalQueue(Priority::Default);
+  std::latch release(1);
+  std::vector<int> order;
+  queue.asyncSoon([&] {
+    release.wait();
+    order.push_back(1);
+  });
+  // What stands between them keeps them apart, and runs on other threads.
+  for (const int number : {2, 3, 4}) {
+    queue.async([] {});
+    queue.asyncSoon([&, number] { order.push_back(number); });
+  }
+  queue.async([&] { release.count_down(); });
+  EXPECT_TRUE(scheduler->waitUntilIdle());
+  EXPECT_EQ(order, std::vector({1, 2, 3, 4}));
+}
+
 TEST(ThreadScheduler, TheMainThreadRunsItsTasksWhileItWaits) {
   const auto scheduler = makeThreadScheduler(std::make_shared<SystemClock>(), {.adoptedByHost = true});
   std::latch release(1);
