@@ -44,7 +44,7 @@ void WorkerPool::post(Priority priority, Task&& task, Urgency urgency) {
 
 void WorkerPool::addToBatch(Task&& task) {
   if (!openBatch_) {
-    auto batch = std::make_unique<Batch>();
+    auto batch = spareBatch_ ? std::move(spareBatch_) : std::make_unique<Batch>();
     Batch* const opened = batch.get();
     default_.push([this, batch = std::move(batch)]() mutable { runBatch(std::move(batch)); });
     context_->tasks.add();
@@ -68,9 +68,11 @@ void WorkerPool::runBatch(std::unique_ptr<Batch> batch) {
   while (batch) {
     TaskFifo& tasks = batch->tasks;
     for (; !tasks.empty() && !isShutDown(); tasks.popFront()) context_->uncaught.guard(tasks.front());
-    batch.reset();
+    // Only then tasks are left. They are destroyed without the lock.
+    if (isShutDown()) batch.reset();
     MutexLock lock(mutex_);
     ++endedBatches_;
+    spareBatch_ = std::move(batch);
     if (!earlyBatches_ || earlyBatches_->number != endedBatches_) continue;
     batch = std::move(earlyBatches_);
     earlyBatches_ = std::move(batch->next);

@@ -121,6 +121,8 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   TaskFifo background_ ZR_GUARDED_BY(mutex_);
   // The batch that the last task of default_ will run, if more tasks may join it; else null.
   Batch* openBatch_ ZR_GUARDED_BY(mutex_) = nullptr;
+  // One that has ended, for reuse.
+  std::unique_ptr<Batch> spareBatch_ ZR_GUARDED_BY(mutex_);
   std::uint64_t openedBatches_ ZR_GUARDED_BY(mutex_) = 0;
   std::uint64_t endedBatches_ ZR_GUARDED_BY(mutex_) = 0;
   // Taken before the one before them had ended, by number.
