@@ -28,8 +28,8 @@ class ZR_PUBLIC ZR_CAPABILITY("queue") Queue {
   // Posts the task and returns. Serial queues, such as the main queue, run tasks in the order of posting, one at a
   // time; concurrent queues promise no order.
   virtual void async(Task task) = 0;
-  // As async(), but also on a concurrent queue, tasks that are posted so run one at a time, in the order of posting. The
-  // queue may let the task wait for a few milliseconds, so that one wake serves several tasks.
+  // As async(). But tasks that are posted so run one at a time and in the order of posting, on a concurrent queue, too.
+  // And they may wait for a few milliseconds, so that one wake serves several.
   virtual void asyncSoon(Task task) { async(std::move(task)); }
 
   // Whether the calling code runs as part of a task of this queue (for the main queue: on the main thread).
