@@ -72,7 +72,8 @@ void WorkerPool::runBatch(std::unique_ptr<Batch> batch) {
     if (isShutDown()) batch.reset();
     MutexLock lock(mutex_);
     ++endedBatches_;
-    spareBatch_ = std::move(batch);
+    spareBatch_.swap(batch);
+    batch.reset();
     if (!earlyBatches_ || earlyBatches_->number != endedBatches_) continue;
     batch = std::move(earlyBatches_);
     earlyBatches_ = std::move(batch->next);
