@@ -71,10 +71,10 @@ void append(const Array& array, int depth, Bytes& out) {
 
 void append(const Value& value, int depth, Bytes& out) {
   using Kind = Value::Kind;
-  const bool isNested =
-      value.isArray() || value.isDictionary() || (value.kind() == Kind::Object && !platform::isLargeInteger(value));
-  // take() accepts a scalar at this depth, and no deeper value.
-  if (isNested && depth >= platform::kMaxPropertyListDepth) return out.addNumber('s', std::uint32_t{0});
+  // take() accepts a scalar at this depth, and no array, dictionary or object.
+  if (depth >= platform::kMaxPropertyListDepth && value.kind() >= Kind::Array && !platform::isLargeInteger(value)) {
+    return out.addNumber('s', std::uint32_t{0});
+  }
   switch (value.kind()) {
     case Kind::Nil:
       out.addTag('0');
