@@ -92,7 +92,11 @@ platform::Directories makeContainer(const std::string& path) {
   // One sync for the three. What cannot be made is not usable.
   bool isNew = false;
   for (std::string* directory : {&directories.documents, &directories.library, &directories.defaults}) {
-    if (::mkdir(directory->c_str(), 0700) == 0) isNew = true;
+    if (::mkdir(directory->c_str(), 0700) == 0) {
+      isNew = true;
+    } else if (errno != EEXIST) {
+      throw UsageError("--data: cannot make " + *directory + ": " + std::strerror(errno));
+    }
     *directory = usableDirectory(*directory);
   }
   if (isNew) made = platform::syncDirectoryOf(directories.documents);

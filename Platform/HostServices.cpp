@@ -73,11 +73,15 @@ bool configureHost(HostServices services) {
 
 const HostServices& hostServices() {
   static const HostServices& services = []() -> const HostServices& {
-    Configuration& given = configuration();
-    MutexLock lock(given.mutex);
-    given.inUse = true;
-    complete(given.services);
-    return given.services;
+    HostServices* given = nullptr;
+    {
+      MutexLock lock(configuration().mutex);
+      configuration().inUse = true;
+      given = &configuration().services;
+    }
+    // Nobody else touches them any more.
+    complete(*given);
+    return *given;
   }();
   return services;
 }

@@ -95,11 +95,12 @@ void ZRAnalytics::updateModules() {
 }
 
 void ZRAnalytics::trackEventWithProperties(Value name, std::shared_ptr<const ZRProperties> properties) {
-  ZREventJournal* const journal = ZRConfigDataManager::sharedInstance().getEventJournal();
+  ZREventJournal* journal = nullptr;
   ZREventJournal::Ticket ticket = 0;
   const bool isPosted = guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
     if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
     // Now, so that the event is in the journal when this returns.
+    journal = ZRConfigDataManager::sharedInstance().getEventJournal();
     if (journal) ticket = journal->called(name, properties.get());
     globalQueue(platform::Priority::Default)
         .asyncSoon([name = std::move(name), properties = std::move(properties), ticket]() mutable {

@@ -56,10 +56,9 @@ void ZRAnalytics::trackSDKVersion() {
     const std::string version = ZRCoreUtils::getZorvaneSDKVersion();
     const Value stored = ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeySDKVersion);
     if (stored == Value(version)) return;
-    // Undone by a power loss, it is stored once more. A reinstallation would be tracked once more, too.
-    const bool isReinstall = stored.isNil() && ZorvaneCore::sharedInstance().isDeviceUniqueIDPresentInKeyChain();
+    // A change that a power loss undoes is stored once more. But without any version a reinstallation would be tracked.
     keepInDefaults(version, kUserDefaultsKeySDKVersion,
-                   isReinstall ? platform::Durability::Lasting : platform::Durability::Eventual);
+                   stored.isNil() ? platform::Durability::Lasting : platform::Durability::Eventual);
     if (stored.isNil()) trackReinstall();
   });
 }

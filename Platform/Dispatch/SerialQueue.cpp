@@ -28,6 +28,7 @@ struct SerialQueue::State {
       if (self->pool->isBehind() && postTurn(self)) return;
     }
   }
+  static void push(const std::shared_ptr<State>& self, Task&& task);
   // Runs the tasks posted so far. False when there were none; the turn is over then.
   bool runBatch();
 
@@ -62,21 +63,29 @@ bool SerialQueue::State::runBatch() {
 SerialQueue::SerialQueue(std::string label, std::shared_ptr<WorkerPool> pool, std::shared_ptr<QueueContext> context)
     : Queue(std::move(label)), state_(std::make_shared<State>(std::move(pool), std::move(context))) {}
 
-void SerialQueue::async(Task task) {
-  if (state_->pool->isShutDown()) return;
-  // What was posted before as "soon" may post to this queue: it comes first.
-  state_->pool->runSoonHere();
+void SerialQueue::State::push(const std::shared_ptr<State>& self, Task&& task) {
   bool needsTurn = false;
   {
-    MutexLock lock(state_->mutex);
-    state_->incoming.push(std::move(task));
-    state_->context->tasks.add();
-    needsTurn = !std::exchange(state_->hasTurn, true);
+    MutexLock lock(self->mutex);
+    self->incoming.push(std::move(task));
+    self->context->tasks.add();
+    needsTurn = !std::exchange(self->hasTurn, true);
   }
-  if (!needsTurn || State::postTurn(state_)) return;
+  if (!needsTurn || postTurn(self)) return;
   // The next task posts a turn for both.
-  MutexLock lock(state_->mutex);
-  state_->hasTurn = false;
+  MutexLock lock(self->mutex);
+  self->hasTurn = false;
+}
+
+void SerialQueue::async(Task task) {
+  WorkerPool& pool = *state_->pool;
+  if (pool.isShutDown()) return;
+  if (!pool.hasBatches() || WorkerPool::isWorker()) return State::push(state_, std::move(task));
+  // Tasks that the calling thread has posted to wait may post to this queue. This one comes behind them.
+  pool.post(
+      Priority::Default, [state = state_, task = std::move(task)]() mutable { State::push(state, std::move(task)); },
+      WorkerPool::Urgency::Soon);
+  pool.hurry();
 }
 
 bool SerialQueue::isCurrent() const {

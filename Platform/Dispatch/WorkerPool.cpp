@@ -43,15 +43,15 @@ void WorkerPool::post(Priority priority, Task&& task, Urgency urgency) {
 }
 
 void WorkerPool::addToBatch(Task&& task) {
-  if (!openBatch_) {
-    auto batch = spareBatch_ ? std::move(spareBatch_) : std::make_unique<Batch>();
-    Batch* const opened = batch.get();
-    default_.push([this, batch = std::move(batch)]() mutable { runBatch(std::move(batch)); });
-    context_->tasks.add();
-    opened->number = openedBatches_++;
-    openBatch_ = opened;
-  }
-  openBatch_->tasks.push(std::move(task));
+  if (openBatch_) return openBatch_->tasks.push(std::move(task));
+  auto batch = spareBatch_ ? std::move(spareBatch_) : std::make_unique<Batch>();
+  batch->tasks.push(std::move(task));
+  Batch* const opened = batch.get();
+  default_.push([this, batch = std::move(batch)]() mutable { runBatch(std::move(batch)); });
+  context_->tasks.add();
+  opened->number = openedBatches_++;
+  openBatch_ = opened;
+  hasBatches_.store(true, std::memory_order_relaxed);
 }
 
 void WorkerPool::runBatch(std::unique_ptr<Batch> batch) {
@@ -71,7 +71,7 @@ void WorkerPool::runBatch(std::unique_ptr<Batch> batch) {
     // Only then tasks are left. They are destroyed without the lock.
     if (isShutDown()) batch.reset();
     MutexLock lock(mutex_);
-    ++endedBatches_;
+    hasBatches_.store(++endedBatches_ != openedBatches_, std::memory_order_relaxed);
     spareBatch_.swap(batch);
     batch.reset();
     if (!earlyBatches_ || earlyBatches_->number != endedBatches_) continue;
@@ -111,40 +111,20 @@ void WorkerPool::shutDown() {
 }
 
 void WorkerPool::runWorker() noexcept {
+  isWorker_ = true;
   Item item;
-  while (take(item)) runTaken(item);
-}
-
-void WorkerPool::runTaken(Item& item) noexcept {
-  bool hasNext = false;
-  do {
-    {
-      const CurrentQueue::Scope scope(identity(item.priority));
-      context_->uncaught.guard(item.task);
-      item.task.reset();
-    }
-    hasNext = takeNext(item);
-    context_->tasks.done();
-  } while (hasNext);
-}
-
-void WorkerPool::runSoonHere() {
-  if (!soonWaits_.load(std::memory_order_relaxed)) return;
-  Item item;
-  {
-    MutexLock lock(mutex_);
-    if (looking_ + running_ > 0 || runnable() == 0) return;
-    ++looking_;
-    tryTake(item);
+  while (take(item)) {
+    bool hasNext = false;
+    do {
+      {
+        const CurrentQueue::Scope scope(identity(item.priority));
+        context_->uncaught.guard(item.task);
+        item.task.reset();
+      }
+      hasNext = takeNext(item);
+      context_->tasks.done();
+    } while (hasNext);
   }
-  runTaken(item);
-  Call call = Call::None;
-  {
-    MutexLock lock(mutex_);
-    --looking_;
-    call = neededCall();
-  }
-  carryOut(call);
 }
 
 bool WorkerPool::take(Item& item) {
@@ -183,7 +163,6 @@ bool WorkerPool::tryTake(Item& item) {
   tasks.popFront();
   if (default_.empty()) openBatch_ = nullptr;
   updateHint();
-  soonWaits_.store(false, std::memory_order_relaxed);
   ++taken_;
   --looking_;
   ++running_;
@@ -251,9 +230,7 @@ std::size_t WorkerPool::runnable() const {
 WorkerPool::Call WorkerPool::neededCall(Urgency urgency) {
   if (runnable() == 0 || looking_ > 0) return Call::None;
   if (running_ == 0) {
-    if (!isLingering_ || urgency == Urgency::Now) return callWorker();
-    soonWaits_.store(true, std::memory_order_relaxed);
-    return Call::None;
+    return isLingering_ && urgency == Urgency::Soon ? Call::None : callWorker();
   }
   if (monitoring_ || running_ == kMaxWorkers) return Call::None;
   monitoring_ = true;

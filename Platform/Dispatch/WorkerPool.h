@@ -46,13 +46,16 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   // Whether a task may wait for a lingering worker, and for all earlier ones of the kind.
   enum class Urgency { Now, Soon };
 
-  // Starts tasks in the order in which they were posted, default priority before background priority. Counts the task
-  // in the context until it is done. After shutDown() the task is dropped. At background priority Soon is Now.
+  // Starts tasks in the order in which they were posted, default priority before background priority; but Soon tasks
+  // wait for the end of the earlier ones. Counts the task in the context until it is done. After shutDown() the task is
+  // dropped. At background priority Soon is Now.
   void post(Priority priority, Task&& task, Urgency urgency);
   // Ends the wait of the tasks that were posted as Soon.
   void hurry();
-  // Runs them on the calling thread, if no worker does. For who posts elsewhere what must come behind them.
-  void runSoonHere();
+  // Whether some of them have not run yet. The answer is exact for those that the calling thread posted.
+  bool hasBatches() const noexcept { return hasBatches_.load(std::memory_order_relaxed); }
+  // Whether the calling thread is a worker.
+  static bool isWorker() noexcept { return isWorker_; }
   // The current queue (CurrentQueue) while a task of that priority runs.
   const void* identity(Priority priority) const noexcept { return &identities_[indexOf(priority)]; }
   // Whether tasks wait for a worker. A hint: may be out of date.
@@ -79,8 +82,6 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
 
   // The body of a worker. Ends at shutdown.
   void runWorker() noexcept;
-  // Runs the task and those that follow. The calling worker is running, then looking.
-  void runTaken(Item& item) noexcept;
   // Waits for the next task. The calling worker is looking, then running. False at shutdown.
   bool take(Item& item) ZR_EXCLUDES(mutex_);
   // Takes the next task after this one, which has run. The calling worker is running, then running again, or looking
@@ -112,6 +113,8 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   Call callWorker() ZR_REQUIRES(mutex_);
   // Wakes or starts the thread. If the system has no thread to give, the next post tries again.
   void carryOut(Call call) ZR_EXCLUDES(mutex_);
+
+  static inline thread_local bool isWorker_ = false;
 
   const std::shared_ptr<QueueContext> context_;
   std::array<char, 2> identities_{};
@@ -146,8 +149,7 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   Condition monitorCalled_;
 
   std::atomic<std::size_t> waiting_{0};
-  // Tasks wait for a lingering worker. A hint for other threads than the one that posted them.
-  std::atomic<bool> soonWaits_{false};
+  std::atomic<bool> hasBatches_{false};
   std::atomic<bool> shutDown_{false};
 };
 

@@ -206,6 +206,8 @@ Status DefaultsStore::writeContent(Durability durability) {
     }
     content = content_;
     changes = changes_;
+    // Others' changes may be among them.
+    if (changes - writtenChanges_ > 1) durability = Durability::Lasting;
   }
   // May call a host's object among the values, so no lock is held.
   const std::string bytes = binaryPropertyList(std::move(content));

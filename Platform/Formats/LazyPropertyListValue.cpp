@@ -7,7 +7,8 @@
 namespace zorvane::platform {
 namespace {
 
-// The number of containers around an entry's value. What is decodable there is decodable deeper inside the entry, too.
+// The number of containers around an entry's value. Elements are decoded as if they stood there, too: the check of the
+// entry covers them.
 constexpr int kEntryDepth = 1;
 // No object has this index.
 constexpr std::size_t kMissing = static_cast<std::size_t>(-1);

@@ -133,7 +133,7 @@ std::size_t Dictionary::indexOf(std::string_view key) const noexcept {
   if (slots_.empty()) {
     for (std::size_t i = 0; i < entries_.size(); ++i) {
       const std::string& held = entries_[i].key;
-      if (held.size() == key.size() && std::memcmp(held.data(), key.data(), key.size()) == 0) return i;
+      if (held.size() == key.size() && held == key) return i;  // the sizes first: == is a call
     }
     return kNotFound;
   }

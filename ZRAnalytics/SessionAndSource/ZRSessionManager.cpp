@@ -134,10 +134,9 @@ std::shared_ptr<ZRSession> ZRSessionManager::makeCurrentSession(const std::optio
 
 void ZRSessionManager::reinitiateSession() {
   guarded({kFile, "reinitiateSession"}, kException, [this] {
-    const bool isNoneStored = isNoneStored_;
     const auto session = makeCurrentSession(std::nullopt);
     // At once: after a kill the next user must not continue the session of the one before.
-    writeSessionInfo(isNoneStored ? platform::Durability::Eventual : platform::Durability::Lasting);
+    writeSessionInfo(platform::Durability::Lasting);
     logLine("New Session Initiated: %@", {session->sessionID()});
   });
 }
@@ -214,11 +213,7 @@ void ZRSessionManager::saveSessionInfo() {
 void ZRSessionManager::writeSessionInfo(platform::Durability durability) {
   guarded({kFile, "saveSessionInfo"}, kException, [&] {
     auto session = sessionInfo_->currentSession();
-    // Before the write: a session that another thread stores meanwhile sets it again.
-    isNoneStored_ = !session && durability == platform::Durability::Lasting;
-    if (!archive_.write(getFilePathForSessionInfo(), durability, [this] { return sessionInfo_->encodeWithCoder(); })) {
-      isNoneStored_ = false;
-    }
+    archive_.write(getFilePathForSessionInfo(), durability, [this] { return sessionInfo_->encodeWithCoder(); });
     platform::MutexLock lock(savedMutex_);
     savedSession_.swap(session);  // also after a failure: a full disk must not cost a write per batch
   });

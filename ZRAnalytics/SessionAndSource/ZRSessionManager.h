@@ -91,8 +91,6 @@ class ZRSessionManager {
   std::atomic<bool> isAppInBackground_{true};
   std::shared_ptr<ZRSessionInfo> sessionInfo_;
   ZRArchiveWriter archive_;
-  // The file holds no session, and a power loss brings none back.
-  std::atomic<bool> isNoneStored_{false};
   platform::Mutex savedMutex_;
   // The session of the last saveSessionInfo.
   std::shared_ptr<ZRSession> savedSession_ ZR_GUARDED_BY(savedMutex_);

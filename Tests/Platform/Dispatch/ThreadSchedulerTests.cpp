@@ -59,25 +59,17 @@ TEST(ThreadScheduler, TasksThatMayWaitAllRun) {
   EXPECT_EQ(ran, 4 * (2000 + 250));
 }
 
-// While the worker lingers, the waiting task runs on the thread that posts to the serial queue. While the worker is
-// awake, it takes the task itself, and either order is right. So each try leaves it more time to go to sleep.
 TEST(ThreadScheduler, ATaskForASerialQueueComesBehindThoseOfTasksThatWait) {
   const auto scheduler = makeThreadScheduler(std::make_shared<SystemClock>());
   const auto serial = scheduler->makeSerialQueue("serial");
-  const std::thread::id caller = std::this_thread::get_id();
+  Queue& queue = scheduler->globalQueue(Priority::Default);
+  std::latch release(1);
   std::string order;
-  bool ranHere = false;
-  for (int tries = 0; tries < 1000 && !ranHere; ++tries) {
-    if (tries % 2 == 1) std::this_thread::yield();
-    order.clear();
-    scheduler->globalQueue(Priority::Default).asyncSoon([&] {
-      ranHere = std::this_thread::get_id() == caller;
-      serial->async([&] { order += "first "; });
-    });
-    serial->async([&] { order += "second "; });
-    scheduler->waitUntilIdle();
-  }
-  EXPECT_TRUE(ranHere);
+  queue.asyncSoon([&] { release.wait(); });
+  queue.asyncSoon([&] { serial->async([&] { order += "first "; }); });
+  serial->async([&] { order += "second "; });
+  release.count_down();
+  scheduler->waitUntilIdle();
   EXPECT_EQ(order, "first second ");
 }
 

@@ -35,6 +35,25 @@ TEST(DefaultsStore, KeepsTypedValuesOverALaunch) {
   EXPECT_TRUE(store.objectForKey("missing").isNil());
 }
 
+TEST(DefaultsStore, AnotherChangeLastsThatAWriteTakesAlong) {
+  TemporaryDirectory directory;
+  DefaultsStore store("name", directory.file("store.plist"));
+  static int syncs = 0;
+  SystemCalls calls = kRealSystemCalls;
+  calls.fsync = [](int) {
+    ++syncs;
+    return 0;
+  };
+  setSystemCalls(&calls);
+  for (const int changes : {1, 2}) {
+    syncs = 0;
+    for (int i = 0; i < changes; ++i) store.setObjectForKey(i, "key" + std::to_string(changes));
+    EXPECT_TRUE(store.writeChanges(Durability::Eventual));
+    EXPECT_EQ(syncs, changes) << "the file, and the directory if another change is in it";
+  }
+  setSystemCalls(nullptr);
+}
+
 TEST(DefaultsStore, ReadsBooleansOutOfNumbersAndTextOnly) {
   TemporaryDirectory directory;
   DefaultsStore store("name", directory.file("store.plist"));

@@ -64,8 +64,10 @@ Dictionary transformedDictionary(const Dictionary& dictionary, int depth) {
 bool isStoredAsItIs(const Dictionary::Entry& attribute) {
   const bool isPlain =
       attribute.value.isNumber() || attribute.value.isString() || attribute.value.kind() == Value::Kind::Array;
-  const bool mayBeTheFlag = attribute.key.size() == kAttributeNameNonInteractive.size();
-  return isPlain && !attribute.key.empty() && !(mayBeTheFlag && attribute.key == kAttributeNameNonInteractive);
+  // The sizes first: == is a call.
+  const bool isTheFlag =
+      attribute.key.size() == kAttributeNameNonInteractive.size() && attribute.key == kAttributeNameNonInteractive;
+  return isPlain && !attribute.key.empty() && !isTheFlag;
 }
 
 }  // namespace
