@@ -2,6 +2,8 @@
 
 #include <sstream>
 
+#include "CommandLine/CommandLine.h"
+
 namespace zorvane::collector {
 
 namespace {

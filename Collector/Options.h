@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "CommandLine/CommandLine.h"
-
 namespace zorvane::collector {
 
 struct Options {

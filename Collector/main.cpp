@@ -6,6 +6,7 @@
 
 #include "Collector/Options.h"
 #include "Collector/Server.h"
+#include "CommandLine/CommandLine.h"
 
 using namespace zorvane::collector;
 

@@ -44,6 +44,7 @@ std::string ZRAnalyticsUtils::createBatchIdentifier() {
 
 std::optional<std::string> ZRAnalyticsUtils::getRequestIDForPayload(const Dictionary* payload) {
   if (!payload) return std::nullopt;
+  // getSignatureWithComponents would need an array of copies, for each request.
   std::string text;
   text.reserve(kSignedSize);
   for (const std::string_view path : {"meta.bid", "meta.request_time", "query_params.unique_id"}) {
