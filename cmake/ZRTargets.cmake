@@ -64,6 +64,9 @@ set(ZR_SMALL -Os)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 12)
   set(ZR_SMALL -Oz)
 endif()
+# Names of types would take a twentieth of the program. Applications keep RTTI: the virtual functions of a class that
+# they derive from are pure or inline, so that their own build makes its type information.
+set(ZR_RELEASE "$<$<CONFIG:Release>:${ZR_SMALL};-fno-rtti>")
 
 # zr_add_library(NAME [LINKS ...]): a static library of every source below the current folder. Its code may be linked
 # into a shared library, too. cmake/ZRPackage.cmake makes the package of some.
@@ -75,7 +78,7 @@ function(zr_add_library name)
   set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
   target_compile_features(${name} PUBLIC cxx_std_20)
   # Optimise for size: applications ship this code and rarely wait for it.
-  target_compile_options(${name} PRIVATE -fvisibility=hidden -ffunction-sections -fdata-sections $<$<CONFIG:Release>:${ZR_SMALL}>
+  target_compile_options(${name} PRIVATE -fvisibility=hidden -ffunction-sections -fdata-sections "${ZR_RELEASE}"
     $<TARGET_PROPERTY:zr_warnings,INTERFACE_COMPILE_OPTIONS>)
   target_link_libraries(${name} PUBLIC ${ARG_LINKS})
   # In these builds the tests fail when host code is called under a lock. Public: it changes inline code of a header, so

@@ -77,16 +77,6 @@ class ProcessTimeZone final : public TimeZone {
 
 }  // namespace
 
-std::optional<std::string> LocaleService::displayNameForCountryCode(const std::string& /*code*/) const {
-  return std::nullopt;
-}
-std::optional<std::string> LocaleService::displayNameForLanguageCode(const std::string& /*code*/) const {
-  return std::nullopt;
-}
-std::optional<std::string> LocaleService::displayNameForIdentifier(const std::string& /*identifier*/) const {
-  return std::nullopt;
-}
-
 std::optional<std::string> identifierOfLocaleName(std::string_view name) {
   std::string identifier(name.substr(0, name.find_first_of(".@")));
   if (identifier.empty() || identifier == "C" || identifier == "POSIX") return std::nullopt;

@@ -38,9 +38,9 @@ class ZR_PUBLIC LocaleService {
   // "en", "zh".
   virtual std::optional<std::string> languageCode() const = 0;
   // In the locale's own language. Defaults: unknown.
-  virtual std::optional<std::string> displayNameForCountryCode(const std::string& code) const;
-  virtual std::optional<std::string> displayNameForLanguageCode(const std::string& code) const;
-  virtual std::optional<std::string> displayNameForIdentifier(const std::string& identifier) const;
+  virtual std::optional<std::string> displayNameForCountryCode(const std::string& /*code*/) const { return {}; }
+  virtual std::optional<std::string> displayNameForLanguageCode(const std::string& /*code*/) const { return {}; }
+  virtual std::optional<std::string> displayNameForIdentifier(const std::string& /*identifier*/) const { return {}; }
 };
 
 // The device's time zone. Called from any thread.

@@ -20,7 +20,7 @@ void appendJSONDate(Date date, std::string& out);
 void appendJSONData(std::span<const std::uint8_t> bytes, std::string& out);
 
 // An object that writes its own JSON. Comparison and description use its plain value. Any thread.
-class LazyJSON : public Object {
+class LazyJSON : public ObjectOf<LazyJSON> {
  public:
   virtual void appendTo(std::string& out) const = 0;
   std::string description() const final { return plainValue().description(); }

@@ -66,9 +66,9 @@ class FunctionJSON final : public LazyJSON {
 void append(const Value& value, int depth, std::string& out);
 
 void appendObject(const Object& object, int depth, std::string& out) {
-  if (const auto* lazy = dynamic_cast<const LazyJSON*>(&object)) {
+  if (const auto* lazy = object.as<LazyJSON>()) {
     lazy->appendTo(out);
-  } else if (dynamic_cast<const LargeInteger*>(&object)) {
+  } else if (object.as<LargeInteger>()) {
     out += object.description();
   } else {
     append(plainValueOf(object), depth, out);

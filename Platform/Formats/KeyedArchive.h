@@ -15,7 +15,7 @@ namespace zorvane::platform {
 
 // An object in an archive: its class name and its encoded keys. A key's value is a plain value. Objects in it, also
 // inside arrays and dictionaries, are ArchivedObjects again.
-class ZR_PUBLIC ArchivedObject final : public Object {
+class ZR_PUBLIC ArchivedObject final : public ObjectOf<ArchivedObject> {
  public:
   explicit ArchivedObject(std::string className) : className_(std::move(className)) {}
 

@@ -85,7 +85,7 @@ class Writer {
   }
 
   std::uint32_t addObject(const std::shared_ptr<const Object>& object, int depth) {
-    const auto* archived = dynamic_cast<const ArchivedObject*>(object.get());
+    const auto* archived = object->as<ArchivedObject>();
     if (!archived) return add(plainValueOf(*object), depth);
     const auto [known, isNew] = indices_.emplace(archived, 0);
     if (!isNew) return known->second;

@@ -50,7 +50,7 @@ Value PropertyListUID::plainValue() const {
 }
 
 bool PropertyListUID::isEqual(const Object& other) const {
-  const auto* uid = dynamic_cast<const PropertyListUID*>(&other);
+  const auto* uid = other.as<PropertyListUID>();
   return uid && uid->index_ == index_;
 }
 
@@ -59,7 +59,7 @@ std::string LargeInteger::description() const {
 }
 
 bool LargeInteger::isEqual(const Object& other) const {
-  const auto* integer = dynamic_cast<const LargeInteger*>(&other);
+  const auto* integer = other.as<LargeInteger>();
   return integer && integer->number_ == number_;
 }
 

@@ -14,7 +14,7 @@ namespace zorvane::platform {
 inline constexpr int kMaxPropertyListDepth = 128;
 
 // A UID, by which keyed archives refer to their entries, as a value.
-class PropertyListUID final : public Object {
+class PropertyListUID final : public ObjectOf<PropertyListUID> {
  public:
   explicit PropertyListUID(std::uint32_t index) : index_(index) {}
   std::uint32_t index() const { return index_; }
@@ -28,7 +28,7 @@ class PropertyListUID final : public Object {
 };
 
 // An integer from 2^63 to 2^64-1, which Value has no kind for.
-class LargeInteger final : public Object {
+class LargeInteger final : public ObjectOf<LargeInteger> {
  public:
   explicit LargeInteger(std::uint64_t number) : number_(number) {}
   std::uint64_t number() const { return number_; }

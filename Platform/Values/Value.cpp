@@ -47,10 +47,6 @@ T& uniqueCopy(std::shared_ptr<const void>& holder) {
 
 }  // namespace
 
-Value Object::plainValue() const {
-  return description();
-}
-
 Value plainValueOf(const Object& object) {
   constexpr int kMaxSteps = 8;
   Value value = object.plainValue();

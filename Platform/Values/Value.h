@@ -75,10 +75,26 @@ class ZR_PUBLIC Object {
   virtual ~Object() = default;
   // The "%@" rendering.
   virtual std::string description() const = 0;
-  // What files and requests hold in place of the object: a value without objects inside.
-  virtual Value plainValue() const;
+  // What files and requests hold in place of the object: a value without objects inside. Default: its description.
+  virtual inline Value plainValue() const;
   // Whether both stand for the same thing. Default: they are the same object.
   virtual bool isEqual(const Object& other) const { return this == &other; }
+  // Identifies the class. ObjectOf overrides it.
+  virtual const void* classID() const noexcept { return nullptr; }
+  // This object if it is a T, else null. T derives from ObjectOf<T>.
+  template <typename T>
+  const T* as() const noexcept {
+    return classID() == &T::kClassID ? static_cast<const T*>(this) : nullptr;
+  }
+};
+
+// Base class of a class T whose objects can be told from others, without RTTI.
+template <typename T>
+class ZR_PUBLIC ObjectOf : public Object {
+ public:
+  const void* classID() const noexcept final { return &kClassID; }
+  // Only its address matters.
+  static inline char kClassID = 0;
 };
 
 template <typename T>
@@ -163,11 +179,14 @@ class ZR_PUBLIC Value {
   const URL* asURL() const noexcept { return sharedAs<URL>(Kind::URL); }
   const Array* asArray() const noexcept { return sharedAs<Array>(Kind::Array); }
   const Dictionary* asDictionary() const noexcept { return sharedAs<Dictionary>(Kind::Dictionary); }
-  // The shared object itself; null if the value is no object.
+  // The shared object itself; null if the value is no object, or no T.
   std::shared_ptr<const Object> asObject() const noexcept;
   template <std::derived_from<Object> T>
   std::shared_ptr<const T> asObject() const noexcept {
-    return std::dynamic_pointer_cast<const T>(asObject());
+    auto object = asObject();
+    const T* const wanted = object ? object->template as<T>() : nullptr;
+    if (!wanted) return nullptr;
+    return {std::move(object), wanted};
   }
 
   // Write access to a container; shared storage is copied first. Throws ValueError for any other kind. Do not use the
@@ -291,5 +310,9 @@ class ZR_PUBLIC Dictionary {
   std::vector<Entry> entries_;
   std::vector<std::uint32_t> slots_;  // hash index of large dictionaries: entry number + 1, or 0
 };
+
+inline Value Object::plainValue() const {
+  return description();
+}
 
 }  // namespace zorvane::platform

@@ -31,7 +31,7 @@ constexpr std::size_t kAlwaysRead = 16u << 20;
 constexpr std::size_t kPage = 4096;
 
 // What a record holds under kTicketKey. Its plain value is nil, so that a save leaves it out.
-class TicketObject final : public platform::Object {
+class TicketObject final : public platform::ObjectOf<TicketObject> {
  public:
   explicit TicketObject(ZREventJournal::Ticket ticket) : ticket_(ticket) {}
   ZREventJournal::Ticket ticket() const { return ticket_; }

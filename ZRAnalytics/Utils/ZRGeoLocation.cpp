@@ -16,7 +16,7 @@ std::string ZRGeoLocation::description() const {
 }
 
 bool ZRGeoLocation::isEqual(const Object& other) const {
-  const auto* location = dynamic_cast<const ZRGeoLocation*>(&other);
+  const auto* location = other.as<ZRGeoLocation>();
   return location && location->latitude_ == latitude_ && location->longitude_ == longitude_;
 }
 

@@ -9,7 +9,7 @@
 namespace zorvane {
 
 // In degrees; the range is not checked. Not thread-safe: do not change it after handing it over.
-class ZR_PUBLIC ZRGeoLocation final : public Object {
+class ZR_PUBLIC ZRGeoLocation final : public platform::ObjectOf<ZRGeoLocation> {
  public:
   // Both may be any number.
   static std::shared_ptr<ZRGeoLocation> initWithLatitudeAndLongitude(double latitude, double longitude);

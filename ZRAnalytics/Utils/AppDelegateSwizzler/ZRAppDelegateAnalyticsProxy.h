@@ -79,7 +79,7 @@ class ZRAppDelegateAnalyticsProxy final : public UIApplicationDelegate,
 };
 
 // An object whose properties can be read by name.
-class ZRNamedProperties : public Object {
+class ZRNamedProperties : public platform::ObjectOf<ZRNamedProperties> {
  public:
   // Nil if there is no such property.
   virtual Value propertyNamed(std::string_view name) const = 0;
