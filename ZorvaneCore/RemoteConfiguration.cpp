@@ -206,9 +206,9 @@ bool CoreState::choice(std::string_view key) {
 }
 
 void CoreState::setChoice(std::string_view key, Value value, platform::Durability durability) {
-  choices_.setObjectForKey(std::move(value), key);
+  choices_.setObjectForKey(std::move(value), key, durability);
   // If the write fails, the choice holds in this process and is written again later, see configure().
-  (void)choices_.writeChanges(durability);
+  (void)choices_.writeChanges();
   refreshGates();
 }
 
@@ -223,18 +223,20 @@ ZRSDKConfiguration CoreState::sdkConfiguration() {
 }
 
 void CoreState::setSdkConfiguration(const ZRSDKConfiguration& configuration) {
-  const auto keep = [this](const auto& chosen, std::string_view key) {
-    if (chosen.changed) choices_.setObjectForKey(chosen.value, key);
+  using platform::Durability;
+  const auto keep = [this](const auto& chosen, std::string_view key, Durability durability) {
+    if (chosen.changed) choices_.setObjectForKey(chosen.value, key, durability);
   };
-  keep(configuration.optOutIDFVTracking_, kChoiceIDFVOptedOut);
-  keep(configuration.optOutIDFATracking_, kChoiceIDFAOptedOut);
-  keep(configuration.analyticsDisablePeriodicFlush_, kChoicePeriodicFlushDisabled);
-  const auto& duration = configuration.analyticsPeriodicFlushDuration_;
-  if (duration.changed) choices_.setObjectForKey(*duration.value, kChoicePeriodicFlushDuration);
   // A power loss may undo a choice about the flush timer, but none about an identifier.
-  const bool isLasting = configuration.optOutIDFVTracking_.changed || configuration.optOutIDFATracking_.changed;
+  keep(configuration.optOutIDFVTracking_, kChoiceIDFVOptedOut, Durability::Lasting);
+  keep(configuration.optOutIDFATracking_, kChoiceIDFAOptedOut, Durability::Lasting);
+  keep(configuration.analyticsDisablePeriodicFlush_, kChoicePeriodicFlushDisabled, Durability::Eventual);
+  const auto& duration = configuration.analyticsPeriodicFlushDuration_;
+  if (duration.changed) {
+    choices_.setObjectForKey(*duration.value, kChoicePeriodicFlushDuration, Durability::Eventual);
+  }
   // If the write fails, the choice holds in this process and is written again later, see configure().
-  (void)choices_.writeChanges(isLasting ? platform::Durability::Lasting : platform::Durability::Eventual);
+  (void)choices_.writeChanges();
 }
 
 void configureCore(CoreSetup setup) {

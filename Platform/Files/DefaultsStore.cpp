@@ -144,13 +144,18 @@ std::string DefaultsStore::textForKeyOrStored(std::string_view key, std::string 
   MutexLock lock(mutex_);
   if (const Value* kept = content_.find(key); kept && kept->isString()) return *kept->asString();
   content_.set(key, text);
-  ++changes_;
+  countChange(Durability::Lasting);
   return text;
 }
 
-void DefaultsStore::setObjectForKey(Value value, std::string_view key) {
+void DefaultsStore::countChange(Durability durability) {
+  ++changes_;
+  if (durability == Durability::Lasting) mustLastChanges_ = changes_;
+}
+
+void DefaultsStore::setObjectForKey(Value value, std::string_view key, Durability durability) {
   if (value.isNil()) {
-    removeObjectForKey(key);
+    removeObjectForKey(key, durability);
     return;
   }
   loadIfNeeded();
@@ -159,17 +164,17 @@ void DefaultsStore::setObjectForKey(Value value, std::string_view key) {
   const Value* const kept = content_.find(key);
   if (kept && kept->kind() == value.kind() && (value.isNumber() || value.isString()) && *kept == value) return;
   content_.set(key, std::move(value));
-  ++changes_;
+  countChange(durability);
 }
 
-void DefaultsStore::removeObjectForKey(std::string_view key) {
+void DefaultsStore::removeObjectForKey(std::string_view key, Durability durability) {
   loadIfNeeded();
   MutexLock lock(mutex_);
   if (!loaded_) {
     removedUnread_.emplace_back(key);
-    ++changes_;
+    countChange(durability);
   }
-  if (content_.remove(key)) ++changes_;
+  if (content_.remove(key)) countChange(durability);
 }
 
 Dictionary DefaultsStore::dictionaryRepresentation() const {
@@ -178,25 +183,26 @@ Dictionary DefaultsStore::dictionaryRepresentation() const {
   return content_;
 }
 
-Status DefaultsStore::synchronize(Durability durability) {
+Status DefaultsStore::synchronize() {
   synchronizeHook().call(name_);
   if (DefaultsStore* const other = other_.load()) (void)other->writeChanges();
-  return writeChanges(durability);
+  return writeChanges();
 }
 
-Status DefaultsStore::writeChanges(Durability durability) {
+Status DefaultsStore::writeChanges() {
   {
     MutexLock lock(mutex_);
     if (writtenChanges_ == changes_) return Done{};
   }
-  Status written = writeContent(durability);
+  Status written = writeContent();
   reportProblem(written);
   return written;
 }
 
-Status DefaultsStore::writeContent(Durability durability) {
+Status DefaultsStore::writeContent() {
   Dictionary content;
   std::uint64_t changes = 0;
+  Durability durability = Durability::Eventual;
   {
     MutexLock lock(mutex_);
     if (!loaded_) {
@@ -206,8 +212,7 @@ Status DefaultsStore::writeContent(Durability durability) {
     }
     content = content_;
     changes = changes_;
-    // Others' changes may be among them.
-    if (changes - writtenChanges_ > 1) durability = Durability::Lasting;
+    if (lastingChanges_ < mustLastChanges_) durability = Durability::Lasting;
   }
   // May call a host's object among the values, so no lock is held.
   const std::string bytes = binaryPropertyList(std::move(content));
@@ -220,6 +225,7 @@ Status DefaultsStore::writeContent(Durability durability) {
   if (written) {
     MutexLock lock(mutex_);
     writtenChanges_ = changes;
+    if (durability == Durability::Lasting) lastingChanges_ = changes;
   }
   return written;
 }

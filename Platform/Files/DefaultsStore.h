@@ -31,15 +31,15 @@ class DefaultsStore {
   bool boolForKey(std::string_view key) const;
   // The text under the key. If there is none, stores and returns the given one, atomically.
   std::string textForKeyOrStored(std::string_view key, std::string text);
-  // Nil removes the key.
-  void setObjectForKey(Value value, std::string_view key);
-  void removeObjectForKey(std::string_view key);
+  // Nil removes the key. Once written, a lasting change survives a power loss; an eventual one may be undone by it
+  // until a lasting one is written.
+  void setObjectForKey(Value value, std::string_view key, Durability durability = Durability::Lasting);
+  void removeObjectForKey(std::string_view key, Durability durability = Durability::Lasting);
   Dictionary dictionaryRepresentation() const;
   // After a failure the change stays in memory and is written by the next call. Other calls do not wait for the file.
-  // What is written as eventual is lasting with the next change that is.
-  Status synchronize(Durability durability = Durability::Lasting);
+  Status synchronize();
   // The same without the synchronize hook.
-  Status writeChanges(Durability durability = Durability::Lasting);
+  Status writeChanges();
   // From now on synchronize() first writes the other store's changes too. The other store must outlive this one.
   void synchronizeWith(DefaultsStore& other) { other_.store(&other); }
 
@@ -49,7 +49,8 @@ class DefaultsStore {
   // Reports a failure to the problem hook, with no lock held.
   void loadIfNeeded() const ZR_EXCLUDES(mutex_);
   Status load() const ZR_REQUIRES(mutex_);
-  Status writeContent(Durability durability) ZR_EXCLUDES(writeMutex_, mutex_);
+  Status writeContent() ZR_EXCLUDES(writeMutex_, mutex_);
+  void countChange(Durability durability) ZR_REQUIRES(mutex_);
   // Calls the problem hook, unless this is the problem reported last.
   void reportProblem(const Status& status) const ZR_EXCLUDES(mutex_);
 
@@ -62,8 +63,12 @@ class DefaultsStore {
   // Keys removed before the file could be read.
   mutable std::vector<std::string> removedUnread_ ZR_GUARDED_BY(mutex_);
   mutable std::string lastReportedProblem_ ZR_GUARDED_BY(mutex_);
-  std::uint64_t changes_ ZR_GUARDED_BY(mutex_) = 0;         // so many were made
-  std::uint64_t writtenChanges_ ZR_GUARDED_BY(mutex_) = 0;  // so many of them are in the file
+  // So many changes were made, are in the file, and survive a power loss.
+  std::uint64_t changes_ ZR_GUARDED_BY(mutex_) = 0;
+  std::uint64_t writtenChanges_ ZR_GUARDED_BY(mutex_) = 0;
+  std::uint64_t lastingChanges_ ZR_GUARDED_BY(mutex_) = 0;
+  // So many must survive one once they are written.
+  std::uint64_t mustLastChanges_ ZR_GUARDED_BY(mutex_) = 0;
   std::atomic<DefaultsStore*> other_{nullptr};
 };
 

@@ -13,14 +13,14 @@ namespace zorvane {
 inline void keepInDefaults(Value value, std::string_view key,
                            platform::Durability durability = platform::Durability::Lasting) {
   platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-  defaults.setObjectForKey(std::move(value), key);
-  (void)defaults.synchronize(durability);
+  defaults.setObjectForKey(std::move(value), key, durability);
+  (void)defaults.synchronize();
 }
 
 inline void removeFromDefaults(std::string_view key, platform::Durability durability = platform::Durability::Lasting) {
   platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
-  defaults.removeObjectForKey(key);
-  (void)defaults.synchronize(durability);
+  defaults.removeObjectForKey(key, durability);
+  (void)defaults.synchronize();
 }
 
 }  // namespace zorvane

@@ -35,22 +35,32 @@ TEST(DefaultsStore, KeepsTypedValuesOverALaunch) {
   EXPECT_TRUE(store.objectForKey("missing").isNil());
 }
 
-TEST(DefaultsStore, AnotherChangeLastsThatAWriteTakesAlong) {
+TEST(DefaultsStore, SyncsTheDirectoryForALastingChangeAlsoAfterAFailure) {
   TemporaryDirectory directory;
   DefaultsStore store("name", directory.file("store.plist"));
   static int syncs = 0;
+  static bool fails = false;
   SystemCalls calls = kRealSystemCalls;
   calls.fsync = [](int) {
     ++syncs;
-    return 0;
+    return fails ? -1 : 0;
   };
   setSystemCalls(&calls);
-  for (const int changes : {1, 2}) {
+  int value = 0;
+  const auto syncsAfter = [&](std::initializer_list<Durability> changes) {
     syncs = 0;
-    for (int i = 0; i < changes; ++i) store.setObjectForKey(i, "key" + std::to_string(changes));
-    EXPECT_TRUE(store.writeChanges(Durability::Eventual));
-    EXPECT_EQ(syncs, changes) << "the file, and the directory if another change is in it";
-  }
+    for (const Durability durability : changes) store.setObjectForKey(++value, "key", durability);
+    EXPECT_EQ(static_cast<bool>(store.writeChanges()), !fails);
+    return syncs;
+  };
+  constexpr Durability kEventual = Durability::Eventual;
+  EXPECT_EQ(syncsAfter({kEventual, kEventual}), 1) << "the file";
+  EXPECT_EQ(syncsAfter({Durability::Lasting, kEventual}), 2) << "the directory, too";
+  fails = true;
+  (void)syncsAfter({Durability::Lasting});
+  fails = false;
+  EXPECT_EQ(syncsAfter({}), 2) << "of what failed";
+  EXPECT_EQ(syncsAfter({kEventual}), 1);
   setSystemCalls(nullptr);
 }
 
