@@ -8,36 +8,40 @@ namespace zorvane::platform {
 namespace {
 
 constexpr std::size_t kBlockSize = 64;
-using State = std::array<std::uint32_t, 5>;
+using Word = std::uint32_t;
+using State = std::array<Word, 5>;
 
 void addBlock(State& state, const unsigned char* block) {
-  std::uint32_t words[80];
+  Word words[80];
   for (std::size_t i = 0; i < 16; ++i) {
-    words[i] = std::uint32_t{block[i * 4]} << 24 | std::uint32_t{block[i * 4 + 1]} << 16 |
-               std::uint32_t{block[i * 4 + 2]} << 8 | std::uint32_t{block[i * 4 + 3]};
+    words[i] = Word{block[i * 4]} << 24 | Word{block[i * 4 + 1]} << 16 | Word{block[i * 4 + 2]} << 8 | block[i * 4 + 3];
   }
   for (std::size_t i = 16; i < 80; ++i) {
     words[i] = std::rotl(words[i - 3] ^ words[i - 8] ^ words[i - 14] ^ words[i - 16], 1);
   }
   auto [a, b, c, d, e] = state;
-  for (std::size_t i = 0; i < 80; ++i) {
-    std::uint32_t mix;
-    if (i < 20) {
-      mix = ((b & c) | (~b & d)) + 0x5A827999U;
-    } else if (i < 40) {
-      mix = (b ^ c ^ d) + 0x6ED9EBA1U;
-    } else if (i < 60) {
-      mix = ((b & c) | (b & d) | (c & d)) + 0x8F1BBCDCU;
-    } else {
-      mix = (b ^ c ^ d) + 0xCA62C1D6U;
+  std::size_t i = 0;
+  const auto addTwentyWords = [&](Word constant, auto mix) {
+    // The standard renames the five after each word. Here five steps with other names do that.
+    const auto step = [&](Word v, Word& w, Word x, Word y, Word& z) {
+      z += std::rotl(v, 5) + mix(w, x, y) + constant + words[i++];
+      w = std::rotl(w, 30);
+    };
+    for (int round = 0; round < 4; ++round) {
+      step(a, b, c, d, e);
+      step(e, a, b, c, d);
+      step(d, e, a, b, c);
+      step(c, d, e, a, b);
+      step(b, c, d, e, a);
     }
-    const std::uint32_t next = std::rotl(a, 5) + mix + e + words[i];
-    e = d;
-    d = c;
-    c = std::rotl(b, 30);
-    b = a;
-    a = next;
-  }
+  };
+  const auto choose = [](Word x, Word y, Word z) { return (x & y) | (~x & z); };
+  const auto parity = [](Word x, Word y, Word z) { return x ^ y ^ z; };
+  const auto majority = [](Word x, Word y, Word z) { return (x & y) | (x & z) | (y & z); };
+  addTwentyWords(0x5A827999U, choose);
+  addTwentyWords(0x6ED9EBA1U, parity);
+  addTwentyWords(0x8F1BBCDCU, majority);
+  addTwentyWords(0xCA62C1D6U, parity);
   state[0] += a;
   state[1] += b;
   state[2] += c;
