@@ -19,8 +19,6 @@ namespace {
 
 constexpr char kFile[] = "ZRAnalyticsUtils";
 constexpr int kTrackingAuthorized = 3;
-// Of a batch identifier, a time and a generated user identifier, rounded up.
-constexpr std::size_t kSignedSize = 128;
 
 std::atomic<bool> proxyConfigured{false};
 
@@ -44,15 +42,13 @@ std::string ZRAnalyticsUtils::createBatchIdentifier() {
 
 std::optional<std::string> ZRAnalyticsUtils::getRequestIDForPayload(const Dictionary* payload) {
   if (!payload) return std::nullopt;
-  // getSignatureWithComponents would need an array of copies, for each request.
-  std::string text;
-  text.reserve(kSignedSize);
+  Array components;
+  components.reserve(3);
   for (const std::string_view path : {"meta.bid", "meta.request_time", "query_params.unique_id"}) {
-    const Value component = validObjectForKeyPath(*payload, path);
-    if (component.isNil()) return std::nullopt;
-    text += component.description();
+    components.push_back(validObjectForKeyPath(*payload, path));
+    if (components.back().isNil()) return std::nullopt;
   }
-  return hexDigest(text, platform::kUpperHexDigits);
+  return getSignatureWithComponents(components);
 }
 
 std::string ZRAnalyticsUtils::getSignatureWithComponents(const Array& components) {
