@@ -248,9 +248,13 @@ void appendEvent(const Value& name, const ZRProperties* properties, Bytes& out) 
   append(name, 0, out);
   if (!properties) return;
   append(properties->plainAttributes(), 0, out);
-  append(properties->getDateTimeAttributesArray(), 0, out);
-  append(properties->getLocationAttributesArray(), 0, out);
-  append(properties->isNonInteractiveEvent(), 0, out);
+  const Array& dates = properties->getDateTimeAttributesArray();
+  const Array& locations = properties->getLocationAttributesArray();
+  const bool isNonInteractive = properties->isNonInteractiveEvent();
+  if (dates.empty() && locations.empty() && !isNonInteractive) return;
+  append(dates, 0, out);
+  append(locations, 0, out);
+  append(isNonInteractive, 0, out);
 }
 
 std::optional<Event> readEvent(std::string_view payload) {
@@ -261,6 +265,7 @@ std::optional<Event> readEvent(std::string_view payload) {
   if (payload.empty()) return event;
   if (!take(payload, 0, left, part) || !part.isDictionary()) return std::nullopt;
   event.properties = ZRProperties(*part.asDictionary());
+  if (payload.empty()) return event;
   if (!take(payload, 0, left, part) || !part.isArray()) return std::nullopt;
   event.properties.setDateAttrArray(*part.asArray());
   if (!take(payload, 0, left, part) || !part.isArray()) return std::nullopt;
