@@ -26,7 +26,7 @@ class Deadline {
   const double end_;
 };
 
-// Forwards to the host's transport and counts what it has not answered.
+// Forwards to the host's transport and counts what it has not answered. Passes on the first answer to a request only.
 class CountingTransport final : public NetworkTransport {
  public:
   explicit CountingTransport(std::shared_ptr<NetworkTransport> transport) : transport_(std::move(transport)) {}
@@ -40,11 +40,12 @@ class CountingTransport final : public NetworkTransport {
     try {
       transport_->send(std::move(request),
                        [this, isAnswered, completion = std::move(completion)](const TransportResponse& response) {
+                         if (isAnswered->exchange(true)) return;
                          completion(response);
-                         countAnswer(*isAnswered);
+                         countAnswer();
                        });
     } catch (...) {
-      countAnswer(*isAnswered);
+      if (!isAnswered->exchange(true)) countAnswer();
       throw;
     }
   }
@@ -61,9 +62,7 @@ class CountingTransport final : public NetworkTransport {
   }
 
  private:
-  // Once per request, however often the host's transport answers it.
-  void countAnswer(std::atomic<bool>& isAnswered) {
-    if (isAnswered.exchange(true)) return;
+  void countAnswer() {
     platform::MutexLock lock(mutex_);
     ++answered_;
     changed_.notifyAll();

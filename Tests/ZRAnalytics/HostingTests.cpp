@@ -5,6 +5,20 @@
 namespace zorvane::testing {
 namespace {
 
+class TransportThatAnswersTwice final : public NetworkTransport {
+ public:
+  explicit TransportThatAnswersTwice(std::shared_ptr<NetworkTransport> service) : service_(std::move(service)) {}
+  void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override {
+    service_->send(std::move(request), [completion = std::move(completion)](const TransportResponse& response) {
+      completion(response);
+      completion(response);
+    });
+  }
+
+ private:
+  std::shared_ptr<NetworkTransport> service_;
+};
+
 class HostingTest : public UserTest {
  protected:
   // A device without locale, so that the order below holds what every device tracks.
@@ -19,7 +33,7 @@ class HostingTest : public UserTest {
     options.host.directories = {documents(""), library(""), (directory_ / "Defaults").string()};
     options.core.endpoint = "http://service";
     options.core.appId = "APP";
-    options.core.transport = service_;
+    options.core.transport = transport_;
     options.core.remoteConfiguration = configuration;
     options.log = log_;
     return startAnalytics(std::move(options));
@@ -29,6 +43,7 @@ class HostingTest : public UserTest {
     for (const auto& request : service_->requests()) count += request.url == "http://service/v1/device/APP" ? 1 : 0;
     return count;
   }
+  std::shared_ptr<NetworkTransport> transport_ = service_;
   std::shared_ptr<FakeApplication> application_ = std::make_shared<FakeApplication>();
 };
 
@@ -66,6 +81,27 @@ TEST_F(HostingTest, WhatIsRefusedOrNotAnsweredIsSavedForTheNextLaunch) {
   while (service_->heldCount() > 0) service_->answerNext(200);
   EXPECT_TRUE(endAnalytics(60));
   EXPECT_TRUE(batchFile().empty());
+}
+
+TEST_F(HostingTest, ASecondAnswerToARequestDoesNotStandForAnother) {
+  transport_ = std::make_shared<TransportThatAnswersTwice>(service_);
+  ASSERT_TRUE(startModule());
+  settle();
+  service_->hold = true;
+  for (const char* name : {"a", "b"}) {
+    facade().trackEventWithProperties(name, nullptr);
+    settle();
+    events().saveCurrentBatch();
+  }
+  std::vector<bool> results;
+  events().flushWithCompletionBlock([&](bool success, bool) { results.push_back(success); });
+  settle();
+  service_->answerNext(200);
+  settle();
+  EXPECT_TRUE(results.empty());
+  service_->answerNext(503);
+  settle();
+  EXPECT_EQ(results, std::vector<bool>{false});
 }
 
 TEST_F(HostingTest, AWrongStartChangesNothing) {
