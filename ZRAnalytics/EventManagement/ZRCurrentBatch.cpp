@@ -55,15 +55,20 @@ std::uint64_t ZRCurrentBatch::generation() const {
 }
 
 void ZRCurrentBatch::keepIf(const std::function<bool(const Value& record)>& passes) {
-  std::optional<Array> held = events();
-  if (!held) return;
-  Array kept;
-  for (const Value& record : *held) {
-    if (passes(record)) kept.push_back(record);
+  for (;;) {
+    const std::optional<Array> held = events();
+    if (!held) return;
+    Array kept;
+    for (const Value& record : *held) {
+      if (passes(record)) kept.push_back(record);
+    }
+    platform::MutexLock lock(mutex_);
+    // Meanwhile it may have been cleared, or events put back.
+    if (!events_ || events_->size() != held->size()) continue;
+    // The dropped events are destroyed with `held`, after the lock.
+    events_->swap(kept);
+    return;
   }
-  platform::MutexLock lock(mutex_);
-  // Unless it was cleared meanwhile. The dropped events are destroyed with `held`, after the lock.
-  if (events_ && events_->size() == held->size()) events_->swap(kept);
 }
 
 std::optional<Array> ZRCurrentBatch::events() const {

@@ -58,5 +58,20 @@ TEST_F(BatchSaverTest, FullBatchesThatCannotBeStoredGoBackInTheirOrder) {
   EXPECT_EQ(currentNames(), (Names{"a", "b", "c", "d", "e", "f", "g", "h", "i", "j"}));
 }
 
+TEST_F(BatchSaverTest, OptOutDropsAlsoWhatCannotBeStoredMeanwhile) {
+  startWithSession();
+  track({"a", "INSTALL"});
+  std::filesystem::create_directory(batchPath());
+  log_->onMessage = [this](const std::string& message) {
+    if (message != "a not tracked as Data Tracking is opted out") return;
+    log_->onMessage = nullptr;
+    events().writeEventsToFileWithBatchID(Array{Dictionary{{"EVENT_ACTION", "b"}}}, "1-X");
+  };
+  ZRConfigDataManager::sharedInstance().setDataTrackingOptedOut(true);
+  events().dropOptedOutEvents();
+  settle();
+  EXPECT_EQ(currentNames(), (Names{"INSTALL"}));
+}
+
 }  // namespace
 }  // namespace zorvane::testing
