@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "Platform/Files/FileSystem.h"
-#include "Platform/Formats/PropertyListDictionaryFile.h"
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandlerSupport.h"
@@ -20,7 +19,6 @@
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
 #include "ZorvaneCore/ZRDateUtils.h"
-#include "ZorvaneCore/ZRDictionaryUtils.h"
 
 namespace zorvane {
 
@@ -273,14 +271,19 @@ void ZREventsHandler::addEventToViewInfoWithEventDict(Dictionary eventDict) {
 // --- Batch store
 
 void ZREventsHandler::writeEventsToFileWithBatchID(const Value& events, const Value& batchID) {
+  storeEvents(events, batchID, currentBatch_.generation());
+}
+
+void ZREventsHandler::storeEvents(const Value& events, const Value& batchID, std::uint64_t generation) {
   guarded({kFile, "writeEventsToFileWithBatchID", 708}, "Exception : %@", [&] {
-    const std::uint64_t generation = currentBatch_.generation();
     Dictionary batches;
     batches.setObjectNilHandledForKey(withoutObjects(events), batchID.description());
     const ZRBatchFile::Outcome outcome = batchFile_.store(batches);
     const bool isStored = outcome == ZRBatchFile::Outcome::Done || outcome == ZRBatchFile::Outcome::Unreadable;
-    if (!isStored && events.isArray()) {
-      currentBatch_.putBack(Array(*events.asArray()), generation);
+    if (!isStored && events.isArray()) currentBatch_.putBack(Array(*events.asArray()), generation);
+    // Cleared while they were stored.
+    if (outcome == ZRBatchFile::Outcome::Done && currentBatch_.generation() != generation) {
+      (void)batchFile_.remove(batches);
     }
   });
 }
@@ -329,8 +332,8 @@ void ZREventsHandler::sendDumpFile() {
         }
         logLine("could not complete sync from dump file, will try again later");
         if (currentBatch_.generation() != generation) return;
-        writeEventsToFileWithBatchID(batch.objectForKey(kBatchKeyEvents).asObject()->plainValue(),
-                                     batch.objectForKey(kBatchKeyBatchID));
+        storeEvents(batch.objectForKey(kBatchKeyEvents).asObject()->plainValue(), batch.objectForKey(kBatchKeyBatchID),
+                    generation);
       });
     };
     bool hasAppID = true;

@@ -145,6 +145,8 @@ class ZREventsHandler {
       ZR_REQUIRES(reports_serial_queue_);
   void addEventToViewInfoWithEventDict(Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
   void sendDumpFile();
+  // writeEventsToFileWithBatchID for events of that generation of the current batch.
+  void storeEvents(const Value& events, const Value& batchID, std::uint64_t generation);
 
   const std::unique_ptr<platform::Queue> ownedQueue_;
   platform::Queue& reports_serial_queue_;
