@@ -58,7 +58,7 @@ void ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes
   std::erase_if(batches, [](const ClosedBatch& batch) { return batch.events.empty(); });
   {
     platform::MutexLock lock(mutex_);
-    closed_ = std::move(batches);
+    closed_.splice(closed_.begin(), batches);
   }
   current_.keepIf(passes);
 }
@@ -89,9 +89,9 @@ void ZRBatchSaver::storeClosed() {
   ZREventJournal* const journal = ZRConfigDataManager::sharedInstance().getEventJournal();
   Dictionary entries;
   ZRBatchFile::Outcome outcome = ZRBatchFile::Outcome::Failed;
+  std::size_t tooLarge = 0;
   try {
     ZRSessionManager::sharedSessionManager().saveNewSession();
-    std::size_t tooLarge = 0;
     // Counting what fits takes as long as storing it. So only what turns out too large is counted and split.
     for (const bool isSplit : {false, true}) {
       entries.clear();
@@ -100,10 +100,6 @@ void ZRBatchSaver::storeClosed() {
       if (kept) kept->arm();
       outcome = file_.store(entries, kept.get());
       if (outcome != ZRBatchFile::Outcome::TooLarge) break;
-    }
-    if (outcome != ZRBatchFile::Outcome::Done) tooLarge = 0;
-    for (; tooLarge > 0; --tooLarge) {
-      logLine("Batch Events plist : an event is too large to be saved and is dropped");
     }
   } catch (...) {
     reopen(batches);
@@ -116,6 +112,9 @@ void ZRBatchSaver::storeClosed() {
   }
   // Cleared while they were stored.
   if (outcome == ZRBatchFile::Outcome::Done && current_.generation() != generation) (void)file_.remove(entries);
+  for (; outcome == ZRBatchFile::Outcome::Done && tooLarge > 0; --tooLarge) {
+    logLine("Batch Events plist : an event is too large to be saved and is dropped");
+  }
 }
 
 std::size_t ZRBatchSaver::addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries,

@@ -4,7 +4,6 @@
 #include <string_view>
 #include <utility>
 
-#include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandlerSupport.h"
 #include "ZRAnalytics/EventManagement/ZRReportRequest.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
