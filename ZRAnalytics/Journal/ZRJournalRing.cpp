@@ -141,6 +141,10 @@ platform::Status Ring::open(const std::string& path, std::size_t maximum, std::s
   struct stat status {};
   if (systemCalls().fstat(file_, &status) != 0) return errorOf("fstat");
   const auto size = static_cast<std::size_t>(status.st_size);
+  if (size == 0) {
+    const auto synced = platform::syncDirectoryOf(path);
+    if (!synced) return synced.error();
+  }
   if (size <= kHeaderBytes + sizeof(Record) || size > maximum) return platform::Done{};
   // Before it is mapped: a bad block is an error here, and a signal there.
   if (!readAll(file_, size, bytes)) return errorOf("read");
