@@ -401,7 +401,7 @@ void ZREventsHandler::flushWithCompletionBlock(FlushCompletion completion) {
   });
 }
 
-void ZREventsHandler::flushEventsInBackgroundAndResetWithCompletionBlock(bool background, bool reset,
+void ZREventsHandler::flushEventsInBackgroundAndResetWithCompletionBlock(bool /*background*/, bool reset,
                                                                          FlushCompletion completion) {
   constexpr ReportSite kSite{kFile, "flushEventsInBackgroundAndResetWithCompletionBlock", 411};
   constexpr char kPattern[] = "Exception while syncing : %@";
@@ -411,7 +411,7 @@ void ZREventsHandler::flushEventsInBackgroundAndResetWithCompletionBlock(bool ba
       logLine("Reports API Blocked");
       return;
     }
-    reports_serial_queue_.async([this, flush = ZRFlush{background, reset, completion}] {
+    reports_serial_queue_.async([this, flush = ZRFlush{reset, completion}] {
       reports_serial_queue_.assertCurrent();
       sync_.flush(flush);
     });

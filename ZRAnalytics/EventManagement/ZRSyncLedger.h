@@ -42,7 +42,6 @@ using ZRFlushCompletion = std::function<void(bool success, bool attempted)>;
 
 // One call of flush, as it reaches the sync.
 struct ZRFlush {
-  bool background = false;
   bool reset = false;
   ZRFlushCompletion completion;
 };

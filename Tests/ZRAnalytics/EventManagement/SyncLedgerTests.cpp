@@ -9,9 +9,9 @@ using Ledger = ZRSyncLedger;
 
 // A flush of these batches, whose requests are out.
 ZRSyncRun startedRun(Ledger& ledger, const std::vector<std::string_view>& batchIDs, bool reset = false) {
-  EXPECT_EQ(ledger.arrive({false, reset, nullptr}), Ledger::Arrival::Start);
+  EXPECT_EQ(ledger.arrive({reset, nullptr}), Ledger::Arrival::Start);
   ledger.load(batchIDs);
-  return {{false, reset, nullptr}, batchIDs.size()};
+  return {{reset, nullptr}, batchIDs.size()};
 }
 
 TEST(SyncLedgerTest, AcceptedBatchIsSettledAndRefusedOneWaits) {
@@ -67,12 +67,11 @@ TEST(SyncLedgerTest, LastParkedFlushRunsOnceAfterTheSyncItWaitedFor) {
     (void)startedRun(ledger, {"1"}, reset);
     EXPECT_EQ(ledger.isResetPending(), reset);
     int told = 0;
-    EXPECT_EQ(ledger.arrive({false, true, nullptr}), Ledger::Arrival::Park);
-    EXPECT_EQ(ledger.arrive({true, true, [&](bool, bool) { ++told; }}), Ledger::Arrival::Park);
+    EXPECT_EQ(ledger.arrive({true, nullptr}), Ledger::Arrival::Park);
+    EXPECT_EQ(ledger.arrive({true, [&](bool, bool) { ++told; }}), Ledger::Arrival::Park);
     EXPECT_TRUE(ledger.isResetPending());
     const auto parked = ledger.finish();
     ASSERT_TRUE(parked);
-    EXPECT_TRUE(parked->background);
     parked->completion(false, false);
     EXPECT_EQ(told, 1);
     EXPECT_FALSE(ledger.isResetPending());
