@@ -51,7 +51,7 @@ bool isDecimalNumber(std::string_view text) {
 int sextetOf(char character) {
   if (character >= 'A' && character <= 'Z') return character - 'A';
   if (character >= 'a' && character <= 'z') return character - 'a' + 26;
-  if (character >= '0' && character <= '9') return character - '0' + 52;
+  if (isAsciiDigit(character)) return character - '0' + 52;
   return character == '+' ? 62 : character == '/' ? 63 : -1;
 }
 
