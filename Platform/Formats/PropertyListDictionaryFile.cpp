@@ -11,7 +11,6 @@
 #include "Platform/Formats/BinaryEncoder.h"
 #include "Platform/Formats/XMLPropertyList.h"
 #include "Platform/Text/NumberText.h"
-#include "Platform/Text/Utf8.h"
 
 namespace zorvane::platform {
 namespace {
