@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <limits>
-#include <utility>
 
 #include "Platform/Text/Ascii.h"
 #include "Platform/Time/CivilTime.h"

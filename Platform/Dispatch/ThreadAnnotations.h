@@ -15,4 +15,3 @@
 #define ZR_ACQUIRE(...) ZR_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define ZR_RELEASE(...) ZR_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define ZR_ASSERT_CAPABILITY(x) ZR_THREAD_ATTRIBUTE(assert_capability(x))
-#define ZR_NO_THREAD_SAFETY_ANALYSIS ZR_THREAD_ATTRIBUTE(no_thread_safety_analysis)

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
 
 #include "Platform/Text/NumberText.h"
 #include "Platform/Text/Utf8.h"

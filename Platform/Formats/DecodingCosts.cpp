@@ -41,15 +41,18 @@ bool DecodingAllowance::takeEncoded(const Value& value, int depth) {
     default:
       return take(0, kNumberSize);
   }
-  const Array* array = value.asArray();
-  const Dictionary* dictionary = value.asDictionary();
   if (depth >= kMaxPropertyListDepth) return take(0, encodedSize(""));
-  const std::size_t count = array ? array->size() : dictionary->size();
-  if (!take(count, 0)) return false;
-  for (std::size_t i = 0; i < count; ++i) {
-    if (dictionary && !take(0, encodedSize(dictionary->begin()[static_cast<std::ptrdiff_t>(i)].key))) return false;
-    const Value& element = array ? (*array)[i] : dictionary->begin()[static_cast<std::ptrdiff_t>(i)].value;
-    if (!takeEncoded(element, depth + 1)) return false;
+  if (const Array* array = value.asArray()) {
+    if (!take(array->size(), 0)) return false;
+    for (const Value& element : *array) {
+      if (!takeEncoded(element, depth + 1)) return false;
+    }
+    return true;
+  }
+  const Dictionary& dictionary = *value.asDictionary();
+  if (!take(dictionary.size(), 0)) return false;
+  for (const auto& [key, element] : dictionary) {
+    if (!take(0, encodedSize(key)) || !takeEncoded(element, depth + 1)) return false;
   }
   return true;
 }

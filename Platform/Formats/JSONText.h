@@ -1,8 +1,6 @@
-// Appends single JSON values to out, for writers that have no Value; objects with JSON of their own.
+// JSON of texts without a Value, and objects that write their own JSON.
 #pragma once
 
-#include <cstdint>
-#include <span>
 #include <string>
 #include <string_view>
 
@@ -10,14 +8,8 @@
 
 namespace zorvane::platform {
 
-// Quoted and escaped; the text must be valid UTF-8.
+// Appends the text to out, quoted and escaped. It must be valid UTF-8.
 void appendJSONString(std::string_view text, std::string& out);
-// null for not-a-number and infinity.
-void appendJSONDouble(double number, std::string& out);
-void appendJSONInteger(std::int64_t number, std::string& out);
-// null for a date outside the years 1 to 9999.
-void appendJSONDate(Date date, std::string& out);
-void appendJSONData(std::span<const std::uint8_t> bytes, std::string& out);
 
 // An object that writes its own JSON. Comparison and description use its plain value. Any thread.
 class LazyJSON : public ObjectOf<LazyJSON> {

@@ -63,6 +63,31 @@ class FunctionJSON final : public LazyJSON {
   std::function<Value()> plainValue_;
 };
 
+void appendDouble(double number, std::string& out) {
+  if (!std::isfinite(number)) {
+    out += "null";
+    return;
+  }
+  const std::string text = textOfDouble(number);
+  out += text;
+  if (text.find_first_of(".e") == std::string::npos) out += ".0";
+}
+
+void appendDate(Date date, std::string& out) {
+  const std::string text = isoTextOfDate(date, 0, "Z");
+  if (text.empty()) {
+    out += "null";
+  } else {
+    appendJSONString(text, out);
+  }
+}
+
+void appendData(const Data& data, std::string& out) {
+  out += '"';
+  appendHex(out, data.bytes);
+  out += '"';
+}
+
 void append(const Value& value, int depth, std::string& out);
 
 void appendObject(const Object& object, int depth, std::string& out) {
@@ -85,15 +110,16 @@ void append(const Value& value, int depth, std::string& out) {
       out += *value.asBool() ? "true" : "false";
       return;
     case Value::Kind::Integer:
-      return appendJSONInteger(*value.asInteger(), out);
+      out += textOfInteger(*value.asInteger());
+      return;
     case Value::Kind::Double:
-      return appendJSONDouble(*value.asDouble(), out);
+      return appendDouble(*value.asDouble(), out);
     case Value::Kind::String:
       return appendJSONString(*value.asString(), out);
     case Value::Kind::Data:
-      return appendJSONData(value.asData()->bytes, out);
+      return appendData(*value.asData(), out);
     case Value::Kind::Date:
-      return appendJSONDate(*value.asDate(), out);
+      return appendDate(*value.asDate(), out);
     case Value::Kind::URL:
       return appendJSONString(value.asURL()->absoluteString, out);
     case Value::Kind::Object:
@@ -143,37 +169,6 @@ void appendJSONString(std::string_view text, std::string& out) {
     }
   }
   out.append(text, written);
-  out += '"';
-}
-
-void appendJSONDouble(double number, std::string& out) {
-  if (!std::isfinite(number)) {
-    out += "null";
-    return;
-  }
-  const std::string text = textOfDouble(number);
-  out += text;
-  if (text.find_first_of(".e") == std::string::npos) out += ".0";
-}
-
-void appendJSONInteger(std::int64_t number, std::string& out) {
-  out += textOfInteger(number);
-}
-
-void appendJSONDate(Date date, std::string& out) {
-  const auto text = textOfDate(date, "yyyy-MM-dd'T'HH:mm:ss.SSS'Z'", 0);
-  if (!text) {
-    out += "null";
-    return;
-  }
-  out += '"';
-  out += *text;
-  out += '"';
-}
-
-void appendJSONData(std::span<const std::uint8_t> bytes, std::string& out) {
-  out += '"';
-  appendHex(out, bytes);
   out += '"';
 }
 

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <limits>
 
 #include "Platform/Formats/BinaryObjects.h"
 #include "Platform/Formats/KeyedArchive.h"

@@ -11,7 +11,6 @@
 #include "Platform/Formats/BinaryEncoder.h"
 #include "Platform/Formats/XMLPropertyList.h"
 #include "Platform/Text/NumberText.h"
-#include "Platform/Text/Utf8.h"
 
 namespace zorvane::platform {
 namespace {
@@ -58,8 +57,8 @@ bool readPairs(const BinaryObjects& objects, const BinaryObject& root, std::vect
     if (!objects.read(pair.key, key) || !key.isText()) continue;
     if (!allowance.take(0, key.content.size())) return false;
     const std::string_view text = textOfObject(key, storage);
+    if (known.contains(text)) continue;
     known.set(text, null);
-    if (known.size() == pairs.size()) continue;
     pair.keyHash = hashOf(text);
     pairs.push_back(pair);
   }
@@ -85,9 +84,12 @@ struct PropertyListDictionarySnapshot::State {
   // Moved to the next snapshot, so that entries which are added one after the other share their scalars.
   mutable std::unique_ptr<ScalarTable> scalars ZR_GUARDED_BY(mutex);
 
-  std::unique_ptr<ScalarTable> take(std::vector<Pair>& copyOfPairs) const {
+  std::vector<Pair> copyOfPairs() const {
     const MutexLock lock(mutex);
-    copyOfPairs = pairs;
+    return pairs;
+  }
+  std::unique_ptr<ScalarTable> takeScalars() const {
+    const MutexLock lock(mutex);
     return std::move(scalars);
   }
 };
@@ -96,7 +98,8 @@ struct PropertyListDictionarySnapshot::State {
 class PropertyListDictionarySnapshot::Builder {
  public:
   explicit Builder(std::size_t referenceSize) : objects_(emptyObjects(referenceSize)), encoder_(objects_) {}
-  explicit Builder(const State& state) : objects_(*state.source), encoder_(objects_, state.take(pairs_)) {}
+  explicit Builder(const State& state)
+      : objects_(*state.source), pairs_(state.copyOfPairs()), encoder_(objects_, state.takeScalars()) {}
 
   // Replaces the entry at the position, or adds one. When false, the value is too large, and the builder is of no use.
   bool set(std::size_t position, std::string_view key, const Value& value) {

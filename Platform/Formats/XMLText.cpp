@@ -7,7 +7,7 @@
 #include "Platform/Formats/PropertyList.h"
 #include "Platform/Text/Ascii.h"
 #include "Platform/Text/NumberText.h"
-#include "Platform/Time/CivilTime.h"
+#include "Platform/Time/DateFormat.h"
 
 namespace zorvane::platform {
 namespace {
@@ -51,7 +51,7 @@ bool isDecimalNumber(std::string_view text) {
 int sextetOf(char character) {
   if (character >= 'A' && character <= 'Z') return character - 'A';
   if (character >= 'a' && character <= 'z') return character - 'a' + 26;
-  if (character >= '0' && character <= '9') return character - '0' + 52;
+  if (isAsciiDigit(character)) return character - '0' + 52;
   return character == '+' ? 62 : character == '/' ? 63 : -1;
 }
 
@@ -83,29 +83,14 @@ std::optional<Value> realOfXMLText(std::string_view text) {
 }
 
 std::optional<Value> dateOfXMLText(std::string_view text) {
-  constexpr std::string_view kForm = "0000-00-00T00:00:00Z";
-  if (text.size() != kForm.size()) return std::nullopt;
-  for (std::size_t i = 0; i < kForm.size(); ++i) {
-    if (kForm[i] == '0' ? !isAsciiDigit(text[i]) : text[i] != kForm[i]) return std::nullopt;
-  }
-  const auto number = [&](std::size_t start, std::size_t length) {
-    return static_cast<int>(wholeUnsigned(text.substr(start, length), 10).value_or(0));
-  };
-  CivilTime time;
-  time.year = number(0, 4);
-  time.month = number(5, 2);
-  time.day = number(8, 2);
-  time.hour = number(11, 2);
-  time.minute = number(14, 2);
-  time.second = number(17, 2);
-  if (time.month < 1 || time.month > 12) return std::nullopt;
-  const std::int64_t seconds = secondsFromCivilTime(time);
-  const CivilTime read = civilTimeFromSeconds(seconds);
-  // A day or a time that does not exist is converted to another one.
-  if (read.day != time.day || read.hour != time.hour || read.minute != time.minute || read.second != time.second) {
-    return std::nullopt;
-  }
-  return Value(Date{static_cast<double>(seconds)});
+  // Files hold dates of the year 0, which dateOfText refuses. The calendar repeats every 400 years.
+  constexpr double kSecondsIn400Years = 146097.0 * 86400;
+  const bool isYear0 = text.starts_with("0000");
+  std::string shifted(text);
+  if (isYear0) shifted[1] = '4';
+  const auto date = dateOfText(shifted, "yyyy-MM-dd'T'HH:mm:ss'Z'", 0);
+  if (!date) return std::nullopt;
+  return Value(Date{date->secondsSince1970 - (isYear0 ? kSecondsIn400Years : 0)});
 }
 
 std::optional<Value> dataOfXMLText(std::string_view text) {

@@ -12,7 +12,7 @@ namespace zorvane::platform {
 std::optional<Value> integerOfXMLText(std::string_view text);
 // Blanks in front, a decimal number or nan, inf, infinity in any case.
 std::optional<Value> realOfXMLText(std::string_view text);
-// YYYY-MM-DDThh:mm:ssZ
+// yyyy-MM-ddTHH:mm:ssZ, in the years 0 to 9999.
 std::optional<Value> dateOfXMLText(std::string_view text);
 // Base64 with blanks anywhere.
 std::optional<Value> dataOfXMLText(std::string_view text);

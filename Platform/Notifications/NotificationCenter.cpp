@@ -13,15 +13,18 @@ NotificationCenter::~NotificationCenter() = default;
 // Replaced lists and functions are destroyed after the lock is released: what they hold may call back.
 
 ObserverId NotificationCenter::addObserver(std::string_view name, Observer observer) {
-  auto shared = std::make_shared<const Observer>(std::move(observer));
+  const auto shared = std::make_shared<const Observer>(std::move(observer));
   Registrations replaced;
   MutexLock lock(mutex_);
-  auto place = registrations_.find(name);
-  if (place == registrations_.end()) place = registrations_.emplace(name, nullptr).first;
-  auto list = place->second ? std::make_shared<std::vector<Registration>>(*place->second)
-                            : std::make_shared<std::vector<Registration>>();
-  list->push_back({++lastId_, std::move(shared)});
-  replaced = std::exchange(place->second, std::move(list));
+  const auto place = registrations_.find(name);
+  auto list = std::make_shared<std::vector<Registration>>();
+  if (place != registrations_.end()) *list = *place->second;
+  list->push_back({++lastId_, shared});
+  if (place == registrations_.end()) {
+    registrations_.emplace(name, std::move(list));
+  } else {
+    replaced = std::exchange(place->second, std::move(list));
+  }
   return lastId_;
 }
 

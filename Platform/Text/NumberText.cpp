@@ -9,6 +9,8 @@
 
 #include <locale.h>
 
+#include "Platform/Text/Ascii.h"
+
 namespace zorvane::platform {
 namespace {
 
@@ -83,7 +85,7 @@ std::optional<double> leadingDouble(std::string_view text) noexcept {
   // from_chars would also read "nan" and "inf".
   std::string_view digits = text.substr(text.starts_with('-') ? 1 : 0);
   if (digits.starts_with('.')) digits.remove_prefix(1);
-  if (digits.empty() || digits[0] < '0' || digits[0] > '9') return std::nullopt;
+  if (digits.empty() || !isAsciiDigit(digits[0])) return std::nullopt;
   return readDouble(text);
 }
 

@@ -19,7 +19,7 @@ void addBlock(State& state, const unsigned char* block) {
   for (std::size_t i = 16; i < 80; ++i) {
     words[i] = std::rotl(words[i - 3] ^ words[i - 8] ^ words[i - 14] ^ words[i - 16], 1);
   }
-  auto [a, b, c, d, e] = state;
+  Word a = state[0], b = state[1], c = state[2], d = state[3], e = state[4];
   std::size_t i = 0;
   const auto addTwentyWords = [&](Word constant, auto mix) {
     // The standard renames the five after each word. Here five steps with other names do that.

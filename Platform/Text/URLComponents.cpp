@@ -1,7 +1,6 @@
 #include "Platform/Text/URLComponents.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <utility>
 
 #include "Platform/Text/Ascii.h"

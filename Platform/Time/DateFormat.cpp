@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "Platform/Text/Ascii.h"
 #include "Platform/Time/CivilTime.h"
 
 namespace zorvane::platform {
@@ -30,8 +31,7 @@ class PatternReader {
         rest_.remove_prefix(1);
         continue;
       }
-      const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-      if (quoted_ || !isLetter) {
+      if (quoted_ || !isAsciiLetter(c)) {
         rest_.remove_prefix(c == '\'' ? 2 : 1);  // a doubled quote is one
         element = {c, 0};
         return true;
@@ -128,7 +128,7 @@ bool readNumber(std::string_view& text, std::size_t width, int& number) {
   if (text.size() < width) return false;
   number = 0;
   for (const char c : text.substr(0, width)) {
-    if (c < '0' || c > '9') return false;
+    if (!isAsciiDigit(c)) return false;
     number = number * 10 + (c - '0');
   }
   text.remove_prefix(width);

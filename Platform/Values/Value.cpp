@@ -1,6 +1,5 @@
 #include "Platform/Values/Value.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <functional>
@@ -147,11 +146,14 @@ void Dictionary::rebuildIndex() {
   std::size_t capacity = 64;
   while (capacity < entries_.size() * 4) capacity *= 2;
   slots_.resize(capacity);
-  for (std::size_t i = 0; i < entries_.size(); ++i) {
-    std::size_t slot = std::hash<std::string_view>{}(entries_[i].key) & (capacity - 1);
-    while (slots_[slot] != 0) slot = (slot + 1) & (capacity - 1);
-    slots_[slot] = static_cast<std::uint32_t>(i + 1);
-  }
+  for (std::size_t i = 0; i < entries_.size(); ++i) addToIndex(i);
+}
+
+void Dictionary::addToIndex(std::size_t entry) {
+  const std::size_t mask = slots_.size() - 1;
+  std::size_t slot = std::hash<std::string_view>{}(entries_[entry].key) & mask;
+  while (slots_[slot] != 0) slot = (slot + 1) & mask;
+  slots_[slot] = static_cast<std::uint32_t>(entry + 1);
 }
 
 const Value* Dictionary::find(std::string_view key) const noexcept {
@@ -162,11 +164,6 @@ const Value* Dictionary::find(std::string_view key) const noexcept {
 const Value* Dictionary::findNonNull(std::string_view key) const noexcept {
   const Value* value = find(key);
   return value && !value->isNull() ? value : nullptr;
-}
-
-Value* Dictionary::findMutable(std::string_view key) noexcept {
-  const std::size_t index = indexOf(key);
-  return index == kNotFound ? nullptr : &entries_[index].value;
 }
 
 Value Dictionary::objectForKey(std::string_view key) const {
@@ -191,12 +188,9 @@ void Dictionary::put(std::string_view key, Value&& value) {
   if (entries_.size() <= kIndexedSize) return;
   if (entries_.size() * 2 > slots_.size()) {
     rebuildIndex();
-    return;
+  } else {
+    addToIndex(entries_.size() - 1);
   }
-  const std::size_t mask = slots_.size() - 1;
-  std::size_t slot = std::hash<std::string_view>{}(entries_.back().key) & mask;
-  while (slots_[slot] != 0) slot = (slot + 1) & mask;
-  slots_[slot] = static_cast<std::uint32_t>(entries_.size());
 }
 
 void Dictionary::setObjectNilHandledForKey(Value value, std::string_view key) {

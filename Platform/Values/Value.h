@@ -108,7 +108,7 @@ concept OtherPointee = !std::same_as<T, char>;
 // One value.
 class ZR_PUBLIC Value {
  public:
-  // As in Value::Kind::Nil.
+  // What a value can be: Value::Kind::String, for example.
   using Kind = ValueKind;
 
   // Nil, the null marker, booleans, numbers. An integer beyond 64 bits with a sign becomes a double.
@@ -278,7 +278,6 @@ class ZR_PUBLIC Dictionary {
 
   // Null when the key is missing. Valid until the dictionary is changed.
   const Value* find(std::string_view key) const noexcept;
-  Value* findMutable(std::string_view key) noexcept;
   // Null for the null marker, too.
   const Value* findNonNull(std::string_view key) const noexcept;
   // Also for the null marker.
@@ -292,8 +291,9 @@ class ZR_PUBLIC Dictionary {
   void setObjectNilHandledForKey(Value value, std::string_view key);
   // True when the key was there. Keeps the order of the others.
   bool remove(std::string_view key);
-  // Removes all; makes room for as many.
+  // Removes all entries.
   void clear() noexcept;
+  // Makes room for so many entries.
   void reserve(std::size_t count) { entries_.reserve(count); }
 
   // Same keys with equal values, in any order.
@@ -306,6 +306,7 @@ class ZR_PUBLIC Dictionary {
   std::size_t indexOf(std::string_view key) const noexcept;
   void put(std::string_view key, Value&& value);
   void rebuildIndex();
+  void addToIndex(std::size_t entry);
 
   std::vector<Entry> entries_;
   std::vector<std::uint32_t> slots_;  // hash index of large dictionaries: entry number + 1, or 0

@@ -129,6 +129,7 @@ TEST(XMLPropertyList, ReadsEachElement) {
       {"<true />", true},
       {"<false></false\n>", false},
       {"<date>2001-01-01T00:00:00Z</date>", Date{978307200}},
+      {"<date>0000-12-30T00:00:00Z</date>", Date{-62135769600}},  // the distant past of some writers
       {"<data>\n\tAQID\n\t/w==\n</data>", Data{{1, 2, 3, 255}}},
       {"<array/>", Array{}},
       {"<array><!-- c --> <true/><?pi?><dict/></array>", Array{true, Dictionary{}}},
