@@ -163,23 +163,19 @@ void ZRAnalytics::updateSourcesForCurrentSession(const std::optional<ZRSourceArr
 }
 
 std::shared_ptr<ZREventTriggerDelegate> ZRAnalytics::inappTriggerDelegate() const {
-  platform::MutexLock lock(delegatesMutex_);
-  return inappTriggerDelegate_.lock();
+  return inappTriggerDelegate_.get().lock();
 }
 
 void ZRAnalytics::setInappTriggerDelegate(std::weak_ptr<ZREventTriggerDelegate> delegate) {
-  platform::MutexLock lock(delegatesMutex_);
-  inappTriggerDelegate_.swap(delegate);
+  inappTriggerDelegate_.set(std::move(delegate));
 }
 
 std::shared_ptr<ZREventTriggerDelegate> ZRAnalytics::messagingTriggerDelegate() const {
-  platform::MutexLock lock(delegatesMutex_);
-  return messagingTriggerDelegate_.lock();
+  return messagingTriggerDelegate_.get().lock();
 }
 
 void ZRAnalytics::setMessagingTriggerDelegate(std::weak_ptr<ZREventTriggerDelegate> delegate) {
-  platform::MutexLock lock(delegatesMutex_);
-  messagingTriggerDelegate_.swap(delegate);
+  messagingTriggerDelegate_.set(std::move(delegate));
 }
 
 void ZRAnalytics::appIDChangeHandledWithCompletionBlock(std::function<void()> completion) {

@@ -38,10 +38,7 @@ ZRSessionManager& ZRSessionManager::sharedSessionManager() {
 ZRSessionManager::ZRSessionManager() {
   const auto root = readArchive(getFilePathForSessionInfo(), ZRSessionInfo::kClassName, kArchiveClasses);
   sessionInfo_ = root ? ZRSessionInfo::initWithCoder(*root) : std::make_shared<ZRSessionInfo>();
-  {
-    platform::MutexLock lock(savedMutex_);
-    savedSession_ = sessionInfo_->currentSession();
-  }
+  savedSession_.set(sessionInfo_->currentSession());
 
   platform::NotificationCenter& center = *platform::hostServices().notificationCenter;
   center.addObserver(platform::kWillEnterForegroundNotification,
@@ -214,18 +211,12 @@ void ZRSessionManager::writeSessionInfo(platform::Durability durability) {
   guarded({kFile, "saveSessionInfo"}, kException, [&] {
     auto session = sessionInfo_->currentSession();
     archive_.write(getFilePathForSessionInfo(), durability, [this] { return sessionInfo_->encodeWithCoder(); });
-    platform::MutexLock lock(savedMutex_);
-    savedSession_.swap(session);  // also after a failure: a full disk must not cost a write per batch
+    savedSession_.set(std::move(session));  // also after a failure: a full disk must not cost a write per batch
   });
 }
 
 void ZRSessionManager::saveNewSession() {
-  const auto session = sessionInfo_->currentSession();
-  {
-    platform::MutexLock lock(savedMutex_);
-    if (session == savedSession_) return;
-  }
-  saveSessionInfo();
+  if (sessionInfo_->currentSession() != savedSession_.get()) saveSessionInfo();
 }
 
 std::optional<Dictionary> ZRSessionManager::getCurrentSessionInfoDict() const {

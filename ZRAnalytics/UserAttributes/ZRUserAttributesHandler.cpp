@@ -52,18 +52,14 @@ ZRUserAttributesHandler& ZRUserAttributesHandler::sharedHandler() {
 
 ZRUserAttributesHandler::ZRUserAttributesHandler() {
   const auto root = readArchive(getFilePathForUserAttribute(), ZRUserAttributeData::kClassName, kArchiveClasses);
-  {
-    platform::MutexLock lock(dataMutex_);
-    userAttributeData_ = root ? ZRUserAttributeData::initWithCoder(*root) : std::make_shared<ZRUserAttributeData>();
-  }
+  userAttributeData_.set(root ? ZRUserAttributeData::initWithCoder(*root) : std::make_shared<ZRUserAttributeData>());
   migrateLegacyPlistValuesToNewFile();
   platform::hostServices().notificationCenter->addObserver(
       platform::kWillResignActiveNotification, [this](std::string_view name) { applicationInActive(name); });
 }
 
 std::shared_ptr<ZRUserAttributeData> ZRUserAttributesHandler::userAttributeData() const {
-  platform::MutexLock lock(dataMutex_);
-  return userAttributeData_;
+  return userAttributeData_.get();
 }
 
 bool ZRUserAttributesHandler::isAValidUserAttributeValueForKey(const Value& value, const Value& name) {
@@ -221,13 +217,11 @@ bool ZRUserAttributesHandler::isResetPending() const {
 }
 
 std::optional<std::string> ZRUserAttributesHandler::requestedUniqueID() const {
-  platform::MutexLock lock(dataMutex_);
-  return requestedUniqueID_;
+  return requestedUniqueID_.get();
 }
 
 void ZRUserAttributesHandler::setRequestedUniqueID(std::optional<std::string> uniqueID) {
-  platform::MutexLock lock(dataMutex_);
-  requestedUniqueID_.swap(uniqueID);
+  requestedUniqueID_.set(std::move(uniqueID));
 }
 
 void ZRUserAttributesHandler::forgetRequestedUniqueID() {
@@ -326,11 +320,7 @@ std::vector<ZRUserAttribute> ZRUserAttributesHandler::getUserAttributesArray() c
 
 void ZRUserAttributesHandler::clearUserAttributesData() {
   guarded({kFile, "clearUserAttributesData"}, "Exception : %@", [this] {
-    {
-      auto empty = std::make_shared<ZRUserAttributeData>();
-      platform::MutexLock lock(dataMutex_);
-      userAttributeData_.swap(empty);
-    }
+    userAttributeData_.set(std::make_shared<ZRUserAttributeData>());
     (void)writeCache();
   });
 }
