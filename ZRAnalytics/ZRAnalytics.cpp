@@ -59,12 +59,7 @@ void ZRAnalytics::initializeAnalytics() {
     if (ZRConfigDataManager::sharedInstance().getEventJournal()) ZREventsHandler::sharedInstance().openJournal();
     trackAdvertisingIdentifier();
     updateModules();
-    platform::MainQueue& mainQueue = platform::hostServices().scheduler->mainQueue();
-    if (mainQueue.isCurrent()) {
-      configureAppDelegateProxy();
-    } else {
-      mainQueue.async([this] { configureAppDelegateProxy(); });
-    }
+    platform::hostServices().scheduler->mainQueue().runOrPost([this] { configureAppDelegateProxy(); });
   });
 }
 
