@@ -84,7 +84,7 @@ bool ZRUserAttributesHandler::setUserAttributeValueWithNameCheckStorage(const Va
   guarded({kFile, "setUserAttributeValueWithNameCheckStorage"}, "exception : %@", [&] {
     if (!ZRCoreUtils::isSDKEnabled()) return;
     if (!ZRConfigDataManager::sharedInstance().isDataTrackingEnabled() &&
-        !(name == Value(kUserAttributeNameGDPRPushOptOut))) {
+        name != Value(kUserAttributeNameGDPRPushOptOut)) {
       return;
     }
     if (!isAValidUserAttributeValueForKey(value, name)) return;
@@ -250,7 +250,7 @@ void ZRUserAttributesHandler::removeStoredUniqueIDUnlessResetPending() {
   if (isResetPending() || !writeCache()) return;
   const ZRTurn::Scope turn(storedIDTurn_);
   // Another login may have come meanwhile.
-  if (isResetPending() || !(storedUniqueID() == written)) return;
+  if (isResetPending() || storedUniqueID() != written) return;
   // Undone by a power loss, the ID is set once more.
   removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID, platform::Durability::Eventual);
 }
