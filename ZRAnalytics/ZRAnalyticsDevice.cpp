@@ -104,7 +104,7 @@ void ZRAnalytics::updateDeviceWithCompletion(std::function<void(bool)> completio
     signedRequest(kServiceDeviceAdd, *std::move(body), *appID)
         ->executeRequestWithCompletionBlock([completion = std::move(completion)](bool success, const Value&) {
           guarded({kFile, "updateDeviceWithCompletion"}, "Exception in device add call %@", [&] {
-            // Undone by a power loss, the device is registered once more.
+            // If a power loss undoes this, the device is registered again.
             keepInDefaults(!success, kUserDefaultsKeyHasDeviceAddFailed, platform::Durability::Eventual);
             if (completion) completion(success);
           });

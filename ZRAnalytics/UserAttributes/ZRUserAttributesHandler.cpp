@@ -251,7 +251,7 @@ void ZRUserAttributesHandler::removeStoredUniqueIDUnlessResetPending() {
   const ZRTurn::Scope turn(storedIDTurn_);
   // Another login may have come meanwhile.
   if (isResetPending() || storedUniqueID() != written) return;
-  // Undone by a power loss, the ID is set once more.
+  // If a power loss undoes this, the ID is set again.
   removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID, platform::Durability::Eventual);
 }
 
