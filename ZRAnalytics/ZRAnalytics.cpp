@@ -93,7 +93,7 @@ void ZRAnalytics::trackEventWithProperties(Value name, std::shared_ptr<const ZRP
   ZREventJournal* journal = nullptr;
   ZREventJournal::Ticket ticket = 0;
   const bool isPosted = guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
-    if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
+    if (!ZRAnalyticsUtils::areGatesOpen()) return;
     // Now, so that the event is in the journal when this returns.
     journal = ZRConfigDataManager::sharedInstance().getEventJournal();
     if (journal) ticket = journal->called(name, properties.get());

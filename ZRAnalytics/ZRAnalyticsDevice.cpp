@@ -80,12 +80,11 @@ void ZRAnalytics::pushTokenUpdated() {
 
 void ZRAnalytics::updateDeviceWithCompletion(std::function<void(bool)> completion) {
   guarded({kFile, "updateDeviceWithCompletion"}, "Exception in device add call %@", [&] {
-    const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
-    if (!store.isAccountActive() || !ZRCoreUtils::isSDKEnabled()) {
+    if (!ZRAnalyticsUtils::areGatesOpen()) {
       logLine("updateDeviceWithCompletion: SDK Blocked");
       return;
     }
-    const auto appID = store.getZrvAppID();
+    const auto appID = ZRConfigDataManager::sharedInstance().getZrvAppID();
     if (!appID) {
       logLine("updateDeviceWithCompletion: App ID is not present.");
       return;

@@ -3,10 +3,10 @@
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/Journal/ZREventJournal.h"
+#include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRArchiving.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
-#include "ZorvaneCore/ZRCoreUtils.h"
 #include "ZorvaneCore/ZRDateUtils.h"
 
 namespace zorvane {
@@ -22,10 +22,6 @@ void tellJournal() {
   if (ZREventJournal* const journal = ZRConfigDataManager::sharedInstance().getEventJournal()) {
     journal->sessionChanged();
   }
-}
-
-bool gatesAreOpen() {
-  return ZRConfigDataManager::sharedInstance().isAccountActive() && ZRCoreUtils::isSDKEnabled();
 }
 
 }  // namespace
@@ -51,7 +47,7 @@ ZRSessionManager::ZRSessionManager() {
 
 void ZRSessionManager::appOpenedWithSourceArray(const ZRSourceArray& sources) {
   guarded({kFile, "appOpenedWithSourceArray"}, kException, [&] {
-    if (!gatesAreOpen()) return;
+    if (!ZRAnalyticsUtils::areGatesOpen()) return;
     isAppInBackground_ = false;
     if (hasCurrentSessionExpired()) {
       startSession(sources);
@@ -74,7 +70,7 @@ void ZRSessionManager::startSession(const ZRSourceArray& sources) {
 
 void ZRSessionManager::updateSourcesForCurrentSession(const std::optional<ZRSourceArray>& sources) {
   guarded({kFile, "updateSourcesForCurrentSession"}, kException, [&] {
-    if (!gatesAreOpen()) return;
+    if (!ZRAnalyticsUtils::areGatesOpen()) return;
     if (const auto session = sessionInfo_->currentSession()) {
       if (!sources || sources->empty()) return;
       if (session->updateSessionWithSources(sources)) return tellJournal();
@@ -85,7 +81,7 @@ void ZRSessionManager::updateSourcesForCurrentSession(const std::optional<ZRSour
 
 void ZRSessionManager::processURL(const URL& url) {
   guarded({kFile, "processURL"}, kException, [&] {
-    if (!gatesAreOpen()) return;
+    if (!ZRAnalyticsUtils::areGatesOpen()) return;
     logLine("Incoming URL : %@", {url.absoluteString});
     const auto source = ZRSource::initSourceWithURL(url.absoluteString);
     if (source->isValidSource()) sharedSessionManager().updateSourcesForCurrentSession(ZRSourceArray{source});
