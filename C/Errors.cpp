@@ -39,10 +39,7 @@ void requireArgument(const void* pointer, const char* name) {
 std::string_view textOf(const char* text, std::size_t length, const char* name) {
   requireArgument(text, name);
   const std::string_view result = length == ZR_NUL ? std::string_view(text) : std::string_view(text, length);
-  // Most names are ASCII and short.
-  unsigned char bits = 0;
-  for (const char character : result) bits |= static_cast<unsigned char>(character);
-  if (bits >= 0x80 && !platform::isValidUtf8(result)) fail(ZR_ERROR_UTF8, std::string(name) + " is not UTF-8");
+  if (!platform::isValidUtf8(result)) fail(ZR_ERROR_UTF8, std::string(name) + " is not UTF-8");
   return result;
 }
 

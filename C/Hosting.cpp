@@ -7,6 +7,7 @@
 #include "C/Handles.h"
 #include "C/Module.h"
 #include "C/Services.h"
+#include "Platform/Dispatch/LockedValue.h"
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/Journal/ZRJournal.h"
 #include "ZRAnalytics/ZRHosting.h"
@@ -35,25 +36,14 @@ class EndableTransport final : public NetworkTransport {
   explicit EndableTransport(std::shared_ptr<NetworkTransport> transport) : transport_(std::move(transport)) {}
 
   void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override {
-    std::shared_ptr<NetworkTransport> transport;
-    {
-      platform::MutexLock lock(mutex_);
-      transport = transport_;
-    }
-    if (transport) return transport->send(std::move(request), std::move(completion));
+    if (const auto transport = transport_.get()) return transport->send(std::move(request), std::move(completion));
     completion({0, "", "the module is closed"});
   }
   // Destroys the transport.
-  void end() {
-    // Destroyed after the lock is released.
-    std::shared_ptr<NetworkTransport> ended;
-    platform::MutexLock lock(mutex_);
-    ended.swap(transport_);
-  }
+  void end() { transport_.set(nullptr); }
 
  private:
-  platform::Mutex mutex_;
-  std::shared_ptr<NetworkTransport> transport_ ZR_GUARDED_BY(mutex_);
+  platform::LockedValue<std::shared_ptr<NetworkTransport>> transport_;
 };
 
 // Of the start that succeeded; never destroyed.

@@ -97,12 +97,7 @@ void endClose() {
 }
 
 void onMainThread(std::function<void()> work) {
-  platform::MainQueue& mainQueue = platform::hostServices().scheduler->mainQueue();
-  if (mainQueue.isCurrent()) {
-    work();
-  } else {
-    mainQueue.async(std::move(work));
-  }
+  platform::hostServices().scheduler->mainQueue().runOrPost(std::move(work));
 }
 
 std::function<void(bool)> completionOf(zr_completion completion, const HostDataPointer& data) {

@@ -32,8 +32,8 @@ class ModuleCall {
 // Throws the status before the module runs and after it has closed.
 void requireModule();
 
-// Changes the phase. startModule throws the status if the module is not new; closeModule if it does not run.
-// closeModule returns when no call is under way, or after that many seconds.
+// Change the phase. beginStart throws the status if the module is not new; beginClose if it does not run.
+// beginClose returns when no call is under way, or after that many seconds.
 void beginStart();
 void endStart(bool started);
 void beginClose(double seconds);

@@ -59,12 +59,7 @@ void ZRAnalytics::initializeAnalytics() {
     if (ZRConfigDataManager::sharedInstance().getEventJournal()) ZREventsHandler::sharedInstance().openJournal();
     trackAdvertisingIdentifier();
     updateModules();
-    platform::MainQueue& mainQueue = platform::hostServices().scheduler->mainQueue();
-    if (mainQueue.isCurrent()) {
-      configureAppDelegateProxy();
-    } else {
-      mainQueue.async([this] { configureAppDelegateProxy(); });
-    }
+    platform::hostServices().scheduler->mainQueue().runOrPost([this] { configureAppDelegateProxy(); });
   });
 }
 
@@ -98,7 +93,7 @@ void ZRAnalytics::trackEventWithProperties(Value name, std::shared_ptr<const ZRP
   ZREventJournal* journal = nullptr;
   ZREventJournal::Ticket ticket = 0;
   const bool isPosted = guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {
-    if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
+    if (!ZRAnalyticsUtils::areGatesOpen()) return;
     // Now, so that the event is in the journal when this returns.
     journal = ZRConfigDataManager::sharedInstance().getEventJournal();
     if (journal) ticket = journal->called(name, properties.get());
@@ -163,23 +158,19 @@ void ZRAnalytics::updateSourcesForCurrentSession(const std::optional<ZRSourceArr
 }
 
 std::shared_ptr<ZREventTriggerDelegate> ZRAnalytics::inappTriggerDelegate() const {
-  platform::MutexLock lock(delegatesMutex_);
-  return inappTriggerDelegate_.lock();
+  return inappTriggerDelegate_.get().lock();
 }
 
 void ZRAnalytics::setInappTriggerDelegate(std::weak_ptr<ZREventTriggerDelegate> delegate) {
-  platform::MutexLock lock(delegatesMutex_);
-  inappTriggerDelegate_.swap(delegate);
+  inappTriggerDelegate_.set(std::move(delegate));
 }
 
 std::shared_ptr<ZREventTriggerDelegate> ZRAnalytics::messagingTriggerDelegate() const {
-  platform::MutexLock lock(delegatesMutex_);
-  return messagingTriggerDelegate_.lock();
+  return messagingTriggerDelegate_.get().lock();
 }
 
 void ZRAnalytics::setMessagingTriggerDelegate(std::weak_ptr<ZREventTriggerDelegate> delegate) {
-  platform::MutexLock lock(delegatesMutex_);
-  messagingTriggerDelegate_.swap(delegate);
+  messagingTriggerDelegate_.set(std::move(delegate));
 }
 
 void ZRAnalytics::appIDChangeHandledWithCompletionBlock(std::function<void()> completion) {

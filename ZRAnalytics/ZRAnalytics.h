@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "Platform/Application/Application.h"
-#include "Platform/Dispatch/Mutex.h"
+#include "Platform/Dispatch/LockedValue.h"
 #include "Platform/Export.h"
 #include "ZRAnalytics/SessionAndSource/ZRSession.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRPayloadBuilder.h"
@@ -214,9 +214,8 @@ class ZR_PUBLIC ZRAnalytics final : public ZRAppIDUpdateDelegate {
   std::atomic<platform::BackgroundTaskId> deviceUpdateBGTask_{platform::kNoBackgroundTask};
   std::atomic<platform::BackgroundTaskId> zrvAppExitBGTask_{platform::kNoBackgroundTask};
 
-  mutable platform::Mutex delegatesMutex_;
-  std::weak_ptr<ZREventTriggerDelegate> inappTriggerDelegate_ ZR_GUARDED_BY(delegatesMutex_);
-  std::weak_ptr<ZREventTriggerDelegate> messagingTriggerDelegate_ ZR_GUARDED_BY(delegatesMutex_);
+  platform::LockedValue<std::weak_ptr<ZREventTriggerDelegate>> inappTriggerDelegate_;
+  platform::LockedValue<std::weak_ptr<ZREventTriggerDelegate>> messagingTriggerDelegate_;
 };
 
 }  // namespace zorvane

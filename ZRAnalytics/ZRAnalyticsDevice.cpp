@@ -80,12 +80,11 @@ void ZRAnalytics::pushTokenUpdated() {
 
 void ZRAnalytics::updateDeviceWithCompletion(std::function<void(bool)> completion) {
   guarded({kFile, "updateDeviceWithCompletion"}, "Exception in device add call %@", [&] {
-    const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
-    if (!store.isAccountActive() || !ZRCoreUtils::isSDKEnabled()) {
+    if (!ZRAnalyticsUtils::areGatesOpen()) {
       logLine("updateDeviceWithCompletion: SDK Blocked");
       return;
     }
-    const auto appID = store.getZrvAppID();
+    const auto appID = ZRConfigDataManager::sharedInstance().getZrvAppID();
     if (!appID) {
       logLine("updateDeviceWithCompletion: App ID is not present.");
       return;
@@ -104,7 +103,7 @@ void ZRAnalytics::updateDeviceWithCompletion(std::function<void(bool)> completio
     signedRequest(kServiceDeviceAdd, *std::move(body), *appID)
         ->executeRequestWithCompletionBlock([completion = std::move(completion)](bool success, const Value&) {
           guarded({kFile, "updateDeviceWithCompletion"}, "Exception in device add call %@", [&] {
-            // Undone by a power loss, the device is registered once more.
+            // If a power loss undoes this, the device is registered again.
             keepInDefaults(!success, kUserDefaultsKeyHasDeviceAddFailed, platform::Durability::Eventual);
             if (completion) completion(success);
           });

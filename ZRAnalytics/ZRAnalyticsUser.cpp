@@ -131,7 +131,7 @@ void ZRAnalytics::resetUserWithCompletionBlock(std::function<void(bool)> complet
 
 void ZRAnalytics::initNewUser() {
   guarded({kFile, "initNewUser"}, "exception : %@", [this] {
-    if (!isAccountActive() || !ZRCoreUtils::isSDKEnabled()) return;
+    if (!ZRAnalyticsUtils::areGatesOpen()) return;
     ZRSessionManager::sharedSessionManager().reinitiateSession();
     logLine("Creating new user now");
     updateDeviceWithCompletion([this](bool success) {

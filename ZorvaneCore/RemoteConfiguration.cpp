@@ -139,15 +139,17 @@ CoreState::CoreState()
 void CoreState::configure(CoreSetup setup) {
   auto configuration = std::make_shared<RemoteConfiguration>();
   configuration->apply(setup.remoteConfiguration);
-  std::shared_ptr<const RemoteConfiguration> current = std::move(configuration);
-  if (!ownedJournal_) journal_ = (ownedJournal_ = setup.journal).get();
-  std::shared_ptr<const CoreSetup> replaced = std::make_shared<CoreSetup>(std::move(setup));
-  {
-    platform::MutexLock lock(mutex_);
-    configuration_.swap(current);
-    appId_ = replaced->appId;
-    setup_.swap(replaced);
+  if (!ownedJournal_) {
+    ownedJournal_ = setup.journal;
+    journal_ = ownedJournal_.get();
   }
+  {
+    std::shared_ptr<const RemoteConfiguration> old;  // destroyed after the lock is released
+    platform::MutexLock lock(mutex_);
+    old = std::exchange(configuration_, std::move(configuration));
+  }
+  appId_.set(setup.appId);
+  setup_.set(std::make_shared<CoreSetup>(std::move(setup)));
   // A choice that could not be written, for example on a full disk, is written again until it stands.
   platform::sdkDefaults().synchronizeWith(choices_);
   for (const std::string_view left :
@@ -161,10 +163,11 @@ void CoreState::configure(CoreSetup setup) {
 
 void CoreState::applyConfiguration(const Dictionary& changes) {
   {
+    std::shared_ptr<const RemoteConfiguration> old;  // destroyed after the lock is released
     platform::MutexLock lock(mutex_);
     auto configuration = std::make_shared<RemoteConfiguration>(*configuration_);
     configuration->apply(changes);
-    configuration_ = std::move(configuration);
+    old = std::exchange(configuration_, std::move(configuration));
   }
   refreshGates();
 }
@@ -187,18 +190,15 @@ std::shared_ptr<const RemoteConfiguration> CoreState::configuration() const {
 }
 
 std::shared_ptr<const CoreSetup> CoreState::setup() const {
-  platform::MutexLock lock(mutex_);
-  return setup_;
+  return setup_.get();
 }
 
 std::string CoreState::appId() const {
-  platform::MutexLock lock(mutex_);
-  return appId_;
+  return appId_.get();
 }
 
 void CoreState::setAppId(std::string appId) {
-  platform::MutexLock lock(mutex_);
-  appId_ = std::move(appId);
+  appId_.set(std::move(appId));
 }
 
 bool CoreState::choice(std::string_view key) {

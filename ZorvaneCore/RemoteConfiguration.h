@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/Dispatch/LockedValue.h"
+#include "Platform/Dispatch/Mutex.h"
 #include "Platform/Files/DefaultsStore.h"
 #include "ZorvaneCore/CoreSetup.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
@@ -90,8 +92,8 @@ class CoreState {
   std::uint64_t appliedRefresh_ ZR_GUARDED_BY(gatesMutex_) = 0;
   mutable platform::Mutex mutex_;
   std::shared_ptr<const RemoteConfiguration> configuration_ ZR_GUARDED_BY(mutex_);
-  std::shared_ptr<const CoreSetup> setup_ ZR_GUARDED_BY(mutex_);
-  std::string appId_ ZR_GUARDED_BY(mutex_);
+  platform::LockedValue<std::shared_ptr<const CoreSetup>> setup_;
+  platform::LockedValue<std::string> appId_;
   platform::DefaultsStore choices_;
   std::atomic<bool> accountActive_{true};
   std::atomic<bool> sdkEnabled_{true};

@@ -1,5 +1,7 @@
 #include "ZorvaneCore/ZRLogger.h"
 
+#include <utility>
+
 namespace zorvane {
 namespace {
 
@@ -15,21 +17,15 @@ ZRLogger& ZRLogger::sharedInstance() {
 }
 
 void ZRLogger::setSink(std::shared_ptr<ZRLogSink> sink) {
-  platform::MutexLock lock(mutex_);
-  sink_.swap(sink);
-}
-
-std::shared_ptr<ZRLogSink> ZRLogger::sink() const {
-  platform::MutexLock lock(mutex_);
-  return sink_;
+  sink_.set(std::move(sink));
 }
 
 bool ZRLogger::hasSink() const {
-  return sink() != nullptr;
+  return sink_.get() != nullptr;
 }
 
 void ZRLogger::logWithTypeAndFormatArgs(std::int64_t type, const Array& formatArgs) {
-  const auto target = sink();
+  const auto target = sink_.get();
   if (!target) return;
   try {
     target->logMessage(type, textAt(formatArgs, 0));
@@ -38,7 +34,7 @@ void ZRLogger::logWithTypeAndFormatArgs(std::int64_t type, const Array& formatAr
 }
 
 void ZRLogger::logErrorWithFormatArgsAndStackTrace(const Array& formatArgs, const std::vector<std::string>& callStack) {
-  const auto target = sink();
+  const auto target = sink_.get();
   if (!target) return;
   try {
     const std::int64_t line = formatArgs.size() > 1 ? formatArgs[1].integerValue() : 0;

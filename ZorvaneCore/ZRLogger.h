@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Dispatch/Mutex.h"
+#include "Platform/Dispatch/LockedValue.h"
 #include "Platform/Export.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
@@ -42,10 +42,8 @@ class ZR_PUBLIC ZRLogger {
 
  private:
   ZRLogger() = default;
-  std::shared_ptr<ZRLogSink> sink() const;
 
-  mutable platform::Mutex mutex_;
-  std::shared_ptr<ZRLogSink> sink_ ZR_GUARDED_BY(mutex_);
+  platform::LockedValue<std::shared_ptr<ZRLogSink>> sink_;
 };
 
 }  // namespace zorvane

@@ -5,6 +5,7 @@
 
 #include "Platform/Formats/JSON.h"
 #include "Platform/HostServices.h"
+#include "Platform/Text/Ascii.h"
 #include "Platform/Text/Hex.h"
 #include "ZorvaneCore/RemoteConfiguration.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
@@ -25,12 +26,11 @@ void callGuarded(const Function& function, const Arguments&... arguments) noexce
 
 void appendPercentEncoded(std::string_view text, std::string& out) {
   for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    const bool unreserved = (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') ||
-                            (byte >= 'a' && byte <= 'z') || byte == '-' || byte == '.' || byte == '_' || byte == '~';
-    if (unreserved) {
+    if (platform::isAsciiLetter(character) || platform::isAsciiDigit(character) || character == '-' ||
+        character == '.' || character == '_' || character == '~') {
       out += character;
     } else {
+      const auto byte = static_cast<unsigned char>(character);
       out += '%';
       platform::appendHex(out, {&byte, 1}, platform::kUpperHexDigits);
     }

@@ -13,13 +13,11 @@ ZorvaneCore& ZorvaneCore::sharedInstance() {
 }
 
 void ZorvaneCore::setAppIdUpdateDelegate(std::weak_ptr<ZRAppIDUpdateDelegate> delegate) {
-  platform::MutexLock lock(mutex_);
-  delegate_.swap(delegate);
+  delegate_.set(std::move(delegate));
 }
 
 std::shared_ptr<ZRAppIDUpdateDelegate> ZorvaneCore::appIdUpdateDelegate() const {
-  platform::MutexLock lock(mutex_);
-  return delegate_.lock();
+  return delegate_.get().lock();
 }
 
 bool ZorvaneCore::isDeviceUniqueIDPresentInKeyChain() const {

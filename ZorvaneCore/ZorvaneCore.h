@@ -6,7 +6,7 @@
 #include <memory>
 #include <optional>
 
-#include "Platform/Dispatch/Mutex.h"
+#include "Platform/Dispatch/LockedValue.h"
 #include "Platform/Export.h"
 
 namespace zorvane {
@@ -70,8 +70,7 @@ class ZR_PUBLIC ZorvaneCore {
  private:
   ZorvaneCore() = default;
 
-  mutable platform::Mutex mutex_;
-  std::weak_ptr<ZRAppIDUpdateDelegate> delegate_ ZR_GUARDED_BY(mutex_);
+  platform::LockedValue<std::weak_ptr<ZRAppIDUpdateDelegate>> delegate_;
 };
 
 }  // namespace zorvane

@@ -11,6 +11,7 @@ include(GNUInstallDirs)
 set(zr_public_headers
   Platform/Application/Application.h
   Platform/Application/DeviceServices.h
+  Platform/Dispatch/LockedValue.h
   Platform/Dispatch/Mutex.h
   Platform/Dispatch/Queue.h
   Platform/Dispatch/Scheduler.h

@@ -56,6 +56,9 @@ class MainQueue : public Queue {
   // without running the work.
   virtual void sync(const std::function<void()>& work) = 0;
 
+  // Runs the work now when called on the main thread, and its exception reaches the caller; else posts it.
+  void runOrPost(Task work) { isCurrent() ? work() : async(std::move(work)); }
+
   // Calls the work on the main thread at every interval of the monotonic clock, first after one interval. A late timer
   // fires once and then keeps its old rhythm. Returns an id greater than 0. Intervals below a millisecond count as one.
   virtual TimerId startRepeatingTimer(double intervalSeconds, std::function<void()> work) = 0;

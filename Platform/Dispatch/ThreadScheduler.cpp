@@ -18,12 +18,12 @@ namespace {
 class ExitHandler {
  public:
   static ExitHandler& instance() {
-    static ExitHandler& loops = []() -> ExitHandler& {
+    static ExitHandler& handler = []() -> ExitHandler& {
       auto* const made = new ExitHandler;
       std::atexit([] { instance().end(); });
       return *made;
     }();
-    return loops;
+    return handler;
   }
 
   void add(const std::shared_ptr<MainLoop>& loop, const std::shared_ptr<QueueContext>& context) {

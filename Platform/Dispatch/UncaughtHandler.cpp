@@ -5,18 +5,11 @@
 namespace zorvane::platform {
 
 void UncaughtHandler::set(Handler handler) {
-  // Takes over the old handler and destroys it after the lock is released.
-  auto shared = handler ? std::make_shared<const Handler>(std::move(handler)) : nullptr;
-  MutexLock lock(mutex_);
-  handler_.swap(shared);
+  handler_.set(handler ? std::make_shared<const Handler>(std::move(handler)) : nullptr);
 }
 
 void UncaughtHandler::report(std::exception_ptr exception) noexcept {
-  std::shared_ptr<const Handler> handler;
-  {
-    MutexLock lock(mutex_);
-    handler = handler_;
-  }
+  const auto handler = handler_.get();
   if (!handler) return;
   try {
     (*handler)(std::move(exception));

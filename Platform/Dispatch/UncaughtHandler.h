@@ -5,7 +5,7 @@
 #include <functional>
 #include <memory>
 
-#include "Platform/Dispatch/Mutex.h"
+#include "Platform/Dispatch/LockedValue.h"
 
 namespace zorvane::platform {
 
@@ -29,8 +29,7 @@ class UncaughtHandler {
   }
 
  private:
-  Mutex mutex_;
-  std::shared_ptr<const Handler> handler_ ZR_GUARDED_BY(mutex_);
+  LockedValue<std::shared_ptr<const Handler>> handler_;
 };
 
 }  // namespace zorvane::platform

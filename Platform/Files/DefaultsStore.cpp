@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "Platform/Dispatch/LockedValue.h"
 #include "Platform/Formats/PropertyList.h"
 #include "Platform/HostServices.h"
 #include "Platform/Text/Hex.h"
@@ -18,17 +19,9 @@ class Hook {
  public:
   using Function = std::function<void(const std::string&)>;
 
-  void set(Function function) {
-    auto shared = std::make_shared<const Function>(std::move(function));
-    MutexLock lock(mutex_);
-    function_.swap(shared);
-  }
+  void set(Function function) { function_.set(std::make_shared<const Function>(std::move(function))); }
   void call(const std::string& text) {
-    std::shared_ptr<const Function> function;
-    {
-      MutexLock lock(mutex_);
-      function = function_;
-    }
+    const auto function = function_.get();
     if (!function || !*function) return;
     try {
       (*function)(text);
@@ -37,8 +30,7 @@ class Hook {
   }
 
  private:
-  Mutex mutex_;
-  std::shared_ptr<const Function> function_ ZR_GUARDED_BY(mutex_);
+  LockedValue<std::shared_ptr<const Function>> function_;
 };
 
 Hook& synchronizeHook() {

@@ -166,13 +166,11 @@ std::shared_ptr<platform::ArchivedObject> ZRSessionInfo::encodeWithCoder() const
 }
 
 std::shared_ptr<ZRSession> ZRSessionInfo::currentSession() const {
-  platform::MutexLock lock(mutex_);
-  return currentSession_;
+  return currentSession_.get();
 }
 
 void ZRSessionInfo::setCurrentSession(std::shared_ptr<ZRSession> session) {
-  platform::MutexLock lock(mutex_);
-  currentSession_.swap(session);
+  currentSession_.set(std::move(session));
 }
 
 }  // namespace zorvane

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform/Dispatch/LockedValue.h"
 #include "Platform/Dispatch/Mutex.h"
 #include "Platform/Export.h"
 #include "ZRAnalytics/SessionAndSource/ZRSource.h"
@@ -80,8 +81,7 @@ class ZRSessionInfo {
   void setCurrentSession(std::shared_ptr<ZRSession> session);
 
  private:
-  mutable platform::Mutex mutex_;
-  std::shared_ptr<ZRSession> currentSession_ ZR_GUARDED_BY(mutex_);
+  platform::LockedValue<std::shared_ptr<ZRSession>> currentSession_;
 };
 
 }  // namespace zorvane

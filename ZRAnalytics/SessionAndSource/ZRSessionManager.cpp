@@ -3,10 +3,10 @@
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/Journal/ZREventJournal.h"
+#include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRArchiving.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZorvaneCore/ZRConfigDataManager.h"
-#include "ZorvaneCore/ZRCoreUtils.h"
 #include "ZorvaneCore/ZRDateUtils.h"
 
 namespace zorvane {
@@ -24,10 +24,6 @@ void tellJournal() {
   }
 }
 
-bool gatesAreOpen() {
-  return ZRConfigDataManager::sharedInstance().isAccountActive() && ZRCoreUtils::isSDKEnabled();
-}
-
 }  // namespace
 
 ZRSessionManager& ZRSessionManager::sharedSessionManager() {
@@ -38,10 +34,7 @@ ZRSessionManager& ZRSessionManager::sharedSessionManager() {
 ZRSessionManager::ZRSessionManager() {
   const auto root = readArchive(getFilePathForSessionInfo(), ZRSessionInfo::kClassName, kArchiveClasses);
   sessionInfo_ = root ? ZRSessionInfo::initWithCoder(*root) : std::make_shared<ZRSessionInfo>();
-  {
-    platform::MutexLock lock(savedMutex_);
-    savedSession_ = sessionInfo_->currentSession();
-  }
+  savedSession_.set(sessionInfo_->currentSession());
 
   platform::NotificationCenter& center = *platform::hostServices().notificationCenter;
   center.addObserver(platform::kWillEnterForegroundNotification,
@@ -54,7 +47,7 @@ ZRSessionManager::ZRSessionManager() {
 
 void ZRSessionManager::appOpenedWithSourceArray(const ZRSourceArray& sources) {
   guarded({kFile, "appOpenedWithSourceArray"}, kException, [&] {
-    if (!gatesAreOpen()) return;
+    if (!ZRAnalyticsUtils::areGatesOpen()) return;
     isAppInBackground_ = false;
     if (hasCurrentSessionExpired()) {
       startSession(sources);
@@ -77,7 +70,7 @@ void ZRSessionManager::startSession(const ZRSourceArray& sources) {
 
 void ZRSessionManager::updateSourcesForCurrentSession(const std::optional<ZRSourceArray>& sources) {
   guarded({kFile, "updateSourcesForCurrentSession"}, kException, [&] {
-    if (!gatesAreOpen()) return;
+    if (!ZRAnalyticsUtils::areGatesOpen()) return;
     if (const auto session = sessionInfo_->currentSession()) {
       if (!sources || sources->empty()) return;
       if (session->updateSessionWithSources(sources)) return tellJournal();
@@ -88,7 +81,7 @@ void ZRSessionManager::updateSourcesForCurrentSession(const std::optional<ZRSour
 
 void ZRSessionManager::processURL(const URL& url) {
   guarded({kFile, "processURL"}, kException, [&] {
-    if (!gatesAreOpen()) return;
+    if (!ZRAnalyticsUtils::areGatesOpen()) return;
     logLine("Incoming URL : %@", {url.absoluteString});
     const auto source = ZRSource::initSourceWithURL(url.absoluteString);
     if (source->isValidSource()) sharedSessionManager().updateSourcesForCurrentSession(ZRSourceArray{source});
@@ -214,18 +207,12 @@ void ZRSessionManager::writeSessionInfo(platform::Durability durability) {
   guarded({kFile, "saveSessionInfo"}, kException, [&] {
     auto session = sessionInfo_->currentSession();
     archive_.write(getFilePathForSessionInfo(), durability, [this] { return sessionInfo_->encodeWithCoder(); });
-    platform::MutexLock lock(savedMutex_);
-    savedSession_.swap(session);  // also after a failure: a full disk must not cost a write per batch
+    savedSession_.set(std::move(session));  // also after a failure: a full disk must not cost a write per batch
   });
 }
 
 void ZRSessionManager::saveNewSession() {
-  const auto session = sessionInfo_->currentSession();
-  {
-    platform::MutexLock lock(savedMutex_);
-    if (session == savedSession_) return;
-  }
-  saveSessionInfo();
+  if (sessionInfo_->currentSession() != savedSession_.get()) saveSessionInfo();
 }
 
 std::optional<Dictionary> ZRSessionManager::getCurrentSessionInfoDict() const {

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Dispatch/LockedValue.h"
 #include "ZRAnalytics/SessionAndSource/ZRSession.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
 #include "ZRAnalytics/Utils/ZRArchiving.h"
@@ -91,9 +92,8 @@ class ZRSessionManager {
   std::atomic<bool> isAppInBackground_{true};
   std::shared_ptr<ZRSessionInfo> sessionInfo_;
   ZRArchiveWriter archive_;
-  platform::Mutex savedMutex_;
   // The session of the last saveSessionInfo.
-  std::shared_ptr<ZRSession> savedSession_ ZR_GUARDED_BY(savedMutex_);
+  platform::LockedValue<std::shared_ptr<ZRSession>> savedSession_;
 };
 
 }  // namespace zorvane

@@ -110,12 +110,10 @@ std::shared_ptr<ZRSource> ZRSource::initSourceWithURL(const Value& url) {
   if (!items.empty()) {
     // Only the last item of a name counts. If that has no value, the name is left out.
     Dictionary lastItems;
-    for (std::size_t i = 0; i < items.size(); ++i) lastItems.set(items[i].name, i);
+    for (const auto& item : items) lastItems.set(item.name, item.value ? Value(*item.value) : Value(null));
     Dictionary parameters;
-    for (std::size_t i = 0; i < items.size(); ++i) {
-      if (items[i].value && lastItems.objectForKey(items[i].name) == Value(i)) {
-        parameters.set(items[i].name, *items[i].value);
-      }
+    for (const auto& [name, value] : lastItems) {
+      if (!value.isNull()) parameters.set(name, value);
     }
     source->setFromInfoDict(parameters);
   }

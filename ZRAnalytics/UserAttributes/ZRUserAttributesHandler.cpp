@@ -52,18 +52,14 @@ ZRUserAttributesHandler& ZRUserAttributesHandler::sharedHandler() {
 
 ZRUserAttributesHandler::ZRUserAttributesHandler() {
   const auto root = readArchive(getFilePathForUserAttribute(), ZRUserAttributeData::kClassName, kArchiveClasses);
-  {
-    platform::MutexLock lock(dataMutex_);
-    userAttributeData_ = root ? ZRUserAttributeData::initWithCoder(*root) : std::make_shared<ZRUserAttributeData>();
-  }
+  userAttributeData_.set(root ? ZRUserAttributeData::initWithCoder(*root) : std::make_shared<ZRUserAttributeData>());
   migrateLegacyPlistValuesToNewFile();
   platform::hostServices().notificationCenter->addObserver(
       platform::kWillResignActiveNotification, [this](std::string_view name) { applicationInActive(name); });
 }
 
 std::shared_ptr<ZRUserAttributeData> ZRUserAttributesHandler::userAttributeData() const {
-  platform::MutexLock lock(dataMutex_);
-  return userAttributeData_;
+  return userAttributeData_.get();
 }
 
 bool ZRUserAttributesHandler::isAValidUserAttributeValueForKey(const Value& value, const Value& name) {
@@ -88,7 +84,7 @@ bool ZRUserAttributesHandler::setUserAttributeValueWithNameCheckStorage(const Va
   guarded({kFile, "setUserAttributeValueWithNameCheckStorage"}, "exception : %@", [&] {
     if (!ZRCoreUtils::isSDKEnabled()) return;
     if (!ZRConfigDataManager::sharedInstance().isDataTrackingEnabled() &&
-        !(name == Value(kUserAttributeNameGDPRPushOptOut))) {
+        name != Value(kUserAttributeNameGDPRPushOptOut)) {
       return;
     }
     if (!isAValidUserAttributeValueForKey(value, name)) return;
@@ -221,13 +217,11 @@ bool ZRUserAttributesHandler::isResetPending() const {
 }
 
 std::optional<std::string> ZRUserAttributesHandler::requestedUniqueID() const {
-  platform::MutexLock lock(dataMutex_);
-  return requestedUniqueID_;
+  return requestedUniqueID_.get();
 }
 
 void ZRUserAttributesHandler::setRequestedUniqueID(std::optional<std::string> uniqueID) {
-  platform::MutexLock lock(dataMutex_);
-  requestedUniqueID_.swap(uniqueID);
+  requestedUniqueID_.set(std::move(uniqueID));
 }
 
 void ZRUserAttributesHandler::forgetRequestedUniqueID() {
@@ -256,8 +250,8 @@ void ZRUserAttributesHandler::removeStoredUniqueIDUnlessResetPending() {
   if (isResetPending() || !writeCache()) return;
   const ZRTurn::Scope turn(storedIDTurn_);
   // Another login may have come meanwhile.
-  if (isResetPending() || !(storedUniqueID() == written)) return;
-  // Undone by a power loss, the ID is set once more.
+  if (isResetPending() || storedUniqueID() != written) return;
+  // If a power loss undoes this, the ID is set again.
   removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID, platform::Durability::Eventual);
 }
 
@@ -326,11 +320,7 @@ std::vector<ZRUserAttribute> ZRUserAttributesHandler::getUserAttributesArray() c
 
 void ZRUserAttributesHandler::clearUserAttributesData() {
   guarded({kFile, "clearUserAttributesData"}, "Exception : %@", [this] {
-    {
-      auto empty = std::make_shared<ZRUserAttributeData>();
-      platform::MutexLock lock(dataMutex_);
-      userAttributeData_.swap(empty);
-    }
+    userAttributeData_.set(std::make_shared<ZRUserAttributeData>());
     (void)writeCache();
   });
 }

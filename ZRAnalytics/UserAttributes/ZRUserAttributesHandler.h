@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/Dispatch/Mutex.h"
+#include "Platform/Dispatch/LockedValue.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributeData.h"
 #include "ZRAnalytics/Utils/ZRArchiving.h"
 #include "ZRAnalytics/Utils/ZRTurn.h"
@@ -120,11 +120,10 @@ class ZRUserAttributesHandler {
   void removeStoredUniqueIDUnlessResetPending();
   bool writeCache();
 
-  mutable platform::Mutex dataMutex_;
   // Never null.
-  std::shared_ptr<ZRUserAttributeData> userAttributeData_ ZR_GUARDED_BY(dataMutex_);
+  platform::LockedValue<std::shared_ptr<ZRUserAttributeData>> userAttributeData_;
   // The unique ID of the last login or alias; absent before the first one and after a logout.
-  std::optional<std::string> requestedUniqueID_ ZR_GUARDED_BY(dataMutex_);
+  platform::LockedValue<std::optional<std::string>> requestedUniqueID_;
   // Held while the stored unique ID is compared with the wanted one and written.
   ZRTurn storedIDTurn_;
   // Resets that still wait for the first completion of their flush.

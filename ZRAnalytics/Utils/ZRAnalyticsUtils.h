@@ -5,7 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "ZorvaneCore/ZRConfigDataManager.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
+#include "ZorvaneCore/ZRCoreUtils.h"
 
 namespace zorvane {
 
@@ -38,6 +40,10 @@ class ZRAnalyticsUtils {
   static bool isAppDelegateProxyConfigured();
   static void appDelegateProxyConfigured();
 
+  // Whether the account is active and the SDK enabled.
+  static bool areGatesOpen() {
+    return ZRConfigDataManager::sharedInstance().isAccountActive() && ZRCoreUtils::isSDKEnabled();
+  }
   // Whether the account is active, data tracking enabled and the SDK enabled.
   static bool shouldTrackUserAttribute();
 };

@@ -68,7 +68,7 @@ void ZREventCondition::addFilter(const Value& dictionary) {
 
 bool ZREventCondition::checkIfAttributeConditionSatisfiedForEventAndAttributes(const Value& event,
                                                                                const Dictionary& attributes) const {
-  if (!event.isString() || !(event == eventName_)) return false;
+  if (!event.isString() || event != eventName_) return false;
   bool satisfied = false;
   guarded({kFile, "checkIfAttributeConditionSatisfiedForEventAndAttributes", 98},
           "Exception in checking  Conditions %@", [&] { satisfied = areFiltersSatisfied(attributes); });

@@ -148,7 +148,7 @@ bool ZREventFilter::doubleAttrCheckWithValue(const Value& value) const {
       };
       const Array* elements = value.asArray();
       if (!elements) return negated(isIn(value.doubleValue()));
-      // An element that is compared with nothing must not be converted: that may throw.
+      // With an empty condition array no element is converted: a conversion may throw.
       return negated(!condArray->empty() && std::any_of(elements->begin(), elements->end(), [&](const Value& element) {
         return isIn(element.doubleValue());
       }));
