@@ -145,17 +145,11 @@ bool endAnalytics(double seconds) {
   const Deadline deadline(seconds);
   // A registration that is not answered counts as failed: leaving the foreground would repeat it.
   settle(Deadline(seconds / 2));
-  platform::MainQueue& mainQueue = platform::hostServices().scheduler->mainQueue();
-  const auto leave = [] {
+  platform::hostServices().scheduler->mainQueue().runOrPost([] {
     if (!isApplicationActive()) return;
     post(platform::kWillResignActiveNotification);
     post(platform::kWillTerminateNotification);
-  };
-  if (mainQueue.isCurrent()) {
-    leave();
-  } else {
-    mainQueue.async(leave);
-  }
+  });
   bool settled = settle(deadline);
   ZREventsHandler& events = ZREventsHandler::sharedInstance();
   events.saveCurrentBatch();

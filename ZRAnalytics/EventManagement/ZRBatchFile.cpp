@@ -147,7 +147,7 @@ ZRBatchFile::Outcome ZRBatchFile::read(PropertyListDictionarySnapshot& snapshot,
     return Outcome::Done;
   }
   const platform::FileIdentity identity = *found.value();
-  if (!snapshot_ || !(identity_ == identity)) {
+  if (!snapshot_ || identity_ != identity) {
     snapshot_.reset();
     auto bytes = platform::readFile(path_, maxBytes_);
     if (!bytes) {

@@ -407,7 +407,7 @@ void ZREventsHandler::flushEventsInBackgroundAndResetWithCompletionBlock(bool /*
   constexpr char kPattern[] = "Exception while syncing : %@";
   bool submitted = false;
   guarded(kSite, kPattern, [&] {
-    if (!ZRConfigDataManager::sharedInstance().isAccountActive() || !ZRCoreUtils::isSDKEnabled()) {
+    if (!ZRAnalyticsUtils::areGatesOpen()) {
       logLine("Reports API Blocked");
       return;
     }

@@ -26,7 +26,7 @@ void mirrorIdentifiers(const Dictionary& identifiers) {
   const Value kept = shared.objectForKey(*appID);
   Dictionary mirrored = kept.isDictionary() ? *kept.asDictionary() : Dictionary();
   mirrored.set(kSharedDefaultsKeyIdentifiers, identifiers);
-  if (!(kept == Value(mirrored))) shared.setObjectForKey(std::move(mirrored), *appID);
+  if (kept != Value(mirrored)) shared.setObjectForKey(std::move(mirrored), *appID);
   (void)shared.synchronize();
 }
 
