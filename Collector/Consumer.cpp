@@ -30,6 +30,7 @@ constexpr nanoseconds kAcknowledgeTime = std::chrono::seconds(60);
 // Of all consumers together. More than they can have, so that messages which cannot be stored do not stop the others.
 constexpr std::int64_t kMostUnacknowledged = 100'000;
 constexpr milliseconds kShortestPause{250}, kLongestPause{10'000};
+constexpr std::int64_t kEndMilliseconds = 2000;
 constexpr std::size_t kKeptBody = 64u << 10;
 
 // Replaces what is malformed.
@@ -40,6 +41,30 @@ std::string validUTF8(std::string_view text) {
 std::string_view payloadOf(const NATSMessage& message) {
   return {natsMsg_GetData(message.get()), static_cast<std::size_t>(natsMsg_GetDataLength(message.get()))};
 }
+
+// Ends a subscription and sends its last acknowledgements. A message that came too late for its last fetch goes to
+// another consumer at once.
+struct EndSubscription {
+  natsConnection* connection;
+
+  void operator()(natsSubscription* subscription) const {
+    natsSubscription_Drain(subscription);
+    // Once this is answered, nothing more comes.
+    if (natsConnection_FlushTimeout(connection, kEndMilliseconds) == NATS_OK) handBackMessages(subscription);
+    natsSubscription_Destroy(subscription);
+  }
+
+  void handBackMessages(natsSubscription* subscription) const {
+    int number = 0;
+    natsSubscription_GetPending(subscription, &number, nullptr);
+    if (number == 0) return;
+    natsMsgList list{};
+    natsSubscription_Fetch(&list, subscription, number, kEndMilliseconds, nullptr);
+    for (int i = 0; i < list.Count; ++i) natsMsg_Nak(list.Msgs[i], nullptr);
+    natsMsgList_Destroy(&list);
+    natsConnection_FlushTimeout(connection, kEndMilliseconds);
+  }
+};
 
 class NATSConsumer final : public Consumer {
  public:
@@ -57,7 +82,7 @@ class NATSConsumer final : public Consumer {
   }
 
  private:
-  using Subscription = std::unique_ptr<natsSubscription, Destroy<natsSubscription_Destroy>>;
+  using Subscription = std::unique_ptr<natsSubscription, EndSubscription>;
   struct Batch {
     std::vector<AcceptedRequest> requests;
     std::vector<NATSMessage> messages;
@@ -70,8 +95,6 @@ class NATSConsumer final : public Consumer {
         const auto link = links_.connected(std::chrono::steady_clock::now() + kLongestPause);
         const Subscription subscription = subscribe(*link);
         while (!links_.isStopping()) storeNext(*link, subscription.get());
-        // Sends the last acknowledgements.
-        natsConnection_FlushTimeout(link->connection(), 2000);
       } catch (const std::exception& error) {
         if (!links_.isStopping()) pauseAfter(error.what());
       }
@@ -103,7 +126,7 @@ class NATSConsumer final : public Consumer {
       status = js_PullSubscribe(&made, link.context(), nullptr, kConsumer, nullptr, &options, &code);
     }
     if (status != NATS_OK) throw StreamError("cannot read the stream: " + natsReason(status));
-    return Subscription(made);
+    return Subscription(made, {link.connection()});
   }
 
   // Waits for a message, takes those that are there, too, and stores them.

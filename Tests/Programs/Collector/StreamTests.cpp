@@ -271,6 +271,43 @@ TEST_F(StreamTest, AKillBetweenCommitAndAcknowledgementStoresOnce) {
   EXPECT_EQ(second.wait(), 0);
 }
 
+TEST_F(StreamTest, WhatCameTooLateForAConsumerThatStopsGoesToAnotherOne) {
+  constexpr const char* kFetch = "$JS.API.CONSUMER.MSG.NEXT.zrcollector.zrcollector-store";
+  const auto listen = [&](const char* subject) {
+    natsSubscription* made = nullptr;
+    natsConnection_SubscribeSync(&made, link().connection(), subject);
+    natsConnection_Flush(link().connection());
+    return std::unique_ptr<natsSubscription, Destroy<natsSubscription_Destroy>>(made);
+  };
+  const auto next = [](const auto& heard) {
+    natsMsg* message = nullptr;
+    natsSubscription_NextMsg(&message, heard.get(), 300'000);
+    return NATSMessage(message);
+  };
+  ChildProcess consumer(ZR_COLLECTOR_PROGRAM, consuming());
+  consumer.readLine();
+  const std::string inbox = natsMsg_GetReply(next(listen(kFetch)).get());
+  auto heard = listen(inbox.c_str());
+  Session session(database());
+  session << "BEGIN IMMEDIATE";
+  publish("b1");
+  while (natsMsg_GetDataLength(next(heard).get()) == 0) continue;
+  next(heard);  // There is no more. Now the consumer waits for the database.
+  publish("b2");
+  natsConnection_PublishRequestString(link().connection(), kFetch, inbox.c_str(), "");
+  while (natsMsg_GetDataLength(next(heard).get()) == 0) continue;
+  heard.reset();  // Only the consumer may hold the inbox when it stops.
+  natsConnection_Flush(link().connection());
+  consumer.send(SIGTERM);
+  session << "COMMIT";
+  EXPECT_EQ(consumer.wait(), 0);
+  // The commit may have come before the signal.
+  if (query("SELECT name FROM events WHERE name = 'b2'") == "b2") return;
+  natsMsg* message = nullptr;
+  EXPECT_EQ(natsConnection_RequestString(&message, link().connection(), kFetch, "", 30'000), NATS_OK);
+  natsMsg_Destroy(message);
+}
+
 TEST_F(StreamTest, ConsumersShareTheWork) {
   {
     Server server(publishing());
