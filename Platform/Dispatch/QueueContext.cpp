@@ -16,19 +16,20 @@ void TaskCounter::done(std::size_t count) noexcept {
 bool TaskCounter::waitForNone(double seconds, const std::function<void()>& runMainTasks) {
   const auto start = std::chrono::steady_clock::now();
   waiters_.fetch_add(1);
-  bool ended = false;
+  bool isNone = false;
   double left = seconds;
   for (;;) {
     if (runMainTasks) runMainTasks();
     MutexLock lock(mutex_);
-    ended = outstanding_.load() == 0 || released_;
+    isNone = outstanding_.load() == 0;
     left = seconds - std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    if (ended || left <= 0) break;
+    if (isNone || released_ || left <= 0) break;
     // A task that came after runMainTasks() runs in the next round.
     if (!runMainTasks || !std::exchange(mainTaskWaits_, false)) changed_.waitFor(mutex_, left);
   }
   waiters_.fetch_sub(1);
-  return outstanding_.load() == 0;
+  // The count of now may be that of tasks which came after it was 0.
+  return isNone;
 }
 
 void TaskCounter::mainTaskWaits() noexcept {

@@ -18,7 +18,7 @@ class TaskCounter {
   void add() noexcept { outstanding_.fetch_add(1, std::memory_order_relaxed); }
   // Call after the tasks and all that they hold are destroyed.
   void done(std::size_t count = 1) noexcept;
-  // Returns when the count is 0, after release(), or after that many seconds of real time; true if the count is 0. A
+  // Returns when the count is 0, after release(), or after that many seconds of real time; true if the count was 0. A
   // caller on the main thread gives a function that runs the tasks of the main queue.
   bool waitForNone(double seconds, const std::function<void()>& runMainTasks);
   // Call after a task was added to the main queue: a wait on the main thread runs it.

@@ -50,7 +50,9 @@ TEST(ThreadScheduler, TasksThatMayWaitAllRun) {
       for (int i = 0; i < 2000; ++i) {
         queue.asyncSoon([&] { ++ran; });
         if (i % 8 == 0) scheduler->globalQueue(Priority::Background).async([&] { ++ran; });
-        if (i % 64 == 0) scheduler->waitUntilIdle();
+        if (i % 64 == 0) {
+          EXPECT_TRUE(scheduler->waitUntilIdle()) << "for ever";
+        }
       }
     });
   }
