@@ -92,6 +92,7 @@ class ZR_PUBLIC Object {
 template <typename T>
 class ZR_PUBLIC ObjectOf : public Object {
  public:
+  // The same for every object of T.
   const void* classID() const noexcept final { return &kClassID; }
   // Only its address matters.
   static inline char kClassID = 0;
