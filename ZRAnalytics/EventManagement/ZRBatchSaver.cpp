@@ -110,9 +110,10 @@ void ZRBatchSaver::storeClosed() {
   } else if (journal) {
     for (const ClosedBatch& batch : batches) journal->released(batch.events);
   }
+  if (outcome != ZRBatchFile::Outcome::Done) return;
   // Cleared while they were stored.
-  if (outcome == ZRBatchFile::Outcome::Done && current_.generation() != generation) (void)file_.remove(entries);
-  for (; outcome == ZRBatchFile::Outcome::Done && tooLarge > 0; --tooLarge) {
+  if (current_.generation() != generation) (void)file_.remove(entries);
+  for (; tooLarge > 0; --tooLarge) {
     logLine("Batch Events plist : an event is too large to be saved and is dropped");
   }
 }

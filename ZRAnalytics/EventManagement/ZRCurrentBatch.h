@@ -31,8 +31,8 @@ class ZRCurrentBatch {
   // Drops the events.
   void clear();
   std::uint64_t generation() const;
-  // Removes the events for which the function returns false; it is called with no lock held. Call on the queue that
-  // appends, while no other thread calls take().
+  // Removes the events for which the function returns false; it is called with no lock held, and again for all when
+  // events are put back meanwhile. Call on the queue that appends, while no other thread calls take().
   void keepIf(const std::function<bool(const Value& record)>& passes);
   // A copy; absent before the first event and after each take.
   std::optional<Array> events() const;

@@ -112,7 +112,7 @@ class ZREventsHandler {
   void flushWithCompletionBlock(FlushCompletion completion);
   // Sends all saved batches; with reset, the user is reset after the responses. Blocked (account inactive, SDK
   // disabled): the completion is called with (false, false) on this thread; otherwise on the event queue, as
-  // ZRSync::flush says.
+  // ZRSync::flush says. `background` changes nothing.
   void flushEventsInBackgroundAndResetWithCompletionBlock(bool background, bool reset, FlushCompletion completion);
 
   // Whether a reset flush is running or waits for a sync to end.

@@ -111,8 +111,7 @@ void ZRAnalyticsUtils::appDelegateProxyConfigured() {
 }
 
 bool ZRAnalyticsUtils::shouldTrackUserAttribute() {
-  const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
-  return store.isAccountActive() && store.isDataTrackingEnabled() && ZRCoreUtils::isSDKEnabled();
+  return areGatesOpen() && ZRConfigDataManager::sharedInstance().isDataTrackingEnabled();
 }
 
 }  // namespace zorvane
