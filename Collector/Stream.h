@@ -32,7 +32,8 @@ class Publisher {
   // already. Throws StreamError after five seconds without an acknowledgement, when the stream is full, and if the
   // message is larger than the servers allow. Without an acknowledgement the stream may have it nevertheless.
   virtual bool publish(const RequestRow& row, const std::string& body) = 0;
-  // Throws StreamError unless there is a connection and the stream has a leader. Makes the stream if there is none.
+  // Throws StreamError unless there is a connection, and the stream has a leader and room. Makes the stream if there is
+  // none.
   virtual void checkReady() = 0;
   // From now on nothing waits for a connection.
   virtual void stop() = 0;

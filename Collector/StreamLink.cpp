@@ -107,22 +107,32 @@ StreamLink::StreamLink(const std::string& servers, bool quiet) {
   context_.reset(context);
 }
 
-void StreamLink::needStream() {
+StreamLink::StreamInfo StreamLink::findStream() {
   jsOptions options;
   jsOptions_Init(&options);
   options.Wait = kRequestMilliseconds;
   jsStreamInfo* found = nullptr;
   jsErrCode code{};
   const natsStatus status = js_GetStreamInfo(&found, context(), kStream, &options, &code);
-  const std::unique_ptr<jsStreamInfo, Destroy<jsStreamInfo_Destroy>> info(found);
+  StreamInfo info(found);
   if (code == JSStreamNotFoundErr) {
     makeStream();
-    return;
+    return nullptr;
   }
   check(status, "the stream does not answer");
   if (info->Cluster && (!info->Cluster->Leader || !*info->Cluster->Leader)) {
     throw StreamError("the stream has no leader");
   }
+  return info;
+}
+
+void StreamLink::needRoom() {
+  const StreamInfo info = findStream();
+  if (!info || info->Config->MaxBytes <= 0) return;
+  const auto limit = static_cast<std::uint64_t>(info->Config->MaxBytes);
+  if (info->State.Bytes <= limit - limit / 100) return;
+  throw StreamError("the stream is full: " + std::to_string(info->State.Bytes) + " of " + std::to_string(limit) +
+                    " bytes");
 }
 
 void StreamLink::makeStream() {

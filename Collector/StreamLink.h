@@ -45,12 +45,18 @@ class StreamLink {
   std::string failure() const;
   bool isClosed() const { return natsConnection_IsClosed(connection_.get()); }
   // Makes the stream if there is none. Throws StreamError unless it has a leader.
-  void needStream();
+  void needStream() { (void)findStream(); }
+  // The same; also throws when more than 99 % of its bytes are taken.
+  void needRoom();
 
   natsConnection* connection() const { return connection_.get(); }
   jsCtx* context() const { return context_.get(); }
 
  private:
+  using StreamInfo = std::unique_ptr<jsStreamInfo, Destroy<jsStreamInfo_Destroy>>;
+
+  // Null for a stream that this call made.
+  StreamInfo findStream();
   void makeStream();
 
   std::unique_ptr<natsConnection, Destroy<natsConnection_Destroy>> connection_;

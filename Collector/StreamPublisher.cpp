@@ -67,7 +67,7 @@ class NATSPublisher final : public Publisher {
     }
   }
 
-  void checkReady() override { links_.connected(Clock::now())->needStream(); }
+  void checkReady() override { links_.connected(Clock::now())->needRoom(); }
 
   void stop() override { links_.stop(); }
 

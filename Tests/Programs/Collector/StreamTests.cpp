@@ -165,15 +165,16 @@ TEST_F(StreamTest, ARequestIsAcceptedOnceTheStreamHasIt) {
 }
 
 TEST_F(StreamTest, AFullStreamRefusesAndKeepsWhatItHas) {
-  link().needStream();
-  jsStreamInfo* info = nullptr;
-  ASSERT_EQ(js_GetStreamInfo(&info, link().context(), kStream, nullptr, nullptr), NATS_OK);
-  info->Config->MaxBytes = 600;
-  ASSERT_EQ(js_UpdateStream(nullptr, link().context(), info->Config, nullptr, nullptr), NATS_OK);
-  jsStreamInfo_Destroy(info);
   Server server(publishing());
   server.start();
+  EXPECT_EQ(get(server, "/readyz"), 200);
   EXPECT_EQ(post(server, report("b1"))->status, 200);
+  jsStreamInfo* info = nullptr;
+  ASSERT_EQ(js_GetStreamInfo(&info, link().context(), kStream, nullptr, nullptr), NATS_OK);
+  info->Config->MaxBytes = static_cast<std::int64_t>(info->State.Bytes) + 1;
+  ASSERT_EQ(js_UpdateStream(nullptr, link().context(), info->Config, nullptr, nullptr), NATS_OK);
+  jsStreamInfo_Destroy(info);
+  EXPECT_EQ(get(server, "/readyz"), 503);
   const auto refused = post(server, report("b2"));
   EXPECT_EQ(refused->status, 503);
   EXPECT_EQ(refused->get_header_value("Retry-After"), "5");
