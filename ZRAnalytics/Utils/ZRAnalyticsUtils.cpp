@@ -111,7 +111,8 @@ void ZRAnalyticsUtils::appDelegateProxyConfigured() {
 }
 
 bool ZRAnalyticsUtils::shouldTrackUserAttribute() {
-  return areGatesOpen() && ZRConfigDataManager::sharedInstance().isDataTrackingEnabled();
+  const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
+  return store.isAccountActive() && store.isDataTrackingEnabled() && ZRCoreUtils::isSDKEnabled();
 }
 
 }  // namespace zorvane

@@ -89,7 +89,7 @@ class ZR_PUBLIC ZREventFilter final : public ZRModelObject {
                                                                      const Array& attrValue) const;
   bool stringConditionCheckWithStringConditionValueAndStringAttrvalue(std::string_view condValue,
                                                                       std::string_view attrValue) const;
-  // The same for "between" of dates: from the lower day on, before the upper one. Milliseconds since 1970.
+  // The same for "between" of dates: from the lower day on, before the upper one. Seconds since 1970.
   bool checkDateBetweenOperationWithAttributeValueWithLowerFilterValAndUpperFilterVal(double attrEpoch,
                                                                                       const Value& lowerValue,
                                                                                       const Value& upperValue) const;
