@@ -49,7 +49,9 @@ void ZRAnalytics::migrateSDKUserDefaultsInfo() {
     own.setObjectForKey(std::move(value), key);
     standard.removeObjectForKey(key);
   }
-  // Remove the keys from the old file only after the new file holds them, so that a kill or a full disk loses none.
+  // Remove the keys from the old file only after the new file holds them, so that a kill or a full disk loses none; but
+  // before the next launch, which would migrate old values over newer ones.
+  own.precede(standard);
   if (own.writeChanges()) (void)standard.synchronize();
   (void)own.synchronize();
 }

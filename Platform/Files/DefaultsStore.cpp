@@ -169,6 +169,11 @@ void DefaultsStore::removeObjectForKey(std::string_view key, Durability durabili
   if (content_.remove(key)) countChange(durability);
 }
 
+void DefaultsStore::makeLasting() {
+  MutexLock lock(mutex_);
+  mustLastChanges_ = changes_;
+}
+
 Dictionary DefaultsStore::dictionaryRepresentation() const {
   loadIfNeeded();
   MutexLock lock(mutex_);
@@ -184,10 +189,11 @@ Status DefaultsStore::synchronize() {
 Status DefaultsStore::writeChanges() {
   {
     MutexLock lock(mutex_);
-    if (writtenChanges_ == changes_) return Done{};
+    if (writtenChanges_ == changes_ && lastingChanges_ >= mustLastChanges_) return Done{};
   }
   Status written = writeContent();
   reportProblem(written);
+  if (DefaultsStore* const next = next_.load(); next && written) (void)next->writeChanges();
   return written;
 }
 
@@ -211,7 +217,7 @@ Status DefaultsStore::writeContent() {
   MutexLock writing(writeMutex_);
   {
     MutexLock lock(mutex_);
-    if (writtenChanges_ >= changes) return Done{};
+    if ((durability == Durability::Lasting ? lastingChanges_ : writtenChanges_) >= changes) return Done{};
   }
   Status written = replaceFileAtomically(path_, bytes, durability);
   if (written) {

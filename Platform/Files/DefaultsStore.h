@@ -35,6 +35,8 @@ class DefaultsStore {
   // until a lasting one is written.
   void setObjectForKey(Value value, std::string_view key, Durability durability = Durability::Lasting);
   void removeObjectForKey(std::string_view key, Durability durability = Durability::Lasting);
+  // All changes so far are lasting ones, also those that are written already.
+  void makeLasting();
   Dictionary dictionaryRepresentation() const;
   // After a failure the change stays in memory and is written by the next call. Other calls do not wait for the file.
   Status synchronize();
@@ -42,6 +44,9 @@ class DefaultsStore {
   Status writeChanges();
   // From now on synchronize() first writes the other store's changes too. The other store must outlive this one.
   void synchronizeWith(DefaultsStore& other) { other_.store(&other); }
+  // From now on each write of this store that succeeds is followed by one of the other store's changes. The other store
+  // must outlive this one.
+  void precede(DefaultsStore& other) { next_.store(&other); }
 
   const std::string& name() const { return name_; }
 
@@ -70,6 +75,7 @@ class DefaultsStore {
   // So many must survive one once they are written.
   std::uint64_t mustLastChanges_ ZR_GUARDED_BY(mutex_) = 0;
   std::atomic<DefaultsStore*> other_{nullptr};
+  std::atomic<DefaultsStore*> next_{nullptr};
 };
 
 // The application's standard defaults ("standard.plist"), the SDK's own ("sdk.plist") and an application group's suite

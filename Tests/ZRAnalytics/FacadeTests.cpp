@@ -1,6 +1,8 @@
 #include "Platform/Files/DefaultsStore.h"
+#include "Platform/Files/SystemCalls.h"
 #include "ZRAnalytics/UserTest.h"
 #include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
+#include "ZRAnalytics/Utils/ZRDefaults.h"
 
 namespace zorvane::testing {
 namespace {
@@ -33,6 +35,24 @@ TEST_F(FacadeTest, KeysOfEarlierReleasesMoveIntoTheSDKsStore) {
   EXPECT_EQ(synchronized, (Names{"standard", "sdk"}));
   EXPECT_EQ(ZorvaneCore::sharedInstance().appIdUpdateDelegate().get(), &facade());
   EXPECT_TRUE(service_->requests().empty());
+}
+
+TEST_F(FacadeTest, OldKeysGoWithTheFirstWriteOfTheNewStoreThatSucceeds) {
+  start();
+  platform::standardDefaults().setObjectForKey("old", kUserDefaultsKeySDKVersion);
+  (void)platform::standardDefaults().synchronize();
+  const auto left = [this] {
+    const platform::DefaultsStore written("written", (directory_ / "Defaults" / "standard.plist").string());
+    return written.objectForKey(kUserDefaultsKeySDKVersion);
+  };
+  platform::SystemCalls failing = platform::kRealSystemCalls;
+  failing.fsync = [](int) { return -1; };
+  platform::setSystemCalls(&failing);
+  facade();
+  platform::setSystemCalls(nullptr);
+  EXPECT_EQ(left(), Value("old"));
+  keepInDefaults("new", kUserDefaultsKeySDKVersion);
+  EXPECT_EQ(left(), Value()) << "the next launch would put it over the new one";
 }
 
 TEST_F(FacadeTest, FlushReportsItsResultAndClosedGatesDropEvents) {

@@ -61,6 +61,9 @@ TEST(DefaultsStore, SyncsTheDirectoryForALastingChangeAlsoAfterAFailure) {
   fails = false;
   EXPECT_EQ(syncsAfter({}), 2) << "of what failed";
   EXPECT_EQ(syncsAfter({kEventual}), 1);
+  store.makeLasting();
+  EXPECT_EQ(syncsAfter({}), 2) << "of what is written already";
+  EXPECT_EQ(syncsAfter({}), 0);
   setSystemCalls(nullptr);
 }
 
