@@ -157,8 +157,12 @@ void ZRAnalytics::optOutOfDataTracking(bool optOut) {
       removeFromDefaults(kUserDefaultsKeyIDFA);
     }
     store.setDataTrackingOptedOut(optOut);
-    // Events that were recorded since they were cleared.
-    if (optOut && wasEnabled) ZREventsHandler::sharedInstance().dropOptedOutEvents();
+    // What came since it was cleared.
+    if (optOut && wasEnabled) {
+      ZRUserAttributesHandler& attributes = ZRUserAttributesHandler::sharedHandler();
+      if (!attributes.getUserAttributesArray().empty()) attributes.forgetUser();
+      ZREventsHandler::sharedInstance().dropOptedOutEvents();
+    }
     if (optOut != wasEnabled) return;
     updateDeviceWithCompletion([this, optOut](bool /*success*/) {
       if (optOut) return;

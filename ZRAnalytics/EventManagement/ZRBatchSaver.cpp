@@ -61,6 +61,36 @@ void ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes
     closed_.splice(closed_.begin(), batches);
   }
   current_.keepIf(passes);
+  keepStoredIf(passes);
+}
+
+void ZRBatchSaver::keepStoredIf(const std::function<bool(const Value& record)>& passes) {
+  const ZRTurn::Scope turn(storeTurn_);
+  const auto stored = file_.load();
+  if (!stored) return;
+  Dictionary changed;
+  Dictionary emptied;
+  for (const ZRStoredBatch& batch : *stored) {
+    Value content = batch.value();
+    const Value kept = content.isArray()        ? content
+                       : content.isDictionary() ? content.asDictionary()->objectForKey(kBatchKeyEvents)
+                                                : Value();
+    if (!kept.isArray()) continue;
+    Array events = *kept.asArray();
+    if (std::erase_if(events, [&passes](const Value& record) { return !passes(record); }) == 0) continue;
+    if (events.empty()) {
+      emptied.set(batch.id(), true);
+    } else if (content.isArray()) {
+      changed.set(batch.id(), std::move(events));
+    } else {
+      content.mutableDictionary().set(kBatchKeyEvents, std::move(events));
+      changed.set(batch.id(), std::move(content));
+    }
+  }
+  if (file_.store(changed) != ZRBatchFile::Outcome::Done) {
+    for (const auto& [id, batch] : changed) emptied.set(id, true);
+  }
+  (void)file_.remove(emptied);
 }
 
 void ZRBatchSaver::close() {

@@ -31,8 +31,11 @@ class ZRBatchSaver {
   // Closes the current batch. A background task stores it, in one write with those that are closed until it gets there,
   // and then calls flush, also if it could not store them.
   void saveSoon();
-  // ZRCurrentBatch::keepIf, for the closed batches too. If another thread is storing, waits for it first.
+  // ZRCurrentBatch::keepIf, for the closed and the stored batches too. If another thread is storing, waits for it
+  // first.
   void keepIf(const std::function<bool(const Value& record)>& passes);
+  // The same for the stored batches only, on any thread.
+  void keepStoredIf(const std::function<bool(const Value& record)>& passes);
 
  private:
   struct ClosedBatch {

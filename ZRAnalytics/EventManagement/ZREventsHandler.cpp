@@ -107,7 +107,7 @@ void ZREventsHandler::track(Value&& name, std::shared_ptr<const ZRProperties>&& 
         });
   });
   if (journal_ && !(isPosted && enabled)) journal_->released(ticket);
-  if (!enabled) callBlock({kFile, kTrackEvent}, "exception is %@", completion);
+  if (!enabled) callBlock({kFile, kTrackEvent, 190}, "exception is %@", completion);
 }
 
 void ZREventsHandler::acceptEvent(TrackedEvent& event) {
@@ -354,15 +354,18 @@ void ZREventsHandler::clearEventsdata() {
 
 void ZREventsHandler::dropOptedOutEvents() {
   guarded({kFile, "dropOptedOutEvents"}, "exception is %@", [this] {
-    reports_serial_queue_.async([this] {
+    const auto passes = [this](const Value& record) {
+      const Dictionary* event = record.asDictionary();
+      const Value name = event ? event->objectForKey(kReportsKeyEventName) : Value();
+      const bool isKept = ZRCoreUtils::isSDKEnabled() && name.isString() && isTrackingAllowed(*name.asString());
+      if (!isKept && journal_) journal_->released({record});
+      return isKept;
+    };
+    // Now, before a sync that waits on the queue sends them.
+    saver_.keepStoredIf(passes);
+    reports_serial_queue_.async([this, passes] {
       reports_serial_queue_.assertCurrent();
-      saver_.keepIf([this](const Value& record) {
-        const Dictionary* event = record.asDictionary();
-        const Value name = event ? event->objectForKey(kReportsKeyEventName) : Value();
-        const bool isKept = ZRCoreUtils::isSDKEnabled() && name.isString() && isTrackingAllowed(*name.asString());
-        if (!isKept && journal_) journal_->released({record});
-        return isKept;
-      });
+      saver_.keepIf(passes);
     });
   });
 }

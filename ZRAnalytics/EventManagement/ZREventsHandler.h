@@ -90,7 +90,8 @@ class ZREventsHandler {
   // Deletes both files and empties the current batch.
   // A save in progress, or a refused dump-file request, does not bring events back.
   void clearEventsdata();
-  // Drops recorded events that may not be tracked any more, on the event queue. To be called after an opt-out.
+  // Drops recorded events that may not be tracked any more, those of the file now and again, with the others, on the
+  // event queue. To be called after an opt-out.
   void dropOptedOutEvents();
   // Posts "ZRVUserReset", then clears the user's attributes and stored defaults.
   void cleanUp();

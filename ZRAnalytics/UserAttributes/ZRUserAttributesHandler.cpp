@@ -82,17 +82,18 @@ bool ZRUserAttributesHandler::setUserAttributeValueWithNameCheckStorage(const Va
                                                                         bool checkStorage) {
   bool tracked = false;
   guarded({kFile, "setUserAttributeValueWithNameCheckStorage"}, "exception : %@", [&] {
-    if (!ZRCoreUtils::isSDKEnabled()) return;
-    if (!ZRConfigDataManager::sharedInstance().isDataTrackingEnabled() &&
-        name != Value(kUserAttributeNameGDPRPushOptOut)) {
-      return;
-    }
+    const auto isAllowed = [&name] {
+      return ZRCoreUtils::isSDKEnabled() && (ZRConfigDataManager::sharedInstance().isDataTrackingEnabled() ||
+                                             name == Value(kUserAttributeNameGDPRPushOptOut));
+    };
+    if (!isAllowed()) return;
     if (!isAValidUserAttributeValueForKey(value, name)) return;
     if (checkStorage) {
       if (!userAttributeData()->saveAttributeWithValue(name.description(), value)) {
         logLine("User Attribute(%@) tracked with already existing value(%@)", {name, value});
         return;
       }
+      if (!isAllowed()) return forgetUser();  // Opted out meanwhile, which has emptied the cache already.
       logLine("User Attribute(%@) updated to value(%@)", {name, value});
     }
     auto properties = std::make_shared<ZRProperties>();
@@ -246,6 +247,9 @@ void ZRUserAttributesHandler::removeStoredUniqueIDUnlessResetPending() {
   const Value written = storedUniqueID();
   if (written.isNil() || !ZRCoreUtils::isSDKEnabled() || !ZRConfigDataManager::sharedInstance().isDataTrackingEnabled())
     return;  // The ID is not in effect.
+  const std::string uniqueID = trimmedText(written);
+  // Its logout event was refused, say by the blacklist.
+  if (userAttributeData()->getUserAttrUniqueID().description() != uniqueID && !isRestricted(uniqueID)) return;
   // Write the cache first: a kill after the removal must not lose the ID.
   if (isResetPending() || !writeCache()) return;
   const ZRTurn::Scope turn(storedIDTurn_);
@@ -326,7 +330,13 @@ void ZRUserAttributesHandler::clearUserAttributesData() {
 }
 
 void ZRUserAttributesHandler::forgetUser() {
-  guarded({kFile, "forgetUser"}, "Exception : %@", [this] { forgetRequestedUniqueID(); });
+  guarded({kFile, "forgetUser"}, "Exception : %@", [this] {
+    forgetRequestedUniqueID();
+    // Also an ID that was removed after it had taken effect.
+    platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+    defaults.makeLasting();
+    (void)defaults.writeChanges();
+  });
   clearUserAttributesData();
 }
 

@@ -17,7 +17,8 @@ namespace zorvane {
 
 // Any thread; nothing here throws. Each accepted attribute is tracked as an "EVENT_ACTION_USER_ATTRIBUTE" event. The
 // cache of sent attributes is stored in "ZrvData/ZRUserAttributes" below the SDK's library directory: when the
-// application leaves the foreground, after an alias and after the migration of a legacy file.
+// application leaves the foreground, after an alias and after the migration of a legacy file, when it is emptied, and
+// when a login has taken effect that was stored in the defaults.
 class ZRUserAttributesHandler {
  public:
   static ZRUserAttributesHandler& sharedHandler();
@@ -29,8 +30,8 @@ class ZRUserAttributesHandler {
   void updateUserAttributeUniqueID(const Value& value);
   // Logs the current user out and the new one in: tracks the logout event, flushes with reset, posts the new-user
   // notification and sets the unique ID that was requested last. The last two steps run on a global queue, twice if the
-  // flush completes twice (ZRSync::flush). Until the ID is in the cache's file and no reset is pending, it is also
-  // stored in the SDK defaults under "Zrv_MODIFIED_USER_ID", so that the next launch can finish.
+  // flush completes twice (ZRSync::flush). From this call on, until the ID is in the cache's file and no reset is
+  // pending, it is also stored in the SDK defaults under "Zrv_MODIFIED_USER_ID", so that the next launch can finish.
   void forceResetUserWithNewUserAttributeUniqueID(const std::string& uniqueID);
   // Finishes a forced logout that an earlier launch could not finish: logs the stored ID in. Does nothing while a reset
   // is pending, which will do that.

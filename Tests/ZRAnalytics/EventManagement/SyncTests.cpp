@@ -2,6 +2,7 @@
 
 #include "Platform/Formats/PropertyList.h"
 #include "ZRAnalytics/EventManagement/EventPipelineTest.h"
+#include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 
@@ -155,17 +156,23 @@ TEST_F(SyncTest, WhatAnOptOutClearsDoesNotComeBack) {
   EXPECT_EQ(answers, (Answers{{false, true}}));
   EXPECT_FALSE(std::filesystem::exists(batchPath()));
 
-  // An event between the clearing and the user's choice.
+  // Events and an attribute between the clearing and the user's choice.
   ZRAnalytics::sharedInstance().optOutOfDataTracking(false);
-  log_->onMessage = [this](const std::string& message) {
+  ZRUserAttributesHandler& attributes = ZRUserAttributesHandler::sharedHandler();
+  log_->onMessage = [this, &attributes](const std::string& message) {
     if (message != "Batch Events plist deleted") return;
     log_->onMessage = nullptr;
+    save({"stored", "INSTALL"});
+    save({"stored"});
     track({"late"});
+    attributes.setUserAttributeValueWithNameCheckStorage("late", "a", true);
   };
   save({"again"});
   ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
+  EXPECT_EQ(savedNames(), (Batches{{"INSTALL"}})) << "already, as a sync may wait";
   settle();
-  EXPECT_EQ(currentNames(), Names{});
+  EXPECT_EQ(currentNames(), (Names{"EVENT_ACTION_USER_ATTRIBUTE"})) << "allowed by its name";
+  EXPECT_TRUE(attributes.getUserAttributesArray().empty());
 }
 
 TEST_F(SyncTest, FlushDuringASyncIsAnsweredAtOnceAndReadsTheFileAgain) {
