@@ -9,9 +9,9 @@
 #include "C/Services.h"
 #include "Platform/Dispatch/LockedValue.h"
 #include "Platform/HostServices.h"
+#include "Platform/Time/Deadline.h"
 #include "ZRAnalytics/Journal/ZRJournal.h"
 #include "ZRAnalytics/ZRHosting.h"
-#include "ZorvaneCore/ZRAppDelegateSwizzler.h"
 #include "ZorvaneCore/ZRStandardErrorLog.h"
 #if defined(ZR_C_HTTP)
 #include "Transport/CurlTransport.h"
@@ -257,7 +257,7 @@ zr_status zr_close(double seconds, int* all_sent) {
     if (all_sent) *all_sent = 0;
     require(seconds >= 0, "the time is negative or not a number");
     if (isInCallback()) fail(ZR_ERROR_CALLBACK, "a callback must not close the module");
-    const Deadline deadline(seconds);
+    const platform::Deadline deadline(seconds);
     beginClose(seconds);
     const bool sent = endAnalytics(deadline.secondsLeft());
     running->scheduler->stopMainLoop();
@@ -304,11 +304,5 @@ zr_status zr_background_task_expired(uint64_t task) {
 }
 
 zr_status zr_open_url(const char* url, size_t length) {
-  return callModule([&](const ModuleCall&) {
-    onMainThread([link = std::optional(URL{std::string(textOf(url, length, "url"))})] {
-      ZRAppDelegateSwizzler::forEachInterceptor(
-          [&](UIApplicationDelegate& interceptor) { interceptor.applicationOpenURLOptions(application(), link, {}); });
-      ZRAnalytics::sharedInstance().processURL(link);
-    });
-  });
+  return callModule([&](const ModuleCall&) { openURL(URL{std::string(textOf(url, length, "url"))}); });
 }

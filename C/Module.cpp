@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <utility>
 
 #include "Platform/HostServices.h"
+#include "Platform/Time/Deadline.h"
 
 namespace zorvane::c {
 namespace {
@@ -32,10 +32,6 @@ void leave() {
 [[noreturn]] void failNotRunning(Phase now) {
   if (now == Phase::New || now == Phase::Starting) fail(ZR_ERROR_NOT_STARTED, "the module has not been started");
   fail(ZR_ERROR_CLOSED, "the module is closed");
-}
-
-double now() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 }  // namespace
@@ -79,7 +75,7 @@ void endStart(bool started) {
 void beginClose(double seconds) {
   Phase expected = Phase::Running;
   if (!currentPhase.compare_exchange_strong(expected, Phase::Closing)) failNotRunning(expected);
-  const Deadline deadline(seconds);
+  const platform::Deadline deadline(seconds);
   platform::Scheduler& scheduler = *platform::hostServices().scheduler;
   const bool isMain = scheduler.mainQueue().isCurrent();
   for (;;) {
@@ -105,12 +101,6 @@ std::function<void(bool)> completionOf(zr_completion completion, const HostDataP
   return [completion, data](bool success) {
     if (const HostCall call(data); call) completion(call.data(), success);
   };
-}
-
-Deadline::Deadline(double seconds) : end_(now() + seconds) {}
-
-double Deadline::secondsLeft() const {
-  return std::max(0.0, end_ - now());
 }
 
 }  // namespace zorvane::c

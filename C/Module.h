@@ -54,15 +54,4 @@ void onMainThread(std::function<void()> work);
 // A completion for the module; empty for null. The data is released when the module drops it.
 std::function<void(bool)> completionOf(zr_completion completion, const HostDataPointer& data);
 
-// Seconds of real time until a deadline.
-class Deadline {
- public:
-  explicit Deadline(double seconds);
-  // Not negative.
-  double secondsLeft() const;
-
- private:
-  const double end_;
-};
-
 }  // namespace zorvane::c

@@ -7,6 +7,7 @@
 #include "Platform/HostServices.h"
 #include "ZRAnalytics/SessionAndSource/ZRSource.h"
 #include "ZRAnalytics/Utils/AppDelegateSwizzler/ZRAppDelegateAnalyticsProxy.h"
+#include "ZRAnalytics/ZRHosting.h"
 #include "ZorvaneCore/ZRAppDelegateSwizzler.h"
 
 namespace zorvane::host {
@@ -28,7 +29,11 @@ void playOpenURL(Runtime& runtime, const ScriptLine& line) {
   const auto text = line.text("url");
   const std::optional<URL> url = text ? std::optional(URL{*text}) : std::nullopt;
   const std::string via = line.text("via").value_or("app");
-  if (via == "app" || via == "proxy") {
+  if (via == "app") {
+    runtime.onMainThread([&] { openURL(url); });
+  } else if (via == "facade") {
+    runtime.onMainThread([&] { runtime.analytics().processURL(url); });
+  } else if (via == "proxy") {
     tellDelegate(runtime, [&](UIApplicationDelegate& interceptor) {
       interceptor.applicationOpenURLOptions(application(), url, {});
     });
@@ -37,10 +42,9 @@ void playOpenURL(Runtime& runtime, const ScriptLine& line) {
       interceptor.applicationContinueUserActivityRestorationHandler(
           application(), {std::string(NSUserActivityTypeBrowsingWeb), url}, [](const Array&) {});
     });
-  } else if (via != "facade") {
+  } else {
     throw NotAnAction("\"via\" must be \"app\", \"facade\", \"proxy\" or \"activity\"");
   }
-  if (via == "app" || via == "facade") runtime.onMainThread([&] { runtime.analytics().processURL(url); });
 }
 
 void playSwizzle(Runtime& runtime, const ScriptLine& /*line*/) {
@@ -55,6 +59,7 @@ void playSources(Runtime& runtime, const ScriptLine& line) {
   const Array* dictionaries = line.array("sources");
   const bool own = line.flag("own");
   if (!line.has("push")) {
+    if (line.has("own")) throw NotAnAction("\"own\" belongs to \"push\"");
     std::optional<ZRSourceArray> sources;
     if (dictionaries) {
       sources.emplace();

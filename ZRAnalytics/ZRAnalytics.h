@@ -132,7 +132,7 @@ class ZR_PUBLIC ZRAnalytics final : public ZRAppIDUpdateDelegate {
   // --- Deep links and traffic sources
 
   // A URL opened the application. An absent URL is ignored. Does nothing while the application delegate proxy is
-  // installed, which sees the URL itself. Gates: account, SDK.
+  // installed, which sees the URL itself: see openURL (ZRHosting.h), which an application calls. Gates: account, SDK.
   void processURL(const std::optional<URL>& url);
   // Traffic sources of the current visit. A session younger than 5 seconds without a source takes them; otherwise a new
   // session begins if the old one has expired or its first source differs. Absent or empty changes nothing during a

@@ -2,29 +2,20 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <utility>
 
+#include "Platform/Time/Deadline.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/RemoteConfiguration.h"
+#include "ZorvaneCore/ZRAppDelegateSwizzler.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 #include "ZorvaneCore/ZRCoreUtils.h"
 
 namespace zorvane {
 namespace {
 
-class Deadline {
- public:
-  explicit Deadline(double seconds) : end_(now() + seconds) {}
-  double secondsLeft() const { return std::max(0.0, end_ - now()); }
-
- private:
-  static double now() {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-  }
-  const double end_;
-};
+using platform::Deadline;
 
 // Forwards to the host's transport and counts what it has not answered. Passes on the first answer to a request only.
 class CountingTransport final : public NetworkTransport {
@@ -141,6 +132,15 @@ platform::Status startAnalytics(ZRStartOptions options) {
   return platform::Done{};
 }
 
+void openURL(std::optional<URL> url) {
+  const platform::HostServices& services = platform::hostServices();
+  services.scheduler->mainQueue().runOrPost([&application = *services.application, url = std::move(url)] {
+    ZRAppDelegateSwizzler::forEachInterceptor(
+        [&](UIApplicationDelegate& interceptor) { interceptor.applicationOpenURLOptions(application, url, {}); });
+    ZRAnalytics::sharedInstance().processURL(url);
+  });
+}
+
 bool endAnalytics(double seconds) {
   const Deadline deadline(seconds);
   // A registration that is not answered counts as failed: leaving the foreground would repeat it.
@@ -155,7 +155,8 @@ bool endAnalytics(double seconds) {
   events.saveCurrentBatch();
   const auto allSent = [&events] {
     const auto batches = events.getBatches();
-    return batches && batches->empty();
+    const auto unsaved = events.viewsInfoArray();
+    return batches && batches->empty() && (!unsaved || unsaved->empty());
   };
   if (!allSent()) {
     // Saved since the last sync began, or refused.

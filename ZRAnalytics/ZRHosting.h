@@ -3,11 +3,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "Platform/Export.h"
 #include "Platform/HostServices.h"
 #include "Platform/Values/Result.h"
 #include "ZorvaneCore/CoreSetup.h"
+#include "ZorvaneCore/ZRCoreTypes.h"
 #include "ZorvaneCore/ZRLogger.h"
 
 namespace zorvane {
@@ -36,6 +38,12 @@ struct ZRStartOptions {
 //
 // An error changes nothing but the log sink: the remote configuration is wrong, or the host services are in use.
 ZR_PUBLIC platform::Status startAnalytics(ZRStartOptions options);
+
+// A URL opened the application: call it for each, after startAnalytics. Its traffic source reaches the session once, by
+// ZRAnalytics::processURL or, while the application delegate proxy is installed (remote setting
+// "app_delegate_proxy_enabled", on by default), by the proxy. An absent URL is ignored. Any thread: runs on the main
+// thread, later when called on another one.
+ZR_PUBLIC void openURL(std::optional<URL> url);
 
 // Ends the module's work before the process ends. If the application is active, posts the will-resign-active and
 // will-terminate notifications first: session end and exit are tracked, saved and sent. An application that posts these

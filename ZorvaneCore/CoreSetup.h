@@ -17,7 +17,7 @@ class ZREventJournal;
 
 // What the host tells the core.
 struct CoreSetup {
-  // Base URL of the collection service, without a trailing slash. Requests fail while it is empty.
+  // Base URL of the collection service; slashes at its end are dropped. Requests fail while it is empty.
   std::string endpoint;
   // Empty means none; then nothing is sent.
   std::string appId;

@@ -139,6 +139,7 @@ CoreState::CoreState()
 void CoreState::configure(CoreSetup setup) {
   auto configuration = std::make_shared<RemoteConfiguration>();
   configuration->apply(setup.remoteConfiguration);
+  while (setup.endpoint.ends_with('/')) setup.endpoint.pop_back();
   if (!ownedJournal_) {
     ownedJournal_ = setup.journal;
     journal_ = ownedJournal_.get();

@@ -1,5 +1,6 @@
 #include "ZRAnalytics/ZRHosting.h"
 
+#include "Platform/Files/SystemCalls.h"
 #include "ZRAnalytics/UserTest.h"
 
 namespace zorvane::testing {
@@ -31,7 +32,7 @@ class HostingTest : public UserTest {
     options.host.scheduler = scheduler_;
     options.host.application = application_;
     options.host.directories = {documents(""), library(""), (directory_ / "Defaults").string()};
-    options.core.endpoint = "http://service";
+    options.core.endpoint = "http://service//";
     options.core.appId = "APP";
     options.core.transport = transport_;
     options.core.remoteConfiguration = configuration;
@@ -83,6 +84,17 @@ TEST_F(HostingTest, WhatIsRefusedOrNotAnsweredIsSavedForTheNextLaunch) {
   EXPECT_TRUE(batchFile().empty());
 }
 
+TEST_F(HostingTest, AnEndThatCannotSaveIsNoSuccess) {
+  ASSERT_TRUE(startModule());
+  EXPECT_TRUE(endAnalytics(60));
+  facade().trackEventWithProperties("lost", nullptr);
+  platform::SystemCalls failing = platform::kRealSystemCalls;
+  failing.fsync = [](int) { return -1; };
+  platform::setSystemCalls(&failing);
+  EXPECT_FALSE(endAnalytics(60));
+  platform::setSystemCalls(nullptr);
+}
+
 TEST_F(HostingTest, ASecondAnswerToARequestDoesNotStandForAnother) {
   transport_ = std::make_shared<TransportThatAnswersTwice>(service_);
   ASSERT_TRUE(startModule());
@@ -102,6 +114,20 @@ TEST_F(HostingTest, ASecondAnswerToARequestDoesNotStandForAnother) {
   service_->answerNext(503);
   settle();
   EXPECT_EQ(results, std::vector<bool>{false});
+}
+
+TEST_F(HostingTest, AnOpenedURLReachesTheSessionWithTheProxyAndWithout) {
+  for (const bool isProxied : {true, false}) {
+    inEarlierLaunch([&] {
+      ASSERT_TRUE(startModule({{"app_delegate_proxy_enabled", isProxied}}));
+      openURL(std::nullopt);
+      openURL(URL{std::string("shop://a?utm_source=") + (isProxied ? "proxied" : "told")});
+      settle();
+      const Array sources = ZRSessionManager::sharedSessionManager().getCurrentSessionSourceInfoArray();
+      ASSERT_EQ(sources.size(), 1u);
+      EXPECT_EQ(sources[0].asDictionary()->objectForKey("source"), Value(isProxied ? "proxied" : "told"));
+    });
+  }
 }
 
 TEST_F(HostingTest, AWrongStartChangesNothing) {
