@@ -40,6 +40,10 @@ std::string inDocuments(std::string_view fileName) {
   return platform::joinPath(ZRCoreUtils::getDocumentsDirectoryPath(), fileName);
 }
 
+bool isOptedOut() {
+  return !ZRCoreUtils::isSDKEnabled() || !ZRConfigDataManager::sharedInstance().isDataTrackingEnabled();
+}
+
 bool holds(const Array& names, std::string_view name) {
   return std::any_of(names.begin(), names.end(),
                      [name](const Value& held) { return held.isString() && *held.asString() == name; });
@@ -64,6 +68,7 @@ ZREventsHandler::ZREventsHandler()
       dumpFile_(inDocuments("zorvaneEvents.dat")),
       flushTimer_([this] { periodicSync(); }),
       sync_(reports_serial_queue_, batchFile_, [this] { cleanUp(); }),
+      isOptedOut_(isOptedOut()),
       sdkWhitelistedEvents_(getAnalyticsWhitelistedEvents()) {
   const platform::HostServices& host = platform::hostServices();
   guarded({kFile, "init"}, "exception is %@", [&] { host.scheduler->mainQueue().async([this] { initiateTimer(); }); });
@@ -354,20 +359,28 @@ void ZREventsHandler::clearEventsdata() {
 
 void ZREventsHandler::dropOptedOutEvents() {
   guarded({kFile, "dropOptedOutEvents"}, "exception is %@", [this] {
-    const auto passes = [this](const Value& record) {
-      const Dictionary* event = record.asDictionary();
-      const Value name = event ? event->objectForKey(kReportsKeyEventName) : Value();
-      const bool isKept = ZRCoreUtils::isSDKEnabled() && name.isString() && isTrackingAllowed(*name.asString());
-      if (!isKept && journal_) journal_->released({record});
-      return isKept;
-    };
-    // Now, before a sync that waits on the queue sends them.
-    saver_.keepStoredIf(passes);
-    reports_serial_queue_.async([this, passes] {
+    reports_serial_queue_.async([this] {
       reports_serial_queue_.assertCurrent();
-      saver_.keepIf(passes);
+      saver_.keepIf([this](const Value& record) {
+        const bool isKept = mayStay(record);
+        if (!isKept && journal_) journal_->released({record});
+        return isKept;
+      });
     });
   });
+}
+
+bool ZREventsHandler::mayStay(const Value& record) const {
+  const Dictionary* event = record.asDictionary();
+  const Value name = event ? event->objectForKey(kReportsKeyEventName) : Value();
+  return ZRCoreUtils::isSDKEnabled() && name.isString() && isTrackingAllowed(*name.asString());
+}
+
+void ZREventsHandler::dropStoredAfterOptOut() {
+  const bool wasOptedOut = std::exchange(isOptedOut_, isOptedOut());
+  if (wasOptedOut || !isOptedOut_) return;
+  guarded({kFile, "dropStoredAfterOptOut"}, "exception is %@",
+          [this] { saver_.keepStoredIf([this](const Value& record) { return mayStay(record); }); });
 }
 
 void ZREventsHandler::cleanUp() {
@@ -416,6 +429,8 @@ void ZREventsHandler::flushEventsInBackgroundAndResetWithCompletionBlock(bool /*
     }
     reports_serial_queue_.async([this, flush = ZRFlush{reset, completion}] {
       reports_serial_queue_.assertCurrent();
+      // dropOptedOutEvents comes only when the choice is on the disk.
+      dropStoredAfterOptOut();
       sync_.flush(flush);
     });
     submitted = true;

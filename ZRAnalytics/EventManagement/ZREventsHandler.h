@@ -90,8 +90,7 @@ class ZREventsHandler {
   // Deletes both files and empties the current batch.
   // A save in progress, or a refused dump-file request, does not bring events back.
   void clearEventsdata();
-  // Drops recorded events that may not be tracked any more, those of the file now and again, with the others, on the
-  // event queue. To be called after an opt-out.
+  // Drops recorded events that may not be tracked any more, on the event queue. To be called after an opt-out.
   void dropOptedOutEvents();
   // Posts "ZRVUserReset", then clears the user's attributes and stored defaults.
   void cleanUp();
@@ -145,6 +144,9 @@ class ZREventsHandler {
   void checkForTriggersForEventAndEventDict(const Value& name, const Dictionary& record)
       ZR_REQUIRES(reports_serial_queue_);
   void addEventToViewInfoWithEventDict(Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
+  // Whether the event may be tracked still.
+  bool mayStay(const Value& record) const;
+  void dropStoredAfterOptOut() ZR_REQUIRES(reports_serial_queue_);
   void sendDumpFile();
   // writeEventsToFileWithBatchID for events of that generation of the current batch.
   void storeEvents(const Value& events, const Value& batchID, std::uint64_t generation);
@@ -161,6 +163,8 @@ class ZREventsHandler {
   ZRTurn dumpTurn_;
   ZRFlushTimer flushTimer_;
   ZRSync sync_;
+  // When the last sync began.
+  bool isOptedOut_ ZR_GUARDED_BY(reports_serial_queue_);
 
   mutable platform::Mutex whitelistMutex_;
   Array sdkWhitelistedEvents_ ZR_GUARDED_BY(whitelistMutex_);

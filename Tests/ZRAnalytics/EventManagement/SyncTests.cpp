@@ -158,21 +158,24 @@ TEST_F(SyncTest, WhatAnOptOutClearsDoesNotComeBack) {
 
   // Events and an attribute between the clearing and the user's choice.
   ZRAnalytics::sharedInstance().optOutOfDataTracking(false);
-  ZRUserAttributesHandler& attributes = ZRUserAttributesHandler::sharedHandler();
-  log_->onMessage = [this, &attributes](const std::string& message) {
+  log_->onMessage = [this](const std::string& message) {
     if (message != "Batch Events plist deleted") return;
     log_->onMessage = nullptr;
     save({"stored", "INSTALL"});
     save({"stored"});
     track({"late"});
-    attributes.setUserAttributeValueWithNameCheckStorage("late", "a", true);
+    ZRUserAttributesHandler::sharedHandler().setUserAttributeValueWithNameCheckStorage("late", "a", true);
+    events().flushEventsInBackgroundAndResetWithCompletionBlock(false, false, nullptr);  // runs after the choice
   };
   save({"again"});
   ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
-  EXPECT_EQ(savedNames(), (Batches{{"INSTALL"}})) << "already, as a sync may wait";
   settle();
+  EXPECT_EQ(savedNames(), (Batches{{"INSTALL"}}));
+  for (const auto& request : service_->requests()) {
+    EXPECT_EQ(request.body.description().find("stored"), std::string::npos);
+  }
   EXPECT_EQ(currentNames(), (Names{"EVENT_ACTION_USER_ATTRIBUTE"})) << "allowed by its name";
-  EXPECT_TRUE(attributes.getUserAttributesArray().empty());
+  EXPECT_TRUE(ZRUserAttributesHandler::sharedHandler().getUserAttributesArray().empty());
 }
 
 TEST_F(SyncTest, FlushDuringASyncIsAnsweredAtOnceAndReadsTheFileAgain) {
