@@ -101,32 +101,32 @@ std::string Inspector::recent(const std::string& target, const std::function<std
 
 void Inspector::setRoutes(Listener& listener) {
   for (const PageFile& file : pageFiles()) {
-    listener.Get(std::string(file.path), [&file](const httplib::Request&, httplib::Response& response) {
+    listener.offer(std::string(file.path), [&file](const httplib::Request&, httplib::Response& response) {
       response.set_header("Cache-Control", "no-cache");
       response.set_content(file.content.data(), file.content.size(), std::string(file.type).c_str());
     });
   }
   for (const View& view : allViews()) {
-    listener.Get(std::string("/api/") + view.name, handler([this, &view](const httplib::Request& request) {
-                   const Query query = parseQuery(request.params, filtersOf(view), view.statuses);
-                   return recent(request.target, [&] { return reader_.list(view, query); });
-                 }));
+    listener.offer(std::string("/api/") + view.name, handler([this, &view](const httplib::Request& request) {
+                     const Query query = parseQuery(request.params, filtersOf(view), view.statuses);
+                     return recent(request.target, [&] { return reader_.list(view, query); });
+                   }));
   }
-  listener.Get("/api/summary", handler([this](const httplib::Request& request) {
-                 expectOnly(request);
-                 return reader_.summary().dump();
-               }));
-  listener.Get("/api/names", handler([this](const httplib::Request& request) {
-                 expectOnly(request);
-                 return reader_.names();
-               }));
-  listener.Get("/api/arrivals",
-               handler([this](const httplib::Request& request) { return arrivals(reader_, request); }));
-  listener.Get("/api/events/(\\d+)",
-               handler([this](const httplib::Request& request) { return need(reader_.event(idOf(request))); }));
-  listener.Get("/api/requests/(\\d+)",
-               handler([this](const httplib::Request& request) { return need(reader_.request(idOf(request))); }));
-  listener.Get("/api/live", [](const httplib::Request& request, httplib::Response& response) {
+  listener.offer("/api/summary", handler([this](const httplib::Request& request) {
+                   expectOnly(request);
+                   return reader_.summary().dump();
+                 }));
+  listener.offer("/api/names", handler([this](const httplib::Request& request) {
+                   expectOnly(request);
+                   return reader_.names();
+                 }));
+  listener.offer("/api/arrivals",
+                 handler([this](const httplib::Request& request) { return arrivals(reader_, request); }));
+  listener.offer("/api/events/(\\d+)",
+                 handler([this](const httplib::Request& request) { return need(reader_.event(idOf(request))); }));
+  listener.offer("/api/requests/(\\d+)",
+                 handler([this](const httplib::Request& request) { return need(reader_.request(idOf(request))); }));
+  listener.offer("/api/live", [](const httplib::Request& request, httplib::Response& response) {
     if (request.method == "HEAD") {
       response.set_header("Content-Type", "text/event-stream");
       return;

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <limits>
@@ -40,6 +41,16 @@ Listener::Listener(const ConnectionLimits& limits, BodyBudget& budget, Live& liv
     const int on = 1;
     ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   });
+}
+
+void Listener::offer(const std::string& pattern, Handler handler) {
+  offered_.emplace_back(pattern);
+  Get(pattern, std::move(handler));
+}
+
+bool Listener::isOffered(const std::string& path) const {
+  return std::any_of(offered_.begin(), offered_.end(),
+                     [&](const std::regex& pattern) { return std::regex_match(path, pattern); });
 }
 
 int Listener::bindLoopback(int port) {

@@ -4,8 +4,10 @@
 #include <httplib.h>
 
 #include <mutex>
+#include <regex>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "Collector/BodyBudget.h"
 #include "Collector/Connection.h"
@@ -33,6 +35,11 @@ class Listener final : public httplib::Server {
   // Both must outlive the listener.
   Listener(const ConnectionLimits& limits, BodyBudget& budget, Live& live);
 
+  // Get(), and notes the path for isOffered().
+  void offer(const std::string& pattern, Handler handler);
+  // Whether GET has something at that path.
+  bool isOffered(const std::string& path) const;
+
   // Port 0 takes a free port. Returns the port. Throws std::runtime_error.
   int bindLoopback(int port);
   // Call after stop(): ends idle connections, so that listen_after_bind() returns.
@@ -51,6 +58,7 @@ class Listener final : public httplib::Server {
   BodyBudget& budget_;
   Live& live_;
   Places places_;
+  std::vector<std::regex> offered_;
   std::mutex mutex_;
   std::set<socket_t> open_;
   bool released_ = false;

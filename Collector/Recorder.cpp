@@ -1,12 +1,12 @@
 #include "Collector/Recorder.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
@@ -21,21 +21,27 @@ std::string jsonString(const std::string& text) {
   return json(text).dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
-// Null, with errno set, on failure. Symbolic links are refused: others could redirect the output with them. Those
+// Negative, with errno set, on failure. Symbolic links are refused: others could redirect the output with them. Those
 // below /dev ("/dev/stdout") are the system's.
-std::FILE* openPrivate(const std::string& path) {
+int openPrivate(const std::string& path) {
   const int links = path.starts_with("/dev/") ? 0 : O_NOFOLLOW;
-  const int descriptor = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | links, 0600);
-  if (descriptor < 0) return nullptr;
-  std::FILE* const file = ::fdopen(descriptor, "a");
-  if (!file) ::close(descriptor);
-  return file;
+  return ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | links, 0600);
+}
+
+// Of a regular file; negative: it is none.
+off_t sizeOf(int descriptor) {
+  struct stat status {};
+  return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) ? status.st_size : -1;
 }
 
 }  // namespace
 
-Recorder::Recorder(const std::string& path) : path_(path), file_(openPrivate(path)) {
-  if (!file_) throw std::runtime_error("cannot write the record " + path + ": " + std::strerror(errno));
+Recorder::Recorder(const std::string& path) : path_(path), descriptor_(openPrivate(path)) {
+  if (descriptor_ < 0) throw std::runtime_error("cannot write the record " + path + ": " + std::strerror(errno));
+}
+
+Recorder::~Recorder() {
+  ::close(descriptor_);
 }
 
 void Recorder::write(ReceivedRequest request, bool bodyIsJSON, int status) {
@@ -50,13 +56,32 @@ void Recorder::write(ReceivedRequest request, bool bodyIsJSON, int status) {
                              ", \"body\": ";
   const std::string after = ", \"status\": " + std::to_string(status) + "}\n";
   const std::lock_guard lock(mutex_);
-  bool written = true;
-  for (const std::string& part : {std::cref(before), std::cref(body), std::cref(after)}) {
-    written = std::fwrite(part.data(), 1, part.size(), file_.get()) == part.size() && written;
+  const std::string_view parts[] = {isTorn_ ? "\n" : "", before, body, after};
+  if (!append(parts)) throw std::runtime_error("cannot write the record " + path_ + ": " + std::strerror(errno));
+}
+
+bool Recorder::append(std::span<const std::string_view> parts) {
+  const off_t start = sizeOf(descriptor_);
+  off_t written = 0;
+  for (std::string_view rest : parts) {
+    while (!rest.empty()) {
+      const ssize_t count = ::write(descriptor_, rest.data(), rest.size());
+      if (count >= 0) {
+        rest.remove_prefix(static_cast<std::size_t>(count));
+        written += count;
+      } else if (errno != EINTR) {
+        const int error = errno;
+        // Not if another process has written behind it.
+        const bool isRemoved =
+            start >= 0 && sizeOf(descriptor_) == start + written && ::ftruncate(descriptor_, start) == 0;
+        isTorn_ = isTorn_ || (written > 0 && !isRemoved);
+        errno = error;
+        return false;
+      }
+    }
   }
-  if (std::fflush(file_.get()) != 0 || !written) {
-    throw std::runtime_error("cannot write the record " + path_ + ": " + std::strerror(errno));
-  }
+  isTorn_ = false;
+  return true;
 }
 
 }  // namespace zorvane::collector

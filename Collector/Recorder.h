@@ -1,10 +1,10 @@
 // Writes requests to a text file, one JSON object per line.
 #pragma once
 
-#include <cstdio>
-#include <memory>
 #include <mutex>
+#include <span>
 #include <string>
+#include <string_view>
 
 namespace zorvane::collector {
 
@@ -21,18 +21,24 @@ class Recorder {
   // Appends to the file, creates it with mode 0600. Symbolic links are refused, except below "/dev". Throws
   // std::runtime_error if it cannot be opened.
   explicit Recorder(const std::string& path);
+  ~Recorder();
+  Recorder(const Recorder&) = delete;
+  Recorder& operator=(const Recorder&) = delete;
 
-  // {"method", "path", "headers", "body", "status"}; whole and flushed when the call returns. The body is written as it
-  // came if bodyIsJSON, else as a string; status 0: no response was sent. Throws std::runtime_error.
+  // {"method", "path", "headers", "body", "status"}; whole and written when the call returns. The body is written as it
+  // came if bodyIsJSON, else as a string; status 0: no response was sent. Throws std::runtime_error if it cannot be
+  // written; what was written of it is removed, or stands on a line of its own.
   void write(ReceivedRequest request, bool bodyIsJSON, int status);
 
  private:
-  struct Close {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-  };
-  std::string path_;
-  std::unique_ptr<std::FILE, Close> file_;
+  // False, with errno set, on failure.
+  bool append(std::span<const std::string_view> parts);
+
+  const std::string path_;
+  const int descriptor_;
   std::mutex mutex_;
+  // The last line has no end.
+  bool isTorn_ = false;
 };
 
 }  // namespace zorvane::collector

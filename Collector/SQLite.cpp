@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -47,20 +48,24 @@ std::string withoutLinksToFolder(const std::string& path) {
   return result;
 }
 
-// Creates the file with mode 0600; SQLite gives its log and index the same mode.
-void makePrivate(const std::string& path) {
+// Creates the file with mode 0600; SQLite gives its log and index the same mode. Returns why it could not be created; 0
+// if it is there.
+int makePrivate(const std::string& path) {
   // Never open an existing file here: close() would release this process's locks on it.
   const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-  if (file >= 0) ::close(file);
+  if (file < 0) return errno == EEXIST ? 0 : errno;
+  ::close(file);
+  return 0;
 }
 
 Connection connect(const std::string& path) {
   int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
   std::string name = ":memory:";
+  int creationError = 0;
   if (!path.empty()) {
     name = withoutLinksToFolder(path);
     flags |= SQLITE_OPEN_NOFOLLOW;
-    makePrivate(name);
+    creationError = makePrivate(name);
     struct stat status;
     if (::lstat(name.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) throw DatabaseError("it is a symbolic link");
   }
@@ -69,7 +74,8 @@ Connection connect(const std::string& path) {
   Connection connection(opened);
   if (code != SQLITE_OK) {
     std::string reason = opened ? sqlite_api::sqlite3_errmsg(opened) : "out of memory";
-    const int error = opened ? sqlite_api::sqlite3_system_errno(opened) : 0;
+    // SQLite tries again for reading only, and then knows the second error only.
+    const int error = creationError != 0 ? creationError : opened ? sqlite_api::sqlite3_system_errno(opened) : 0;
     if (error != 0) reason += std::string(": ") + std::strerror(error);
     throw DatabaseError(reason);
   }

@@ -74,7 +74,7 @@ bool isService(const std::string& path) {
   return (path.starts_with(kReport) || path.starts_with(kDevice)) && path.size() > kReport.size();
 }
 
-// For GET and HEAD of a service, and for every method but GET, HEAD and POST.
+// For a method that the path does not take.
 void refuseMethod(const httplib::Request& request, httplib::Response& response) {
   Listener::currentExchange().error = request.method + " is not allowed for " + request.path;
   response.status = 405;
@@ -233,10 +233,10 @@ void Server::setRoutes() {
 
 // What a load balancer and Prometheus ask.
 void Server::setOperationRoutes() {
-  listener_.Get("/healthz", [](const httplib::Request&, httplib::Response& response) {
+  listener_.offer("/healthz", [](const httplib::Request&, httplib::Response& response) {
     setJSON(response, {{"healthy", true}});
   });
-  listener_.Get("/readyz", [this](const httplib::Request&, httplib::Response& response) {
+  listener_.offer("/readyz", [this](const httplib::Request&, httplib::Response& response) {
     try {
       publisher_ ? publisher_->checkReady() : store_->checkWritable();
       setJSON(response, {{"ready", true}});
@@ -248,7 +248,7 @@ void Server::setOperationRoutes() {
       response.status = 503;
     }
   });
-  listener_.Get("/metrics", [this](const httplib::Request&, httplib::Response& response) {
+  listener_.offer("/metrics", [this](const httplib::Request&, httplib::Response& response) {
     response.set_content(metrics_.text(!options_.from.empty()), kMetricsType);
   });
 }
@@ -292,6 +292,9 @@ int Server::readBody(const httplib::Request& request, const httplib::ContentRead
     return 503;
   }
   exchange.error = "the body did not arrive whole";
+  if (const std::string encoding = request.get_header_value("Content-Encoding"); !encoding.empty()) {
+    exchange.error += ", or cannot be decoded (Content-Encoding: " + encoding + ")";
+  }
   exchange.outcome = Outcome::IncompleteBody;
   return 400;
 }
@@ -360,12 +363,17 @@ void Server::takePost(Service service, const std::string& appID, const httplib::
 
 void Server::refusePath(const httplib::Request& request, httplib::Response& response) {
   Exchange& exchange = Listener::currentExchange();
-  exchange.error = "no such path for POST: " + request.path;
+  if (listener_.isOffered(request.path)) {
+    refuseMethod(request, response);
+  } else {
+    exchange.error = "no such path for POST: " + request.path;
+    response.status = 404;
+  }
   exchange.outcome = Outcome::UnknownPath;
   exchange.connection.closeAfterResponse();
   RequestRow row;
   row.service = Service::Unknown;
-  row.status = response.status = 404;
+  row.status = response.status;
   row.error = exchange.error;
   row.headers = headersOf(request);
   addRefused(row, nullptr);

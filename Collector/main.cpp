@@ -10,6 +10,12 @@
 
 using namespace zorvane::collector;
 
+namespace {
+
+constexpr const char* kCannotPrint = "zrcollector: cannot write to the standard output\n";
+
+}  // namespace
+
 #if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
 // httplib is not instrumented, so ThreadSanitizer does not see how it guards its static variables.
@@ -28,8 +34,9 @@ int main(int argc, char** argv) {
     return 2;
   }
   if (!options.information.empty()) {
-    std::fputs(options.information.c_str(), stdout);
-    return 0;
+    if (zorvane::print(options.information)) return 0;
+    std::fputs(kCannotPrint, stderr);
+    return 1;
   }
   // A write beyond a file-size limit fails instead of ending the process.
   std::signal(SIGXFSZ, SIG_IGN);
@@ -42,8 +49,10 @@ int main(int argc, char** argv) {
   try {
     Server server(options);
     server.start();
-    std::printf("{\"listening\": \"http://127.0.0.1:%d\"}\n", server.port());
-    std::fflush(stdout);
+    if (!zorvane::print("{\"listening\": \"http://127.0.0.1:" + std::to_string(server.port()) + "\"}\n")) {
+      std::fputs(kCannotPrint, stderr);
+      return 1;
+    }
     int signal = 0;
     sigwait(&signals, &signal);
     server.stop();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdio>
 #include <utility>
 
 namespace zorvane {
@@ -27,7 +28,7 @@ std::vector<std::string> withEmptyValuesApart(std::vector<std::string> arguments
 
 CommandLine::CommandLine(std::string program, std::string description, std::string footerText)
     : CLI::App(std::move(description), program) {
-  option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::Throw);
   get_formatter()->column_width(kOptionColumn);
   set_help_flag("-h,--help", "this text");
   set_version_flag("--version", program + " " ZR_VERSION, "the version");
@@ -66,6 +67,10 @@ std::function<std::string(const std::string&)> wholeNumberUpTo(std::uint64_t mos
     if (error == std::errc() && last == end && number <= most) return "";
     return "must be a whole number from 0 to " + std::to_string(most) + ", not \"" + value + "\"";
   };
+}
+
+bool print(const std::string& text) {
+  return std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
 }
 
 std::string inOneLine(const std::string& text) {

@@ -21,10 +21,13 @@ class CommandLine : public CLI::App {
   // The footer ends the text of --help: an example, and anything else to know. --version prints the project's version.
   CommandLine(std::string program, std::string description, std::string footer);
 
-  // Takes the arguments without the program's name and sets the variables that the options are bound to. The last of a
-  // repeated option counts. Returns the text of --help or --version: print it and exit; empty: run. Throws UsageError.
+  // Takes the arguments without the program's name and sets the variables that the options are bound to. Returns the
+  // text of --help or --version: print it and exit; empty: run. Throws UsageError, also for a repeated option.
   std::string read(std::vector<std::string> arguments);
 };
+
+// Writes the text to standard output at once. False if that failed.
+bool print(const std::string& text);
 
 // The text in one line: control characters become "\x1B" and the like, so that no input can steer the terminal.
 std::string inOneLine(const std::string& text);

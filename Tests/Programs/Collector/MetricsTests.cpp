@@ -56,7 +56,8 @@ TEST(Metrics, EachPostIsCountedOnceByWhatBecameOfIt) {
       {"/v1/device/A", body.dump(), isSigned, 400, R"(result="refused",reason="wrong_shape")"},
       {"/v1/report/A", "{", {}, 400, R"(result="refused",reason="not_json")"},
       {"/v1/report/A", std::string(kMaxBodyBytes + 1, ' '), {}, 413, R"(result="refused",reason="too_large")"},
-      {"/metrics", "", {}, 404, R"(result="refused",reason="unknown_path")"},
+      {"/v1/report/A", "{}", {{"Content-Encoding", "gzip"}}, 400, R"(result="refused",reason="incomplete_body")"},
+      {"/metrics", "", {}, 405, R"(result="refused",reason="unknown_path")"},
       {"/v1/report/A", "", {{"Origin", "null"}}, 403, R"(result="refused",reason="foreign_page")"},
   };
   std::map<std::string, std::string> expected = samplesOf(Metrics().text());
@@ -116,6 +117,7 @@ TEST(Health, TheServerIsReadyWhileTheDatabaseCanBeWritten) {
     EXPECT_EQ(samplesOf(get("/metrics"))[R"(zrcollector_requests_total{result="failed",reason=""})"], "1");
     for (const char* path : {"/healthz", "/readyz", "/metrics"}) {
       EXPECT_EQ(client.Put(path)->get_header_value("Allow"), "GET, HEAD") << path;
+      EXPECT_EQ(client.Post(path)->get_header_value("Allow"), "GET, HEAD") << path;
     }
     EXPECT_EQ(client.Get("/metrics")->get_header_value("Content-Type"), kMetricsType);
   }

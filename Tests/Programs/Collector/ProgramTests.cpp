@@ -74,6 +74,7 @@ TEST(Program, SaysInOneLineWhyItCannotStart) {
       {{"--port", "65536"}, 2, "--port: must be a whole number from 0 to 65535, not \"65536\"" + help},
       {{"--delay-ms", "-1"}, 2, "--delay-ms: must be a whole number from 0 to 600000, not \"-1\"" + help},
       {{"--db"}, 2, "--db: 1 required FILE missing" + help},
+      {{"--db", "a", "--db", "b"}, 2, "--db: At Most 1 required but received 2" + help},
       {{"--db", ""}, 2, "--db: must not be empty" + help},
       {{"--db=", "--quiet"}, 2, "--db: must not be empty" + help},
       {{"--stream", "http://a:b@host"},
@@ -93,6 +94,9 @@ TEST(Program, SaysInOneLineWhyItCannotStart) {
     EXPECT_EQ(collector.wait(), c.status) << c.message;
   }
   for (const std::string& path : {std::string(name), foreign, damaged}) std::filesystem::remove(path);
+  ChildProcess unheard("/bin/sh", {"-c", ZR_COLLECTOR_PROGRAM " --quiet >/dev/full"});
+  EXPECT_EQ(unheard.readLine(), "zrcollector: cannot write to the standard output");
+  EXPECT_EQ(unheard.wait(), 1);
   for (const char* option : {"--help", "-h", "--version"}) {
     Collector asked({option});
     std::string text;

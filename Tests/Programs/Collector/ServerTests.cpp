@@ -1,4 +1,6 @@
 // Connections, bodies, files, and who may ask.
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,6 +9,7 @@
 #include <future>
 #include <utility>
 
+#include "Collector/Recorder.h"
 #include "Collector/SQLite.h"
 #include "ServerFixture.h"
 
@@ -139,6 +142,22 @@ TEST_F(ServerTest, TheRecordHoldsEachRequestAsItCame) {
   EXPECT_EQ(lines[0]["status"], 400);
   EXPECT_FALSE(lines[0]["headers"].contains("REMOTE_ADDR"));
   EXPECT_EQ(lines[1]["body"], "not\n\xef\xbf\xbdjson");
+}
+
+TEST_F(ServerTest, ARecordThatTheDiskDoesNotTakeLeavesNoPartOfALine) {
+  Recorder recorder(options_.record);
+  recorder.write({"POST", "/first", "{}", "{}"}, true, 200);
+  ::signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+  const rlimit full{static_cast<rlim_t>(std::filesystem::file_size(options_.record)) + 20, limit.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &full), 0);
+  EXPECT_THROW(recorder.write({"POST", "/second", "{}", "{}"}, true, 200), std::runtime_error);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+  recorder.write({"POST", "/third", "{}", "{}"}, true, 200);
+  const auto lines = record();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[1]["path"], "/third");
 }
 
 TEST_F(ServerTest, APageOfAnotherSiteGetsNothing) {
