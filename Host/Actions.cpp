@@ -45,6 +45,7 @@ void playTerminate(Runtime& runtime, const ScriptLine& /*line*/) {
 
 void playFlush(Runtime& runtime, const ScriptLine& line) {
   runtime.analytics().flushWithCompletionBlock([&runtime, number = line.number()](bool success) {
+    if (!success) runtime.noteFailedFlush();
     printCompletion(runtime, "flush", number, {{"success", success}});
   });
 }
@@ -56,6 +57,7 @@ void playSave(Runtime& /*runtime*/, const ScriptLine& /*line*/) {
 void playRawFlush(Runtime& runtime, const ScriptLine& line) {
   ZREventsHandler::sharedInstance().flushEventsInBackgroundAndResetWithCompletionBlock(
       line.flag("background"), line.flag("reset"), [&runtime, number = line.number()](bool success, bool attempted) {
+        if (!success) runtime.noteFailedFlush();
         printCompletion(runtime, "rawFlush", number, {{"success", success}, {"attempted", attempted}});
       });
 }
@@ -182,7 +184,7 @@ constexpr Action kActions[] = {
     {"expire", "name", "name (of a background task)", "the task's expiration handler is called", R"("name": "ZRVTask")",
      playExpire},
     {"wait", "seconds", "", "time passes, and timers fire", R"("seconds": 60)", playWait},
-    {"clock", "at", "at (ISO text)", "the wall clock jumps; timers do not fire for it",
+    {"clock", "at", "at (ISO text in UTC, with Z)", "the wall clock jumps; timers do not fire for it",
      R"("at": "2026-11-21T12:00:00.000Z")", playClock},
     {"settle", "", "", "waits until all queues are idle and all requests are answered", "", playSettle},
     {"print", "what",

@@ -34,15 +34,21 @@ std::size_t unsavedEvents(Runtime& runtime) {
   return ZREventsHandler::sharedInstance().viewsInfoArray().value_or(Array()).size();
 }
 
+bool isOnTerminal() {
+  return ::isatty(STDERR_FILENO) == 1;
+}
+
+// On a terminal, reportRun() says what was not saved.
 void reportInterruption(Runtime& runtime, std::int64_t line) {
-  std::fprintf(stderr, "zrhost: ended by Ctrl-C after line %" PRId64 "; events that were not saved: %zu\n", line,
-               unsavedEvents(runtime));
+  std::fprintf(stderr, "zrhost: ended by Ctrl-C after line %" PRId64, line);
+  if (!isOnTerminal()) std::fprintf(stderr, "; events that were not saved: %zu", unsavedEvents(runtime));
+  std::fputc('\n', stderr);
 }
 
 // What was neither saved nor sent; empty: nothing.
-std::string leftAtTheEnd(Runtime& runtime) {
+std::string leftAtTheEnd(Runtime& runtime, bool countsUnsaved) {
   const auto saved = runtime.savedBatches();
-  const std::size_t unsaved = unsavedEvents(runtime);
+  const std::size_t unsaved = countsUnsaved ? unsavedEvents(runtime) : 0;
   std::string left;
   if (!saved) left = "a batch file that cannot be read";
   if (saved.value_or(0) > 0) left = "batches in the file: " + std::to_string(*saved);
@@ -50,11 +56,12 @@ std::string leftAtTheEnd(Runtime& runtime) {
   return left;
 }
 
-// On a terminal, what was sent and what is left; elsewhere what is left, if anything went wrong.
-void reportRun(Runtime& runtime, bool wentWrong) {
-  const bool isTerminal = ::isatty(STDERR_FILENO) == 1;
+// On a terminal, what was sent and what is left; elsewhere what is left, if anything went wrong. After an interruption
+// reportInterruption() has said there what was not saved.
+void reportRun(Runtime& runtime, bool wentWrong, bool interrupted) {
+  const bool isTerminal = isOnTerminal();
   if (!isTerminal && !wentWrong) return;
-  const std::string left = leftAtTheEnd(runtime);
+  const std::string left = leftAtTheEnd(runtime, isTerminal || !interrupted);
   if (!isTerminal) {
     if (!left.empty()) std::fprintf(stderr, "zrhost: left: %s\n", left.c_str());
     return;
@@ -76,11 +83,12 @@ int playScript(Runtime& runtime, LineReader& script, bool quiet, bool strict) {
   try {
     while (!runtime.output().failed() && !isInterrupted()) {
       ++number;
-      const auto text = script.next();
+      auto text = script.next();
       if (!text) {
         --number;
         break;
       }
+      if (number == 1) text = withoutByteOrderMark(*text);
       if (!ScriptLine::isSkipped(*text)) playLine(runtime, ScriptLine(number, *text), quiet);
       if (progress.isDue()) {
         progress.show(number, runtime.trace().eventsRecorded(), runtime.transport().counts().started);
@@ -105,7 +113,8 @@ int playScript(Runtime& runtime, LineReader& script, bool quiet, bool strict) {
   failWhere(runtime.output().failed(), "to the standard output");
   failWhere(runtime.trace().failed(), "the trace");
   reportRequests(runtime.transport().counts());
-  if (isInterrupted()) reportInterruption(runtime, number);
+  const bool interrupted = isInterrupted();
+  if (interrupted) reportInterruption(runtime, number);
   if (strict && status == kStatusPlayed) {
     const std::size_t unsent = runtime.refusedUnsentBatches();
     if (unsent > 0) {
@@ -113,7 +122,7 @@ int playScript(Runtime& runtime, LineReader& script, bool quiet, bool strict) {
       status = kStatusUnsent;
     }
   }
-  reportRun(runtime, status != kStatusPlayed || isInterrupted() || runtime.transport().counts().failed > 0);
+  reportRun(runtime, status != kStatusPlayed || interrupted || runtime.anythingFailed(), interrupted);
   return status;
 }
 

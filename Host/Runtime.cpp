@@ -12,6 +12,7 @@
 #include <cstring>
 #include <exception>
 #include <mutex>
+#include <string_view>
 #include <utility>
 
 #include "Host/Interruption.h"
@@ -115,12 +116,13 @@ int openTrace(const std::string& path) {
 
 Dictionary readConfiguration(const std::string& path) {
   if (path.empty()) return {};
-  const auto text = platform::readFile(path, kMaximumConfigurationFile);
-  if (!text) throw UsageError("--config: " + text.error().message);
-  auto parsed = platform::parseJSON(text.value());
+  const auto file = platform::readFile(path, kMaximumConfigurationFile);
+  if (!file) throw UsageError("--config: " + file.error().message);
+  const std::string_view text = withoutByteOrderMark(file.value());
+  auto parsed = platform::parseJSON(text);
   if (!parsed) throw UsageError("--config: " + path + " is not JSON: " + parsed.error().message);
   if (!parsed.value().isDictionary()) throw UsageError("--config: " + path + " is not a JSON object");
-  if (const auto key = repeatedKey(text.value())) {
+  if (const auto key = repeatedKey(text)) {
     throw UsageError("--config: " + path + ": the key \"" + *key + "\" stands twice");
   }
   return *parsed.value().asDictionary();

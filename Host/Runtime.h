@@ -1,6 +1,7 @@
 // The application that embeds the module: services, container, clocks, transport.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -52,6 +53,12 @@ class Runtime {
   // The batches in the batch file whose last request was refused or failed.
   std::size_t refusedUnsentBatches();
 
+  void noteFailedFlush() { flushFailed_ = true; }
+  // Whether a request, a flush, or the saving or reading of a file has failed.
+  bool anythingFailed() const {
+    return flushFailed_.load() || trace_.failureLogged() || transport_->counts().failed > 0;
+  }
+
  private:
   void noteResponse(const std::string& bid, bool success);
 
@@ -66,6 +73,7 @@ class Runtime {
   std::mutex refusedMutex_;
   // The "meta.bid" of the requests whose last response was no success.
   std::set<std::string> refused_;
+  std::atomic<bool> flushFailed_{false};
 };
 
 // The file of saved batches in the container.

@@ -24,6 +24,11 @@ constexpr std::string_view kBlanks = " \t\r\n\v\f";
 
 }  // namespace
 
+std::string_view withoutByteOrderMark(std::string_view text) {
+  constexpr std::string_view kMark = "\xEF\xBB\xBF";
+  return text.starts_with(kMark) ? text.substr(kMark.size()) : text;
+}
+
 std::optional<std::string> repeatedKey(std::string_view json) {
   std::vector<std::set<std::string>> keys;  // of the objects around the position
   for (std::size_t at = 0; at < json.size(); ++at) {

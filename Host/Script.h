@@ -48,6 +48,9 @@ class LineReader {
   std::size_t start_ = 0;
 };
 
+// Some editors write a byte order mark before the text.
+std::string_view withoutByteOrderMark(std::string_view text);
+
 // The first key that an object in the text has twice, at any depth. The text must be valid JSON.
 std::optional<std::string> repeatedKey(std::string_view json);
 

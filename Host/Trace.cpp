@@ -10,12 +10,23 @@
 
 namespace zorvane::host {
 
+namespace {
+
+// A line of the log that the user must see, too: something could not be saved or read.
+bool isFailure(std::string_view message) {
+  if (message.starts_with("Journal : ")) return !message.ends_with(" of an earlier launch are saved");
+  return message.starts_with("Batch Events plist : ") || message.starts_with("Archive : ") ||
+         message.starts_with("Defaults : ");
+}
+
+}  // namespace
+
 class Trace::LogSink final : public ZRLogSink {
  public:
   explicit LogSink(Trace& trace) : trace_(trace) {}
   void logMessage(std::int64_t /*type*/, const std::string& message) override {
-    // A save that failed is worth a line to the user, too.
-    if (message.starts_with("Batch Events plist : ")) {
+    if (isFailure(message)) {
+      trace_.failureLogged_ = true;
       std::fprintf(stderr, "zrhost: %s\n", inOneLine(message).c_str());
     }
     trace_.write({{"t", "log"}, {"message", message}});

@@ -32,6 +32,9 @@ class Trace {
   // Whether a write has failed; nothing is written after that.
   bool failed() const { return file_.failed(); }
 
+  // Whether the module has logged that something could not be saved or read.
+  bool failureLogged() const { return failureLogged_.load(); }
+
   std::uint64_t eventsRecorded() const { return eventsRecorded_.load(std::memory_order_relaxed); }
 
  private:
@@ -42,6 +45,7 @@ class Trace {
 
   LineFile file_;
   const bool writes_;
+  std::atomic<bool> failureLogged_{false};
   std::atomic<std::uint64_t> eventsRecorded_{0};
   const std::shared_ptr<ZREventTriggerDelegate> inapp_ = makeDelegate("inapp", true);
   const std::shared_ptr<ZREventTriggerDelegate> messaging_ = makeDelegate("messaging", false);

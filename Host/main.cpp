@@ -45,8 +45,9 @@ int main(int argc, char** argv) {
   try {
     const Options options = parseOptions(std::vector<std::string>(argv + 1, argv + argc));
     if (!options.information.empty()) {
-      std::fputs(options.information.c_str(), stdout);
-      return kStatusPlayed;
+      if (zorvane::print(options.information)) return kStatusPlayed;
+      std::fputs("zrhost: cannot write to the standard output\n", stderr);
+      return kStatusFailed;
     }
     return play(options);
   } catch (const UsageError& error) {

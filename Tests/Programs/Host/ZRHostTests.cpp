@@ -30,6 +30,7 @@ TEST_F(ZRHost, WrongUsageIsSaidInOneLine) {
       {{"--dta", data, "--endpoint", url}, "not expected: --dta (see --help)"},
       {{"--data", data}, "--endpoint is required"},
       {{"--data", data, "--endpoint"}, "--endpoint: 1 required"},
+      {{"--data", data, "--endpoint", url, "--data", data}, "--data: At Most 1"},
       {{"--data", data, "--endpoint", "ftp://a"}, "\"ftp://a\""},
       {{"--data", data, "--endpoint", "http:///v1"}, "--endpoint: must be"},
       {{"--data", data, "--endpoint", url, "--clock", "yesterday"}, "--clock: must be"},
@@ -59,7 +60,9 @@ TEST_F(ZRHost, EveryExampleOfTheHelpPlays) {
     // No task of that name has begun.
     if (action.name != "expire" && action.name != "crash") script.push_back(zorvane::host::exampleOf(action));
   }
-  const HostResult result = run(script);
+  // Some editors write a byte order mark.
+  script.front().insert(0, "\xEF\xBB\xBF");
+  const HostResult result = run(script, arguments({"--config", fileWith("config", "\xEF\xBB\xBF{}")}));
   EXPECT_EQ(result.status, 0) << result.errors;
 }
 
@@ -147,6 +150,7 @@ TEST_F(ZRHost, LineThatIsNoActionEndsTheScriptAndIsNamed) {
       {R"({"do": "sdkState"})", "\"enabled\" is missing"},
       {R"({"do": "config", "set": {"colour": 1}})", "\"colour\""},
       {R"({"do": "openURL", "url": "a:b", "via": "pigeon"})", "\"via\" must be"},
+      {R"({"do": "sources", "sources": [], "own": true})", "\"own\" belongs to \"push\""},
       {R"({"do": "expire", "name": "nobody"})", "\"nobody\""},
   };
   for (const auto& c : cases) {
@@ -198,6 +202,17 @@ TEST_F(ZRHost, RefusedRequestsAreSaidAndTheirBatchesStay) {
   EXPECT_EQ(accepted.errors, "");
 }
 
+TEST_F(ZRHost, WhatCannotBeSavedIsSaid) {
+  std::filesystem::create_directories(directory_.file("app/Documents/ZorvaneBatchEvents.plist"));
+  std::filesystem::create_directories(directory_.file("app/Library/ZrvData/ZRSessionInfo"));
+  const HostResult result = run({R"({"do": "launch"})", R"({"do": "track", "event": "a"})", R"({"do": "flush"})"});
+  EXPECT_EQ(result.status, 0);
+  for (const char* said : {"zrhost: Batch Events plist : cannot read ", "zrhost: Archive : cannot read ",
+                           "zrhost: left: a batch file that cannot be read, events not saved: 2\n"}) {
+    EXPECT_THAT(result.errors, HasSubstr(said));
+  }
+}
+
 TEST_F(ZRHost, CrashKeepsWhatWasSaved) {
   const HostResult crashed = run({R"({"do": "launch"})", R"({"do": "track", "event": "saved"})", R"({"do": "save"})",
                                   R"({"do": "track", "event": "unsaved"})", R"({"do": "crash"})"});
@@ -222,7 +237,8 @@ TEST_F(ZRHost, CtrlCEndsTheScriptAsItsEndDoes) {
     const HostResult result = host.finish();
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.errors, HasSubstr("zrhost: ended by Ctrl-C after line "));
-    EXPECT_THAT(result.errors, HasSubstr("events that were not saved: 2"));
+    EXPECT_THAT(result.errors, HasSubstr("events that were not saved: 2\n"));
+    EXPECT_THAT(result.errors, testing::Not(HasSubstr("left: ")));
     EXPECT_TRUE(service_.bodies().empty());
   }
 }
