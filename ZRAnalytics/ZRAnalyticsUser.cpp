@@ -159,8 +159,7 @@ void ZRAnalytics::optOutOfDataTracking(bool optOut) {
     store.setDataTrackingOptedOut(optOut);
     // What came since it was cleared.
     if (optOut && wasEnabled) {
-      ZRUserAttributesHandler& attributes = ZRUserAttributesHandler::sharedHandler();
-      if (!attributes.getUserAttributesArray().empty()) attributes.forgetUser();
+      ZRUserAttributesHandler::sharedHandler().forgetUser();
       ZREventsHandler::sharedInstance().dropOptedOutEvents();
     }
     if (optOut != wasEnabled) return;

@@ -125,6 +125,7 @@ TEST_F(HostingTest, AnOpenedURLReachesTheSessionWithTheProxyAndWithout) {
       settle();
       const Array sources = ZRSessionManager::sharedSessionManager().getCurrentSessionSourceInfoArray();
       ASSERT_EQ(sources.size(), 1u);
+      EXPECT_EQ(log_->has("AppDelegate proxy is enabled."), isProxied);
       EXPECT_EQ(sources[0].asDictionary()->objectForKey("source"), Value(isProxied ? "proxied" : "told"));
     });
   }

@@ -126,6 +126,52 @@ platform::Result<ZRBatchFile::Outcome> ZRBatchFile::remove(const Dictionary& bat
   return outcome;
 }
 
+ZRBatchFile::Outcome ZRBatchFile::keepIf(const std::function<bool(const Value& record)>& passes) {
+  Outcome outcome = Outcome::Done;
+  std::string failure;
+  for (bool isTried = false; !isTried;) {
+    PropertyListDictionarySnapshot found;
+    {
+      platform::MutexLock lock(mutex_);
+      outcome = read(found, failure);
+    }
+    if (outcome != Outcome::Done) break;
+    std::vector<PropertyListDictionarySnapshot::Entry> kept;
+    Dictionary changed;
+    for (const auto& entry : found.entries()) {
+      Value batch = entry.value.decode();
+      const Value stored = batch.isDictionary() ? batch.asDictionary()->objectForKey(kBatchKeyEvents) : batch;
+      Array events = stored.isArray() ? *stored.asArray() : Array();
+      if (std::erase_if(events, [&passes](const Value& record) { return !passes(record); }) == 0) {
+        kept.push_back(entry);
+      } else if (!events.empty()) {
+        batch.isDictionary() ? batch.mutableDictionary().set(kBatchKeyEvents, std::move(events))
+                             : void(batch = std::move(events));
+        changed.set(entry.key, std::move(batch));
+      }
+    }
+    if (kept.size() == found.entries().size()) return Outcome::Done;
+    // Not an extended snapshot: that would hold the bytes of the removed events.
+    const auto left = PropertyListDictionarySnapshot::ofEntries(kept).withEntries(changed);
+    if (!left) return Outcome::TooLarge;
+
+    platform::MutexLock lock(mutex_);
+    const platform::DirectoryLock processLock(path_);
+    PropertyListDictionarySnapshot now;
+    outcome = read(now, failure);
+    isTried = outcome != Outcome::Done || &now.entries() == &found.entries();
+    if (!isTried || outcome != Outcome::Done) continue;
+    if (!left->entries().empty()) {
+      outcome = write(*left, processLock, failure);
+    } else if (const auto removed = removeFile(platform::Durability::Lasting); !removed) {
+      failure = removed.error().message;
+      outcome = Outcome::Failed;
+    }
+  }
+  if (outcome != Outcome::Done) report(failure);
+  return outcome;
+}
+
 platform::Status ZRBatchFile::removeAll() {
   platform::MutexLock lock(mutex_);
   const platform::DirectoryLock processLock(path_);

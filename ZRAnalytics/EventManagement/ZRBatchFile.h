@@ -90,6 +90,10 @@ class ZRBatchFile {
   // too. A failure to remove the file is returned as its error and is not given to the handler.
   platform::Result<Outcome> remove(const Dictionary& batchIDs,
                                    platform::Durability durability = platform::Durability::Lasting);
+  // Removes the events for which the function returns false, and batches without any left; with the last one the file
+  // goes too. The function is called with no lock held, and again for all when the file changes meanwhile. Batches that
+  // cannot be decoded stay.
+  Outcome keepIf(const std::function<bool(const Value& record)>& passes);
   // Removes the file, for good also where remove() has removed it.
   platform::Status removeAll();
 

@@ -48,49 +48,23 @@ void ZRBatchSaver::saveSoon() {
   if (!isPosted) isTaskWaiting_ = false;
 }
 
-void ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes) {
+bool ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes) {
   const ZRTurn::Scope storeTurn(storeTurn_);
-  const ZRTurn::Scope closeTurn(closeTurn_);
-  std::list<ClosedBatch> batches = takeClosed();
-  for (ClosedBatch& batch : batches) {
-    std::erase_if(batch.events, [&passes](const Value& record) { return !passes(record); });
-  }
-  std::erase_if(batches, [](const ClosedBatch& batch) { return batch.events.empty(); });
   {
-    platform::MutexLock lock(mutex_);
-    closed_.splice(closed_.begin(), batches);
-  }
-  current_.keepIf(passes);
-  keepStoredIf(passes);
-}
-
-void ZRBatchSaver::keepStoredIf(const std::function<bool(const Value& record)>& passes) {
-  const ZRTurn::Scope turn(storeTurn_);
-  const auto stored = file_.load();
-  if (!stored) return;
-  Dictionary changed;
-  Dictionary emptied;
-  for (const ZRStoredBatch& batch : *stored) {
-    Value content = batch.value();
-    const Value kept = content.isArray()        ? content
-                       : content.isDictionary() ? content.asDictionary()->objectForKey(kBatchKeyEvents)
-                                                : Value();
-    if (!kept.isArray()) continue;
-    Array events = *kept.asArray();
-    if (std::erase_if(events, [&passes](const Value& record) { return !passes(record); }) == 0) continue;
-    if (events.empty()) {
-      emptied.set(batch.id(), true);
-    } else if (content.isArray()) {
-      changed.set(batch.id(), std::move(events));
-    } else {
-      content.mutableDictionary().set(kBatchKeyEvents, std::move(events));
-      changed.set(batch.id(), std::move(content));
+    const ZRTurn::Scope closeTurn(closeTurn_);
+    std::list<ClosedBatch> batches = takeClosed();
+    for (ClosedBatch& batch : batches) {
+      std::erase_if(batch.events, [&passes](const Value& record) { return !passes(record); });
     }
+    std::erase_if(batches, [](const ClosedBatch& batch) { return batch.events.empty(); });
+    {
+      platform::MutexLock lock(mutex_);
+      closed_.splice(closed_.begin(), batches);
+    }
+    current_.keepIf(passes);
   }
-  if (file_.store(changed) != ZRBatchFile::Outcome::Done) {
-    for (const auto& [id, batch] : changed) emptied.set(id, true);
-  }
-  (void)file_.remove(emptied);
+  const ZRBatchFile::Outcome outcome = file_.keepIf(passes);
+  return outcome != ZRBatchFile::Outcome::Failed && outcome != ZRBatchFile::Outcome::TooLarge;
 }
 
 void ZRBatchSaver::close() {

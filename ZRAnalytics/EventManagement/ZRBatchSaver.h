@@ -32,10 +32,8 @@ class ZRBatchSaver {
   // and then calls flush, also if it could not store them.
   void saveSoon();
   // ZRCurrentBatch::keepIf, for the closed and the stored batches too. If another thread is storing, waits for it
-  // first.
-  void keepIf(const std::function<bool(const Value& record)>& passes);
-  // The same for the stored batches only, on any thread.
-  void keepStoredIf(const std::function<bool(const Value& record)>& passes);
+  // first. False when the file could not be written: then it holds what it held.
+  bool keepIf(const std::function<bool(const Value& record)>& passes);
 
  private:
   struct ClosedBatch {

@@ -68,7 +68,6 @@ ZREventsHandler::ZREventsHandler()
       dumpFile_(inDocuments("zorvaneEvents.dat")),
       flushTimer_([this] { periodicSync(); }),
       sync_(reports_serial_queue_, batchFile_, [this] { cleanUp(); }),
-      isOptedOut_(isOptedOut()),
       sdkWhitelistedEvents_(getAnalyticsWhitelistedEvents()) {
   const platform::HostServices& host = platform::hostServices();
   guarded({kFile, "init"}, "exception is %@", [&] { host.scheduler->mainQueue().async([this] { initiateTimer(); }); });
@@ -350,6 +349,7 @@ void ZREventsHandler::sendDumpFile() {
 }
 
 void ZREventsHandler::clearEventsdata() {
+  mustDrop_ = true;
   // First, so that a save that is under way notices.
   currentBatch_.clear();
   if (journal_) journal_->clear();
@@ -361,26 +361,23 @@ void ZREventsHandler::dropOptedOutEvents() {
   guarded({kFile, "dropOptedOutEvents"}, "exception is %@", [this] {
     reports_serial_queue_.async([this] {
       reports_serial_queue_.assertCurrent();
-      saver_.keepIf([this](const Value& record) {
-        const bool isKept = mayStay(record);
-        if (!isKept && journal_) journal_->released({record});
-        return isKept;
-      });
+      if (dropDisallowed()) mustDrop_ = false;
     });
   });
 }
 
-bool ZREventsHandler::mayStay(const Value& record) const {
-  const Dictionary* event = record.asDictionary();
-  const Value name = event ? event->objectForKey(kReportsKeyEventName) : Value();
-  return ZRCoreUtils::isSDKEnabled() && name.isString() && isTrackingAllowed(*name.asString());
-}
-
-void ZREventsHandler::dropStoredAfterOptOut() {
-  const bool wasOptedOut = std::exchange(isOptedOut_, isOptedOut());
-  if (wasOptedOut || !isOptedOut_) return;
-  guarded({kFile, "dropStoredAfterOptOut"}, "exception is %@",
-          [this] { saver_.keepStoredIf([this](const Value& record) { return mayStay(record); }); });
+bool ZREventsHandler::dropDisallowed() {
+  bool isDone = false;
+  guarded({kFile, "dropDisallowed"}, "exception is %@", [&] {
+    isDone = saver_.keepIf([this](const Value& record) {
+      const Dictionary* event = record.asDictionary();
+      const Value name = event ? event->objectForKey(kReportsKeyEventName) : Value();
+      const bool isKept = ZRCoreUtils::isSDKEnabled() && name.isString() && isTrackingAllowed(*name.asString());
+      if (!isKept && journal_) journal_->released({record});
+      return isKept;
+    });
+  });
+  return isDone;
 }
 
 void ZREventsHandler::cleanUp() {
@@ -419,8 +416,8 @@ void ZREventsHandler::flushWithCompletionBlock(FlushCompletion completion) {
 
 void ZREventsHandler::flushEventsInBackgroundAndResetWithCompletionBlock(bool /*background*/, bool reset,
                                                                          FlushCompletion completion) {
-  constexpr ReportSite kSite{kFile, "flushEventsInBackgroundAndResetWithCompletionBlock", 411};
-  constexpr char kPattern[] = "Exception while syncing : %@";
+  static constexpr ReportSite kSite{kFile, "flushEventsInBackgroundAndResetWithCompletionBlock", 411};
+  static constexpr char kPattern[] = "Exception while syncing : %@";
   bool submitted = false;
   guarded(kSite, kPattern, [&] {
     if (!ZRAnalyticsUtils::areGatesOpen()) {
@@ -429,8 +426,11 @@ void ZREventsHandler::flushEventsInBackgroundAndResetWithCompletionBlock(bool /*
     }
     reports_serial_queue_.async([this, flush = ZRFlush{reset, completion}] {
       reports_serial_queue_.assertCurrent();
-      // dropOptedOutEvents comes only when the choice is on the disk.
-      dropStoredAfterOptOut();
+      // An opt-out is in effect before it is on the disk, and only then dropOptedOutEvents is called.
+      if (mustDrop_ && isOptedOut() && !dropDisallowed()) {
+        callBlock(kSite, kPattern, flush.completion, false, true);
+        return;
+      }
       sync_.flush(flush);
     });
     submitted = true;

@@ -1,6 +1,7 @@
 // The owner of tracked events, from the facade's hand-over to the service's acceptance.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -90,7 +91,8 @@ class ZREventsHandler {
   // Deletes both files and empties the current batch.
   // A save in progress, or a refused dump-file request, does not bring events back.
   void clearEventsdata();
-  // Drops recorded events that may not be tracked any more, on the event queue. To be called after an opt-out.
+  // Drops events, also of the batch file, that were recorded since and may not be tracked any more, on the event queue.
+  // Call after clearEventsdata and the choice of the user or the service.
   void dropOptedOutEvents();
   // Posts "ZRVUserReset", then clears the user's attributes and stored defaults.
   void cleanUp();
@@ -144,9 +146,9 @@ class ZREventsHandler {
   void checkForTriggersForEventAndEventDict(const Value& name, const Dictionary& record)
       ZR_REQUIRES(reports_serial_queue_);
   void addEventToViewInfoWithEventDict(Dictionary eventDict) ZR_REQUIRES(reports_serial_queue_);
-  // Whether the event may be tracked still.
-  bool mayStay(const Value& record) const;
-  void dropStoredAfterOptOut() ZR_REQUIRES(reports_serial_queue_);
+  // Drops the events, also those of the file, that may not be tracked any more. False when the file could not be
+  // written.
+  bool dropDisallowed() ZR_REQUIRES(reports_serial_queue_);
   void sendDumpFile();
   // writeEventsToFileWithBatchID for events of that generation of the current batch.
   void storeEvents(const Value& events, const Value& batchID, std::uint64_t generation);
@@ -163,8 +165,8 @@ class ZREventsHandler {
   ZRTurn dumpTurn_;
   ZRFlushTimer flushTimer_;
   ZRSync sync_;
-  // When the last sync began.
-  bool isOptedOut_ ZR_GUARDED_BY(reports_serial_queue_);
+  // From a clearing until dropOptedOutEvents is done.
+  std::atomic<bool> mustDrop_{false};
 
   mutable platform::Mutex whitelistMutex_;
   Array sdkWhitelistedEvents_ ZR_GUARDED_BY(whitelistMutex_);

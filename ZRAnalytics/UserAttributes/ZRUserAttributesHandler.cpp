@@ -89,11 +89,16 @@ bool ZRUserAttributesHandler::setUserAttributeValueWithNameCheckStorage(const Va
     if (!isAllowed()) return;
     if (!isAValidUserAttributeValueForKey(value, name)) return;
     if (checkStorage) {
-      if (!userAttributeData()->saveAttributeWithValue(name.description(), value)) {
+      const auto data = userAttributeData();
+      if (!data->saveAttributeWithValue(name.description(), value)) {
         logLine("User Attribute(%@) tracked with already existing value(%@)", {name, value});
         return;
       }
-      if (!isAllowed()) return forgetUser();  // Opted out meanwhile, which has emptied the cache already.
+      if (!isAllowed()) {
+        // An opt-out came meanwhile. It may have emptied the cache before.
+        if (userAttributeData() == data) forgetUser();
+        return;
+      }
       logLine("User Attribute(%@) updated to value(%@)", {name, value});
     }
     auto properties = std::make_shared<ZRProperties>();

@@ -1,5 +1,6 @@
 #include <stdexcept>
 
+#include "Platform/Files/SystemCalls.h"
 #include "Platform/Formats/PropertyList.h"
 #include "ZRAnalytics/EventManagement/EventPipelineTest.h"
 #include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
@@ -171,11 +172,46 @@ TEST_F(SyncTest, WhatAnOptOutClearsDoesNotComeBack) {
   ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
   settle();
   EXPECT_EQ(savedNames(), (Batches{{"INSTALL"}}));
+  EXPECT_EQ(readAll(batchPath()).find("stored"), std::string::npos) << "nor its bytes";
   for (const auto& request : service_->requests()) {
     EXPECT_EQ(request.body.description().find("stored"), std::string::npos);
   }
   EXPECT_EQ(currentNames(), (Names{"EVENT_ACTION_USER_ATTRIBUTE"})) << "allowed by its name";
   EXPECT_TRUE(ZRUserAttributesHandler::sharedHandler().getUserAttributesArray().empty());
+}
+
+TEST_F(SyncTest, WhatWasSavedBeforeTheServiceSwitchedTrackingOffIsSent) {
+  startWithSession();
+  save({"before"});
+  updateRemoteConfiguration({{"data_tracking_enabled", false}});
+  Answers answers;
+  flush(answers);
+  settle();
+  EXPECT_EQ(sentNames(), (Batches{{"before"}}));
+}
+
+TEST_F(SyncTest, WhileDroppedEventsStandInTheFileNothingIsSent) {
+  startWithSession();
+  service_->hold = true;
+  static platform::SystemCalls failing = platform::kRealSystemCalls;
+  failing.renameat = [](int, const char*, int, const char*) { return -1; };
+  log_->onMessage = [this](const std::string& message) {
+    if (message != "Batch Events plist deleted") return;
+    log_->onMessage = nullptr;
+    save({"stored", "INSTALL"});
+    platform::setSystemCalls(&failing);
+  };
+  save({"again"});
+  ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
+  Answers answers;
+  flush(answers);
+  settle();
+  EXPECT_EQ(answers, (Answers{{false, true}}));
+  EXPECT_EQ(savedNames(), (Batches{{"stored", "INSTALL"}}));
+  platform::setSystemCalls(nullptr);
+  flush(answers);
+  settle();
+  EXPECT_EQ(savedNames(), (Batches{{"INSTALL"}}));
 }
 
 TEST_F(SyncTest, FlushDuringASyncIsAnsweredAtOnceAndReadsTheFileAgain) {
