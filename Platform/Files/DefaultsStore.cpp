@@ -198,34 +198,38 @@ Status DefaultsStore::writeChanges() {
 }
 
 Status DefaultsStore::writeContent() {
-  Dictionary content;
-  std::uint64_t changes = 0;
-  Durability durability = Durability::Eventual;
-  {
-    MutexLock lock(mutex_);
-    if (!loaded_) {
-      // Merge the file's content first, or this write loses it.
-      Status loaded = load();
-      if (!loaded_) return loaded;
+  for (;;) {
+    Dictionary content;
+    std::uint64_t changes = 0;
+    Durability durability = Durability::Eventual;
+    {
+      MutexLock lock(mutex_);
+      if (!loaded_) {
+        // Merge the file's content first, or this write loses it.
+        Status loaded = load();
+        if (!loaded_) return loaded;
+      }
+      content = content_;
+      changes = changes_;
+      if (lastingChanges_ < mustLastChanges_) durability = Durability::Lasting;
     }
-    content = content_;
-    changes = changes_;
-    if (lastingChanges_ < mustLastChanges_) durability = Durability::Lasting;
+    // May call a host's object among the values, so no lock is held.
+    const std::string bytes = binaryPropertyList(std::move(content));
+    MutexLock writing(writeMutex_);
+    {
+      MutexLock lock(mutex_);
+      if ((durability == Durability::Lasting ? lastingChanges_ : writtenChanges_) >= changes) return Done{};
+      // Another thread has written newer content, which may not last yet.
+      if (writtenChanges_ > changes) continue;
+    }
+    Status written = replaceFileAtomically(path_, bytes, durability);
+    if (written) {
+      MutexLock lock(mutex_);
+      writtenChanges_ = changes;
+      if (durability == Durability::Lasting) lastingChanges_ = changes;
+    }
+    return written;
   }
-  // May call a host's object among the values, so no lock is held.
-  const std::string bytes = binaryPropertyList(std::move(content));
-  MutexLock writing(writeMutex_);
-  {
-    MutexLock lock(mutex_);
-    if ((durability == Durability::Lasting ? lastingChanges_ : writtenChanges_) >= changes) return Done{};
-  }
-  Status written = replaceFileAtomically(path_, bytes, durability);
-  if (written) {
-    MutexLock lock(mutex_);
-    writtenChanges_ = changes;
-    if (durability == Durability::Lasting) lastingChanges_ = changes;
-  }
-  return written;
 }
 
 DefaultsStore& standardDefaults() {
