@@ -56,28 +56,27 @@ void Recorder::write(ReceivedRequest request, bool bodyIsJSON, int status) {
                              ", \"body\": ";
   const std::string after = ", \"status\": " + std::to_string(status) + "}\n";
   const std::lock_guard lock(mutex_);
-  const std::string_view parts[] = {isTorn_ ? "\n" : "", before, body, after};
-  if (!append(parts)) throw std::runtime_error("cannot write the record " + path_ + ": " + std::strerror(errno));
+  if (!append((isTorn_ ? "\n" : "") + before + body + after)) {
+    throw std::runtime_error("cannot write the record " + path_ + ": " + std::strerror(errno));
+  }
 }
 
-bool Recorder::append(std::span<const std::string_view> parts) {
+bool Recorder::append(std::string_view rest) {
   const off_t start = sizeOf(descriptor_);
-  off_t written = 0;
-  for (std::string_view rest : parts) {
-    while (!rest.empty()) {
-      const ssize_t count = ::write(descriptor_, rest.data(), rest.size());
-      if (count >= 0) {
-        rest.remove_prefix(static_cast<std::size_t>(count));
-        written += count;
-      } else if (errno != EINTR) {
-        const int error = errno;
-        // Not if another process has written behind it.
-        const bool isRemoved =
-            start >= 0 && sizeOf(descriptor_) == start + written && ::ftruncate(descriptor_, start) == 0;
-        isTorn_ = isTorn_ || (written > 0 && !isRemoved);
-        errno = error;
-        return false;
-      }
+  const std::size_t size = rest.size();
+  while (!rest.empty()) {
+    const ssize_t count = ::write(descriptor_, rest.data(), rest.size());
+    if (count >= 0) {
+      rest.remove_prefix(static_cast<std::size_t>(count));
+    } else if (errno != EINTR) {
+      const int error = errno;
+      const auto written = static_cast<off_t>(size - rest.size());
+      // Not if another process has written behind it.
+      const bool isRemoved =
+          start >= 0 && sizeOf(descriptor_) == start + written && ::ftruncate(descriptor_, start) == 0;
+      isTorn_ = isTorn_ || (written > 0 && !isRemoved);
+      errno = error;
+      return false;
     }
   }
   isTorn_ = false;

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <mutex>
-#include <span>
 #include <string>
 #include <string_view>
 
@@ -32,7 +31,7 @@ class Recorder {
 
  private:
   // False, with errno set, on failure.
-  bool append(std::span<const std::string_view> parts);
+  bool append(std::string_view rest);
 
   const std::string path_;
   const int descriptor_;
