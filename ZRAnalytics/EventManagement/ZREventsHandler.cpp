@@ -67,7 +67,13 @@ ZREventsHandler::ZREventsHandler()
              [this] { flushEventsInBackgroundAndResetWithCompletionBlock(false, false, nullptr); }),
       dumpFile_(inDocuments("zorvaneEvents.dat")),
       flushTimer_([this] { periodicSync(); }),
-      sync_(reports_serial_queue_, batchFile_, [this] { cleanUp(); }),
+      sync_(
+          reports_serial_queue_, batchFile_,
+          [this] {
+            reports_serial_queue_.assertCurrent();
+            return dropBeforeSync();
+          },
+          [this] { cleanUp(); }),
       sdkWhitelistedEvents_(getAnalyticsWhitelistedEvents()) {
   const platform::HostServices& host = platform::hostServices();
   guarded({kFile, "init"}, "exception is %@", [&] { host.scheduler->mainQueue().async([this] { initiateTimer(); }); });
@@ -349,7 +355,6 @@ void ZREventsHandler::sendDumpFile() {
 }
 
 void ZREventsHandler::clearEventsdata() {
-  mustDrop_ = true;
   // First, so that a save that is under way notices.
   currentBatch_.clear();
   if (journal_) journal_->clear();
@@ -359,11 +364,20 @@ void ZREventsHandler::clearEventsdata() {
 
 void ZREventsHandler::dropOptedOutEvents() {
   guarded({kFile, "dropOptedOutEvents"}, "exception is %@", [this] {
-    reports_serial_queue_.async([this] {
+    reports_serial_queue_.async([this, generation = currentBatch_.generation()] {
       reports_serial_queue_.assertCurrent();
-      if (dropDisallowed()) mustDrop_ = false;
+      if (dropDisallowed()) dropped_ = std::max(dropped_, generation);
     });
   });
+}
+
+// The choice is in effect before it is on the disk, and only then dropOptedOutEvents is called.
+bool ZREventsHandler::dropBeforeSync() {
+  const std::uint64_t generation = currentBatch_.generation();
+  if (generation == dropped_ || !isOptedOut()) return true;
+  if (!dropDisallowed()) return false;
+  dropped_ = generation;
+  return true;
 }
 
 bool ZREventsHandler::dropDisallowed() {
@@ -416,8 +430,8 @@ void ZREventsHandler::flushWithCompletionBlock(FlushCompletion completion) {
 
 void ZREventsHandler::flushEventsInBackgroundAndResetWithCompletionBlock(bool /*background*/, bool reset,
                                                                          FlushCompletion completion) {
-  static constexpr ReportSite kSite{kFile, "flushEventsInBackgroundAndResetWithCompletionBlock", 411};
-  static constexpr char kPattern[] = "Exception while syncing : %@";
+  constexpr ReportSite kSite{kFile, "flushEventsInBackgroundAndResetWithCompletionBlock", 411};
+  constexpr char kPattern[] = "Exception while syncing : %@";
   bool submitted = false;
   guarded(kSite, kPattern, [&] {
     if (!ZRAnalyticsUtils::areGatesOpen()) {
@@ -426,11 +440,6 @@ void ZREventsHandler::flushEventsInBackgroundAndResetWithCompletionBlock(bool /*
     }
     reports_serial_queue_.async([this, flush = ZRFlush{reset, completion}] {
       reports_serial_queue_.assertCurrent();
-      // An opt-out is in effect before it is on the disk, and only then dropOptedOutEvents is called.
-      if (mustDrop_ && isOptedOut() && !dropDisallowed()) {
-        callBlock(kSite, kPattern, flush.completion, false, true);
-        return;
-      }
       sync_.flush(flush);
     });
     submitted = true;

@@ -1,7 +1,6 @@
 // The owner of tracked events, from the facade's hand-over to the service's acceptance.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -149,6 +148,8 @@ class ZREventsHandler {
   // Drops the events, also those of the file, that may not be tracked any more. False when the file could not be
   // written.
   bool dropDisallowed() ZR_REQUIRES(reports_serial_queue_);
+  // The same for a sync that comes between an opt-out and dropOptedOutEvents.
+  bool dropBeforeSync() ZR_REQUIRES(reports_serial_queue_);
   void sendDumpFile();
   // writeEventsToFileWithBatchID for events of that generation of the current batch.
   void storeEvents(const Value& events, const Value& batchID, std::uint64_t generation);
@@ -165,8 +166,8 @@ class ZREventsHandler {
   ZRTurn dumpTurn_;
   ZRFlushTimer flushTimer_;
   ZRSync sync_;
-  // From a clearing until dropOptedOutEvents is done.
-  std::atomic<bool> mustDrop_{false};
+  // The generation of the current batch for which dropping is done.
+  std::uint64_t dropped_ ZR_GUARDED_BY(reports_serial_queue_) = 0;
 
   mutable platform::Mutex whitelistMutex_;
   Array sdkWhitelistedEvents_ ZR_GUARDED_BY(whitelistMutex_);

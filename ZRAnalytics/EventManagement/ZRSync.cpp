@@ -50,6 +50,11 @@ std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
   const ZRSyncLedger::Arrival arrival = ledger_.arrive(flush);
   if (arrival == ZRSyncLedger::Arrival::Reload) (void)load();
   if (arrival != ZRSyncLedger::Arrival::Start) return Result{false, false};
+  if (!isSendable_()) {
+    ledger_.abandon();
+    if (flush.reset) resetUser_();
+    return Result{false, false};
+  }
 
   const std::vector<ZRStoredBatch> batches = load();
   if (batches.empty()) {

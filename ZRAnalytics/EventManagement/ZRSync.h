@@ -17,14 +17,15 @@ namespace zorvane {
 // Lives on one serial queue, on which flush is called and to which the responses come back.
 class ZRSync {
  public:
-  // resetUser is called on the queue at the end of each reset flush. Queue and file outlive the sync.
-  ZRSync(platform::Queue& queue, ZRBatchFile& file, std::function<void()> resetUser)
-      : queue_(queue), file_(file), resetUser_(std::move(resetUser)) {}
+  // Both are called on the queue: isSendable before a sync reads the file, where false ends it, and resetUser at the
+  // end of each reset flush. Queue and file outlive the sync.
+  ZRSync(platform::Queue& queue, ZRBatchFile& file, std::function<bool()> isSendable, std::function<void()> resetUser)
+      : queue_(queue), file_(file), isSendable_(std::move(isSendable)), resetUser_(std::move(resetUser)) {}
 
   // Sends every batch of the file as one request each, except those that were accepted before. The completion is
   // called on the queue:
-  //   (false, false)  without an application identifier, or at once while another flush runs; a reset flush then runs
-  //                   right after that one, and its completion is called again
+  //   (false, false)  without an application identifier, when the file is not sendable, or at once while another flush
+  //                   runs; a reset flush then runs right after that one, and its completion is called again
   //   (true, false)   there was nothing to send
   //   (all, true)     after the last response: whether all batches were accepted
   //   (false, true)   an exception stopped it
@@ -54,6 +55,7 @@ class ZRSync {
 
   platform::Queue& queue_;
   ZRBatchFile& file_;
+  const std::function<bool()> isSendable_;
   const std::function<void()> resetUser_;
   ZRSyncLedger ledger_ ZR_GUARDED_BY(queue_);
   std::atomic<bool> isResetPending_{false};
