@@ -261,6 +261,7 @@ void ZRUserAttributesHandler::removeStoredUniqueIDUnlessResetPending() {
   // Another login may have come meanwhile.
   if (isResetPending() || storedUniqueID() != written) return;
   // If a power loss undoes this, the ID is set again.
+  isRemovalEventual_ = true;
   removeFromDefaults(kUserDefaultsKeyModifiedUserAttrUniqueID, platform::Durability::Eventual);
 }
 
@@ -337,7 +338,7 @@ void ZRUserAttributesHandler::clearUserAttributesData() {
 void ZRUserAttributesHandler::forgetUser() {
   guarded({kFile, "forgetUser"}, "Exception : %@", [this] {
     forgetRequestedUniqueID();
-    // Also an ID that was removed after it had taken effect.
+    if (!isRemovalEventual_.exchange(false)) return;
     platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
     defaults.makeLasting();
     (void)defaults.writeChanges();

@@ -127,6 +127,8 @@ class ZRUserAttributesHandler {
   platform::LockedValue<std::optional<std::string>> requestedUniqueID_;
   // Held while the stored unique ID is compared with the wanted one and written.
   ZRTurn storedIDTurn_;
+  // A power loss may undo the removal of the stored ID.
+  std::atomic<bool> isRemovalEventual_{false};
   // Resets that still wait for the first completion of their flush.
   std::atomic<int> pendingResets_{0};
   ZRArchiveWriter archive_;
