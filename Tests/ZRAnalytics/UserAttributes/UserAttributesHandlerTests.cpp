@@ -290,25 +290,6 @@ TEST_F(UserAttributesHandlerTest, InterruptedForcedLogoutIsCompletedByTheNextLau
   }
 }
 
-TEST_F(UserAttributesHandlerTest, ALoginWhoseLogoutEventIsRefusedIsKeptAndCompletedLater) {
-  startWithSession();
-  handler().setUserAttributeUniqueID("a");
-  updateRemoteConfiguration({{"blacklisted_events", Array{"ZRV_LOGOUT"}}});
-  handler().setUserAttributeUniqueID("b");
-  for (int launch = 0; launch < 2; ++launch) {
-    settle();
-    facade().updateModules();
-    EXPECT_EQ(uniqueID(), Value("a"));
-    EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value("b"));
-  }
-  settle();
-  updateRemoteConfiguration({{"blacklisted_events", Array()}});
-  facade().updateModules();
-  settle();
-  EXPECT_EQ(uniqueID(), Value("b"));
-  EXPECT_EQ(kept(kUserDefaultsKeyModifiedUserAttrUniqueID), Value());
-}
-
 TEST_F(UserAttributesHandlerTest, LaterChoiceReplacesTheStoredIdentifierOfAnInterruptedLogout) {
   const auto loginInterrupted = [this] {
     startWithSession();
