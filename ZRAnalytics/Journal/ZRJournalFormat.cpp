@@ -62,6 +62,48 @@ bool takeText(std::string_view& bytes, std::string& text) {
 // One value needs up to forty times its bytes.
 constexpr std::size_t kMaximumValues = 1u << 20;
 
+// False for an array, a dictionary or an object other than a large integer.
+bool appendScalar(const Value& value, Bytes& out) {
+  using Kind = Value::Kind;
+  switch (value.kind()) {
+    case Kind::Nil:
+      out.addTag('0');
+      return true;
+    case Kind::Null:
+      out.addTag('n');
+      return true;
+    case Kind::Bool:
+      out.addTag(*value.asBool() ? 't' : 'f');
+      return true;
+    case Kind::Integer:
+      out.addNumber('i', *value.asInteger());
+      return true;
+    case Kind::Double:
+      out.addNumber('d', *value.asDouble());
+      return true;
+    case Kind::String:
+      out.addText('s', *value.asString());
+      return true;
+    case Kind::Data: {
+      const auto& bytes = value.asData()->bytes;
+      out.addText('x', {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+      return true;
+    }
+    case Kind::Date:
+      out.addNumber('D', value.asDate()->secondsSince1970);
+      return true;
+    case Kind::URL:
+      out.addText('u', value.asURL()->absoluteString);
+      return true;
+    case Kind::Object:
+      if (!platform::isLargeInteger(value)) return false;
+      out.addNumber('l', value.asObject<platform::LargeInteger>()->number());
+      return true;
+    default:
+      return false;
+  }
+}
+
 void append(const Value& value, int depth, Bytes& out);
 
 void append(const Array& array, int depth, Bytes& out) {
@@ -70,61 +112,16 @@ void append(const Array& array, int depth, Bytes& out) {
 }
 
 void append(const Value& value, int depth, Bytes& out) {
-  using Kind = Value::Kind;
-  // take() accepts a scalar at this depth, and no array, dictionary or object.
-  if (depth >= platform::kMaxPropertyListDepth && value.kind() >= Kind::Array && !platform::isLargeInteger(value)) {
-    return out.addNumber('s', std::uint32_t{0});
-  }
-  switch (value.kind()) {
-    case Kind::Nil:
-      out.addTag('0');
-      break;
-    case Kind::Null:
-      out.addTag('n');
-      break;
-    case Kind::Bool:
-      out.addTag(*value.asBool() ? 't' : 'f');
-      break;
-    case Kind::Integer:
-      out.addNumber('i', *value.asInteger());
-      break;
-    case Kind::Double:
-      out.addNumber('d', *value.asDouble());
-      break;
-    case Kind::String:
-      out.addTag('s');
-      out.addText(*value.asString());
-      break;
-    case Kind::Data: {
-      const auto& bytes = value.asData()->bytes;
-      out.addTag('x');
-      out.addText({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
-      break;
-    }
-    case Kind::Date:
-      out.addNumber('D', value.asDate()->secondsSince1970);
-      break;
-    case Kind::URL:
-      out.addTag('u');
-      out.addText(value.asURL()->absoluteString);
-      break;
-    case Kind::Array:
-      append(*value.asArray(), depth, out);
-      break;
-    case Kind::Dictionary:
-      out.addNumber('m', static_cast<std::uint32_t>(value.asDictionary()->size()));
-      for (const auto& [key, element] : *value.asDictionary()) {
-        out.addText(key);
-        append(element, depth + 1, out);
-      }
-      break;
-    case Kind::Object:
-      if (platform::isLargeInteger(value)) {
-        out.addNumber('l', value.asObject<platform::LargeInteger>()->number());
-      } else {
-        append(platform::plainValueOf(*value.asObject()), depth + 1, out);
-      }
-      break;
+  if (appendScalar(value, out)) return;
+  // take() accepts only a scalar at this depth.
+  if (depth >= platform::kMaxPropertyListDepth) return out.addText('s', {});
+  if (const Array* const array = value.asArray()) return append(*array, depth, out);
+  const Dictionary* const dictionary = value.asDictionary();
+  if (!dictionary) return append(platform::plainValueOf(*value.asObject()), depth + 1, out);
+  out.addNumber('m', static_cast<std::uint32_t>(dictionary->size()));
+  for (const auto& [key, element] : *dictionary) {
+    out.addText(key);
+    append(element, depth + 1, out);
   }
 }
 

@@ -84,16 +84,36 @@ class Bytes {
     *at = tag;
     std::memcpy(at + 1, &number, sizeof number);
   }
+  void addText(char tag, std::string_view bytes) {
+    addTag(tag);
+    addText(bytes);
+  }
   // Behind their length.
   void addText(std::string_view bytes) {
     const auto length = static_cast<std::uint32_t>(bytes.size());
     char* const at = add(sizeof length + bytes.size());
     std::memcpy(at, &length, sizeof length);
-    if (!bytes.empty()) std::memcpy(at + sizeof length, bytes.data(), bytes.size());
+    copy(bytes, at + sizeof length);
   }
 
  private:
   void grow(std::size_t needed);
+  // Most texts are short; two copies of a fixed size take less time than a call of memcpy.
+  static void copy(std::string_view bytes, char* to) {
+    const char* const from = bytes.data();
+    const std::size_t size = bytes.size();
+    if (size > 16) {
+      std::memcpy(to, from, size);
+    } else if (size >= 8) {
+      std::memcpy(to, from, 8);
+      std::memcpy(to + size - 8, from + size - 8, 8);
+    } else if (size >= 4) {
+      std::memcpy(to, from, 4);
+      std::memcpy(to + size - 4, from + size - 4, 4);
+    } else {
+      for (std::size_t i = 0; i < size; ++i) to[i] = from[i];
+    }
+  }
 
   char first_[1024];
   std::string heap_;
