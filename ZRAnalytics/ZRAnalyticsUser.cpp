@@ -40,6 +40,11 @@ void onAttributeQueue(const char* operation, Work work) {
   });
 }
 
+// After an identifier was set: an opt-out or a disabling that came meanwhile may have forgotten the user before.
+void forgetUserIfOptedOut() {
+  if (ZRAnalyticsUtils::isOptedOut()) ZRUserAttributesHandler::sharedHandler().forgetUser();
+}
+
 }  // namespace
 
 void ZRAnalytics::setUserAttributeForKey(const Value& value, const Value& key) {
@@ -47,6 +52,7 @@ void ZRAnalytics::setUserAttributeForKey(const Value& value, const Value& key) {
     ZRUserAttributesHandler& handler = ZRUserAttributesHandler::sharedHandler();
     if (key == Value(USER_ATTRIBUTE_UNIQUE_ID)) {
       handler.setUserAttributeUniqueID(value);
+      forgetUserIfOptedOut();
     } else if (handler.setUserAttributeValueWithNameCheckStorage(value, key, true)) {
       logLine("UserAttribute %@ tracked with Value %@", {key, value});
     } else {
@@ -87,6 +93,7 @@ void ZRAnalytics::setAlias(const Value& uniqueID) {
   guarded({kFile, "setAlias"}, "exception : %@", [&] {
     if (!ZRAnalyticsUtils::shouldTrackUserAttribute()) return;
     ZRUserAttributesHandler::sharedHandler().updateUserAttributeUniqueID(uniqueID);
+    forgetUserIfOptedOut();
   });
 }
 

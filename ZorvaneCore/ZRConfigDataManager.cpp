@@ -35,7 +35,7 @@ bool ZRConfigDataManager::isAccountActive() const {
   return CoreState::shared().isAccountActive();
 }
 bool ZRConfigDataManager::isDataTrackingEnabled() const {
-  return configuration()->data_tracking_enabled && !CoreState::shared().choice(kChoiceDataTrackingOptedOut);
+  return configuration()->data_tracking_enabled && !isDataTrackingOptedOut();
 }
 bool ZRConfigDataManager::isIDFVTrackingEnabled() const {
   return configuration()->idfv_tracking_enabled && !CoreState::shared().sdkConfiguration().optOutIDFVTracking();
@@ -95,6 +95,9 @@ Array ZRConfigDataManager::getSourceExtraKeys() const {
   return Array(current->source_extra_keys.begin(), current->source_extra_keys.end());
 }
 
+bool ZRConfigDataManager::isDataTrackingOptedOut() const {
+  return CoreState::shared().choice(kChoiceDataTrackingOptedOut);
+}
 void ZRConfigDataManager::setDataTrackingOptedOut(bool optedOut) {
   CoreState::shared().setChoice(kChoiceDataTrackingOptedOut, optedOut);
 }

@@ -50,7 +50,8 @@ class ZRConfigDataManager {
   // Texts.
   Array getSourceExtraKeys() const;
 
-  // Kept over restarts.
+  // The application's choice, kept over restarts.
+  bool isDataTrackingOptedOut() const;
   void setDataTrackingOptedOut(bool optedOut);
 };
 

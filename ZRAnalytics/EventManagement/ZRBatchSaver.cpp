@@ -1,6 +1,7 @@
 #include "ZRAnalytics/EventManagement/ZRBatchSaver.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -53,14 +54,22 @@ bool ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes
   {
     const ZRTurn::Scope closeTurn(closeTurn_);
     std::list<ClosedBatch> batches = takeClosed();
-    for (ClosedBatch& batch : batches) {
-      std::erase_if(batch.events, [&passes](const Value& record) { return !passes(record); });
-    }
-    std::erase_if(batches, [](const ClosedBatch& batch) { return batch.events.empty(); });
-    {
+    const auto giveBack = [&] {
       platform::MutexLock lock(mutex_);
       closed_.splice(closed_.begin(), batches);
+    };
+    try {
+      for (ClosedBatch& batch : batches) {
+        Array kept;
+        std::copy_if(batch.events.begin(), batch.events.end(), std::back_inserter(kept), passes);
+        batch.events = std::move(kept);
+      }
+    } catch (...) {
+      giveBack();
+      throw;
     }
+    std::erase_if(batches, [](const ClosedBatch& batch) { return batch.events.empty(); });
+    giveBack();
     current_.keepIf(passes);
   }
   const ZRBatchFile::Outcome outcome = file_.keepIf(passes);

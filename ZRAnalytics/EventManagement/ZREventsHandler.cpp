@@ -40,10 +40,6 @@ std::string inDocuments(std::string_view fileName) {
   return platform::joinPath(ZRCoreUtils::getDocumentsDirectoryPath(), fileName);
 }
 
-bool isOptedOut() {
-  return !ZRCoreUtils::isSDKEnabled() || !ZRConfigDataManager::sharedInstance().isDataTrackingEnabled();
-}
-
 bool holds(const Array& names, std::string_view name) {
   return std::any_of(names.begin(), names.end(),
                      [name](const Value& held) { return held.isString() && *held.asString() == name; });
@@ -366,7 +362,7 @@ void ZREventsHandler::dropOptedOutEvents() {
   guarded({kFile, "dropOptedOutEvents"}, "exception is %@", [this] {
     reports_serial_queue_.async([this, generation = currentBatch_.generation()] {
       reports_serial_queue_.assertCurrent();
-      if (dropDisallowed()) dropped_ = std::max(dropped_, generation);
+      if (ZRAnalyticsUtils::isOptedOut() && dropDisallowed()) dropped_ = std::max(dropped_, generation);
     });
   });
 }
@@ -374,7 +370,7 @@ void ZREventsHandler::dropOptedOutEvents() {
 // The choice is in effect before it is on the disk, and only then dropOptedOutEvents is called.
 bool ZREventsHandler::dropBeforeSync() {
   const std::uint64_t generation = currentBatch_.generation();
-  if (generation == dropped_ || !isOptedOut()) return true;
+  if (generation == dropped_ || !ZRAnalyticsUtils::isOptedOut()) return true;
   if (!dropDisallowed()) return false;
   dropped_ = generation;
   return true;

@@ -8,6 +8,7 @@
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/DeviceAttribute/ZRDeviceAttributesHandler.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/Utils/ZRAnalyticsUtils.h"
 #include "ZRAnalytics/Utils/ZRArchiving.h"
 #include "ZRAnalytics/Utils/ZRDefaults.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
@@ -96,7 +97,7 @@ bool ZRUserAttributesHandler::setUserAttributeValueWithNameCheckStorage(const Va
       }
       if (!isAllowed()) {
         // An opt-out came meanwhile. It may have emptied the cache before.
-        if (userAttributeData() == data) forgetUser();
+        if (ZRAnalyticsUtils::isOptedOut() && userAttributeData() == data) forgetUser();
         return;
       }
       logLine("User Attribute(%@) updated to value(%@)", {name, value});

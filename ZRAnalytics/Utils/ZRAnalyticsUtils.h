@@ -44,6 +44,11 @@ class ZRAnalyticsUtils {
   static bool areGatesOpen() {
     return ZRConfigDataManager::sharedInstance().isAccountActive() && ZRCoreUtils::isSDKEnabled();
   }
+  // Whether the user or the application wants no data kept: opted out of data tracking, or the SDK disabled. False when
+  // only the service switched data tracking off.
+  static bool isOptedOut() {
+    return !ZRCoreUtils::isSDKEnabled() || ZRConfigDataManager::sharedInstance().isDataTrackingOptedOut();
+  }
   // Whether the account is active, data tracking enabled and the SDK enabled.
   static bool shouldTrackUserAttribute();
 };

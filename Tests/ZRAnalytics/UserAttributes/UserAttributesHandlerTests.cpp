@@ -322,6 +322,19 @@ TEST_F(UserAttributesHandlerTest, LaterChoiceReplacesTheStoredIdentifierOfAnInte
     facade().optOutOfDataTracking(false);
   });
   nextLaunch(Value());
+
+  inEarlierLaunch([&] {
+    startWithSession();
+    handler().setUserAttributeUniqueID("a");
+    settle();
+    log_->onMessage = [](const std::string& message) {
+      if (message.find("Force Logout Initiated") == 0) facade().optOutOfDataTracking(true);
+    };
+    facade().setUserAttributeForKey("b", USER_ATTRIBUTE_UNIQUE_ID);
+    settle();
+    facade().optOutOfDataTracking(false);
+  });
+  nextLaunch(Value());
 }
 
 TEST_F(UserAttributesHandlerTest, RemovedStoredIdentifierIsNotLost) {
