@@ -34,21 +34,10 @@ std::size_t unsavedEvents(Runtime& runtime) {
   return ZREventsHandler::sharedInstance().viewsInfoArray().value_or(Array()).size();
 }
 
-bool isOnTerminal() {
-  return ::isatty(STDERR_FILENO) == 1;
-}
-
-// On a terminal, reportRun() says what was not saved.
-void reportInterruption(Runtime& runtime, std::int64_t line) {
-  std::fprintf(stderr, "zrhost: ended by Ctrl-C after line %" PRId64, line);
-  if (!isOnTerminal()) std::fprintf(stderr, "; events that were not saved: %zu", unsavedEvents(runtime));
-  std::fputc('\n', stderr);
-}
-
 // What was neither saved nor sent; empty: nothing.
-std::string leftAtTheEnd(Runtime& runtime, bool countsUnsaved) {
+std::string leftAtTheEnd(Runtime& runtime) {
   const auto saved = runtime.savedBatches();
-  const std::size_t unsaved = countsUnsaved ? unsavedEvents(runtime) : 0;
+  const std::size_t unsaved = unsavedEvents(runtime);
   std::string left;
   if (!saved) left = "a batch file that cannot be read";
   if (saved.value_or(0) > 0) left = "batches in the file: " + std::to_string(*saved);
@@ -56,12 +45,11 @@ std::string leftAtTheEnd(Runtime& runtime, bool countsUnsaved) {
   return left;
 }
 
-// On a terminal, what was sent and what is left; elsewhere what is left, if anything went wrong. After an interruption
-// reportInterruption() has said there what was not saved.
-void reportRun(Runtime& runtime, bool wentWrong, bool interrupted) {
-  const bool isTerminal = isOnTerminal();
+// On a terminal, what was sent and what is left; elsewhere what is left, if anything went wrong.
+void reportRun(Runtime& runtime, bool wentWrong) {
+  const bool isTerminal = ::isatty(STDERR_FILENO) == 1;
   if (!isTerminal && !wentWrong) return;
-  const std::string left = leftAtTheEnd(runtime, isTerminal || !interrupted);
+  const std::string left = leftAtTheEnd(runtime);
   if (!isTerminal) {
     if (!left.empty()) std::fprintf(stderr, "zrhost: left: %s\n", left.c_str());
     return;
@@ -114,7 +102,7 @@ int playScript(Runtime& runtime, LineReader& script, bool quiet, bool strict) {
   failWhere(runtime.trace().failed(), "the trace");
   reportRequests(runtime.transport().counts());
   const bool interrupted = isInterrupted();
-  if (interrupted) reportInterruption(runtime, number);
+  if (interrupted) std::fprintf(stderr, "zrhost: ended by Ctrl-C after line %" PRId64 "\n", number);
   if (strict && status == kStatusPlayed) {
     const std::size_t unsent = runtime.refusedUnsentBatches();
     if (unsent > 0) {
@@ -122,7 +110,7 @@ int playScript(Runtime& runtime, LineReader& script, bool quiet, bool strict) {
       status = kStatusUnsent;
     }
   }
-  reportRun(runtime, status != kStatusPlayed || interrupted || runtime.anythingFailed(), interrupted);
+  reportRun(runtime, status != kStatusPlayed || interrupted || runtime.anythingFailed());
   return status;
 }
 
