@@ -441,7 +441,7 @@ typedef struct zr_attribute {
 } zr_attribute;
 
 /* Records the event and returns; no I/O, no wait. properties may be NULL. The handle may be used again and changed
- * afterwards; this event keeps what it held. Two events of one thread may be recorded in either order. */
+ * afterwards; this event keeps what it held. Events of one thread are recorded in the order of the calls. */
 ZR_API zr_status zr_track(const char* name, size_t name_length, const zr_properties* properties);
 /* The same without a handle, but of attributes with one name only the last counts, of dates and locations, too.
  * attribute_size is sizeof(zr_attribute). If one attribute is wrong, the event is not tracked. attributes may be NULL

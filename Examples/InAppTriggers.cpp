@@ -71,7 +71,7 @@ class InAppModule final : public ZREventTriggerDelegate {
 
 void track(std::string_view name, std::shared_ptr<const ZRProperties> properties) {
   ZRAnalytics::sharedInstance().trackEventWithProperties(name, std::move(properties));
-  // Events of one thread may overtake each other. Waiting fixes the order of the output; an application need not wait.
+  // Until the event's messages are printed: the program's end would cut them off. An application need not wait.
   platform::hostServices().scheduler->waitUntilIdle();
 }
 

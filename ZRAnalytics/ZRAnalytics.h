@@ -43,8 +43,9 @@ class ZR_PUBLIC ZRAnalytics final : public ZRAppIDUpdateDelegate {
 
   // --- Events
 
-  // Records the event and returns; it is sent with its batch. The name must be text, the properties may be null. Two
-  // events of one thread may be recorded in either order. Gates: account, SDK.
+  // Records the event and returns; it is sent with its batch. The name must be text, the properties may be null. Events
+  // of one thread are recorded in the order of the calls; a host's own scheduler must implement asyncSoon of its global
+  // queues as Platform/Dispatch/Queue.h says. Gates: account, SDK.
   void trackEventWithProperties(Value name, std::shared_ptr<const ZRProperties> properties);
   // The same with what the builder holds now; a null builder means no properties.
   void trackEventBuilderPayload(const Value& name, const std::shared_ptr<const ZRPayloadBuilder>& builder);

@@ -206,7 +206,7 @@ namespace Zorvane
             Library.Check(Native.zr_track_plain(utf8.Bytes, utf8.Length, IntPtr.Zero));
         }
 
-        /// <summary>Records an event. Two events of one thread may be recorded in either order.</summary>
+        /// <summary>Records an event. Events of one thread are recorded in the order of the calls.</summary>
         public void Track(string name, Properties properties)
         {
             var utf8 = new Utf8(name);

@@ -178,7 +178,7 @@ public final class Analytics implements AutoCloseable {
   }
 
   /**
-   * Records an event. Two events of one thread may be recorded in either order.
+   * Records an event. Events of one thread are recorded in the order of the calls.
    *
    * @param name of the event
    * @param properties its attributes
