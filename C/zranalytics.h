@@ -498,7 +498,8 @@ ZR_API zr_status zr_init_new_user(void);
 
 /* Opting out deletes stored events and cached attributes and stops all events but the excepted ones. */
 ZR_API zr_status zr_opt_out_of_data_tracking(int opt_out);
-/* The vendor identifier, the advertising identifier: opting out keeps them out of requests. */
+/* The vendor identifier, the advertising identifier: opting out keeps them out of later registrations and attributes.
+ * Attributes that were tracked before still go with their batch. */
 ZR_API zr_status zr_opt_out_of_idfv_tracking(int opt_out);
 ZR_API zr_status zr_opt_out_of_idfa_tracking(int opt_out);
 /* A list of strings: events that are tracked even while data tracking is opted out. Not kept over restarts. */

@@ -86,8 +86,8 @@ class ZR_PUBLIC ZRAnalytics final : public ZRAppIDUpdateDelegate {
   // Opting out deletes stored events and cached attributes and stops all events but the excepted ones. Each change
   // registers the device anew; opting back in also sends the device attributes again. Gate: account.
   void optOutOfDataTracking(bool optOut);
-  // Opting out keeps the vendor identifier (IDFV) or the advertising identifier (IDFA) out of requests; opting back in
-  // sends it again. No gate.
+  // Opting out keeps the vendor identifier (IDFV) or the advertising identifier (IDFA) out of later registrations and
+  // attributes; attributes that were tracked before still go with their batch. Opting back in sends it again. No gate.
   void optOutOfIDFVTracking(bool optOut);
   void optOutOfIDFATracking(bool optOut);
   // Adds names of events that are tracked even while data tracking is opted out. Not kept over restarts. No gate.

@@ -287,11 +287,13 @@ namespace Zorvane
         public void OptOutOfDataTracking(bool optOut) =>
             Library.Check(Native.zr_opt_out_of_data_tracking(optOut ? 1 : 0));
 
-        /// <summary>Opting out keeps the vendor identifier out of requests.</summary>
+        /// <summary>Opting out keeps the vendor identifier out of later registrations and
+        /// attributes.</summary>
         public void OptOutOfIdfvTracking(bool optOut) =>
             Library.Check(Native.zr_opt_out_of_idfv_tracking(optOut ? 1 : 0));
 
-        /// <summary>Opting out keeps the advertising identifier out of requests.</summary>
+        /// <summary>Opting out keeps the advertising identifier out of later registrations and
+        /// attributes.</summary>
         public void OptOutOfIdfaTracking(bool optOut) =>
             Library.Check(Native.zr_opt_out_of_idfa_tracking(optOut ? 1 : 0));
 

@@ -345,7 +345,7 @@ public final class Analytics implements AutoCloseable {
   }
 
   /**
-   * Opting out keeps the vendor identifier out of requests.
+   * Opting out keeps the vendor identifier out of later registrations and attributes.
    *
    * @param optOut false: opt in again
    */
@@ -354,7 +354,7 @@ public final class Analytics implements AutoCloseable {
   }
 
   /**
-   * Opting out keeps the advertising identifier out of requests.
+   * Opting out keeps the advertising identifier out of later registrations and attributes.
    *
    * @param optOut false: opt in again
    */
