@@ -460,7 +460,7 @@ ZR_API zr_status zr_track_builder(const char* name, size_t name_length, const zr
 ZR_API zr_status zr_flush(zr_completion completion, void* data, zr_release release);
 /* Stops the flush timer; kept over restarts. Waits for the main thread. */
 ZR_API zr_status zr_disable_periodic_flush(void);
-/* Seconds; ignored unless above the remote minimum. Kept over restarts. Waits for the main thread. */
+/* Seconds; ignored unless above the remote minimum. Kept over restarts. */
 ZR_API zr_status zr_set_flush_interval(int64_t seconds);
 
 /* ---- The user
@@ -507,7 +507,8 @@ ZR_API zr_status zr_update_opt_out_events(const zr_value* names);
 /* A push consent attribute; sent at each call. The key "ZORVANE_PUSH_OPTED_OUT" is sent even while data tracking is
  * opted out. */
 ZR_API zr_status zr_set_push_consent(const char* key, size_t key_length, const zr_value* value);
-/* Kept over restarts. Disabling deletes stored events, cached attributes and the session; enabling begins a session. */
+/* Kept over restarts. Disabling deletes stored events, cached attributes and the session, and waits for the main thread.
+ * Enabling begins a session. */
 ZR_API zr_status zr_set_sdk_enabled(int enabled);
 
 /* ---- Device and installation. zr_start does most of this. */

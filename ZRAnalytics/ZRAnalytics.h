@@ -125,7 +125,7 @@ class ZR_PUBLIC ZRAnalytics final : public ZRAppIDUpdateDelegate {
   void flushWithCompletionBlock(std::function<void(bool success)> completion);
   // The same without a completion.
   void syncNow();
-  // Stops the flush timer; kept over restarts.
+  // Stops the flush timer; kept over restarts. Waits for the main thread.
   void disablePeriodicFlush();
   // Seconds; ignored unless above the remote minimum. Kept over restarts.
   void setFlushInterval(std::int64_t seconds);
@@ -154,7 +154,8 @@ class ZR_PUBLIC ZRAnalytics final : public ZRAppIDUpdateDelegate {
   // queue (a global queue while the SDK is disabled). Gate: account.
   void appIDChangeHandledWithCompletionBlock(std::function<void()> completion) override;
   // The SDK was enabled or disabled. Disabled: deletes stored events, cached attributes, the saved advertising
-  // identifier and the session, and disables the periodic flush. Enabled: begins a new session. No gate.
+  // identifier and the session, and disables the periodic flush, for which it waits for the main thread. Enabled:
+  // begins a new session. No gate.
   void zorvaneSDKStateUpdated();
   // Called at the start. Stores a changed SDK version; if none was stored, calls trackReinstall. No gate.
   void trackSDKVersion();

@@ -229,7 +229,7 @@ namespace Zorvane
         public void DisablePeriodicFlush() => Library.Check(Native.zr_disable_periodic_flush());
 
         /// <summary>Sets the interval of the flush timer, in whole seconds; ignored unless above the remote
-        /// minimum. Kept over restarts. Waits for the main thread.</summary>
+        /// minimum. Kept over restarts.</summary>
         public void SetFlushInterval(TimeSpan interval) =>
             Library.Check(Native.zr_set_flush_interval((long)interval.TotalSeconds));
 
@@ -315,8 +315,8 @@ namespace Zorvane
             }
         }
 
-        /// <summary>Disabling deletes stored events, cached attributes and the session; enabling begins a
-        /// session.</summary>
+        /// <summary>Disabling deletes stored events, cached attributes and the session, and waits for the
+        /// main thread. Enabling begins a session.</summary>
         public void SetSdkEnabled(bool enabled) => Library.Check(Native.zr_set_sdk_enabled(enabled ? 1 : 0));
 
         // Device and installation. The start does most of this.

@@ -220,7 +220,7 @@ public final class Analytics implements AutoCloseable {
   }
 
   /**
-   * Sets the interval of the flush timer; kept over restarts. Waits for the main thread.
+   * Sets the interval of the flush timer; kept over restarts.
    *
    * @param interval whole seconds; ignored unless above the remote minimum
    */
@@ -392,7 +392,8 @@ public final class Analytics implements AutoCloseable {
   }
 
   /**
-   * Disabling deletes stored events, cached attributes and the session; enabling begins a session.
+   * Disabling deletes stored events, cached attributes and the session, and waits for the main thread. Enabling begins
+   * a session.
    *
    * @param enabled true at first
    */
