@@ -76,7 +76,7 @@ namespace Zorvane
     /// </summary>
     public sealed class AnalyticsOptions
     {
-        /// <summary>The collection service's base URL, without a trailing slash. Null: nothing is sent.</summary>
+        /// <summary>The collection service's base URL; slashes at its end are dropped. Null: nothing is sent.</summary>
         public string Endpoint { get; set; }
 
         /// <summary>The application's identifier. Null: nothing is sent.</summary>

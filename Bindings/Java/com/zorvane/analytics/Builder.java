@@ -33,7 +33,7 @@ public final class Builder {
   /**
    * Sets the collection service. Without it, nothing is sent.
    *
-   * @param url its base URL, without a trailing slash
+   * @param url its base URL; slashes at its end are dropped
    * @return this
    */
   public Builder endpoint(String url) {
