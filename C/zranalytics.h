@@ -291,7 +291,7 @@ ZR_API zr_status zr_options_set_transport(zr_options* options, zr_transport send
 
 /* Valid until zr_request_respond. length may be NULL. */
 ZR_API const char* zr_request_url(const zr_request* request, size_t* length);
-/* Headers beside the content type, which the host sets to "application/json". NULL beyond the last. */
+/* Headers beside the content type, which the host sets to "application/json; charset=utf-8". NULL beyond the last. */
 ZR_API const char* zr_request_header_name(const zr_request* request, size_t index);
 ZR_API const char* zr_request_header_value(const zr_request* request, size_t index);
 /* Made by the first call: call it just before sending. NULL after an error. */

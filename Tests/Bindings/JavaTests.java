@@ -41,7 +41,7 @@ final class JavaTests {
   }
 
   private static void accept(Request request) {
-    same("application/json", request.headers().get("Content-Type"));
+    same("application/json; charset=utf-8", request.headers().get("Content-Type"));
     bodies.add(new String(request.body(), StandardCharsets.UTF_8));
     throwsA(NullPointerException.class, () -> request.respond(200, null));
     request.respond(200, "{}".getBytes(StandardCharsets.UTF_8));

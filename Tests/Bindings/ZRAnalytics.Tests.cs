@@ -35,7 +35,7 @@ internal static class Tests
 
     private static void Accept(Request request)
     {
-        Same("application/json", request.Headers["Content-Type"]);
+        Same("application/json; charset=utf-8", request.Headers["Content-Type"]);
         bodies.Enqueue(Encoding.UTF8.GetString(request.GetBody()));
         request.Respond(200, new byte[0]);
         try

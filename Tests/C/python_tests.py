@@ -36,7 +36,7 @@ class Service:
         self.bodies = []
 
     def __call__(self, request):
-        assert request.headers["Content-Type"] == "application/json"
+        assert request.headers["Content-Type"] == "application/json; charset=utf-8"
         self.bodies.append(json.loads(request.body))
         for wrong in ((200, "text"), ("200",), (0, b"", 1)):
             with contextlib.suppress(TypeError, AttributeError):

@@ -16,7 +16,7 @@ namespace Zorvane
         {
             handle = new RequestHandle(request);
             Url = Library.TextOf(Native.zr_request_url(request, out UIntPtr length), length);
-            var headers = new Dictionary<string, string> { { "Content-Type", "application/json" } };
+            var headers = new Dictionary<string, string> { { "Content-Type", "application/json; charset=utf-8" } };
             for (uint i = 0; ; ++i)
             {
                 IntPtr name = Native.zr_request_header_name(request, (UIntPtr)i);

@@ -219,7 +219,7 @@ class Request:
     def __init__(self, pointer):
         self._pointer = pointer
         self.url = ctypes.string_at(_request_url(pointer, None)).decode()
-        self.headers = {"Content-Type": "application/json"}
+        self.headers = {"Content-Type": "application/json; charset=utf-8"}
         for index in itertools.count():
             name = _c.zr_request_header_name(pointer, index)
             if name is None:

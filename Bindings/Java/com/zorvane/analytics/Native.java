@@ -192,7 +192,7 @@ final class Native {
   static void send(Object transport, long handle, byte[] url, byte[] headers) {
     @SuppressWarnings({"unchecked", "rawtypes"})
     Map<String, String> texts = (Map) Values.decodeMap(headers);
-    texts.put("Content-Type", "application/json");
+    texts.put("Content-Type", "application/json; charset=utf-8");
     Request request = new Request(handle, Values.text(url), texts);
     run(
         () -> {
