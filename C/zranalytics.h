@@ -507,8 +507,8 @@ ZR_API zr_status zr_update_opt_out_events(const zr_value* names);
 /* A push consent attribute; sent at each call. The key "ZORVANE_PUSH_OPTED_OUT" is sent even while data tracking is
  * opted out. */
 ZR_API zr_status zr_set_push_consent(const char* key, size_t key_length, const zr_value* value);
-/* Kept over restarts. Disabling deletes stored events, cached attributes and the session, and waits for the main thread.
- * Enabling begins a session. */
+/* Kept over restarts. Disabling deletes stored events, cached attributes and the session, and waits for the main
+ * thread. Enabling begins a session. */
 ZR_API zr_status zr_set_sdk_enabled(int enabled);
 
 /* ---- Device and installation. zr_start does most of this. */
