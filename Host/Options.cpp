@@ -51,7 +51,7 @@ std::string helpFooter() {
          "\n"
          "Exit status: 0 the script was played, 1 it could not be played to its end, 2 wrong usage, 3 a line is not "
          "an\n"
-         "action, 4 with --strict: a batch was refused and is still unsent.\n"
+         "action, 4 with --strict: a batch was refused or could not be sent.\n"
          "\n"
          "Example, with a zrcollector that listens on port 8080:\n"
          "  printf '%s\\n' '{\"do\": \"launch\"}' '{\"do\": \"track\", \"event\": \"Hello\"}' '{\"do\": \"flush\"}' |\n"
@@ -119,7 +119,8 @@ Options parseOptions(const std::vector<std::string>& arguments) {
       ->type_name("TIME")
       ->check(checkTime);
   line.add_flag("--journal", options.journal, "an event that was tracked outlives a kill: a file of 1 MiB keeps it");
-  line.add_flag("--strict", options.strict, "exit status 4 if a batch was refused and is still unsent at the end");
+  line.add_flag("--strict", options.strict,
+                "exit status 4 if the service refused or did not get a batch, and it is still unsent at the end");
   line.add_flag("--quiet", options.quiet, "no \"done\" lines");
   line.add_option("SCRIPT", options.script, "a file of JSON lines, one action each; \"-\" or none: standard input")
       ->option_text(" ")

@@ -106,7 +106,7 @@ int playScript(Runtime& runtime, LineReader& script, bool quiet, bool strict) {
   if (strict && status == kStatusPlayed) {
     const std::size_t unsent = runtime.refusedUnsentBatches();
     if (unsent > 0) {
-      std::fprintf(stderr, "zrhost: batches that were refused and are still unsent: %zu\n", unsent);
+      std::fprintf(stderr, "zrhost: batches that were not accepted and are still unsent: %zu\n", unsent);
       status = kStatusUnsent;
     }
   }

@@ -11,7 +11,7 @@ inline constexpr int kStatusPlayed = 0;
 inline constexpr int kStatusFailed = 1;
 inline constexpr int kStatusWrongUsage = 2;
 inline constexpr int kStatusNotAnAction = 3;
-// Only when it is asked for: the script was played, and the batch of a refused request is still unsent.
+// Only when it is asked for: the script was played, and the batch of a refused or failed request is still unsent.
 inline constexpr int kStatusUnsent = 4;
 
 // Plays on the calling thread, which must not be the main thread or a queue's. Ctrl-C ends the script after the current
