@@ -2,15 +2,16 @@
 
 import pathlib
 import subprocess
+import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+BENCHMARKS = ["-DZR_BUILD_BENCHMARKS=ON"]
 
 
-def build(preset, *targets):
-    """Returns the preset's folder."""
+def build(preset, *targets, options=()):
+    """Returns the preset's folder. options: of cmake."""
     command = f'source "{ROOT}/scripts/common.sh"; build "$@"'
-    script = ROOT / "scripts" / "bench"
-    subprocess.run(["bash", "-c", command, script, preset, "-DZR_BUILD_BENCHMARKS=ON", *targets], check=True)
+    subprocess.run(["bash", "-c", command, sys.argv[0], preset, *options, *targets], check=True)
     return ROOT / "build" / preset
 
 
