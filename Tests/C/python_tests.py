@@ -127,6 +127,11 @@ class PythonTests(unittest.TestCase):
             cancelled = analytics.flush()
             cancelled.cancel()
             analytics.update_sources([Source.from_map({"utm_source": "mail"})])
+            self.assertTrue(Source.from_map({"utm_source": "mail"}).is_valid)
+            self.assertFalse(Source.from_map({"other": "mail"}).is_valid)
+            analytics.session_started()
+            analytics.init_new_user()
+            self.assertTrue(Analytics.has_http())
             for refused, status in ((lambda: analytics.set_user_attribute("a", [1]), Status.ARGUMENT),
                                     (lambda: analytics.update_remote_configuration({"a": 1}), Status.CONFIGURATION),
                                     (lambda: Condition("{"), Status.JSON),
@@ -149,6 +154,10 @@ class PythonTests(unittest.TestCase):
         self.assertEqual(event["EVENT_ATTRS_CUST"], {"timestamp": [{"date": moment.timestamp() * 1000}],
                                                      "location": [{"place": "1.000000,2.000000"}]})
         self.assertTrue(event["EVENT_L_TIME"].endswith("+0100"))
+        starts = [event for event in service.events() if event["EVENT_ACTION"] == "EVENT_ACTION_IOS_SESSION_START"]
+        self.assertEqual(len(starts), 2)
+        # Of the start, the reset and the new user.
+        self.assertEqual(sum("viewsInfo" not in body for body in service.bodies), 3)
         sent = json.dumps(service.bodies)
         self.assertIn('{"LOCALE_COUNTRY": "AT"}', sent)
         self.assertIn('{"ADVERTISING_IDENTIFIER": "AD"}', sent)

@@ -82,7 +82,7 @@ class Analytics:
 
     Callbacks, all on any thread; None has a portable default:
     log: True for standard error, or a function of the line; it must not call this object.
-    transport: a function of a Request; default HTTP, where the library has libcurl.
+    transport: a function of a Request; default HTTP of the library, if has_http().
     main_loop: an object with post(task), where the task is callable, and is_main_thread().
     background_tasks: an object with begin(number, name) and end(number).
     locale: a function of a LocaleQuestion's number and its argument; returns text or None.
@@ -151,6 +151,11 @@ class Analytics:
         except AnalyticsError:
             pass
 
+    @staticmethod
+    def has_http():
+        """Whether the library sends requests by itself. If not, give a transport."""
+        return bool(_has_http())
+
     # --- Events
 
     def track(self, name, properties=None):
@@ -208,6 +213,10 @@ class Analytics:
     def reset_user(self):
         """Logs the user out and begins the next. True: requests were made and all accepted."""
         return _future(_reset_user)
+
+    def init_new_user(self):
+        """The second part of a reset, for a host that begins a new user itself."""
+        _init_new_user()
 
     def set_user_attribute(self, key, value):
         """A str, bool, int, float, datetime or Location."""
@@ -328,6 +337,10 @@ class Analytics:
     def update_modules(self):
         _update_modules()
 
+    def session_started(self):
+        """Tracks the session's start; the lifecycle does."""
+        _session_started()
+
 
 _options_new = lib.make("zr_options_new")
 _set_endpoint = lib.call("zr_options_set_endpoint", "pt")
@@ -348,6 +361,7 @@ _event_record = lib.make("zr_event_record", "tp")
 _login = lib.call("zr_login", "t")
 _set_alias = lib.call("zr_set_alias", "t")
 _reset_user = lib.call("zr_reset_user", "c")
+_init_new_user = lib.call("zr_init_new_user")
 _set_user_attribute = lib.call("zr_set_user_attribute", "tp")
 _set_user_attribute_date = lib.call("zr_set_user_attribute_date", "td")
 _set_user_attribute_location = lib.call("zr_set_user_attribute_location", "tdd")
@@ -379,3 +393,5 @@ _copy_configuration = lib.make("zr_copy_configuration", "p")
 _update_remote_configuration = lib.call("zr_update_remote_configuration", "t")
 _set_app_id = lib.call("zr_set_app_id", "tc")
 _update_modules = lib.call("zr_update_modules")
+_session_started = lib.call("zr_session_started")
+_has_http = lib.ask("zr_has_http")

@@ -94,6 +94,11 @@ def find(name, arguments=""):
     return _prepared(name, arguments, c_void_p, None)
 
 
+def ask(name, arguments=""):
+    """The function of that name, which returns an int that is no status."""
+    return _prepared(name, arguments, c_int, None)
+
+
 def text(value):
     """The two arguments of a text."""
     encoded = value.encode()

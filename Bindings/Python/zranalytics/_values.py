@@ -36,6 +36,7 @@ _append = lib.call("zr_value_append", "pp")
 _set = lib.call("zr_value_set", "ptp")
 _properties_from_map = lib.make("zr_properties_from_map", "p")
 _set_non_interactive = lib.call("zr_properties_set_non_interactive", "pi")
+_source_is_valid = lib.ask("zr_source_is_valid", "p")
 
 
 def seconds(moment):
@@ -130,6 +131,11 @@ class Source(lib.Handle):
     @classmethod
     def from_map(cls, names):
         return cls(cls._of_map(value_of(names)), "source")
+
+    @property
+    def is_valid(self):
+        """Whether it names a source."""
+        return bool(_source_is_valid(self))
 
 
 class Condition(lib.Handle):
