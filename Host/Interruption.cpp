@@ -29,6 +29,9 @@ void onInterruption(int /*signal*/) {
 }  // namespace
 
 void noteInterruption() {
+  struct sigaction old {};
+  // A shell that starts the program in the background lets it ignore Ctrl-C.
+  if (::sigaction(SIGINT, nullptr, &old) != 0 || old.sa_handler == SIG_IGN) return;
   if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return;
   struct sigaction action {};
   action.sa_handler = onInterruption;

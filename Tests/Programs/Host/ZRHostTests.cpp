@@ -224,6 +224,7 @@ TEST_F(ZRHost, CrashKeepsWhatWasSaved) {
 }
 
 TEST_F(ZRHost, CtrlCEndsTheScriptAsItsEndDoes) {
+  ::signal(SIGINT, SIG_DFL);  // also if the tests run in the background
   // The second script sleeps in real time when the signal comes.
   for (const char* last : {R"({"do": "print", "what": "config"})", R"({"do": "wait", "seconds": 100000})"}) {
     std::vector<std::string> all = arguments();
@@ -240,6 +241,19 @@ TEST_F(ZRHost, CtrlCEndsTheScriptAsItsEndDoes) {
     EXPECT_THAT(result.errors, HasSubstr("zrhost: left: events not saved: 2\n"));
     EXPECT_TRUE(service_.bodies().empty());
   }
+}
+
+TEST_F(ZRHost, CtrlCStaysIgnoredInTheBackground) {
+  ::signal(SIGINT, SIG_IGN);
+  HostProcess host(arguments(), directory_.file("stderr"));
+  for (int line = 1; line <= 2; ++line) {
+    host.write(R"({"do": "launch"})");
+    EXPECT_EQ(host.readLine().at("done"), line);
+    host.interrupt();
+  }
+  const HostResult result = host.finish();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.errors, Not(HasSubstr("Ctrl-C")));
 }
 
 TEST_F(ZRHost, DefaultsShowGroupsOfAnyName) {
