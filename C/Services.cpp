@@ -204,9 +204,14 @@ void HostApplication::expire(platform::BackgroundTaskId id) {
   {
     platform::MutexLock lock(mutex_);
     const auto found = tasks_.find(id);
-    if (found != tasks_.end()) expiration = found->second;
+    if (found == tasks_.end()) return;
+    expiration = found->second;
   }
-  if (expiration) onMainThread(std::move(expiration));
+  onMainThread([this, id, run = std::move(expiration)] {
+    // Ends the last task of this name, which may be a later one.
+    run();
+    endBackgroundTask(id);
+  });
 }
 
 void HostApplication::tell(zr_lifecycle_event event) {

@@ -43,7 +43,7 @@ class HostApplication final : public platform::Application {
 
   // Main thread. Changes the state, then posts the notification.
   void tell(zr_lifecycle_event event);
-  // Runs the expiration handler on the main thread, if the task has not ended.
+  // Runs the expiration handler on the main thread and ends the task, unless it has ended.
   void expire(platform::BackgroundTaskId id);
 
  private:

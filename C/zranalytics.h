@@ -322,7 +322,8 @@ ZR_API zr_status zr_task_run(zr_task* task);
 /* On any thread. The module needs time in the background: do not let the system suspend the process before end is
  * called with the same task. Tasks are numbered from 1. name: "ZRVTask", "ZRVDeviceUpdateTask", "bg_zrv_app_exit". */
 typedef void (*zr_begin_background_task)(void* data, uint64_t task, const char* name);
-/* On any thread; once for each task that began, if zr_close does not come first. */
+/* On any thread; at most once for each task that began, and not after zr_close. Of two tasks of one name that overlap,
+ * the earlier may end only when it expires (zr_background_task_expired). */
 typedef void (*zr_end_background_task)(void* data, uint64_t task);
 ZR_API zr_status zr_options_set_background_tasks(zr_options* options, zr_begin_background_task begin,
                                                  zr_end_background_task end, void* data, zr_release release);
@@ -415,7 +416,8 @@ ZR_API zr_status zr_lifecycle(zr_lifecycle_event event);
 ZR_API zr_status zr_enter_foreground(void);
 /* ZR_WILL_RESIGN_ACTIVE and ZR_DID_ENTER_BACKGROUND. */
 ZR_API zr_status zr_enter_background(void);
-/* The time of a background task is nearly up. Saves, ends the task. An unknown or ended task is ignored. */
+/* The time of a background task is nearly up. Ends the task, and the last one of its name. An unknown or ended task is
+ * ignored. */
 ZR_API zr_status zr_background_task_expired(uint64_t task);
 
 /* ---- Events */

@@ -358,6 +358,44 @@ TEST_F(CApi, TheHostsServicesAreAskedAndAllIsReleasedByTheClose) {
   EXPECT_EQ(host_.released, kCallbacks + 5);
 }
 
+// Also if a later one of the same name has begun: the module knows the last one alone.
+TEST_F(CApi, ABackgroundTaskEndsWhenItExpires) {
+  std::mutex mutex;
+  bool isOpen = false;
+  std::vector<zr_request*> held;
+  host_.answer = [&, answer = host_.answer](zr_request* request) {
+    {
+      const std::lock_guard lock(mutex);
+      if (!isOpen) return held.push_back(request);
+    }
+    answer(request);
+  };
+  start();
+  // The registration is not answered, so each time the application leaves the foreground it is repeated.
+  ASSERT_EQ(zr_enter_background(), ZR_OK);
+  ASSERT_EQ(zr_enter_foreground(), ZR_OK);
+  ASSERT_EQ(zr_enter_background(), ZR_OK);
+  ASSERT_EQ(zr_disable_periodic_flush(), ZR_OK);  // waits for the main thread
+  const auto task = [&](std::size_t from) {
+    const std::lock_guard lock(host_.mutex);
+    return std::find(host_.ended.begin() + static_cast<std::ptrdiff_t>(from), host_.ended.end(),
+                     "ZRVDeviceUpdateTask") -
+           host_.ended.begin();
+  };
+  const auto first = static_cast<std::size_t>(task(0));
+  ASSERT_LT(static_cast<std::size_t>(task(first + 1)), host_.ended.size());
+  ASSERT_EQ(zr_background_task_expired(first + 1), ZR_OK);
+  ASSERT_EQ(zr_disable_periodic_flush(), ZR_OK);
+  EXPECT_EQ(host_.ended[first], "ZRVDeviceUpdateTask ended");
+  {
+    const std::lock_guard lock(mutex);
+    isOpen = true;
+  }
+  for (zr_request* const request : held) EXPECT_EQ(zr_request_respond(request, 200, "{}", ZR_NUL, nullptr), ZR_OK);
+  close();
+  EXPECT_EQ(std::count(host_.ended.begin(), host_.ended.end(), "ZRVDeviceUpdateTask ended"), 2);
+}
+
 TEST_F(CApi, ACloseInACallbackIsRefusedAndACallbackThatStillRunsIsTold) {
   struct Blocking {
     std::atomic<bool> blocks{false};

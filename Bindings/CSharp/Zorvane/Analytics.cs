@@ -193,8 +193,8 @@ namespace Zorvane
         /// <summary>WillResignActive and DidEnterBackground, on the main thread.</summary>
         public void EnterBackground() => Library.Check(Native.zr_enter_background());
 
-        /// <summary>The time of a background task is nearly up. Saves, and ends the task. An unknown one is
-        /// ignored.</summary>
+        /// <summary>The time of a background task is nearly up. Ends the task, and the last one of its name. An
+        /// unknown one is ignored.</summary>
         public void BackgroundTaskExpired(ulong task) => Library.Check(Native.zr_background_task_expired(task));
 
         // Events

@@ -158,7 +158,7 @@ public final class Analytics implements AutoCloseable {
   }
 
   /**
-   * The time of a background task is nearly up. Saves, and ends the task.
+   * The time of a background task is nearly up. Ends the task, and the last one of its name.
    *
    * @param task as {@link BackgroundTasks#begin} got it; an unknown one is ignored
    */
