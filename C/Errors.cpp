@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <new>
+#include <utility>
 
 #include "Platform/Text/Utf8.h"
 #include "Platform/Values/Value.h"

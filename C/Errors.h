@@ -1,10 +1,9 @@
 // How the C functions report errors: inside, a Failure is thrown; at the boundary it becomes a status and a message.
 #pragma once
 
-#include <memory>
+#include <cstddef>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "C/zranalytics.h"
 

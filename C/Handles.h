@@ -2,8 +2,10 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <memory>
-#include <string_view>
+#include <optional>
+#include <string>
 
 #include "C/Errors.h"
 #include "Platform/Values/Value.h"

@@ -1,9 +1,7 @@
 // Whether the module runs, and the calls of the host that are under way.
 #pragma once
 
-#include <memory>
-#include <optional>
-#include <string>
+#include <functional>
 
 #include "C/Errors.h"
 #include "C/HostData.h"

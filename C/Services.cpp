@@ -1,8 +1,10 @@
 #include "C/Services.h"
 
-#include <algorithm>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "C/Handles.h"
 #include "C/Module.h"

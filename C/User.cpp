@@ -1,5 +1,3 @@
-#include <utility>
-
 #include "C/Handles.h"
 #include "C/Module.h"
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"

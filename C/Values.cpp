@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "C/Handles.h"
 #include "Platform/Formats/JSON.h"
 #include "ZRAnalytics/Utils/ZRGeoLocation.h"
