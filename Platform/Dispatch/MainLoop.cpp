@@ -58,16 +58,24 @@ void MainLoop::sync(const std::function<void()>& work) {
   const auto self = shared_from_this();
   const auto call = std::make_shared<SyncCall>();
   call->work = &work;
-  const bool pumped = enqueue([this, call] { runSyncCall(*call); });
+  bool pumped = false;
   std::exception_ptr exception;
+  try {
+    pumped = enqueue([this, call] { runSyncCall(*call); });
+  } catch (...) {  // the host's loop did not take it
+    exception = std::current_exception();
+  }
   {
     MutexLock lock(mutex_);
     while (call->state == SyncCall::State::Running ||
            (call->state == SyncCall::State::Waiting && pumped && !stopped_)) {
       syncCallChanged_.wait(mutex_);
     }
-    if (call->state == SyncCall::State::Waiting) call->state = SyncCall::State::GivenUp;
-    exception = std::move(call->exception);
+    if (call->state == SyncCall::State::Waiting) {
+      call->state = SyncCall::State::GivenUp;
+    } else {
+      exception = std::move(call->exception);
+    }
   }
   if (exception) std::rethrow_exception(std::move(exception));
 }

@@ -3,8 +3,10 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <deque>
 #include <functional>
 #include <latch>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -164,6 +166,24 @@ TEST(ThreadScheduler, StoppingTheMainLoopReleasesWhoWaitsForIt) {
   scheduler->waitUntilIdle();
   scheduler->runMainLoop();
   EXPECT_FALSE(ran);
+}
+
+TEST(ThreadScheduler, WorkThatTheHostsLoopDoesNotTakeNeverRuns) {
+  std::deque<Task> posted;
+  bool isBroken = true;
+  MainLoopOptions options;
+  options.isMainThread = [] { return false; };
+  options.postToHostLoop = [&](Task task) {
+    if (isBroken) throw std::runtime_error("the loop has ended");
+    posted.push_back(std::move(task));
+  };
+  const auto scheduler = makeThreadScheduler(std::make_shared<SystemClock>(), options);
+  bool hasRun = false;
+  EXPECT_THROW(scheduler->mainQueue().sync([&hasRun] { hasRun = true; }), std::runtime_error);
+  isBroken = false;
+  for (int i = 0; i < 2; ++i) scheduler->mainQueue().async([] {});
+  for (; !posted.empty(); posted.pop_front()) posted.front()();
+  EXPECT_FALSE(hasRun);
 }
 
 TEST(ThreadScheduler, TimersFireByThemselvesWhereTheClockRuns) {
