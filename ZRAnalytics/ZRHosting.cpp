@@ -4,8 +4,10 @@
 #include <atomic>
 #include <utility>
 
+#include "Platform/Files/DefaultsStore.h"
 #include "Platform/Time/Deadline.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
+#include "ZRAnalytics/Utils/ZRReport.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/RemoteConfiguration.h"
 #include "ZorvaneCore/ZRAppDelegateSwizzler.h"
@@ -14,6 +16,9 @@
 
 namespace zorvane {
 namespace {
+
+constexpr char kFile[] = "ZRHosting";
+constexpr char kException[] = "exception is %@";
 
 using platform::Deadline;
 
@@ -78,8 +83,9 @@ bool isApplicationActive() {
 }
 
 bool isDeviceRegistered() {
-  const Value failed = ZRCoreUtils::getSDKUserDefault().objectForKey(kUserDefaultsKeyHasDeviceAddFailed);
-  return !failed.isNil() && !failed.boolValue();
+  const platform::DefaultsStore& defaults = ZRCoreUtils::getSDKUserDefault();
+  return !defaults.objectForKey(kUserDefaultsKeyHasDeviceAddFailed).isNil() &&
+         !defaults.boolForKey(kUserDefaultsKeyHasDeviceAddFailed);
 }
 
 void startOnMainThread(std::int64_t appStatus) {
@@ -128,7 +134,8 @@ platform::Status startAnalytics(ZRStartOptions options) {
     transportInUse = transport;
   }
   configureCore(std::move(options.core));
-  platform::hostServices().scheduler->mainQueue().sync([&] { startOnMainThread(options.appStatus); });
+  guarded({kFile, "startAnalytics"}, kException,
+          [&] { platform::hostServices().scheduler->mainQueue().sync([&] { startOnMainThread(options.appStatus); }); });
   return platform::Done{};
 }
 
@@ -142,28 +149,32 @@ void openURL(std::optional<URL> url) {
 }
 
 bool endAnalytics(double seconds) {
-  const Deadline deadline(seconds);
-  // A registration that is not answered counts as failed: leaving the foreground would repeat it.
-  settle(Deadline(seconds / 2));
-  platform::hostServices().scheduler->mainQueue().runOrPost([] {
-    if (!isApplicationActive()) return;
-    post(platform::kWillResignActiveNotification);
-    post(platform::kWillTerminateNotification);
+  bool isAllDone = false;
+  guarded({kFile, "endAnalytics"}, kException, [&] {
+    const Deadline deadline(seconds);
+    // A registration that is not answered counts as failed: leaving the foreground would repeat it.
+    settle(Deadline(seconds / 2));
+    platform::hostServices().scheduler->mainQueue().runOrPost([] {
+      if (!isApplicationActive()) return;
+      post(platform::kWillResignActiveNotification);
+      post(platform::kWillTerminateNotification);
+    });
+    bool settled = settle(deadline);
+    ZREventsHandler& events = ZREventsHandler::sharedInstance();
+    events.saveCurrentBatch();
+    const auto allSent = [&events] {
+      const auto batches = events.getBatches();
+      const auto unsaved = events.viewsInfoArray();
+      return batches && batches->empty() && (!unsaved || unsaved->empty());
+    };
+    if (!allSent()) {
+      // Saved since the last sync began, or refused.
+      ZRAnalytics::sharedInstance().syncNow();
+      settled = settle(deadline);
+    }
+    isAllDone = settled && allSent() && isDeviceRegistered();
   });
-  bool settled = settle(deadline);
-  ZREventsHandler& events = ZREventsHandler::sharedInstance();
-  events.saveCurrentBatch();
-  const auto allSent = [&events] {
-    const auto batches = events.getBatches();
-    const auto unsaved = events.viewsInfoArray();
-    return batches && batches->empty() && (!unsaved || unsaved->empty());
-  };
-  if (!allSent()) {
-    // Saved since the last sync began, or refused.
-    ZRAnalytics::sharedInstance().syncNow();
-    settled = settle(deadline);
-  }
-  return settled && allSent() && isDeviceRegistered();
+  return isAllDone;
 }
 
 }  // namespace zorvane
