@@ -4,10 +4,10 @@
 
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <cstdlib>
 #include <deque>
 #include <exception>
+#include <mutex>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -235,7 +235,7 @@ class CurlTransport::Driver {
     }
     completion = nullptr;
     const MutexLock lock(mutex_);
-    if (--outstanding_ == 0) idle_.notify_all();
+    if (--outstanding_ == 0) idle_.notifyAll();
   }
 
   const CurlTransportOptions options_;
@@ -246,7 +246,7 @@ class CurlTransport::Driver {
   std::atomic<bool> exiting_{false};
 
   Mutex mutex_;
-  std::condition_variable_any idle_;
+  platform::Condition idle_;
   std::deque<Waiting> waiting_ ZR_GUARDED_BY(mutex_);
   std::size_t outstanding_ ZR_GUARDED_BY(mutex_) = 0;
 
