@@ -29,13 +29,14 @@ void post(std::string_view notification) {
   platform::hostServices().notificationCenter->post(notification);
 }
 
-// Runs the work of a user-attribute operation on the default global queue, if attributes may be tracked.
+// Runs the work of a user-attribute operation on the default global queue, if attributes may be tracked and the user
+// does not opt out before it runs.
 template <typename Work>
 void onAttributeQueue(const char* operation, Work work) {
   guarded({kFile, operation}, "exception : %@", [&] {
     if (!ZRAnalyticsUtils::shouldTrackUserAttribute()) return;
     globalQueue(platform::Priority::Default).async([operation, work = std::move(work)] {
-      guarded({kFile, operation}, "exception : %@", work);
+      if (!ZRAnalyticsUtils::isOptedOut()) guarded({kFile, operation}, "exception : %@", work);
     });
   });
 }

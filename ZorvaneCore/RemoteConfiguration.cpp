@@ -206,6 +206,12 @@ bool CoreState::choice(std::string_view key) {
   return choices_.boolForKey(key);
 }
 
+bool CoreState::areChoicesRead() {
+  if (!choices_.isRead()) return false;
+  if (!wereChoicesRead_.exchange(true)) refreshGates();
+  return true;
+}
+
 void CoreState::setChoice(std::string_view key, Value value, platform::Durability durability) {
   choices_.setObjectForKey(std::move(value), key, durability);
   // If the write fails, the choice holds in this process and is written again later, see configure().

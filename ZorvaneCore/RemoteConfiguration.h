@@ -79,6 +79,8 @@ class CoreState {
   // The choices kept over restarts, in "core.plist" in the library directory. One that cannot be written is written
   // again with the next synchronize of the SDK defaults and each time the application leaves the foreground.
   bool choice(std::string_view key);
+  // False while the file cannot be read: then each choice seems not to be made. Tries to read it.
+  bool areChoicesRead();
   void setChoice(std::string_view key, Value value, platform::Durability durability = platform::Durability::Lasting);
   ZRSDKConfiguration sdkConfiguration();
   void setSdkConfiguration(const ZRSDKConfiguration& configuration);
@@ -95,6 +97,7 @@ class CoreState {
   platform::LockedValue<std::shared_ptr<const CoreSetup>> setup_;
   platform::LockedValue<std::string> appId_;
   platform::DefaultsStore choices_;
+  std::atomic<bool> wereChoicesRead_{false};
   std::atomic<bool> accountActive_{true};
   std::atomic<bool> sdkEnabled_{true};
   std::shared_ptr<ZREventJournal> ownedJournal_;

@@ -95,6 +95,9 @@ Array ZRConfigDataManager::getSourceExtraKeys() const {
   return Array(current->source_extra_keys.begin(), current->source_extra_keys.end());
 }
 
+bool ZRConfigDataManager::areChoicesRead() const {
+  return CoreState::shared().areChoicesRead();
+}
 bool ZRConfigDataManager::isDataTrackingOptedOut() const {
   return CoreState::shared().choice(kChoiceDataTrackingOptedOut);
 }

@@ -50,6 +50,8 @@ class ZRConfigDataManager {
   // Texts.
   Array getSourceExtraKeys() const;
 
+  // False while the application's choices cannot be read; they seem not to be made then.
+  bool areChoicesRead() const;
   // The application's choice, kept over restarts.
   bool isDataTrackingOptedOut() const;
   void setDataTrackingOptedOut(bool optedOut);

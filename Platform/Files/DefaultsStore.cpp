@@ -103,9 +103,13 @@ Status DefaultsStore::load() const {
     return bytes.error();
   }
   for (const std::string& key : removedUnread_) stored.remove(key);
+  for (const std::string& key : storedUnread_) {
+    if (stored.contains(key)) content_.remove(key);
+  }
   for (const auto& [key, value] : content_) stored.set(key, value);
   content_ = std::move(stored);
   removedUnread_.clear();
+  storedUnread_.clear();
   loaded_.store(true, std::memory_order_release);
   return result;
 }
@@ -118,6 +122,11 @@ void DefaultsStore::reportProblem(const Status& status) const {
     lastReportedProblem_ = std::move(problem);
   }
   if (!status) problemHook().call(status.error().message);
+}
+
+bool DefaultsStore::isRead() const {
+  loadIfNeeded();
+  return loaded_.load(std::memory_order_acquire);
 }
 
 Value DefaultsStore::objectForKey(std::string_view key) const {
@@ -135,6 +144,7 @@ std::string DefaultsStore::textForKeyOrStored(std::string_view key, std::string 
   loadIfNeeded();
   MutexLock lock(mutex_);
   if (const Value* kept = content_.find(key); kept && kept->isString()) return *kept->asString();
+  if (!loaded_) storedUnread_.emplace_back(key);
   content_.set(key, text);
   countChange(Durability::Lasting);
   return text;
@@ -155,6 +165,7 @@ void DefaultsStore::setObjectForKey(Value value, std::string_view key, Durabilit
   // Containers and objects are not compared: that could call the host.
   const Value* const kept = content_.find(key);
   if (kept && kept->kind() == value.kind() && (value.isNumber() || value.isString()) && *kept == value) return;
+  if (!loaded_) std::erase(storedUnread_, key);
   content_.set(key, std::move(value));
   countChange(durability);
 }

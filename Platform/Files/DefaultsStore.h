@@ -26,10 +26,13 @@ class DefaultsStore {
   // The file is read at the first use.
   DefaultsStore(std::string name, std::string path);
 
+  // False while the file cannot be read. Tries to read it.
+  bool isRead() const;
   Value objectForKey(std::string_view key) const;
   // False when the key is missing or its value is neither a number nor text.
   bool boolForKey(std::string_view key) const;
-  // The text under the key. If there is none, stores and returns the given one, atomically.
+  // The text under the key. If there is none, stores and returns the given one, atomically. One that was stored while
+  // the file could not be read gives way to the file's.
   std::string textForKeyOrStored(std::string_view key, std::string text);
   // Nil removes the key. Once written, a lasting change survives a power loss; an eventual one may be undone by it
   // until a lasting one is written.
@@ -67,6 +70,8 @@ class DefaultsStore {
   mutable Dictionary content_ ZR_GUARDED_BY(mutex_);
   // Keys removed before the file could be read.
   mutable std::vector<std::string> removedUnread_ ZR_GUARDED_BY(mutex_);
+  // Keys that textForKeyOrStored() stored before: the file's values hold.
+  mutable std::vector<std::string> storedUnread_ ZR_GUARDED_BY(mutex_);
   mutable std::string lastReportedProblem_ ZR_GUARDED_BY(mutex_);
   // So many changes were made, are in the file, and survive a power loss.
   std::uint64_t changes_ ZR_GUARDED_BY(mutex_) = 0;

@@ -122,7 +122,13 @@ class HostService final : public NetworkTransport {
 
   void send(TransportRequest request, std::function<void(const TransportResponse&)> completion) override {
     hostIsAsked("the transport");
-    const auto body = platform::parseJSON(request.makeBody());
+    std::string text;
+    try {
+      text = request.makeBody();
+    } catch (const std::exception& error) {  // its events were cleared
+      return completion({0, "", error.what()});
+    }
+    const auto body = platform::parseJSON(text);
     EXPECT_TRUE(body);
     TransportResponse response{200, "", ""};
     unsigned way = 0;

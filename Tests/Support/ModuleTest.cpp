@@ -74,7 +74,13 @@ std::string FakeService::Request::header(const std::string& name) const {
 
 void FakeService::send(TransportRequest request, std::function<void(const TransportResponse&)> completion) {
   expectNoLockHeld("the transport");
-  auto body = platform::parseJSON(request.makeBody());
+  std::string text;
+  try {
+    text = request.makeBody();
+  } catch (const std::exception& error) {
+    return completion(TransportResponse{0, "", error.what()});
+  }
+  auto body = platform::parseJSON(text);
   Request record{request.url, request.headers, body ? body.value() : Value()};
   EXPECT_TRUE(body) << "a body that is no JSON";
   int status = 0;

@@ -136,6 +136,8 @@ TEST_F(UserLifeTest, OptOutClearsStoredDataOnceAndRegistersEachChange) {
   EXPECT_TRUE(service_->requests().empty()) << "nothing changed";
   EXPECT_FALSE(handler().getUserAttributesArray().empty());
 
+  facade().setUserAttributeLocationLatitudeLongitudeForKey(1, 2, "on its way");
+  facade().setUserAttributeTimestampForKey(1, "on its way");
   facade().optOutOfDataTracking(true);
   settle();
   EXPECT_TRUE(handler().getUserAttributesArray().empty());

@@ -145,8 +145,11 @@ ZRBatchFile::Outcome ZRBatchFile::keepIf(const std::function<bool(const Value& r
       if (std::erase_if(events, [&passes](const Value& record) { return !passes(record); }) == 0) {
         kept.push_back(entry);
       } else if (!events.empty()) {
-        batch.isDictionary() ? batch.mutableDictionary().set(kBatchKeyEvents, std::move(events))
-                             : void(batch = std::move(events));
+        if (batch.isDictionary()) {
+          batch.mutableDictionary().set(kBatchKeyEvents, std::move(events));
+        } else {
+          batch = std::move(events);
+        }
         changed.set(entry.key, std::move(batch));
       }
     }

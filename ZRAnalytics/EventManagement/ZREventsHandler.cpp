@@ -1,6 +1,7 @@
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "Platform/Files/FileSystem.h"
@@ -64,12 +65,13 @@ ZREventsHandler::ZREventsHandler()
       dumpFile_(inDocuments("zorvaneEvents.dat")),
       flushTimer_([this] { periodicSync(); }),
       sync_(
-          reports_serial_queue_, batchFile_,
+          reports_serial_queue_, batchFile_, currentBatch_,
           [this] {
             reports_serial_queue_.assertCurrent();
             return dropBeforeSync();
           },
           [this] { cleanUp(); }),
+      dropped_(ZRConfigDataManager::sharedInstance().areChoicesRead() ? 0 : std::numeric_limits<std::uint64_t>::max()),
       sdkWhitelistedEvents_(getAnalyticsWhitelistedEvents()) {
   const platform::HostServices& host = platform::hostServices();
   guarded({kFile, "init"}, "exception is %@", [&] { host.scheduler->mainQueue().async([this] { initiateTimer(); }); });
@@ -369,6 +371,7 @@ void ZREventsHandler::dropOptedOutEvents() {
 
 // The choice is in effect before it is on the disk, and only then dropOptedOutEvents is called.
 bool ZREventsHandler::dropBeforeSync() {
+  if (!ZRConfigDataManager::sharedInstance().areChoicesRead()) return false;
   const std::uint64_t generation = currentBatch_.generation();
   if (generation == dropped_ || !ZRAnalyticsUtils::isOptedOut()) return true;
   if (!dropDisallowed()) return false;

@@ -70,8 +70,8 @@ class ZREventsHandler {
 
   // "ZorvaneBatchEvents.plist" in the documents directory.
   std::string eventsPlistFilePath() const { return batchFile_.path(); }
-  // Moves the current batch into the batch file, under the current session and its sources and stores full batches that
-  // are not stored yet (ZRBatchSaver::save).
+  // Moves the current batch into the batch file, with the current session and its sources. Full batches that are not
+  // stored yet are stored, too (ZRBatchSaver::save).
   void saveCurrentBatch() { saver_.save(); }
   // The saved batches; none without a file; absent when the file cannot be read.
   std::optional<std::vector<ZRStoredBatch>> getBatches() { return batchFile_.load(); }
@@ -166,8 +166,9 @@ class ZREventsHandler {
   ZRTurn dumpTurn_;
   ZRFlushTimer flushTimer_;
   ZRSync sync_;
-  // The generation of the current batch for which dropping is done.
-  std::uint64_t dropped_ ZR_GUARDED_BY(reports_serial_queue_) = 0;
+  // The generation of the current batch for which dropping is done. None when the handler began without knowing the
+  // application's choices.
+  std::uint64_t dropped_ ZR_GUARDED_BY(reports_serial_queue_);
 
   mutable platform::Mutex whitelistMutex_;
   Array sdkWhitelistedEvents_ ZR_GUARDED_BY(whitelistMutex_);

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Platform/Formats/JSON.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandlerSupport.h"
 #include "ZRAnalytics/EventManagement/ZRReportRequest.h"
 #include "ZRAnalytics/Utils/ZRReport.h"
@@ -56,6 +57,7 @@ std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
     return Result{false, false};
   }
 
+  const std::uint64_t generation = current_.generation();
   const std::vector<ZRStoredBatch> batches = load();
   if (batches.empty()) {
     logLine("All the tracked events are already synced with Zorvane :]");
@@ -71,7 +73,7 @@ std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
   const auto run = std::make_shared<ZRSyncRun>(ZRSyncRun{flush, batches.size()});
   for (const ZRStoredBatch& batch : batches) {
     // Without an application identifier the sync stays running and its completion is never called.
-    if (!send(batch, run)) break;
+    if (!send(batch, generation, run)) break;
   }
   return std::nullopt;
 }
@@ -97,9 +99,16 @@ std::vector<ZRStoredBatch> ZRSync::load() {
   return sendable;
 }
 
-bool ZRSync::send(const ZRStoredBatch& batch, const std::shared_ptr<ZRSyncRun>& run) {
+bool ZRSync::send(const ZRStoredBatch& batch, std::uint64_t generation, const std::shared_ptr<ZRSyncRun>& run) {
   logLine("Report Add request initiated:");
   ZRBatchParts parts = batch.parts();
+  if (!parts.events.isNil()) {
+    const auto write = [this, events = parts.events, generation](std::string& out) {
+      if (current_.generation() != generation) throw ValueError("its events were cleared");
+      platform::appendJSON(events, out);
+    };
+    parts.events = platform::lazyJSON(write, [events = parts.events] { return events; });
+  }
   if (batch.isBareArray()) parts.requestTime = requestTimeNow();
   return sendReport(std::move(parts), [this, run, batch](bool accepted, const Value& /*response*/) {
     queue_.async([this, run, batch, accepted] {

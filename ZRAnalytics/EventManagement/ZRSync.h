@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -10,6 +11,7 @@
 
 #include "Platform/Dispatch/Queue.h"
 #include "ZRAnalytics/EventManagement/ZRBatchFile.h"
+#include "ZRAnalytics/EventManagement/ZRCurrentBatch.h"
 #include "ZRAnalytics/EventManagement/ZRSyncLedger.h"
 
 namespace zorvane {
@@ -18,9 +20,15 @@ namespace zorvane {
 class ZRSync {
  public:
   // Both are called on the queue: isSendable before a sync reads the file, where false ends it, and resetUser at the
-  // end of each reset flush. Queue and file outlive the sync.
-  ZRSync(platform::Queue& queue, ZRBatchFile& file, std::function<bool()> isSendable, std::function<void()> resetUser)
-      : queue_(queue), file_(file), isSendable_(std::move(isSendable)), resetUser_(std::move(resetUser)) {}
+  // end of each reset flush. A request that is not sent yet when the current batch is cleared fails: its events are
+  // cleared, too. Queue, file and current batch outlive the sync and its requests.
+  ZRSync(platform::Queue& queue, ZRBatchFile& file, const ZRCurrentBatch& current, std::function<bool()> isSendable,
+         std::function<void()> resetUser)
+      : queue_(queue),
+        file_(file),
+        current_(current),
+        isSendable_(std::move(isSendable)),
+        resetUser_(std::move(resetUser)) {}
 
   // Sends every batch of the file as one request each, except those that were accepted before. The completion is
   // called on the queue:
@@ -43,8 +51,9 @@ class ZRSync {
   std::optional<Result> start(const ZRFlush& flush) ZR_REQUIRES(queue_);
   // Reads the file into the ledger. The batches that can be sent, oldest first; none when the file cannot be read.
   std::vector<ZRStoredBatch> load() ZR_REQUIRES(queue_);
-  // False when the application identifier is gone.
-  bool send(const ZRStoredBatch& batch, const std::shared_ptr<ZRSyncRun>& run) ZR_REQUIRES(queue_);
+  // False when the application identifier is gone. The generation is that of the current batch when the file was read.
+  bool send(const ZRStoredBatch& batch, std::uint64_t generation, const std::shared_ptr<ZRSyncRun>& run)
+      ZR_REQUIRES(queue_);
   void responseArrived(ZRSyncRun& run, const std::string& batchID, bool accepted) ZR_REQUIRES(queue_);
   // Returns the parked flush that is to run after the completion, if any.
   std::optional<ZRFlush> finish(bool reset) ZR_REQUIRES(queue_);
@@ -55,6 +64,7 @@ class ZRSync {
 
   platform::Queue& queue_;
   ZRBatchFile& file_;
+  const ZRCurrentBatch& current_;
   const std::function<bool()> isSendable_;
   const std::function<void()> resetUser_;
   ZRSyncLedger ledger_ ZR_GUARDED_BY(queue_);

@@ -145,6 +145,7 @@ class Journal final : public ZREventJournal {
 
   void released(Ticket ticket) noexcept override {
     ring_.release(ticket);
+    // A refused event may be the first after an opt-out.
     guarded({kFile, "released"}, kException, [this] { askOptedOut(); });
   }
   void released(const Array& records) noexcept override {

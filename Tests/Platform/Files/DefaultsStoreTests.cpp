@@ -102,7 +102,7 @@ TEST(DefaultsStore, NeverWritesOverAFileThatCannotBeReadAtTheMoment) {
   const std::string path = directory.file("store.plist");
   {
     DefaultsStore store("name", path);
-    for (const char* key : {"kept", "changed", "removed"}) store.setObjectForKey("old", key);
+    for (const char* key : {"kept", "changed", "removed", "made"}) store.setObjectForKey("old", key);
     ASSERT_TRUE(store.synchronize());
   }
   static SystemCalls broken = kRealSystemCalls;
@@ -114,10 +114,13 @@ TEST(DefaultsStore, NeverWritesOverAFileThatCannotBeReadAtTheMoment) {
   DefaultsStore store("name", path);
   store.setObjectForKey("new", "changed");
   store.removeObjectForKey("removed");
+  for (const char* key : {"made", "missing"}) EXPECT_EQ(store.textForKeyOrStored(key, "new"), "new");
   EXPECT_FALSE(store.synchronize());
   setSystemCalls(nullptr);
   ASSERT_TRUE(store.synchronize());
-  EXPECT_EQ(DefaultsStore("again", path).dictionaryRepresentation(), (Dictionary{{"kept", "old"}, {"changed", "new"}}));
+  EXPECT_EQ(store.textForKeyOrStored("made", "newer"), "old");
+  EXPECT_EQ(DefaultsStore("again", path).dictionaryRepresentation(),
+            (Dictionary{{"kept", "old"}, {"changed", "new"}, {"made", "old"}, {"missing", "new"}}));
 }
 
 TEST(DefaultsStore, WritesOnlyChangesAndTriesAgainAfterAFailure) {

@@ -1,9 +1,7 @@
 #include <stdexcept>
 
-#include "Platform/Files/SystemCalls.h"
 #include "Platform/Formats/PropertyList.h"
 #include "ZRAnalytics/EventManagement/EventPipelineTest.h"
-#include "ZRAnalytics/UserAttributes/ZRUserAttributesHandler.h"
 #include "ZRAnalytics/ZRAnalytics.h"
 #include "ZorvaneCore/ZRCoreConstants.h"
 
@@ -134,84 +132,6 @@ TEST_F(SyncTest, BatchSavedWhileASyncRunsSurvivesItsEnd) {
   answer(200);
   EXPECT_EQ(answers.back(), (std::pair{true, true}));
   EXPECT_EQ(savedNames(), (Batches{{"saved later"}}));
-}
-
-TEST_F(SyncTest, WhatAnOptOutClearsDoesNotComeBack) {
-  startWithSession();
-  service_->hold = true;
-  save({"sent"});
-  Answers answers;
-  flush(answers);
-  settle();
-  writeAll(dumpPath(), R"({"EVENT_ACTION":"dumped"})");
-  events().syncToServerFromDumpFile();
-  track({"recorded"});
-  for (const char* name : {"on its way", "INSTALL"}) events().trackEvent(name);
-  scheduler_->runOne();  // accepted
-  scheduler_->runOne();
-  ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
-  settle();
-  EXPECT_EQ(currentNames(), (Names{"INSTALL"}));
-  answer(500);
-  answer(500);
-  EXPECT_EQ(answers, (Answers{{false, true}}));
-  EXPECT_FALSE(std::filesystem::exists(batchPath()));
-
-  // Events and an attribute between the clearing and the user's choice.
-  ZRAnalytics::sharedInstance().optOutOfDataTracking(false);
-  log_->onMessage = [this](const std::string& message) {
-    if (message != "Batch Events plist deleted") return;
-    log_->onMessage = nullptr;
-    save({"stored", "INSTALL"});
-    save({"stored"});
-    track({"late"});
-    ZRUserAttributesHandler::sharedHandler().setUserAttributeValueWithNameCheckStorage("late", "a", true);
-    events().flushEventsInBackgroundAndResetWithCompletionBlock(false, false, nullptr);  // runs after the choice
-  };
-  save({"again"});
-  ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
-  settle();
-  EXPECT_EQ(savedNames(), (Batches{{"INSTALL"}}));
-  EXPECT_EQ(readAll(batchPath()).find("stored"), std::string::npos) << "nor its bytes";
-  for (const auto& request : service_->requests()) {
-    EXPECT_EQ(request.body.description().find("stored"), std::string::npos);
-  }
-  EXPECT_EQ(currentNames(), (Names{"EVENT_ACTION_USER_ATTRIBUTE"})) << "allowed by its name";
-  EXPECT_TRUE(ZRUserAttributesHandler::sharedHandler().getUserAttributesArray().empty());
-}
-
-TEST_F(SyncTest, WhatWasSavedBeforeTheServiceSwitchedTrackingOffIsSent) {
-  startWithSession();
-  save({"before"});
-  updateRemoteConfiguration({{"data_tracking_enabled", false}});
-  Answers answers;
-  flush(answers);
-  settle();
-  EXPECT_EQ(sentNames(), (Batches{{"before"}}));
-}
-
-TEST_F(SyncTest, WhileDroppedEventsStandInTheFileNothingIsSent) {
-  startWithSession();
-  service_->hold = true;
-  static platform::SystemCalls failing = platform::kRealSystemCalls;
-  failing.renameat = [](int, const char*, int, const char*) { return -1; };
-  log_->onMessage = [this](const std::string& message) {
-    if (message != "Batch Events plist deleted") return;
-    log_->onMessage = nullptr;
-    save({"stored", "INSTALL"});
-    platform::setSystemCalls(&failing);
-  };
-  save({"again"});
-  ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
-  Answers answers;
-  flush(answers);
-  settle();
-  EXPECT_EQ(answers, (Answers{{false, false}}));
-  EXPECT_EQ(savedNames(), (Batches{{"stored", "INSTALL"}}));
-  platform::setSystemCalls(nullptr);
-  flush(answers);
-  settle();
-  EXPECT_EQ(savedNames(), (Batches{{"INSTALL"}}));
 }
 
 TEST_F(SyncTest, FlushDuringASyncIsAnsweredAtOnceAndReadsTheFileAgain) {
