@@ -13,7 +13,12 @@ const kAttributes = "EVENT_ACTION_USER_ATTRIBUTE";
 const kDeviceAttributes = "EVENT_ACTION_DEVICE_ATTRIBUTE";
 const kUserID = "USER_ATTRIBUTE_UNIQUE_ID";
 
-const happened = event => Date.parse(event.gmt_time ?? event.received_at);
+// When it arrived, if it has no time that can be read.
+function happened(event) {
+  const time = Date.parse(event.gmt_time);
+  return Number.isNaN(time) ? Date.parse(event.received_at) : time;
+}
+
 const panel = (title, ...content) => h("section", {class: "panel"}, h("h2", {}, title), content);
 const none = text => h("p", {class: "dim"}, text);
 const userLink = user => h("a", {href: viewAddress("story", {user}), class: "id", title: user}, user);

@@ -174,11 +174,12 @@ class Page(unittest.TestCase):
         self.post(attribute("2026-11-21T11:00:00.000Z", USER_ATTRIBUTE_UNIQUE_ID="ada", USER_ID_MODIFIED_FROM="eve"),
                   attribute("2026-11-21T11:00:01.000Z", city="Bergen"), user="ada", session="S2")
         self.post(event("ZRV_LOGOUT", "2026-11-21T11:00:02.000Z"), session="S2")
+        self.post(event("Undated", ""), event("Odd", "no time"), user="ada", session="S3")
         self.open("/?view=story&user=ada")
-        self.finds(".story", "2 sessions on 1 device", "logged in as ada", "renamed from eve to ada", "logged out",
+        self.finds(".story", "3 sessions on 1 device", "logged in as ada", "renamed from eve to ada", "logged out",
                    "Bergen since", "1 earlier value", "mail · letter")
-        self.browser.until("return document.querySelectorAll('.lane .own').length === 1 &&"
-                           "document.querySelectorAll('.lane').length === 2")
+        self.browser.until("return document.querySelectorAll('.lane .own').length === 3 &&"
+                           "document.querySelectorAll('.lane').length === 3")
         self.open("/?view=story&user=")
         self.finds(".story", "Nobody was logged in", "Anonymous")
 
