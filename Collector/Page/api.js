@@ -9,6 +9,7 @@ export class Exact {
 
 const exactly = (key, value, context) =>
   typeof value === "number" && context?.source && String(value) !== context.source ? new Exact(context.source) : value;
+export const parse = text => JSON.parse(text, exactly);
 
 let live = null;
 
@@ -26,7 +27,7 @@ export async function get(path, parameters = {}, signal) {
   const body = await response.text();
   let parsed;
   try {
-    parsed = JSON.parse(body, exactly);
+    parsed = parse(body);
   } catch {
     throw new APIError(`${path}: the response is not JSON`);
   }

@@ -1,6 +1,6 @@
 // The details of an event or a request, beside the list.
 import {breakable, byId, copyButton, h, id, plural} from "./dom.js";
-import {APIError, get} from "./api.js";
+import {APIError, get, parse} from "./api.js";
 import {address, go, viewAddress} from "./address.js";
 import {duration, full} from "./time.js";
 import {attributesOf, coloured, ordered, print, valueText, wireText} from "./values.js";
@@ -108,7 +108,7 @@ function json(title, value, isText) {
 
 function bodyOf(text) {
   try {
-    return print(JSON.parse(text));
+    return print(parse(text));
   } catch {
     return text;
   }

@@ -155,14 +155,15 @@ class Page(unittest.TestCase):
     def test_a_row_opens_its_details(self):
         self.post(event("Paid", EVENT_ATTRS={"order": 9007199254740993, "ok": True}, EVENT_ATTRS_CUST={
             "timestamp": [{"due": 1795510800000.0}], "location": [{"shop": "57.708900,-11.974600"}]}), user="ada")
-        self.post(event("Lost"), signature="abc")
+        self.post(event("Lost", EVENT_ATTRS={"price": 349.0}), signature="abc")
         self.open()
         self.shows("401 refused", "Paid")
         self.browser.press("j", "j", "Enter")
         self.finds("#detail", "9007199254740993", "57.7089° N, 11.9746° W", "2026-11-24", "ada", "mail · letter",
                    "Signature\nright", "5 min after it happened", '"shop": "57.708900,-11.974600"')
         self.browser.press("k")
-        self.finds("#detail", "What to change", "Given\nabc", "Expected\n", "SHA-1 of meta.bid", "Lost")
+        self.finds("#detail", "What to change", "Given\nabc", "Expected\n", "SHA-1 of meta.bid", "Lost",
+                   '"price": 349.0')
         self.browser.press("Escape")
         self.browser.until("return document.getElementById('detail').hidden && location.search === ''")
         self.browser.click(".events tbody tr:last-child .what")
