@@ -145,11 +145,14 @@ std::string Reader::detail(std::string text, std::int64_t request) {
   text += "\"request\": " + rows.front().text;
   if (!advice.empty()) text.insert(text.size() - 1, ", \"advice\": " + asJSON(advice));
   const std::string session = valueOf("session_id"), device = valueOf("unique_id");
-  Query sources;
-  sources.filters["session"] = session;
-  text += ", \"session\": " +
-          (session.empty() ? "null" : firstOf(select(viewNamed("sessions"), one({{"session", session}}))));
-  text += ", \"sources\": " + arrayOf(select(viewNamed("sources"), sources));
+  if (session.empty()) {
+    text += ", \"session\": null, \"sources\": []";
+  } else {
+    Query sources;
+    sources.filters["session"] = session;
+    text += ", \"session\": " + firstOf(select(viewNamed("sessions"), one({{"session", session}})));
+    text += ", \"sources\": " + arrayOf(select(viewNamed("sources"), sources));
+  }
   text +=
       ", \"device\": " + firstOf(select(viewNamed("devices"), one({{"app", valueOf("app_id")}, {"device", device}})));
   return text + "}";

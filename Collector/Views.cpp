@@ -105,10 +105,14 @@ constexpr Column kSources[] = {
     {"term"},          {"content"},
     {"source_url"},    {"extras"},
 };
+// Sources without a session belong to no user and no device: all batches without one share them.
 const Filter kSourceFilters[] = {
     {"session", "sources.session_id = :session"},
-    {"user", "sources.session_id IN (SELECT session_id FROM visits WHERE visits.user_id = :user)"},
-    {"device", "sources.session_id IN (SELECT session_id FROM visits WHERE visits.unique_id = :device)"},
+    {"user",
+     "sources.session_id <> '' AND sources.session_id IN (SELECT session_id FROM visits WHERE visits.user_id = :user)"},
+    {"device",
+     "sources.session_id <> '' AND sources.session_id IN (SELECT session_id FROM visits WHERE visits.unique_id = "
+     ":device)"},
     {"q", "(sources.session_id LIKE :q ESCAPE '\\' OR sources.raw LIKE :q ESCAPE '\\')"},
 };
 

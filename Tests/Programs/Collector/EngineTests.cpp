@@ -206,6 +206,23 @@ TEST_P(EngineTest, TheListsShowWhatWasReceived) {
   EXPECT_EQ(get("/api/colours"), json::parse(R"({"error": "no such path: /api/colours"})"));
 }
 
+TEST_P(EngineTest, SourcesWithoutASessionAreOfNoOtherRequest) {
+  start();
+  json ada = report("1-A");
+  ada["meta"].erase("session");
+  json eve = ada;
+  eve["meta"]["bid"] = "1-B";
+  eve["meta"].erase("source");
+  eve["identifiers"]["zrv_user_id"] = "eve";
+  eve["query_params"]["unique_id"] = "device-2";
+  for (const json& body : {ada, eve}) EXPECT_EQ(postSigned("/v1/report/APP", body), 200);
+  for (const char* list : {"user=eve", "device=device-2"}) {
+    EXPECT_EQ(get(std::string("/api/sources?") + list), json::array()) << list;
+  }
+  EXPECT_EQ(get("/api/sources?session=").size(), 2u);
+  EXPECT_EQ(get("/api/events/2000001")["sources"], json::array());
+}
+
 TEST_P(EngineTest, ListsTakeFiltersAndNothingElse) {
   start();
   json other = report("1-B");
