@@ -110,12 +110,9 @@ std::vector<Reader::Row> Reader::events(const Query& query) {
   const auto found = query.filters.find("status");
   const std::string status = found == query.filters.end() ? "accepted" : found->second;
   std::vector<Row> accepted, refused;
+  if (status != "refused") accepted = select(viewNamed("events"), query);
+  if (status == "accepted") return accepted;
   Query part = query;
-  part.filters.erase("status");
-  const bool isAccepted = status == "accepted" || status == "200";
-  if (isAccepted || status == "any") accepted = select(viewNamed("events"), part);
-  if (isAccepted) return accepted;
-  if (status != "any" && status != "refused") part.filters["status"] = status;
   // The same in ids of requests.
   if (part.after) part.after = *part.after / kEventIDs;
   if (part.before) part.before = (*part.before + kEventIDs - 1) / kEventIDs;

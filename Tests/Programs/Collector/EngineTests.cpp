@@ -119,8 +119,8 @@ TEST_P(EngineTest, FaultsComeWhereTheyWereAskedFor) {
   EXPECT_EQ(send("2"), -1);
   EXPECT_EQ(send("3"), 503);
   EXPECT_EQ(send("2"), 200);
-  EXPECT_EQ(send("5"), -1);
-  EXPECT_EQ(query("SELECT group_concat(bid, ' ') FROM batches"), "1 2 5");
+  EXPECT_EQ(post("/v1/report/A", report("5").dump()), -1) << "without a signature";
+  EXPECT_EQ(query("SELECT group_concat(bid, ' ') FROM batches"), "1 2");
   EXPECT_EQ(query("SELECT bid || injected FROM requests WHERE injected IS NOT NULL"), "2dropped; 3failed; 5dropped");
   EXPECT_EQ(summary()["requests"], json::parse(R"({"0": 2, "200": 2, "503": 1})"));
   EXPECT_NE(client()
@@ -129,6 +129,16 @@ TEST_P(EngineTest, FaultsComeWhereTheyWereAskedFor) {
             std::string::npos);
   EXPECT_EQ(summary()["duplicates"], 1);
   EXPECT_EQ(record()[1]["status"], 0);
+  const auto namesWith = [this](const std::string& status) {
+    std::string names;
+    for (const json& row : get("/api/events?status=" + status)) {
+      names += (row["kind"] == "refused" ? "refused" : row["name"].get<std::string>()) + " ";
+    }
+    return names;
+  };
+  EXPECT_EQ(namesWith("0"), "refused Left Bought ");
+  EXPECT_EQ(namesWith("200"), "Left Bought ");
+  EXPECT_EQ(namesWith("503"), "refused ");
 }
 
 TEST_P(EngineTest, ClientsAtTheSameTimeLoseNothing) {
