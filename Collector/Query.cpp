@@ -34,11 +34,11 @@ void expectUTF8(const std::string& parameter, const std::string& text) {
 
 }  // namespace
 
-std::int64_t parseNumber(const std::string& parameter, const std::string& text) {
+std::int64_t parseNumber(const std::string& parameter, const std::string& text, std::int64_t maximum) {
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size() || number < 0) {
-    throw BadRequest(parameter + " must be a whole number from 0 on");
+  if (error != std::errc() || end != text.data() + text.size() || number < 0 || number > maximum) {
+    throw BadRequest(parameter + " must be a whole number from 0 to " + std::to_string(maximum));
   }
   return number;
 }
@@ -55,8 +55,7 @@ Query parseQuery(const std::multimap<std::string, std::string>& parameters, std:
     } else if (parameter == "before") {
       query.before = parseNumber(parameter, value);
     } else if (parameter == "limit") {
-      query.limit = parseNumber(parameter, value);
-      if (query.limit > kMaximumRows) throw BadRequest("limit must be at most " + std::to_string(kMaximumRows));
+      query.limit = parseNumber(parameter, value, kMaximumRows);
     } else if (parameter == "order") {
       expectOneOf(parameter, value, "asc, desc");
       query.ascending = value == "asc";

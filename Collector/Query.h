@@ -2,11 +2,14 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "Collector/Schema.h"
 
 namespace zorvane::collector {
 
@@ -29,8 +32,11 @@ struct Query {
 Query parseQuery(const std::multimap<std::string, std::string>& parameters, std::span<const std::string> filters,
                  std::string_view statuses);
 
-// A non-negative number. Throws BadRequest that names the parameter.
-std::int64_t parseNumber(const std::string& parameter, const std::string& text);
+// The sum with kEventIDs does not overflow.
+inline constexpr std::int64_t kMaximumID = std::numeric_limits<std::int64_t>::max() - kEventIDs;
+
+// A number from 0 to the maximum. Throws BadRequest that names the parameter and the maximum.
+std::int64_t parseNumber(const std::string& parameter, const std::string& text, std::int64_t maximum = kMaximumID);
 
 // A pattern for LIKE ... ESCAPE '\' that finds the text anywhere.
 std::string patternOf(const std::string& text);
