@@ -62,7 +62,8 @@ Options parseOptions(const std::vector<std::string>& arguments) {
                   "appends one JSON line per request: method, path, headers, body, status (0: no response was sent)")
       ->type_name("FILE")
       ->check(refuseEmpty);
-  line.add_flag("--quiet", options.quiet, "nothing on standard error while running");
+  line.add_flag("--quiet", options.quiet,
+                "nothing on standard error while running, unless the record cannot be written");
   const std::string faults = "Injected faults, to test a client";
   line.add_option("--fail-every", options.failEvery, "every N-th POST is answered 503 and its content is not stored")
       ->option_text("N")
