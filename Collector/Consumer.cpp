@@ -31,12 +31,6 @@ constexpr nanoseconds kAcknowledgeTime = std::chrono::seconds(60);
 constexpr std::int64_t kMostUnacknowledged = 100'000;
 constexpr milliseconds kShortestPause{250}, kLongestPause{10'000};
 constexpr std::int64_t kEndMilliseconds = 2000;
-constexpr std::size_t kKeptBody = 64u << 10;
-
-// Replaces what is malformed.
-std::string validUTF8(std::string_view text) {
-  return json::parse(json(text).dump(-1, ' ', false, json::error_handler_t::replace)).get<std::string>();
-}
 
 std::string_view payloadOf(const NATSMessage& message) {
   return {natsMsg_GetData(message.get()), static_cast<std::size_t>(natsMsg_GetDataLength(message.get()))};
@@ -226,7 +220,7 @@ class NATSConsumer final : public Consumer {
     row.status = 400;
     row.bytes = message.body.size();
     row.error = reason;
-    row.body = validUTF8(std::string_view(message.body).substr(0, kKeptBody));
+    row.body = beginningOf(message.body);
     store_.addRefused(row, nullptr);
     say(reason);
     metrics_.count(Consumed::Unreadable);

@@ -26,6 +26,7 @@ constexpr std::pair<double, std::string_view> kDelays[] = {{1, "1"},     {10, "1
                                                            {600, "600"}, {3600, "3600"}, {86400, "86400"}};
 // A clock may run that much ahead.
 constexpr double kClockTolerance = 1;
+constexpr std::size_t kKeptBody = 64u << 10;
 
 std::string identifierOf(const json& object, const char* key) {
   return textOf(object, key).value_or("");
@@ -33,10 +34,22 @@ std::string identifierOf(const json& object, const char* key) {
 
 }  // namespace
 
+std::string jsonText(const json& value) {
+  return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+std::string validUTF8(std::string_view text) {
+  return json::parse(jsonText(text)).get<std::string>();
+}
+
+std::string beginningOf(std::string_view body) {
+  return validUTF8(body.substr(0, kKeptBody));
+}
+
 Text textOf(const json& object, const char* key) {
   const auto found = object.find(key);
   if (found == object.end() || found->is_null()) return std::nullopt;
-  return found->is_string() ? found->get<std::string>() : found->dump(-1, ' ', false, json::error_handler_t::replace);
+  return found->is_string() ? found->get<std::string>() : jsonText(*found);
 }
 
 const json& sectionOf(const json& object, const char* key) {

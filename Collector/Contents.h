@@ -14,6 +14,15 @@ namespace zorvane::collector {
 
 using Text = std::optional<std::string>;
 
+// In one line. Malformed UTF-8 becomes U+FFFD.
+std::string jsonText(const json& value);
+
+// Malformed UTF-8 becomes U+FFFD.
+std::string validUTF8(std::string_view text);
+
+// What is stored of the body of a refused request.
+std::string beginningOf(std::string_view body);
+
 // Of a body of any shape; what cannot be read is absent.
 struct Contents {
   Text requestTime, startTime;

@@ -10,7 +10,7 @@
 #include <memory>
 #include <utility>
 
-#include "Collector/Checks.h"
+#include "Collector/Contents.h"
 #include "Collector/Schema.h"
 
 namespace zorvane::collector {
@@ -255,7 +255,7 @@ class PostgreSQL : public Engine {
   // U+FFFD.
   void encode(std::string& text) const override {
     if (std::ranges::any_of(text, [](char c) { return static_cast<signed char>(c) < 0; })) {
-      text = json::parse(json(text).dump(-1, ' ', false, json::error_handler_t::replace)).get<std::string>();
+      text = validUTF8(text);
     }
     if (text.find_first_of(kSpecial) == std::string::npos) return;
     std::string encoded;

@@ -14,13 +14,9 @@ namespace zorvane::collector {
 
 namespace {
 
-std::string asJSON(const std::string& text) {
-  return json(text).dump(-1, ' ', false, json::error_handler_t::replace);
-}
-
 // The text as it stands within a JSON string.
 std::string inJSON(const std::string& text) {
-  const std::string whole = asJSON(text);
+  const std::string whole = jsonText(text);
   return whole.substr(1, whole.size() - 2);
 }
 
@@ -45,7 +41,7 @@ Query one(std::initializer_list<std::pair<const std::string, std::string>> filte
 
 // What the view compares with the parameter.
 std::string boundValue(const View& view, const std::string& parameter, const std::string& value) {
-  if (parameter == "name" && &view == &refusedView()) return asJSON(value);
+  if (parameter == "name" && &view == &refusedView()) return jsonText(value);
   if (parameter == "q") return patternOf(view.name == std::string("events") ? inJSON(value) : value);
   return value;
 }
@@ -97,7 +93,7 @@ std::vector<Reader::Row> Reader::select(const View& view, const Query& query) {
           text += std::to_string(cells[i].integer);
         } else {
           session_.engine.decode(cells[i].text);
-          text += column.type == Column::Type::JSON ? cells[i].text : asJSON(cells[i].text);
+          text += column.type == Column::Type::JSON ? cells[i].text : jsonText(cells[i].text);
         }
       }
       rows.push_back({id, text + "}"});
@@ -140,7 +136,7 @@ std::string Reader::detail(std::string text, std::int64_t request) {
   const auto valueOf = [&](const char* key) { return row[key].is_string() ? row[key].get<std::string>() : ""; };
   const std::string advice = adviceFor(row);
   text += "\"request\": " + rows.front().text;
-  if (!advice.empty()) text.insert(text.size() - 1, ", \"advice\": " + asJSON(advice));
+  if (!advice.empty()) text.insert(text.size() - 1, ", \"advice\": " + jsonText(advice));
   const std::string session = valueOf("session_id"), device = valueOf("unique_id");
   if (session.empty()) {
     text += ", \"session\": null, \"sources\": []";
@@ -185,7 +181,7 @@ std::string Reader::names() {
     statement.execute();
     while (statement.fetch()) {
       session_.engine.decode(name);
-      text += (text.size() == 1 ? "" : ",\n") + ("{\"name\": " + asJSON(name)) +
+      text += (text.size() == 1 ? "" : ",\n") + ("{\"name\": " + jsonText(name)) +
               ", \"events\": " + std::to_string(events) + ", \"kind\": \"" + (isModuleEvent(name) ? "module" : "own") +
               "\"}";
     }
@@ -208,8 +204,8 @@ std::string Reader::arrivals(const std::string& from, int characters) {
     while (statement.fetch()) {
       session_.engine.decode(name);
       if (kind == "event" && isModuleEvent(name)) kind = "module";
-      text += (text.size() == 1 ? "" : ",\n") + ("{\"at\": " + asJSON(at)) + ", \"kind\": " + asJSON(kind) +
-              ", \"name\": " + asJSON(name) + ", \"number\": " + std::to_string(number) + "}";
+      text += (text.size() == 1 ? "" : ",\n") + ("{\"at\": " + jsonText(at)) + ", \"kind\": " + jsonText(kind) +
+              ", \"name\": " + jsonText(name) + ", \"number\": " + std::to_string(number) + "}";
     }
     return text + "]";
   });

@@ -7,19 +7,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
 
+#include "Collector/Contents.h"
+
 namespace zorvane::collector {
 
-using nlohmann::json;
-
 namespace {
-
-std::string jsonString(const std::string& text) {
-  return json(text).dump(-1, ' ', false, json::error_handler_t::replace);
-}
 
 // Negative, with errno set, on failure. Symbolic links are refused: others could redirect the output with them. Those
 // below /dev ("/dev/stdout") are the system's.
@@ -47,13 +42,12 @@ Recorder::~Recorder() {
 void Recorder::write(ReceivedRequest request, bool bodyIsJSON, int status) {
   // JSON has no byte order mark, but parsers skip one.
   bodyIsJSON = bodyIsJSON && !request.body.starts_with("\xEF\xBB\xBF");
-  std::string body = bodyIsJSON ? std::move(request.body) : jsonString(request.body);
+  std::string body = bodyIsJSON ? std::move(request.body) : jsonText(request.body);
   // In JSON, line breaks occur only between tokens; a space means the same there.
   std::replace(body.begin(), body.end(), '\n', ' ');
   std::replace(body.begin(), body.end(), '\r', ' ');
-  const std::string before = "{\"method\": " + jsonString(request.method) +
-                             ", \"path\": " + jsonString(request.target) + ", \"headers\": " + request.headers +
-                             ", \"body\": ";
+  const std::string before = "{\"method\": " + jsonText(request.method) + ", \"path\": " + jsonText(request.target) +
+                             ", \"headers\": " + request.headers + ", \"body\": ";
   const std::string after = ", \"status\": " + std::to_string(status) + "}\n";
   const std::lock_guard lock(mutex_);
   if (!append((isTorn_ ? "\n" : "") + before + body + after)) {

@@ -13,8 +13,6 @@ namespace {
 
 // Bodies up to this size are neither counted nor handled one at a time.
 constexpr std::size_t kSmallBody = 64u << 10;
-// Of the body of a refused request, that much is stored.
-constexpr std::size_t kKeptBody = 64u << 10;
 // After larger ones freed memory goes back to the system.
 constexpr std::size_t kTrimmedBody = 1u << 20;
 constexpr const char* kRetryAfterSeconds = "5";
@@ -37,17 +35,11 @@ std::string headersOf(const httplib::Request& request) {
     // HTTP joins the values of a repeated header with a comma.
     headers[name] = headers.contains(name) ? headers[name].get<std::string>() + ", " + value : value;
   }
-  return headers.dump(-1, ' ', false, json::error_handler_t::replace);
-}
-
-// The beginning of a body; malformed UTF-8 is replaced.
-std::string beginningOf(const std::string& body) {
-  const std::string text = json(body.substr(0, kKeptBody)).dump(-1, ' ', false, json::error_handler_t::replace);
-  return json::parse(text).get<std::string>();
+  return jsonText(headers);
 }
 
 void setJSON(httplib::Response& response, const json& body) {
-  response.set_content(body.dump(-1, ' ', false, json::error_handler_t::replace) + "\n", "application/json");
+  response.set_content(jsonText(body) + "\n", "application/json");
 }
 
 // DNS-rebinding guard: accept only localhost or an IP literal as Host.

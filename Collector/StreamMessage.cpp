@@ -83,7 +83,7 @@ std::string encodeMessage(const RequestRow& row, const std::string& body) {
                    {"signed", row.signature == Signature::Good},
                    {"headers", row.headers}};
   if (row.injected) metadata["injected"] = *row.injected;
-  const std::string line = metadata.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+  const std::string line = jsonText(metadata) + "\n";
   if (line.size() > kMaxMetadata) throw StreamError("the headers are too large for the stream", true);
   Deflater deflater;
   deflater.add(line, false);
