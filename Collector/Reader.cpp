@@ -42,7 +42,7 @@ Query one(std::initializer_list<std::pair<const std::string, std::string>> filte
 // What the view compares with the parameter.
 std::string boundValue(const View& view, const std::string& parameter, const std::string& value) {
   if (parameter == "name" && &view == &refusedView()) return jsonText(value);
-  if (parameter == "q") return patternOf(view.name == std::string("events") ? inJSON(value) : value);
+  if (parameter == "q") return patternOf(view.isEvents ? inJSON(value) : value);
   return value;
 }
 
@@ -123,7 +123,7 @@ std::vector<Reader::Row> Reader::events(const Query& query) {
 }
 
 std::string Reader::list(const View& view, const Query& query) {
-  return arrayOf(&view == &viewNamed("events") ? events(query) : select(view, query));
+  return arrayOf(view.isEvents ? events(query) : select(view, query));
 }
 
 std::string Reader::detail(std::string text, std::int64_t request) {

@@ -246,7 +246,7 @@ const View kViews[] = {
     {"sources", kSources, "FROM sources", "sources.id", kSourceFilters},
     {"batches", kBatches, "FROM (SELECT * FROM requests WHERE accepted = 1 AND service = 'report') AS requests", "id",
      kBatchFilters},
-    {"events", kEvents, kEventSource, "events.id", kEventFilters, "accepted, refused, any"},
+    {"events", kEvents, kEventSource, "events.id", kEventFilters, "accepted, refused, any", true},
     {"requests", kRequests, "FROM requests", "id", kRequestFilters, "accepted, refused, duplicate, any"},
 };
 const View kRefusedView{"refused", kRefused, "FROM requests", "requests.id", kRefusedFilters};
@@ -292,8 +292,7 @@ std::string queryOf(const View& view, const Query& query) {
     if (column.expression) text += std::string(column.expression) + " AS ";
     text += std::string(column.name) + ", ";
   }
-  const bool isEvents = view.columns.data() == kEvents;
-  const bool byRequest = isEvents && (query.has("user") || query.has("session") || query.has("device"));
+  const bool byRequest = view.isEvents && (query.has("user") || query.has("session") || query.has("device"));
   text += std::string(view.id) + " " + (byRequest ? kEventSourceByRequest : view.source) + " WHERE 1 = 1";
   for (const Filter& filter : view.filters) {
     const bool isStatus = filter.parameter == "status";

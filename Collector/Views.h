@@ -30,6 +30,7 @@ struct View {
   const char* id;      // the column that orders the rows and that "after" and "before" compare
   std::span<const Filter> filters;
   const char* statuses = "";  // for parseQuery
+  bool isEvents = false;
 };
 
 // users     one row per application, user and segment ("user_id" null: not logged in); id: the last batch.
