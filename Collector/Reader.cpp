@@ -126,12 +126,12 @@ std::string Reader::list(const View& view, const Query& query) {
   return arrayOf(view.isEvents ? events(query) : select(view, query));
 }
 
-std::string Reader::detail(std::string text, std::int64_t request) {
+std::optional<std::string> Reader::detail(std::string text, std::int64_t request) {
   Query query;
   query.after = request - 1;
   query.before = request + 1;
   const auto rows = select(requestView(), query);
-  if (rows.empty()) return text + "\"request\": null}";
+  if (rows.empty()) return std::nullopt;
   const json row = json::parse(rows.front().text);
   const auto valueOf = [&](const char* key) { return row[key].is_string() ? row[key].get<std::string>() : ""; };
   const std::string advice = adviceFor(row);
@@ -161,10 +161,6 @@ std::optional<std::string> Reader::event(std::int64_t id) {
 }
 
 std::optional<std::string> Reader::request(std::int64_t id) {
-  Query query;
-  query.after = id - 1;
-  query.before = id + 1;
-  if (select(requestView(), query).empty()) return std::nullopt;
   return detail("{", id);
 }
 

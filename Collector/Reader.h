@@ -43,7 +43,7 @@ class Reader {
   };
   std::vector<Row> select(const View& view, const Query& query);
   std::vector<Row> events(const Query& query);
-  std::string detail(std::string text, std::int64_t request);
+  std::optional<std::string> detail(std::string text, std::int64_t request);
 
   Session& session_;
 };
