@@ -1,13 +1,14 @@
 // The tables.
 //
-//   requests    one row per POST, whatever its response. status: the response's, 0 if the connection was
-//               closed without one. service: "report", "device", or "unknown" for another path. accepted: 1 if this
-//               request stored its content; duplicate: 1 if an earlier one had; injected: "failed" or "dropped" if that
-//               happened on purpose. signature: "good", "missing", "wrong", or "none" if not computable; NULL if the
-//               body was not checked; expected: the right signature when it was missing or wrong. headers: as received,
-//               a JSON object. error: why it was refused. The columns from bid to events are the body's, NULL if it has
-//               none; events is the number of events in it. Of a refused request, names holds the names of its events,
-//               a JSON array, and body the beginning of its body.
+//   requests    one row per POST, but none for those answered 403 or 500 and those that are not readable as HTTP (400,
+//               414, 416). status: the response's, 0 if the connection was closed without one. service: "report",
+//               "device", or "unknown" for another path. accepted: 1 if this request stored its content; duplicate: 1
+//               if an earlier one had; injected: "failed" or "dropped" if that happened on purpose. signature: "good",
+//               "missing", "wrong", or "none" if not computable; NULL if the body was not checked; expected: the right
+//               signature when it was missing or wrong. headers: as received, a JSON object. error: why it was refused.
+//               The columns from bid to events are the body's, NULL if it has none; events is the number of events in
+//               it. Of a refused request, names holds the names of its events, a JSON array, and body the beginning of
+//               its body.
 //   batches     a view: the accepted reports. A report without a bid is always stored: duplicates of it cannot be
 //               recognised.
 //   events      the records of the accepted reports. id: kEventIDs times the batch, plus the position from 1, so ids
