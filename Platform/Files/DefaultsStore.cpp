@@ -165,7 +165,6 @@ void DefaultsStore::setObjectForKey(Value value, std::string_view key, Durabilit
   // Containers and objects are not compared: that could call the host.
   const Value* const kept = content_.find(key);
   if (kept && kept->kind() == value.kind() && (value.isNumber() || value.isString()) && *kept == value) return;
-  if (!loaded_) std::erase(storedUnread_, key);
   content_.set(key, std::move(value));
   countChange(durability);
 }

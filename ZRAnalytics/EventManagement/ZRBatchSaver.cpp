@@ -1,7 +1,6 @@
 #include "ZRAnalytics/EventManagement/ZRBatchSaver.h"
 
 #include <algorithm>
-#include <iterator>
 #include <string>
 #include <utility>
 
@@ -61,7 +60,9 @@ bool ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes
     try {
       for (ClosedBatch& batch : batches) {
         Array kept;
-        std::copy_if(batch.events.begin(), batch.events.end(), std::back_inserter(kept), passes);
+        for (const Value& record : batch.events) {
+          if (passes(record)) kept.push_back(record);
+        }
         batch.events = std::move(kept);
       }
     } catch (...) {

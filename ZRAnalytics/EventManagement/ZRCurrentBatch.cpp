@@ -59,7 +59,9 @@ void ZRCurrentBatch::keepIf(const std::function<bool(const Value& record)>& pass
     const std::optional<Array> held = events();
     if (!held) return;
     Array kept;
-    std::copy_if(held->begin(), held->end(), std::back_inserter(kept), passes);
+    for (const Value& record : *held) {
+      if (passes(record)) kept.push_back(record);
+    }
     platform::MutexLock lock(mutex_);
     // Meanwhile it may have been cleared, or events put back.
     if (!events_ || events_->size() != held->size()) continue;
