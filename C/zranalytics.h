@@ -294,7 +294,8 @@ ZR_API const char* zr_request_url(const zr_request* request, size_t* length);
 /* Headers beside the content type, which the host sets to "application/json; charset=utf-8". NULL beyond the last. */
 ZR_API const char* zr_request_header_name(const zr_request* request, size_t index);
 ZR_API const char* zr_request_header_value(const zr_request* request, size_t index);
-/* Made by the first call: call it just before sending. NULL after an error. */
+/* Made by the first call: call it just before sending. NULL after an error, for instance when the user opted out
+ * meanwhile; then respond with status 0. */
 ZR_API const char* zr_request_body(zr_request* request, size_t* length);
 /* http_status: 0 if no response came; error then says why, and is else NULL. body may be NULL if its length is 0. Frees
  * the request, also when it returns an error, but not for a NULL request. Allowed in every state. A response that comes
