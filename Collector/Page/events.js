@@ -199,8 +199,10 @@ export function eventsView(page) {
       while (body.children.length > kRows) forget(body.lastElementChild);
       if (list.length < kPage) {
         isCut = false;
-        pending = [];
-        showPending();
+        // What has arrived since this list was made is not in it.
+        pending = pending.filter(row => !rows.has(row.id));
+        if (pending.length && canInsert()) takePending();
+        else showPending();
       }
     } catch (error) {
       if (error.name !== "AbortError") setText(note, error.message);
