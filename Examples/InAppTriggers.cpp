@@ -71,7 +71,7 @@ class InAppModule final : public ZREventTriggerDelegate {
 
 void track(std::string_view name, std::shared_ptr<const ZRProperties> properties) {
   ZRAnalytics::sharedInstance().trackEventWithProperties(name, std::move(properties));
-  // Until the event's messages are printed: the program's end would cut them off. An application need not wait.
+  // Waits until the event's messages are printed; the program's end would cut them off. An application need not wait.
   platform::hostServices().scheduler->waitUntilIdle();
 }
 

@@ -36,7 +36,9 @@ void onAttributeQueue(const char* operation, Work work) {
   guarded({kFile, operation}, "exception : %@", [&] {
     if (!ZRAnalyticsUtils::shouldTrackUserAttribute()) return;
     globalQueue(platform::Priority::Default).async([operation, work = std::move(work)] {
-      if (!ZRAnalyticsUtils::isOptedOut()) guarded({kFile, operation}, "exception : %@", work);
+      guarded({kFile, operation}, "exception : %@", [&work] {
+        if (!ZRAnalyticsUtils::isOptedOut()) work();
+      });
     });
   });
 }

@@ -134,8 +134,10 @@ platform::Status startAnalytics(ZRStartOptions options) {
     transportInUse = transport;
   }
   configureCore(std::move(options.core));
-  guarded({kFile, "startAnalytics"}, kException,
-          [&] { platform::hostServices().scheduler->mainQueue().sync([&] { startOnMainThread(options.appStatus); }); });
+  const bool isStarted = guarded({kFile, "startAnalytics"}, kException, [&] {
+    platform::hostServices().scheduler->mainQueue().sync([&] { startOnMainThread(options.appStatus); });
+  });
+  if (!isStarted) return platform::Error{"the start was not completed, see the log"};
   return platform::Done{};
 }
 

@@ -36,7 +36,8 @@ struct ZRStartOptions {
 // attributes are sent if the remote configuration has a "device_model"; the locale is tracked. Last, if the application
 // is active, the did-become-active notification is posted: the session's start is tracked.
 //
-// An error changes nothing but the log sink: the remote configuration is wrong, or the host services are in use.
+// An error changes nothing but the log sink: the remote configuration is wrong, or the host services are in use. If the
+// host's main loop or application throws meanwhile, the module may be started in part; the log says what threw.
 ZR_PUBLIC platform::Status startAnalytics(ZRStartOptions options);
 
 // A URL opened the application: call it for each, after startAnalytics. Its traffic source reaches the session once, by

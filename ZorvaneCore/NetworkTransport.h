@@ -15,8 +15,7 @@ struct TransportRequest {
   // Names and values, beside the content type.
   std::vector<std::pair<std::string, std::string>> headers;
   // Makes the body. Called once, just before the request is sent, so that waiting requests hold no bodies. May throw,
-  // for instance when the events were cleared: then the request is not sent, and its completion is called with status
-  // 0.
+  // for instance when the events were cleared: then do not send the request, and call its completion with status 0.
   std::function<std::string()> makeBody;
 };
 

@@ -31,8 +31,8 @@ class DefaultsStore {
   Value objectForKey(std::string_view key) const;
   // False when the key is missing or its value is neither a number nor text.
   bool boolForKey(std::string_view key) const;
-  // The text under the key. If there is none, stores and returns the given one, atomically. One that was stored while
-  // the file could not be read gives way to the file's.
+  // The text under the key. If there is none, stores and returns the given one, atomically. While the file
+  // cannot be read, that one holds until it can, and gives way to the file's then.
   std::string textForKeyOrStored(std::string_view key, std::string text);
   // Nil removes the key. Once written, a lasting change survives a power loss; an eventual one may be undone by it
   // until a lasting one is written.

@@ -65,7 +65,7 @@ ZREventsHandler::ZREventsHandler()
       dumpFile_(inDocuments("zorvaneEvents.dat")),
       flushTimer_([this] { periodicSync(); }),
       sync_(
-          reports_serial_queue_, batchFile_, currentBatch_,
+          reports_serial_queue_, batchFile_,
           [this] {
             reports_serial_queue_.assertCurrent();
             return dropBeforeSync();
@@ -313,7 +313,7 @@ void ZREventsHandler::syncToServerFromDumpFile() {
 
 void ZREventsHandler::sendDumpFile() {
   const ZRConfigDataManager& store = ZRConfigDataManager::sharedInstance();
-  if (!store.isAccountActive() || !checkIfFileExists()) return;
+  if (!store.isAccountActive() || !checkIfFileExists() || !store.areChoicesRead()) return;
   if (!store.getZrvAppID()) {
     logLine("Reports API not called. AppID not present");
     return;
@@ -355,12 +355,14 @@ void ZREventsHandler::sendDumpFile() {
 void ZREventsHandler::clearEventsdata() {
   // First, so that a save that is under way notices.
   currentBatch_.clear();
+  sync_.cancelUnsent();
   if (journal_) journal_->clear();
   removeDatFile();
   removeEventsPlistFile();
 }
 
 void ZREventsHandler::dropOptedOutEvents() {
+  sync_.cancelUnsent();
   guarded({kFile, "dropOptedOutEvents"}, "exception is %@", [this] {
     reports_serial_queue_.async([this, generation = currentBatch_.generation()] {
       reports_serial_queue_.assertCurrent();

@@ -166,8 +166,8 @@ class ZREventsHandler {
   ZRTurn dumpTurn_;
   ZRFlushTimer flushTimer_;
   ZRSync sync_;
-  // The generation of the current batch for which dropping is done. None when the handler began without knowing the
-  // application's choices.
+  // The generation of the current batch for which dropping is done. The maximum, which no batch has, if the handler
+  // began when the application's choices could not be read.
   std::uint64_t dropped_ ZR_GUARDED_BY(reports_serial_queue_);
 
   mutable platform::Mutex whitelistMutex_;

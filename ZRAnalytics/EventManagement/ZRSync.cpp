@@ -51,13 +51,13 @@ std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
   const ZRSyncLedger::Arrival arrival = ledger_.arrive(flush);
   if (arrival == ZRSyncLedger::Arrival::Reload) (void)load();
   if (arrival != ZRSyncLedger::Arrival::Start) return Result{false, false};
+  const unsigned cancels = cancels_;
   if (!isSendable_()) {
     ledger_.abandon();
     if (flush.reset) resetUser_();
     return Result{false, false};
   }
 
-  const std::uint64_t generation = current_.generation();
   const std::vector<ZRStoredBatch> batches = load();
   if (batches.empty()) {
     logLine("All the tracked events are already synced with Zorvane :]");
@@ -73,7 +73,7 @@ std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
   const auto run = std::make_shared<ZRSyncRun>(ZRSyncRun{flush, batches.size()});
   for (const ZRStoredBatch& batch : batches) {
     // Without an application identifier the sync stays running and its completion is never called.
-    if (!send(batch, generation, run)) break;
+    if (!send(batch, cancels, run)) break;
   }
   return std::nullopt;
 }
@@ -99,12 +99,12 @@ std::vector<ZRStoredBatch> ZRSync::load() {
   return sendable;
 }
 
-bool ZRSync::send(const ZRStoredBatch& batch, std::uint64_t generation, const std::shared_ptr<ZRSyncRun>& run) {
+bool ZRSync::send(const ZRStoredBatch& batch, unsigned cancels, const std::shared_ptr<ZRSyncRun>& run) {
   logLine("Report Add request initiated:");
   ZRBatchParts parts = batch.parts();
   if (!parts.events.isNil()) {
-    const auto write = [this, events = parts.events, generation](std::string& out) {
-      if (current_.generation() != generation) throw ValueError("its events were cleared");
+    const auto write = [this, events = parts.events, cancels](std::string& out) {
+      if (cancels_ != cancels) throw ValueError("the events of the request were cleared");
       platform::appendJSON(events, out);
     };
     parts.events = platform::lazyJSON(write, [events = parts.events] { return events; });

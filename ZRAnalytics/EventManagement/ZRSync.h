@@ -3,7 +3,6 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -11,7 +10,6 @@
 
 #include "Platform/Dispatch/Queue.h"
 #include "ZRAnalytics/EventManagement/ZRBatchFile.h"
-#include "ZRAnalytics/EventManagement/ZRCurrentBatch.h"
 #include "ZRAnalytics/EventManagement/ZRSyncLedger.h"
 
 namespace zorvane {
@@ -20,15 +18,9 @@ namespace zorvane {
 class ZRSync {
  public:
   // Both are called on the queue: isSendable before a sync reads the file, where false ends it, and resetUser at the
-  // end of each reset flush. A request that is not sent yet when the current batch is cleared fails: its events are
-  // cleared, too. Queue, file and current batch outlive the sync and its requests.
-  ZRSync(platform::Queue& queue, ZRBatchFile& file, const ZRCurrentBatch& current, std::function<bool()> isSendable,
-         std::function<void()> resetUser)
-      : queue_(queue),
-        file_(file),
-        current_(current),
-        isSendable_(std::move(isSendable)),
-        resetUser_(std::move(resetUser)) {}
+  // end of each reset flush. Queue and file outlive the sync, and the sync its requests.
+  ZRSync(platform::Queue& queue, ZRBatchFile& file, std::function<bool()> isSendable, std::function<void()> resetUser)
+      : queue_(queue), file_(file), isSendable_(std::move(isSendable)), resetUser_(std::move(resetUser)) {}
 
   // Sends every batch of the file as one request each, except those that were accepted before. The completion is
   // called on the queue:
@@ -39,6 +31,8 @@ class ZRSync {
   //   (false, true)   an exception stopped it
   // It is never called when the application identifier vanishes while requests are being made.
   void flush(const ZRFlush& flush);
+  // Lets the requests fail that are not sent yet, because their events are cleared. Any thread.
+  void cancelUnsent() noexcept { ++cancels_; }
   // Whether a reset flush is running or waits for a sync to end. Up to date in each completion. Any thread.
   bool isResetPending() const { return isResetPending_; }
 
@@ -51,9 +45,8 @@ class ZRSync {
   std::optional<Result> start(const ZRFlush& flush) ZR_REQUIRES(queue_);
   // Reads the file into the ledger. The batches that can be sent, oldest first; none when the file cannot be read.
   std::vector<ZRStoredBatch> load() ZR_REQUIRES(queue_);
-  // False when the application identifier is gone. The generation is that of the current batch when the file was read.
-  bool send(const ZRStoredBatch& batch, std::uint64_t generation, const std::shared_ptr<ZRSyncRun>& run)
-      ZR_REQUIRES(queue_);
+  // False when the application identifier is gone. `cancels` is the number from before the file was read.
+  bool send(const ZRStoredBatch& batch, unsigned cancels, const std::shared_ptr<ZRSyncRun>& run) ZR_REQUIRES(queue_);
   void responseArrived(ZRSyncRun& run, const std::string& batchID, bool accepted) ZR_REQUIRES(queue_);
   // Returns the parked flush that is to run after the completion, if any.
   std::optional<ZRFlush> finish(bool reset) ZR_REQUIRES(queue_);
@@ -64,11 +57,11 @@ class ZRSync {
 
   platform::Queue& queue_;
   ZRBatchFile& file_;
-  const ZRCurrentBatch& current_;
   const std::function<bool()> isSendable_;
   const std::function<void()> resetUser_;
   ZRSyncLedger ledger_ ZR_GUARDED_BY(queue_);
   std::atomic<bool> isResetPending_{false};
+  std::atomic<unsigned> cancels_{0};
 };
 
 }  // namespace zorvane

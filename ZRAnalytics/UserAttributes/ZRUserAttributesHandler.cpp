@@ -95,9 +95,9 @@ bool ZRUserAttributesHandler::setUserAttributeValueWithNameCheckStorage(const Va
         logLine("User Attribute(%@) tracked with already existing value(%@)", {name, value});
         return;
       }
-      if (!isAllowed()) {
+      if (ZRAnalyticsUtils::isOptedOut() && !isAllowed()) {
         // An opt-out came meanwhile. It may have emptied the cache before.
-        if (ZRAnalyticsUtils::isOptedOut() && userAttributeData() == data) forgetUser();
+        if (userAttributeData() == data) forgetUser();
         return;
       }
       logLine("User Attribute(%@) updated to value(%@)", {name, value});

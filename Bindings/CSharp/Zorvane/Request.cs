@@ -33,6 +33,8 @@ namespace Zorvane
         public IReadOnlyDictionary<string, string> Headers { get; }
 
         /// <summary>The body, JSON in UTF-8. The first call makes it: call it just before sending.</summary>
+        /// <exception cref="AnalyticsException">It cannot be made, for instance because the user opted out. Call Fail
+        /// then.</exception>
         /// <exception cref="InvalidOperationException">The request has its response.</exception>
         public byte[] GetBody()
         {

@@ -233,7 +233,8 @@ class Request:
 
     @property
     def body(self):
-        """Bytes; made by the first use, so ask just before sending."""
+        """Bytes; made by the first use, so ask just before sending. If that raises, for instance because the user opted
+        out, respond with status 0."""
         return ctypes.string_at(_request_body(self._pointer, None))
 
     def respond(self, status, body=b"", error=None):

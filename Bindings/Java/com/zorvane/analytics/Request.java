@@ -40,7 +40,7 @@ public final class Request {
    * The body. The first call makes it: call it just before sending.
    *
    * @return JSON in UTF-8
-   * @throws AnalyticsException if it cannot be made
+   * @throws AnalyticsException if it cannot be made, for instance because the user opted out: call fail then
    * @throws IllegalStateException after a response
    */
   public synchronized byte[] body() {
