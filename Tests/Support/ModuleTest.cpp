@@ -74,6 +74,10 @@ std::string FakeService::Request::header(const std::string& name) const {
 
 void FakeService::send(TransportRequest request, std::function<void(const TransportResponse&)> completion) {
   expectNoLockHeld("the transport");
+  if (isBusy) {
+    waiting_.emplace_back(std::move(request), std::move(completion));
+    return;
+  }
   std::string text;
   try {
     text = request.makeBody();
@@ -98,6 +102,11 @@ void FakeService::send(TransportRequest request, std::function<void(const Transp
       .async([completion = std::move(completion), status] {
         completion(TransportResponse{status, "{}", ""});
       });
+}
+
+void FakeService::proceed() {
+  isBusy = false;
+  for (auto& [request, completion] : std::exchange(waiting_, {})) send(std::move(request), std::move(completion));
 }
 
 void FakeService::answerNext(int status) {

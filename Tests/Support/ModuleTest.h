@@ -76,6 +76,9 @@ class FakeService final : public NetworkTransport {
   // The status of each request; 200 by default. With hold set, requests wait for answerNext().
   std::function<int(const Request&)> decide = [](const Request&) { return 200; };
   bool hold = false;
+  // Requests wait for proceed(), without their bodies.
+  bool isBusy = false;
+  void proceed();
 
   // Answers the oldest held request on the calling thread; the caller then runs the scheduler.
   void answerNext(int status);
@@ -86,6 +89,7 @@ class FakeService final : public NetworkTransport {
   mutable std::mutex mutex_;
   std::vector<Request> requests_;
   std::vector<std::function<void(const TransportResponse&)>> held_;
+  std::vector<std::pair<TransportRequest, std::function<void(const TransportResponse&)>>> waiting_;
 };
 
 class ModuleTest : public ::testing::Test {

@@ -93,20 +93,39 @@ TEST_F(ConsentTest, NothingIsSentWhileTheUsersChoiceCannotBeRead) {
   EXPECT_TRUE(service_->requests().empty());
 }
 
-TEST_F(ConsentTest, RequestsThatAreNotSentYetFailWhenTheirEventsAreCleared) {
-  startWithSession();
-  for (const char* name : {"first", "second", "third"}) save({name});
-  int begun = 0;
-  log_->onMessage = [&begun](const std::string& message) {
-    if (message != "Report Add request initiated:" || ++begun != 2) return;
-    ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
-  };
-  Answers answers;
-  flush(answers);
-  settle();
-  ASSERT_EQ(service_->requests().size(), 2U) << "one batch and the registration of the choice";
-  EXPECT_NE(service_->requests()[0].body.description().find("first"), std::string::npos);
-  EXPECT_EQ(answers, (Answers{{false, true}}));
+TEST_F(ConsentTest, RequestsThatAreNotSentYetFail) {
+  for (const bool isSavedLate : {false, true}) {
+    inEarlierLaunch([this, isSavedLate] {
+      startWithSession();
+      service_->isBusy = true;
+      Answers answers;
+      const auto saveAndFlush = [&] {
+        for (const char* name : {"first", "second"}) save({name});
+        flush(answers);
+        settle();
+      };
+      if (isSavedLate) {
+        save({"earlier"});
+        // Between the clearing and the user's choice.
+        log_->onMessage = [&](const std::string& message) {
+          if (message != "Batch Events plist deleted") return;
+          log_->onMessage = nullptr;
+          saveAndFlush();
+        };
+      } else {
+        saveAndFlush();
+        log_->onMessage = [&](const std::string& message) {
+          if (message == "Batch Events plist deleted") service_->proceed();
+        };
+      }
+      ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
+      service_->proceed();
+      settle();
+      EXPECT_EQ(answers, (Answers{{false, true}})) << isSavedLate;
+      EXPECT_EQ(service_->requests().size(), 1U) << "the registration of the choice";
+      ZRAnalytics::sharedInstance().optOutOfDataTracking(false);
+    });
+  }
 }
 
 TEST_F(ConsentTest, WhileDroppedEventsStandInTheFileNothingIsSent) {
