@@ -49,8 +49,14 @@ bool MainLoop::enqueue(Task task) {
   }
   if (wake) wake_.notifyOne();
   context_->tasks.mainTaskWaits();
-  if (pump_ == Pump::Host) options_.postToHostLoop([self] { self->runNext(); });
-  return !start || startOwnThread();
+  if (pump_ != Pump::Host) return !start || startOwnThread();
+  bool isPosted = false;
+  context_->uncaught.guard([&] {
+    // Also the tasks whose post failed.
+    options_.postToHostLoop([self] { self->runWaiting(); });
+    isPosted = true;
+  });
+  return isPosted;
 }
 
 void MainLoop::sync(const std::function<void()>& work) {
@@ -58,24 +64,16 @@ void MainLoop::sync(const std::function<void()>& work) {
   const auto self = shared_from_this();
   const auto call = std::make_shared<SyncCall>();
   call->work = &work;
-  bool pumped = false;
+  const bool pumped = enqueue([this, call] { runSyncCall(*call); });
   std::exception_ptr exception;
-  try {
-    pumped = enqueue([this, call] { runSyncCall(*call); });
-  } catch (...) {  // the host's loop did not take it
-    exception = std::current_exception();
-  }
   {
     MutexLock lock(mutex_);
     while (call->state == SyncCall::State::Running ||
            (call->state == SyncCall::State::Waiting && pumped && !stopped_)) {
       syncCallChanged_.wait(mutex_);
     }
-    if (call->state == SyncCall::State::Waiting) {
-      call->state = SyncCall::State::GivenUp;
-    } else {
-      exception = std::move(call->exception);
-    }
+    if (call->state == SyncCall::State::Waiting) call->state = SyncCall::State::GivenUp;
+    exception = std::move(call->exception);
   }
   if (exception) std::rethrow_exception(std::move(exception));
 }

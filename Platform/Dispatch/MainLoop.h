@@ -38,12 +38,12 @@ class MainLoop final : public MainQueue, public std::enable_shared_from_this<Mai
   void dropTasks();
 
  private:
-  // Who runs the tasks: a thread of the loop's own, the caller of runAdopted(), or a host's loop by runNext().
+  // Who runs the tasks: a thread of the loop's own, the caller of runAdopted(), or a host's loop by runWaiting().
   enum class Pump { OwnThread, Adopted, Host };
   struct SyncCall;
 
-  // False if the loop is stopped (the task is destroyed) or its thread could not be started (the task stays queued; the
-  // next post tries again).
+  // False if the loop is stopped (the task is destroyed), its thread could not be started or the host's loop threw (the
+  // task stays queued; the next post tries again).
   bool enqueue(Task task);
   // Runs the work of sync() on the main thread, unless its caller has given up.
   void runSyncCall(SyncCall& call);

@@ -51,7 +51,8 @@ struct MainLoopOptions {
   // the scheduler starts a thread of its own.
   bool adoptedByHost = false;
   // For a host with a loop of its own. Called from any thread with work that the host must run on its main thread, soon
-  // and in order. isMainThread must then be set too; runMainLoop is not used.
+  // and in order. isMainThread must then be set too; runMainLoop is not used. If it throws, the uncaught handler gets
+  // the exception, and the work runs with the next one.
   std::function<void(Task)> postToHostLoop = nullptr;
   // Called from any thread: whether it is the main thread.
   std::function<bool()> isMainThread = nullptr;
