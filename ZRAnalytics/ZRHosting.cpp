@@ -117,6 +117,32 @@ bool settle(const Deadline& deadline) {
   }
 }
 
+// False if something is left to be sent.
+bool sendAll(double seconds) {
+  const Deadline deadline(seconds);
+  // A registration that is not answered counts as failed: leaving the foreground would repeat it.
+  settle(Deadline(seconds / 2));
+  platform::hostServices().scheduler->mainQueue().runOrPost([] {
+    if (!isApplicationActive()) return;
+    post(platform::kWillResignActiveNotification);
+    post(platform::kWillTerminateNotification);
+  });
+  bool settled = settle(deadline);
+  ZREventsHandler& events = ZREventsHandler::sharedInstance();
+  events.saveCurrentBatch();
+  const auto allSent = [&events] {
+    const auto batches = events.getBatches();
+    const auto unsaved = events.viewsInfoArray();
+    return batches && batches->empty() && (!unsaved || unsaved->empty());
+  };
+  if (!allSent()) {
+    // Saved since the last sync began, or refused.
+    ZRAnalytics::sharedInstance().syncNow();
+    settled = settle(deadline);
+  }
+  return settled && allSent() && isDeviceRegistered();
+}
+
 }  // namespace
 
 platform::Status startAnalytics(ZRStartOptions options) {
@@ -134,10 +160,11 @@ platform::Status startAnalytics(ZRStartOptions options) {
     transportInUse = transport;
   }
   configureCore(std::move(options.core));
-  const bool isStarted = guarded({kFile, "startAnalytics"}, kException, [&] {
-    platform::hostServices().scheduler->mainQueue().sync([&] { startOnMainThread(options.appStatus); });
+  bool isStarted = false;
+  platform::hostServices().scheduler->mainQueue().sync([&] {
+    isStarted = guarded({kFile, "startAnalytics"}, kException, [&] { startOnMainThread(options.appStatus); });
   });
-  if (!isStarted) return platform::Error{"the start was not completed, see the log"};
+  if (!isStarted) return platform::Error{"the start was not completed"};
   return platform::Done{};
 }
 
@@ -151,32 +178,9 @@ void openURL(std::optional<URL> url) {
 }
 
 bool endAnalytics(double seconds) {
-  bool isAllDone = false;
-  guarded({kFile, "endAnalytics"}, kException, [&] {
-    const Deadline deadline(seconds);
-    // A registration that is not answered counts as failed: leaving the foreground would repeat it.
-    settle(Deadline(seconds / 2));
-    platform::hostServices().scheduler->mainQueue().runOrPost([] {
-      if (!isApplicationActive()) return;
-      post(platform::kWillResignActiveNotification);
-      post(platform::kWillTerminateNotification);
-    });
-    bool settled = settle(deadline);
-    ZREventsHandler& events = ZREventsHandler::sharedInstance();
-    events.saveCurrentBatch();
-    const auto allSent = [&events] {
-      const auto batches = events.getBatches();
-      const auto unsaved = events.viewsInfoArray();
-      return batches && batches->empty() && (!unsaved || unsaved->empty());
-    };
-    if (!allSent()) {
-      // Saved since the last sync began, or refused.
-      ZRAnalytics::sharedInstance().syncNow();
-      settled = settle(deadline);
-    }
-    isAllDone = settled && allSent() && isDeviceRegistered();
-  });
-  return isAllDone;
+  bool isAllSent = false;
+  guarded({kFile, "endAnalytics"}, kException, [&] { isAllSent = sendAll(seconds); });
+  return isAllSent;
 }
 
 }  // namespace zorvane

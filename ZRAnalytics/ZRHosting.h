@@ -37,7 +37,8 @@ struct ZRStartOptions {
 // is active, the did-become-active notification is posted: the session's start is tracked.
 //
 // An error changes nothing but the log sink: the remote configuration is wrong, or the host services are in use. If the
-// host's main loop or application throws meanwhile, the module may be started in part; the log says what threw.
+// host's application throws, which is logged, or its main loop does not run the start, the module may be started in
+// part.
 ZR_PUBLIC platform::Status startAnalytics(ZRStartOptions options);
 
 // A URL opened the application: call it for each, after startAnalytics. Its traffic source reaches the session once, by
