@@ -36,7 +36,7 @@ void LogRecorder::logMessage(std::int64_t type, const std::string& message) {
     std::lock_guard lock(mutex_);
     messages_.push_back(message);
   }
-  if (onMessage) onMessage(message);
+  if (const auto call = onMessage) call(message);  // a copy: it may replace itself
 }
 
 void LogRecorder::logError(const std::string& file, std::int64_t line, const std::string& operation,

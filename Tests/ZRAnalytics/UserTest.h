@@ -99,6 +99,10 @@ class UserTest : public EventPipelineTest {
   static std::string userAttribute(const std::string& attributes) {
     return "EVENT_ACTION_USER_ATTRIBUTE " + attributes;
   }
+  static Value uniqueID() {
+    return handler().getIdentifierDictionary().value_or(Dictionary()).objectForKey("zrv_user_id");
+  }
+  std::string cacheFile() const { return library("ZrvData/ZRUserAttributes"); }
 
   // Appends each log line and notification to order_ from now on.
   void recordOrder() {
