@@ -241,7 +241,8 @@ typedef struct zr_options zr_options;
 ZR_API zr_options* zr_options_new(void);
 ZR_API void zr_options_free(zr_options* options);
 
-/* The collection service's base URL. Without it, or without an app_id, nothing is sent. */
+/* The collection service's base URL; slashes at its end are dropped. Without it, or without an app_id, nothing is
+ * sent. */
 ZR_API zr_status zr_options_set_endpoint(zr_options* options, const char* url, size_t length);
 ZR_API zr_status zr_options_set_app_id(zr_options* options, const char* app_id, size_t length);
 /* The module's files stand in "Documents", "Library" and "Defaults" below this folder. Default: "zorvane" in

@@ -79,7 +79,8 @@ class CoreState {
   // The choices kept over restarts, in "core.plist" in the library directory. One that cannot be written is written
   // again with the next synchronize of the SDK defaults and each time the application leaves the foreground.
   bool choice(std::string_view key);
-  // False while the file cannot be read: then each choice seems not to be made. Tries to read it.
+  // False while the file cannot be read: then each choice seems not to be made. Tries to read it, and refreshes the
+  // gates once it is read.
   bool areChoicesRead();
   void setChoice(std::string_view key, Value value, platform::Durability durability = platform::Durability::Lasting);
   ZRSDKConfiguration sdkConfiguration();
