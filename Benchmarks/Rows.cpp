@@ -158,7 +158,7 @@ void sqlite(const std::string& folder, const Arguments& arguments) {
   int number = 0;
   for (double& sample : microseconds) {
     const double before = secondsNow();
-    const std::string json = platform::jsonText(sixAttributes(++number)->plainAttributes());
+    const std::string json = platform::jsonText(sixAttributes(++number)->getAttributesDict());
     sqlite3_bind_text(insert, 1, json.data(), static_cast<int>(json.size()), SQLITE_STATIC);
     if (sqlite3_step(insert) != SQLITE_DONE || sqlite3_reset(insert) != SQLITE_OK) std::exit(1);
     sample = (secondsNow() - before) * 1e6;

@@ -57,7 +57,7 @@ void checkEvent(const Value& name, const ZRProperties* properties) {
   const auto read = readEvent(written.view());
   const ZRProperties expected = properties ? *properties : ZRProperties();
   fuzz::check(read && fuzz::same(read->name, name) &&
-                  fuzz::same(read->properties.plainAttributes(), expected.plainAttributes()) &&
+                  fuzz::same(read->properties.getAttributesDict(), expected.getAttributesDict()) &&
                   fuzz::same(read->properties.getDateTimeAttributesArray(), expected.getDateTimeAttributesArray()) &&
                   fuzz::same(read->properties.getLocationAttributesArray(), expected.getLocationAttributesArray()) &&
                   read->properties.isNonInteractiveEvent() == expected.isNonInteractiveEvent(),

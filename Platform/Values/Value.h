@@ -140,6 +140,10 @@ class ZR_PUBLIC Value {
   Value(URL url);
   Value(Array array);
   Value(Dictionary dictionary);
+  // Shares a dictionary that does not change any more. Null is nil.
+  explicit Value(std::shared_ptr<const Dictionary> dictionary) noexcept {
+    if (dictionary) share(Kind::Dictionary, std::move(dictionary));
+  }
   template <std::derived_from<Object> T>
   Value(std::shared_ptr<T> object) noexcept {
     if (object) share(Kind::Object, std::shared_ptr<const Object>(std::move(object)));

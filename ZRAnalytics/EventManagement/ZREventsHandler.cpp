@@ -29,6 +29,7 @@ namespace {
 
 constexpr std::int64_t kDefaultBatchCount = 30;
 constexpr char kFlush[] = "flushWithCompletionBlock";
+constexpr ReportSite kMakeRecord{kFile, "getEventDictForEventAndProperties"};
 constexpr ReportSite kDumpFileSync{kFile, "syncToServerFromDumpFile"};
 constexpr char kTrackEvent[] = "trackEventWithPropertiesWithCompletionBlock";
 
@@ -44,6 +45,13 @@ std::string inDocuments(std::string_view fileName) {
 bool holds(const Array& names, std::string_view name) {
   return std::any_of(names.begin(), names.end(),
                      [name](const Value& held) { return held.isString() && *held.asString() == name; });
+}
+
+// The plain section. It is copied if others hold the properties, as they may change them.
+Value plainAttributes(const std::shared_ptr<const ZRProperties>& properties) {
+  const Dictionary& plain = properties->getAttributesDict();
+  if (properties.use_count() != 1) return plain;
+  return Value(std::shared_ptr<const Dictionary>(properties, &plain));
 }
 
 }  // namespace
@@ -158,7 +166,8 @@ void ZREventsHandler::recordAcceptedEvent(const TrackedEvent& event) {
 }
 
 bool ZREventsHandler::recordEvent(const TrackedEvent& event) {
-  Dictionary record = getEventDictForEventAndProperties(event.name, event.properties.get());
+  Dictionary record;
+  guarded(kMakeRecord, "exception is %@", [&] { record = makeRecord(event.name, event.properties); });
   if (record.empty()) return false;
   checkForTriggersForEventAndEventDict(event.name, record);
   if (journal_) journal_->recorded(event.ticket, record);
@@ -223,17 +232,17 @@ void ZREventsHandler::updateSDKWhiteListedEvents(const Array& names) {
 
 Dictionary ZREventsHandler::getEventDictForEventAndProperties(const Value& name, const ZRProperties* properties) const {
   Dictionary record;
-  guarded({kFile, "getEventDictForEventAndProperties"}, "exception is %@",
-          [&] { record = makeRecord(name, properties); });
+  guarded(kMakeRecord, "exception is %@",
+          [&] { record = makeRecord(name, properties ? std::make_shared<const ZRProperties>(*properties) : nullptr); });
   return record;
 }
 
-Dictionary ZREventsHandler::makeRecord(const Value& name, const ZRProperties* properties) {
+Dictionary ZREventsHandler::makeRecord(const Value& name, const std::shared_ptr<const ZRProperties>& properties) {
   Dictionary record;
   record.reserve(6);
   record.set(kReportsKeyEventName, name);
   if (properties && !properties->getAttributesDict().empty()) {
-    record.set(kReportsKeyEventAttrs, properties->plainAttributes());
+    record.set(kReportsKeyEventAttrs, plainAttributes(properties));
   }
   record.set(kReportsKeyGMT_Time, ZRDateUtils::getGMTtime());
   record.set(kReportsKeyDevice_Time, ZRDateUtils::getLocalTime());

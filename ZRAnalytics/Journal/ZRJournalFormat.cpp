@@ -244,7 +244,7 @@ std::optional<Value> takeValue(std::string_view& bytes) {
 void appendEvent(const Value& name, const ZRProperties* properties, Bytes& out) {
   append(name, 0, out);
   if (!properties) return;
-  append(properties->plainAttributes(), 0, out);
+  append(properties->getAttributesDict(), 0, out);
   const Array& dates = properties->getDateTimeAttributesArray();
   const Array& locations = properties->getLocationAttributesArray();
   const bool isNonInteractive = properties->isNonInteractiveEvent();

@@ -42,6 +42,16 @@ TEST_F(EventAcceptanceTest, RecordHasOnlyTheSectionsOfItsEvent) {
   EXPECT_NE(record.objectForKey("N_I_E").asInteger(), nullptr) << "a number, not a boolean";
 }
 
+TEST_F(EventAcceptanceTest, LaterAttributesDoNotReachARecordedEvent) {
+  startWithSession();
+  const auto properties = ZRProperties::initWithAttributes({{"count", 1}});
+  events().trackEventWithProperties("E", properties);
+  settle();
+  properties->addAttributeWithName(2, "count");
+  const Array recorded = events().viewsInfoArray().value();
+  EXPECT_EQ(recorded.at(0).asDictionary()->objectForKey("EVENT_ATTRS"), (Dictionary{{"count", 1}}));
+}
+
 TEST_F(EventAcceptanceTest, EventsOfOneThreadAreRecordedInOrderBeforeTheirCompletions) {
   startWithSession();
   std::vector<std::size_t> recorded;

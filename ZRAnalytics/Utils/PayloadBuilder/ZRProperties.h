@@ -16,7 +16,7 @@ namespace zorvane {
 // throws. An attribute without a name or a value, or with an unparsable date, is left out with a log line.
 class ZR_PUBLIC ZRProperties {
  public:
-  ZRProperties() : ZRProperties(Dictionary()) {}
+  ZRProperties() = default;
   // The attributes become the plain section as they are.
   explicit ZRProperties(Dictionary plain) : attributeDict_(std::move(plain)) {}
   ZRProperties(const ZRProperties&) = default;
@@ -45,16 +45,13 @@ class ZR_PUBLIC ZRProperties {
 
   // The live containers, valid until this object is copied, handed over or given another dictionary. The arrays hold
   // dictionaries of one pair, in the order added.
-  const Dictionary& getAttributesDict() const { return *attributeDict_.asDictionary(); }
+  const Dictionary& getAttributesDict() const { return attributeDict_; }
   const Array& getDateTimeAttributesArray() const { return dateAttrArray_; }
   const Array& getLocationAttributesArray() const { return locationAttrArray_; }
 
-  // The plain section, shared until one side changes it: a copy of this value keeps what stands here now.
-  const Value& plainAttributes() const { return attributeDict_; }
-
   // The three sections and the flag, to read and to replace.
-  Dictionary& attributeDict() { return attributeDict_.mutableDictionary(); }
-  void setAttributeDict(Dictionary attributes) { attributeDict() = std::move(attributes); }
+  Dictionary& attributeDict() { return attributeDict_; }
+  void setAttributeDict(Dictionary attributes) { attributeDict_ = std::move(attributes); }
   Array& dateAttrArray() { return dateAttrArray_; }
   void setDateAttrArray(Array attributes) { dateAttrArray_ = std::move(attributes); }
   Array& locationAttrArray() { return locationAttrArray_; }
@@ -68,7 +65,7 @@ class ZR_PUBLIC ZRProperties {
 
  private:
   bool isNonInteractive_ = false;
-  Value attributeDict_;
+  Dictionary attributeDict_;
   Array dateAttrArray_;
   Array locationAttrArray_;
 };

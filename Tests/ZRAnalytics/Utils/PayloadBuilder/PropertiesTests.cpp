@@ -31,14 +31,6 @@ TEST_F(PropertiesTest, EachKindOfValueGoesToItsSection) {
   EXPECT_TRUE(properties->isNonInteractiveEvent());
 }
 
-TEST_F(PropertiesTest, LaterAttributesDoNotReachWhatAnEventTook) {
-  properties_.addAttributeWithName(1, "a");
-  const Value taken = properties_.plainAttributes();
-  properties_.addAttributeWithName(2, "a");
-  EXPECT_EQ(taken, (Dictionary{{"a", 1}}));
-  EXPECT_EQ(plain(), (Dictionary{{"a", 2}}));
-}
-
 TEST_F(PropertiesTest, ReservedNameOnlyChangesTheFlag) {
   const struct {
     bool before;
