@@ -69,8 +69,8 @@ class Task {
     if (operations_) operations_->move(storage_, other.storage_);
   }
 
-  const Operations* operations_ = nullptr;
   alignas(std::max_align_t) std::byte storage_[kInlineSize];
+  const Operations* operations_ = nullptr;
 };
 
 }  // namespace zorvane::platform
