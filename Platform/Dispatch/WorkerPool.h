@@ -59,7 +59,7 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   // The current queue (CurrentQueue) while a task of that priority runs.
   const void* identity(Priority priority) const noexcept { return &identities_[indexOf(priority)]; }
   // Whether tasks wait for a worker. A hint: may be out of date.
-  bool isBehind() const noexcept { return waiting_.load(std::memory_order_relaxed) != 0; }
+  bool isBehind() const noexcept { return isBehind_.load(std::memory_order_relaxed); }
 
   // Drops the waiting tasks and all later ones. Does not wait: each thread ends after its current task.
   void shutDown();
@@ -100,7 +100,11 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
 
   // How many waiting tasks may start now.
   std::size_t runnable() const ZR_REQUIRES(mutex_);
-  void updateHint() ZR_REQUIRES(mutex_) { waiting_.store(runnable(), std::memory_order_relaxed); }
+  // Writes only a change: workers read the cache line after each task.
+  void updateHint() ZR_REQUIRES(mutex_) {
+    const bool isWaiting = runnable() > 0;
+    if (isWaiting != isBehind()) isBehind_.store(isWaiting, std::memory_order_relaxed);
+  }
   // Adds the task to the open batch, or opens one.
   void addToBatch(Task&& task) ZR_REQUIRES(mutex_);
   // Runs the batch, then those that have waited for its end; or leaves it to the thread that runs the one before it.
@@ -148,7 +152,7 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   std::uint64_t taken_ ZR_GUARDED_BY(mutex_) = 0;
   Condition monitorCalled_;
 
-  std::atomic<std::size_t> waiting_{0};
+  std::atomic<bool> isBehind_{false};
   std::atomic<bool> hasBatches_{false};
   std::atomic<bool> shutDown_{false};
 };

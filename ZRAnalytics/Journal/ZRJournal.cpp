@@ -162,7 +162,8 @@ class Journal final : public ZREventJournal {
   // Also keeps the answer for the next calls.
   bool askOptedOut() {
     const bool isOut = !ZRConfigDataManager::sharedInstance().isDataTrackingEnabled();
-    isOptedOut_.store(isOut, std::memory_order_relaxed);
+    // Only a change, as callers read the cache line.
+    if (isOut != isOptedOut_.load(std::memory_order_relaxed)) isOptedOut_.store(isOut, std::memory_order_relaxed);
     return isOut;
   }
   static bool isFailed(const platform::Status& status) {

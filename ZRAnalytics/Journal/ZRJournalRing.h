@@ -106,11 +106,11 @@ class Ring {
   // In units.
   std::uint64_t capacity_ = 0;
   std::atomic<bool> takesEvents_{false};
-  // Where the next record begins, and the oldest position whose space is in use.
-  std::atomic<std::uint64_t> head_{0};
+  // The oldest position whose space is in use, and where the next record begins. The callers write the latter and the
+  // module's thread locks the mutex, both for each event: on cache lines of their own.
   std::atomic<std::uint64_t> tail_{0};
-
-  platform::Mutex mutex_;
+  alignas(64) std::atomic<std::uint64_t> head_{0};
+  alignas(64) platform::Mutex mutex_;
   // All records before it are released, or are sessions.
   std::uint64_t swept_ ZR_GUARDED_BY(mutex_) = 0;
   // A session record at the tail; 0: none.
