@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <random>
 #include <set>
@@ -292,10 +293,10 @@ TEST(JournalRingTest, SessionWithoutRoomReleasesNoEvent) {
 }
 
 TEST(JournalFormatTest, ValueOfMillionsIsRefused) {
-  Bytes bytes;
-  bytes.addNumber('a', std::uint32_t{2'000'000});
-  std::string payload(bytes.view());
-  payload.append(2'000'000, '0');
+  std::string payload = "a....";
+  const std::uint32_t count = 2'000'000;
+  std::memcpy(&payload[1], &count, sizeof count);
+  payload.append(count, '0');
   std::string_view left = payload;
   EXPECT_FALSE(takeValue(left));
 }

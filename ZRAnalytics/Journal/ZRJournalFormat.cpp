@@ -1,6 +1,7 @@
 #include "ZRAnalytics/Journal/ZRJournalFormat.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <iterator>
 #include <unordered_map>
@@ -13,27 +14,34 @@ namespace zorvane::journal {
 namespace {
 
 std::uint64_t mixed(std::uint64_t hash, std::uint64_t word) {
-  hash = (hash ^ word) * 0x9E3779B97F4A7C15u;
-  return hash ^ (hash >> 32);
+  return (std::rotl(hash, 23) ^ word) * 0x9E3779B97F4A7C15u;
+}
+
+std::uint64_t wordAt(const char* bytes) {
+  std::uint64_t word = 0;
+  std::memcpy(&word, bytes, sizeof word);
+  return word;
 }
 
 std::uint64_t mixed(std::uint64_t hash, std::string_view bytes) {
-  std::uint64_t word = 0;
-  // Two at a time, which the processor overlaps.
-  std::uint64_t other = 0;
-  for (std::uint64_t words[2]; bytes.size() >= sizeof words; bytes.remove_prefix(sizeof words)) {
-    std::memcpy(words, bytes.data(), sizeof words);
-    hash = mixed(hash, words[0]);
-    other = mixed(other, words[1]);
+  constexpr std::size_t kWord = sizeof(std::uint64_t);
+  const char* const begin = bytes.data();
+  const std::size_t size = bytes.size();
+  // Two words at a time, which the processor overlaps.
+  std::uint64_t other = size;
+  if (size >= kWord) {
+    for (std::size_t at = 0; at + 2 * kWord < size; at += 2 * kWord) {
+      hash = mixed(hash, wordAt(begin + at));
+      other = mixed(other, wordAt(begin + at + kWord));
+    }
+    // The last two may overlap others.
+    hash = mixed(hash, wordAt(begin + size - kWord));
+    other = mixed(other, wordAt(begin + (size >= 2 * kWord ? size - 2 * kWord : 0)));
+  } else {
+    for (const char byte : bytes) hash = mixed(hash, static_cast<unsigned char>(byte));
   }
   hash = mixed(hash, other);
-  for (; bytes.size() >= sizeof word; bytes.remove_prefix(sizeof word)) {
-    std::memcpy(&word, bytes.data(), sizeof word);
-    hash = mixed(hash, word);
-  }
-  word = bytes.size();
-  for (const char byte : bytes) word = word << 8 | static_cast<unsigned char>(byte);
-  return mixed(hash, word);
+  return hash ^ (hash >> 32);
 }
 
 template <typename Number>
@@ -62,67 +70,115 @@ bool takeText(std::string_view& bytes, std::string& text) {
 // One value needs up to forty times its bytes.
 constexpr std::size_t kMaximumValues = 1u << 20;
 
-// False for an array, a dictionary or an object other than a large integer.
-bool appendScalar(const Value& value, Bytes& out) {
+char* putTag(char* at, char tag) {
+  *at = tag;
+  return at + 1;
+}
+
+template <typename Number>
+char* putNumber(char* at, Number number) {
+  std::memcpy(at, &number, sizeof number);
+  return at + sizeof number;
+}
+
+// Behind its length.
+inline char* putText(char* at, std::string_view text) {
+  const std::size_t size = text.size();
+  const char* const from = text.data();
+  at = putNumber(at, static_cast<std::uint32_t>(size));
+  // Most texts are short; two copies of a fixed size take less time than a call of memcpy.
+  if (size > 16) {
+    std::memcpy(at, from, size);
+  } else if (size >= 8) {
+    std::memcpy(at, from, 8);
+    std::memcpy(at + size - 8, from + size - 8, 8);
+  } else if (size >= 4) {
+    std::memcpy(at, from, 4);
+    std::memcpy(at + size - 4, from + size - 4, 4);
+  } else if (size > 0) {
+    at[0] = from[0];
+    at[size / 2] = from[size / 2];
+    at[size - 1] = from[size - 1];
+  }
+  return at + size;
+}
+
+constexpr std::size_t roomForText(std::string_view text) {
+  return sizeof(std::uint32_t) + text.size();
+}
+
+// What putUsual() writes at most.
+std::size_t roomForUsual(const Value& value) {
+  const std::string* const text = value.asString();
+  return 1 + (text ? roomForText(*text) : sizeof(std::uint64_t));
+}
+
+// The end of the value; null for a kind that is rare in events.
+inline char* putUsual(char* at, const Value& value) {
   using Kind = Value::Kind;
   switch (value.kind()) {
     case Kind::Nil:
-      out.addTag('0');
-      return true;
+      return putTag(at, '0');
     case Kind::Null:
-      out.addTag('n');
-      return true;
+      return putTag(at, 'n');
     case Kind::Bool:
-      out.addTag(*value.asBool() ? 't' : 'f');
-      return true;
+      return putTag(at, *value.asBool() ? 't' : 'f');
     case Kind::Integer:
-      out.addNumber('i', *value.asInteger());
-      return true;
+      return putNumber(putTag(at, 'i'), *value.asInteger());
     case Kind::Double:
-      out.addNumber('d', *value.asDouble());
-      return true;
-    case Kind::String:
-      out.addText('s', *value.asString());
-      return true;
-    case Kind::Data: {
-      const auto& bytes = value.asData()->bytes;
-      out.addText('x', {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
-      return true;
-    }
+      return putNumber(putTag(at, 'd'), *value.asDouble());
     case Kind::Date:
-      out.addNumber('D', value.asDate()->secondsSince1970);
-      return true;
-    case Kind::URL:
-      out.addText('u', value.asURL()->absoluteString);
-      return true;
-    case Kind::Object:
-      if (!platform::isLargeInteger(value)) return false;
-      out.addNumber('l', value.asObject<platform::LargeInteger>()->number());
-      return true;
+      return putNumber(putTag(at, 'D'), value.asDate()->secondsSince1970);
+    case Kind::String:
+      return putText(putTag(at, 's'), *value.asString());
     default:
-      return false;
+      return nullptr;
   }
 }
 
-void append(const Value& value, int depth, Bytes& out);
+void appendRare(const Value& value, int depth, Bytes& out);
+
+void append(const Value& value, int depth, Bytes& out) {
+  const char* const end = putUsual(out.room(roomForUsual(value)), value);
+  if (!end) return appendRare(value, depth, out);
+  out.endAt(end);
+}
+
+void append(const Dictionary& dictionary, int depth, Bytes& out) {
+  char* at = putTag(out.room(1 + sizeof(std::uint32_t)), 'm');
+  out.endAt(putNumber(at, static_cast<std::uint32_t>(dictionary.size())));
+  for (const auto& [key, element] : dictionary) {
+    at = putText(out.room(roomForText(key) + roomForUsual(element)), key);
+    const char* const end = putUsual(at, element);
+    out.endAt(end ? end : at);
+    if (!end) appendRare(element, depth + 1, out);
+  }
+}
 
 void append(const Array& array, int depth, Bytes& out) {
-  out.addNumber('a', static_cast<std::uint32_t>(array.size()));
+  char* const at = putTag(out.room(1 + sizeof(std::uint32_t)), 'a');
+  out.endAt(putNumber(at, static_cast<std::uint32_t>(array.size())));
   for (const Value& element : array) append(element, depth + 1, out);
 }
 
-void append(const Value& value, int depth, Bytes& out) {
-  if (appendScalar(value, out)) return;
-  // take() accepts only a scalar at this depth.
-  if (depth >= platform::kMaxPropertyListDepth) return out.addText('s', {});
-  if (const Array* const array = value.asArray()) return append(*array, depth, out);
-  const Dictionary* const dictionary = value.asDictionary();
-  if (!dictionary) return append(platform::plainValueOf(*value.asObject()), depth + 1, out);
-  out.addNumber('m', static_cast<std::uint32_t>(dictionary->size()));
-  for (const auto& [key, element] : *dictionary) {
-    out.addText(key);
-    append(element, depth + 1, out);
+void appendText(char tag, std::string_view text, Bytes& out) {
+  out.endAt(putText(putTag(out.room(1 + roomForText(text)), tag), text));
+}
+
+void appendRare(const Value& value, int depth, Bytes& out) {
+  if (const platform::Data* const data = value.asData()) {
+    return appendText('x', {reinterpret_cast<const char*>(data->bytes.data()), data->bytes.size()}, out);
   }
+  if (const platform::URL* const url = value.asURL()) return appendText('u', url->absoluteString, out);
+  if (platform::isLargeInteger(value)) {
+    char* const at = putTag(out.room(1 + sizeof(std::uint64_t)), 'l');
+    return out.endAt(putNumber(at, value.asObject<platform::LargeInteger>()->number()));
+  }
+  // take() accepts only a scalar at this depth.
+  if (depth >= platform::kMaxPropertyListDepth) return appendText('s', {}, out);
+  if (const Array* const array = value.asArray()) return append(*array, depth, out);
+  if (const Dictionary* const dictionary = value.asDictionary()) return append(*dictionary, depth, out);
+  append(platform::plainValueOf(*value.asObject()), depth + 1, out);
 }
 
 // `left` values may still be taken.
@@ -217,7 +273,8 @@ std::uint64_t checksumOf(std::uint64_t salt, const Record& record, std::string_v
   std::uint64_t hash = mixed(salt, std::uint64_t{record.units} << 32 | record.bytes);
   hash = mixed(mixed(mixed(hash, record.position), time), record.kind);
   if (record.kind == kSession) hash = mixed(hash, record.session);
-  return mixed(hash, payload);
+  // By itself, so that the processor overlaps both.
+  return mixed(hash, mixed(salt, payload));
 }
 
 std::uint32_t recordedSumOf(std::uint64_t salt, const Record& record) {

@@ -3,11 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
@@ -72,48 +70,16 @@ class Bytes {
   Bytes& operator=(const Bytes&) = delete;
 
   std::string_view view() const { return {begin_, size_}; }
-  // Makes room for so many bytes, which the caller fills.
-  char* add(std::size_t count) {
+  // The end, with room for so many bytes behind it. Valid until the next call.
+  char* room(std::size_t count) {
     if (size_ + count > capacity_) grow(size_ + count);
-    return begin_ + std::exchange(size_, size_ + count);
+    return begin_ + size_;
   }
-  void addTag(char tag) { *add(1) = tag; }
-  template <typename Number>
-  void addNumber(char tag, Number number) {
-    char* const at = add(1 + sizeof number);
-    *at = tag;
-    std::memcpy(at + 1, &number, sizeof number);
-  }
-  void addText(char tag, std::string_view bytes) {
-    addTag(tag);
-    addText(bytes);
-  }
-  // Behind their length.
-  void addText(std::string_view bytes) {
-    const auto length = static_cast<std::uint32_t>(bytes.size());
-    char* const at = add(sizeof length + bytes.size());
-    std::memcpy(at, &length, sizeof length);
-    copy(bytes, at + sizeof length);
-  }
+  // Takes what was written into that room.
+  void endAt(const char* end) { size_ = static_cast<std::size_t>(end - begin_); }
 
  private:
   void grow(std::size_t needed);
-  // Most texts are short; two copies of a fixed size take less time than a call of memcpy.
-  static void copy(std::string_view bytes, char* to) {
-    const char* const from = bytes.data();
-    const std::size_t size = bytes.size();
-    if (size > 16) {
-      std::memcpy(to, from, size);
-    } else if (size >= 8) {
-      std::memcpy(to, from, 8);
-      std::memcpy(to + size - 8, from + size - 8, 8);
-    } else if (size >= 4) {
-      std::memcpy(to, from, 4);
-      std::memcpy(to + size - 4, from + size - 4, 4);
-    } else {
-      for (std::size_t i = 0; i < size; ++i) to[i] = from[i];
-    }
-  }
 
   char first_[1024];
   std::string heap_;
