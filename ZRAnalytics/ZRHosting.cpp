@@ -161,9 +161,11 @@ platform::Status startAnalytics(ZRStartOptions options) {
   }
   configureCore(std::move(options.core));
   bool isStarted = false;
-  platform::hostServices().scheduler->mainQueue().sync([&] {
+  const auto start = [&] {
     isStarted = guarded({kFile, "startAnalytics"}, kException, [&] { startOnMainThread(options.appStatus); });
-  });
+  };
+  // The main queue calls the host's loop, too.
+  guarded({kFile, "startAnalytics"}, kException, [&] { platform::hostServices().scheduler->mainQueue().sync(start); });
   if (!isStarted) return platform::Error{"the start was not completed"};
   return platform::Done{};
 }
