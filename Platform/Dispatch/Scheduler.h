@@ -52,7 +52,7 @@ struct MainLoopOptions {
   bool adoptedByHost = false;
   // For a host with a loop of its own. Called from any thread with work that the host must run on its main thread, soon
   // and in order. isMainThread must then be set too; runMainLoop is not used. If it throws, the uncaught handler gets
-  // the exception, and the work runs with the next one.
+  // the exception, and the work, due timers too, runs with the next one.
   std::function<void(Task)> postToHostLoop = nullptr;
   // Called from any thread: whether it is the main thread.
   std::function<bool()> isMainThread = nullptr;
