@@ -34,7 +34,7 @@ std::uint64_t mixed(std::uint64_t hash, std::string_view bytes) {
       hash = mixed(hash, wordAt(begin + at));
       other = mixed(other, wordAt(begin + at + kWord));
     }
-    // The last two may overlap others.
+    // The last two may share bytes with each other or with earlier ones.
     hash = mixed(hash, wordAt(begin + size - kWord));
     other = mixed(other, wordAt(begin + (size >= 2 * kWord ? size - 2 * kWord : 0)));
   } else {
@@ -81,7 +81,7 @@ char* putNumber(char* at, Number number) {
   return at + sizeof number;
 }
 
-// Behind its length.
+// Behind its length. Inline, as is putUsual(), because an event calls it for each name and text.
 inline char* putText(char* at, std::string_view text) {
   const std::size_t size = text.size();
   const char* const from = text.data();
@@ -103,7 +103,7 @@ inline char* putText(char* at, std::string_view text) {
   return at + size;
 }
 
-constexpr std::size_t roomForText(std::string_view text) {
+std::size_t roomForText(std::string_view text) {
   return sizeof(std::uint32_t) + text.size();
 }
 
@@ -273,7 +273,7 @@ std::uint64_t checksumOf(std::uint64_t salt, const Record& record, std::string_v
   std::uint64_t hash = mixed(salt, std::uint64_t{record.units} << 32 | record.bytes);
   hash = mixed(mixed(mixed(hash, record.position), time), record.kind);
   if (record.kind == kSession) hash = mixed(hash, record.session);
-  // By itself, so that the processor overlaps both.
+  // The payload's sum does not need that of the fields, so the processor computes both at the same time.
   return mixed(hash, mixed(salt, payload));
 }
 
@@ -318,7 +318,7 @@ std::optional<Event> readEvent(std::string_view payload) {
   if (!take(payload, 0, left, event.name)) return std::nullopt;
   if (payload.empty()) return event;
   if (!take(payload, 0, left, part) || !part.isDictionary()) return std::nullopt;
-  event.properties = ZRProperties(*part.asDictionary());
+  event.properties.setAttributeDict(*part.asDictionary());
   if (payload.empty()) return event;
   if (!take(payload, 0, left, part) || !part.isArray()) return std::nullopt;
   event.properties.setDateAttrArray(*part.asArray());

@@ -13,8 +13,8 @@
 
 namespace zorvane::journal {
 
-// "ZRJRNL01", read as a number.
-inline constexpr std::uint64_t kMagic = 0x31304C4E524A525A;
+// "ZRJRNL02", read as a number.
+inline constexpr std::uint64_t kMagic = 0x32304C4E524A525A;
 inline constexpr std::size_t kHeaderBytes = 4096;
 inline constexpr std::size_t kUnit = 64;
 // Beyond any position and any number of a store operation that a process reaches.

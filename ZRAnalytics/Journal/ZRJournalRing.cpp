@@ -22,8 +22,8 @@ namespace {
 
 using platform::systemCalls;
 
-// Units of the next record, at most.
-constexpr std::uint64_t kPrefetched = 8;
+// Bytes of the next record, at most.
+constexpr std::uint64_t kPrefetched = 512;
 
 // A kill between two stores leaves whole words.
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
@@ -239,7 +239,10 @@ std::uint64_t Ring::add(Kind kind, std::string_view payload, double time, std::u
   write(position, units, kind, payload, time, session);
   // The next event is often as large. Its cache lines come from memory while the caller goes on.
   const char* const next = reinterpret_cast<const char*>(&at(position)) + units * kUnit;
-  for (std::uint64_t unit = 0; unit < std::min(units, kPrefetched); ++unit) __builtin_prefetch(next + unit * kUnit, 1);
+  const auto left = static_cast<std::uint64_t>(base_ + mapped_ - next);
+  for (std::uint64_t byte = 0; byte < std::min({units * kUnit, kPrefetched, left}); byte += kUnit) {
+    __builtin_prefetch(next + byte, 1);
+  }
   return position;
 }
 
