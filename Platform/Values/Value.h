@@ -140,10 +140,6 @@ class ZR_PUBLIC Value {
   Value(URL url);
   Value(Array array);
   Value(Dictionary dictionary);
-  // Shares a dictionary that does not change any more. Null is nil.
-  explicit Value(std::shared_ptr<const Dictionary> dictionary) noexcept {
-    if (dictionary) share(Kind::Dictionary, std::move(dictionary));
-  }
   template <std::derived_from<Object> T>
   Value(std::shared_ptr<T> object) noexcept {
     if (object) share(Kind::Object, std::shared_ptr<const Object>(std::move(object)));
@@ -151,6 +147,14 @@ class ZR_PUBLIC Value {
   // Other pointers do not convert, not even to bool.
   template <OtherPointee T>
   Value(T*) = delete;
+
+  // Shares a dictionary that nobody else changes any more. Null is nil. The last value that holds it may change it in
+  // place, so it must not be a const object.
+  static Value sharing(std::shared_ptr<const Dictionary> dictionary) noexcept {
+    Value value;
+    if (dictionary) value.share(Kind::Dictionary, std::move(dictionary));
+    return value;
+  }
 
   // Cheap: what is large is shared.
   Value(const Value& other);

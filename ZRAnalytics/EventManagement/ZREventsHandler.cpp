@@ -47,11 +47,12 @@ bool holds(const Array& names, std::string_view name) {
                      [name](const Value& held) { return held.isString() && *held.asString() == name; });
 }
 
-// The plain section. It is copied if others hold the properties, as they may change them.
-Value plainAttributes(const std::shared_ptr<const ZRProperties>& properties) {
+// Copied if others hold the properties, as they may change them.
+Value plainAttributesOf(const std::shared_ptr<const ZRProperties>& properties) {
+  if (!properties) return {};
   const Dictionary& plain = properties->getAttributesDict();
   if (properties.use_count() != 1) return plain;
-  return Value(std::shared_ptr<const Dictionary>(properties, &plain));
+  return Value::sharing({properties, &plain});
 }
 
 }  // namespace
@@ -167,7 +168,8 @@ void ZREventsHandler::recordAcceptedEvent(const TrackedEvent& event) {
 
 bool ZREventsHandler::recordEvent(const TrackedEvent& event) {
   Dictionary record;
-  guarded(kMakeRecord, "exception is %@", [&] { record = makeRecord(event.name, event.properties); });
+  guarded(kMakeRecord, "exception is %@",
+          [&] { record = makeRecord(event.name, event.properties.get(), plainAttributesOf(event.properties)); });
   if (record.empty()) return false;
   checkForTriggersForEventAndEventDict(event.name, record);
   if (journal_) journal_->recorded(event.ticket, record);
@@ -232,17 +234,18 @@ void ZREventsHandler::updateSDKWhiteListedEvents(const Array& names) {
 
 Dictionary ZREventsHandler::getEventDictForEventAndProperties(const Value& name, const ZRProperties* properties) const {
   Dictionary record;
-  guarded(kMakeRecord, "exception is %@",
-          [&] { record = makeRecord(name, properties ? std::make_shared<const ZRProperties>(*properties) : nullptr); });
+  guarded(kMakeRecord, "exception is %@", [&] {
+    record = makeRecord(name, properties, properties ? Value(properties->getAttributesDict()) : Value());
+  });
   return record;
 }
 
-Dictionary ZREventsHandler::makeRecord(const Value& name, const std::shared_ptr<const ZRProperties>& properties) {
+Dictionary ZREventsHandler::makeRecord(const Value& name, const ZRProperties* properties, Value&& plainAttributes) {
   Dictionary record;
   record.reserve(6);
   record.set(kReportsKeyEventName, name);
   if (properties && !properties->getAttributesDict().empty()) {
-    record.set(kReportsKeyEventAttrs, plainAttributes(properties));
+    record.set(kReportsKeyEventAttrs, std::move(plainAttributes));
   }
   record.set(kReportsKeyGMT_Time, ZRDateUtils::getGMTtime());
   record.set(kReportsKeyDevice_Time, ZRDateUtils::getLocalTime());

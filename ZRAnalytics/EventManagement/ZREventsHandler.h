@@ -125,7 +125,7 @@ class ZREventsHandler {
  private:
   ZREventsHandler();
 
-  static Dictionary makeRecord(const Value& name, const std::shared_ptr<const ZRProperties>& properties);
+  static Dictionary makeRecord(const Value& name, const ZRProperties* properties, Value&& plainAttributes);
   // An event on its way to the current batch.
   struct TrackedEvent {
     Value name;

@@ -42,14 +42,21 @@ TEST_F(EventAcceptanceTest, RecordHasOnlyTheSectionsOfItsEvent) {
   EXPECT_NE(record.objectForKey("N_I_E").asInteger(), nullptr) << "a number, not a boolean";
 }
 
-TEST_F(EventAcceptanceTest, LaterAttributesDoNotReachARecordedEvent) {
+TEST_F(EventAcceptanceTest, NobodyChangesTheAttributesOfARecordedEvent) {
   startWithSession();
-  const auto properties = ZRProperties::initWithAttributes({{"count", 1}});
-  events().trackEventWithProperties("E", properties);
+  const auto kept = ZRProperties::initWithAttributes({{"count", 1}});
+  events().trackEventWithProperties("E", kept);
+  events().trackEventWithProperties("E", ZRProperties::initWithAttributes({{"count", 1}}));
   settle();
-  properties->addAttributeWithName(2, "count");
-  const Array recorded = events().viewsInfoArray().value();
-  EXPECT_EQ(recorded.at(0).asDictionary()->objectForKey("EVENT_ATTRS"), (Dictionary{{"count", 1}}));
+  kept->addAttributeWithName(2, "count");
+  const auto attributes = [this] {
+    std::vector<Value> found;
+    const Array records = events().viewsInfoArray().value();
+    for (const Value& record : records) found.push_back(record.asDictionary()->objectForKey("EVENT_ATTRS"));
+    return found;
+  };
+  for (Value& copy : attributes()) copy.mutableDictionary().set("count", 3);
+  EXPECT_EQ(attributes(), std::vector<Value>(2, Dictionary{{"count", 1}}));
 }
 
 TEST_F(EventAcceptanceTest, EventsOfOneThreadAreRecordedInOrderBeforeTheirCompletions) {

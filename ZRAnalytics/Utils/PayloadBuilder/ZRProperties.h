@@ -12,7 +12,8 @@ namespace zorvane {
 
 // Attributes in three sections: plain, date-time (milliseconds since 1970) and location ("latitude,longitude").
 //
-// Not thread-safe: one thread fills it, hands it over with the event and does not change it afterwards. Nothing here
+// Not thread-safe: one thread fills it, hands it over with the event and does not change it afterwards. The shared
+// pointer that is handed over must own it: an event that was recorded may keep it until it is saved. Nothing here
 // throws. An attribute without a name or a value, or with an unparsable date, is left out with a log line.
 class ZR_PUBLIC ZRProperties {
  public:
@@ -43,8 +44,8 @@ class ZR_PUBLIC ZRProperties {
   void setNonInteractive() { isNonInteractive_ = true; }
   bool isNonInteractiveEvent() const { return isNonInteractive_; }
 
-  // The live containers, valid until this object is copied, handed over or given another dictionary. The arrays hold
-  // dictionaries of one pair, in the order added.
+  // The live containers, valid until this object is handed over or destroyed. The arrays hold dictionaries of one pair,
+  // in the order added.
   const Dictionary& getAttributesDict() const { return attributeDict_; }
   const Array& getDateTimeAttributesArray() const { return dateAttrArray_; }
   const Array& getLocationAttributesArray() const { return locationAttrArray_; }
