@@ -49,7 +49,7 @@ TEST_F(EventAcceptanceTest, NobodyChangesTheAttributesOfARecordedEvent) {
   events().trackEventWithProperties("E", ZRProperties::initWithAttributes({{"count", 1}}));
   settle();
   kept->addAttributeWithName(2, "count");
-  const auto attributes = [this] {
+  const auto attributes = [] {
     std::vector<Value> found;
     const Array records = events().viewsInfoArray().value();
     for (const Value& record : records) found.push_back(record.asDictionary()->objectForKey("EVENT_ATTRS"));
