@@ -22,9 +22,6 @@ namespace {
 
 using platform::systemCalls;
 
-// Bytes of the next record, at most.
-constexpr std::uint64_t kPrefetched = 512;
-
 // A kill between two stores leaves whole words.
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
@@ -237,12 +234,6 @@ std::uint64_t Ring::add(Kind kind, std::string_view payload, double time, std::u
     set(skipped.state, kReleased);
   }
   write(position, units, kind, payload, time, session);
-  // The next event is often as large. Its cache lines come from memory while the caller goes on.
-  const char* const next = reinterpret_cast<const char*>(&at(position)) + units * kUnit;
-  const auto left = static_cast<std::uint64_t>(base_ + mapped_ - next);
-  for (std::uint64_t byte = 0; byte < std::min({units * kUnit, kPrefetched, left}); byte += kUnit) {
-    __builtin_prefetch(next + byte, 1);
-  }
   return position;
 }
 
