@@ -52,13 +52,13 @@ bool ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes
   const ZRTurn::Scope storeTurn(storeTurn_);
   {
     const ZRTurn::Scope closeTurn(closeTurn_);
-    std::list<ClosedBatch> batches = takeClosed();
+    std::list<ZRClosedBatch> batches = takeClosed();
     const auto giveBack = [&] {
       platform::MutexLock lock(mutex_);
       closed_.splice(closed_.begin(), batches);
     };
     try {
-      for (ClosedBatch& batch : batches) {
+      for (ZRClosedBatch& batch : batches) {
         Array kept;
         for (const Value& record : batch.events) {
           if (passes(record)) kept.push_back(record);
@@ -69,7 +69,7 @@ bool ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes
       giveBack();
       throw;
     }
-    std::erase_if(batches, [](const ClosedBatch& batch) { return batch.events.empty(); });
+    std::erase_if(batches, [](const ZRClosedBatch& batch) { return batch.events.empty(); });
     giveBack();
     current_.keepIf(passes);
   }
@@ -83,22 +83,20 @@ void ZRBatchSaver::close() {
   Value requestTime = requestTimeNow();
   const ZRTurn::Scope turn(closeTurn_);
   const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
-  std::list<ClosedBatch> closing(1);
-  ClosedBatch& batch = closing.front();
-  batch.rest.set(kBatchKeyRequestTime, std::move(requestTime));
-  if (auto session = sessions.getCurrentSessionInfoDict()) batch.rest.set(kBatchKeySession, *std::move(session));
-  batch.rest.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSave));
-  batch.events = current_.take(batch.generation);
-  if (batch.events.empty()) return;
+  Dictionary rest;
+  rest.setObjectNilHandledForKey(std::move(requestTime), kBatchKeyRequestTime);
+  if (auto session = sessions.getCurrentSessionInfoDict()) rest.set(kBatchKeySession, *std::move(session));
+  rest.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSave));
+  std::list<ZRClosedBatch> closing = current_.take(std::move(rest));
   platform::MutexLock lock(mutex_);
   closed_.splice(closed_.end(), closing);
 }
 
 void ZRBatchSaver::storeClosed() {
   const ZRTurn::Scope turn(storeTurn_);
-  std::list<ClosedBatch> batches = takeClosed();
+  std::list<ZRClosedBatch> batches = takeClosed();
   const std::uint64_t generation = current_.generation();
-  std::erase_if(batches, [generation](const ClosedBatch& batch) { return batch.generation != generation; });
+  std::erase_if(batches, [generation](const ZRClosedBatch& batch) { return batch.generation != generation; });
   if (batches.empty()) return;
   ZREventJournal* const journal = ZRConfigDataManager::sharedInstance().getEventJournal();
   Dictionary entries;
@@ -110,7 +108,7 @@ void ZRBatchSaver::storeClosed() {
     for (const bool isSplit : {false, true}) {
       entries.clear();
       const std::unique_ptr<ZRJournalStore> kept = journal ? journal->beginStore() : nullptr;
-      for (const ClosedBatch& batch : batches) tooLarge += addEntries(batch, isSplit, entries, kept.get());
+      for (const ZRClosedBatch& batch : batches) tooLarge += addEntries(batch, isSplit, entries, kept.get());
       if (kept) kept->arm();
       outcome = file_.store(entries, kept.get());
       if (outcome != ZRBatchFile::Outcome::TooLarge) break;
@@ -122,7 +120,7 @@ void ZRBatchSaver::storeClosed() {
   if (outcome == ZRBatchFile::Outcome::Failed || outcome == ZRBatchFile::Outcome::TooLarge) {
     reopen(batches);
   } else if (journal) {
-    for (const ClosedBatch& batch : batches) journal->released(batch.events);
+    for (const ZRClosedBatch& batch : batches) journal->released(batch.events);
   }
   if (outcome != ZRBatchFile::Outcome::Done) return;
   // Cleared while they were stored.
@@ -132,7 +130,7 @@ void ZRBatchSaver::storeClosed() {
   }
 }
 
-std::size_t ZRBatchSaver::addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries,
+std::size_t ZRBatchSaver::addEntries(const ZRClosedBatch& batch, bool isSplit, Dictionary& entries,
                                      ZRJournalStore* kept) {
   const Value plain = withoutObjects(batch.events, kSave);
   const Array& events = *plain.asArray();
@@ -154,13 +152,13 @@ std::size_t ZRBatchSaver::addEntries(const ClosedBatch& batch, bool isSplit, Dic
   return tooLarge;
 }
 
-void ZRBatchSaver::reopen(std::list<ClosedBatch>& batches) {
+void ZRBatchSaver::reopen(std::list<ZRClosedBatch>& batches) {
   const ZRTurn::Scope turn(closeTurn_);
   // Those that were closed meanwhile stay behind them.
   batches.splice(batches.end(), takeClosed());
   try {
     for (; !batches.empty(); batches.pop_back()) {
-      current_.putBack(std::move(batches.back().events), batches.back().generation);
+      current_.putBack(std::move(batches.back()));
     }
   } catch (...) {
     platform::MutexLock lock(mutex_);
@@ -169,7 +167,7 @@ void ZRBatchSaver::reopen(std::list<ClosedBatch>& batches) {
   }
 }
 
-std::list<ZRBatchSaver::ClosedBatch> ZRBatchSaver::takeClosed() {
+std::list<ZRClosedBatch> ZRBatchSaver::takeClosed() {
   platform::MutexLock lock(mutex_);
   return std::exchange(closed_, {});
 }

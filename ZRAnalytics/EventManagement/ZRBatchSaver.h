@@ -36,22 +36,14 @@ class ZRBatchSaver {
   bool keepIf(const std::function<bool(const Value& record)>& passes);
 
  private:
-  struct ClosedBatch {
-    Array events;
-    // Of the current batch when the events were taken.
-    std::uint64_t generation = 0;
-    // What stands beside the events, except the identifier.
-    Dictionary rest;
-  };
-
   void close();
   void storeClosed();
   // Adds the batch to the entries, split into what fits or as one. Returns the number of events that are left out
   // because they are too large.
-  static std::size_t addEntries(const ClosedBatch& batch, bool isSplit, Dictionary& entries, ZRJournalStore* kept);
+  static std::size_t addEntries(const ZRClosedBatch& batch, bool isSplit, Dictionary& entries, ZRJournalStore* kept);
   // Returns their events to the current batch, and leaves none; what cannot be returned without memory stays closed.
-  void reopen(std::list<ClosedBatch>& batches);
-  std::list<ClosedBatch> takeClosed();
+  void reopen(std::list<ZRClosedBatch>& batches);
+  std::list<ZRClosedBatch> takeClosed();
 
   ZRCurrentBatch& current_;
   ZRBatchFile& file_;
@@ -64,7 +56,7 @@ class ZRBatchSaver {
   // Held while events change between the current and the closed batches, so that they stay in their order.
   ZRTurn closeTurn_;
   platform::Mutex mutex_;
-  std::list<ClosedBatch> closed_ ZR_GUARDED_BY(mutex_);
+  std::list<ZRClosedBatch> closed_ ZR_GUARDED_BY(mutex_);
 };
 
 }  // namespace zorvane

@@ -4,12 +4,23 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <optional>
 
 #include "Platform/Dispatch/Mutex.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
 
 namespace zorvane {
+
+// Events that were taken from the current batch.
+struct ZRClosedBatch {
+  Array events;
+  // The number of clears until they were taken.
+  std::uint64_t generation = 0;
+  // What a saved batch holds beside the events and the identifier: session, sources, time. Empty: that of the batch
+  // that they join.
+  Dictionary rest;
+};
 
 // Thread-safe. In memory only.
 class ZRCurrentBatch {
@@ -21,13 +32,14 @@ class ZRCurrentBatch {
   bool empty() const;
   // True when the batch is full.
   bool append(Dictionary record);
-  // Takes the events out, in the order of recording; none when there are none. The generation is the number of clears
-  // until then.
-  Array take(std::uint64_t& generation);
-  // Puts events that could not be saved in front of those that were recorded since, unless the batch was cleared after
-  // they were taken. The batch is full again after `threshold` more events, or a quarter of what it holds if that is
-  // more: a larger batch is retried less often. Without memory it throws and leaves `events` as they were.
-  void putBack(Array&& events, std::uint64_t generation);
+  // Takes the events out, in the order of recording; none when there are none. `rest` is that of the events recorded
+  // since the last take. Events that were put back join them if they have the same session and sources, else they stay
+  // a batch of their own. Without memory it throws and takes nothing.
+  std::list<ZRClosedBatch> take(Dictionary rest);
+  // Puts events that could not be saved in front of all others, unless the batch was cleared after they were taken. The
+  // batch is full again after `threshold` more events, or a quarter of what it holds if that is more: a larger batch is
+  // retried less often. Without memory it throws and leaves them as they were.
+  void putBack(ZRClosedBatch&& batch);
   // Drops the events.
   void clear();
   std::uint64_t generation() const;
@@ -38,11 +50,15 @@ class ZRCurrentBatch {
   std::optional<Array> events() const;
 
  private:
+  std::size_t count() const ZR_REQUIRES(mutex_);
+
   const std::int64_t threshold_;
   mutable platform::Mutex mutex_;
+  // Those that were put back, then those recorded since the last take.
+  std::list<ZRClosedBatch> returned_ ZR_GUARDED_BY(mutex_);
   std::optional<Array> events_ ZR_GUARDED_BY(mutex_);
   std::uint64_t generation_ ZR_GUARDED_BY(mutex_) = 0;
-  // While events that were put back are in the batch: the number of events with which it is full.
+  // While events that were put back are in the batch: the number of all events with which it is full.
   std::optional<std::size_t> fullAfterFailure_ ZR_GUARDED_BY(mutex_);
 };
 

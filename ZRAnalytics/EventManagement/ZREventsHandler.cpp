@@ -300,7 +300,7 @@ void ZREventsHandler::storeEvents(const Value& events, const Value& batchID, std
     batches.setObjectNilHandledForKey(withoutObjects(events), batchID.description());
     const ZRBatchFile::Outcome outcome = batchFile_.store(batches);
     const bool isStored = outcome == ZRBatchFile::Outcome::Done || outcome == ZRBatchFile::Outcome::Unreadable;
-    if (!isStored && events.isArray()) currentBatch_.putBack(Array(*events.asArray()), generation);
+    if (!isStored && events.isArray()) currentBatch_.putBack({*events.asArray(), generation, {}});
     // Cleared while they were stored.
     if (outcome == ZRBatchFile::Outcome::Done && currentBatch_.generation() != generation) {
       (void)batchFile_.remove(batches);
@@ -330,7 +330,10 @@ void ZREventsHandler::sendDumpFile() {
     logLine("Reports API not called. AppID not present");
     return;
   }
+  const unsigned cancels = sync_.cancels();
   const std::uint64_t generation = currentBatch_.generation();
+  // An opt-out of this launch could not remove it.
+  if (generation != 0 && ZRAnalyticsUtils::isOptedOut()) return removeDatFile();
   std::vector<ZRDumpFile::Part> parts;
   {
     const ZRTurn::Scope turn(dumpTurn_);
@@ -344,21 +347,24 @@ void ZREventsHandler::sendDumpFile() {
   }
   for (const ZRDumpFile::Part& part : parts) {
     logLine("Report Add request initiated:");
-    const auto answered = [this, batch = part.batch, generation](bool success, const Value& /*response*/) {
+    const auto answered = [this, batch = part.batch, generation, cancels](bool success, const Value& /*response*/) {
       guarded(kDumpFileSync, "exception is %@", [&] {
         if (success) {
           logLine("sync success from data file");
           return;
         }
         logLine("could not complete sync from dump file, will try again later");
-        if (currentBatch_.generation() != generation) return;
+        if (sync_.cancels() != cancels) return;
         storeEvents(batch.objectForKey(kBatchKeyEvents).asObject()->plainValue(), batch.objectForKey(kBatchKeyBatchID),
                     generation);
       });
     };
     bool hasAppID = true;
-    const bool sent = guarded(kDumpFileSync, "exception is %@",
-                              [&] { hasAppID = sendReport(partsOfBatch(part.batch, part.count), answered); });
+    const bool sent = guarded(kDumpFileSync, "exception is %@", [&] {
+      ZRBatchParts report = partsOfBatch(part.batch, part.count);
+      report.events = sync_.cancellable(std::move(report.events), cancels);
+      hasAppID = sendReport(std::move(report), answered);
+    });
     if (!sent) answered(false, {});
     if (!hasAppID) return;
   }

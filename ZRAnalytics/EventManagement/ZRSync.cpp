@@ -99,16 +99,19 @@ std::vector<ZRStoredBatch> ZRSync::load() {
   return sendable;
 }
 
+Value ZRSync::cancellable(Value events, unsigned cancels) const {
+  if (events.isNil()) return events;
+  const auto write = [this, events, cancels](std::string& out) {
+    if (cancels_ != cancels) throw ValueError("the events of the request were cleared");
+    platform::appendJSON(events, out);
+  };
+  return platform::lazyJSON(write, [events] { return events; });
+}
+
 bool ZRSync::send(const ZRStoredBatch& batch, unsigned cancels, const std::shared_ptr<ZRSyncRun>& run) {
   logLine("Report Add request initiated:");
   ZRBatchParts parts = batch.parts();
-  if (!parts.events.isNil()) {
-    const auto write = [this, events = parts.events, cancels](std::string& out) {
-      if (cancels_ != cancels) throw ValueError("the events of the request were cleared");
-      platform::appendJSON(events, out);
-    };
-    parts.events = platform::lazyJSON(write, [events = parts.events] { return events; });
-  }
+  parts.events = cancellable(std::move(parts.events), cancels);
   if (batch.isBareArray()) parts.requestTime = requestTimeNow();
   return sendReport(std::move(parts), [this, run, batch](bool accepted, const Value& /*response*/) {
     queue_.async([this, run, batch, accepted] {

@@ -33,6 +33,10 @@ class ZRSync {
   void flush(const ZRFlush& flush);
   // Lets the requests fail that are not sent yet, because their events are cleared. Any thread.
   void cancelUnsent() noexcept { ++cancels_; }
+  unsigned cancels() const noexcept { return cancels_; }
+  // The same events, which cannot be encoded any more after the next cancelUnsent(). `cancels` is the number of its
+  // calls before they were read.
+  Value cancellable(Value events, unsigned cancels) const;
   // Whether a reset flush is running or waits for a sync to end. Up to date in each completion. Any thread.
   bool isResetPending() const { return isResetPending_; }
 

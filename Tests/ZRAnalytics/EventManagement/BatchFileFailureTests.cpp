@@ -51,6 +51,24 @@ TEST_F(BatchFileFailureTest, FailedSaveIsRepeatedAfterAnotherBatchOfEventsAndLog
   EXPECT_EQ(reportedEvents().size(), 33u) << "clearing forgets the failure";
 }
 
+TEST_F(BatchFileFailureTest, EventsOfAFailedSaveKeepTheirSession) {
+  startWithSession();
+  block();
+  save({"a"});
+  save({"b"});
+  const auto first = ZRSessionManager::sharedSessionManager().getCurrentSessionInfoDict();
+  ZRSessionManager::sharedSessionManager().reinitiateSession();
+  save({"c"});
+  track({"d"});
+  EXPECT_EQ(currentNames(), (Names{"a", "b", "c", "d"}));
+  unblock();
+  events().saveCurrentBatch();
+  EXPECT_EQ(savedNames(), (Batches{{"a", "b"}, {"c", "d"}}));
+  const Dictionary saved = batchFile();
+  EXPECT_EQ(saved.begin()->value.asDictionary()->objectForKey("session"), Value(first.value()));
+  EXPECT_NE(saved.objectForKey(idOf(1)).asDictionary()->objectForKey("session"), Value(first.value()));
+}
+
 TEST_F(BatchFileFailureTest, BatchThatCannotBeDecodedIsKeptAndLoggedOnce) {
   startWithSession();
   save({"broken"});

@@ -101,6 +101,8 @@ TEST_F(ConsentTest, RequestsThatAreNotSentYetFail) {
       Answers answers;
       const auto saveAndFlush = [&] {
         for (const char* name : {"first", "second"}) save({name});
+        writeAll(dumpPath(), R"({"EVENT_ACTION":"dumped"})");
+        events().syncToServerFromDumpFile();
         flush(answers);
         settle();
       };
@@ -126,6 +128,22 @@ TEST_F(ConsentTest, RequestsThatAreNotSentYetFail) {
       ZRAnalytics::sharedInstance().optOutOfDataTracking(false);
     });
   }
+}
+
+TEST_F(ConsentTest, DumpFileThatAnOptOutCouldNotRemoveIsNotSent) {
+  startWithSession();
+  writeAll(dumpPath(), R"({"EVENT_ACTION":"dumped"})");
+  static platform::SystemCalls failing = platform::kRealSystemCalls;
+  failing.unlinkat = [](int, const char*, int) { return -1; };
+  platform::setSystemCalls(&failing);
+  ZRAnalytics::sharedInstance().optOutOfDataTracking(true);
+  platform::setSystemCalls(nullptr);
+  settle();
+  EXPECT_TRUE(std::filesystem::exists(dumpPath()));
+  events().syncToServerFromDumpFile();
+  settle();
+  EXPECT_FALSE(std::filesystem::exists(dumpPath()));
+  EXPECT_EQ(service_->requests().size(), 1U) << "the registration of the choice";
 }
 
 TEST_F(ConsentTest, WhileDroppedEventsStandInTheFileNothingIsSent) {

@@ -77,6 +77,17 @@ TEST_F(ReportRequestTest, RequestIsSignedOverBatchTimeAndUser) {
             ZRAnalyticsUtils::getSignatureWithComponents({id, "2026-11-21T10:00:01.000Z", "U"}));
 }
 
+TEST_F(ReportRequestTest, BatchOfAClockBeyondTheYear9999GoesWithoutATime) {
+  startWithSession();
+  clock_->advance(253402300800 - kStart);
+  save({"a"});
+  Answers answers;
+  flush(answers);
+  settle();
+  EXPECT_EQ(sentNames(), (Batches{{"a"}}));
+  EXPECT_FALSE(service_->requests()[0].body.asDictionary()->contains("meta"));
+}
+
 // docs/formats.md shows a request. Its events are recorded and its batch is sent here.
 TEST_F(ReportRequestTest, TheDocumentedRequestIsTheOneThatIsSent) {
   std::string text = readAll(std::string(ZR_SOURCE_DIR) + "/docs/formats.md");
