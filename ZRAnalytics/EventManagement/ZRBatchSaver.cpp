@@ -52,26 +52,12 @@ bool ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes
   const ZRTurn::Scope storeTurn(storeTurn_);
   {
     const ZRTurn::Scope closeTurn(closeTurn_);
-    std::list<ZRClosedBatch> batches = takeClosed();
-    const auto giveBack = [&] {
-      platform::MutexLock lock(mutex_);
-      closed_.splice(closed_.begin(), batches);
-    };
-    try {
-      for (ZRClosedBatch& batch : batches) {
-        Array kept;
-        for (const Value& record : batch.events) {
-          if (passes(record)) kept.push_back(record);
-        }
-        batch.events = std::move(kept);
-      }
-    } catch (...) {
-      giveBack();
-      throw;
-    }
-    std::erase_if(batches, [](const ZRClosedBatch& batch) { return batch.events.empty(); });
-    giveBack();
+    std::list<ZRClosedBatch> closed = takeClosed();
+    const bool wasClosed = !closed.empty();
+    reopen(closed);
     current_.keepIf(passes);
+    // For the task that waits to store them.
+    if (wasClosed) close();
   }
   const ZRBatchFile::Outcome outcome = file_.keepIf(passes);
   return outcome != ZRBatchFile::Outcome::Failed && outcome != ZRBatchFile::Outcome::TooLarge;
@@ -143,10 +129,11 @@ std::size_t ZRBatchSaver::addEntries(const ZRClosedBatch& batch, bool isSplit, D
     }
     const auto begin = events.begin() + static_cast<std::ptrdiff_t>(first);
     const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
-    Dictionary entry = batch.rest;
+    Value entryValue = batch.rest;
+    Dictionary& entry = entryValue.mutableDictionary();
     entry.set(kBatchKeyEvents, Array(begin, begin + static_cast<std::ptrdiff_t>(count)));
     entry.set(kBatchKeyBatchID, batchID);
-    entries.set(batchID, std::move(entry));
+    entries.set(batchID, std::move(entryValue));
     if (kept) kept->addBatch(batchID, batch.events, first, count);
   }
   return tooLarge;
@@ -157,9 +144,7 @@ void ZRBatchSaver::reopen(std::list<ZRClosedBatch>& batches) {
   // Those that were closed meanwhile stay behind them.
   batches.splice(batches.end(), takeClosed());
   try {
-    for (; !batches.empty(); batches.pop_back()) {
-      current_.putBack(std::move(batches.back()));
-    }
+    current_.putBack(batches);
   } catch (...) {
     platform::MutexLock lock(mutex_);
     closed_.splice(closed_.begin(), batches);

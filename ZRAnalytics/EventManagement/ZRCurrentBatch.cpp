@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string_view>
 #include <utility>
 
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
@@ -10,21 +11,31 @@ namespace zorvane {
 
 namespace {
 
-// Whether both are the rest of one batch.
-bool belongTogether(const Dictionary& left, const Dictionary& right) {
-  return left.empty() || right.empty() ||
-         (left.objectForKey(kBatchKeySession) == right.objectForKey(kBatchKeySession) &&
-          left.objectForKey(kBatchKeySource) == right.objectForKey(kBatchKeySource));
+// Whether events with the first rest may be saved under the other.
+bool mayJoin(const Value& rest, const Value& other) {
+  if (rest.isNil()) return true;
+  if (other.isNil()) return false;
+  const auto isSame = [&](std::string_view key) {
+    const Value* const left = rest.asDictionary()->find(key);
+    const Value* const right = other.asDictionary()->find(key);
+    return left && right ? *left == *right : left == right;
+  };
+  return isSame(kBatchKeySession) && isSame(kBatchKeySource);
 }
 
-// Without memory it throws and changes nothing.
-void addAll(Array&& later, Array& events) {
-  events.reserve(events.size() + later.size());
-  events.insert(events.end(), std::make_move_iterator(later.begin()), std::make_move_iterator(later.end()));
+// Puts the earlier events in front of the later. Without memory it throws and changes nothing.
+void join(Array& earlier, Array& later) {
+  earlier.reserve(earlier.size() + later.size());
+  for (Value& event : later) earlier.push_back(std::move(event));
+  later.swap(earlier);
 }
 
 void keepOnly(Array& events, const std::function<bool(const Value& record)>& passes) {
-  std::erase_if(events, [&passes](const Value& record) { return !passes(record); });
+  Array kept;
+  for (const Value& event : events) {
+    if (passes(event)) kept.push_back(event);
+  }
+  events.swap(kept);
 }
 
 }  // namespace
@@ -36,54 +47,58 @@ bool ZRCurrentBatch::empty() const {
 
 bool ZRCurrentBatch::append(Dictionary record) {
   platform::MutexLock lock(mutex_);
-  if (!events_) events_.emplace();
-  events_->emplace_back(std::move(record));
+  openBatch().events.emplace_back(std::move(record));
   // A negative threshold becomes a huge unsigned number, so the batch is never full.
   return count() >= std::max<std::uint64_t>(static_cast<std::uint64_t>(threshold_), fullAfterFailure_.value_or(0));
 }
 
 std::list<ZRClosedBatch> ZRCurrentBatch::take(Dictionary rest) {
-  std::list<ZRClosedBatch> taken(1);
-  ZRClosedBatch& last = taken.front();
-  last.rest = std::move(rest);
+  std::list<ZRClosedBatch> taken;
+  Value lastRest = std::move(rest);
   platform::MutexLock lock(mutex_);
-  last.generation = generation_;
-  if (!returned_.empty() && belongTogether(returned_.back().rest, last.rest)) {
-    if (events_) addAll(std::move(*events_), returned_.back().events);
-    last.events = std::move(returned_.back().events);
-    returned_.pop_back();
-  } else if (events_) {
-    last.events = std::move(*events_);
+  if (count() == 0) return taken;
+  ZRClosedBatch& last = openBatch();
+  if (&last != &batches_.front()) {
+    const auto earlier = std::prev(batches_.end(), 2);
+    if (mayJoin(earlier->rest, lastRest)) {
+      join(earlier->events, last.events);
+      batches_.erase(earlier);
+    }
   }
-  events_.reset();
+  last.rest = std::move(lastRest);
+  last.generation = generation_;
+  if (last.events.empty()) batches_.pop_back();
   fullAfterFailure_.reset();
-  if (last.events.empty()) taken.clear();
-  taken.splice(taken.begin(), returned_);
+  taken.swap(batches_);
   return taken;
 }
 
-void ZRCurrentBatch::putBack(ZRClosedBatch&& batch) {
+void ZRCurrentBatch::putBack(std::list<ZRClosedBatch>& batches) {
+  std::list<ZRClosedBatch> done;  // Destroyed after the lock.
   platform::MutexLock lock(mutex_);
-  if (batch.generation != generation_) return;
-  if (!returned_.empty() && belongTogether(batch.rest, returned_.front().rest)) {
-    ZRClosedBatch& first = returned_.front();
-    addAll(std::move(first.events), batch.events);
-    first.events = std::move(batch.events);
-    if (first.rest.empty()) first.rest = std::move(batch.rest);
-  } else {
-    returned_.push_front(std::move(batch));
+  const std::size_t before = count();
+  while (!batches.empty()) {
+    const auto last = std::prev(batches.end());
+    const bool isCleared = last->generation != generation_;
+    if (!isCleared && (batches_.empty() || !mayJoin(last->rest, batches_.front().rest))) {
+      batches_.splice(batches_.begin(), batches, last);
+      continue;
+    }
+    if (!isCleared) join(last->events, batches_.front().events);
+    done.splice(done.end(), batches, last);
   }
+  const std::size_t events = count();
+  if (events == before) return;
   const auto threshold = static_cast<std::size_t>(std::max<std::int64_t>(threshold_, 0));
-  fullAfterFailure_ = count() + std::max(threshold, count() / 4);
+  fullAfterFailure_ = events + std::max(threshold, events / 4);
 }
 
 void ZRCurrentBatch::clear() {
-  // Destroyed after the lock: they may contain host objects.
-  Array dropped;
-  std::list<ZRClosedBatch> droppedToo;
+  std::list<ZRClosedBatch> dropped;  // Destroyed after the lock: it may contain host objects.
+  dropped.emplace_back();
   platform::MutexLock lock(mutex_);
-  if (events_) events_->swap(dropped);
-  returned_.swap(droppedToo);
+  if (batches_.empty()) dropped.clear();
+  batches_.swap(dropped);
   fullAfterFailure_.reset();
   ++generation_;
 }
@@ -94,42 +109,46 @@ std::uint64_t ZRCurrentBatch::generation() const {
 }
 
 void ZRCurrentBatch::keepIf(const std::function<bool(const Value& record)>& passes) {
+  const auto copy = [this] {
+    platform::MutexLock lock(mutex_);
+    return batches_;
+  };
   for (;;) {
-    std::list<ZRClosedBatch> returned;
-    std::optional<Array> recent;
+    // What is dropped is destroyed with it, after the lock.
+    std::list<ZRClosedBatch> batches = copy();
     std::size_t before = 0;
-    {
-      platform::MutexLock lock(mutex_);
-      returned = returned_;
-      recent = events_;
-      before = count();
+    for (ZRClosedBatch& batch : batches) {
+      before += batch.events.size();
+      keepOnly(batch.events, passes);
     }
-    for (ZRClosedBatch& batch : returned) keepOnly(batch.events, passes);
-    std::erase_if(returned, [](const ZRClosedBatch& batch) { return batch.events.empty(); });
-    if (recent) keepOnly(*recent, passes);
+    std::erase_if(batches, [](const ZRClosedBatch& batch) { return batch.events.empty() && !batch.rest.isNil(); });
     platform::MutexLock lock(mutex_);
     // Meanwhile it may have been cleared, or events put back.
     if (count() != before) continue;
-    // The dropped events are destroyed after the lock.
-    returned_.swap(returned);
-    events_.swap(recent);
+    batches_.swap(batches);
     return;
   }
 }
 
 std::optional<Array> ZRCurrentBatch::events() const {
   platform::MutexLock lock(mutex_);
-  if (returned_.empty()) return events_;
+  if (batches_.empty()) return std::nullopt;
   Array all;
-  for (const ZRClosedBatch& batch : returned_) all.insert(all.end(), batch.events.begin(), batch.events.end());
-  if (events_) all.insert(all.end(), events_->begin(), events_->end());
+  for (const ZRClosedBatch& batch : batches_) {
+    for (const Value& event : batch.events) all.push_back(event);
+  }
   return all;
 }
 
 std::size_t ZRCurrentBatch::count() const {
-  std::size_t all = events_ ? events_->size() : 0;
-  for (const ZRClosedBatch& batch : returned_) all += batch.events.size();
-  return all;
+  std::size_t events = 0;
+  for (const ZRClosedBatch& batch : batches_) events += batch.events.size();
+  return events;
+}
+
+ZRClosedBatch& ZRCurrentBatch::openBatch() {
+  if (batches_.empty() || !batches_.back().rest.isNil()) batches_.emplace_back();
+  return batches_.back();
 }
 
 }  // namespace zorvane

@@ -12,14 +12,14 @@
 
 namespace zorvane {
 
-// Events that were taken from the current batch.
+// Events that are or will be one saved batch.
 struct ZRClosedBatch {
   Array events;
-  // The number of clears until they were taken.
+  // How often the current batch was cleared until they were taken from it.
   std::uint64_t generation = 0;
-  // What a saved batch holds beside the events and the identifier: session, sources, time. Empty: that of the batch
-  // that they join.
-  Dictionary rest;
+  // What a saved batch holds beside the events and the identifier: session, sources, time. Nil: that of the batch that
+  // they join.
+  Value rest;
 };
 
 // Thread-safe. In memory only.
@@ -36,10 +36,10 @@ class ZRCurrentBatch {
   // since the last take. Events that were put back join them if they have the same session and sources, else they stay
   // a batch of their own. Without memory it throws and takes nothing.
   std::list<ZRClosedBatch> take(Dictionary rest);
-  // Puts events that could not be saved in front of all others, unless the batch was cleared after they were taken. The
-  // batch is full again after `threshold` more events, or a quarter of what it holds if that is more: a larger batch is
-  // retried less often. Without memory it throws and leaves them as they were.
-  void putBack(ZRClosedBatch&& batch);
+  // Puts events that could not be saved in front of all others, except those that were taken before a clear. Leaves
+  // none. The batch is full again after `threshold` more events, or a quarter of what it holds if that is more: a
+  // larger batch is retried less often. Without memory it throws, and the batches that it could not put back are left.
+  void putBack(std::list<ZRClosedBatch>& batches);
   // Drops the events.
   void clear();
   std::uint64_t generation() const;
@@ -51,12 +51,13 @@ class ZRCurrentBatch {
 
  private:
   std::size_t count() const ZR_REQUIRES(mutex_);
+  // The one that takes events.
+  ZRClosedBatch& openBatch() ZR_REQUIRES(mutex_);
 
   const std::int64_t threshold_;
   mutable platform::Mutex mutex_;
-  // Those that were put back, then those recorded since the last take.
-  std::list<ZRClosedBatch> returned_ ZR_GUARDED_BY(mutex_);
-  std::optional<Array> events_ ZR_GUARDED_BY(mutex_);
+  // Those that were put back, then one without a rest, which takes events.
+  std::list<ZRClosedBatch> batches_ ZR_GUARDED_BY(mutex_);
   std::uint64_t generation_ ZR_GUARDED_BY(mutex_) = 0;
   // While events that were put back are in the batch: the number of all events with which it is full.
   std::optional<std::size_t> fullAfterFailure_ ZR_GUARDED_BY(mutex_);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <list>
 #include <utility>
 
 #include "Platform/Files/FileSystem.h"
@@ -300,7 +301,11 @@ void ZREventsHandler::storeEvents(const Value& events, const Value& batchID, std
     batches.setObjectNilHandledForKey(withoutObjects(events), batchID.description());
     const ZRBatchFile::Outcome outcome = batchFile_.store(batches);
     const bool isStored = outcome == ZRBatchFile::Outcome::Done || outcome == ZRBatchFile::Outcome::Unreadable;
-    if (!isStored && events.isArray()) currentBatch_.putBack({*events.asArray(), generation, {}});
+    if (!isStored && events.isArray()) {
+      std::list<ZRClosedBatch> unsaved;
+      unsaved.push_back({*events.asArray(), generation, {}});
+      currentBatch_.putBack(unsaved);
+    }
     // Cleared while they were stored.
     if (outcome == ZRBatchFile::Outcome::Done && currentBatch_.generation() != generation) {
       (void)batchFile_.remove(batches);

@@ -58,6 +58,54 @@ TEST_F(BatchSaverTest, FullBatchesThatCannotBeStoredGoBackInTheirOrder) {
   EXPECT_EQ(currentNames(), (Names{"a", "b", "c", "d", "e", "f", "g", "h", "i", "j"}));
 }
 
+TEST_F(BatchSaverTest, DroppingReachesFullBatchesThatAreNotStoredYet) {
+  startWithSession();
+  ZRCurrentBatch current(2);
+  ZRBatchFile file(batchPath());
+  ZRBatchSaver saver(current, file, [] {});
+  for (const char* name : {"a", "b"}) current.append({{"EVENT_ACTION", name}});
+  saver.saveSoon();
+  current.append({{"EVENT_ACTION", "c"}});
+  EXPECT_TRUE(saver.keepIf([](const Value& record) { return eventNames({record}) != Names{"a"}; }));
+  settle();
+  EXPECT_EQ(savedNames(), (Batches{{"b", "c"}}));
+}
+
+TEST_F(BatchSaverTest, EventsThatCameBackJoinOnlyEventsOfTheirSession) {
+  ZRCurrentBatch current(30);
+  const auto append = [&](const char* name) { current.append({{"EVENT_ACTION", name}}); };
+  const auto take = [&](const char* session, int time) {
+    return current.take({{"session", session}, {"request_time", time}});
+  };
+  const auto textOf = [](const std::list<ZRClosedBatch>& batches) {
+    std::string text;
+    for (const ZRClosedBatch& batch : batches) {
+      for (const std::string& name : eventNames(batch.events)) text += name;
+      text += '-' + batch.rest.asDictionary()->objectForKey("session").description();
+      text += batch.rest.asDictionary()->objectForKey("request_time").description() + ' ';
+    }
+    return text;
+  };
+  append("a");
+  auto failed = take("S", 1);
+  append("b");
+  current.putBack(failed);
+  failed = take("S", 2);
+  EXPECT_EQ(textOf(failed), "ab-S2 ");
+  append("c");
+  current.putBack(failed);
+  failed = take("T", 3);
+  EXPECT_EQ(textOf(failed), "ab-S2 c-T3 ");
+  current.putBack(failed);
+  failed = take("T", 4);
+  EXPECT_EQ(textOf(failed), "ab-S2 c-T4 ");
+  std::list<ZRClosedBatch> withoutSession(1);
+  withoutSession.front().events = {Dictionary{{"EVENT_ACTION", "d"}}};
+  current.putBack(withoutSession);
+  current.putBack(failed);
+  EXPECT_EQ(textOf(take("U", 5)), "ab-S2 c-T4 d-U5 ");
+}
+
 TEST_F(BatchSaverTest, OptOutDropsAlsoWhatCannotBeStoredMeanwhile) {
   startWithSession();
   track({"a", "INSTALL"});
