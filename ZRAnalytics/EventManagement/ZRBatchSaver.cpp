@@ -52,7 +52,7 @@ bool ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes
   const ZRTurn::Scope storeTurn(storeTurn_);
   {
     const ZRTurn::Scope closeTurn(closeTurn_);
-    std::list<ZRClosedBatch> closed = takeClosed();
+    std::list<ZRUnsavedBatch> closed = takeClosed();
     const bool wasClosed = !closed.empty();
     reopen(closed);
     current_.keepIf(passes);
@@ -73,16 +73,16 @@ void ZRBatchSaver::close() {
   rest.setObjectNilHandledForKey(std::move(requestTime), kBatchKeyRequestTime);
   if (auto session = sessions.getCurrentSessionInfoDict()) rest.set(kBatchKeySession, *std::move(session));
   rest.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSave));
-  std::list<ZRClosedBatch> closing = current_.take(std::move(rest));
+  std::list<ZRUnsavedBatch> closing = current_.take(std::move(rest));
   platform::MutexLock lock(mutex_);
   closed_.splice(closed_.end(), closing);
 }
 
 void ZRBatchSaver::storeClosed() {
   const ZRTurn::Scope turn(storeTurn_);
-  std::list<ZRClosedBatch> batches = takeClosed();
+  std::list<ZRUnsavedBatch> batches = takeClosed();
   const std::uint64_t generation = current_.generation();
-  std::erase_if(batches, [generation](const ZRClosedBatch& batch) { return batch.generation != generation; });
+  std::erase_if(batches, [generation](const ZRUnsavedBatch& batch) { return batch.generation != generation; });
   if (batches.empty()) return;
   ZREventJournal* const journal = ZRConfigDataManager::sharedInstance().getEventJournal();
   Dictionary entries;
@@ -94,7 +94,7 @@ void ZRBatchSaver::storeClosed() {
     for (const bool isSplit : {false, true}) {
       entries.clear();
       const std::unique_ptr<ZRJournalStore> kept = journal ? journal->beginStore() : nullptr;
-      for (const ZRClosedBatch& batch : batches) tooLarge += addEntries(batch, isSplit, entries, kept.get());
+      for (const ZRUnsavedBatch& batch : batches) tooLarge += addEntries(batch, isSplit, entries, kept.get());
       if (kept) kept->arm();
       outcome = file_.store(entries, kept.get());
       if (outcome != ZRBatchFile::Outcome::TooLarge) break;
@@ -106,7 +106,7 @@ void ZRBatchSaver::storeClosed() {
   if (outcome == ZRBatchFile::Outcome::Failed || outcome == ZRBatchFile::Outcome::TooLarge) {
     reopen(batches);
   } else if (journal) {
-    for (const ZRClosedBatch& batch : batches) journal->released(batch.events);
+    for (const ZRUnsavedBatch& batch : batches) journal->released(batch.events);
   }
   if (outcome != ZRBatchFile::Outcome::Done) return;
   // Cleared while they were stored.
@@ -116,7 +116,7 @@ void ZRBatchSaver::storeClosed() {
   }
 }
 
-std::size_t ZRBatchSaver::addEntries(const ZRClosedBatch& batch, bool isSplit, Dictionary& entries,
+std::size_t ZRBatchSaver::addEntries(const ZRUnsavedBatch& batch, bool isSplit, Dictionary& entries,
                                      ZRJournalStore* kept) {
   const Value plain = withoutObjects(batch.events, kSave);
   const Array& events = *plain.asArray();
@@ -129,17 +129,16 @@ std::size_t ZRBatchSaver::addEntries(const ZRClosedBatch& batch, bool isSplit, D
     }
     const auto begin = events.begin() + static_cast<std::ptrdiff_t>(first);
     const std::string batchID = ZRAnalyticsUtils::createBatchIdentifier();
-    Value entryValue = batch.rest;
-    Dictionary& entry = entryValue.mutableDictionary();
-    entry.set(kBatchKeyEvents, Array(begin, begin + static_cast<std::ptrdiff_t>(count)));
-    entry.set(kBatchKeyBatchID, batchID);
-    entries.set(batchID, std::move(entryValue));
+    Value entry = batch.rest;
+    entry.mutableDictionary().set(kBatchKeyEvents, Array(begin, begin + static_cast<std::ptrdiff_t>(count)));
+    entry.mutableDictionary().set(kBatchKeyBatchID, batchID);
+    entries.set(batchID, std::move(entry));
     if (kept) kept->addBatch(batchID, batch.events, first, count);
   }
   return tooLarge;
 }
 
-void ZRBatchSaver::reopen(std::list<ZRClosedBatch>& batches) {
+void ZRBatchSaver::reopen(std::list<ZRUnsavedBatch>& batches) {
   const ZRTurn::Scope turn(closeTurn_);
   // Those that were closed meanwhile stay behind them.
   batches.splice(batches.end(), takeClosed());
@@ -152,7 +151,7 @@ void ZRBatchSaver::reopen(std::list<ZRClosedBatch>& batches) {
   }
 }
 
-std::list<ZRClosedBatch> ZRBatchSaver::takeClosed() {
+std::list<ZRUnsavedBatch> ZRBatchSaver::takeClosed() {
   platform::MutexLock lock(mutex_);
   return std::exchange(closed_, {});
 }

@@ -40,10 +40,10 @@ class ZRBatchSaver {
   void storeClosed();
   // Adds the batch to the entries, split into what fits or as one. Returns the number of events that are left out
   // because they are too large.
-  static std::size_t addEntries(const ZRClosedBatch& batch, bool isSplit, Dictionary& entries, ZRJournalStore* kept);
+  static std::size_t addEntries(const ZRUnsavedBatch& batch, bool isSplit, Dictionary& entries, ZRJournalStore* kept);
   // Returns their events to the current batch, and leaves none; what cannot be returned without memory stays closed.
-  void reopen(std::list<ZRClosedBatch>& batches);
-  std::list<ZRClosedBatch> takeClosed();
+  void reopen(std::list<ZRUnsavedBatch>& batches);
+  std::list<ZRUnsavedBatch> takeClosed();
 
   ZRCurrentBatch& current_;
   ZRBatchFile& file_;
@@ -56,7 +56,7 @@ class ZRBatchSaver {
   // Held while events change between the current and the closed batches, so that they stay in their order.
   ZRTurn closeTurn_;
   platform::Mutex mutex_;
-  std::list<ZRClosedBatch> closed_ ZR_GUARDED_BY(mutex_);
+  std::list<ZRUnsavedBatch> closed_ ZR_GUARDED_BY(mutex_);
 };
 
 }  // namespace zorvane

@@ -8,7 +8,6 @@
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 
 namespace zorvane {
-
 namespace {
 
 // Whether events with the first rest may be saved under the other.
@@ -52,12 +51,12 @@ bool ZRCurrentBatch::append(Dictionary record) {
   return count() >= std::max<std::uint64_t>(static_cast<std::uint64_t>(threshold_), fullAfterFailure_.value_or(0));
 }
 
-std::list<ZRClosedBatch> ZRCurrentBatch::take(Dictionary rest) {
-  std::list<ZRClosedBatch> taken;
+std::list<ZRUnsavedBatch> ZRCurrentBatch::take(Dictionary rest) {
+  std::list<ZRUnsavedBatch> taken;
   Value lastRest = std::move(rest);
   platform::MutexLock lock(mutex_);
   if (count() == 0) return taken;
-  ZRClosedBatch& last = openBatch();
+  ZRUnsavedBatch& last = openBatch();
   if (&last != &batches_.front()) {
     const auto earlier = std::prev(batches_.end(), 2);
     if (mayJoin(earlier->rest, lastRest)) {
@@ -73,8 +72,8 @@ std::list<ZRClosedBatch> ZRCurrentBatch::take(Dictionary rest) {
   return taken;
 }
 
-void ZRCurrentBatch::putBack(std::list<ZRClosedBatch>& batches) {
-  std::list<ZRClosedBatch> done;  // Destroyed after the lock.
+void ZRCurrentBatch::putBack(std::list<ZRUnsavedBatch>& batches) {
+  std::list<ZRUnsavedBatch> done;  // Destroyed after the lock.
   platform::MutexLock lock(mutex_);
   const std::size_t before = count();
   while (!batches.empty()) {
@@ -94,7 +93,7 @@ void ZRCurrentBatch::putBack(std::list<ZRClosedBatch>& batches) {
 }
 
 void ZRCurrentBatch::clear() {
-  std::list<ZRClosedBatch> dropped;  // Destroyed after the lock: it may contain host objects.
+  std::list<ZRUnsavedBatch> dropped;  // Destroyed after the lock: it may contain host objects.
   dropped.emplace_back();
   platform::MutexLock lock(mutex_);
   if (batches_.empty()) dropped.clear();
@@ -115,13 +114,13 @@ void ZRCurrentBatch::keepIf(const std::function<bool(const Value& record)>& pass
   };
   for (;;) {
     // What is dropped is destroyed with it, after the lock.
-    std::list<ZRClosedBatch> batches = copy();
+    std::list<ZRUnsavedBatch> batches = copy();
     std::size_t before = 0;
-    for (ZRClosedBatch& batch : batches) {
+    for (ZRUnsavedBatch& batch : batches) {
       before += batch.events.size();
       keepOnly(batch.events, passes);
     }
-    std::erase_if(batches, [](const ZRClosedBatch& batch) { return batch.events.empty() && !batch.rest.isNil(); });
+    std::erase_if(batches, [](const ZRUnsavedBatch& batch) { return batch.events.empty() && !batch.rest.isNil(); });
     platform::MutexLock lock(mutex_);
     // Meanwhile it may have been cleared, or events put back.
     if (count() != before) continue;
@@ -134,7 +133,7 @@ std::optional<Array> ZRCurrentBatch::events() const {
   platform::MutexLock lock(mutex_);
   if (batches_.empty()) return std::nullopt;
   Array all;
-  for (const ZRClosedBatch& batch : batches_) {
+  for (const ZRUnsavedBatch& batch : batches_) {
     for (const Value& event : batch.events) all.push_back(event);
   }
   return all;
@@ -142,11 +141,11 @@ std::optional<Array> ZRCurrentBatch::events() const {
 
 std::size_t ZRCurrentBatch::count() const {
   std::size_t events = 0;
-  for (const ZRClosedBatch& batch : batches_) events += batch.events.size();
+  for (const ZRUnsavedBatch& batch : batches_) events += batch.events.size();
   return events;
 }
 
-ZRClosedBatch& ZRCurrentBatch::openBatch() {
+ZRUnsavedBatch& ZRCurrentBatch::openBatch() {
   if (batches_.empty() || !batches_.back().rest.isNil()) batches_.emplace_back();
   return batches_.back();
 }

@@ -12,8 +12,8 @@
 
 namespace zorvane {
 
-// Events that are or will be one saved batch.
-struct ZRClosedBatch {
+// Events that will be saved as one batch.
+struct ZRUnsavedBatch {
   Array events;
   // How often the current batch was cleared until they were taken from it.
   std::uint64_t generation = 0;
@@ -35,11 +35,11 @@ class ZRCurrentBatch {
   // Takes the events out, in the order of recording; none when there are none. `rest` is that of the events recorded
   // since the last take. Events that were put back join them if they have the same session and sources, else they stay
   // a batch of their own. Without memory it throws and takes nothing.
-  std::list<ZRClosedBatch> take(Dictionary rest);
+  std::list<ZRUnsavedBatch> take(Dictionary rest);
   // Puts events that could not be saved in front of all others, except those that were taken before a clear. Leaves
   // none. The batch is full again after `threshold` more events, or a quarter of what it holds if that is more: a
   // larger batch is retried less often. Without memory it throws, and the batches that it could not put back are left.
-  void putBack(std::list<ZRClosedBatch>& batches);
+  void putBack(std::list<ZRUnsavedBatch>& batches);
   // Drops the events.
   void clear();
   std::uint64_t generation() const;
@@ -52,12 +52,12 @@ class ZRCurrentBatch {
  private:
   std::size_t count() const ZR_REQUIRES(mutex_);
   // The one that takes events.
-  ZRClosedBatch& openBatch() ZR_REQUIRES(mutex_);
+  ZRUnsavedBatch& openBatch() ZR_REQUIRES(mutex_);
 
   const std::int64_t threshold_;
   mutable platform::Mutex mutex_;
   // Those that were put back, then one without a rest, which takes events.
-  std::list<ZRClosedBatch> batches_ ZR_GUARDED_BY(mutex_);
+  std::list<ZRUnsavedBatch> batches_ ZR_GUARDED_BY(mutex_);
   std::uint64_t generation_ ZR_GUARDED_BY(mutex_) = 0;
   // While events that were put back are in the batch: the number of all events with which it is full.
   std::optional<std::size_t> fullAfterFailure_ ZR_GUARDED_BY(mutex_);

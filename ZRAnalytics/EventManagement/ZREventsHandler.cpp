@@ -302,7 +302,7 @@ void ZREventsHandler::storeEvents(const Value& events, const Value& batchID, std
     const ZRBatchFile::Outcome outcome = batchFile_.store(batches);
     const bool isStored = outcome == ZRBatchFile::Outcome::Done || outcome == ZRBatchFile::Outcome::Unreadable;
     if (!isStored && events.isArray()) {
-      std::list<ZRClosedBatch> unsaved;
+      std::list<ZRUnsavedBatch> unsaved;
       unsaved.push_back({*events.asArray(), generation, {}});
       currentBatch_.putBack(unsaved);
     }

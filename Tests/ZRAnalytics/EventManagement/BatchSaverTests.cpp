@@ -77,9 +77,9 @@ TEST_F(BatchSaverTest, EventsThatCameBackJoinOnlyEventsOfTheirSession) {
   const auto take = [&](const char* session, int time) {
     return current.take({{"session", session}, {"request_time", time}});
   };
-  const auto textOf = [](const std::list<ZRClosedBatch>& batches) {
+  const auto textOf = [](const std::list<ZRUnsavedBatch>& batches) {
     std::string text;
-    for (const ZRClosedBatch& batch : batches) {
+    for (const ZRUnsavedBatch& batch : batches) {
       for (const std::string& name : eventNames(batch.events)) text += name;
       text += '-' + batch.rest.asDictionary()->objectForKey("session").description();
       text += batch.rest.asDictionary()->objectForKey("request_time").description() + ' ';
@@ -99,7 +99,7 @@ TEST_F(BatchSaverTest, EventsThatCameBackJoinOnlyEventsOfTheirSession) {
   current.putBack(failed);
   failed = take("T", 4);
   EXPECT_EQ(textOf(failed), "ab-S2 c-T4 ");
-  std::list<ZRClosedBatch> withoutSession(1);
+  std::list<ZRUnsavedBatch> withoutSession(1);
   withoutSession.front().events = {Dictionary{{"EVENT_ACTION", "d"}}};
   current.putBack(withoutSession);
   current.putBack(failed);
