@@ -57,7 +57,7 @@ bool ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes
     reopen(closed);
     current_.keepIf(passes);
     // For the task that waits to store them.
-    if (wasClosed) close();
+    if (wasClosed) guarded(kSave, "exception is %@", [this] { close(); });
   }
   const ZRBatchFile::Outcome outcome = file_.keepIf(passes);
   return outcome != ZRBatchFile::Outcome::Failed && outcome != ZRBatchFile::Outcome::TooLarge;
@@ -65,13 +65,14 @@ bool ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes
 
 void ZRBatchSaver::close() {
   if (current_.empty()) return;
-  // Before the turn: the host's clock may save, too.
+  // Not between the turn and take(): the host's clock may save, too.
   Value requestTime = requestTimeNow();
   const ZRTurn::Scope turn(closeTurn_);
   const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
   Dictionary rest;
   rest.setObjectNilHandledForKey(std::move(requestTime), kBatchKeyRequestTime);
-  if (auto session = sessions.getCurrentSessionInfoDict()) rest.set(kBatchKeySession, *std::move(session));
+  if (auto session = sessions.getCurrentSessionInfoDict())
+    rest.set(kBatchKeySession, withoutObjects(*std::move(session), kSave));
   rest.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSave));
   std::list<ZRUnsavedBatch> closing = current_.take(std::move(rest));
   platform::MutexLock lock(mutex_);

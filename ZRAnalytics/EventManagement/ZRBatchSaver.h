@@ -31,8 +31,9 @@ class ZRBatchSaver {
   // Closes the current batch. A background task stores it, in one write with those that are closed until it gets there,
   // and then calls flush, also if it could not store them.
   void saveSoon();
-  // ZRCurrentBatch::keepIf, for the closed and the stored batches too. If another thread is storing, waits for it
-  // first. False when the file could not be written: then it holds what it held.
+  // ZRCurrentBatch::keepIf, for the closed and the stored batches too. Closes the current batch if others were closed;
+  // those of one session become one. If another thread is storing, waits for it first. False when the file could not be
+  // written: then it holds what it held.
   bool keepIf(const std::function<bool(const Value& record)>& passes);
 
  private:

@@ -68,6 +68,7 @@ std::list<ZRUnsavedBatch> ZRCurrentBatch::take(Dictionary rest) {
   last.generation = generation_;
   if (last.events.empty()) batches_.pop_back();
   fullAfterFailure_.reset();
+  ++changes_;
   taken.swap(batches_);
   return taken;
 }
@@ -88,18 +89,23 @@ void ZRCurrentBatch::putBack(std::list<ZRUnsavedBatch>& batches) {
   }
   const std::size_t events = count();
   if (events == before) return;
+  ++changes_;
   const auto threshold = static_cast<std::size_t>(std::max<std::int64_t>(threshold_, 0));
   fullAfterFailure_ = events + std::max(threshold, events / 4);
 }
 
 void ZRCurrentBatch::clear() {
-  std::list<ZRUnsavedBatch> dropped;  // Destroyed after the lock: it may contain host objects.
-  dropped.emplace_back();
+  // Destroyed after the lock: they may contain host objects.
+  std::list<ZRUnsavedBatch> dropped;
+  ZRUnsavedBatch last;
   platform::MutexLock lock(mutex_);
-  if (batches_.empty()) dropped.clear();
-  batches_.swap(dropped);
+  if (!batches_.empty()) {
+    dropped.splice(dropped.begin(), batches_, batches_.begin(), std::prev(batches_.end()));
+    std::swap(batches_.back(), last);
+  }
   fullAfterFailure_.reset();
   ++generation_;
+  ++changes_;
 }
 
 std::uint64_t ZRCurrentBatch::generation() const {
@@ -108,23 +114,21 @@ std::uint64_t ZRCurrentBatch::generation() const {
 }
 
 void ZRCurrentBatch::keepIf(const std::function<bool(const Value& record)>& passes) {
-  const auto copy = [this] {
-    platform::MutexLock lock(mutex_);
-    return batches_;
-  };
   for (;;) {
+    std::uint64_t changes = 0;
+    const auto copy = [&] {
+      platform::MutexLock lock(mutex_);
+      changes = changes_;
+      return batches_;
+    };
     // What is dropped is destroyed with it, after the lock.
     std::list<ZRUnsavedBatch> batches = copy();
-    std::size_t before = 0;
-    for (ZRUnsavedBatch& batch : batches) {
-      before += batch.events.size();
-      keepOnly(batch.events, passes);
-    }
+    for (ZRUnsavedBatch& batch : batches) keepOnly(batch.events, passes);
     std::erase_if(batches, [](const ZRUnsavedBatch& batch) { return batch.events.empty() && !batch.rest.isNil(); });
     platform::MutexLock lock(mutex_);
-    // Meanwhile it may have been cleared, or events put back.
-    if (count() != before) continue;
+    if (changes_ != changes) continue;
     batches_.swap(batches);
+    if (count() == 0) fullAfterFailure_.reset();
     return;
   }
 }

@@ -36,15 +36,16 @@ class ZRCurrentBatch {
   // since the last take. Events that were put back join them if they have the same session and sources, else they stay
   // a batch of their own. Without memory it throws and takes nothing.
   std::list<ZRUnsavedBatch> take(Dictionary rest);
-  // Puts events that could not be saved in front of all others, except those that were taken before a clear. Leaves
-  // none. The batch is full again after `threshold` more events, or a quarter of what it holds if that is more: a
-  // larger batch is retried less often. Without memory it throws, and the batches that it could not put back are left.
+  // Puts events that could not be saved in front of all others; drops those that were taken before a clear. Leaves none
+  // in the list. The batch is full again after `threshold` more events, or a quarter of what it holds if that is more:
+  // a larger batch is retried less often. Without memory it throws, and the batches that it could not put back are
+  // left.
   void putBack(std::list<ZRUnsavedBatch>& batches);
   // Drops the events.
   void clear();
   std::uint64_t generation() const;
   // Removes the events for which the function returns false; it is called with no lock held, and again for all when
-  // events are put back meanwhile. Call on the queue that appends, while no other thread calls take().
+  // events are taken or put back meanwhile. Call on the queue that appends, while no other thread calls take().
   void keepIf(const std::function<bool(const Value& record)>& passes);
   // A copy; absent before the first event and after each take.
   std::optional<Array> events() const;
@@ -59,6 +60,8 @@ class ZRCurrentBatch {
   // Those that were put back, then one without a rest, which takes events.
   std::list<ZRUnsavedBatch> batches_ ZR_GUARDED_BY(mutex_);
   std::uint64_t generation_ ZR_GUARDED_BY(mutex_) = 0;
+  // The number of calls that took events out or put them back.
+  std::uint64_t changes_ ZR_GUARDED_BY(mutex_) = 0;
   // While events that were put back are in the batch: the number of all events with which it is full.
   std::optional<std::size_t> fullAfterFailure_ ZR_GUARDED_BY(mutex_);
 };

@@ -84,7 +84,8 @@ class ZREventsHandler {
   Array getEventsFromDumpFile() const { return dumpFile_.events(); }
   void removeDatFile() { dumpFile_.remove(); }
   // Removes the dump file and sends its events, one request for each of its parts (ZRDumpFile::parts); those that the
-  // service refuses join the batch file. If another thread is doing that, waits until it has removed the file.
+  // service refuses join the batch file. If another thread is doing that, waits until it has removed the file. After an
+  // opt-out of this launch, which could not remove it, only removes it.
   void syncToServerFromDumpFile();
 
   // Deletes both files and empties the current batch.

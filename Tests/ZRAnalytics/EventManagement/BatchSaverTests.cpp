@@ -69,13 +69,19 @@ TEST_F(BatchSaverTest, DroppingReachesFullBatchesThatAreNotStoredYet) {
   EXPECT_TRUE(saver.keepIf([](const Value& record) { return eventNames({record}) != Names{"a"}; }));
   settle();
   EXPECT_EQ(savedNames(), (Batches{{"b", "c"}}));
+
+  for (const char* name : {"d", "e"}) current.append({{"EVENT_ACTION", name}});
+  saver.saveSoon();
+  EXPECT_TRUE(saver.keepIf([](const Value& /*record*/) { return false; }));
+  EXPECT_FALSE(current.append({{"EVENT_ACTION", "f"}}));
+  EXPECT_TRUE(current.append({{"EVENT_ACTION", "g"}})) << "full as if nothing had failed";
 }
 
 TEST_F(BatchSaverTest, EventsThatCameBackJoinOnlyEventsOfTheirSession) {
   ZRCurrentBatch current(30);
   const auto append = [&](const char* name) { current.append({{"EVENT_ACTION", name}}); };
   const auto take = [&](const char* session, int time) {
-    return current.take({{"session", session}, {"request_time", time}});
+    return current.take({{"session", session}, {"source", time < 6 ? "mail" : "web"}, {"request_time", time}});
   };
   const auto textOf = [](const std::list<ZRUnsavedBatch>& batches) {
     std::string text;
@@ -103,7 +109,16 @@ TEST_F(BatchSaverTest, EventsThatCameBackJoinOnlyEventsOfTheirSession) {
   withoutSession.front().events = {Dictionary{{"EVENT_ACTION", "d"}}};
   current.putBack(withoutSession);
   current.putBack(failed);
-  EXPECT_EQ(textOf(take("U", 5)), "ab-S2 c-T4 d-U5 ");
+  failed = take("U", 5);
+  EXPECT_EQ(textOf(failed), "ab-S2 c-T4 d-U5 ");
+  append("e");
+  current.putBack(failed);
+  failed = take("U", 6);
+  EXPECT_EQ(textOf(failed), "ab-S2 c-T4 d-U5 e-U6 ") << "another source";
+  current.clear();
+  current.putBack(failed);
+  EXPECT_TRUE(current.empty());
+  EXPECT_TRUE(failed.empty());
 }
 
 TEST_F(BatchSaverTest, OptOutDropsAlsoWhatCannotBeStoredMeanwhile) {
