@@ -49,7 +49,7 @@ ROWS = [
 ]
 
 # How often each is run. What varies little or takes long is run less often.
-ROUNDS = {"burst": 7, "burst_small": 7, "journal": 7, "paced": 5, "paced_sent": 5, "pace": 2, "paced_long": 2,
+ROUNDS = {"burst": 25, "burst_small": 25, "journal": 25, "paced": 5, "paced_sent": 5, "pace": 2, "paced_long": 2,
           "deliver": 7, "refuse": 7, "start": 15, "save": 5, "save_first": 5, "shopping_day": 3, "size": 1, "disk": 7}
 
 GROWTH = {
