@@ -65,14 +65,15 @@ bool ZRBatchSaver::keepIf(const std::function<bool(const Value& record)>& passes
 
 void ZRBatchSaver::close() {
   if (current_.empty()) return;
-  // Not between the turn and take(): the host's clock may save, too.
+  // First, because the host's clock may save, too.
   Value requestTime = requestTimeNow();
   const ZRTurn::Scope turn(closeTurn_);
   const ZRSessionManager& sessions = ZRSessionManager::sharedSessionManager();
   Dictionary rest;
   rest.setObjectNilHandledForKey(std::move(requestTime), kBatchKeyRequestTime);
-  if (auto session = sessions.getCurrentSessionInfoDict())
+  if (auto session = sessions.getCurrentSessionInfoDict()) {
     rest.set(kBatchKeySession, withoutObjects(*std::move(session), kSave));
+  }
   rest.set(kBatchKeySource, withoutObjects(sessions.getCurrentSessionSourceInfoArray(), kSave));
   std::list<ZRUnsavedBatch> closing = current_.take(std::move(rest));
   platform::MutexLock lock(mutex_);

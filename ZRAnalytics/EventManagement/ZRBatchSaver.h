@@ -2,7 +2,7 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
+#include <cstddef>
 #include <functional>
 #include <list>
 #include <memory>

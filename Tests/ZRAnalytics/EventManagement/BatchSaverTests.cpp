@@ -75,46 +75,36 @@ TEST_F(BatchSaverTest, DroppingReachesFullBatchesThatAreNotStoredYet) {
   EXPECT_TRUE(saver.keepIf([](const Value& /*record*/) { return false; }));
   EXPECT_FALSE(current.append({{"EVENT_ACTION", "f"}}));
   EXPECT_TRUE(current.append({{"EVENT_ACTION", "g"}})) << "full as if nothing had failed";
+  settle();
 }
 
 TEST_F(BatchSaverTest, EventsThatCameBackJoinOnlyEventsOfTheirSession) {
   ZRCurrentBatch current(30);
-  const auto append = [&](const char* name) { current.append({{"EVENT_ACTION", name}}); };
-  const auto take = [&](const char* session, int time) {
-    return current.take({{"session", session}, {"source", time < 6 ? "mail" : "web"}, {"request_time", time}});
-  };
-  const auto textOf = [](const std::list<ZRUnsavedBatch>& batches) {
+  std::list<ZRUnsavedBatch> failed;
+  // What is taken after the failed batches came back and an event, unless it is "", was recorded.
+  const auto taken = [&](const char* event, const char* session, const char* source, int time) {
+    if (*event) current.append({{"EVENT_ACTION", event}});
+    current.putBack(failed);
+    failed = current.take({{"session", session}, {"source", source}, {"request_time", time}});
     std::string text;
-    for (const ZRUnsavedBatch& batch : batches) {
+    for (const ZRUnsavedBatch& batch : failed) {
       for (const std::string& name : eventNames(batch.events)) text += name;
       text += '-' + batch.rest.asDictionary()->objectForKey("session").description();
       text += batch.rest.asDictionary()->objectForKey("request_time").description() + ' ';
     }
     return text;
   };
-  append("a");
-  auto failed = take("S", 1);
-  append("b");
-  current.putBack(failed);
-  failed = take("S", 2);
-  EXPECT_EQ(textOf(failed), "ab-S2 ");
-  append("c");
-  current.putBack(failed);
-  failed = take("T", 3);
-  EXPECT_EQ(textOf(failed), "ab-S2 c-T3 ");
-  current.putBack(failed);
-  failed = take("T", 4);
-  EXPECT_EQ(textOf(failed), "ab-S2 c-T4 ");
+  EXPECT_EQ(taken("a", "S", "mail", 1), "a-S1 ");
+  EXPECT_EQ(taken("b", "S", "mail", 2), "ab-S2 ");
+  EXPECT_EQ(taken("c", "T", "mail", 3), "ab-S2 c-T3 ");
+  EXPECT_EQ(taken("d", "T", "web", 4), "ab-S2 c-T3 d-T4 ");
+  EXPECT_EQ(taken("", "T", "web", 5), "ab-S2 c-T3 d-T5 ");
   std::list<ZRUnsavedBatch> withoutSession(1);
-  withoutSession.front().events = {Dictionary{{"EVENT_ACTION", "d"}}};
+  withoutSession.front().events = {Dictionary{{"EVENT_ACTION", "e"}}};
+  current.putBack(failed);
   current.putBack(withoutSession);
-  current.putBack(failed);
-  failed = take("U", 5);
-  EXPECT_EQ(textOf(failed), "ab-S2 c-T4 d-U5 ");
-  append("e");
-  current.putBack(failed);
-  failed = take("U", 6);
-  EXPECT_EQ(textOf(failed), "ab-S2 c-T4 d-U5 e-U6 ") << "another source";
+  EXPECT_EQ(taken("f", "T", "web", 6), "eab-S2 c-T3 df-T6 ");
+  EXPECT_EQ(taken("", "U", "web", 7), "eab-S2 c-T3 df-T6 ");
   current.clear();
   current.putBack(failed);
   EXPECT_TRUE(current.empty());
