@@ -98,7 +98,7 @@ void ZRAnalytics::trackEventWithProperties(Value name, std::shared_ptr<const ZRP
     if (!ZRAnalyticsUtils::areGatesOpen()) return;
     // Now, so that the event is in the journal when this returns.
     journal = ZRConfigDataManager::sharedInstance().getEventJournal();
-    if (journal) ticket = journal->called(name, properties.get());
+    if (journal) ticket = journal->called(name, properties);
     globalQueue(platform::Priority::Default)
         .asyncSoon([name = std::move(name), properties = std::move(properties), ticket]() mutable {
           guarded({kFile, "trackEventWithProperties"}, "exception is %@", [&] {

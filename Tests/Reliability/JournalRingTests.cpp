@@ -276,6 +276,26 @@ TEST(JournalRingTest, PowerLossKeepsSyncedEventsAndRepeatsNoSavedOne) {
   Ring::onSync = nullptr;
 }
 
+TEST(JournalRingTest, EventsAreReadUntilTheyAreMarkedOrReleasedAlsoWhenCleared) {
+  platform::skipFsync();
+  const platform::TemporaryDirectory directory;
+  const std::string path = directory.file("journal");
+  std::string bytes;
+  Ring ring;
+  ASSERT_TRUE(ring.open(path, kBytes, bytes));
+  ASSERT_TRUE(ring.start(kBytes, {}));
+  ASSERT_TRUE(ring.setSession("S0"));
+  std::uint64_t positions[4];
+  for (std::uint64_t& position : positions) position = ring.append(kEvent, std::string(500, 'x'), 0);
+  EXPECT_EQ(ring.read(positions[0]), std::string(500, 'x'));
+  ring.clear();
+  EXPECT_EQ(ring.read(positions[1]), std::string(500, 'x'));
+  ring.markRecorded(positions[2], false, "", "");
+  EXPECT_EQ(ring.read(positions[2]), std::nullopt);
+  ring.release(positions[3]);
+  EXPECT_EQ(ring.read(positions[3]), std::nullopt);
+}
+
 TEST(JournalRingTest, SessionWithoutRoomReleasesNoEvent) {
   platform::skipFsync();
   const platform::TemporaryDirectory directory;

@@ -117,7 +117,7 @@ void ZREventsHandler::track(Value&& name, std::shared_ptr<const ZRProperties>&& 
   const bool isPosted = guarded({kFile, kTrackEvent, 190}, "exception is %@", [&] {
     enabled = ZRCoreUtils::isSDKEnabled();
     if (!enabled) return;
-    if (journal) ticket = journal->called(name, properties.get());
+    if (journal) ticket = journal->called(name, properties);
     reports_serial_queue_.async(
         [this, event = TrackedEvent{std::move(name), std::move(properties), std::move(completion), ticket}]() mutable {
           reports_serial_queue_.assertCurrent();
@@ -142,6 +142,7 @@ void ZREventsHandler::acceptEvent(TrackedEvent& event) {
     handled = true;
   };
   guarded({kFile, kTrackEvent}, "exception is %@", [&] {
+    if (journal_ && !journal_->read(event.ticket, event.name, event.properties)) return;
     rejected = !shouldEventBeTrackedWithName(event.name);
     if (rejected) return;
     ZRSessionManager::sharedSessionManager().checkSessionForEventWithPropertiesWithCompletionBlock(

@@ -116,19 +116,36 @@ class Journal final : public ZREventJournal {
     if (!isSet) ring_.dropSession();
   }
 
-  Ticket called(const Value& name, const ZRProperties* properties) noexcept override {
+  Ticket called(Value& name, std::shared_ptr<const ZRProperties>& properties) noexcept override {
     Ticket ticket = 0;
     if (!isOpen()) return ticket;
     guarded({kFile, "called"}, kException, [&] {
       journal::Bytes payload;
-      journal::appendEvent(name, properties, payload);
+      journal::appendEvent(name, properties.get(), payload);
       const bool isAllowed = isOptedOut_.load(std::memory_order_relaxed) && askOptedOut() && name.isString() &&
                              ZREventsHandler::sharedInstance().shouldEventSkippedFromDataOptOut(*name.asString());
       ticket = ring_.append(isAllowed ? journal::kAllowedEvent : journal::kEvent, payload.view(),
                             platform::hostServices().clock->now().secondsSince1970);
-      if (ticket == 0) reportFull();
+      if (ticket == 0) return reportFull();
+      if (!payload.isExact()) return;
+      name = {};
+      properties.reset();
     });
     return ticket;
+  }
+
+  bool read(Ticket ticket, Value& name, std::shared_ptr<const ZRProperties>& properties) noexcept override {
+    if (ticket == 0 || !name.isNil()) return true;
+    bool isRead = false;
+    guarded({kFile, "read"}, kException, [&] {
+      std::optional<journal::Event> event;
+      if (const auto payload = ring_.read(ticket)) event = journal::readEvent(*payload);
+      if (!event) return logLine("Journal : an event cannot be read and is lost");
+      name = std::move(event->name);
+      properties = std::make_shared<ZRProperties>(std::move(event->properties));
+      isRead = true;
+    });
+    return isRead;
   }
 
   void recorded(Ticket ticket, Dictionary& record) noexcept override {

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "Platform/Formats/PropertyList.h"
-#include "Platform/Text/Utf8.h"
 
 namespace zorvane::journal {
 namespace {
@@ -60,15 +59,8 @@ bool takeBytes(std::string_view& bytes, std::string_view& taken) {
   return true;
 }
 
-bool takeText(std::string_view& bytes, std::string& text) {
-  std::string_view taken;
-  if (!takeBytes(bytes, taken)) return false;
-  text = platform::validUtf8(std::string(taken));
-  return true;
-}
-
-// One value needs up to forty times its bytes.
-constexpr std::size_t kMaximumValues = 1u << 20;
+// Room is made for so many entries of a dictionary at once, whatever number it claims to have.
+constexpr std::uint32_t kUsualEntries = 32;
 
 char* putTag(char* at, char tag) {
   *at = tag;
@@ -175,9 +167,13 @@ void appendRare(const Value& value, int depth, Bytes& out) {
     return out.endAt(putNumber(at, value.asObject<platform::LargeInteger>()->number()));
   }
   // take() accepts only a scalar at this depth.
-  if (depth >= platform::kMaxPropertyListDepth) return appendText('s', {}, out);
+  if (depth >= platform::kMaxPropertyListDepth) {
+    out.setInexact();
+    return appendText('s', {}, out);
+  }
   if (const Array* const array = value.asArray()) return append(*array, depth, out);
   if (const Dictionary* const dictionary = value.asDictionary()) return append(*dictionary, depth, out);
+  out.setInexact();
   append(platform::plainValueOf(*value.asObject()), depth + 1, out);
 }
 
@@ -191,7 +187,6 @@ bool take(std::string_view& bytes, int depth, std::size_t& left, Value& value) {
   std::uint64_t large = 0;
   double number = 0;
   std::uint32_t count = 0;
-  std::string text;
   std::string_view data;
   switch (tag) {
     case '0':
@@ -218,9 +213,12 @@ bool take(std::string_view& bytes, int depth, std::size_t& left, Value& value) {
       value = tag == 'd' ? Value(number) : Value(Date{number});
       return true;
     case 's':
+      if (!takeBytes(bytes, data)) return false;
+      value = data;
+      return true;
     case 'u':
-      if (!takeText(bytes, text)) return false;
-      value = tag == 's' ? Value(std::move(text)) : Value(URL{std::move(text)});
+      if (!takeBytes(bytes, data)) return false;
+      value = URL{std::string(data)};
       return true;
     case 'x':
       if (!takeBytes(bytes, data)) return false;
@@ -238,10 +236,11 @@ bool take(std::string_view& bytes, int depth, std::size_t& left, Value& value) {
     case 'm': {
       if (!takeNumber(bytes, count)) return false;
       Dictionary dictionary;
+      dictionary.reserve(std::min(count, kUsualEntries));
       for (; count > 0; --count) {
         Value element;
-        if (!takeText(bytes, text) || !take(bytes, depth + 1, left, element)) return false;
-        dictionary.setObjectNilHandledForKey(std::move(element), text);
+        if (!takeBytes(bytes, data) || !take(bytes, depth + 1, left, element)) return false;
+        dictionary.setObjectNilHandledForKey(std::move(element), data);
       }
       value = std::move(dictionary);
       return true;
@@ -249,12 +248,6 @@ bool take(std::string_view& bytes, int depth, std::size_t& left, Value& value) {
     default:
       return false;
   }
-}
-
-bool isPlausible(const Record& record, std::string_view bytes, std::size_t offset) {
-  const std::size_t room = bytes.size() - offset;
-  return record.units >= sizeof(Record) / kUnit && record.units <= room / kUnit &&
-         record.bytes <= record.units * kUnit - sizeof(Record) && record.position > 0 && record.position < kHighest;
 }
 
 }  // namespace
@@ -318,15 +311,26 @@ std::optional<Event> readEvent(std::string_view payload) {
   if (!take(payload, 0, left, event.name)) return std::nullopt;
   if (payload.empty()) return event;
   if (!take(payload, 0, left, part) || !part.isDictionary()) return std::nullopt;
-  event.properties.setAttributeDict(*part.asDictionary());
+  event.properties.setAttributeDict(std::move(part.mutableDictionary()));
   if (payload.empty()) return event;
   if (!take(payload, 0, left, part) || !part.isArray()) return std::nullopt;
-  event.properties.setDateAttrArray(*part.asArray());
+  event.properties.setDateAttrArray(std::move(part.mutableArray()));
   if (!take(payload, 0, left, part) || !part.isArray()) return std::nullopt;
-  event.properties.setLocationAttrArray(*part.asArray());
+  event.properties.setLocationAttrArray(std::move(part.mutableArray()));
   if (!take(payload, 0, left, part) || !part.asBool() || !payload.empty()) return std::nullopt;
   event.properties.setIsNonInteractive(*part.asBool());
   return event;
+}
+
+std::optional<std::string_view> payloadOf(const Record& record, std::uint64_t salt, std::string_view bytes,
+                                          std::size_t offset) {
+  const std::size_t room = bytes.size() - offset;
+  if (record.units < sizeof(Record) / kUnit || record.units > room / kUnit) return std::nullopt;
+  if (record.bytes > record.units * kUnit - sizeof(Record)) return std::nullopt;
+  if (record.position == 0 || record.position >= kHighest) return std::nullopt;
+  const std::string_view payload = bytes.substr(offset + sizeof record, record.bytes);
+  if (checksumOf(salt, record, payload) != record.checksum) return std::nullopt;
+  return payload;
 }
 
 Contents readContents(std::string_view bytes) {
@@ -343,21 +347,20 @@ Contents readContents(std::string_view bytes) {
     std::memcpy(&record, bytes.data() + offset, sizeof record);
     const bool isLive = record.state == kCalled || record.state == kRecorded;
     std::size_t step = kUnit;
-    if ((isLive || record.state == kReleased) && isPlausible(record, bytes, offset)) {
-      const std::string_view payload = bytes.substr(offset + sizeof record, record.bytes);
-      if (checksumOf(header.salt, record, payload) == record.checksum) {
-        step = record.units * kUnit;
-        contents.end = std::max(contents.end, record.position + record.units);
-        if (record.state == kRecorded && recordedSumOf(header.salt, record) != record.recordedSum) {
-          record.state = kCalled;
-        }
-        if (storeSumOf(header.salt, record, record.store) != record.storeSum) record.store = 0;
-        const bool isStored = record.store != 0 && record.store <= header.stored;
-        if (isLive && record.position >= header.cleared) {
-          if (record.kind == kSession) contents.sessions.push_back({offset, record, payload});
-          const bool isEvent = record.kind == kEvent || record.kind == kAllowedEvent;
-          if (isEvent && !isStored) contents.events.push_back({offset, record, payload});
-        }
+    std::optional<std::string_view> payload;
+    if (isLive || record.state == kReleased) payload = payloadOf(record, header.salt, bytes, offset);
+    if (payload) {
+      step = record.units * kUnit;
+      contents.end = std::max(contents.end, record.position + record.units);
+      if (record.state == kRecorded && recordedSumOf(header.salt, record) != record.recordedSum) {
+        record.state = kCalled;
+      }
+      if (storeSumOf(header.salt, record, record.store) != record.storeSum) record.store = 0;
+      const bool isStored = record.store != 0 && record.store <= header.stored;
+      if (isLive && record.position >= header.cleared) {
+        if (record.kind == kSession) contents.sessions.push_back({offset, record, *payload});
+        const bool isEvent = record.kind == kEvent || record.kind == kAllowedEvent;
+        if (isEvent && !isStored) contents.events.push_back({offset, record, *payload});
       }
     }
     if (isLive && step == kUnit) ++contents.damaged;

@@ -20,6 +20,9 @@ inline constexpr std::size_t kUnit = 64;
 // Beyond any position and any number of a store operation that a process reaches.
 inline constexpr std::uint64_t kHighest = std::uint64_t{1} << 60;
 
+// What a reader takes: one value in memory needs up to forty times its bytes.
+inline constexpr std::size_t kMaximumValues = 1u << 20;
+
 // The fields are described in docs/journal.md.
 struct Header {
   std::uint64_t magic;
@@ -77,6 +80,9 @@ class Bytes {
   }
   // Takes what was written into that room.
   void endAt(const char* end) { size_ = static_cast<std::size_t>(end - begin_); }
+  // Whether a reader gets the values that were appended. Each takes at least one byte.
+  bool isExact() const { return isExact_ && size_ <= kMaximumValues; }
+  void setInexact() { isExact_ = false; }
 
  private:
   void grow(std::size_t needed);
@@ -86,6 +92,7 @@ class Bytes {
   char* begin_ = first_;
   std::size_t size_ = 0;
   std::size_t capacity_ = sizeof first_;
+  bool isExact_ = true;
 };
 
 // Appends the value. Objects give their plain value; what is deeper than a property list may be becomes "".
@@ -100,6 +107,10 @@ struct Event {
   ZRProperties properties;
 };
 std::optional<Event> readEvent(std::string_view payload);
+
+// The payload of the record, a copy of the one at that offset of a journal's bytes. Absent when it is damaged.
+std::optional<std::string_view> payloadOf(const Record& record, std::uint64_t salt, std::string_view bytes,
+                                          std::size_t offset);
 
 // What stands in a journal's bytes.
 struct Found {

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -285,11 +286,28 @@ bool Ring::writeSession() {
   return isSessionWritten_;
 }
 
+std::optional<std::string> Ring::read(std::uint64_t position) {
+  platform::MutexLock lock(mutex_);
+  if (!isThere()) return std::nullopt;
+  if (position < swept_) {
+    const auto unread = unread_.find(position);
+    return unread == unread_.end() ? std::nullopt : std::optional(unread->second);
+  }
+  const Record record = at(position);
+  if (record.position != position) return std::nullopt;
+  const auto offset = static_cast<std::size_t>(reinterpret_cast<const char*>(&at(position)) - base_);
+  const auto payload = payloadOf(record, header().salt, {base_, mapped_}, offset);
+  return payload ? std::optional<std::string>(*payload) : std::nullopt;
+}
+
 bool Ring::markRecorded(std::uint64_t position, bool isAllowed, std::string_view gmtTime, std::string_view localTime) {
   if (!isThere()) return true;
   platform::MutexLock lock(mutex_);
   Record* const record = live(position);
-  if (!record) return true;
+  if (!record) {
+    unread_.erase(position);
+    return true;
+  }
   if (!isSessionWritten_ && !writeSession()) return false;
   setText(record->times[0], sizeof record->times[0], gmtTime);
   setText(record->times[1], sizeof record->times[1], localTime);
@@ -304,7 +322,10 @@ void Ring::release(std::uint64_t position) {
   if (position == 0 || !isThere()) return;
   platform::MutexLock lock(mutex_);
   Record* const record = live(position);
-  if (!record) return;
+  if (!record) {
+    unread_.erase(position);
+    return;
+  }
   set(record->state, kReleased);
   sweep();
   if (!isSessionWritten_) writeSession();
@@ -335,7 +356,7 @@ void Ring::sweep(bool isClearing) {
       wipe(tail_, swept_);
       tail_.store(swept_, std::memory_order_release);
       sessionAtTail_ = swept_;
-    } else if (!isVoid) {
+    } else if (!isVoid || (state == kCalled && !keepUnread(record))) {
       break;
     }
     swept_ += record.units;
@@ -348,6 +369,17 @@ void Ring::sweep(bool isClearing) {
     wipe(tail_, swept_);
     sessionAtTail_ = 0;
     tail_.store(swept_, std::memory_order_release);
+  }
+}
+
+// The module's thread has yet to read it, or to mark or release it.
+bool Ring::keepUnread(const Record& record) {
+  if (record.kind == kSession) return true;
+  try {
+    unread_.emplace(swept_, std::string(reinterpret_cast<const char*>(&record) + sizeof record, record.bytes));
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
   }
 }
 

@@ -4,8 +4,10 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "Platform/Dispatch/Mutex.h"
@@ -48,6 +50,9 @@ class Ring {
 
   // Adds an event. 0 when there is no room. Takes no lock while there is.
   std::uint64_t append(Kind kind, std::string_view payload, double time);
+  // The payload of an event that was appended, for as long as it is neither marked nor released, cleared or not. Absent
+  // when the file was damaged.
+  std::optional<std::string> read(std::uint64_t position);
   // False when there is no room for an event of this session; then append() gives 0 until there is.
   bool setSession(std::string payload);
   // No event is taken until the next setSession().
@@ -90,6 +95,8 @@ class Ring {
   bool writeSession() ZR_REQUIRES(mutex_);
   // Frees the space of released records.
   void sweep(bool isClearing = false) ZR_REQUIRES(mutex_);
+  // False without memory.
+  bool keepUnread(const Record& record) ZR_REQUIRES(mutex_);
   bool moveSession() ZR_REQUIRES(mutex_);
   void assignTo(Record& record, const Operation& operation, std::string_view batchID) const;
   void wipe(std::uint64_t from, std::uint64_t to) const;
@@ -113,6 +120,8 @@ class Ring {
   alignas(64) platform::Mutex mutex_;
   // All records before it are released, or are sessions.
   std::uint64_t swept_ ZR_GUARDED_BY(mutex_) = 0;
+  // Payloads of swept records that were cleared before they were marked or released, by position.
+  std::unordered_map<std::uint64_t, std::string> unread_ ZR_GUARDED_BY(mutex_);
   // A session record at the tail; 0: none.
   std::uint64_t sessionAtTail_ ZR_GUARDED_BY(mutex_) = 0;
   // Empty: none.

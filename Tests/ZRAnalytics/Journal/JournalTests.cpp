@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <map>
 #include <new>
 #include <utility>
 
@@ -24,6 +25,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 namespace fs = std::filesystem;
 
 class JournalTest : public ModuleTest {
@@ -116,6 +118,51 @@ TEST_F(JournalTest, KilledLaunchLosesNoEvent) {
   EXPECT_EQ(second.objectForKey("EVENT_ATTRS_CUST"),
             Value(Dictionary{{"timestamp", Array{Dictionary{{"when", 7000.0}}}},
                              {"location", Array{Dictionary{{"place", "1.000000,2.000000"}}}}}));
+}
+
+TEST_F(JournalTest, RecordedEventsHaveTheValuesOfTheCall) {
+  class Delegate final : public ZREventTriggerDelegate {
+   public:
+    void eventTrackedWithNameAndEventAttr(const Value& name, Dictionary& record) override {
+      records[name.description()] = record;
+    }
+    std::map<std::string, Dictionary> records;
+  };
+  launch();
+  const auto delegate = std::make_shared<Delegate>();
+  ZRAnalytics::sharedInstance().setInappTriggerDelegate(delegate);
+  const std::shared_ptr<const platform::Object> object = ZRGeoLocation::initWithLatitudeAndLongitude(1, 2);
+  Value deep = "bottom";
+  for (int i = 0; i < 600; ++i) deep = Array{std::move(deep)};
+  const Dictionary plain{{"yes", true},
+                         {"integer", -7},
+                         {"large", std::uint64_t{1} << 63},
+                         {"double", 2.0},
+                         {"empty", ""},
+                         {"text", std::string(2000, 'x')},
+                         {"list", Array{Value(), platform::null, Date{2}, platform::Data{{0, 1}}, platform::URL{"a:b"},
+                                        Dictionary{{"no", false}, {"none", platform::null}}}}};
+  const std::pair<const char*, Dictionary> events[] = {
+      {"Plain", plain}, {"Object", {{"list", Array{object}}}}, {"Deep", {{"deep", deep}}}};
+  for (const auto& [name, attributes] : events) track(name, ZRProperties::initWithAttributes(attributes));
+  auto custom = std::make_shared<ZRProperties>();
+  custom->setNonInteractive();
+  custom->addDateEpochAttributeWithName(7, "when");
+  track("Custom", custom);
+  settle();
+  for (const auto& [name, attributes] : events) {
+    SCOPED_TRACE(name);
+    const Value recorded = delegate->records[name].objectForKey("EVENT_ATTRS");
+    ASSERT_EQ(recorded, Value(attributes));
+    auto expected = attributes.begin();
+    for (const auto& [key, value] : *recorded.asDictionary()) {
+      EXPECT_EQ(key, expected->key);
+      EXPECT_EQ(value.kind(), (expected++)->value.kind()) << key;
+    }
+  }
+  EXPECT_EQ(delegate->records["Custom"].objectForKey("N_I_E"), Value(1));
+  EXPECT_EQ(validObjectForKeyPath(delegate->records["Custom"], "EVENT_ATTRS_CUST.timestamp"),
+            Value(Array{Dictionary{{"when", 7000.0}}}));
 }
 
 TEST_F(JournalTest, EventsStayInTheirSession) {
@@ -282,6 +329,21 @@ TEST_F(JournalTest, EventsThatTheOptOutListAllowedComeBack) {
   });
   launch({{"blacklisted_events", Array{"Blocked"}}});
   EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("ListedLater", "Listed", "Listed")));
+}
+
+TEST_F(JournalTest, ClearingLosesNoAllowedEventThatIsOnItsWay) {
+  options_.bytes = 1;
+  launch({{"event_batch_count", 100000}});
+  auto& analytics = ZRAnalytics::sharedInstance();
+  analytics.updateOptOutEvents({"Listed"});
+  settle();
+  track("Other");
+  track("Listed");
+  analytics.optOutOfDataTracking(true);
+  for (int i = 0; i < 300; ++i) track("Listed");  // more than the journal holds
+  settle();
+  EXPECT_THAT(eventNames(*ZREventsHandler::sharedInstance().viewsInfoArray()), SizeIs(301));
+  EXPECT_FALSE(log_->has("Journal : an event cannot be read and is lost"));
 }
 
 TEST_F(JournalTest, EventsComeBehindTheCallsBeforeThem) {
