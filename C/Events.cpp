@@ -61,7 +61,7 @@ class Trigger final : public ZREventTriggerDelegate {
   Trigger(zr_trigger trigger, HostDataPointer data) : trigger_(trigger), data_(std::move(data)) {}
 
   void eventTrackedWithNameAndEventAttr(const Value& eventName, Dictionary& eventAttr) override {
-    const std::string* const name = eventName.asString();
+    const platform::Text* const name = eventName.asString();
     const HostCall call(data_);
     if (!name || !call) return;
     Value record(std::move(eventAttr));

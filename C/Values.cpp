@@ -199,10 +199,11 @@ zr_status zr_value_get_location(const zr_value* value, double* latitude, double*
 const char* zr_value_get_text(const zr_value* value, size_t* length) {
   return guardedPointer([&] {
     const Value& found = valueArgument(value, "value");
-    const std::string* const text = found.asURL() ? &found.asURL()->absoluteString : found.asString();
-    if (!text) failKind("string or URL");
-    if (length) *length = text->size();
-    return text->c_str();
+    const platform::Text* const text = found.asString();
+    const URL* const url = found.asURL();
+    if (!text && !url) failKind("string or URL");
+    if (length) *length = text ? text->size() : url->absoluteString.size();
+    return text ? text->c_str() : url->absoluteString.c_str();
   });
 }
 
@@ -231,7 +232,7 @@ const zr_value* zr_value_item(const zr_value* container, size_t index) {
 
 const char* zr_value_key(const zr_value* map, size_t index, size_t* length) {
   if (zr_value_kind(map) != ZR_KIND_MAP || index >= zr_value_count(map)) return nullptr;
-  const std::string& key = valueOf(map)->asDictionary()->begin()[static_cast<std::ptrdiff_t>(index)].key;
+  const platform::Text& key = valueOf(map)->asDictionary()->begin()[static_cast<std::ptrdiff_t>(index)].key;
   if (length) *length = key.size();
   return key.c_str();
 }

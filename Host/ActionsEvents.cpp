@@ -23,7 +23,7 @@ void forEachDate(const ScriptLine& line, const AddText& addText, const AddSecond
     } else if (isPlainNumber(date)) {
       addSeconds(date.doubleValue(), name);
     } else {
-      throw NotAnAction("\"dates\": \"" + name + "\" must be ISO text or seconds since 1970");
+      throw NotAnAction("\"dates\": \"" + std::string(name) + "\" must be ISO text or seconds since 1970");
     }
   }
 }
@@ -43,9 +43,9 @@ std::shared_ptr<const ZRPayloadBuilder> builderOf(const ScriptLine& line) {
   auto builder = ZRPayloadBuilder::initWithDictionary(attributes ? std::make_shared<Dictionary>(*attributes) : nullptr);
   if (line.flag("nonInteractive")) builder->setNonInteractive();
   forEachDate(
-      line, [&](const Value& text, const std::string& name) { builder->setDateISOStringForKey(text, name); },
-      [&](double seconds, const std::string& name) { builder->setTimeStampForKey(seconds, name); });
-  forEachLocation(line, [&](double latitude, double longitude, const std::string& name) {
+      line, [&](const Value& text, std::string_view name) { builder->setDateISOStringForKey(text, name); },
+      [&](double seconds, std::string_view name) { builder->setTimeStampForKey(seconds, name); });
+  forEachLocation(line, [&](double latitude, double longitude, std::string_view name) {
     builder->setLocationLatLngForKey(latitude, longitude, name);
   });
   return builder;
@@ -64,9 +64,9 @@ std::shared_ptr<const ZRProperties> propertiesOf(const ScriptLine& line) {
   }
   forEachDate(
       line,
-      [&](const Value& text, const std::string& name) { properties->addDateISOStringAttributeWithName(text, name); },
-      [&](double seconds, const std::string& name) { properties->addDateEpochAttributeWithName(seconds, name); });
-  forEachLocation(line, [&](double latitude, double longitude, const std::string& name) {
+      [&](const Value& text, std::string_view name) { properties->addDateISOStringAttributeWithName(text, name); },
+      [&](double seconds, std::string_view name) { properties->addDateEpochAttributeWithName(seconds, name); });
+  forEachLocation(line, [&](double latitude, double longitude, std::string_view name) {
     properties->addLocationAttributeWithName(ZRGeoLocation::initWithLatitudeAndLongitude(latitude, longitude), name);
   });
   return properties;

@@ -44,7 +44,7 @@ class ConfiguredAdvertising final : public platform::AdvertisingService {
   }
   std::optional<std::string> advertisingIdentifier() const override {
     const Value identifier = effectiveConfiguration().objectForKey("idfa");
-    return identifier.isString() ? std::optional(*identifier.asString()) : std::nullopt;
+    return identifier.isString() ? std::optional<std::string>(*identifier.asString()) : std::nullopt;
   }
 };
 

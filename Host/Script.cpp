@@ -39,7 +39,7 @@ std::optional<std::string> repeatedKey(std::string_view json) {
     while (json[at] != '"') at += json[at] == '\\' ? 2 : 1;
     const std::size_t after = json.find_first_not_of(kBlanks, at + 1);
     if (after == std::string_view::npos || json[after] != ':') continue;
-    std::string key = *platform::parseJSON(json.substr(start, at + 1 - start)).value().asString();
+    std::string key(*platform::parseJSON(json.substr(start, at + 1 - start)).value().asString());
     if (!keys.back().insert(key).second) return key;
   }
   return std::nullopt;
@@ -124,7 +124,8 @@ ScriptLine::Location ScriptLine::locationOf(const platform::Value& value, std::s
 
 void ScriptLine::expectOnly(std::string_view keys) const {
   const std::string known = " do async " + std::string(keys) + " ";
-  for (const auto& [key, value] : fields_) {
+  for (const auto& field : fields_) {
+    const std::string key(field.key);
     if (key.empty() || key.find(' ') != std::string::npos || known.find(" " + key + " ") == std::string::npos) {
       throw NotAnAction("\"" + action_ + "\" has no key \"" + key + "\"");
     }
@@ -152,7 +153,7 @@ std::optional<std::string> ScriptLine::text(std::string_view field) const {
   const platform::Value* found = find(field, false);
   if (!found) return std::nullopt;
   if (!found->isString()) wrongType(field, "text");
-  return *found->asString();
+  return std::string(*found->asString());
 }
 
 std::string ScriptLine::requiredText(std::string_view field) const {

@@ -67,7 +67,7 @@ const Key<T>* findKey(std::span<const Key<T>> table, std::string_view name) {
   return nullptr;
 }
 
-const std::string& textOf(std::string_view key, const Value& value) {
+std::string_view textOf(std::string_view key, const Value& value) {
   if (!value.isString()) throwWrongKind(key, "text");
   return *value.asString();
 }
@@ -75,7 +75,7 @@ const std::string& textOf(std::string_view key, const Value& value) {
 std::vector<std::string> listOf(std::string_view key, const Value& value) {
   if (!value.isArray()) throwWrongKind(key, "an array of texts");
   std::vector<std::string> list;
-  for (const Value& element : *value.asArray()) list.push_back(textOf(key, element));
+  for (const Value& element : *value.asArray()) list.emplace_back(textOf(key, element));
   return list;
 }
 
@@ -101,12 +101,12 @@ void RemoteConfiguration::apply(const Dictionary& changes) {
       this->*list->field = listOf(key, value);
     } else if (key == "unique_id") {
       unique_id_kind = value.isNull() ? UniqueID::None : UniqueID::Fixed;
-      unique_id = value.isNull() ? std::string() : textOf(key, value);
+      unique_id = value.isNull() ? std::string() : std::string(textOf(key, value));
     } else if (key == "query_params") {
       if (!value.isNull() && !value.isDictionary()) throwWrongKind(key, "an object or null");
       query_params = value.isNull() ? std::nullopt : std::optional(*value.asDictionary());
     } else {
-      throw ValueError("configuration: unknown key \"" + key + "\"");
+      throw ValueError("configuration: unknown key \"" + std::string(key) + "\"");
     }
   }
 }

@@ -14,6 +14,7 @@ using platform::Dictionary;
 using platform::null;
 using platform::NullMarker;
 using platform::Object;
+using platform::Text;
 using platform::URL;
 using platform::Value;
 using platform::ValueError;

@@ -16,7 +16,7 @@ std::shared_ptr<const RemoteConfiguration> configuration() {
 std::string generatedUniqueID() {
   platform::DefaultsStore& defaults = platform::sdkDefaults();
   const Value kept = defaults.objectForKey(kUserDefaultsKeySDKUniqueId);
-  if (kept.isString()) return *kept.asString();
+  if (kept.isString()) return std::string(*kept.asString());
   // Two threads that ask first at the same time get the same identifier.
   std::string uniqueID = defaults.textForKeyOrStored(kUserDefaultsKeySDKUniqueId, platform::randomUUID());
   // If the write fails, the identifier holds until the process ends.

@@ -25,6 +25,7 @@ set(zr_public_headers
   Platform/Time/Clock.h
   Platform/Time/Date.h
   Platform/Values/Result.h
+  Platform/Values/Text.h
   Platform/Values/Value.h
   ZorvaneCore/CoreSetup.h
   ZorvaneCore/NetworkTransport.h

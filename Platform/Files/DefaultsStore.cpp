@@ -143,7 +143,7 @@ bool DefaultsStore::boolForKey(std::string_view key) const {
 std::string DefaultsStore::textForKeyOrStored(std::string_view key, std::string text) {
   loadIfNeeded();
   MutexLock lock(mutex_);
-  if (const Value* kept = content_.find(key); kept && kept->isString()) return *kept->asString();
+  if (const Value* kept = content_.find(key); kept && kept->isString()) return std::string(*kept->asString());
   if (!loaded_) storedUnread_.emplace_back(key);
   content_.set(key, text);
   countChange(Durability::Lasting);

@@ -111,7 +111,7 @@ std::uint32_t BinaryEncoder::encodeContainer(const Value& value, int depth) {
 }
 
 void BinaryEncoder::addKeys(const Dictionary& dictionary) {
-  const auto isSame = [](const Dictionary::Entry& entry, const std::string& key) { return entry.key == key; };
+  const auto isSame = [](const Dictionary::Entry& entry, const Text& key) { return entry.key == key; };
   auto& sets = table_->keySets_;
   auto known = std::find_if(sets.begin(), sets.end(), [&](const ScalarTable::KeySet& set) {
     return std::equal(dictionary.begin(), dictionary.end(), set.keys.begin(), set.keys.end(), isSame);

@@ -31,7 +31,7 @@ class ScalarTable {
   };
   // Events have few different sets of keys.
   struct KeySet {
-    std::vector<std::string> keys;
+    std::vector<Text> keys;
     std::vector<std::uint32_t> references;
     std::size_t byteCount = 0;
   };

@@ -31,7 +31,7 @@ std::string digitsOfWords(std::array<std::uint32_t, kWords> words) {
   return digits;
 }
 
-Value numberOfText(const std::string& text) {
+Value numberOfText(std::string_view text) {
   std::int64_t integer = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), integer);
   if (error == std::errc() && end == text.data() + text.size()) return integer;

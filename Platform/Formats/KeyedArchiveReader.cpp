@@ -163,7 +163,7 @@ class Reader {
     for (const auto& [key, value] : entry) {
       if (key == "$class") continue;
       // An encoded key that begins with "$" has it doubled.
-      const std::string_view ownKey = std::string_view(key).substr(key.starts_with("$$") ? 1 : 0);
+      const std::string_view ownKey = key.view().substr(key.view().starts_with("$$") ? 1 : 0);
       if (value.asObject()) {
         object->encodeObject(ownKey, readPart(&value, depth + 1, parts));
       } else if (value.isNumber()) {

@@ -56,9 +56,6 @@ Value plainValueOf(const Object& object) {
   return value;
 }
 
-Value::Value(std::string text) : kind_(Kind::String), text_(std::move(text)) {
-  if (!isValidUtf8(text_)) text_ = validUtf8(std::move(text_));
-}
 Value::Value(Data data) {
   share(Kind::Data, std::make_shared<const Data>(std::move(data)));
 }
@@ -75,7 +72,7 @@ Value::Value(Dictionary dictionary) {
 // A content that needs no destruction is copied as bytes.
 Value::Value(const Value& other) {
   if (other.kind_ == Kind::String) {
-    new (&text_) std::string(other.text_);
+    new (&text_) Text(other.text_);
   } else if (isManaged(other.kind_)) {
     new (&shared_) std::shared_ptr<const void>(other.shared_);
   } else {
@@ -85,10 +82,7 @@ Value::Value(const Value& other) {
 }
 
 void Value::destroy() noexcept {
-  if (std::exchange(kind_, Kind::Nil) == Kind::String) {
-    text_.~basic_string();
-    return;
-  }
+  kind_ = Kind::Nil;
   std::shared_ptr<const void> content = std::move(shared_);
   shared_.~shared_ptr();
   if (destructionDepth < kMaxDestructionDepth) {
@@ -127,7 +121,7 @@ Dictionary& Value::mutableDictionary() {
 std::size_t Dictionary::indexOf(std::string_view key) const noexcept {
   if (slots_.empty()) {
     for (std::size_t i = 0; i < entries_.size(); ++i) {
-      const std::string& held = entries_[i].key;
+      const Text& held = entries_[i].key;
       if (held.size() == key.size() && held == key) return i;  // the sizes first: == is a call
     }
     return kNotFound;

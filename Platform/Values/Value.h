@@ -18,6 +18,7 @@
 
 #include "Platform/Export.h"
 #include "Platform/Time/Date.h"
+#include "Platform/Values/Text.h"
 
 namespace zorvane::platform {
 
@@ -133,8 +134,9 @@ class ZR_PUBLIC Value {
   // A null pointer is nil.
   Value(const char* text);
   // Text, data, dates, URLs, containers, objects. A null object is nil.
-  Value(std::string text);
+  Value(const std::string& text) : Value(std::string_view(text)) {}
   Value(std::string_view text);
+  Value(const Text& text) : Value(std::string_view(text)) {}
   Value(Data data);
   Value(Date date) noexcept : kind_(Kind::Date), date_(date) {}
   Value(URL url);
@@ -182,7 +184,7 @@ class ZR_PUBLIC Value {
   const bool* asBool() const noexcept { return kind_ == Kind::Bool ? &bool_ : nullptr; }
   const std::int64_t* asInteger() const noexcept { return kind_ == Kind::Integer ? &integer_ : nullptr; }
   const double* asDouble() const noexcept { return kind_ == Kind::Double ? &double_ : nullptr; }
-  const std::string* asString() const noexcept { return kind_ == Kind::String ? &text_ : nullptr; }
+  const Text* asString() const noexcept { return kind_ == Kind::String ? &text_ : nullptr; }
   const Data* asData() const noexcept { return sharedAs<Data>(Kind::Data); }
   const Date* asDate() const noexcept { return kind_ == Kind::Date ? &date_ : nullptr; }
   const URL* asURL() const noexcept { return sharedAs<URL>(Kind::URL); }
@@ -233,8 +235,13 @@ class ZR_PUBLIC Value {
   void setText(std::string_view text);
   void take(Value& other) noexcept;
   void release() noexcept {
-    if (isManaged(kind_)) destroy();
+    if (kind_ == Kind::String) {
+      text_.~Text();
+    } else if (isManaged(kind_)) {
+      destroy();
+    }
   }
+  // Of any managed kind but text.
   void destroy() noexcept;
 
   Kind kind_ = Kind::Nil;
@@ -243,7 +250,7 @@ class ZR_PUBLIC Value {
     std::int64_t integer_ = 0;
     double double_;
     Date date_;
-    std::string text_;
+    Text text_;
     // Data, URL, array, dictionary or object.
     std::shared_ptr<const void> shared_;
   };
@@ -262,7 +269,7 @@ class ZR_PUBLIC Dictionary {
     // Takes the value.
     Entry(std::string_view theKey, Value&& theValue) : key(theKey), value(std::move(theValue)) {}
     // UTF-8.
-    std::string key;
+    Text key;
     // Not nil.
     Value value;
   };

@@ -20,9 +20,9 @@ Value::Value(std::string_view text) {
 // Only for a value that is nil.
 void Value::setText(std::string_view text) {
   if (isValidUtf8(text)) {
-    new (&text_) std::string(text);
+    new (&text_) Text(text);
   } else {
-    new (&text_) std::string(validUtf8(std::string(text)));
+    new (&text_) Text(validUtf8(std::string(text)));
   }
   kind_ = Kind::String;
 }
@@ -30,8 +30,8 @@ void Value::setText(std::string_view text) {
 void Value::take(Value& other) noexcept {
   const Kind kind = std::exchange(other.kind_, Kind::Nil);
   if (kind == Kind::String) {
-    new (&text_) std::string(std::move(other.text_));
-    other.text_.~basic_string();
+    new (&text_) Text(std::move(other.text_));
+    other.text_.~Text();
   } else if (isManaged(kind)) {
     new (&shared_) std::shared_ptr<const void>(std::move(other.shared_));
     other.shared_.~shared_ptr();

@@ -216,7 +216,7 @@ std::string Value::description() const {
     case Kind::Double:
       return textOfDouble(*asDouble());
     case Kind::String:
-      return *asString();
+      return std::string(*asString());
     case Kind::Data:
       return describeData(*asData());
     case Kind::Date:

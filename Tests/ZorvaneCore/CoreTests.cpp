@@ -68,7 +68,7 @@ TEST_F(CoreTest, GettersReturnTheGivenConfiguration) {
   }
   EXPECT_TRUE(ZorvaneCore::sharedInstance().isDeviceUniqueIDPresentInKeyChain());
   const Dictionary effective = effectiveConfiguration();
-  for (const auto& [key, value] : given) EXPECT_EQ(effective.objectForKey(key), value) << key;
+  for (const auto& [key, value] : given) EXPECT_EQ(effective.objectForKey(key), value) << key.view();
   updateRemoteConfiguration({{"app_group_id", ""}, {"idfa", null}});
   EXPECT_FALSE(store().getAppGroupID());
   EXPECT_EQ(effectiveConfiguration().objectForKey("idfa"), null);
@@ -144,7 +144,7 @@ TEST_F(CoreTest, ChoicesSurviveARestartAndOverrideTheConfiguration) {
   const Dictionary expected = configurationOf(R"({
       "sdk_enabled": false, "data_tracking_enabled": false, "idfv_tracking_enabled": false,
       "idfa_tracking_enabled": false, "periodic_flush_enabled": false, "periodic_flush_duration": 17})");
-  for (const auto& [key, value] : expected) EXPECT_EQ(effective.objectForKey(key), value) << key;
+  for (const auto& [key, value] : expected) EXPECT_EQ(effective.objectForKey(key), value) << key.view();
   setSDKEnabled(true);
   EXPECT_TRUE(ZRCoreUtils::isSDKEnabled());
   updateRemoteConfiguration({{"sdk_enabled", false}});

@@ -199,7 +199,7 @@ bool ZREventsHandler::shouldEventBeTrackedWithName(const Value& name) const {
     logLine("While tracking events, the name of the event has to be a NSString type");
     return false;
   }
-  const std::string& text = *name.asString();
+  const std::string_view text = *name.asString();
   if (!isTrackingAllowed(text)) return false;
   if (ZRConfigDataManager::sharedInstance().isEventBlackListed(text)) {
     logLine("Blacklisted Event: %@", {name});

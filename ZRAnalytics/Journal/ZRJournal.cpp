@@ -50,7 +50,7 @@ ZREventJournal::Ticket ticketOf(const Value& record) {
 
 std::string textUnder(const Dictionary& record, std::string_view key) {
   const Value* const value = record.find(key);
-  return value && value->isString() ? *value->asString() : std::string();
+  return value && value->isString() ? std::string(*value->asString()) : std::string();
 }
 
 class Store final : public ZRJournalStore {

@@ -74,34 +74,17 @@ char* putNumber(char* at, Number number) {
 }
 
 // Behind its length. Inline, as is putUsual(), because an event calls it for each name and text.
-inline char* putText(char* at, std::string_view text) {
-  const std::size_t size = text.size();
-  const char* const from = text.data();
-  at = putNumber(at, static_cast<std::uint32_t>(size));
-  // Most texts are short; two copies of a fixed size take less time than a call of memcpy.
-  if (size > 16) {
-    std::memcpy(at, from, size);
-  } else if (size >= 8) {
-    std::memcpy(at, from, 8);
-    std::memcpy(at + size - 8, from + size - 8, 8);
-  } else if (size >= 4) {
-    std::memcpy(at, from, 4);
-    std::memcpy(at + size - 4, from + size - 4, 4);
-  } else if (size > 0) {
-    at[0] = from[0];
-    at[size / 2] = from[size / 2];
-    at[size - 1] = from[size - 1];
-  }
-  return at + size;
+inline char* putText(char* at, const Text& text) {
+  return text.copyTo(putNumber(at, static_cast<std::uint32_t>(text.size())));
 }
 
-std::size_t roomForText(std::string_view text) {
-  return sizeof(std::uint32_t) + text.size();
+std::size_t roomForText(const Text& text) {
+  return sizeof(std::uint32_t) + text.size() + Text::kCopyRoom;
 }
 
 // What putUsual() writes at most.
 std::size_t roomForUsual(const Value& value) {
-  const std::string* const text = value.asString();
+  const Text* const text = value.asString();
   return 1 + (text ? roomForText(*text) : sizeof(std::uint64_t));
 }
 
@@ -153,15 +136,19 @@ void append(const Array& array, int depth, Bytes& out) {
   for (const Value& element : array) append(element, depth + 1, out);
 }
 
-void appendText(char tag, std::string_view text, Bytes& out) {
-  out.endAt(putText(putTag(out.room(1 + roomForText(text)), tag), text));
+void appendBytes(char tag, const void* bytes, std::size_t size, Bytes& out) {
+  char* const at = putNumber(putTag(out.room(1 + sizeof(std::uint32_t) + size), tag), static_cast<std::uint32_t>(size));
+  if (size > 0) std::memcpy(at, bytes, size);
+  out.endAt(at + size);
 }
 
 void appendRare(const Value& value, int depth, Bytes& out) {
   if (const platform::Data* const data = value.asData()) {
-    return appendText('x', {reinterpret_cast<const char*>(data->bytes.data()), data->bytes.size()}, out);
+    return appendBytes('x', data->bytes.data(), data->bytes.size(), out);
   }
-  if (const platform::URL* const url = value.asURL()) return appendText('u', url->absoluteString, out);
+  if (const platform::URL* const url = value.asURL()) {
+    return appendBytes('u', url->absoluteString.data(), url->absoluteString.size(), out);
+  }
   if (platform::isLargeInteger(value)) {
     char* const at = putTag(out.room(1 + sizeof(std::uint64_t)), 'l');
     return out.endAt(putNumber(at, value.asObject<platform::LargeInteger>()->number()));
@@ -169,7 +156,7 @@ void appendRare(const Value& value, int depth, Bytes& out) {
   // take() accepts only a scalar at this depth.
   if (depth >= platform::kMaxPropertyListDepth) {
     out.setInexact();
-    return appendText('s', {}, out);
+    return appendBytes('s', nullptr, 0, out);
   }
   if (const Array* const array = value.asArray()) return append(*array, depth, out);
   if (const Dictionary* const dictionary = value.asDictionary()) return append(*dictionary, depth, out);

@@ -120,7 +120,7 @@ class Recovery final : private ZRStoreObserver {
     const Record& kept = found.record;
     const bool isRecorded = kept.state == kRecorded;
     const bool isAllowed = kept.kind == kAllowedEvent || (isRecorded && kept.isAllowed != 0);
-    const std::string& name = *event->name.asString();
+    const std::string_view name = *event->name.asString();
     if (isRecorded ? !isAllowed && !handler.isTrackingAllowed(name) : !isAccepted(name, isAllowed)) return {};
     Dictionary record = handler.getEventDictForEventAndProperties(event->name, &event->properties);
     const Date date{kept.time};
@@ -133,7 +133,7 @@ class Recovery final : private ZRStoreObserver {
     return record;
   }
 
-  static bool isAccepted(const std::string& name, bool isAllowed) {
+  static bool isAccepted(std::string_view name, bool isAllowed) {
     if (!isAllowed) return ZREventsHandler::sharedInstance().shouldEventBeTrackedWithName(name);
     if (!ZRConfigDataManager::sharedInstance().isEventBlackListed(name)) return true;
     logLine("Blacklisted Event: %@", {name});

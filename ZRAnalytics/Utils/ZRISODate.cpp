@@ -5,7 +5,7 @@
 namespace zorvane {
 
 std::optional<Date> dateOfISOText(const Value& text) {
-  const std::string* const iso = text.asString();
+  const Text* const iso = text.asString();
   if (!iso) throw ValueError("the date is no text: " + text.description());
   const auto date = ZRDateUtils::getDateForStringWithFormatAndForGMTTimeZone(*iso, kZRDateFormatISO8601, true);
   if (date) return date;

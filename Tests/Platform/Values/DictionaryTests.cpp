@@ -58,7 +58,7 @@ TEST(Dictionary, FindsWhatWasSetAndNotWhatWasRemoved) {
       }
       if (step % 50 != 0) continue;
       ASSERT_EQ(dictionary.size(), expected.size());
-      for (const auto& [name, value] : dictionary) ASSERT_EQ(value, Value(expected.at(name)));
+      for (const auto& [name, value] : dictionary) ASSERT_EQ(value, Value(expected.at(std::string(name))));
       for (std::size_t i = 0; i < keyCount; ++i) {
         const std::string name = "key" + std::to_string(i);
         ASSERT_EQ(dictionary.contains(name), expected.contains(name)) << name;

@@ -26,7 +26,7 @@ TEST_F(BatchStoreTest, SavedBatchSaysWhenAndInWhichSessionItWasMade) {
   ASSERT_EQ(file.size(), 1u);
   const auto& [id, value] = *file.begin();
   const Dictionary batch = *value.asDictionary();
-  EXPECT_EQ(id.substr(0, 14), "1795255201000-");
+  EXPECT_EQ(id.view().substr(0, 14), "1795255201000-");
   EXPECT_EQ(id.size(), 14u + 36u);
   EXPECT_EQ(batch.size(), 5u);
   EXPECT_EQ(batch.objectForKey("batch_id"), Value(id));

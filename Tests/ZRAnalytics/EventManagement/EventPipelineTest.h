@@ -58,7 +58,9 @@ class EventPipelineTest : public ModuleTest {
     return names;
   }
   // The identifier of a batch in the file.
-  std::string idOf(std::size_t position) const { return (batchFile().begin() + static_cast<long>(position))->key; }
+  std::string idOf(std::size_t position) const {
+    return std::string((batchFile().begin() + static_cast<long>(position))->key);
+  }
   // Of each report request, in the order of sending.
   std::vector<std::vector<std::string>> sentNames() const {
     std::vector<std::vector<std::string>> names;

@@ -157,7 +157,7 @@ TEST_F(JournalTest, RecordedEventsHaveTheValuesOfTheCall) {
     auto expected = attributes.begin();
     for (const auto& [key, value] : *recorded.asDictionary()) {
       EXPECT_EQ(key, expected->key);
-      EXPECT_EQ(value.kind(), (expected++)->value.kind()) << key;
+      EXPECT_EQ(value.kind(), (expected++)->value.kind()) << key.view();
     }
   }
   EXPECT_EQ(delegate->records["Custom"].objectForKey("N_I_E"), Value(1));

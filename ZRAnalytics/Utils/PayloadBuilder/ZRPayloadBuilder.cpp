@@ -97,10 +97,10 @@ std::shared_ptr<ZRProperties> ZRPayloadBuilder::getProperties() const {
   std::shared_ptr<ZRProperties> result;
   guarded({kFile, "getProperties", 181}, "Exception while getting ZRProperties instance from ZRPayloadBuilder", [&] {
     auto properties = ZRProperties::initWithAttributes(eventDict_ ? *eventDict_ : Dictionary());
-    forEachPair(timeStampArray_, [&](const Value& number, const std::string& key) {
+    forEachPair(timeStampArray_, [&](const Value& number, std::string_view key) {
       properties->addDateEpochAttributeWithName(number.doubleValue(), key);
     });
-    forEachPair(locationArray_, [&](const Value& location, const std::string& key) {
+    forEachPair(locationArray_, [&](const Value& location, std::string_view key) {
       properties->addLocationAttributeWithName(location.asObject<ZRGeoLocation>(), key);
     });
     if (isNonInteractive_) properties->setNonInteractive();

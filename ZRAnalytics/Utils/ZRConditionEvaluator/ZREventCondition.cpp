@@ -78,7 +78,7 @@ bool ZREventCondition::checkIfAttributeConditionSatisfiedForEventAndAttributes(c
 bool ZREventCondition::areFiltersSatisfied(const Dictionary& attributes) const {
   const Value missing;
   for (const auto& filter : filters_) {
-    const std::string* name = filter->condAttrName().asString();
+    const Text* name = filter->condAttrName().asString();
     const bool isDate = filter->dataType() == ZRFilterDataTypeDatetime;
     const Value* value = !name ? nullptr : isDate ? dateValue(attributes, *name) : plainValue(attributes, *name);
     const bool satisfied = filter->checkFilterSatisfiedForAttrValue(value ? *value : missing);

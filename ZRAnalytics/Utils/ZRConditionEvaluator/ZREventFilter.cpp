@@ -39,13 +39,13 @@ static_assert(kOperators[ZRFilterOperatorIs] == "is" && kOperators[ZRFilterOpera
 // The keyword's index; the number of keywords (Unknown) if it is none of them.
 template <std::size_t Count>
 std::int32_t codeOf(const Value& keyword, const std::string_view (&keywords)[Count]) {
-  const std::string* text = keyword.asString();
-  const auto found = text ? std::find(std::begin(keywords), std::end(keywords), *text) : std::end(keywords);
+  const Text* text = keyword.asString();
+  const auto found = text ? std::find(std::begin(keywords), std::end(keywords), text->view()) : std::end(keywords);
   return static_cast<std::int32_t>(found - std::begin(keywords));
 }
 
 std::string lowercasedText(const Value& element) {
-  const std::string* text = element.asString();
+  const Text* text = element.asString();
   if (!text) throw ValueError("no lower case of " + element.description());
   return platform::lowercased(*text);
 }
@@ -172,7 +172,7 @@ bool ZREventFilter::stringAttrCheckWithValue(const Value& value) const {
   }
   std::string owned;
   std::string_view text;
-  if (const std::string* own = value.asString()) {
+  if (const Text* own = value.asString()) {
     text = *own;
   } else {
     text = owned = value.description();
@@ -203,7 +203,7 @@ bool ZREventFilter::stringConditionCheckWithStringConditionValueAndArrayAttrvalu
   if (filterOperator_ != ZRFilterOperatorContains) return false;
   return std::any_of(attrValue.begin(), attrValue.end(), [&](const Value& element) {
     if (!isCaseSensitive_) return lowercasedText(element).find(condValue) != std::string::npos;
-    return element.isString() && element.asString()->find(condValue) != std::string::npos;
+    return element.isString() && element.asString()->view().find(condValue) != std::string::npos;
   });
 }
 

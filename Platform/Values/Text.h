@@ -1,0 +1,86 @@
+// Immutable text: the keys of dictionaries and the text of values.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+#include "Platform/Export.h"
+
+namespace zorvane::platform {
+
+// 16 bytes. Text of up to 15 bytes stands inside; longer text is shared by its copies.
+class ZR_PUBLIC Text {
+ public:
+  static constexpr std::size_t kCopyRoom = 16;
+
+  Text() noexcept { setEmpty(); }
+  // Any bytes.
+  explicit Text(std::string_view text);
+  Text(const Text& other) noexcept : bytes_(other.bytes_) {
+    if (isShared()) shared().holders.fetch_add(1, std::memory_order_relaxed);
+  }
+  // Leaves empty text behind.
+  Text(Text&& other) noexcept : bytes_(other.bytes_) { other.setEmpty(); }
+  Text& operator=(Text other) noexcept {
+    const auto bytes = bytes_;
+    bytes_ = other.bytes_;
+    other.bytes_ = bytes;
+    return *this;
+  }
+  ~Text() {
+    if (isShared()) release();
+  }
+
+  // As of std::string. What data() and c_str() return is valid until this Text is changed or moved.
+  std::size_t size() const noexcept { return isShared() ? shared().size : kInside - static_cast<std::size_t>(tag()); }
+  bool empty() const noexcept { return size() == 0; }
+  const char* data() const noexcept {
+    return isShared() ? reinterpret_cast<const char*>(&shared() + 1) : bytes_.data();
+  }
+  const char* c_str() const noexcept { return data(); }
+  std::string_view view() const noexcept { return {data(), size()}; }
+  // Copies the text, without a zero byte, and returns its end there. May write kCopyRoom bytes more.
+  char* copyTo(char* to) const noexcept {
+    // Of any Text so many bytes can be read.
+    const std::string_view text = view();
+    std::memcpy(to, text.data(), kCopyRoom);
+    if (text.size() > kCopyRoom) std::memcpy(to + kCopyRoom, text.data() + kCopyRoom, text.size() - kCopyRoom);
+    return to + text.size();
+  }
+  operator std::string_view() const noexcept { return view(); }
+
+  friend bool operator==(const Text& left, const Text& right) noexcept { return left.view() == right.view(); }
+  friend bool operator==(const Text& left, std::string_view right) noexcept { return left.view() == right; }
+
+ private:
+  // In front of shared text, which ends with a zero byte.
+  struct Shared {
+    std::atomic<std::size_t> holders;
+    std::size_t size;
+  };
+  static constexpr std::size_t kInside = 15;
+  static constexpr char kSharedTag = 16;
+
+  // kInside less the size, which is the zero byte behind text of 15 bytes; or kSharedTag.
+  char tag() const noexcept { return bytes_[kInside]; }
+  bool isShared() const noexcept { return tag() == kSharedTag; }
+  Shared& shared() const noexcept {
+    Shared* shared = nullptr;
+    std::memcpy(&shared, bytes_.data(), sizeof shared);
+    return *shared;
+  }
+  void setEmpty() noexcept {
+    bytes_[0] = 0;
+    bytes_[kInside] = kInside;
+  }
+  void share(std::string_view text);
+  void release() noexcept;
+
+  // The text and zero bytes, or a pointer to Shared; then the tag.
+  alignas(void*) std::array<char, kInside + 1> bytes_;
+};
+
+}  // namespace zorvane::platform
