@@ -50,15 +50,15 @@ bool ZRDateUtils::isDate1LaterToDate2(std::optional<Date> date1, std::optional<D
   return date1 && date2 && *date1 > *date2;
 }
 
-std::string ZRDateUtils::getGMTtime() {
+Text ZRDateUtils::getGMTtime() {
   return platform::isoTextOfDate(platform::hostServices().clock->now(), 0, "Z");
 }
 
-std::string ZRDateUtils::getLocalTime() {
+Text ZRDateUtils::getLocalTime() {
   return getLocalTime(platform::hostServices().clock->now());
 }
 
-std::string ZRDateUtils::getLocalTime(Date date) {
+Text ZRDateUtils::getLocalTime(Date date) {
   const std::int64_t offset = deviceOffset(date);
   const std::int64_t minutes = (offset < 0 ? -offset : offset) / 60;
   const std::string digits = platform::textOfInteger(minutes / 60 * 100 + minutes % 60);

@@ -39,10 +39,10 @@ class ZRDateUtils {
   static bool isDate1LaterToDate2(std::optional<Date> date1, std::optional<Date> date2);
   // The current time in the millisecond pattern: in GMT, and in the device's zone with its offset ("+0530") in place of
   // Z. Empty if it has no text.
-  static std::string getGMTtime();
-  static std::string getLocalTime();
+  static Text getGMTtime();
+  static Text getLocalTime();
   // The same for that date.
-  static std::string getLocalTime(Date date);
+  static Text getLocalTime(Date date);
 };
 
 }  // namespace zorvane

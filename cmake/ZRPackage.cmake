@@ -22,10 +22,10 @@ set(zr_public_headers
   Platform/Formats/KeyedArchive.h
   Platform/HostServices.h
   Platform/Notifications/NotificationCenter.h
+  Platform/Text/Text.h
   Platform/Time/Clock.h
   Platform/Time/Date.h
   Platform/Values/Result.h
-  Platform/Values/Text.h
   Platform/Values/Value.h
   ZorvaneCore/CoreSetup.h
   ZorvaneCore/NetworkTransport.h

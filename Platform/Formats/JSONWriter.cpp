@@ -74,7 +74,7 @@ void appendDouble(double number, std::string& out) {
 }
 
 void appendDate(Date date, std::string& out) {
-  const std::string text = isoTextOfDate(date, 0, "Z");
+  const Text text = isoTextOfDate(date, 0, "Z");
   if (text.empty()) {
     out += "null";
   } else {

@@ -174,14 +174,15 @@ std::optional<std::string> textOfDate(Date date, std::string_view pattern, std::
   return text;
 }
 
-std::string isoTextOfDate(Date date, std::int64_t secondsFromGMT, std::string_view zone) {
-  std::string text;
+Text isoTextOfDate(Date date, std::int64_t secondsFromGMT, std::string_view zone) {
   const auto fields = fieldsOfDate(date, secondsFromGMT);
-  if (!fields) return text;
+  if (!fields) return {};
   const CivilTime& time = fields->time;
   constexpr std::string_view kPattern = "yyyy-MM-ddTHH:mm:ss.SSS";
-  text.reserve(kPattern.size() + zone.size());
-  text.append(kPattern).append(zone);
+  constexpr std::size_t kLongestZone = 8;
+  char text[kPattern.size() + kLongestZone];
+  kPattern.copy(text, kPattern.size());
+  const std::size_t size = kPattern.size() + zone.copy(text + kPattern.size(), kLongestZone);
   writeNumber(static_cast<int>(time.year), &text[0], 4);
   writeNumber(time.month, &text[5], 2);
   writeNumber(time.day, &text[8], 2);
@@ -189,7 +190,7 @@ std::string isoTextOfDate(Date date, std::int64_t secondsFromGMT, std::string_vi
   writeNumber(time.minute, &text[14], 2);
   writeNumber(time.second, &text[17], 2);
   writeNumber(fields->millisecond, &text[20], 3);
-  return text;
+  return Text({text, size});
 }
 
 std::optional<Date> dateOfText(std::string_view text, std::string_view pattern, std::int64_t secondsFromGMT) {

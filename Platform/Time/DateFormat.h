@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Text/Text.h"
 #include "Platform/Time/Date.h"
 
 namespace zorvane::platform {
@@ -17,7 +18,7 @@ namespace zorvane::platform {
 std::optional<std::string> textOfDate(Date date, std::string_view pattern, std::int64_t secondsFromGMT);
 
 // The same by the pattern "yyyy-MM-dd'T'HH:mm:ss.SSS", with the zone's text behind it. Empty where textOfDate is.
-std::string isoTextOfDate(Date date, std::int64_t secondsFromGMT, std::string_view zone);
+Text isoTextOfDate(Date date, std::int64_t secondsFromGMT, std::string_view zone);
 
 // The date, if the whole text matches the pattern and names a valid day and time (second 60 is not). Otherwise empty.
 std::optional<Date> dateOfText(std::string_view text, std::string_view pattern, std::int64_t secondsFromGMT);

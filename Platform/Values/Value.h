@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "Platform/Export.h"
+#include "Platform/Text/Text.h"
 #include "Platform/Time/Date.h"
-#include "Platform/Values/Text.h"
 
 namespace zorvane::platform {
 
@@ -136,7 +136,7 @@ class ZR_PUBLIC Value {
   // Text, data, dates, URLs, containers, objects. A null object is nil.
   Value(const std::string& text) : Value(std::string_view(text)) {}
   Value(std::string_view text);
-  Value(const Text& text) : Value(std::string_view(text)) {}
+  Value(Text text);
   Value(Data data);
   Value(Date date) noexcept : kind_(Kind::Date), date_(date) {}
   Value(URL url);

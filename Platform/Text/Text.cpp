@@ -1,4 +1,4 @@
-#include "Platform/Values/Text.h"
+#include "Platform/Text/Text.h"
 
 #include <new>
 namespace zorvane::platform {
