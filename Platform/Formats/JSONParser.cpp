@@ -55,7 +55,7 @@ class Parser {
       case '"': {
         std::string text;
         if (!parseString(text)) return false;
-        value = Value(std::move(text));
+        value = text;
         return true;
       }
       case 't':

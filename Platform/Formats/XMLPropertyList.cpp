@@ -134,7 +134,7 @@ class Parser {
     if (tag.name == "string") {
       std::string text;
       if (!readText(tag, text)) return false;
-      value = Value(std::move(text));
+      value = text;
       return true;
     }
     if (tag.name == "array" || tag.name == "dict") {

@@ -1,6 +1,7 @@
 #include "Platform/Text/Text.h"
 
 #include <new>
+
 namespace zorvane::platform {
 namespace {
 
@@ -34,14 +35,14 @@ Text::Text(std::string_view text) : bytes_{} {
 
 void Text::share(std::string_view text) {
   auto* const shared = new (::operator new(sizeof(Shared) + text.size() + 1)) Shared{1, text.size()};
-  std::memcpy(bytes_.data(), &shared, sizeof shared);
+  std::memcpy(bytes_.data(), &shared, sizeof(void*));
   bytes_[kInside] = kSharedTag;
   char* const copy = reinterpret_cast<char*>(shared + 1);
   std::memcpy(copy, text.data(), text.size());
   copy[text.size()] = 0;
 }
 
-void Text::release() noexcept {
+void Text::leaveShared() noexcept {
   Shared& last = shared();
   if (last.holders.fetch_sub(1, std::memory_order_acq_rel) == 1) ::operator delete(&last);
 }

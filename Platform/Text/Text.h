@@ -14,9 +14,11 @@ namespace zorvane::platform {
 // 16 bytes. Text of up to 15 bytes stands inside; longer text is shared by its copies.
 class ZR_PUBLIC Text {
  public:
+  // What copyTo() may write behind the text.
   static constexpr std::size_t kCopyRoom = 16;
 
-  Text() noexcept { setEmpty(); }
+  // Empty.
+  Text() noexcept : bytes_{} { setEmpty(); }
   // Any bytes.
   explicit Text(std::string_view text);
   Text(const Text& other) noexcept : bytes_(other.bytes_) {
@@ -30,9 +32,7 @@ class ZR_PUBLIC Text {
     other.bytes_ = bytes;
     return *this;
   }
-  ~Text() {
-    if (isShared()) release();
-  }
+  ~Text() { release(); }
 
   // As of std::string. What data() and c_str() return is valid until this Text is changed or moved.
   std::size_t size() const noexcept { return isShared() ? shared().size : kInside - static_cast<std::size_t>(tag()); }
@@ -52,7 +52,9 @@ class ZR_PUBLIC Text {
   }
   operator std::string_view() const noexcept { return view(); }
 
+  // The same bytes.
   friend bool operator==(const Text& left, const Text& right) noexcept { return left.view() == right.view(); }
+  // The same bytes.
   friend bool operator==(const Text& left, std::string_view right) noexcept { return left.view() == right; }
 
  private:
@@ -69,7 +71,7 @@ class ZR_PUBLIC Text {
   bool isShared() const noexcept { return tag() == kSharedTag; }
   Shared& shared() const noexcept {
     Shared* shared = nullptr;
-    std::memcpy(&shared, bytes_.data(), sizeof shared);
+    std::memcpy(&shared, bytes_.data(), sizeof(void*));
     return *shared;
   }
   void setEmpty() noexcept {
@@ -77,10 +79,14 @@ class ZR_PUBLIC Text {
     bytes_[kInside] = kInside;
   }
   void share(std::string_view text);
-  void release() noexcept;
+  void release() noexcept {
+    if (isShared()) leaveShared();
+  }
+  void leaveShared() noexcept;
 
-  // The text and zero bytes, or a pointer to Shared; then the tag.
+  // The text and a zero byte, or a pointer to Shared; at the end the tag.
   alignas(void*) std::array<char, kInside + 1> bytes_;
+  static_assert(sizeof(void*) <= kInside);
 };
 
 }  // namespace zorvane::platform

@@ -17,7 +17,8 @@ namespace zorvane::platform {
 // 1 to 9999 and for a malformed pattern.
 std::optional<std::string> textOfDate(Date date, std::string_view pattern, std::int64_t secondsFromGMT);
 
-// The same by the pattern "yyyy-MM-dd'T'HH:mm:ss.SSS", with the zone's text behind it. Empty where textOfDate is.
+// The same by the pattern "yyyy-MM-dd'T'HH:mm:ss.SSS", with the zone's text, up to eight characters, behind it.
+// Empty where textOfDate is.
 Text isoTextOfDate(Date date, std::int64_t secondsFromGMT, std::string_view zone);
 
 // The date, if the whole text matches the pattern and names a valid day and time (second 60 is not). Otherwise empty.

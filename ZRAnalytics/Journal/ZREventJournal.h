@@ -52,8 +52,8 @@ class ZREventJournal {
   // the journal is full. If read() can give back the same values, takes them: the name is nil then, the properties are
   // null.
   virtual Ticket called(Value& name, std::shared_ptr<const ZRProperties>& properties) noexcept = 0;
-  // Gives back what called() took; does nothing if it took nothing. Call it once, before recorded() or released().
-  // False when it is lost; the log says so.
+  // Gives back what called() took, no properties as empty ones; does nothing if it took nothing. Call it once, before
+  // recorded() or released(). False when it is lost; the log says so.
   virtual bool read(Ticket ticket, Value& name, std::shared_ptr<const ZRProperties>& properties) noexcept = 0;
   // It joins the current batch as this record, which takes the ticket along under a key of its own. A save leaves that
   // key out (withoutObjects).

@@ -137,6 +137,7 @@ class Journal final : public ZREventJournal {
   bool read(Ticket ticket, Value& name, std::shared_ptr<const ZRProperties>& properties) noexcept override {
     if (ticket == 0 || !name.isNil()) return true;
     bool isRead = false;
+    if (!ring_.isThere()) return isRead;  // In a forked child: the parent has the event.
     guarded({kFile, "read"}, kException, [&] {
       std::optional<journal::Event> event;
       if (const auto payload = ring_.read(ticket)) event = journal::readEvent(*payload);

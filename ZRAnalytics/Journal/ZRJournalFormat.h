@@ -20,7 +20,7 @@ inline constexpr std::size_t kUnit = 64;
 // Beyond any position and any number of a store operation that a process reaches.
 inline constexpr std::uint64_t kHighest = std::uint64_t{1} << 60;
 
-// What a reader takes: one value in memory needs up to forty times its bytes.
+// What a reader takes: one byte can become a value of 24 bytes in memory.
 inline constexpr std::size_t kMaximumValues = 1u << 20;
 
 // The fields are described in docs/journal.md.

@@ -124,9 +124,9 @@ class Recovery final : private ZRStoreObserver {
     if (isRecorded ? !isAllowed && !handler.isTrackingAllowed(name) : !isAccepted(name, isAllowed)) return {};
     Dictionary record = handler.getEventDictForEventAndProperties(event->name, &event->properties);
     const Date date{kept.time};
-    std::string gmtTime(isRecorded ? textOf(kept.times[0], sizeof kept.times[0]) : std::string_view());
+    Text gmtTime(isRecorded ? textOf(kept.times[0], sizeof kept.times[0]) : std::string_view());
     if (gmtTime.empty()) gmtTime = platform::isoTextOfDate(date, 0, "Z");
-    std::string localTime(isRecorded ? textOf(kept.times[1], sizeof kept.times[1]) : std::string_view());
+    Text localTime(isRecorded ? textOf(kept.times[1], sizeof kept.times[1]) : std::string_view());
     if (localTime.empty()) localTime = ZRDateUtils::getLocalTime(date);
     record.set(kReportsKeyGMT_Time, std::move(gmtTime));
     record.set(kReportsKeyDevice_Time, std::move(localTime));

@@ -287,17 +287,21 @@ bool Ring::writeSession() {
 }
 
 std::optional<std::string> Ring::read(std::uint64_t position) {
-  platform::MutexLock lock(mutex_);
   if (!isThere()) return std::nullopt;
+  platform::MutexLock lock(mutex_);
   if (position < swept_) {
     const auto unread = unread_.find(position);
     return unread == unread_.end() ? std::nullopt : std::optional(unread->second);
   }
+  const auto payload = payloadAt(position);
+  return payload ? std::optional<std::string>(*payload) : std::nullopt;
+}
+
+std::optional<std::string_view> Ring::payloadAt(std::uint64_t position) const {
   const Record record = at(position);
   if (record.position != position) return std::nullopt;
   const auto offset = static_cast<std::size_t>(reinterpret_cast<const char*>(&at(position)) - base_);
-  const auto payload = payloadOf(record, header().salt, {base_, mapped_}, offset);
-  return payload ? std::optional<std::string>(*payload) : std::nullopt;
+  return payloadOf(record, header().salt, {base_, mapped_}, offset);
 }
 
 bool Ring::markRecorded(std::uint64_t position, bool isAllowed, std::string_view gmtTime, std::string_view localTime) {
@@ -305,27 +309,33 @@ bool Ring::markRecorded(std::uint64_t position, bool isAllowed, std::string_view
   platform::MutexLock lock(mutex_);
   Record* const record = live(position);
   if (!record) {
-    unread_.erase(position);
+    forget(position);
     return true;
   }
+  // Also for keepUnread().
+  set(record->session, sessionNumber_);
   if (!isSessionWritten_ && !writeSession()) return false;
   setText(record->times[0], sizeof record->times[0], gmtTime);
   setText(record->times[1], sizeof record->times[1], localTime);
-  set(record->session, sessionNumber_);
   record->isAllowed = isAllowed ? 1 : 0;
   record->recordedSum = recordedSumOf(header().salt, *record);
   set(record->state, kRecorded);
   return true;
 }
 
+void Ring::forget(std::uint64_t position) {
+  if (position < swept_) {
+    unread_.erase(position);
+  } else if (position != 0 && at(position).position == position) {
+    set(at(position).state, kReleased);
+  }
+}
+
 void Ring::release(std::uint64_t position) {
   if (position == 0 || !isThere()) return;
   platform::MutexLock lock(mutex_);
   Record* const record = live(position);
-  if (!record) {
-    unread_.erase(position);
-    return;
-  }
+  if (!record) return forget(position);
   set(record->state, kReleased);
   sweep();
   if (!isSessionWritten_) writeSession();
@@ -372,11 +382,12 @@ void Ring::sweep(bool isClearing) {
   }
 }
 
-// The module's thread has yet to read it, or to mark or release it.
+// The module's thread has yet to mark or to release it. One with a session is in the current batch: markRecorded() had
+// no room for that session.
 bool Ring::keepUnread(const Record& record) {
-  if (record.kind == kSession) return true;
+  if (record.kind == kSession || record.session != 0) return true;
   try {
-    unread_.emplace(swept_, std::string(reinterpret_cast<const char*>(&record) + sizeof record, record.bytes));
+    if (const auto payload = payloadAt(swept_)) unread_.emplace(swept_, *payload);
     return true;
   } catch (const std::bad_alloc&) {
     return false;

@@ -95,6 +95,10 @@ class Ring {
   bool writeSession() ZR_REQUIRES(mutex_);
   // Frees the space of released records.
   void sweep(bool isClearing = false) ZR_REQUIRES(mutex_);
+  // Absent when it is damaged.
+  std::optional<std::string_view> payloadAt(std::uint64_t position) const;
+  // A cleared record that was marked or released.
+  void forget(std::uint64_t position) ZR_REQUIRES(mutex_);
   // False without memory.
   bool keepUnread(const Record& record) ZR_REQUIRES(mutex_);
   bool moveSession() ZR_REQUIRES(mutex_);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <fstream>
 #include <map>
 #include <new>
 #include <utility>
@@ -149,7 +150,10 @@ TEST_F(JournalTest, RecordedEventsHaveTheValuesOfTheCall) {
   custom->setNonInteractive();
   custom->addDateEpochAttributeWithName(7, "when");
   track("Custom", custom);
+  ZRAnalytics::sharedInstance().trackEventWithProperties(5, nullptr);
+  ZRAnalytics::sharedInstance().trackEventWithProperties(nullptr, nullptr);
   settle();
+  EXPECT_EQ(log_->count("While tracking events, the name of the event has to be a NSString type"), 2u);
   for (const auto& [name, attributes] : events) {
     SCOPED_TRACE(name);
     const Value recorded = delegate->records[name].objectForKey("EVENT_ATTRS");
@@ -344,6 +348,19 @@ TEST_F(JournalTest, ClearingLosesNoAllowedEventThatIsOnItsWay) {
   settle();
   EXPECT_THAT(eventNames(*ZREventsHandler::sharedInstance().viewsInfoArray()), SizeIs(301));
   EXPECT_FALSE(log_->has("Journal : an event cannot be read and is lost"));
+}
+
+TEST_F(JournalTest, DamageWhileAnEventWaitsCostsThatEvent) {
+  launch();
+  track("Damaged");
+  track("Whole");
+  // A write to the file changes the mapping, too.
+  const std::string bytes = readAll(journal());
+  std::fstream(journal(), std::ios::in | std::ios::out).seekp(static_cast<std::streamoff>(bytes.find("Damaged")))
+      << 'X';
+  settle();
+  EXPECT_EQ(eventNames(*ZREventsHandler::sharedInstance().viewsInfoArray()).back(), "Whole");
+  EXPECT_EQ(log_->count("Journal : an event cannot be read and is lost"), 1u);
 }
 
 TEST_F(JournalTest, EventsComeBehindTheCallsBeforeThem) {
