@@ -48,9 +48,9 @@ ZREventJournal::Ticket ticketOf(const Value& record) {
   return object ? object->ticket() : 0;
 }
 
-std::string textUnder(const Dictionary& record, std::string_view key) {
+Text textUnder(const Dictionary& record, std::string_view key) {
   const Value* const value = record.find(key);
-  return value && value->isString() ? std::string(*value->asString()) : std::string();
+  return value && value->isString() ? *value->asString() : Text();
 }
 
 class Store final : public ZRJournalStore {
@@ -152,8 +152,8 @@ class Journal final : public ZREventJournal {
   void recorded(Ticket ticket, Dictionary& record) noexcept override {
     if (ticket == 0) return;
     const bool isInRecord = guarded({kFile, "recorded"}, kException, [&] {
-      const std::string gmtTime = textUnder(record, kReportsKeyGMT_Time);
-      const std::string localTime = textUnder(record, kReportsKeyDevice_Time);
+      const Text gmtTime = textUnder(record, kReportsKeyGMT_Time);
+      const Text localTime = textUnder(record, kReportsKeyDevice_Time);
       record.set(kTicketKey, std::make_shared<TicketObject>(ticket));
       if (!ring_.markRecorded(ticket, askOptedOut(), gmtTime, localTime)) reportFull();
     });

@@ -1,22 +1,19 @@
 #include "ZRAnalytics/Journal/ZRJournalRing.h"
 
-#include <fcntl.h>
 #include <pthread.h>
-#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <new>
-#include <system_error>
 #include <utility>
 
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Files/SystemCalls.h"
 #include "Platform/Text/RandomBytes.h"
+#include "ZRAnalytics/Journal/ZRJournalFile.h"
 
 namespace zorvane::journal {
 namespace {
@@ -28,10 +25,6 @@ static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
 // The one that has a file.
 std::atomic<Ring*> openRing{nullptr};
-
-platform::Error errorOf(const char* call) {
-  return {std::string(call) + ": " + std::generic_category().message(errno), errno};
-}
 
 void step() {
   if (Ring::onStep) Ring::onStep();
@@ -56,31 +49,6 @@ std::uint64_t unitsOf(std::size_t payload) {
   return (sizeof(Record) + payload + kUnit - 1) / kUnit;
 }
 
-// Whether nobody else can have put the file there or can write to it.
-bool isOwnFile(int file) {
-  struct stat status {};
-  return systemCalls().fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1 &&
-         status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
-}
-
-// A store to a hole needs a block, and on a full disk ends the process.
-bool hasHoles(int file, std::size_t bytes) {
-  struct stat status {};
-  return systemCalls().fstat(file, &status) != 0 || static_cast<std::size_t>(status.st_blocks) * 512 < bytes;
-}
-
-bool writeZeros(int file, std::size_t bytes) {
-  static constexpr char kZeros[16384] = {};
-  while (bytes > 0) {
-    const iovec piece{const_cast<char*>(kZeros), std::min(bytes, sizeof kZeros)};
-    const ssize_t written = systemCalls().writev(file, &piece, 1);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    bytes -= static_cast<std::size_t>(written);
-  }
-  return systemCalls().fsync(file) == 0;
-}
-
 // Leaves pages alone that are zero already, so that they are not written to the disk.
 void zero(char* bytes, std::size_t size) {
   constexpr std::size_t kPage = 4096;
@@ -90,17 +58,6 @@ void zero(char* bytes, std::size_t size) {
     step();
     std::memset(bytes + at, 0, page.size());
   }
-}
-
-bool readAll(int file, std::size_t size, std::string& bytes) {
-  bytes.resize(size);
-  for (std::size_t done = 0; done < size;) {
-    const ssize_t count = systemCalls().read(file, bytes.data() + done, size - done);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    done += static_cast<std::size_t>(count);
-  }
-  return true;
 }
 
 }  // namespace
@@ -124,18 +81,9 @@ void Ring::leaveInChild() {
 }
 
 platform::Status Ring::open(const std::string& path, std::size_t maximum, std::string& bytes) {
-  const auto made = platform::makeDirectories(path.substr(0, path.rfind('/')));
-  if (!made) return made.error();
-  for (const bool isLast : {false, true}) {
-    file_ = systemCalls().open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
-    if (file_ < 0 && errno != ELOOP) return errorOf("open");
-    if (file_ >= 0 && isOwnFile(file_)) break;
-    if (file_ >= 0) systemCalls().close(std::exchange(file_, -1));
-    if (isLast) return platform::Error{path + " is not the owner's file"};
-    const auto removed = platform::removeFile(path);
-    if (!removed) return removed.error();
-  }
-  if (systemCalls().flock(file_, LOCK_EX | LOCK_NB) != 0) return errorOf("flock");
+  const auto opened = openFile(path);
+  if (!opened) return opened.error();
+  file_ = opened.value();
   static const int registered = ::pthread_atfork(nullptr, nullptr, leaveInChild);
   if (registered != 0) return platform::Error{"pthread_atfork", registered};
   openRing = this;
@@ -312,7 +260,7 @@ bool Ring::markRecorded(std::uint64_t position, bool isAllowed, std::string_view
     forget(position);
     return true;
   }
-  // Also for keepUnread().
+  // Before the return: keepUnread() tells by it that the event is in the batch.
   set(record->session, sessionNumber_);
   if (!isSessionWritten_ && !writeSession()) return false;
   setText(record->times[0], sizeof record->times[0], gmtTime);
