@@ -56,10 +56,6 @@ Value plainValueOf(const Object& object) {
   return value;
 }
 
-Value::Value(Text text) {
-  new (&text_) Text(isValidUtf8(text) ? std::move(text) : Text(validUtf8(std::string(text))));
-  kind_ = Kind::String;
-}
 Value::Value(Data data) {
   share(Kind::Data, std::make_shared<const Data>(std::move(data)));
 }

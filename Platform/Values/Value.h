@@ -232,7 +232,7 @@ class ZR_PUBLIC Value {
     new (&shared_) std::shared_ptr<const void>(std::move(content));
     kind_ = kind;
   }
-  void setText(std::string_view text);
+  void setText(Text text);
   void take(Value& other) noexcept;
   void release() noexcept {
     if (kind_ == Kind::String) {

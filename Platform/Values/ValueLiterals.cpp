@@ -11,19 +11,19 @@
 namespace zorvane::platform {
 
 Value::Value(const char* text) {
-  if (text) setText(text);
+  if (text) setText(Text(text));
 }
 Value::Value(std::string_view text) {
-  setText(text);
+  setText(Text(text));
+}
+Value::Value(Text text) {
+  setText(std::move(text));
 }
 
 // Only for a value that is nil.
-void Value::setText(std::string_view text) {
-  if (isValidUtf8(text)) {
-    new (&text_) Text(text);
-  } else {
-    new (&text_) Text(validUtf8(std::string(text)));
-  }
+void Value::setText(Text text) {
+  if (!isValidUtf8(text)) text = Text(validUtf8(std::string(text)));
+  new (&text_) Text(std::move(text));
   kind_ = Kind::String;
 }
 

@@ -5,6 +5,7 @@
 #include "Platform/Text/CaseMapping.h"
 #include "Platform/Text/Hex.h"
 #include "Platform/Text/SHA1.h"
+#include "Platform/Text/Text.h"
 #include "Platform/Text/URLComponents.h"
 #include "Platform/Text/UUID.h"
 #include "Platform/Text/Utf8.h"
@@ -147,6 +148,31 @@ TEST(QueryItems, OfATextThatIsNoURLAreNone) {
         "http://a@b@c?a=1", "http://[::1?a=1",  "http://[]?a=1",    "http://[::1]x?a=1", "http://[%31]?a=1",
         "http://a:b:1?a=1", "\x7F?a=1"}) {
     EXPECT_EQ(itemsOf(url), "") << url;
+  }
+}
+
+TEST(Text, KeepsBytesOfAnySizeInEachCopy) {
+  const std::string bytes = std::string("a\0", 2) + "bcdefghijklmnopqrstuvwxyz0123456789";
+  for (std::size_t size = 0; size <= bytes.size(); ++size) {
+    SCOPED_TRACE(size);
+    const std::string expected = bytes.substr(0, size);
+    Text text{expected};
+    const Text copy = text;
+    Text moved = std::move(text);
+    EXPECT_TRUE(text.empty());  // NOLINT(bugprone-use-after-move)
+    text = moved;
+    for (const Text& each : {text, copy, moved}) {
+      EXPECT_EQ(each.view(), expected);
+      EXPECT_EQ(each.size(), size);
+      EXPECT_EQ(each.c_str()[size], 0);
+      std::string room(size + Text::kCopyRoom, '.');
+      EXPECT_EQ(each.copyTo(room.data()), room.data() + size);
+      EXPECT_EQ(room.substr(0, size), expected);
+    }
+    moved = Text("other");
+    text = std::move(moved);
+    EXPECT_EQ(text, "other");
+    EXPECT_EQ(copy, expected);
   }
 }
 

@@ -47,31 +47,6 @@ TEST(Value, TakesItsKindFromWhatItIsMadeOf) {
   EXPECT_EQ(Value(URL{"\xFF"}).asURL()->absoluteString, "\xEF\xBF\xBD");
 }
 
-TEST(Text, KeepsBytesOfAnySizeInEachCopy) {
-  const std::string bytes = std::string("a\0", 2) + "bcdefghijklmnopqrstuvwxyz0123456789";
-  for (std::size_t size = 0; size <= bytes.size(); ++size) {
-    SCOPED_TRACE(size);
-    const std::string expected = bytes.substr(0, size);
-    Text text{expected};
-    const Text copy = text;
-    Text moved = std::move(text);
-    EXPECT_TRUE(text.empty());  // NOLINT(bugprone-use-after-move)
-    text = moved;
-    for (const Text& each : {text, copy, moved}) {
-      EXPECT_EQ(each.view(), expected);
-      EXPECT_EQ(each.size(), size);
-      EXPECT_EQ(each.c_str()[size], 0);
-      std::string room(size + Text::kCopyRoom, '.');
-      EXPECT_EQ(each.copyTo(room.data()), room.data() + size);
-      EXPECT_EQ(room.substr(0, size), expected);
-    }
-    moved = Text("other");
-    text = std::move(moved);
-    EXPECT_EQ(text, "other");
-    EXPECT_EQ(copy, expected);
-  }
-}
-
 TEST(Value, ReadsNumbersOutOfNumbersAndText) {
   const struct {
     Value value;

@@ -129,6 +129,7 @@ TEST_F(JournalTest, RecordedEventsHaveTheValuesOfTheCall) {
     }
     std::map<std::string, Dictionary> records;
   };
+  options_.bytes = 8u << 20;
   launch();
   const auto delegate = std::make_shared<Delegate>();
   ZRAnalytics::sharedInstance().setInappTriggerDelegate(delegate);
@@ -143,8 +144,10 @@ TEST_F(JournalTest, RecordedEventsHaveTheValuesOfTheCall) {
                          {"text", std::string(2000, 'x')},
                          {"list", Array{Value(), platform::null, Date{2}, platform::Data{{0, 1}}, platform::URL{"a:b"},
                                         Dictionary{{"no", false}, {"none", platform::null}}}}};
-  const std::pair<const char*, Dictionary> events[] = {
-      {"Plain", plain}, {"Object", {{"list", Array{object}}}}, {"Deep", {{"deep", deep}}}};
+  const std::pair<const char*, Dictionary> events[] = {{"Plain", plain},
+                                                       {"Object", {{"list", Array{object}}}},
+                                                       {"Deep", {{"deep", deep}}},
+                                                       {"Many", {{"list", Array(journal::kMaximumValues, true)}}}};
   for (const auto& [name, attributes] : events) track(name, ZRProperties::initWithAttributes(attributes));
   auto custom = std::make_shared<ZRProperties>();
   custom->setNonInteractive();
