@@ -69,6 +69,17 @@ class Arguments {
   std::map<std::string, std::string> values_;
 };
 
+class ShiftedClock final : public platform::Clock {
+ public:
+  explicit ShiftedClock(double secondsAhead) : secondsAhead_(secondsAhead) {}
+  platform::Date now() const override { return {machine_.now().secondsSince1970 + secondsAhead_}; }
+  double monotonicSeconds() const override { return machine_.monotonicSeconds(); }
+
+ private:
+  const platform::SystemClock machine_;
+  const double secondsAhead_;
+};
+
 void print(std::initializer_list<std::pair<const char*, double>> numbers) {
   const char* separator = "{";
   for (const auto& [name, number] : numbers) {
@@ -258,7 +269,7 @@ void refuse(const std::string& folder) {
 void start(const std::string& folder, const Arguments& arguments, double begin) {
   startModule({.folder = folder,
                .transport = makeTransport(true),
-               .secondsAhead = static_cast<double>(arguments.number("ahead", 0))});
+               .clock = std::make_shared<ShiftedClock>(arguments.number("ahead", 0))});
   trackOne(0);
   const double first = secondsNow() - begin;
   // As an application that is put away: what the next launch finds is on the disk.

@@ -25,17 +25,6 @@ namespace {
 
 constexpr int kMostAttributes = 100;
 
-class ShiftedClock final : public platform::Clock {
- public:
-  explicit ShiftedClock(double secondsAhead) : secondsAhead_(secondsAhead) {}
-  platform::Date now() const override { return {machine_.now().secondsSince1970 + secondsAhead_}; }
-  double monotonicSeconds() const override { return machine_.monotonicSeconds(); }
-
- private:
-  const platform::SystemClock machine_;
-  const double secondsAhead_;
-};
-
 class InstantTransport final : public NetworkTransport {
  public:
   explicit InstantTransport(bool online) : online_(online) {}
@@ -65,7 +54,7 @@ void require(bool good, const char* what) {
 void startModule(ModuleSetup setup) {
   platform::HostServices host;
   host.directories = {setup.folder + "/Documents", setup.folder + "/Library", setup.folder + "/Defaults"};
-  if (setup.secondsAhead != 0) host.clock = std::make_shared<ShiftedClock>(setup.secondsAhead);
+  host.clock = std::move(setup.clock);
   require(platform::configureHost(std::move(host)), "configureHost");
   CoreSetup core;
   core.endpoint = std::move(setup.endpoint);

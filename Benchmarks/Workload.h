@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform/Time/Clock.h"
 #include "ZRAnalytics/Utils/PayloadBuilder/ZRProperties.h"
 #include "ZorvaneCore/NetworkTransport.h"
 #include "ZorvaneCore/ZRCoreTypes.h"
@@ -19,8 +20,8 @@ struct ModuleSetup {
   std::string endpoint = "https://collect.example.com";
   std::shared_ptr<NetworkTransport> transport = nullptr;
   std::int64_t batchSize = 30;
-  // How far the wall clock is ahead of the machine's.
-  double secondsAhead = 0;
+  // Null: the machine's.
+  std::shared_ptr<platform::Clock> clock = nullptr;
   // The size of its journal; 0: none.
   std::size_t journalBytes = 0;
 };

@@ -1,7 +1,10 @@
 #include "ZorvaneCore/ZRDateUtils.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
+#include "Platform/Dispatch/Mutex.h"
 #include "Platform/HostServices.h"
 #include "Platform/Text/NumberText.h"
 #include "Platform/Time/DateFormat.h"
@@ -12,6 +15,38 @@ namespace {
 std::int64_t deviceOffset(Date date) {
   return platform::hostServices().timeZone->secondsFromGMT(date);
 }
+
+std::string zoneText(std::int64_t offset) {
+  const std::int64_t minutes = (offset < 0 ? -offset : offset) / 60;
+  const std::string digits = platform::textOfInteger(minutes / 60 * 100 + minutes % 60);
+  std::string zone(1, offset < 0 ? '-' : '+');
+  return zone.append(digits.size() < 4 ? 4 - digits.size() : 0, '0') += digits;
+}
+
+// The text of a time, made once for all that ask within a millisecond: the events of a burst share it. Thread-safe.
+class LastTime {
+ public:
+  using ZoneText = std::string (*)(std::int64_t offset);
+  explicit LastTime(ZoneText zone) : zone_(zone) {}
+
+  Text text(Date date, std::int64_t offset) {
+    const auto milliseconds = platform::millisecondsOfDate(date);
+    platform::MutexLock lock(mutex_);
+    if (milliseconds != milliseconds_ || offset != offset_) {
+      text_ = platform::isoTextOfDate(date, offset, zone_(offset));
+      milliseconds_ = milliseconds;
+      offset_ = offset;
+    }
+    return text_;
+  }
+
+ private:
+  const ZoneText zone_;
+  platform::Mutex mutex_;
+  std::optional<std::int64_t> milliseconds_ ZR_GUARDED_BY(mutex_);
+  std::int64_t offset_ ZR_GUARDED_BY(mutex_) = 0;
+  Text text_ ZR_GUARDED_BY(mutex_);
+};
 
 }  // namespace
 
@@ -51,7 +86,8 @@ bool ZRDateUtils::isDate1LaterToDate2(std::optional<Date> date1, std::optional<D
 }
 
 Text ZRDateUtils::getGMTtime() {
-  return platform::isoTextOfDate(platform::hostServices().clock->now(), 0, "Z");
+  static LastTime& last = *new LastTime([](std::int64_t) { return std::string("Z"); });
+  return last.text(platform::hostServices().clock->now(), 0);
 }
 
 Text ZRDateUtils::getLocalTime() {
@@ -59,12 +95,8 @@ Text ZRDateUtils::getLocalTime() {
 }
 
 Text ZRDateUtils::getLocalTime(Date date) {
-  const std::int64_t offset = deviceOffset(date);
-  const std::int64_t minutes = (offset < 0 ? -offset : offset) / 60;
-  const std::string digits = platform::textOfInteger(minutes / 60 * 100 + minutes % 60);
-  std::string zone(1, offset < 0 ? '-' : '+');
-  zone.append(digits.size() < 4 ? 4 - digits.size() : 0, '0') += digits;
-  return platform::isoTextOfDate(date, offset, zone);
+  static LastTime& last = *new LastTime(zoneText);
+  return last.text(date, deviceOffset(date));
 }
 
 }  // namespace zorvane

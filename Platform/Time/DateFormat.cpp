@@ -136,13 +136,10 @@ bool readNumber(std::string_view& text, std::size_t width, int& number) {
 }
 
 std::optional<Fields> fieldsOfDate(Date date, std::int64_t secondsFromGMT) {
-  constexpr double kBeyondCalendar = 1e12;
-  if (!(std::abs(date.secondsSince1970) < kBeyondCalendar)) return std::nullopt;
   if (secondsFromGMT < -kMaxShift || secondsFromGMT > kMaxShift) return std::nullopt;
-  // A date of whole milliseconds may be stored slightly below them. It must not be floored to the millisecond before.
-  const double exact = date.secondsSince1970 * 1000;
-  const double tolerance = 1e-3 + std::abs(exact) * 0x1p-51;
-  const auto milliseconds = static_cast<std::int64_t>(std::floor(exact + tolerance));
+  const auto exact = millisecondsOfDate(date);
+  if (!exact) return std::nullopt;
+  const std::int64_t milliseconds = *exact;
   const std::int64_t seconds = milliseconds >= 0 ? milliseconds / 1000 : -((999 - milliseconds) / 1000);
   const Fields fields{civilTimeFromSeconds(seconds + secondsFromGMT), static_cast<int>(milliseconds - seconds * 1000)};
   if (fields.time.year < 1 || fields.time.year > 9999) return std::nullopt;
@@ -155,6 +152,15 @@ void writeNumber(int number, char* to, std::size_t width) {
 }
 
 }  // namespace
+
+std::optional<std::int64_t> millisecondsOfDate(Date date) {
+  constexpr double kBeyondCalendar = 1e12;
+  if (!(std::abs(date.secondsSince1970) < kBeyondCalendar)) return std::nullopt;
+  // A date of whole milliseconds may be stored slightly below them. It must not be floored to the millisecond before.
+  const double exact = date.secondsSince1970 * 1000;
+  const double tolerance = 1e-3 + std::abs(exact) * 0x1p-51;
+  return static_cast<std::int64_t>(std::floor(exact + tolerance));
+}
 
 std::optional<std::string> textOfDate(Date date, std::string_view pattern, std::int64_t secondsFromGMT) {
   const auto fields = fieldsOfDate(date, secondsFromGMT);

@@ -13,6 +13,9 @@ namespace zorvane::platform {
 
 // Pattern fields are yyyy MM dd HH mm ss SSS. Text in single quotes and characters other than letters are literal.
 
+// Since 1970, floored. Empty for NaN and for dates far outside the years of the calendar.
+std::optional<std::int64_t> millisecondsOfDate(Date date);
+
 // The text of the date in a zone with that offset; milliseconds are floored. Empty for NaN, for dates outside the years
 // 1 to 9999 and for a malformed pattern.
 std::optional<std::string> textOfDate(Date date, std::string_view pattern, std::int64_t secondsFromGMT);

@@ -1,3 +1,5 @@
+#include <limits>
+
 #include "Platform/Files/DefaultsStore.h"
 #include "Platform/Formats/JSON.h"
 #include "Support/FileFaults.h"
@@ -284,6 +286,11 @@ TEST_F(CoreTest, TimesUseTheOffsetOfTheirMoment) {
     zone->before = offset;
     EXPECT_EQ(ZRDateUtils::getLocalTime(), text);
   }
+  clock_->setNow(Date{kStart + 0.001});
+  EXPECT_EQ(ZRDateUtils::getGMTtime(), "2026-11-21T10:00:00.001Z");
+  EXPECT_EQ(ZRDateUtils::getLocalTime(), "2026-11-22T00:00:00.001+1400");
+  clock_->setNow(Date{std::numeric_limits<double>::quiet_NaN()});
+  EXPECT_EQ(ZRDateUtils::getGMTtime(), "");
   zone->change = Date{kStart};
   zone->before = 7200;
   zone->after = 3600;

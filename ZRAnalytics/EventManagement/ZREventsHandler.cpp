@@ -244,7 +244,7 @@ Dictionary ZREventsHandler::getEventDictForEventAndProperties(const Value& name,
 
 Dictionary ZREventsHandler::makeRecord(const Value& name, const ZRProperties* properties, Value&& plainAttributes) {
   Dictionary record;
-  record.reserve(6);
+  record.reserve(5);  // seldom more
   record.set(kReportsKeyEventName, name);
   if (properties && !properties->getAttributesDict().empty()) {
     record.set(kReportsKeyEventAttrs, std::move(plainAttributes));
