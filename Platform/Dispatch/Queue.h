@@ -29,7 +29,8 @@ class ZR_PUBLIC ZR_CAPABILITY("queue") Queue {
   // time; concurrent queues promise no order.
   virtual void async(Task task) = 0;
   // As async(). But tasks that are posted so run one at a time and in the order of posting, on a concurrent queue, too.
-  // And they may wait for a few milliseconds, so that one wake serves several. Override it in a concurrent queue.
+  // And they may wait for a few milliseconds, so that one wake serves several. They must not block, because what they
+  // post may wait for their end. Override it in a concurrent queue.
   virtual void asyncSoon(Task task) { async(std::move(task)); }
 
   // Whether the calling code runs as part of a task of this queue (for the main queue: on the main thread).

@@ -16,13 +16,15 @@ constexpr int kMaxWorkers = 8;
 // Leaves workers free for default tasks.
 constexpr int kMaxBackgroundTasks = 2;
 // How long tasks wait behind a stuck one before another worker is called. At a steady pace of short tasks the monitor
-// stays awake, so a shorter time costs energy.
+// stays awake, so that no post has to call it. Then it waits longer from check to check, because each costs energy.
 constexpr double kMonitorSeconds = 0.01;
+constexpr double kLongestMonitorSeconds = 0.08;
 constexpr std::chrono::milliseconds kLinger{8};
 
 }  // namespace
 
-WorkerPool::WorkerPool(std::shared_ptr<QueueContext> context) : context_(std::move(context)) {}
+WorkerPool::WorkerPool(std::shared_ptr<QueueContext> context)
+    : context_(std::move(context)), monitorSeconds_(kMonitorSeconds) {}
 
 void WorkerPool::post(Priority priority, Task&& task, Urgency urgency) {
   Call call = Call::None;
@@ -67,7 +69,9 @@ void WorkerPool::runBatch(std::unique_ptr<Batch> batch) {
   }
   while (batch) {
     TaskFifo& tasks = batch->tasks;
+    isInBatch_ = true;
     for (; !tasks.empty() && !isShutDown(); tasks.popFront()) context_->uncaught.guard(tasks.front());
+    isInBatch_ = false;
     // Only then tasks are left. They are destroyed without the lock.
     if (isShutDown()) batch.reset();
     MutexLock lock(mutex_);
@@ -206,10 +210,11 @@ WorkerPool::Call WorkerPool::checkProgress(int cores) {
   while (!monitoring_ && !isShutDown()) monitorCalled_.wait(mutex_);
   const std::uint64_t takenBefore = taken_;
   const std::size_t waitingBefore = runnable();
-  if (!isShutDown()) monitorCalled_.waitFor(mutex_, kMonitorSeconds);
+  if (!isShutDown()) monitorCalled_.waitFor(mutex_, monitorSeconds_);
 
   const std::uint64_t taken = taken_ - takenBefore;
   const bool waiting = runnable() > 0;
+  monitorSeconds_ = waiting || taken == 0 ? kMonitorSeconds : std::min(2 * monitorSeconds_, kLongestMonitorSeconds);
   // Slow counts only while a core may be free.
   const bool stuck = taken == 0;
   const bool slow = taken < waitingBefore && running_ < cores;
@@ -233,6 +238,8 @@ WorkerPool::Call WorkerPool::neededCall(Urgency urgency) {
     return isLingering_ && urgency == Urgency::Soon ? Call::None : callWorker();
   }
   if (monitoring_ || running_ == kMaxWorkers) return Call::None;
+  // This worker is back soon. Only the first start is its own, so that no other thread has to wait for it.
+  if (isInBatch_ && monitorStarted_) return Call::None;
   monitoring_ = true;
   return std::exchange(monitorStarted_, true) ? Call::WakeMonitor : Call::StartMonitor;
 }

@@ -13,15 +13,16 @@
 //
 // post() calls a worker only when none is looking or running. A running worker may be blocked without saying so. So
 // while tasks wait behind running ones, one more thread, the monitor, checks every 10 milliseconds that they get taken,
-// and calls another worker if they do not. It goes to sleep when nothing waits and nothing was taken, or when it has
-// called a worker.
+// and calls another worker if they do not. While nothing waits but tasks come, it checks up to eight times more rarely.
+// It goes to sleep when nothing waits and nothing was taken, or when it has called a worker.
 //
 // A wake costs more than a short task. So a worker that did not sleep for long lingers: it sleeps for a few
 // milliseconds and then looks by itself, and post() does not call it for a task that may wait so long. When it finds
 // nothing, it sleeps until it is called. An idle pool never wakes up.
 //
 // Tasks that may wait make batches: one task of the pool runs all that were posted without another default task between
-// them. A batch runs after the one before it has ended.
+// them. A batch runs after the one before it has ended. These tasks must not block: what they post may wait for the end
+// of their batch, so that an event that comes alone wakes one thread, not the monitor, too.
 #pragma once
 
 #include <array>
@@ -119,6 +120,8 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
   void carryOut(Call call) ZR_EXCLUDES(mutex_);
 
   static inline thread_local bool isWorker_ = false;
+  // Whether the calling thread runs tasks that were posted as Soon.
+  static inline thread_local bool isInBatch_ = false;
 
   const std::shared_ptr<QueueContext> context_;
   std::array<char, 2> identities_{};
@@ -148,6 +151,8 @@ class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
 
   bool monitorStarted_ ZR_GUARDED_BY(mutex_) = false;
   bool monitoring_ ZR_GUARDED_BY(mutex_) = false;
+  // Until its next check.
+  double monitorSeconds_ ZR_GUARDED_BY(mutex_);
   // Tasks taken so far, for the monitor.
   std::uint64_t taken_ ZR_GUARDED_BY(mutex_) = 0;
   Condition monitorCalled_;

@@ -23,6 +23,7 @@ class Bench:
         self.events = 1000 if quick else 10_000
         self.short = 200 if quick else 2000
         self.long = 500 if quick else 10_000
+        self.few = 10 if quick else 60
         self.backlog = 50 if quick else 1000
         self.large_backlog = 200 if quick else 10_000
         self.work = pathlib.Path(tempfile.mkdtemp(prefix="bench-", dir=folder))
@@ -85,6 +86,9 @@ class Bench:
 
     def paced_long(self):
         return self.track(events=self.long, pause_us=1000)
+
+    def alone(self):
+        return self.track(events=self.few, pause_us=50_000)
 
     def pace(self):
         return self.rows("pace", self.work, events=self.short)

@@ -28,6 +28,7 @@ ROWS = [
     Row("processor time per event at one a millisecond, offline, µs", "paced", "processor_us", 45),
     Row("processor time per event at one a millisecond, sent, µs", "paced_sent", "processor_us", 45),
     Row("(the loop of these three without the module, µs)", "pace", "processor_us", None),
+    Row("(processor time per event at 20 a second, offline, µs)", "alone", "processor_us", None),
     Row("events a second until stored, synced", "burst", "events_per_s", 100_000, True),
     Row("bytes written per event, batches of 30, offline burst", "burst", "written", 2500),
     Row("syncs (fsync) per event over a shopping day", "shopping_day", "syncs", 1.5),
@@ -50,7 +51,8 @@ ROWS = [
 
 # How often each is run. What varies little or takes long is run less often.
 ROUNDS = {"burst": 25, "burst_small": 25, "journal": 25, "paced": 5, "paced_sent": 5, "pace": 2, "paced_long": 2,
-          "deliver": 7, "refuse": 7, "start": 15, "save": 5, "save_first": 5, "shopping_day": 3, "size": 1, "disk": 7}
+          "alone": 3, "deliver": 7, "refuse": 7, "start": 15, "save": 5, "save_first": 5, "shopping_day": 3, "size": 1,
+          "disk": 7}
 
 GROWTH = {
     "waiting": (1, 10, 100, 1000, 10_000),
