@@ -1,4 +1,5 @@
 // The journal of events: an input is 32 bytes of its header (salt, cleared, armed, stored), then its records.
+#include <algorithm>
 #include <cstring>
 
 #include "Check.h"
@@ -50,6 +51,21 @@ std::string fileOf(std::string_view input) {
   return file;
 }
 
+// Also that both have the same kinds, and the same order of keys.
+bool isIdentical(const Value& left, const Value& right) {
+  if (left.kind() != right.kind()) return false;
+  if (const Array* const array = left.asArray()) {
+    return std::equal(array->begin(), array->end(), right.asArray()->begin(), right.asArray()->end(), isIdentical);
+  }
+  if (const Dictionary* const dictionary = left.asDictionary()) {
+    return std::equal(dictionary->begin(), dictionary->end(), right.asDictionary()->begin(),
+                      right.asDictionary()->end(), [](const Dictionary::Entry& one, const Dictionary::Entry& other) {
+                        return one.key == other.key && isIdentical(one.value, other.value);
+                      });
+  }
+  return fuzz::same(left, right);
+}
+
 // An event comes back as it was called.
 void checkEvent(const Value& name, const ZRProperties* properties) {
   Bytes written;
@@ -62,6 +78,9 @@ void checkEvent(const Value& name, const ZRProperties* properties) {
                   fuzz::same(read->properties.getLocationAttributesArray(), expected.getLocationAttributesArray()) &&
                   read->properties.isNonInteractiveEvent() == expected.isNonInteractiveEvent(),
               "an event that was written comes back equal");
+  fuzz::check(!written.isExact() || (isIdentical(name, read->name) &&
+                                     isIdentical(expected.getAttributesDict(), read->properties.getAttributesDict())),
+              "an exact one comes back identical");
 }
 
 // Makes an event of the value through the operations of a host.

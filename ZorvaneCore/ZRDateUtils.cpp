@@ -26,14 +26,11 @@ std::string zoneText(std::int64_t offset) {
 // The text of a time, made once for all that ask within a millisecond: the events of a burst share it. Thread-safe.
 class LastTime {
  public:
-  using ZoneText = std::string (*)(std::int64_t offset);
-  explicit LastTime(ZoneText zone) : zone_(zone) {}
-
-  Text text(Date date, std::int64_t offset) {
+  Text text(Date date, std::int64_t offset, bool isGMT) {
     const auto milliseconds = platform::millisecondsOfDate(date);
     platform::MutexLock lock(mutex_);
     if (milliseconds != milliseconds_ || offset != offset_) {
-      text_ = platform::isoTextOfDate(date, offset, zone_(offset));
+      text_ = platform::isoTextOfDate(date, offset, isGMT ? "Z" : zoneText(offset));
       milliseconds_ = milliseconds;
       offset_ = offset;
     }
@@ -41,7 +38,6 @@ class LastTime {
   }
 
  private:
-  const ZoneText zone_;
   platform::Mutex mutex_;
   std::optional<std::int64_t> milliseconds_ ZR_GUARDED_BY(mutex_);
   std::int64_t offset_ ZR_GUARDED_BY(mutex_) = 0;
@@ -86,8 +82,8 @@ bool ZRDateUtils::isDate1LaterToDate2(std::optional<Date> date1, std::optional<D
 }
 
 Text ZRDateUtils::getGMTtime() {
-  static LastTime& last = *new LastTime([](std::int64_t) { return std::string("Z"); });
-  return last.text(platform::hostServices().clock->now(), 0);
+  static LastTime& last = *new LastTime;
+  return last.text(platform::hostServices().clock->now(), 0, true);
 }
 
 Text ZRDateUtils::getLocalTime() {
@@ -95,8 +91,8 @@ Text ZRDateUtils::getLocalTime() {
 }
 
 Text ZRDateUtils::getLocalTime(Date date) {
-  static LastTime& last = *new LastTime(zoneText);
-  return last.text(date, deviceOffset(date));
+  static LastTime& last = *new LastTime;
+  return last.text(date, deviceOffset(date), false);
 }
 
 }  // namespace zorvane

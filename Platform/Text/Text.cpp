@@ -5,7 +5,7 @@
 namespace zorvane::platform {
 namespace {
 
-// Up to 16 bytes. Two copies of a fixed size take less time than a call of memcpy.
+// Up to 15 bytes. Two copies of a fixed size take less time than a call of memcpy.
 inline void copyShort(char* to, std::string_view text) {
   const std::size_t size = text.size();
   const char* const from = text.data();

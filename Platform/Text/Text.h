@@ -37,11 +37,11 @@ class ZR_PUBLIC Text {
   // As of std::string. What data() and c_str() return is valid until this Text is changed or moved.
   std::size_t size() const noexcept { return isShared() ? shared().size : kInside - static_cast<std::size_t>(tag()); }
   bool empty() const noexcept { return size() == 0; }
-  const char* data() const noexcept {
+  const char* data() const noexcept ZR_LIFETIME_BOUND {
     return isShared() ? reinterpret_cast<const char*>(&shared() + 1) : bytes_.data();
   }
-  const char* c_str() const noexcept { return data(); }
-  std::string_view view() const noexcept { return {data(), size()}; }
+  const char* c_str() const noexcept ZR_LIFETIME_BOUND { return data(); }
+  std::string_view view() const noexcept ZR_LIFETIME_BOUND { return {data(), size()}; }
   // Copies the text, without a zero byte, and returns its end there. May write kCopyRoom bytes more.
   char* copyTo(char* to) const noexcept {
     // Of any Text so many bytes can be read.
@@ -50,7 +50,7 @@ class ZR_PUBLIC Text {
     if (text.size() > kCopyRoom) std::memcpy(to + kCopyRoom, text.data() + kCopyRoom, text.size() - kCopyRoom);
     return to + text.size();
   }
-  operator std::string_view() const noexcept { return view(); }
+  operator std::string_view() const noexcept ZR_LIFETIME_BOUND { return view(); }
 
   // The same bytes.
   friend bool operator==(const Text& left, const Text& right) noexcept { return left.view() == right.view(); }

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <random>
 #include <set>
@@ -300,12 +302,57 @@ TEST(JournalRingTest, ClearedEventsAreReadUntilTheyAreMarkedOrReleased) {
   ring.markRecorded(positions[0], false, "", "");
   ring.release(positions[1]);
   ring.release(positions[2]);
+  EXPECT_EQ(platform::readFile(directory.file("journal"), kBytes).value().find(payload), std::string::npos) << "wiped";
   const std::vector<std::uint64_t> cleared = positions;
   for (int i = 0; i < 10; ++i) {
     append();
     ring.release(positions.back());
   }
   for (const std::uint64_t position : cleared) EXPECT_EQ(ring.read(position), std::nullopt);
+}
+
+TEST(JournalRingTest, FullRingThatWasClearedTakesEventsAgain) {
+  platform::skipFsync();
+  const platform::TemporaryDirectory directory;
+  static Ring ring;
+  static std::vector<std::uint64_t> positions;
+  std::string bytes;
+  ASSERT_TRUE(ring.open(directory.file("journal"), kBytes, bytes));
+  ASSERT_TRUE(ring.start(kBytes, {}));
+  ASSERT_TRUE(ring.setSession("S0"));
+  // Until the oldest record is written, nothing can be swept.
+  Ring::onStep = [] {
+    Ring::onStep = nullptr;
+    while (const std::uint64_t position = ring.append(kEvent, "", 1)) positions.push_back(position);
+    EXPECT_FALSE(ring.setSession(std::string(1000, 'S')));
+    ring.clear();
+  };
+  positions.push_back(ring.append(kEvent, "oldest", 1));
+  EXPECT_EQ(ring.append(kEvent, "", 1), 0u);
+  for (const std::uint64_t position : positions) ring.release(position);
+  EXPECT_NE(ring.append(kEvent, "", 1), 0u);
+}
+
+TEST(JournalRingTest, DamagedLengthOfARecordStopsNoThread) {
+  platform::skipFsync();
+  const platform::TemporaryDirectory directory;
+  const std::string path = directory.file("journal");
+  for (const std::uint32_t units : {0u, ~0u}) {
+    Ring ring;
+    std::string bytes;
+    ASSERT_TRUE(ring.open(path, kBytes, bytes));
+    ASSERT_TRUE(ring.start(kBytes, readContents(bytes)));
+    ASSERT_TRUE(ring.setSession("S0"));
+    const std::uint64_t position = ring.append(kEvent, "Damaged", 1);
+    const std::size_t at = platform::readFile(path, kBytes).value().find("Damaged") - sizeof(Record);
+    std::fstream file(path, std::ios::in | std::ios::out);
+    file.seekp(static_cast<std::streamoff>(at + offsetof(Record, units)));
+    file.write(reinterpret_cast<const char*>(&units), sizeof units).flush();
+    EXPECT_EQ(ring.read(position), std::nullopt);
+    ring.release(position);
+    while (ring.append(kEvent, "", 1) != 0) {
+    }
+  }
 }
 
 TEST(JournalRingTest, SessionWithoutRoomReleasesNoEvent) {

@@ -53,7 +53,7 @@ class ZREventJournal {
   // null.
   virtual Ticket called(Value& name, std::shared_ptr<const ZRProperties>& properties) noexcept = 0;
   // Gives back what called() took, no properties as empty ones; does nothing if it took nothing. Call it once, before
-  // recorded() or released(). False when it is lost; the log says so.
+  // recorded() or released(). False when it is lost, which the log says, or in a forked process: the parent has it.
   virtual bool read(Ticket ticket, Value& name, std::shared_ptr<const ZRProperties>& properties) noexcept = 0;
   // It joins the current batch as this record, which takes the ticket along under a key of its own. A save leaves that
   // key out (withoutObjects).

@@ -95,6 +95,7 @@ class Journal final : public ZREventJournal {
       if (isFailed(ring_.start(bytes_, contents))) return;
       wasStarted_ = true;
       sessionChanged();
+      hasSession_ = true;
       if (syncSeconds_ > 0) startSyncs();
     });
   }
@@ -126,7 +127,8 @@ class Journal final : public ZREventJournal {
                              ZREventsHandler::sharedInstance().shouldEventSkippedFromDataOptOut(*name.asString());
       ticket = ring_.append(isAllowed ? journal::kAllowedEvent : journal::kEvent, payload.view(),
                             platform::hostServices().clock->now().secondsSince1970);
-      if (ticket == 0) return reportFull();
+      if (ticket == 0 && hasSession_) reportFull();
+      if (ticket == 0) return;
       if (!payload.isExact()) return;
       name = {};
       properties.reset();
@@ -206,6 +208,8 @@ class Journal final : public ZREventJournal {
   ZRTurn sessionTurn_;
   std::atomic<bool> wasOpened_{false};
   std::atomic<bool> wasStarted_{false};
+  // The first is in it, or did not fit. Before, it takes no events.
+  std::atomic<bool> hasSession_{false};
   // What askOptedOut() returned last. It takes locks, too much for each call.
   std::atomic<bool> isOptedOut_{false};
   std::atomic<bool> isFullReported_{false};

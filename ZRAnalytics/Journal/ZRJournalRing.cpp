@@ -275,7 +275,10 @@ void Ring::forget(std::uint64_t position) {
   if (position < swept_) {
     unread_.erase(position);
   } else if (position != 0 && at(position).position == position) {
+    // clear() met a record that was not yet written, and left this one.
     set(at(position).state, kReleased);
+    sweep(true);
+    if (!isSessionWritten_) writeSession();
   }
 }
 
@@ -317,6 +320,8 @@ void Ring::sweep(bool isClearing) {
     } else if (!isVoid || (state == kCalled && !keepUnread(record))) {
       break;
     }
+    // Something else wrote to it: the journal fills up, and later events are in memory only.
+    if (record.units == 0 || record.units > head - swept_) break;
     swept_ += record.units;
   }
   // A copy of the session costs more than a little space.
@@ -343,15 +348,16 @@ bool Ring::keepUnread(const Record& record) {
 }
 
 bool Ring::moveSession() {
+  const auto payload = payloadAt(sessionAtTail_);
+  if (!payload) return false;
   const Record& old = at(sessionAtTail_);
-  const std::uint64_t units = old.units;
+  const std::uint64_t units = unitsOf(payload->size());
   std::uint64_t position = swept_ - units;
   // A record never wraps: then it goes before the end of the ring.
   if (position % capacity_ + units > capacity_) position -= position % capacity_ + units - capacity_;
   if (position < sessionAtTail_ + units) return false;
   wipe(sessionAtTail_ + units, swept_);
-  write(position, units, kSession, {reinterpret_cast<const char*>(&old) + sizeof old, old.bytes}, old.time,
-        old.session);
+  write(position, units, kSession, *payload, old.time, old.session);
   wipe(sessionAtTail_, sessionAtTail_ + units);
   sessionAtTail_ = position;
   tail_.store(position, std::memory_order_release);

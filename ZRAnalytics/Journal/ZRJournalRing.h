@@ -51,7 +51,7 @@ class Ring {
   // Adds an event. 0 when there is no room. Takes no lock while there is.
   std::uint64_t append(Kind kind, std::string_view payload, double time);
   // The payload of an event that was appended, for as long as it is neither marked nor released, cleared or not. Absent
-  // when the file was damaged.
+  // when the file was damaged, and in a forked process.
   std::optional<std::string> read(std::uint64_t position);
   // False when there is no room for an event of this session; then append() gives 0 until there is.
   bool setSession(std::string payload);

@@ -16,6 +16,7 @@
 #include "ZRAnalytics/Constants/ZRAnalyticsConstants.h"
 #include "ZRAnalytics/EventManagement/ZREventsHandler.h"
 #include "ZRAnalytics/Journal/ZRJournalFormat.h"
+#include "ZRAnalytics/Journal/ZRJournalRing.h"
 #include "ZRAnalytics/SessionAndSource/ZRSessionManager.h"
 #include "ZRAnalytics/Utils/ZRGeoLocation.h"
 #include "ZRAnalytics/ZRAnalytics.h"
@@ -24,6 +25,7 @@
 namespace zorvane::testing {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
@@ -273,6 +275,20 @@ TEST_F(JournalTest, FullJournalIsReportedOnceAndEmptiesWithASave) {
   EXPECT_THAT(savedNames().back(), ElementsAre("Wrapped995", "Wrapped996", "Wrapped997", "Wrapped998", "Wrapped999"));
 }
 
+TEST_F(JournalTest, CallBeforeItTakesEventsIsRecordedAndNotReported) {
+  // While the file and the record of the first session are written.
+  static int stepsLeft = 5;
+  static void (*trackEarly)() = [] {
+    journal::Ring::onStep = nullptr;
+    ZRAnalytics::sharedInstance().trackEventWithProperties("Early", nullptr);
+    if (--stepsLeft > 0) journal::Ring::onStep = trackEarly;
+  };
+  journal::Ring::onStep = trackEarly;
+  launch();
+  EXPECT_FALSE(log_->has("Journal : full, events are in memory only"));
+  EXPECT_THAT(eventNames(*ZREventsHandler::sharedInstance().viewsInfoArray()), Contains("Early"));
+}
+
 TEST_F(JournalTest, DamageCostsWhatIsDamaged) {
   const auto killed = [&] {
     launch();
@@ -426,19 +442,21 @@ TEST_F(JournalTest, ForkedChildLeavesTheJournalToItsParent) {
   inEarlierLaunch([&] {
     launch();
     record("Parent");
+    track("Waiting");
     if (fork() == 0) {
       track("Child");
       ZREventsHandler::sharedInstance().clearEventsdata();
       settle();
-      EXPECT_EQ(::write(forked[1], "", 1), 1);
+      EXPECT_EQ(::write(forked[1], log_->has("Journal : an event cannot be read and is lost") ? "!" : "", 1), 1);
       // It outlives its parent.
       ::close(done[1]);
       _exit(static_cast<int>(::read(done[0], &byte, 1)));
     }
     EXPECT_EQ(::read(forked[0], &byte, 1), 1);
+    EXPECT_EQ(byte, 0) << "the child takes the parent's event for lost";
   });
   launch();
-  EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("Parent")));
+  EXPECT_THAT(savedNames(), ElementsAre(ElementsAre("Parent", "Waiting")));
 }
 
 TEST_F(JournalTest, OnlyTheOwnerReadsItAndNoLinkIsFollowed) {
