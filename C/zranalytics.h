@@ -259,7 +259,8 @@ ZR_API zr_status zr_options_set_remote_configuration(zr_options* options, const 
  * application without the module was updated to one with it. */
 ZR_API zr_status zr_options_set_app_status(zr_options* options, int64_t status);
 /* Keeps a journal: an event whose call has returned is not lost by a kill (docs/journal.md). Default: none. bytes: the
- * size of its file; 0 means 1 MiB. sync_seconds: how often it is synced, in case of a power loss; 0 means never. */
+ * size of its file, 64 KiB to 256 MiB, a size beyond counts as the nearest; 0 means 1 MiB. sync_seconds: how often it
+ * is synced, in case of a power loss; 0 means never. */
 ZR_API zr_status zr_options_set_journal(zr_options* options, uint64_t bytes, double sync_seconds);
 
 /* The application's state. */

@@ -63,7 +63,8 @@ Options parseOptions(const std::vector<std::string>& arguments) {
       ->type_name("FILE")
       ->check(refuseEmpty);
   line.add_flag("--quiet", options.quiet,
-                "nothing on standard error while running, unless the record cannot be written");
+                "nothing on standard error while running, unless the record cannot be written")
+      ->disable_flag_override();
   const std::string faults = "Injected faults, to test a client";
   line.add_option("--fail-every", options.failEvery, "every N-th POST is answered 503 and its content is not stored")
       ->option_text("N")

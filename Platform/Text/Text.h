@@ -3,8 +3,12 @@
 
 #include <array>
 #include <atomic>
+#include <compare>
 #include <cstddef>
 #include <cstring>
+#include <functional>
+#include <iosfwd>
+#include <string>
 #include <string_view>
 
 #include "Platform/Export.h"
@@ -50,12 +54,27 @@ class ZR_PUBLIC Text {
     if (text.size() > kCopyRoom) std::memcpy(to + kCopyRoom, text.data() + kCopyRoom, text.size() - kCopyRoom);
     return to + text.size();
   }
+  const char* begin() const noexcept ZR_LIFETIME_BOUND { return data(); }
+  const char* end() const noexcept ZR_LIFETIME_BOUND { return data() + size(); }
   operator std::string_view() const noexcept ZR_LIFETIME_BOUND { return view(); }
+  // A copy.
+  operator std::string() const { return std::string(view()); }
 
   // The same bytes.
   friend bool operator==(const Text& left, const Text& right) noexcept { return left.view() == right.view(); }
   // The same bytes.
   friend bool operator==(const Text& left, std::string_view right) noexcept { return left.view() == right; }
+  // By bytes.
+  friend auto operator<=>(const Text& left, const Text& right) noexcept { return left.view().compare(right) <=> 0; }
+  // By bytes.
+  friend auto operator<=>(const Text& left, std::string_view right) noexcept {
+    return left.view().compare(right) <=> 0;
+  }
+  // Writes the bytes.
+  template <typename Traits>
+  friend std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& out, const Text& text) {
+    return out << text.view();
+  }
 
  private:
   // In front of shared text, which ends with a zero byte.
@@ -90,3 +109,10 @@ class ZR_PUBLIC Text {
 };
 
 }  // namespace zorvane::platform
+
+template <>
+struct std::hash<zorvane::platform::Text> {
+  std::size_t operator()(const zorvane::platform::Text& text) const noexcept {
+    return std::hash<std::string_view>()(text.view());
+  }
+};

@@ -180,13 +180,15 @@ class ZR_PUBLIC Value {
   // Booleans are numbers.
   bool isNumber() const noexcept { return kind() >= Kind::Bool && kind() <= Kind::Double; }
 
-  // Null if the value is of another kind. Valid until this Value is changed.
-  const bool* asBool() const noexcept { return kind_ == Kind::Bool ? &bool_ : nullptr; }
-  const std::int64_t* asInteger() const noexcept { return kind_ == Kind::Integer ? &integer_ : nullptr; }
-  const double* asDouble() const noexcept { return kind_ == Kind::Double ? &double_ : nullptr; }
-  const Text* asString() const noexcept { return kind_ == Kind::String ? &text_ : nullptr; }
+  // Null if the value is of another kind. Valid until this Value is changed or destroyed.
+  const bool* asBool() const noexcept ZR_LIFETIME_BOUND { return kind_ == Kind::Bool ? &bool_ : nullptr; }
+  const std::int64_t* asInteger() const noexcept ZR_LIFETIME_BOUND {
+    return kind_ == Kind::Integer ? &integer_ : nullptr;
+  }
+  const double* asDouble() const noexcept ZR_LIFETIME_BOUND { return kind_ == Kind::Double ? &double_ : nullptr; }
+  const Text* asString() const noexcept ZR_LIFETIME_BOUND { return kind_ == Kind::String ? &text_ : nullptr; }
   const Data* asData() const noexcept { return sharedAs<Data>(Kind::Data); }
-  const Date* asDate() const noexcept { return kind_ == Kind::Date ? &date_ : nullptr; }
+  const Date* asDate() const noexcept ZR_LIFETIME_BOUND { return kind_ == Kind::Date ? &date_ : nullptr; }
   const URL* asURL() const noexcept { return sharedAs<URL>(Kind::URL); }
   const Array* asArray() const noexcept { return sharedAs<Array>(Kind::Array); }
   const Dictionary* asDictionary() const noexcept { return sharedAs<Dictionary>(Kind::Dictionary); }
@@ -292,7 +294,7 @@ class ZR_PUBLIC Dictionary {
   const_iterator begin() const noexcept { return entries_.begin(); }
   const_iterator end() const noexcept { return entries_.end(); }
 
-  // Null when the key is missing. Valid until the dictionary is changed.
+  // Null when the key is missing. Valid until the dictionary is changed. The key as it is stored: valid UTF-8.
   const Value* find(std::string_view key) const noexcept;
   // Null for the null marker, too.
   const Value* findNonNull(std::string_view key) const noexcept;

@@ -12,8 +12,8 @@ class ZREventJournal;
 
 // How a journal is kept.
 struct ZRJournalOptions {
-  // The size of its file, 64 KiB to 256 MiB, rounded up to 4 KiB. A small event takes about 400 bytes until it is
-  // saved.
+  // The size of its file, 64 KiB to 256 MiB, rounded up to 4 KiB; a size beyond counts as the nearest. A small event
+  // takes about 400 bytes until it is saved.
   std::size_t bytes = 1u << 20;
   // Seconds between two syncs of the file by a background task; 0: none. A power loss costs what was not synced. A kill
   // costs nothing in either case.

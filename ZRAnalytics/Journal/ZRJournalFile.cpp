@@ -39,7 +39,8 @@ platform::Result<int> openFile(const std::string& path) {
     if (file < 0 && errno != ELOOP) return errorOf("open");
     if (file >= 0 && isOwnFile(file)) {
       if (systemCalls().flock(file, LOCK_EX | LOCK_NB) == 0) return file;
-      const platform::Error error = errorOf("flock");
+      const platform::Error error =
+          errno == EWOULDBLOCK ? platform::Error{"another process keeps " + path, EWOULDBLOCK} : errorOf("flock");
       systemCalls().close(file);
       return error;
     }

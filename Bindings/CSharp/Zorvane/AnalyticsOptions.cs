@@ -99,7 +99,7 @@ namespace Zorvane
         /// means 1 MiB. Null: no journal.</summary>
         public ulong? JournalBytes { get; set; }
 
-        /// <summary>How often the journal is synced, in case of a power loss. Zero: never.</summary>
+        /// <summary>How often a journal is synced, in case of a power loss. Zero: never.</summary>
         public TimeSpan JournalSync { get; set; }
 
         /// <summary>Takes log messages; it must not call the module. Null: nothing is logged.</summary>

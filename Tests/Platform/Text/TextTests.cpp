@@ -1,6 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <map>
 #include <set>
+#include <sstream>
+#include <string>
+#include <unordered_map>
 
 #include "Platform/Text/CaseMapping.h"
 #include "Platform/Text/Hex.h"
@@ -174,6 +179,21 @@ TEST(Text, KeepsBytesOfAnySizeInEachCopy) {
     EXPECT_EQ(text, "other");
     EXPECT_EQ(copy, expected);
   }
+}
+
+TEST(Text, StandsWhereTheTextOfTheStandardLibraryDoes) {
+  const Text text{"b"};
+  std::ostringstream out;
+  out << text << Text();
+  EXPECT_EQ(out.str(), "b");
+  const std::string copy = text;
+  EXPECT_EQ(copy, std::string(text.begin(), text.end()));
+  EXPECT_TRUE(Text("a") < text && text < "c" && "\x7F" < Text("\xC3"));
+  std::map<std::string, int, std::less<>> byString{{"b", 1}};
+  EXPECT_EQ(byString.find(text)->second, 1);
+  EXPECT_EQ(++byString[text], 2);
+  std::unordered_map<Text, int> byText{{text, 3}};
+  EXPECT_EQ(byText[Text("b")], 3);
 }
 
 }  // namespace

@@ -22,14 +22,15 @@ class ZR_PUBLIC ZRProperties {
   explicit ZRProperties(Dictionary plain) : attributeDict_(std::move(plain)) {}
   ZRProperties(const ZRProperties&) = default;
   ZRProperties& operator=(const ZRProperties&) = default;
-  // Calls addAttributeWithName for each pair; null means no attributes.
+  // Calls addAttributeWithName for each pair; null means no attributes. Containers are named:
+  //   initWithAttributes({{"price", 9.5}, {"sizes", Array{41, 42}}, {"shop", Dictionary{{"city", "Bonn"}}}})
   static std::shared_ptr<ZRProperties> initWithAttributes(Dictionary attributes);
   static std::shared_ptr<ZRProperties> initWithAttributes(const Dictionary* attributes);
 
-  // Takes any value. A date goes to the date-time section, a ZRGeoLocation to the location section, everything else to
-  // the plain section, where it replaces an earlier value of that name. Data becomes hexadecimal text, a URL its text,
-  // a null marker "", in nested dictionaries too; arrays stay unchanged. The name "zrv_non_interactive" is never
-  // stored: the value 1 sets the non-interactive flag, 0 clears it.
+  // Takes any value; the name comes second and must be text. A date goes to the date-time section, a ZRGeoLocation to
+  // the location section, everything else to the plain section, where it replaces an earlier value of that name. Data
+  // becomes hexadecimal text, a URL its text, a null marker "", in nested dictionaries too; arrays stay unchanged. The
+  // name "zrv_non_interactive" is never stored: the value 1 sets the non-interactive flag, 0 clears it.
   void addAttributeWithName(const Value& value, const Value& name);
   // Into the location section.
   void addLocationAttributeWithName(const std::shared_ptr<const ZRGeoLocation>& value, const Value& name);
