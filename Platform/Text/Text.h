@@ -110,9 +110,11 @@ class ZR_PUBLIC Text {
 
 }  // namespace zorvane::platform
 
+namespace std {
+// Of the bytes.
 template <>
-struct std::hash<zorvane::platform::Text> {
-  std::size_t operator()(const zorvane::platform::Text& text) const noexcept {
-    return std::hash<std::string_view>()(text.view());
-  }
+struct hash<zorvane::platform::Text> {
+  // As of the std::string_view.
+  size_t operator()(const zorvane::platform::Text& text) const noexcept { return hash<string_view>()(text.view()); }
 };
+}  // namespace std
