@@ -35,7 +35,7 @@ class SteppedClock final : public platform::Clock {
   void step() { ++steps_; }
 
  private:
-  const platform::SystemClock machine_;
+  const platform::SystemClock machine_{};
   std::atomic<int> steps_{0};
 };
 
