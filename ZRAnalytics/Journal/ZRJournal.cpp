@@ -127,11 +127,12 @@ class Journal final : public ZREventJournal {
                              ZREventsHandler::sharedInstance().shouldEventSkippedFromDataOptOut(*name.asString());
       ticket = ring_.append(isAllowed ? journal::kAllowedEvent : journal::kEvent, payload.view(),
                             platform::hostServices().clock->now().secondsSince1970);
-      if (ticket == 0 && hasSession_) reportFull();
-      if (ticket == 0) return;
-      if (!payload.isExact()) return;
-      name = {};
-      properties.reset();
+      if (ticket == 0) {
+        if (hasSession_) reportFull();
+      } else if (payload.isExact()) {
+        name = {};
+        properties.reset();
+      }
     });
     return ticket;
   }

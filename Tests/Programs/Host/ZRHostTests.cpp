@@ -35,6 +35,7 @@ TEST_F(ZRHost, WrongUsageIsSaidInOneLine) {
       {{"--data", data, "--endpoint", "http:///v1"}, "--endpoint: must be"},
       {{"--data", data, "--endpoint", url, "--clock", "yesterday"}, "--clock: must be"},
       {{"--data", data, "--endpoint", url, "--verbose"}, "not expected: --verbose"},
+      {{"--data", data, "--endpoint", url, "--strict=0"}, "strict was given"},
       {{"--data", data, "--endpoint", url, "a", "b"}, "not expected: b"},
       {{"--data", data, "--endpoint", url, directory_.file("none")}, "none: No such file"},
       {{"--data", data, "--endpoint", url, directory_.path()}, "Is a directory"},
