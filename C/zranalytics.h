@@ -84,7 +84,7 @@ typedef enum zr_status {
 } zr_status;
 
 /* Of the last call on this thread that failed; ZR_OK and "" if none has. The text is one sentence, at most 255 bytes.
- * It is valid until the next failing call on this thread. */
+ * It is valid until the next failing call on this thread; a call that succeeds leaves both as they are. */
 ZR_API zr_status zr_last_status(void);
 ZR_API const char* zr_last_error(void);
 
@@ -484,8 +484,8 @@ ZR_API zr_status zr_set_user_attribute_date(const char* key, size_t key_length, 
 /* As zr_properties_add_iso_date. */
 ZR_API zr_status zr_set_user_attribute_iso_date(const char* key, size_t key_length, const char* text, size_t length);
 ZR_API zr_status zr_set_user_attribute_location(const char* key, size_t key_length, double latitude, double longitude);
-/* Logs a user in under the trimmed text. If another one is logged in, that one is logged out first, as by
- * zr_reset_user. */
+/* Logs a user in under the trimmed text; empty text is a user of its own. If another one is logged in, that one is
+ * logged out first, as by zr_reset_user. */
 ZR_API zr_status zr_login(const char* unique_id, size_t length);
 /* Renames the current user without a logout. Writes a file. */
 ZR_API zr_status zr_set_alias(const char* unique_id, size_t length);

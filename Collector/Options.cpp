@@ -71,7 +71,7 @@ Options parseOptions(const std::vector<std::string>& arguments) {
       ->check(wholeNumberUpTo(1'000'000'000))
       ->group(faults);
   line.add_option("--drop-every", options.dropEvery,
-                  "every N-th of the other POSTs is handled, but its connection closed without a response")
+                  "every N-th POST that --fail-every leaves is handled, but its connection closed without a response")
       ->option_text("N")
       ->check(wholeNumberUpTo(1'000'000'000))
       ->group(faults);

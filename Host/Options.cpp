@@ -121,7 +121,7 @@ Options parseOptions(const std::vector<std::string>& arguments) {
   line.add_flag("--journal", options.journal, "an event that was tracked outlives a kill: a file of 1 MiB keeps it")
       ->disable_flag_override();
   line.add_flag("--strict", options.strict,
-                "exit status 4 if the service refused or did not get a batch, and it is still unsent at the end")
+                "exit status 4 if a batch is unsent at the end because the service refused or did not get it")
       ->disable_flag_override();
   line.add_flag("--quiet", options.quiet, "no \"done\" lines")->disable_flag_override();
   line.add_option("SCRIPT", options.script, "a file of JSON lines, one action each; \"-\" or none: standard input")

@@ -1,10 +1,19 @@
 #include "Platform/Dispatch/MainLoop.h"
 
+#include <chrono>
+#include <new>
 #include <utility>
 
 #include "Platform/Dispatch/DetachedThread.h"
 
 namespace zorvane::platform {
+
+namespace {
+
+// Until timers that are due are posted again.
+constexpr std::chrono::milliseconds kMemoryPause{10};
+
+}  // namespace
 
 struct MainLoop::SyncCall {
   enum class State { Waiting, Running, Done, GivenUp };
@@ -68,8 +77,10 @@ void MainLoop::sync(const std::function<void()>& work) {
   std::exception_ptr exception;
   {
     MutexLock lock(mutex_);
-    while (call->state == SyncCall::State::Running ||
-           (call->state == SyncCall::State::Waiting && pumped && !stopped_)) {
+    const auto isPumped = [&]() ZR_REQUIRES(mutex_) {
+      return pumped && !stopped_ && (pump_ != Pump::OwnThread || ownThreadStarted_);
+    };
+    while (call->state == SyncCall::State::Running || (call->state == SyncCall::State::Waiting && isPumped())) {
       syncCallChanged_.wait(mutex_);
     }
     if (call->state == SyncCall::State::Waiting) call->state = SyncCall::State::GivenUp;
@@ -162,8 +173,11 @@ bool MainLoop::claimThreadStart() {
 
 bool MainLoop::startOwnThread() {
   if (startDetachedThread("zr.main", [self = shared_from_this()] { self->runOwnThread(); })) return true;
-  MutexLock lock(mutex_);
-  ownThreadStarted_ = false;
+  {
+    MutexLock lock(mutex_);
+    ownThreadStarted_ = false;
+  }
+  syncCallChanged_.notifyAll();
   return false;
 }
 
@@ -240,15 +254,24 @@ bool MainLoop::runNext() {
 
 void MainLoop::serveTimers() noexcept {
   while (waitForDueTimer()) {
-    enqueue([this] {
-      fireDueOnMainThread();
-      {
-        MutexLock lock(mutex_);
-        firingPosted_ = false;
-      }
-      wake_.notifyAll();
-    });
+    try {
+      enqueue([this] {
+        fireDueOnMainThread();
+        endFiring();
+      });
+    } catch (const std::bad_alloc&) {
+      std::this_thread::sleep_for(kMemoryPause);
+      endFiring();
+    }
   }
+}
+
+void MainLoop::endFiring() {
+  {
+    MutexLock lock(mutex_);
+    firingPosted_ = false;
+  }
+  wake_.notifyAll();
 }
 
 bool MainLoop::waitForDueTimer() {

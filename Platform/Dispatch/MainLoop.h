@@ -62,6 +62,8 @@ class MainLoop final : public MainQueue, public std::enable_shared_from_this<Mai
   // Waits until timers are due and no earlier firing is still posted. False when the loop is stopped.
   bool waitForDueTimer();
   void fireDueOnMainThread();
+  // Lets the next firing be posted.
+  void endFiring();
 
   // True when the caller must call startOwnThread() after it releases the mutex.
   bool claimThreadStart() ZR_REQUIRES(mutex_);

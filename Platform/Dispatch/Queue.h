@@ -25,8 +25,9 @@ class ZR_PUBLIC ZR_CAPABILITY("queue") Queue {
   Queue& operator=(const Queue&) = delete;
   virtual ~Queue() = default;
 
-  // Posts the task and returns. Serial queues, such as the main queue, run tasks in the order of posting, one at a
-  // time; concurrent queues promise no order.
+  // Posts the task and returns. Serial queues, such as the main queue, run the tasks that one thread posts in the order
+  // of posting, and all tasks one at a time; concurrent queues promise no order. Throws std::bad_alloc without memory;
+  // the task is not posted then.
   virtual void async(Task task) = 0;
   // As async(). But tasks that are posted so run one at a time and in the order of posting, on a concurrent queue, too.
   // And they may wait for a few milliseconds, so that one wake serves several. They must not block, because what they

@@ -1,35 +1,28 @@
 #include "Platform/Dispatch/SerialQueue.h"
 
+#include <chrono>
 #include <new>
+#include <thread>
 #include <utility>
 
 #include "Platform/Dispatch/CurrentQueue.h"
 
 namespace zorvane::platform {
 
-// A queue with tasks has exactly one task in the pool, called its turn. The turn runs them.
+namespace {
+
+constexpr std::chrono::milliseconds kMemoryPause{10};
+
+}  // namespace
+
+// A queue with tasks has exactly one task in the pool, its turn, which runs them.
 struct SerialQueue::State {
   State(std::shared_ptr<WorkerPool> thePool, std::shared_ptr<QueueContext> theContext)
       : pool(std::move(thePool)), context(std::move(theContext)) {}
 
-  // False without memory.
-  static bool postTurn(const std::shared_ptr<State>& self) noexcept {
-    try {
-      self->pool->post(
-          Priority::Default, [self] { takeTurn(self); }, WorkerPool::Urgency::Now);
-      return true;
-    } catch (const std::bad_alloc&) {
-      return false;
-    }
-  }
-  static void takeTurn(const std::shared_ptr<State>& self) {
-    const CurrentQueue::Scope scope(self.get());
-    while (self->runBatch()) {
-      if (self->pool->isBehind() && postTurn(self)) return;
-    }
-  }
+  // Throws std::bad_alloc without memory; the task is unchanged then.
   static void push(const std::shared_ptr<State>& self, Task&& task);
-  // Runs the tasks posted so far. False when there were none; the turn is over then.
+  // Runs the tasks posted so far; after shutdown only destroys them. False when there were none; the turn is over then.
   bool runBatch();
 
   const std::shared_ptr<WorkerPool> pool;
@@ -40,6 +33,31 @@ struct SerialQueue::State {
   bool hasTurn ZR_GUARDED_BY(mutex) = false;
   // Used by the turn only.
   TaskFifo batch;
+};
+
+struct SerialQueue::Turn {
+  explicit Turn(std::shared_ptr<State> theState) noexcept : state(std::move(theState)) {}
+  Turn(Turn&&) noexcept = default;
+  // The pool drops the turn at shutdown.
+  ~Turn() {
+    if (!state || !state->pool->isShutDown()) return;
+    while (state->runBatch()) {
+    }
+  }
+
+  void operator()() {
+    const std::shared_ptr<State> self = std::move(state);
+    const CurrentQueue::Scope scope(self.get());
+    while (self->runBatch()) {
+      if (!self->pool->isBehind()) continue;
+      try {
+        return self->pool->post(Priority::Default, Turn(self), WorkerPool::Urgency::Now);
+      } catch (const std::bad_alloc&) {  // goes on here
+      }
+    }
+  }
+
+  std::shared_ptr<State> state;
 };
 
 bool SerialQueue::State::runBatch() {
@@ -64,26 +82,35 @@ SerialQueue::SerialQueue(std::string label, std::shared_ptr<WorkerPool> pool, st
     : Queue(std::move(label)), state_(std::make_shared<State>(std::move(pool), std::move(context))) {}
 
 void SerialQueue::State::push(const std::shared_ptr<State>& self, Task&& task) {
-  bool needsTurn = false;
-  {
-    MutexLock lock(self->mutex);
-    self->incoming.push(std::move(task));
-    self->context->tasks.add();
-    needsTurn = !std::exchange(self->hasTurn, true);
-  }
-  if (!needsTurn || postTurn(self)) return;
-  // The next task posts a turn for both.
+  Task turn;
   MutexLock lock(self->mutex);
-  self->hasTurn = false;
+  // First, because a turn without a task does no harm.
+  if (!self->hasTurn) {
+    turn = Turn(self);
+    self->pool->post(Priority::Default, std::move(turn), WorkerPool::Urgency::Now);
+    self->hasTurn = true;
+  }
+  self->incoming.push(std::move(task));
+  self->context->tasks.add();
 }
 
 void SerialQueue::async(Task task) {
   WorkerPool& pool = *state_->pool;
   if (pool.isShutDown()) return;
   if (!pool.hasBatches() || WorkerPool::isWorker()) return State::push(state_, std::move(task));
-  // Tasks that the calling thread has posted to wait may post to this queue. This one comes behind them.
+  // Tasks that the calling thread has posted to wait may post to this queue. This one comes behind them. Then nobody is
+  // left to tell that there is no memory, so it waits for some.
   pool.post(
-      Priority::Default, [state = state_, task = std::move(task)]() mutable { State::push(state, std::move(task)); },
+      Priority::Default,
+      [state = state_, task = std::move(task)]() mutable {
+        while (!state->pool->isShutDown()) {
+          try {
+            return State::push(state, std::move(task));
+          } catch (const std::bad_alloc&) {
+            std::this_thread::sleep_for(kMemoryPause);
+          }
+        }
+      },
       WorkerPool::Urgency::Soon);
   pool.hurry();
 }

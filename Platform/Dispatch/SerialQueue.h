@@ -19,6 +19,7 @@ class SerialQueue final : public Queue {
  private:
   // Lives until the last task has run.
   struct State;
+  struct Turn;
   std::shared_ptr<State> state_;
 };
 

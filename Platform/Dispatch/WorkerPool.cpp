@@ -264,8 +264,14 @@ void WorkerPool::carryOut(Call call) {
       break;
     case Call::StartWorker:
       if (!startDetachedThread("zr.worker", [self = shared_from_this()] { self->runWorker(); })) {
-        MutexLock lock(mutex_);
-        --looking_;
+        {
+          MutexLock lock(mutex_);
+          --looking_;
+          // One may have gone to sleep meanwhile, and a post have counted on the new one.
+          if (asleep_ == 0) return;
+          call = neededCall();
+        }
+        carryOut(call);
       }
       break;
     case Call::StartMonitor:

@@ -12,7 +12,7 @@ class Clock {
   virtual ~Clock() = default;
   // The wall clock.
   virtual Date now() const = 0;
-  // Seconds since an arbitrary start; never goes back.
+  // Seconds since an arbitrary start; never goes back. Must not throw: threads that only wait for timers ask it.
   virtual double monotonicSeconds() const = 0;
   // False for a clock that stands still until somebody moves it. Do not wait with a timeout on such a clock.
   virtual bool runsByItself() const { return true; }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstring>
 #include <functional>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -90,7 +91,11 @@ void Value::destroy() noexcept {
     content.reset();
     --destructionDepth;
   } else if (destructionQueue) {
-    destructionQueue->push_back(std::move(content));
+    try {
+      destructionQueue->push_back(std::move(content));
+    } catch (const std::bad_alloc&) {
+      content.reset();  // deeper on the stack
+    }
   } else {
     std::vector<std::shared_ptr<const void>> queue;
     destructionQueue = &queue;

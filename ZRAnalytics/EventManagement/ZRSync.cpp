@@ -1,5 +1,6 @@
 #include "ZRAnalytics/EventManagement/ZRSync.h"
 
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -17,6 +18,8 @@ using eventshandler::kFile;
 
 void ZRSync::flush(const ZRFlush& flush) {
   queue_.assertCurrent();
+  // If its last response is lost.
+  if (run_ && run_->isComplete()) end(*run_);
   std::optional<Result> result;
   std::optional<ZRFlush> parked;
   try {
@@ -70,11 +73,14 @@ std::optional<ZRSync::Result> ZRSync::start(const ZRFlush& flush) {
     }
     return Result{true, false};
   }
-  const auto run = std::make_shared<ZRSyncRun>(ZRSyncRun{flush, batches.size()});
+  const auto run = std::make_shared<ZRSyncRun>();
+  run->flush = flush;
+  run->total = batches.size();
   for (const ZRStoredBatch& batch : batches) {
     // Without an application identifier the sync stays running and its completion is never called.
     if (!send(batch, cancels, run)) break;
   }
+  run_ = run;
   return std::nullopt;
 }
 
@@ -114,10 +120,14 @@ bool ZRSync::send(const ZRStoredBatch& batch, unsigned cancels, const std::share
   parts.events = cancellable(std::move(parts.events), cancels);
   if (batch.isBareArray()) parts.requestTime = requestTimeNow();
   return sendReport(std::move(parts), [this, run, batch](bool accepted, const Value& /*response*/) {
-    queue_.async([this, run, batch, accepted] {
-      queue_.assertCurrent();
-      responseArrived(*run, batch.id(), accepted);
-    });
+    try {
+      queue_.async([this, run, batch, accepted] {
+        queue_.assertCurrent();
+        responseArrived(*run, batch.id(), accepted);
+      });
+    } catch (const std::bad_alloc&) {
+      ++run->lost;
+    }
   });
 }
 
@@ -130,7 +140,11 @@ void ZRSync::responseArrived(ZRSyncRun& run, const std::string& batchID, bool ac
                 accepted ? "sync success from batch %@" : "could not complete sync for batch %@, will try again later",
                 {batchID});
           });
-  if (!run.isComplete()) return;
+  if (run.isComplete()) end(run);
+}
+
+void ZRSync::end(const ZRSyncRun& run) {
+  const std::shared_ptr<ZRSyncRun> kept = std::move(run_);
   const std::optional<ZRFlush> parked = finish(run.flush.reset);
   complete(run.flush.completion, {run.isSuccess(), true}, parked);
 }

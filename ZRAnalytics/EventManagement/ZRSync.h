@@ -52,6 +52,8 @@ class ZRSync {
   // False when the application identifier is gone. `cancels` is the number from before the file was read.
   bool send(const ZRStoredBatch& batch, unsigned cancels, const std::shared_ptr<ZRSyncRun>& run) ZR_REQUIRES(queue_);
   void responseArrived(ZRSyncRun& run, const std::string& batchID, bool accepted) ZR_REQUIRES(queue_);
+  // No response is missing any more: the end of the sync, then the completion.
+  void end(const ZRSyncRun& run) ZR_REQUIRES(queue_);
   // Returns the parked flush that is to run after the completion, if any.
   std::optional<ZRFlush> finish(bool reset) ZR_REQUIRES(queue_);
   // Then runs the parked flush, if there is one.
@@ -64,6 +66,8 @@ class ZRSync {
   const std::function<bool()> isSendable_;
   const std::function<void()> resetUser_;
   ZRSyncLedger ledger_ ZR_GUARDED_BY(queue_);
+  // That of the running sync, once all its requests are made; else null.
+  std::shared_ptr<ZRSyncRun> run_ ZR_GUARDED_BY(queue_);
   std::atomic<bool> isResetPending_{false};
   std::atomic<unsigned> cancels_{0};
 };

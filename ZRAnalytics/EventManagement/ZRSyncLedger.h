@@ -25,6 +25,7 @@
 // from the file meanwhile stays cleared: an end only ever removes.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -52,8 +53,10 @@ struct ZRSyncRun {
   std::size_t total = 0;
   std::size_t responses = 0;
   std::size_t accepted = 0;
+  // Responses that could not be posted to the queue for want of memory. Their batches count as refused. Any thread.
+  std::atomic<std::size_t> lost{0};
 
-  bool isComplete() const { return responses == total; }
+  bool isComplete() const { return responses + lost == total; }
   bool isSuccess() const { return accepted == total; }
 };
 

@@ -224,6 +224,26 @@ TEST(ThreadScheduler, CanBeDestroyedWhileItsQueuesAreFull) {
   EXPECT_LE(*held, 20 * 300);
 }
 
+TEST(ThreadScheduler, AfterTheEndNobodyWaitsForTasksThatNeverRun) {
+  const auto held = std::make_shared<int>(0);
+  const auto scheduler = makeThreadScheduler(std::make_shared<SystemClock>());
+  const auto running = scheduler->makeSerialQueue("running");
+  const auto waiting = scheduler->makeSerialQueue("waiting");
+  std::latch started(1);
+  std::latch release(1);
+  running->async([&] {
+    started.count_down();
+    release.wait();
+  });
+  started.wait();
+  for (Queue* queue : {running.get(), waiting.get()}) queue->async([held] { ++*held; });
+  scheduler->endThreads();
+  release.count_down();
+  EXPECT_TRUE(scheduler->waitUntilIdle(60));
+  EXPECT_EQ(held.use_count(), 1);
+  EXPECT_EQ(*held, 0);
+}
+
 // Exit handlers and the destructors of static objects run while tasks are posted and run; they may call too.
 TEST(ThreadSchedulerDeathTest, TheProcessMayExitAtAnyMoment) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");

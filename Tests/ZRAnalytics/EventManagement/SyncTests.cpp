@@ -1,3 +1,4 @@
+#include <new>
 #include <stdexcept>
 
 #include "Platform/Formats/PropertyList.h"
@@ -11,6 +12,41 @@ namespace {
 constexpr char kAllSynced[] = "All the tracked events are already synced with Zorvane :]";
 constexpr char kSyncedAll[] = "sync performed for all the batches successfully";
 constexpr char kInitiated[] = "Report Add request initiated:";
+
+// Queues that have no memory for one task when told so.
+class FailingScheduler final : public platform::Scheduler {
+ public:
+  explicit FailingScheduler(std::shared_ptr<platform::Scheduler> inner) : inner_(std::move(inner)) {}
+  std::unique_ptr<platform::Queue> makeSerialQueue(std::string label) override {
+    return std::make_unique<FailingQueue>(inner_->makeSerialQueue(std::move(label)), failsNext);
+  }
+  platform::Queue& globalQueue(platform::Priority priority) override { return inner_->globalQueue(priority); }
+  platform::MainQueue& mainQueue() override { return inner_->mainQueue(); }
+  bool waitUntilIdle(double seconds) override { return inner_->waitUntilIdle(seconds); }
+  double nextTimerDeadline() override { return inner_->nextTimerDeadline(); }
+  void fireDueTimers() override { inner_->fireDueTimers(); }
+  void setUncaughtHandler(std::function<void(std::exception_ptr)> handler) override {
+    inner_->setUncaughtHandler(std::move(handler));
+  }
+
+  bool failsNext = false;
+
+ private:
+  struct FailingQueue final : platform::Queue {
+    FailingQueue(std::unique_ptr<platform::Queue> theInner, bool& theFailsNext)
+        : inner(std::move(theInner)), failsNext(theFailsNext) {}
+    void async(platform::Task task) override {
+      if (std::exchange(failsNext, false)) throw std::bad_alloc();
+      inner->async(std::move(task));
+    }
+    bool isCurrent() const override { return inner->isCurrent(); }
+
+    const std::unique_ptr<platform::Queue> inner;
+    bool& failsNext;
+  };
+
+  const std::shared_ptr<platform::Scheduler> inner_;
+};
 
 class SyncTest : public EventPipelineTest {
  protected:
@@ -40,6 +76,28 @@ class SyncTest : public EventPipelineTest {
 
   Names order_;
 };
+
+TEST_F(SyncTest, ALostResponseDoesNotEndAllSyncing) {
+  const auto failing = std::make_shared<FailingScheduler>(scheduler_);
+  host_.scheduler = failing;
+  startWithSession();
+  save({"a"});
+  save({"b"});
+  service_->hold = true;
+  noteFlush("first", false);
+  settle();
+  answer(200);
+  failing->failsNext = true;
+  answer(200);
+  EXPECT_EQ(order_, Names{});
+  // The batch of the lost response counts as refused.
+  noteFlush("second", false);
+  settle();
+  EXPECT_EQ(order_, Names{"first no yes"});
+  answer(200);
+  EXPECT_EQ(order_, (Names{"first no yes", "second yes yes"}));
+  EXPECT_TRUE(batchFile().empty());
+}
 
 TEST_F(SyncTest, FailedBatchStaysAndGoesWithTheNextFlush) {
   startWithSession();
