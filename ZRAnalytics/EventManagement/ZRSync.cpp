@@ -18,7 +18,7 @@ using eventshandler::kFile;
 
 void ZRSync::flush(const ZRFlush& flush) {
   queue_.assertCurrent();
-  // If its last response is lost.
+  // When the last response was lost, nothing else ends the sync.
   if (run_ && run_->isComplete()) end(*run_);
   std::optional<Result> result;
   std::optional<ZRFlush> parked;

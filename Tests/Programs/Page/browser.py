@@ -27,15 +27,22 @@ class Browser:
     def __init__(self):
         self.profile = tempfile.mkdtemp(prefix="zrcollector-browser-")
         environment = {**os.environ, "HOME": self.profile, "no_proxy": "127.0.0.1,localhost"}
-        self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                                       text=True, env=environment)
-        for line in self.driver.stdout:
-            if "started successfully on port" in line:
-                self.base = "http://127.0.0.1:" + line.split()[-1].rstrip(".")
-                break
+        self.base = self.start(environment)
         options = {"args": OPTIONS + ["--user-data-dir=" + self.profile + "/profile"]}
         wanted = {"alwaysMatch": {"browserName": "chrome", "goog:chromeOptions": options}}
         self.base += "/session/" + self.call("POST", "/session", {"capabilities": wanted})["sessionId"]
+
+    def start(self, environment):
+        """Starts a driver and returns its address. A driver ends when the port that it found is taken meanwhile."""
+        for _ in range(10):
+            self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE,
+                                           stderr=subprocess.DEVNULL, text=True, env=environment)
+            for line in self.driver.stdout:
+                if "started successfully on port" in line:
+                    return "http://127.0.0.1:" + line.split()[-1].rstrip(".")
+            self.driver.wait()
+            self.driver.stdout.close()
+        raise RuntimeError("chromedriver does not start")
 
     def close(self):
         try:
