@@ -9,6 +9,12 @@
 
 #include "Platform/Dispatch/Scheduler.h"
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define ZR_OWN_ALLOCATOR
+#endif
+#endif
+#if !defined(ZR_OWN_ALLOCATOR)  // ThreadSanitizer has one of its own
 namespace {
 
 // How many of the next allocations of a chunk of tasks fail.
@@ -17,12 +23,6 @@ constexpr std::size_t kLarge = 1000;
 
 }  // namespace
 
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define ZR_OWN_ALLOCATOR
-#endif
-#endif
-#if !defined(ZR_OWN_ALLOCATOR)  // ThreadSanitizer has one of its own
 void* operator new(std::size_t size) {
   if (size >= kLarge && failures > 0 && failures-- > 0) throw std::bad_alloc();
   if (void* memory = std::malloc(size)) return memory;
