@@ -1,19 +1,11 @@
 #include "Platform/Dispatch/MainLoop.h"
 
-#include <chrono>
 #include <new>
 #include <utility>
 
 #include "Platform/Dispatch/DetachedThread.h"
 
 namespace zorvane::platform {
-
-namespace {
-
-// Until timers that are due are posted again.
-constexpr std::chrono::milliseconds kMemoryPause{10};
-
-}  // namespace
 
 struct MainLoop::SyncCall {
   enum class State { Waiting, Running, Done, GivenUp };

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 
@@ -10,6 +11,9 @@
 #include "Platform/Dispatch/UncaughtHandler.h"
 
 namespace zorvane::platform {
+
+// How long a thread that can tell nobody waits for memory before it tries again.
+inline constexpr std::chrono::milliseconds kMemoryPause{10};
 
 // Counts the tasks that wait or run. Thread-safe.
 class TaskCounter {

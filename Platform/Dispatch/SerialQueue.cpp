@@ -1,6 +1,5 @@
 #include "Platform/Dispatch/SerialQueue.h"
 
-#include <chrono>
 #include <new>
 #include <thread>
 #include <utility>
@@ -9,12 +8,6 @@
 
 namespace zorvane::platform {
 
-namespace {
-
-constexpr std::chrono::milliseconds kMemoryPause{10};
-
-}  // namespace
-
 // A queue with tasks has exactly one task in the pool, its turn, which runs them.
 struct SerialQueue::State {
   State(std::shared_ptr<WorkerPool> thePool, std::shared_ptr<QueueContext> theContext)
@@ -22,8 +15,10 @@ struct SerialQueue::State {
 
   // Throws std::bad_alloc without memory; the task is unchanged then.
   static void push(const std::shared_ptr<State>& self, Task&& task);
-  // Runs the tasks posted so far; after shutdown only destroys them. False when there were none; the turn is over then.
+  // Runs the tasks posted so far. False when there were none; the turn is over then.
   bool runBatch();
+  // Destroys the waiting tasks.
+  void drop();
 
   const std::shared_ptr<WorkerPool> pool;
   const std::shared_ptr<QueueContext> context;
@@ -38,11 +33,9 @@ struct SerialQueue::State {
 struct SerialQueue::Turn {
   explicit Turn(std::shared_ptr<State> theState) noexcept : state(std::move(theState)) {}
   Turn(Turn&&) noexcept = default;
-  // The pool drops the turn at shutdown.
+  // The pool destroys a turn that does not run any more.
   ~Turn() {
-    if (!state || !state->pool->isShutDown()) return;
-    while (state->runBatch()) {
-    }
+    if (state && state->pool->isShutDown()) state->drop();
   }
 
   void operator()() {
@@ -76,6 +69,18 @@ bool SerialQueue::State::runBatch() {
   }
   context->tasks.done(count);
   return true;
+}
+
+void SerialQueue::State::drop() {
+  TaskFifo dropped;
+  {
+    MutexLock lock(mutex);
+    dropped.swap(incoming);
+    hasTurn = false;
+  }
+  const std::size_t count = dropped.size();
+  while (!dropped.empty()) dropped.popFront();
+  context->tasks.done(count);
 }
 
 SerialQueue::SerialQueue(std::string label, std::shared_ptr<WorkerPool> pool, std::shared_ptr<QueueContext> context)

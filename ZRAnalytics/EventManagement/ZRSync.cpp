@@ -144,6 +144,7 @@ void ZRSync::responseArrived(ZRSyncRun& run, const std::string& batchID, bool ac
 }
 
 void ZRSync::end(const ZRSyncRun& run) {
+  // Lives until the completion has been called.
   const std::shared_ptr<ZRSyncRun> kept = std::move(run_);
   const std::optional<ZRFlush> parked = finish(run.flush.reset);
   complete(run.flush.completion, {run.isSuccess(), true}, parked);

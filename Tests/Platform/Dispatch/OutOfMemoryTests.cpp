@@ -2,40 +2,26 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <latch>
 #include <new>
 #include <string>
 
 #include "Platform/Dispatch/Scheduler.h"
+#include "Support/ReplacedNew.h"
 
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define ZR_OWN_ALLOCATOR
-#endif
-#endif
-#if !defined(ZR_OWN_ALLOCATOR)  // ThreadSanitizer has one of its own
 namespace {
 
 // How many of the next allocations of a chunk of tasks fail.
 std::atomic<int> failures{0};
-constexpr std::size_t kLarge = 1000;
 
 }  // namespace
 
-void* operator new(std::size_t size) {
-  if (size >= kLarge && failures > 0 && failures-- > 0) throw std::bad_alloc();
-  if (void* memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-// Where g++ inlines these, it takes free for the wrong counterpart of new.
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
+void zorvane::testing::allocating(std::size_t size) {
+  constexpr std::size_t kChunk = 1000;
+  if (size >= kChunk && failures > 0 && failures-- > 0) throw std::bad_alloc();
 }
 
+#if ZR_REPLACED_NEW
 namespace zorvane::platform {
 namespace {
 

@@ -3,15 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <functional>
-#include <new>
 
 #include "Platform/Formats/BinaryEncoder.h"
 #include "Platform/Formats/JSON.h"
 #include "Platform/Formats/KeyedArchive.h"
 #include "Platform/Formats/PropertyList.h"
 #include "Platform/Formats/PropertyListDictionaryFile.h"
+#include "Support/ReplacedNew.h"
 #include "TestPropertyLists.h"
 
 namespace {
@@ -20,25 +19,9 @@ std::atomic<std::size_t> allocatedBytes{0};
 
 }  // namespace
 
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define ZR_OWN_ALLOCATOR
-#endif
-#endif
-#if !defined(ZR_OWN_ALLOCATOR)  // ThreadSanitizer has one of its own; nothing is counted there
-void* operator new(std::size_t size) {
+void zorvane::testing::allocating(std::size_t size) {
   allocatedBytes += size;
-  if (void* memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
 }
-// Where g++ inlines these, it takes free for the wrong counterpart of new.
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-#endif
 
 namespace zorvane::platform {
 namespace {
@@ -181,8 +164,8 @@ TEST(HostileSizes, TheTrailerIsNotTrusted) {
     return opened && !opened.value().entries().empty();
   };
   for (const std::string& file : malformed) {
-    EXPECT_FALSE(isRead(plist, file, kMega)) << testing::PrintToString(file);
-    EXPECT_FALSE(isRead(opens, file, kMega)) << testing::PrintToString(file);
+    EXPECT_FALSE(isRead(plist, file, kMega)) << ::testing::PrintToString(file);
+    EXPECT_FALSE(isRead(opens, file, kMega)) << ::testing::PrintToString(file);
   }
 }
 
